@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tavos::msgbus {
+class IMsgBus;
+}
+
+namespace tavos::interfaces {
+
+/// Alarm inputs in named banks, org.tavos.Alarm3. Inputs of a bank are numbered from 0.
+class IAlarmV3Provider {
+public:
+    /// A client owned by the caller.
+    static IAlarmV3Provider* CreateClient(msgbus::IMsgBus* bus);
+
+    virtual ~IAlarmV3Provider() = default;
+    virtual std::vector<std::string> GetBankNames() = 0;
+    virtual int GetBankAlarmCount(const std::string& bank) = 0;
+    virtual int GetAlarmCount() = 0;                                     ///< of all banks together
+    virtual bool GetAlarmState(const std::string& bank, int alarm) = 0;  ///< true: active
+};
+
+}  // namespace tavos::interfaces

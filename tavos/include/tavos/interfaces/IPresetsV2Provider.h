@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tavos::msgbus {
+class IMsgBus;
+}
+
+namespace tavos::interfaces {
+
+/// Stored positions, org.tavos.Presets2.
+class IPresetsV2Provider {
+public:
+    /// A client owned by the caller.
+    static IPresetsV2Provider* CreateClient(msgbus::IMsgBus* bus);
+
+    virtual ~IPresetsV2Provider() = default;
+    virtual std::uint32_t GetMaxPresets() = 0;  ///< how many presets the camera has
+};
+
+}  // namespace tavos::interfaces

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+
+namespace tavos::msgbus {
+class ServiceHost;
+}
+
+namespace tavos::interfaces {
+
+class IPanProvider;
+class IAxisProvider;
+class IZoomProvider;
+class IFocusProvider;
+class IFocusV2Provider;
+class IIrisProvider;
+class IPresetsProvider;
+class IPresetsV2Provider;
+class IAlarmV3Provider;
+class IRelayV3Provider;
+class ITemperatureV2Provider;
+class IVoltageV2Provider;
+class IPowerV2Provider;
+class IFanV2Provider;
+
+/// Puts a service on the bus under its well-known name and returns that name. The bus's calls become calls of
+/// `service` on the host's thread, what those throw becomes the caller's error, and what its events fire on that
+/// thread becomes signals. `service` must outlive the host. Throws tavos::osa::Exception when the name is taken.
+std::string Serve(msgbus::ServiceHost& host, IPanProvider& service);
+std::string Serve(msgbus::ServiceHost& host, IAxisProvider& service, const char* axis);
+std::string Serve(msgbus::ServiceHost& host, IZoomProvider& service);
+std::string Serve(msgbus::ServiceHost& host, IFocusProvider& service);
+std::string Serve(msgbus::ServiceHost& host, IFocusV2Provider& service);
+std::string Serve(msgbus::ServiceHost& host, IIrisProvider& service);
+std::string Serve(msgbus::ServiceHost& host, IPresetsProvider& service);
+std::string Serve(msgbus::ServiceHost& host, IPresetsV2Provider& service);
+std::string Serve(msgbus::ServiceHost& host, IAlarmV3Provider& service);
+std::string Serve(msgbus::ServiceHost& host, IRelayV3Provider& service);
+std::string Serve(msgbus::ServiceHost& host, ITemperatureV2Provider& service);
+std::string Serve(msgbus::ServiceHost& host, IVoltageV2Provider& service);
+std::string Serve(msgbus::ServiceHost& host, IPowerV2Provider& service);
+std::string Serve(msgbus::ServiceHost& host, IFanV2Provider& service);
+
+}  // namespace tavos::interfaces

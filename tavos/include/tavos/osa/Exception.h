@@ -1,0 +1,18 @@
+#pragma once
+
+#include <exception>
+#include <string>
+
+namespace tavos::osa {
+
+/// What every failure of the platform is thrown as. The text is formatted as printf does.
+class Exception : public std::exception {
+public:
+    explicit Exception(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    const char* what() const noexcept override { return _text.c_str(); }
+
+private:
+    std::string _text;
+};
+
+}  // namespace tavos::osa

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace tavos::core {
+class IniFile;
+}
+
+namespace tavos::settings {
+
+/// A process's view of the camera's settings store: text values under "[Section/Name]Key". The store is one SQLite
+/// file, named by the environment's TAVOS_SETTINGS_STORE or else /var/lib/tavos/settings.db, shared by every process
+/// of the camera. It is opened at the first use, so that construction never fails; each operation throws
+/// tavos::osa::Exception with the file's name and the reason when the store is missing, damaged or busy for more
+/// than a second, and tries to open it anew the next time. A value that SetValue returned for survives a kill and a
+/// loss of power. One client is for one thread at a time.
+class TavosSettingsClient {
+public:
+    enum OperationMode : int {
+        kReadOnly = 0,
+        kReadWrite = 1,  ///< the store must exist
+        kCreate = 2,     ///< makes an empty store where there is none
+    };
+
+    explicit TavosSettingsClient(int operationMode);
+    ~TavosSettingsClient();
+    TavosSettingsClient(const TavosSettingsClient&) = delete;
+    TavosSettingsClient& operator=(const TavosSettingsClient&) = delete;
+
+    /// The value of "[Section]Key", or an empty string when there is none. Throws also for a key of another form.
+    std::string GetValue(const std::string& key) const;
+
+    void SetValue(const std::string& key, const std::string& value);
+
+    /// Adds to `ini` the section `path` and every section below it ("path/..."); none is no failure. An empty path
+    /// stands for the whole store.
+    void GetSettings(const std::string& path, core::IniFile& ini) const;
+
+    /// Stores every value of `ini` in one transaction: all of them or, when it throws, none.
+    void SetSettings(const core::IniFile& ini);
+
+private:
+    struct Store;
+    std::unique_ptr<Store> _store;
+};
+
+}  // namespace tavos::settings

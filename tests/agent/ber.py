@@ -1,0 +1,150 @@
+"""SNMPv2c messages octet by octet: enough BER to ask an agent anything, well-formed values or not."""
+
+import itertools
+import socket
+
+INTEGER, OCTET_STRING, NULL, OID = 0x02, 0x04, 0x05, 0x06
+IP_ADDRESS, COUNTER32, GAUGE32, TIMETICKS, OPAQUE, COUNTER64 = 0x40, 0x41, 0x42, 0x43, 0x44, 0x46
+NO_SUCH_OBJECT, NO_SUCH_INSTANCE, END_OF_MIB_VIEW = 0x80, 0x81, 0x82
+GET, GETNEXT, RESPONSE, SET, GETBULK, TRAP2 = 0xA0, 0xA1, 0xA2, 0xA3, 0xA5, 0xA7
+SEQUENCE = 0x30
+
+NO_ERROR, GEN_ERR, NO_ACCESS, WRONG_TYPE, WRONG_VALUE, NOT_WRITABLE = 0, 5, 6, 7, 10, 17
+
+_request_ids = itertools.count(1)
+
+
+def tlv(tag, content):
+    if len(content) < 0x80:
+        return bytes([tag, len(content)]) + content
+    length = len(content).to_bytes((len(content).bit_length() + 7) // 8, "big")
+    return bytes([tag, 0x80 | len(length)]) + length + content
+
+
+def integer_octets(number):
+    return number.to_bytes(number.bit_length() // 8 + 1, "big", signed=True)
+
+
+def oid_octets(text):
+    numbers = [int(part) for part in text.strip(".").split(".")]
+    octets = bytearray()
+    for number in [numbers[0] * 40 + numbers[1]] + numbers[2:]:
+        groups = [number & 0x7F]
+        while number > 0x7F:
+            number >>= 7
+            groups.append(0x80 | number & 0x7F)
+        octets += bytes(reversed(groups))
+    return bytes(octets)
+
+
+def oid_text(octets):
+    numbers, number = [], 0
+    for octet in octets:
+        number = number << 7 | octet & 0x7F
+        if not octet & 0x80:
+            numbers.append(number)
+            number = 0
+    first = min(numbers[0] // 40, 2)
+    return ".".join(str(n) for n in [first, numbers[0] - 40 * first] + numbers[1:])
+
+
+def split(octets):
+    """The (tag, content) pairs that stand one after the other in `octets`."""
+    pairs = []
+    while octets:
+        tag, length, start = octets[0], octets[1], 2
+        if length & 0x80:
+            start += length & 0x7F
+            length = int.from_bytes(octets[2:start], "big")
+        if start + length > len(octets):
+            raise ValueError("a length points beyond the message's end")
+        pairs.append((tag, octets[start : start + length]))
+        octets = octets[start + length :]
+    return pairs
+
+
+class Binding:
+    """One variable: its name as dotted text, its type's tag and its value's octets as they stood in the message."""
+
+    def __init__(self, oid, tag, octets):
+        self.oid, self.tag, self.octets = oid, tag, octets
+
+    @property
+    def value(self):
+        """An int, dotted text, None or bytes, as the type has it."""
+        if self.tag in (INTEGER, COUNTER32, GAUGE32, TIMETICKS, COUNTER64):
+            return int.from_bytes(self.octets, "big", signed=True)
+        if self.tag == OID:
+            return oid_text(self.octets)
+        if self.tag in (NULL, NO_SUCH_OBJECT, NO_SUCH_INSTANCE, END_OF_MIB_VIEW):
+            return None
+        return self.octets
+
+    def __repr__(self):
+        return f"{self.oid} type {self.tag:#04x} {self.octets.hex(' ')}"
+
+
+class Message:
+    """A decoded SNMPv2c message. For a GETBULK, error_status and error_index are its two counts."""
+
+    def __init__(self, octets):
+        ((_, message),) = split(octets)
+        (_, version), (_, community), (self.pdu, pdu) = split(message)
+        (_, request_id), (_, status), (_, index), (_, bindings) = split(pdu)
+        self.version = int.from_bytes(version, "big")
+        self.community = community.decode()
+        self.request_id = int.from_bytes(request_id, "big", signed=True)
+        self.error_status = int.from_bytes(status, "big")
+        self.error_index = int.from_bytes(index, "big")
+        self.bindings = []
+        for _, binding in split(bindings):
+            (_, oid), (tag, value) = split(binding)
+            self.bindings.append(Binding(oid_text(oid), tag, value))
+
+
+def encode(pdu, bindings, community="public", status=0, index=0, request_id=None):
+    """A message's octets. `bindings` are (dotted oid, tag, content octets)."""
+    names = b"".join(tlv(SEQUENCE, tlv(OID, oid_octets(oid)) + tlv(tag, value)) for oid, tag, value in bindings)
+    body = b"".join(tlv(INTEGER, integer_octets(n)) for n in (request_id or next(_request_ids), status, index))
+    message = tlv(INTEGER, b"\x01") + tlv(OCTET_STRING, community.encode()) + tlv(pdu, body + tlv(SEQUENCE, names))
+    return tlv(SEQUENCE, message)
+
+
+class Manager:
+    """One end of a conversation with an agent on loopback. Nothing is sent twice: a request that gets no answer
+    within `timeout` seconds raises socket.timeout."""
+
+    def __init__(self, port, timeout=5.0):
+        self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self._socket.connect(("127.0.0.1", port))
+        self._socket.settimeout(timeout)
+
+    def close(self):
+        self._socket.close()
+
+    def exchange(self, octets):
+        """Sends a message and returns its answer's Message."""
+        sent = Message(octets).request_id
+        self._socket.send(octets)
+        while True:
+            answer = Message(self._socket.recv(65536))
+            if answer.request_id == sent:
+                return answer
+
+    def get(self, *oids):
+        return self.exchange(encode(GET, [(oid, NULL, b"") for oid in oids]))
+
+    def get_next(self, *oids):
+        return self.exchange(encode(GETNEXT, [(oid, NULL, b"") for oid in oids]))
+
+    def get_bulk(self, repetitions, *oids):
+        return self.exchange(encode(GETBULK, [(oid, NULL, b"") for oid in oids], index=repetitions))
+
+    def set(self, *bindings, community="private"):
+        return self.exchange(encode(SET, bindings, community))
+
+    def set_octets(self, oid, octets):
+        return self.set((oid, OCTET_STRING, octets))
+
+    def set_integer(self, oid, number):
+        return self.set((oid, INTEGER, integer_octets(number)))

@@ -1,0 +1,48 @@
+import pathlib
+import sys
+
+import pytest
+
+sys.path.insert(0, str(pathlib.Path(__file__).parent))
+
+import desk as desks  # noqa: E402
+from tools import Tools  # noqa: E402
+
+
+@pytest.fixture
+def desk():
+    """A desk camera of the test's own, with nothing started yet."""
+    desk = desks.Desk()
+    yield desk
+    desk.close()
+
+
+@pytest.fixture(scope="module")
+def running():
+    """One running desk camera for all tests of a file."""
+    desk = desks.Desk()
+    try:
+        desk.start()
+    except BaseException:
+        desk.close()
+        raise
+    yield desk
+    desk.close()
+
+
+@pytest.fixture
+def camera(running):
+    """The file's running desk camera, its call log empty."""
+    running.clear_calls()
+    return running
+
+
+@pytest.fixture
+def manager(running):
+    with desks.ManagerOf(running) as manager:
+        yield manager
+
+
+@pytest.fixture
+def tools(running):
+    return Tools(running)

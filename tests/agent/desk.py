@@ -1,0 +1,193 @@
+"""A desk camera for one test: a bus, a dome and an agent of its own, in a folder of its own, on ports of its own."""
+
+import json
+import os
+import pathlib
+import random
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+
+import ber
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path(os.environ.get("ORVEX_BUILD", ROOT / "build" / "desk")).resolve()
+MODULE = BUILD / "lib" / "orvexsnmp.so"
+SYS_UP_TIME = "1.3.6.1.2.1.1.3.0"
+SNMPD = "/usr/sbin/snmpd"
+
+
+def await_until(condition, what, seconds=15.0):
+    """Polls until `condition()` is true and returns what it returned; fails after `seconds`."""
+    deadline = time.monotonic() + seconds
+    while True:
+        result = condition()
+        if result:
+            return result
+        assert time.monotonic() < deadline, f"not within {seconds} s: {what}"
+        time.sleep(0.02)
+
+
+def free_udp_port():
+    """A port that nobody has, below those that the kernel gives to clients."""
+    while True:
+        port = random.randint(20000, 32000)
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+            try:
+                probe.bind(("127.0.0.1", port))
+                return port
+            except OSError:
+                continue
+
+
+def sanitizer_runtime():
+    """The runtime to put before a stock program that loads a module built with sanitizers; None for other builds."""
+    needed = subprocess.run(["ldd", MODULE], capture_output=True, text=True, check=True).stdout
+    for line in needed.splitlines():
+        if "libasan" in line:
+            return line.split()[2]
+    return None
+
+
+class Desk:
+    """Made but not started: settings, versions and configurations are there and can be changed before start()."""
+
+    def __init__(self):
+        self.state = pathlib.Path(tempfile.mkdtemp(prefix="orvex-"))
+        self.port, self.trap_port = free_udp_port(), free_udp_port()
+        command = [ROOT / "scripts" / "prepare-state", BUILD, self.state, str(self.port), str(self.trap_port)]
+        subprocess.run(command, check=True)
+        self.environment = dict(
+            os.environ,
+            TAVOS_BUS_ADDRESS=f"unix:path={self.state}/bus.sock",
+            TAVOS_SETTINGS_STORE=f"{self.state}/settings.db",
+            PATH=f"{BUILD}/bin:{os.environ['PATH']}",
+            MIBS="",
+            SNMP_PERSISTENT_DIR=f"{self.state}/snmp",
+            # The agent itself never frees what it keeps to its end.
+            ASAN_OPTIONS="detect_leaks=0:abort_on_error=1:log_path=stderr",
+            UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1",
+        )
+        self.processes = {}  # in the order of their start
+
+    def start(self):
+        self.start_bus()
+        self.start_dome()
+        self.start_agent()
+
+    def start_bus(self):
+        self._launch("bus", ["dbus-daemon", f"--config-file={self.state}/bus.conf", "--nofork", "--nopidfile",
+                             "--print-address"])
+        self._await("bus", lambda: self.output("bus"))
+
+    def start_dome(self):
+        self._launch("dome", [BUILD / "bin" / "orvex-dome", "--state", self.state])
+        self._await("dome", lambda: "ready" in self.output("dome").splitlines())
+
+    def start_agent(self):
+        self.launch_agent()
+        with ManagerOf(self, timeout=0.2) as manager:
+            self._await("agent", lambda: _answers(manager))
+
+    def launch_agent(self):
+        """Starts the agent without waiting for its first answer."""
+        environment = dict(self.environment)
+        if sanitizer_runtime():
+            environment["LD_PRELOAD"] = sanitizer_runtime()
+        command = [SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", "-A", "-Lf", self.state / "agent.log"]
+        self._launch("agent", command, environment)
+
+    def output(self, name):
+        """What the process has written to its standard output; the module logs to the agent's."""
+        return (self.state / f"{name}.out").read_text(errors="replace")
+
+    def log(self, name):
+        """What the process has written to its standard error and, for the agent, to its own log."""
+        return (self.state / f"{name}.log").read_text(errors="replace")
+
+    def alive(self, name):
+        return self.processes[name].poll() is None
+
+    def domectl(self, *words):
+        command = [BUILD / "bin" / "domectl", "--state", self.state, *map(str, words)]
+        done = subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=20)
+        assert done.returncode == 0, f"domectl {words}: {done.stderr}"
+        return done.stdout
+
+    def dome_state(self):
+        return json.loads(self.domectl("state"))
+
+    def calls(self):
+        """The calls that the dome's services have received since the log was cleared."""
+        return [json.loads(line) for line in self.domectl("calls").splitlines()]
+
+    def clear_calls(self):
+        self.domectl("calls", "--clear")
+
+    def end(self, name):
+        """Ends one process, by SIGTERM, and returns its exit status."""
+        process = self.processes.pop(name)
+        if process.poll() is None:
+            process.terminate()
+        try:
+            return process.wait(10)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)
+            process.wait()
+            raise AssertionError(f"the {name} does not end by itself")
+
+    def close(self):
+        """Ends whatever runs, the last started first, removes the folder, and fails for a bad end."""
+        faults = []
+        for name in reversed(list(self.processes)):
+            try:
+                status = self.end(name)
+                if status not in (0, -signal.SIGTERM):
+                    faults.append(f"the {name} ended with status {status}")
+            except AssertionError as fault:
+                faults.append(str(fault))
+        for file in sorted(self.state.glob("*.log")) + sorted(self.state.glob("*.out")):
+            text = file.read_text(errors="replace")
+            if "Sanitizer" in text or "runtime error:" in text:
+                faults.append(f"{file.name}:\n{text}")
+        shutil.rmtree(self.state)
+        assert not faults, "\n".join(faults)
+
+    def _launch(self, name, command, environment=None):
+        with open(self.state / f"{name}.out", "wb"), open(self.state / f"{name}.log", "wb"):
+            pass  # empty, whatever an earlier process wrote
+        with open(self.state / f"{name}.out", "ab") as out, open(self.state / f"{name}.log", "ab") as log:
+            self.processes[name] = subprocess.Popen(
+                ["setpriv", "--pdeathsig", "KILL", *map(str, command)],
+                stdin=subprocess.DEVNULL, stdout=out, stderr=log, cwd=self.state,
+                env=environment or self.environment, start_new_session=True)
+
+    def _await(self, name, condition):
+        def ready():
+            assert self.alive(name), f"the {name} ended:\n{self.output(name)}\n{self.log(name)}"
+            return condition()
+
+        await_until(ready, f"the {name} is ready")
+
+
+def _answers(manager):
+    try:
+        return manager.get(SYS_UP_TIME).error_status == ber.NO_ERROR
+    except (socket.timeout, ConnectionRefusedError):
+        return False
+
+
+class ManagerOf(ber.Manager):
+    """A manager that speaks to a desk's agent, for a `with`."""
+
+    def __init__(self, desk, timeout=5.0):
+        super().__init__(desk.port, timeout)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <deque>
+
+#include "core/NetSnmp.h"
+#include "tavos/core/Logger.h"
+#include "tavos/osa/Mutex.h"
+
+/// Carries traps from the platform's event threads to the agent's thread, the only one that may send them: a locked
+/// queue, and a pipe with one byte for each queued trap whose read end the agent's main loop watches.
+class OrvexSnmpTrapSend {
+public:
+    /// Agent's thread. Ends the process when there is an instance already.
+    OrvexSnmpTrapSend();
+    /// Agent's thread. Frees the traps that were not sent. Leaves the instance pointer as it is (see ForgetInstance).
+    virtual ~OrvexSnmpTrapSend();
+    OrvexSnmpTrapSend(const OrvexSnmpTrapSend&) = delete;
+    OrvexSnmpTrapSend& operator=(const OrvexSnmpTrapSend&) = delete;
+
+    static OrvexSnmpTrapSend* GetInstance() { return s_instance; }
+
+    /// For the unloading of the module, after the destructor.
+    static void ForgetInstance() { s_instance = nullptr; }
+
+    /// Any thread. Takes ownership of a finished variable list, snmpTrapOID.0 first; traps are sent in the order of
+    /// these calls. Always returns 0. Blocks while the pipe is full, that is, while 65536 traps wait.
+    int send_v2trap(netsnmp_variable_list* list);
+
+    /// Agent's thread: the main loop's callback for the read descriptor.
+    static void snmpMainCallback(int descriptor, void* data);
+
+    /// Agent's thread: sends and frees everything that is queued.
+    void CallSnmpSendTrap();
+
+private:
+    static OrvexSnmpTrapSend* s_instance;
+
+    tavos::core::Logger* _logger;
+    int _readDescriptor = -1;
+    int _writeDescriptor = -1;
+    tavos::osa::Mutex _mutex;
+    std::deque<netsnmp_variable_list*> _queue;
+};

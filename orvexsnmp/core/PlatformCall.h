@@ -1,0 +1,34 @@
+#pragma once
+
+#include "tavos/core/Logger.h"
+
+/// How every provider wraps an operation of a platform service: an entry and an exit trace with the wrapper's name,
+/// and every exception, of whatever type, turned into one Error line and the result -1. `body` makes the call, logs
+/// the success line and only then stores what it read, so that a failed call leaves the output arguments alone.
+
+/// Only the call itself. `failure` is the Error line; it is handed `name` and may ignore it.
+template <class Body>
+int CaughtCall(const tavos::core::Logger& logger, const char* name, const char* failure, Body&& body) {
+    try {
+        body();
+        return 0;
+    } catch (...) {
+        logger.Error(failure, name);
+        return -1;
+    }
+}
+
+/// The part after the entry trace, for wrappers that refuse some arguments before they call.
+template <class Body>
+int GuardedCall(const tavos::core::Logger& logger, const char* name, const char* failure, Body&& body) {
+    const int result = CaughtCall(logger, name, failure, body);
+    logger.Trace("%s: Done.", name);
+    return result;
+}
+
+/// The whole wrapper.
+template <class Body>
+int PlatformCall(const tavos::core::Logger& logger, const char* name, const char* failure, Body&& body) {
+    logger.Trace("%s: Enter.", name);
+    return GuardedCall(logger, name, failure, body);
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "core/NetSnmp.h"
+
+/// One scalar object of the module. Managers use exactly the OID that stands here, instance included.
+struct ScalarRegistration {
+    static constexpr std::size_t kNameRoom = 32;
+
+    std::uint32_t oidLength;          ///< sub-identifiers, the instance included
+    Netsnmp_Node_Handler* handler;    ///< null: not built yet, the row is skipped
+    char name[kNameRoom];             ///< the object's name, NUL-padded
+    std::int32_t registrationResult;  ///< what the agent said, 0 before
+    const oid* objectId;
+    std::uint8_t enabled;  ///< 1: registered, 0: left out
+    std::int32_t access;   ///< HANDLER_CAN_RONLY or HANDLER_CAN_RWRITE
+};
+
+constexpr std::size_t kScalarCount = 50;
+
+/// The table, in the order of registration. ApplySensorAvailability and RegisterScalars write into it.
+std::array<ScalarRegistration, kScalarCount>& ScalarTable();
+
+/// Switches the sensors' rows on or off by a first reading of each. Agent's thread, once, after the providers exist.
+void ApplySensorAvailability();
+
+/// Registers the enabled rows in order; stops at the first that the agent refuses and returns -1, otherwise 0.
+int RegisterScalars();
+
+/// Registers one object at exactly `objectId`. Returns the agent's answer, 0 for success; the module remembers what
+/// was registered for UnregisterAll.
+int RegisterInstance(const char* name, Netsnmp_Node_Handler* handler, const oid* objectId, std::size_t oidLength,
+                     int access);
+
+/// Takes back every registration of RegisterInstance.
+void UnregisterInstances();

@@ -1,0 +1,130 @@
+#include "device/IdentityHandlers.h"
+
+#include <string>
+
+#include "core/HandlerSteps.h"
+#include "core/OrvexSnmpMain.h"
+#include "device/OrvexSnmpDevice.h"
+
+namespace {
+
+// What a text object answers when there is nothing to answer.
+struct EmptyRule {
+    bool tested;             // an empty text is worth an Error line
+    const char* substitute;  // sent instead, null: the empty text is sent
+};
+
+constexpr EmptyRule kNotTested = {false, nullptr};
+constexpr EmptyRule kReportedOnly = {true, nullptr};
+
+constexpr EmptyRule SentAs(const char* substitute) {
+    return {true, substitute};
+}
+
+// The entry of all twelve: false when the mode is not GET.
+bool Begin(const char* name, const netsnmp_agent_request_info* info, const netsnmp_request_info* requests) {
+    const auto& logger = *OrvexSnmpMain::GetLogger();
+    LogReceivedOid(logger, tavos::core::kDebug, name, requests, "%s: Received OID %s\n");
+    if (info->mode == MODE_GET) return true;
+    UnknownMode(logger, name, info);
+    return false;
+}
+
+// `line` takes the handler's name and the text; one that has no place for the length leaves it unread.
+int AnswerText(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests,
+               std::string (OrvexSnmpDevice::*getter)() const, EmptyRule empty, const char* line) {
+    if (!Begin(name, info, requests)) return SNMP_ERR_GENERR;
+    const auto& logger = *OrvexSnmpMain::GetLogger();
+    std::string text = (OrvexSnmpDevice::GetInstance()->*getter)();
+    if (empty.tested && text.empty()) {
+        logger.Error("%s: string empty", name);
+        if (empty.substitute != nullptr) text = empty.substitute;
+    }
+    if (line != nullptr) logger.Information(line, name, text.c_str(), static_cast<int>(text.size()));
+    AnswerOctets(requests, text.data(), text.size());
+    return SNMP_ERR_NOERROR;
+}
+
+int AnswerNumber(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests, int value,
+                 const char* line) {
+    if (!Begin(name, info, requests)) return SNMP_ERR_GENERR;
+    OrvexSnmpMain::GetLogger()->Information(line, name, value);
+    AnswerInteger(requests, value);
+    return SNMP_ERR_NOERROR;
+}
+
+}  // namespace
+
+int handle_modelNumber(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                       netsnmp_request_info* requests) {
+    return AnswerText("handle_modelNumber", info, requests, &OrvexSnmpDevice::GetModelNumber, kNotTested,
+                      "%s: model number = %s, size = %d");
+}
+
+int handle_modelName(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                     netsnmp_request_info* requests) {
+    return AnswerText("handle_modelName", info, requests, &OrvexSnmpDevice::GetModelName,
+                      SentAs("Error: Model Name not defined"), "%s: model name = %s");
+}
+
+int handle_serialNumber(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                        netsnmp_request_info* requests) {
+    return AnswerText("handle_serialNumber", info, requests, &OrvexSnmpDevice::GetSerialNumber,
+                      SentAs("Error: Serial Number not defined"), "%s: serial number = %s");
+}
+
+int handle_fwVersion(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                     netsnmp_request_info* requests) {
+    return AnswerText("handle_fwVersion", info, requests, &OrvexSnmpDevice::GetFwVer,
+                      SentAs("Error: Firmware Version not defined"), "%s: fw version = %s");
+}
+
+int handle_hwVersion(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                     netsnmp_request_info* requests) {
+    return AnswerText("handle_hwVersion", info, requests, &OrvexSnmpDevice::GetHwVer,
+                      SentAs("Error: Hardware Version not defined"), nullptr);
+}
+
+int handle_globalMaxModules(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                            netsnmp_request_info* requests) {
+    return AnswerNumber("handle_globalMaxModules", info, requests, 1, "%s: max NTCIP modules = %d");
+}
+
+int handle_moduleNumber(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                        netsnmp_request_info* requests) {
+    return AnswerNumber("handle_moduleNumber", info, requests, 1, "%s: model number = %d");
+}
+
+int handle_moduleDeviceNode(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                            netsnmp_request_info* requests) {
+    // The device node as text, not as an object identifier.
+    constexpr auto kName = "handle_moduleDeviceNode";
+    if (!Begin(kName, info, requests)) return SNMP_ERR_GENERR;
+    const std::string node = "1.3.6.1.4.1.1206.4.2.7";
+    OrvexSnmpMain::GetLogger()->Information("%s: manufactuer = %s", kName, node.c_str());
+    AnswerOctets(requests, node.data(), node.size());
+    return SNMP_ERR_NOERROR;
+}
+
+int handle_moduleMake(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                      netsnmp_request_info* requests) {
+    return AnswerText("handle_moduleMake", info, requests, &OrvexSnmpDevice::GetManufacturer, kReportedOnly,
+                      "%s: manufactuer = %s");
+}
+
+int handle_moduleModel(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                       netsnmp_request_info* requests) {
+    return AnswerText("handle_moduleModel", info, requests, &OrvexSnmpDevice::GetModelNumber, kNotTested,
+                      "%s: model number = %s, size = %d");
+}
+
+int handle_moduleVersion(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                         netsnmp_request_info* requests) {
+    return AnswerText("handle_moduleVersion", info, requests, &OrvexSnmpDevice::GetModuleVersion, kReportedOnly,
+                      "%s: moduleVersion = %s");
+}
+
+int handle_moduleType(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                      netsnmp_request_info* requests) {
+    return AnswerNumber("handle_moduleType", info, requests, 2, "%s: moduleType = %d");
+}

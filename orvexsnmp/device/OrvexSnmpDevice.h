@@ -1,0 +1,65 @@
+#pragma once
+
+#include <string>
+
+#include "tavos/core/Logger.h"
+#include "tavos/msgbus/MsgBus.h"
+#include "tavos/settings/TavosSettingsClient.h"
+
+/// What the camera is: its identity, gathered once at start-up from the identity command, the version file and the
+/// settings store. Owns the message bus and makes every provider. Agent's thread only.
+class OrvexSnmpDevice {
+public:
+    /// Throws tavos::osa::Exception for a second instance and when the settings store cannot be read, and whatever a
+    /// provider's constructor throws.
+    OrvexSnmpDevice();
+    /// Leaves the instance pointer as it is (see ForgetInstance). The providers must be gone by then.
+    virtual ~OrvexSnmpDevice();
+    OrvexSnmpDevice(const OrvexSnmpDevice&) = delete;
+    OrvexSnmpDevice& operator=(const OrvexSnmpDevice&) = delete;
+
+    static OrvexSnmpDevice* GetInstance() { return s_instance; }
+
+    /// For the unloading of the module, after the destructor.
+    static void ForgetInstance() { s_instance = nullptr; }
+
+    /// For the unloading of the module: deletes the providers, last made first.
+    static void DeleteProviders();
+
+    std::string GetModelName() const { return _modelName; }
+    std::string GetModelNumber() const { return _modelNumber; }
+    std::string GetSerialNumber() const { return _serialNumber; }
+    std::string GetAssyId() const { return _assyId; }
+    std::string GetAssyVer() const { return _assyVer; }
+    std::string GetFwVer() const { return _fwVer; }
+    std::string GetHwVer() const { return _hwVer; }
+    std::string GetManufacturer() const { return _manufacturer; }
+    std::string GetModuleVersion() const { return _moduleVersion; }
+
+private:
+    void LoadModelInfo();
+    void LoadFwVersion();
+    void LoadHwVersion();
+    void LoadModuleVersion();
+    void ReloadConfigs() const;
+    void CreateProviders();
+
+    /// What the identity command prints for an option, without the blanks around it; "ERROR" when it cannot be run.
+    std::string myname(const std::string& option) const;
+
+    static OrvexSnmpDevice* s_instance;
+
+    tavos::msgbus::MsgBus _bus;
+    tavos::core::Logger* _logger;
+    tavos::settings::TavosSettingsClient _settings;
+    std::string _settingsPath;
+    std::string _modelName;
+    std::string _modelNumber;
+    std::string _serialNumber;
+    std::string _assyId;
+    std::string _assyVer;
+    std::string _fwVer;
+    std::string _hwVer;
+    std::string _manufacturer;
+    std::string _moduleVersion;
+};

@@ -1,0 +1,121 @@
+#include "io/BankTable.h"
+
+namespace {
+
+// Positions in an instance's name: orvexEnterprise.1.3.T.1 (11 sub-identifiers), column, row.
+constexpr std::size_t kColumnPlace = 11;
+constexpr std::size_t kRowPlace = 12;
+
+constexpr auto kFrontHandlerName = "orvexBankTable";
+constexpr auto kTableHandlerName = "table";
+
+// Only here has the agent not looked up a row that it goes on using.
+bool RowsMayChange(int mode) {
+    return mode != MODE_SET_RESERVE2 && mode != MODE_SET_ACTION && mode != MODE_SET_COMMIT && mode != MODE_SET_FREE &&
+           mode != MODE_SET_UNDO;
+}
+
+void SetInteger(netsnmp_table_row* row, BankColumn column, int value) {
+    netsnmp_set_row_column(row, column, ASN_INTEGER, reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+netsnmp_table_row* NewRow(long number) {
+    auto* row = netsnmp_create_table_data_row();
+    netsnmp_table_row_add_index(row, ASN_INTEGER, &number, sizeof number);
+    return row;
+}
+
+}  // namespace
+
+BankTable::BankTable(Owner& owner, const char* name, bool stateWritable)
+    : _owner(owner), _name(name), _stateWritable(stateWritable) {}
+
+BankTable::~BankTable() {
+    if (_registration != nullptr) netsnmp_unregister_handler(_registration);
+    if (_dataSet == nullptr) return;
+    RemoveRows();
+    netsnmp_delete_table_data_set(_dataSet);
+}
+
+void BankTable::Create() {
+    if (_dataSet != nullptr) return;
+    _dataSet = netsnmp_create_table_data_set(_name);
+    netsnmp_table_dataset_add_index(_dataSet, ASN_INTEGER);
+    // Column, type, writable, default value and its length, for each column, then the end. The function takes a
+    // variable number of arguments: the null pointers and lengths need their types.
+    netsnmp_table_set_multi_add_default_row(
+        _dataSet, static_cast<unsigned>(kBankNameColumn), ASN_OCTET_STR, 0, static_cast<void*>(nullptr), std::size_t{0},
+        static_cast<unsigned>(kBankIdColumn), ASN_INTEGER, 0, static_cast<void*>(nullptr), std::size_t{0},
+        static_cast<unsigned>(kBankStateColumn), ASN_INTEGER, _stateWritable ? 1 : 0, static_cast<void*>(nullptr),
+        std::size_t{0}, 0u);
+}
+
+int BankTable::Register(Netsnmp_Node_Handler* handler, const oid* tableId, std::size_t tableIdLength) {
+    auto* registration = netsnmp_create_handler_registration(_name, handler, const_cast<oid*>(tableId), tableIdLength,
+                                                             HANDLER_CAN_RWRITE);
+    const int result = netsnmp_register_table_data_set(registration, _dataSet, nullptr);
+    if (result != 0) return result;
+    _registration = registration;
+    auto* front = netsnmp_create_handler(kFrontHandlerName, &BankTable::FrontHandler);
+    front->myvoid = this;
+    netsnmp_inject_handler_before(registration, front, kTableHandlerName);
+    return result;
+}
+
+int BankTable::FrontHandler(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
+                            netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return static_cast<BankTable*>(handler->myvoid)->HandlePass(handler, registration, info, requests);
+}
+
+int BankTable::HandlePass(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
+                          netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    _rowsInUse = !RowsMayChange(info->mode);
+    if (_waitingRows != nullptr) ReplaceRows(*_waitingRows);
+    _pass = _owner.BeginTableRequest(info, requests) ? PassState::kBegun : PassState::kRefused;
+    const int result = netsnmp_call_next_handler(handler, registration, info, requests);
+    _pass = PassState::kOutside;
+    _rowsInUse = false;
+    return result;
+}
+
+void BankTable::ReplaceRows(const BankList& list) {
+    _waitingRows = _rowsInUse ? &list : nullptr;
+    if (_rowsInUse) return;
+    RemoveRows();
+    AddRows(list);
+}
+
+void BankTable::RemoveRows() {
+    while (auto* row = netsnmp_table_data_set_get_first_row(_dataSet)) {
+        netsnmp_table_dataset_remove_and_delete_row(_dataSet, row);
+    }
+}
+
+void BankTable::AddRows(const BankList& list) {
+    long number = 0;
+    for (const auto& [place, state] : list) {
+        const auto& [bank, id] = place;
+        auto* row = NewRow(++number);
+        netsnmp_set_row_column(row, kBankNameColumn, ASN_OCTET_STR, bank.data(), bank.size());
+        SetInteger(row, kBankIdColumn, id);
+        SetInteger(row, kBankStateColumn, state);
+        if (_stateWritable) netsnmp_mark_row_column_writable(row, kBankStateColumn, 1);
+        netsnmp_table_dataset_add_row(_dataSet, row);
+    }
+    if (list.empty()) netsnmp_table_dataset_add_row(_dataSet, NewRow(1));
+}
+
+unsigned long RequestedRow(const netsnmp_request_info& request) {
+    const auto& variable = *request.requestvb;
+    return variable.name_length > kRowPlace ? variable.name[kRowPlace] : 0;
+}
+
+unsigned RequestedColumn(const netsnmp_request_info& request) {
+    const auto& variable = *request.requestvb;
+    return variable.name_length > kColumnPlace ? static_cast<unsigned>(variable.name[kColumnPlace]) : 0;
+}
+
+const BankEntry* RequestedEntry(const BankList& list, const netsnmp_request_info& request) {
+    const auto row = RequestedRow(request);
+    return row >= 1 && row <= list.size() ? &list[row - 1] : nullptr;
+}

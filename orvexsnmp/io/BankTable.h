@@ -1,0 +1,181 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/HandlerSteps.h"
+#include "core/NetSnmp.h"
+#include "core/PlatformCall.h"
+#include "tavos/core/Logger.h"
+
+/// The table of all inputs or outputs of all banks, as both providers of this folder have one. Agent's thread only.
+
+/// ((bank, id within the bank), state); row n of the table is the entry n - 1.
+using BankEntry = std::pair<std::pair<std::string, int>, int>;
+using BankList = std::vector<BankEntry>;
+
+enum BankColumn : unsigned { kBankNameColumn = 1, kBankIdColumn = 2, kBankStateColumn = 3, kUnusedColumn = 4 };
+
+/// The words in which the two providers' list building differs; every line takes `name` first.
+struct BankListLines {
+    const char* name;
+    const char* bankCount;     ///< Information; number of banks
+    const char* noBankNames;   ///< Error; attempt
+    const char* noEntryCount;  ///< Error; attempt
+    const char* noState;       ///< Error
+};
+
+/// Asks a service for its banks, each bank's count and each entry's state, every one of them once. What fails is
+/// logged and replaced: no names by none, a count by that of the bank before, a state by that of the entry before.
+/// With `update` every state is 0 and not asked for.
+template <class BankNames, class EntryCount, class State>
+void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines, bool update, BankList& list,
+                   BankNames&& bankNames, EntryCount&& entryCount, State&& getState) {
+    constexpr int kAttempt = 0;  // the only one
+    logger.Trace("%s: Enter.", lines.name);
+    logger.Information("%s: update=%d", lines.name, update ? 1 : 0);
+    std::vector<std::string> banks;
+    try {
+        banks = bankNames();
+        logger.Information(lines.bankCount, lines.name, static_cast<int>(banks.size()));
+    } catch (...) {
+        logger.Error(lines.noBankNames, lines.name, kAttempt);
+    }
+
+    list.clear();
+    int count = 0;
+    int state = 0;
+    for (const auto& bank : banks) {
+        try {
+            count = entryCount(bank);
+        } catch (...) {
+            logger.Error(lines.noEntryCount, lines.name, kAttempt);
+        }
+        for (int id = 0; id < count; ++id) {
+            if (!update) {
+                CaughtCall(logger, lines.name, lines.noState, [&] { state = getState(bank, id) ? 1 : 0; });
+            }
+            list.push_back({{bank, id}, state});
+        }
+    }
+    logger.Trace("%s: Done.", lines.name);
+}
+
+/// The table as the agent has it: a registered data set whose rows are replaced when the banks change.
+///
+/// The agent looks a request's row up before the module's handler is called, and keeps it over the phases of a SET.
+/// Rows may therefore only change before that look-up. For this the table puts a handler of its own in front of the
+/// agent's: it calls the owner's BeginTableRequest, which compares the service with the list and may call
+/// ReplaceRows; the owner's handler, called last, then finds Pass() at kBegun or kRefused and does not do so again.
+class BankTable {
+public:
+    /// Where a request for the table stands.
+    enum class PassState {
+        kOutside,  ///< the owner's handler was called without the front handler: it begins the request itself
+        kBegun,
+        kRefused,  ///< begun, and refused by the owner
+    };
+
+    class Owner {
+    public:
+        /// The first steps of a table request. False: the request is refused.
+        virtual bool BeginTableRequest(netsnmp_agent_request_info* info, netsnmp_request_info* requests) = 0;
+
+    protected:
+        ~Owner() = default;
+    };
+
+    /// `name` must live as long as the table.
+    BankTable(Owner& owner, const char* name, bool stateWritable);
+    /// Takes the registration back and frees the data set.
+    ~BankTable();
+    BankTable(const BankTable&) = delete;
+    BankTable& operator=(const BankTable&) = delete;
+
+    /// Makes the data set when there is none yet.
+    void Create();
+    bool IsCreated() const { return _dataSet != nullptr; }
+
+    /// Registers the data set for `handler`. Returns the agent's answer, 0 for success.
+    int Register(Netsnmp_Node_Handler* handler, const oid* tableId, std::size_t tableIdLength);
+
+    /// Serves the list's entries from now on; an empty list as one row without values. During the later phases of a
+    /// SET the rows are replaced at the next request instead. `list` must live as long as the table.
+    void ReplaceRows(const BankList& list);
+
+    PassState Pass() const { return _pass; }
+
+private:
+    static int FrontHandler(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
+                            netsnmp_agent_request_info* info, netsnmp_request_info* requests);
+    int HandlePass(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
+                   netsnmp_agent_request_info* info, netsnmp_request_info* requests);
+    void RemoveRows();
+    void AddRows(const BankList& list);
+
+    Owner& _owner;
+    const char* _name;
+    bool _stateWritable;
+    netsnmp_table_data_set* _dataSet = nullptr;
+    netsnmp_handler_registration* _registration = nullptr;
+    PassState _pass = PassState::kOutside;
+    bool _rowsInUse = false;                 ///< the agent holds rows of a SET
+    const BankList* _waitingRows = nullptr;  ///< to be served once it no longer does
+};
+
+/// The row that a request's name asks for, 1 and up, or 0 when the name has none.
+unsigned long RequestedRow(const netsnmp_request_info& request);
+
+/// The column that a request's name asks for, or 0 when the name has none.
+unsigned RequestedColumn(const netsnmp_request_info& request);
+
+/// The list's entry for a request, or null when the row is not the list's.
+const BankEntry* RequestedEntry(const BankList& list, const netsnmp_request_info& request);
+
+/// The words in which the providers' comparison of list and service differs; every line takes `name` first.
+struct BankCountLines {
+    const char* name;
+    const char* count;
+    const char* size;
+    const char* update;
+};
+
+/// Compares the service's count with the list and has the table rebuilt where they differ. A count that cannot be
+/// read changes nothing. `getCount` is the provider's wrapper.
+template <class GetCount, class Rebuild>
+void FollowService(const tavos::core::Logger& logger, const BankCountLines& lines, const BankList& list,
+                   GetCount&& getCount, Rebuild&& rebuild) {
+    logger.Information(lines.count, lines.name);
+    int count = 0;
+    const bool counted = getCount(count) == 0;
+    logger.Information(lines.size, lines.name);
+    if (!counted || static_cast<int>(list.size()) == count) return;
+    logger.Information(lines.update, lines.name);
+    rebuild();
+}
+
+/// Answers a read of one cell. `readState` gives column 3 its value. Returns an SNMP error.
+template <class ReadState>
+int AnswerCell(const tavos::core::Logger& logger, const char* name, netsnmp_request_info* request,
+               const BankEntry& entry, ReadState&& readState) {
+    const auto& [bank, id] = entry.first;
+    const auto column = RequestedColumn(*request);
+    logger.Information("%s: table_info->colnum is %d", name, static_cast<int>(column));
+    switch (column) {
+        case kBankNameColumn:
+            AnswerOctets(request, bank.data(), bank.size());
+            return SNMP_ERR_NOERROR;
+        case kBankIdColumn:
+            AnswerInteger(request, id);
+            return SNMP_ERR_NOERROR;
+        case kBankStateColumn:
+            AnswerInteger(request, readState(bank, id));
+            return SNMP_ERR_NOERROR;
+        case kUnusedColumn:
+            return SNMP_ERR_NOERROR;
+        default:
+            logger.Error("%s: unknown colnum (%d)", name, static_cast<int>(column));
+            return SNMP_ERR_GENERR;
+    }
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <memory>
+
+#include "core/OrvexSnmpBaseProvider.h"
+#include "tavos/interfaces/IAlarmV3Provider.h"
+#include "tavos/msgbus/MsgBus.h"
+
+/// NTCIP 1205 alarmStatus: bit 4, the pressure alarm, is alarm input 0 of the bank "BNK2". Agent's thread only.
+class OrvexSnmpPressure final : public OrvexSnmpBaseProvider<OrvexSnmpPressure> {
+public:
+    /// Throws what the making of the client throws.
+    explicit OrvexSnmpPressure(tavos::msgbus::MsgBus& bus);
+    ~OrvexSnmpPressure() override = default;
+
+    /// 0, or -1 for a call that failed, with `state` left alone.
+    int GetAlarmState(bool& state) const;
+
+    static Netsnmp_Node_Handler handle_alarmStatus;
+
+private:
+    std::unique_ptr<tavos::interfaces::IAlarmV3Provider> _client;
+};

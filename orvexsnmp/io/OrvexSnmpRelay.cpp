@@ -1,0 +1,271 @@
+#include "io/OrvexSnmpRelay.h"
+
+#include "core/PlatformCall.h"
+
+namespace {
+
+const std::string kBank = "BNK2";
+constexpr int kRelay = 0;
+constexpr std::uint8_t kOutputStatus1 = 0x01;
+constexpr std::uint8_t kControlSelect = 0x01;    // outputControl, octet 0: relay 0 is meant
+constexpr std::uint8_t kControlEnergise = 0x80;  // outputControl, octet 1: its new state
+constexpr int kEnergise = 1;                     // any other value of a table cell releases
+
+constexpr auto kTableHandler = "handle_relayStates";
+
+constexpr BankListLines kListLines = {
+    "CreateRelayTable",
+    "%s: Relay bankNames size is %d",
+    "%s: Exception GetBankNames for %d",
+    "%s: Retry for GetBankRelayCount for %d",
+    "%s: Exception in GetRelayState()",
+};
+
+constexpr BankCountLines kCountLines = {
+    kTableHandler,
+    "%s: calling GetRelayCount()...",
+    "%s: calling relayTable.size()...",
+    "%s: Updating relayTable...",
+};
+
+// The row that the SET in hand addresses. One only: of several rows in a request the last one stays.
+struct PendingRelaySet {
+    std::string bank;
+    int relayId = 0;
+    int oldState = 0;
+    int newValue = 0;
+};
+
+PendingRelaySet s_pending;
+
+}  // namespace
+
+OrvexSnmpRelay::OrvexSnmpRelay(tavos::msgbus::MsgBus& bus) : _table(*this, "relayStatesTable", true) {
+    _logger->Trace("%s: Enter", "OrvexSnmpRelay");
+    _client.reset(tavos::interfaces::IRelayV3Provider::CreateClient(&bus));
+    _logger->Information("%s: making new relay table", "OrvexSnmpRelay");
+    _table.Create();
+    _logger->Trace("%s: Done.", "OrvexSnmpRelay");
+}
+
+int OrvexSnmpRelay::GetRelayCount(int& count) const {
+    constexpr auto kName = "GetRelayCount";
+    return PlatformCall(*_logger, kName, "Exception while GetRelayCount", [&] {
+        count = _client->GetRelayCount();
+        _logger->Information("%s: count=%d", kName, count);
+    });
+}
+
+int OrvexSnmpRelay::GetRelayState(const std::string& bank, int relayId, bool& state) const {
+    constexpr auto kName = "GetRelayState";
+    return PlatformCall(*_logger, kName, "%s:Exception while GetRelayState", [&] {
+        state = _client->GetRelayState(bank, relayId);
+        _logger->Information("%s: bankName = %s relayId=%d state=%d", kName, bank.c_str(), relayId, state ? 1 : 0);
+    });
+}
+
+int OrvexSnmpRelay::SetRelay(const std::string& bank, int relayId, int value) const {
+    constexpr auto kName = "SetRelay";
+    return PlatformCall(*_logger, kName, "Exception while setting relay", [&] {
+        _client->SetRelay(bank, relayId, value);
+        _logger->Information("%s: bankName=%s relayId=%d", kName, bank.c_str(), relayId);
+    });
+}
+
+int OrvexSnmpRelay::ClearRelay(const std::string& bank, int relayId) const {
+    constexpr auto kName = "ClearRelay";
+    return PlatformCall(*_logger, kName, "Exception while clearing Relay", [&] {
+        _client->ClearRelay(bank, relayId, 0);
+        _logger->Information("%s: bankName=%s relayId=%d", kName, bank.c_str(), relayId);
+    });
+}
+
+void OrvexSnmpRelay::CreateRelayTable(bool update) {
+    BuildBankList(
+        *_logger, kListLines, update, _list, [this] { return _client->GetBankNames(); },
+        [this](const std::string& bank) { return _client->GetBankRelayCount(bank); },
+        [this](const std::string& bank, int id) { return _client->GetRelayState(bank, id); });
+}
+
+int OrvexSnmpRelay::init_relayTable(bool update) {
+    constexpr auto kName = "init_relayTable";
+    _logger->Information("%s: Enter. update=%d\n", kName, update ? 1 : 0);
+    CreateRelayTable(update);
+    if (update) {
+        _logger->Information("%s: deleting table to make new one", kName);
+        _logger->Information("%s: making new relay table", kName);
+    }
+    if (_firstTime) {
+        if (_table.Register(&OrvexSnmpRelay::handle_relayStates, OrvexSnmpOid::oid_relay,
+                            OID_LENGTH(OrvexSnmpOid::oid_relay)) != 0) {
+            _logger->Information("%s: Registration for Relay table OID not OK", kName);
+            return -1;
+        }
+        _logger->Information("%s: Registration for Relay table OID OK", kName);
+        _firstTime = false;
+    }
+    _table.ReplaceRows(_list);
+    return 0;
+}
+
+bool OrvexSnmpRelay::BeginTableRequest(netsnmp_agent_request_info*, netsnmp_request_info* requests) {
+    _logger->Trace("%s: Enter.", kTableHandler);
+    LogReceivedOid(*_logger, tavos::core::kTrace, kTableHandler, requests);
+    FollowService(
+        *_logger, kCountLines, _list, [this](int& count) { return GetRelayCount(count); },
+        [this] { init_relayTable(true); });
+    return true;
+}
+
+int OrvexSnmpRelay::ReadCell(const std::string& bank, int id) const {
+    bool state = false;
+    return GetRelayState(bank, id, state) == 0 && state ? 1 : 0;
+}
+
+// 0, or -1 for a call that failed; the line is the same for both calls.
+int OrvexSnmpRelay::Drive(const char* name, const std::string& bank, int relayId, bool energise) const {
+    const int result = energise ? SetRelay(bank, relayId, kEnergise) : ClearRelay(bank, relayId);
+    if (result == -1) _logger->Information("%s: SetRelay returned with exception", name);
+    return result;
+}
+
+// The refreshed list may be shorter than the one in which the row was found.
+void OrvexSnmpRelay::RememberRow(unsigned long row) {
+    CreateRelayTable(false);
+    if (row > _list.size()) return;
+    const auto& [place, state] = _list[row - 1];
+    s_pending.bank = place.first;
+    s_pending.relayId = place.second;
+    s_pending.oldState = state;
+}
+
+int OrvexSnmpRelay::CommitRow(netsnmp_request_info* request) const {
+    _logger->Information("%s: newRelayState in MODE_SET_COMMIT is %d", kTableHandler, s_pending.newValue);
+    if (Drive(kTableHandler, s_pending.bank, s_pending.relayId, s_pending.newValue == kEnergise) == -1) {
+        return SNMP_ERR_GENERR;
+    }
+    AnswerInteger(request, s_pending.newValue);
+    return SNMP_ERR_NOERROR;
+}
+
+int OrvexSnmpRelay::HandleCell(netsnmp_agent_request_info* info, netsnmp_request_info* request,
+                               const BankEntry& entry) {
+    switch (info->mode) {
+        case MODE_SET_RESERVE1:
+            if (request->requestvb->type != ASN_INTEGER) netsnmp_set_request_error(info, request, SNMP_ERR_WRONGTYPE);
+            return SNMP_ERR_NOERROR;
+        case MODE_SET_RESERVE2:
+            RememberRow(RequestedRow(*request));
+            return SNMP_ERR_NOERROR;
+        case MODE_SET_ACTION:
+            s_pending.newValue = ReadInteger(*request->requestvb);
+            _logger->Information("%s: newRelayValue in MODE_SET_ACTION is %d", kTableHandler, s_pending.newValue);
+            return SNMP_ERR_NOERROR;
+        case MODE_SET_COMMIT:
+            return CommitRow(request);
+        case MODE_SET_FREE:
+            return SNMP_ERR_NOERROR;
+        case MODE_SET_UNDO:
+            // Only what is remembered: the relay is not driven back.
+            s_pending.newValue = s_pending.oldState;
+            _logger->Information("%s: newRelayState in MODE_SET_UNDO is %d", kTableHandler, s_pending.newValue);
+            return SNMP_ERR_NOERROR;
+        case MODE_GET:
+        case MODE_GETNEXT:
+            return AnswerCell(*_logger, kTableHandler, request, entry,
+                              [this](const std::string& bank, int id) { return ReadCell(bank, id); });
+        default:
+            return UnknownMode(*_logger, kTableHandler, info);
+    }
+}
+
+int OrvexSnmpRelay::handle_relayStates(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                       netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    auto& relay = *GetInstance();
+    const auto& logger = relay.GetLogger();
+    if (relay._table.Pass() == BankTable::PassState::kOutside) relay.BeginTableRequest(info, requests);
+    for (auto* request = requests; request != nullptr; request = request->next) {
+        // Reads that the agent has answered already: a GETNEXT past the last row.
+        if (request->processed && IsReadMode(info)) continue;
+        logger.Information("%s: relayNumber is %d, col no is %d", kTableHandler,
+                           static_cast<int>(RequestedRow(*request)), static_cast<int>(RequestedColumn(*request)));
+        const auto* entry = RequestedEntry(relay._list, *request);
+        if (entry == nullptr) continue;
+        if (const int result = relay.HandleCell(info, request, *entry); result != SNMP_ERR_NOERROR) return result;
+    }
+    logger.Trace("%s: Done.", kTableHandler);
+    return SNMP_ERR_NOERROR;
+}
+
+int OrvexSnmpRelay::handle_outputStatus(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                        netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    constexpr auto kName = "handle_outputStatus";
+    auto& relay = *GetInstance();
+    const auto& logger = relay.GetLogger();
+    if (!BeginRead(logger, kName, info, requests, tavos::core::kInformation, tavos::core::kInformation)) {
+        return SNMP_ERR_GENERR;
+    }
+    auto& octet = relay._outputStatus;
+    bool state = false;
+    if (relay.GetRelayState(kBank, kRelay, state) == 0) {
+        octet = static_cast<std::uint8_t>(state ? octet | kOutputStatus1 : octet & ~kOutputStatus1);
+        logger.Information("%s: GetRelayState relayState=%s, RelayOne.outputStatus1=%d", kName, TruthWord(state),
+                           octet & kOutputStatus1);
+    } else {
+        logger.Error("%s: GetRelayState(%s,0,%s)returned with exception", kName, kBank.c_str(), TruthWord(state));
+    }
+    AnswerOctets(requests, &octet, sizeof octet);
+    logger.Information("%s: Done.", kName);
+    return SNMP_ERR_NOERROR;
+}
+
+int OrvexSnmpRelay::CommitControl(const char* name, netsnmp_request_info* requests) {
+    // Remembered before the relay is driven, so that an undo after a failure gives the new value back.
+    _committedControl = _control;
+    const auto received = ReadOctets<2>(*requests->requestvb);
+    if ((received[0] & kControlSelect) != 0 &&
+        Drive(name, kBank, kRelay, (received[1] & kControlEnergise) != 0) == -1) {
+        return SNMP_ERR_GENERR;
+    }
+    AnswerOctets(requests, _control);
+    return SNMP_ERR_NOERROR;
+}
+
+int OrvexSnmpRelay::handle_outputControl(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                         netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    constexpr auto kName = "handle_outputControl";
+    auto& relay = *GetInstance();
+    const auto& logger = relay.GetLogger();
+    logger.Information("%s: Enter.", kName);
+    LogReceivedOid(logger, tavos::core::kInformation, kName, requests);
+    switch (info->mode) {
+        case MODE_SET_RESERVE1:
+            if (requests->requestvb->type != ASN_OCTET_STR) {
+                netsnmp_set_request_error(info, requests, SNMP_ERR_WRONGTYPE);
+                return SNMP_ERR_WRONGTYPE;
+            }
+            break;
+        case MODE_SET_RESERVE2:
+        case MODE_SET_FREE:
+        case MODE_GETNEXT:
+            break;
+        case MODE_SET_ACTION:
+            relay._control = ReadOctets<2>(*requests->requestvb);
+            break;
+        case MODE_SET_COMMIT:
+            if (const int result = relay.CommitControl(kName, requests); result != SNMP_ERR_NOERROR) return result;
+            break;
+        case MODE_SET_UNDO:
+            relay._control = relay._committedControl;
+            break;
+        case MODE_GET:
+            relay._control = relay._committedControl;
+            AnswerOctets(requests, relay._control);
+            break;
+        default:
+            netsnmp_set_request_error(info, requests, SNMP_ERR_GENERR);
+            return SNMP_ERR_GENERR;
+    }
+    logger.Information("%s: Done.", kName);
+    return SNMP_ERR_NOERROR;
+}

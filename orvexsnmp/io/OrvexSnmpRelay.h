@@ -1,0 +1,57 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "core/OrvexSnmpBaseProvider.h"
+#include "io/BankTable.h"
+#include "tavos/interfaces/IRelayV3Provider.h"
+#include "tavos/msgbus/MsgBus.h"
+
+/// The camera's relay outputs: the table relayStatesTable (orvexEnterprise.1.3.2), whose state column drives the
+/// relays, and NTCIP 1205 outputStatus and outputControl for relay 0 of the bank "BNK2". Agent's thread only.
+class OrvexSnmpRelay final : public OrvexSnmpBaseProvider<OrvexSnmpRelay>, private BankTable::Owner {
+public:
+    /// Throws what the making of the client throws.
+    explicit OrvexSnmpRelay(tavos::msgbus::MsgBus& bus);
+    ~OrvexSnmpRelay() override = default;
+
+    // The service's operations. 0, or -1 for a call that failed; outputs are written on success only.
+    int GetRelayCount(int& count) const;
+    int GetRelayState(const std::string& bank, int relayId, bool& state) const;
+    int SetRelay(const std::string& bank, int relayId, int value) const;
+    int ClearRelay(const std::string& bank, int relayId) const;
+
+    /// The table's rows, in row order.
+    BankList* GetRelayTableVar() { return &_list; }
+
+    /// Builds the list anew from the service; with `update` all states are 0. The table's rows stay as they are.
+    void CreateRelayTable(bool update);
+
+    /// Builds the list and the table's rows anew and, the first time, registers the table. 0, or -1 when the agent
+    /// refuses the registration.
+    int init_relayTable(bool update);
+
+    static Netsnmp_Node_Handler handle_relayStates;
+    static Netsnmp_Node_Handler handle_outputStatus;
+    static Netsnmp_Node_Handler handle_outputControl;
+
+private:
+    bool BeginTableRequest(netsnmp_agent_request_info* info, netsnmp_request_info* requests) override;
+    int HandleCell(netsnmp_agent_request_info* info, netsnmp_request_info* request, const BankEntry& entry);
+    void RememberRow(unsigned long row);
+    int CommitRow(netsnmp_request_info* request) const;
+    int ReadCell(const std::string& bank, int id) const;
+    int Drive(const char* name, const std::string& bank, int relayId, bool energise) const;
+    int CommitControl(const char* name, netsnmp_request_info* requests);
+
+    std::unique_ptr<tavos::interfaces::IRelayV3Provider> _client;
+    BankList _list;
+    BankTable _table;
+    bool _firstTime = true;
+    std::array<std::uint8_t, 2> _committedControl{};  ///< outputControl as of the last commit
+    std::array<std::uint8_t, 2> _control{};           ///< outputControl of the request in hand
+    std::uint8_t _outputStatus = 0;                   ///< the last that could be read
+};

@@ -1,0 +1,287 @@
+#include "lens/OrvexSnmpFocus.h"
+
+#include <algorithm>
+#include <string>
+
+#include "core/PlatformCall.h"
+#include "lens/ScaleValues.h"
+#include "motion/PositionCommand.h"
+
+namespace {
+
+constexpr auto kHandler = "handle_positionFocusLens";
+
+constexpr double kMinPosition = 0.0;
+constexpr double kMaxPosition = 100.0;
+
+// The lens feature octets.
+constexpr std::uint8_t kAutoIris = 0x80;
+constexpr std::uint8_t kAutoFocus = 0x40;
+constexpr std::uint8_t kEnable = 0x80;  // in the control's second octet
+
+const std::string kModeKey = "[Imaging/Focus]Mode";
+const std::string kModeAuto = "Auto";
+const std::string kModeManual = "Manual";
+
+double Percent(const PositionCommand& command) {
+    return command.position * 100.0 / 65535.0;
+}
+
+// An operation that reads one percentage; `line` takes the wrapper's name and the value.
+template <class Read>
+int GetPercent(const tavos::core::Logger& logger, const char* name, const char* failure, const char* line,
+               double& percent, Read&& read) {
+    return PlatformCall(logger, name, failure, [&] {
+        percent = read();
+        logger.Information(line, name, percent);
+    });
+}
+
+}  // namespace
+
+OrvexSnmpFocus::OrvexSnmpFocus(tavos::msgbus::MsgBus& bus)
+    : _equipped(kAutoFocus), _settings(tavos::settings::TavosSettingsClient::kReadWrite) {
+    _logger->Trace("%s: Enter", "OrvexSnmpFocus");
+    _client.reset(tavos::interfaces::IFocusProvider::CreateClient(&bus));
+    _clientV2.reset(tavos::interfaces::IFocusV2Provider::CreateClient(&bus));
+    _irisClient.reset(tavos::interfaces::IIrisProvider::CreateClient(&bus));
+    _logger->Trace("%s: Done.", "OrvexSnmpFocus");
+}
+
+OrvexSnmpFocus::~OrvexSnmpFocus() {
+    _client.reset();
+    _clientV2.reset();
+    _irisClient.reset();
+}
+
+int OrvexSnmpFocus::SetAutoIrisEnabled(bool enabled) const {
+    constexpr auto kName = "SetAutoIrisEnabled";
+    return PlatformCall(*_logger, kName, "Exception while SetAutoIrisEnabled", [&] {
+        _irisClient->SetAutoIris(enabled);
+        _logger->Information("%s: SetAutoIrisEnabled(%s)", kName, TruthWord(enabled));
+    });
+}
+
+int OrvexSnmpFocus::GetAutoIrisEnabled(bool& enabled) const {
+    constexpr auto kName = "GetAutoIrisEnabled";
+    return PlatformCall(*_logger, kName, "Exception while GetAutoIrisEnabled", [&] {
+        enabled = _irisClient->GetAutoIris();
+        _logger->Information("%s: GetAutoIrisEnabled()=%s", kName, TruthWord(enabled));
+    });
+}
+
+int OrvexSnmpFocus::SetAutoFocusEnabled(bool enabled) const {
+    constexpr auto kName = "SetAutoFocusEnabled";
+    return PlatformCall(*_logger, kName, "Exception while SetAutoFocusEnabled", [&] {
+        _client->SetAutoFocus(enabled);
+        _settings.SetValue(kModeKey, enabled ? kModeAuto : kModeManual);
+        _logger->Information("%s: SetAutoFocusEnabled(%s)", kName, TruthWord(enabled));
+    });
+}
+
+int OrvexSnmpFocus::GetAutoFocusEnabled(bool& enabled) const {
+    constexpr auto kName = "GetAutoFocusEnabled";
+    return PlatformCall(*_logger, kName, "Exception while _settings.GetValue", [&] {
+        const std::string mode = _settings.GetValue(kModeKey);
+        enabled = mode != kModeManual;
+        _logger->Information("%s: _settings.GetValue([Imaging/Focus/AutoFocus]Mode) = %s,%d", kName, mode.c_str(),
+                             enabled ? 1 : 0);
+    });
+}
+
+int OrvexSnmpFocus::MoveFocus(int direction) const {
+    constexpr auto kName = "MoveFocus";
+    return PlatformCall(*_logger, kName, "Exception while MoveFocus", [&] {
+        _client->MoveFocus(direction);
+        _logger->Information("%s: -1Near,0,+1Far MoveFocus(%d)", kName, direction);
+    });
+}
+
+int OrvexSnmpFocus::AutoFocus(bool start) const {
+    constexpr auto kName = "AutoFocus";
+    return PlatformCall(*_logger, kName, "Exception while AutoFocus", [&] {
+        _clientV2->AutoFocus(start);
+        _logger->Information("%s: AutoFocus(%s)", kName, TruthWord(start));
+    });
+}
+
+int OrvexSnmpFocus::GetMinPosition(double& position) const {
+    return GetPercent(*_logger, "GetMinPosition", "Exception while GetMinPosition", "%s: GetMinPosition()=%f", position,
+                      [this] { return _clientV2->GetMinPosition(); });
+}
+
+int OrvexSnmpFocus::GetMaxPosition(double& position) const {
+    return GetPercent(*_logger, "GetMaxPosition", "Exception while GetMaxPosition", "%s: GetMaxPosition()=%f", position,
+                      [this] { return _clientV2->GetMaxPosition(); });
+}
+
+int OrvexSnmpFocus::GetMinTranslation(double& translation) const {
+    return GetPercent(*_logger, "GetMinTranslation", "Exception while GetMinTranslation", "%s: GetMinTranslation()=%f",
+                      translation, [this] { return _clientV2->GetMinTranslation(); });
+}
+
+int OrvexSnmpFocus::GetMaxTranslation(double& translation) const {
+    return GetPercent(*_logger, "GetMaxTranslation", "Exception while GetMaxTranslation", "%s: GetMaxTranslation()=%f",
+                      translation, [this] { return _clientV2->GetMaxTranslation(); });
+}
+
+int OrvexSnmpFocus::GetPosition(double& position) const {
+    return GetPercent(*_logger, "GetPosition", "Exception while GetPosition", "%s: GetPosition()=%f", position,
+                      [this] { return _clientV2->GetPosition(); });
+}
+
+int OrvexSnmpFocus::SetPosition(double position) const {
+    constexpr auto kName = "SetPosition";
+    return PlatformCall(*_logger, kName, "Exception while SetPosition", [&] {
+        _clientV2->SetPosition(position);
+        _logger->Information("%s: SetPosition(%f)", kName, position);
+    });
+}
+
+int OrvexSnmpFocus::RelativeFocus(double translation) const {
+    constexpr auto kName = "RelativeFocus";
+    return PlatformCall(*_logger, kName, "Exception while RelativeFocus", [&] {
+        _clientV2->RelativeFocus(translation);
+        _logger->Information("%s: RelativeFocus(%f)", kName, translation);
+    });
+}
+
+int OrvexSnmpFocus::ScaleValues(std::uint32_t value, std::uint32_t inMin, std::uint32_t inMax, std::uint32_t outMin,
+                                std::uint32_t outMax) const {
+    return ScaleLinearly(value, inMin, inMax, outMin, outMax);
+}
+
+// A move toward one end of the range; a later stop holds the position read at that moment.
+int OrvexSnmpFocus::CommitContinuous(const PositionCommand& command) const {
+    int result = SNMP_ERR_NOERROR;
+    if (SpeedInRange(*_logger, kHandler, command.speed)) {
+        SetPosition(command.speed < 0 ? kMaxPosition : kMinPosition);
+    } else {
+        result = SNMP_ERR_GENERR;
+    }
+    _logger->Information("%s: continuous focus=%d, speed=%d", kHandler, command.mode, command.speed);
+    return result;
+}
+
+int OrvexSnmpFocus::Commit(const PositionCommand& command, double current) const {
+    switch (command.mode) {
+        case PositionCommand::kStop:
+            return StopCommand(*_logger, kHandler, command, "%s: stop focus (%d)", "%s: stop focus speed not zero(%d)",
+                               [&] { SetPosition(current); });
+        case PositionCommand::kDelta: {
+            _logger->Information("%s: delta focus (%d)", kHandler, command.mode);
+            const double step = Percent(command);
+            const double target =
+                std::clamp(command.speed < 0 ? current - step : step + current, kMinPosition, kMaxPosition);
+            _logger->Information("%s: Delta focus newFocusPosition -> %f", kHandler, target);
+            SetPosition(target);
+            return SNMP_ERR_NOERROR;
+        }
+        case PositionCommand::kAbsolute: {
+            const double target = Percent(command);
+            _logger->Information("%s: Absolute focus newFocusPosition -> %f", kHandler, target);
+            SetPosition(target);
+            return SNMP_ERR_NOERROR;
+        }
+        case PositionCommand::kContinuous:
+            return CommitContinuous(command);
+        default:
+            // The speed, not the mode.
+            _logger->Error("%s: unknown focus mode (%d)", kHandler, command.speed);
+            return SNMP_ERR_GENERR;
+    }
+}
+
+int OrvexSnmpFocus::handle_positionFocusLens(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                             netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    auto& focus = *GetInstance();
+    double current = 0.0;
+    return HandlePosition(
+        kHandler, focus.GetLogger(), focus._lastFocus, info, requests,
+        [&](const PositionCommand&) {
+            if (focus.GetPosition(current) != 0) return;
+            focus.GetLogger().Information("%s: current focus position %0.2f", kHandler, current);
+        },
+        [&](const PositionCommand& command) { return focus.Commit(command, current); });
+}
+
+int OrvexSnmpFocus::handle_rangeFocusLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                           netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangeFocusLimit", info, requests, 0,
+                                        "%s: focusLimit=%d...");
+}
+
+int OrvexSnmpFocus::handle_timeoutFocus(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                        netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_timeoutFocus", info, requests, 0,
+                                        "%s: timeoutFocus=%d...");
+}
+
+void OrvexSnmpFocus::ApplyFeatureControl() const {
+    const auto [features, state] = _lastControl;
+    const bool enable = (state & kEnable) != 0;
+    if ((features & kAutoFocus) != 0) {
+        SetAutoFocusEnabled(enable);
+        if (enable) AutoFocus(true);
+    }
+    if ((features & kAutoIris) != 0) SetAutoIrisEnabled(enable);
+}
+
+int OrvexSnmpFocus::handle_systemLensFeatureControl(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                                    netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    constexpr auto kName = "handle_systemLensFeatureControl";
+    auto& focus = *GetInstance();
+    const auto& logger = focus.GetLogger();
+    logger.Trace("%s: Enter.", kName);
+    LogReceivedOid(logger, tavos::core::kDebug, kName, requests);
+    logger.Information("%s: last=%02x %02x", kName, focus._lastControl[0], focus._lastControl[1]);
+    if (info->mode == MODE_SET_COMMIT) {
+        focus._lastControl = ReadOctets<2>(*requests->requestvb);
+        focus.ApplyFeatureControl();
+    } else if (info->mode == MODE_GET) {
+        AnswerOctets(requests, focus._lastControl);
+    }
+    logger.Trace("%s: Done.", kName);
+    return SNMP_ERR_NOERROR;
+}
+
+int OrvexSnmpFocus::handle_systemLensFeatureStatus(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                                   netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    constexpr auto kName = "handle_systemLensFeatureStatus";
+    const auto& focus = *GetInstance();
+    const auto& logger = focus.GetLogger();
+    if (!BeginRead(logger, kName, info, requests)) return SNMP_ERR_GENERR;
+    // A feature that cannot be read counts as off.
+    bool autoFocus = false;
+    bool autoIris = false;
+    focus.GetAutoFocusEnabled(autoFocus);
+    focus.GetAutoIrisEnabled(autoIris);
+    logger.Information("%s: autoIris=%s,autoFocus=%s", kName, TruthWord(autoIris), TruthWord(autoFocus));
+    const auto status = static_cast<std::uint8_t>((autoIris ? kAutoIris : 0) | (autoFocus ? kAutoFocus : 0));
+    AnswerOctets(requests, &status, sizeof status);
+    logger.Trace("%s: Done.", kName);
+    return SNMP_ERR_NOERROR;
+}
+
+int OrvexSnmpFocus::handle_systemLensEquipped(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                              netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    constexpr auto kName = "handle_systemLensEquipped";
+    auto& focus = *GetInstance();
+    const auto& logger = focus.GetLogger();
+    int result = SNMP_ERR_NOERROR;
+    logger.Trace("%s: Enter.", kName);
+    LogReceivedOid(logger, tavos::core::kDebug, kName, requests);
+    if (info->mode == MODE_GET) {
+        AnswerOctets(requests, &focus._equipped, sizeof focus._equipped);
+    } else if (info->mode == MODE_SET_COMMIT) {
+        const auto received = ReadOctets<4>(*requests->requestvb);
+        if ((received[0] & ~kAutoFocus) == 0) {
+            focus._equipped = received[0];
+            AnswerOctets(requests, received);
+        } else {
+            result = SNMP_ERR_GENERR;
+        }
+    }
+    logger.Trace("%s: Done.", kName);
+    return result;
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+
+#include "core/OrvexSnmpBaseProvider.h"
+#include "tavos/interfaces/IFanV2Provider.h"
+#include "tavos/msgbus/MsgBus.h"
+
+/// The NTCIP 1205 camera feature objects (wiper and the like): what managers write is remembered and answered;
+/// nothing on the camera is driven. Agent's thread only.
+class OrvexSnmpWiper final : public OrvexSnmpBaseProvider<OrvexSnmpWiper> {
+public:
+    /// Throws what the making of the client throws.
+    explicit OrvexSnmpWiper(tavos::msgbus::MsgBus& bus);
+    ~OrvexSnmpWiper() override = default;
+
+    static Netsnmp_Node_Handler handle_systemCameraFeatureControl;
+    static Netsnmp_Node_Handler handle_systemCameraFeatureStatus;
+    static Netsnmp_Node_Handler handle_systemCameraEquipped;
+
+private:
+    std::unique_ptr<tavos::interfaces::IFanV2Provider> _client;
+    std::array<std::uint8_t, 2> _lastControl{};
+    std::uint8_t _equipped = 0;
+};

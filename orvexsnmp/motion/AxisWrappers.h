@@ -1,0 +1,40 @@
+#pragma once
+
+#include "core/PlatformCall.h"
+#include "motion/PositionCommand.h"
+#include "tavos/core/Logger.h"
+
+/// The wrappers that pan and tilt have alike; Client is the service interface of the axis. 0, or -1 for a call that
+/// failed or a speed that was refused.
+
+template <class Client>
+int SetAxisVelocity(const tavos::core::Logger& logger, Client& client, int speed) {
+    constexpr auto kName = "SetRelativeVelocity";
+    logger.Trace("%s: Enter.", kName);
+    double tavosSpeed;
+    if (!ScaleSpeed(logger, kName, speed, tavosSpeed)) return -1;
+    return GuardedCall(logger, kName, "Exception while SetRelativeVelocity", [&] {
+        client.SetRelativeVelocity(tavosSpeed, kTimeLimit);
+        logger.Information("%s: SetRelativeVelocity(%f,300)", kName, tavosSpeed);
+    });
+}
+
+template <class Client>
+int GetAxisVelocity(const tavos::core::Logger& logger, Client& client, double& velocity) {
+    constexpr auto kName = "GetRelativeVelocity";
+    return PlatformCall(logger, kName, "Exception while GetRelativeVelocity", [&] {
+        velocity = client.GetRelativeVelocity();
+        logger.Information("%s: velocity=%f", kName, velocity);
+    });
+}
+
+/// GetPosition, GetMinPosition and GetMaxPosition: `read` makes the call, `line` takes the wrapper's name and the
+/// value.
+template <class Value, class Read>
+int GetAxisPosition(const tavos::core::Logger& logger, const char* name, const char* failure, const char* line,
+                    Value& value, Read&& read) {
+    return PlatformCall(logger, name, failure, [&] {
+        value = read();
+        logger.Information(line, name, static_cast<int>(value));
+    });
+}

@@ -1,0 +1,161 @@
+#include "motion/OrvexSnmpPan.h"
+
+#include "core/PlatformCall.h"
+#include "motion/AxisWrappers.h"
+#include "motion/PositionCommand.h"
+
+namespace {
+
+constexpr std::int32_t kNoNorth = 65535;  // NTCIP 1205: the offset is not known
+
+// Remembered and answered, without any effect on the pan.
+std::int32_t s_trueNorthOffset = kNoNorth;
+
+constexpr AxisLines kLines = {
+    "handle_positionPan",
+    "%s: stop pan (%d)",
+    "%s: stop pan speed not zero(%d)",
+    "%s: delta pan (%d)",
+    "%s: pan positive clockwise,speed=%d,new pan=%d",
+    "%s: pan negative counter-clockwise,speed=%d,new pan=%d",
+    "%s: absolute pan (%d)",
+    "%s: absolute pan position=%d outside range",
+    "%s: continuous pan=%d, speed=%d",
+};
+
+int Commit(const OrvexSnmpPan& pan, const PositionCommand& command) {
+    bool known;
+    const int result = CommitAxisCommand(pan, kLines, command, known);
+    // The speed, not the mode.
+    if (!known) pan.GetLogger().Error("%s: unknown pan mode (%d)", kLines.name, command.speed);
+    return result;
+}
+
+}  // namespace
+
+OrvexSnmpPan::OrvexSnmpPan(tavos::msgbus::MsgBus& bus) {
+    _logger->Trace("%s: Enter", "OrvexSnmpPan");
+    _client.reset(tavos::interfaces::IPanProvider::CreateClient(&bus));
+    _logger->Trace("%s: Done.", "OrvexSnmpPan");
+}
+
+// No range check: the pan is endless.
+int OrvexSnmpPan::SetPosition(int position) const {
+    constexpr auto kName = "SetPosition";
+    return PlatformCall(*_logger, kName, "Exception while SetPosition", [&] {
+        const int target = position * kPlatformUnits;
+        _client->SetPosition(target, kTimeLimit);
+        _logger->Information("%s: SetPosition=(%d,300)", kName, target);
+    });
+}
+
+int OrvexSnmpPan::SetPositionAtSpeed(int position, int speed) const {
+    constexpr auto kName = "SetPositionAtSpeed";
+    _logger->Trace("%s: Enter.", kName);
+    double tavosSpeed;
+    if (!ScaleSpeed(*_logger, kName, speed, tavosSpeed)) return -1;
+    return GuardedCall(*_logger, kName, "Exception while SetPositionAtSpeed", [&] {
+        const int target = position * kPlatformUnits;
+        _client->SetPositionAtSpeed(target, tavosSpeed, kTimeLimit);
+        _logger->Information("%s: SetPositionAtSpeed(%d,%f,300)", kName, target, tavosSpeed);
+    });
+}
+
+int OrvexSnmpPan::GetPosition(unsigned int& position) const {
+    return GetAxisPosition(*_logger, "GetPosition", "Exception while GetPosition", "%s: currentPosition=%d", position,
+                           [this] { return _client->GetPosition(); });
+}
+
+int OrvexSnmpPan::GetMinPosition(unsigned int& limit) const {
+    return GetAxisPosition(*_logger, "GetMinPosition", "Exception while GetMinPosition", "%s: leftLimit=%d", limit,
+                           [this] { return _client->GetMinPosition(); });
+}
+
+int OrvexSnmpPan::GetMaxPosition(unsigned int& limit) const {
+    return GetAxisPosition(*_logger, "GetMaxPosition", "Exception while GetMaxPosition", "%s: rightLimit=%d", limit,
+                           [this] { return _client->GetMaxPosition(); });
+}
+
+int OrvexSnmpPan::SetRelativeVelocity(int speed) const {
+    return SetAxisVelocity(*_logger, *_client, speed);
+}
+
+int OrvexSnmpPan::GetRelativeVelocity(double& velocity) const {
+    return GetAxisVelocity(*_logger, *_client, velocity);
+}
+
+int OrvexSnmpPan::handle_positionPan(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                     netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    auto& pan = *GetInstance();
+    return HandlePosition(
+        kLines.name, pan.GetLogger(), pan._lastPan, info, requests, [](const PositionCommand&) {},
+        [&](const PositionCommand& command) { return Commit(pan, command); });
+}
+
+int OrvexSnmpPan::handle_rangePanLeftLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                           netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangePanLeftLimit", info, requests, 0);
+}
+
+int OrvexSnmpPan::handle_rangePanRightLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                            netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangePanRightLimit", info, requests, 0);
+}
+
+int OrvexSnmpPan::handle_rangePanHomePosition(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                              netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangePanHomePosition", info, requests,
+                                        65535);
+}
+
+int OrvexSnmpPan::handle_rangeMinimumPanStepAngle(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                                  netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangeMinimumPanStepAngle", info, requests,
+                                        65535);
+}
+
+int OrvexSnmpPan::handle_timeoutPan(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                    netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return AnswerConstant<std::int16_t>(GetInstance()->GetLogger(), "handle_timeoutPan", info, requests, 0);
+}
+
+int OrvexSnmpPan::handle_rangeTrueNorthOffset(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                              netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    constexpr auto kName = "handle_rangeTrueNorthOffset";
+    const auto& logger = GetInstance()->GetLogger();
+    auto* variable = requests->requestvb;
+    logger.Debug("%s: Enter.", kName);
+    int result = SNMP_ERR_NOERROR;
+    switch (info->mode) {
+        case MODE_SET_RESERVE1:
+            if (variable->type != ASN_INTEGER) {
+                result = SNMP_ERR_WRONGTYPE;
+                netsnmp_set_request_error(info, requests, result);
+            }
+            break;
+        case MODE_SET_RESERVE2:
+            if (const auto value = ReadInteger(*variable); value != 0 && value != kNoNorth) {
+                logger.Error("%s: true north offset can only be 0 or 65535", kName);
+                // The manager sees the mark, the agent's chain the result; they differ.
+                netsnmp_set_request_error(info, requests, SNMP_ERR_WRONGVALUE);
+                result = SNMP_ERR_GENERR;
+            }
+            break;
+        case MODE_SET_ACTION:
+            s_trueNorthOffset = ReadInteger(*variable);
+            break;
+        case MODE_SET_COMMIT:
+        case MODE_SET_FREE:
+        case MODE_SET_UNDO:
+        case MODE_GETNEXT:
+            break;
+        case MODE_GET:
+            AnswerInteger(requests, s_trueNorthOffset);
+            break;
+        default:
+            result = UnknownMode(logger, kName, info);
+            netsnmp_set_request_error(info, requests, result);
+    }
+    logger.Debug("%s: Done.", kName);
+    return result;
+}

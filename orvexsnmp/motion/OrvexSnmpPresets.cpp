@@ -1,0 +1,65 @@
+#include "motion/OrvexSnmpPresets.h"
+
+#include <cstdint>
+
+#include "core/PlatformCall.h"
+
+namespace {
+
+// What the two objects answer. No SET changes them.
+constexpr std::int32_t kGotoValue = 0;
+constexpr std::int32_t kStoreValue = 0;
+
+// Whatever the mode, a phase of a SET included.
+int AnswerAlways(const char* name, netsnmp_request_info* requests, std::int32_t value) {
+    const auto& logger = OrvexSnmpPresets::GetInstance()->GetLogger();
+    logger.Trace("%s: Enter.", name);
+    LogReceivedOid(logger, tavos::core::kDebug, name, requests);
+    AnswerInteger(requests, value);
+    logger.Trace("%s: Done.", name);
+    return SNMP_ERR_NOERROR;
+}
+
+}  // namespace
+
+OrvexSnmpPresets::OrvexSnmpPresets(tavos::msgbus::MsgBus& bus) {
+    _logger->Trace("%s: Enter", "OrvexSnmpPresets");
+    _client.reset(tavos::interfaces::IPresetsProvider::CreateClient(&bus));
+    _clientV2.reset(tavos::interfaces::IPresetsV2Provider::CreateClient(&bus));
+    _logger->Trace("%s: Done.", "OrvexSnmpPresets");
+}
+
+OrvexSnmpPresets::~OrvexSnmpPresets() {
+    _client.reset();
+    _clientV2.reset();
+}
+
+int OrvexSnmpPresets::GetMaxPresets(unsigned int& count) const {
+    constexpr auto kName = "GetMaxPresets";
+    return PlatformCall(*_logger, kName, "Exception while GetMaxPresets", [&] {
+        count = _clientV2->GetMaxPresets();
+        _logger->Trace("%s: count=%d", kName, static_cast<int>(count));
+    });
+}
+
+int OrvexSnmpPresets::handle_rangeMaximumPreset(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                                netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    constexpr auto kName = "handle_rangeMaximumPreset";
+    const auto& logger = GetInstance()->GetLogger();
+    if (!BeginRead(logger, kName, info, requests)) return SNMP_ERR_GENERR;
+    // Always 0: presets cannot be reached through these objects.
+    const std::uint8_t count = 0;
+    AnswerInteger(requests, count);
+    logger.Information("%s: Done.", kName);
+    return SNMP_ERR_NOERROR;
+}
+
+int OrvexSnmpPresets::handle_presetGotoPosition(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                                netsnmp_agent_request_info*, netsnmp_request_info* requests) {
+    return AnswerAlways("handle_presetGotoPosition", requests, kGotoValue);
+}
+
+int OrvexSnmpPresets::handle_presetStorePosition(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                                 netsnmp_agent_request_info*, netsnmp_request_info* requests) {
+    return AnswerAlways("handle_presetStorePosition", requests, kStoreValue);
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <memory>
+
+#include "core/OrvexSnmpBaseProvider.h"
+#include "tavos/interfaces/IPresetsProvider.h"
+#include "tavos/interfaces/IPresetsV2Provider.h"
+#include "tavos/msgbus/MsgBus.h"
+
+/// The NTCIP 1205 preset objects. They are answered, not acted on: a SET moves nothing and stores nothing. Agent's
+/// thread only.
+class OrvexSnmpPresets final : public OrvexSnmpBaseProvider<OrvexSnmpPresets> {
+public:
+    /// Throws what the making of a client throws.
+    explicit OrvexSnmpPresets(tavos::msgbus::MsgBus& bus);
+    ~OrvexSnmpPresets() override;
+
+    /// How many presets the camera has. 0, or -1 for a call that failed, with `count` left alone.
+    int GetMaxPresets(unsigned int& count) const;
+
+    static Netsnmp_Node_Handler handle_rangeMaximumPreset;
+    static Netsnmp_Node_Handler handle_presetGotoPosition;
+    static Netsnmp_Node_Handler handle_presetStorePosition;
+
+private:
+    std::unique_ptr<tavos::interfaces::IPresetsProvider> _client;
+    std::unique_ptr<tavos::interfaces::IPresetsV2Provider> _clientV2;
+};

@@ -1,0 +1,129 @@
+#include "motion/OrvexSnmpTilt.h"
+
+#include "core/PlatformCall.h"
+#include "motion/AxisWrappers.h"
+#include "motion/PositionCommand.h"
+
+namespace {
+
+constexpr AxisLines kLines = {
+    "handle_positionTilt",
+    "%s: stop tilt (%d)",
+    "%s: stop tilt speed not zero(%d)",
+    "%s: delta tilt (%d)",
+    "%s: tilt upward,speed=%d,new tilt=%d",
+    "%s: tilt downward,speed=%d,new tilt=%d",
+    "%s: absolute tilt (%d)",
+    "%s: absolute tilt position=%d outside range",
+    "%s: continuous tilt=%d, speed=%d",
+};
+
+int Commit(const OrvexSnmpTilt& tilt, const PositionCommand& command) {
+    bool known;
+    const int result = CommitAxisCommand(tilt, kLines, command, known);
+    if (!known) tilt.GetLogger().Error("%s: unknown tilt mode (%d)", kLines.name, command.mode);
+    return result;
+}
+
+// The second quadrant repeats the first; it is not its mirror image.
+int SignedAngle(int position) {
+    if (position <= 8999) return position;
+    if (position <= 17999) return position - 9000;
+    if (position <= 26999) return 18000 - position;
+    return position - 36000;
+}
+
+}  // namespace
+
+OrvexSnmpTilt::OrvexSnmpTilt(tavos::msgbus::MsgBus& bus)
+    : _client(tavos::interfaces::IAxisProvider::CreateClient(&bus, "tilt")) {
+    _logger->Trace("%s: Enter", "OrvexSnmpTilt");
+    _logger->Trace("%s: Done.", "OrvexSnmpTilt");
+}
+
+bool OrvexSnmpTilt::MapPosition(const char* name, int position, int& tavosPosition) const {
+    if (position > static_cast<int>(kGreatestPosition)) {
+        _logger->Error("%s: position=%d outside NTCIP range of 0 - 35999", name, position);
+        return false;
+    }
+    tavosPosition = SignedAngle(position) * kPlatformUnits;
+    _logger->Information("%s: NTCIP position %d, tavosposition %d", name, position, tavosPosition);
+    return true;
+}
+
+int OrvexSnmpTilt::SetPosition(int position) const {
+    constexpr auto kName = "SetPosition";
+    _logger->Trace("%s: Enter.", kName);
+    int target;
+    if (!MapPosition(kName, position, target)) return -1;
+    return GuardedCall(*_logger, kName, "Exception while SetPosition", [&] {
+        _client->SetPosition(target, kTimeLimit);
+        _logger->Information("%s: SetPosition=(%d,300)", kName, target);
+    });
+}
+
+int OrvexSnmpTilt::SetPositionAtSpeed(int position, int speed) const {
+    constexpr auto kName = "SetPositionAtSpeed";
+    _logger->Trace("%s: Enter.", kName);
+    double tavosSpeed;
+    int target;
+    if (!ScaleSpeed(*_logger, kName, speed, tavosSpeed)) return -1;
+    if (!MapPosition(kName, position, target)) return -1;
+    return GuardedCall(*_logger, kName, "Exception while SetPositionAtSpeed", [&] {
+        _client->SetPositionAtSpeed(target, tavosSpeed, kTimeLimit);
+        // The NTCIP position, not the platform's.
+        _logger->Information("%s: SetPositionAtSpeed(%d,%f, 300)", kName, position, tavosSpeed);
+    });
+}
+
+int OrvexSnmpTilt::GetPosition(unsigned int& position) const {
+    return GetAxisPosition(*_logger, "GetPosition", "Exception while GetPosition", "%s: currentTilt=%d", position,
+                           [this] { return _client->GetPosition(); });
+}
+
+int OrvexSnmpTilt::SetRelativeVelocity(int speed) const {
+    return SetAxisVelocity(*_logger, *_client, speed);
+}
+
+int OrvexSnmpTilt::GetRelativeVelocity(double& velocity) const {
+    return GetAxisVelocity(*_logger, *_client, velocity);
+}
+
+int OrvexSnmpTilt::GetMinPosition(int& limit) const {
+    return GetAxisPosition(*_logger, "GetMinPosition", "Exception while GetMinPosition", "%s: topLimit=%d", limit,
+                           [this] { return _client->GetMinPosition(); });
+}
+
+int OrvexSnmpTilt::GetMaxPosition(int& limit) const {
+    return GetAxisPosition(*_logger, "GetMaxPosition", "Exception while GetMaxPosition", "%s: bottomLimit=%d", limit,
+                           [this] { return _client->GetMaxPosition(); });
+}
+
+int OrvexSnmpTilt::handle_positionTilt(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                       netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    auto& tilt = *GetInstance();
+    return HandlePosition(
+        kLines.name, tilt.GetLogger(), tilt._lastTilt, info, requests, [](const PositionCommand&) {},
+        [&](const PositionCommand& command) { return Commit(tilt, command); });
+}
+
+int OrvexSnmpTilt::handle_rangeTiltUpLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                           netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return AnswerConstant<std::int16_t>(GetInstance()->GetLogger(), "handle_rangeTiltUpLimit", info, requests, 0);
+}
+
+int OrvexSnmpTilt::handle_rangeTiltDownLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                             netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return AnswerConstant<std::int16_t>(GetInstance()->GetLogger(), "handle_rangeTiltDownLimit", info, requests, 0);
+}
+
+int OrvexSnmpTilt::handle_rangeMinimumTiltStepAngle(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                                    netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangeMinimumTiltStepAngle", info, requests,
+                                        65535);
+}
+
+int OrvexSnmpTilt::handle_timeoutTilt(netsnmp_mib_handler*, netsnmp_handler_registration*,
+                                      netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_timeoutTilt", info, requests, 0);
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "core/OrvexSnmpBaseProvider.h"
+#include "tavos/interfaces/IAxisProvider.h"
+#include "tavos/msgbus/MsgBus.h"
+
+/// The NTCIP 1205 tilt objects, on the platform's axis "tilt". Agent's thread only.
+/// NTCIP positions: 0 to 35999, hundredths of a degree on a circle; the platform's are signed angles.
+class OrvexSnmpTilt final : public OrvexSnmpBaseProvider<OrvexSnmpTilt> {
+public:
+    /// Throws what the making of the client throws.
+    explicit OrvexSnmpTilt(tavos::msgbus::MsgBus& bus);
+    ~OrvexSnmpTilt() override = default;
+
+    /// The four octets of the last command, as received.
+    int GetLastTilt() const { return static_cast<int>(_lastTilt); }
+    void SetLastTilt(int last) { _lastTilt = static_cast<std::uint32_t>(last); }
+
+    // The service's operations. 0, or -1 for a call that failed or was refused; outputs are written on success only.
+    int SetPosition(int position) const;
+    int SetPositionAtSpeed(int position, int speed) const;
+    int GetPosition(unsigned int& position) const;  ///< platform units, the 32 bits of a signed angle
+    int SetRelativeVelocity(int speed) const;
+    int GetRelativeVelocity(double& velocity) const;
+    int GetMinPosition(int& limit) const;
+    int GetMaxPosition(int& limit) const;
+
+    static Netsnmp_Node_Handler handle_positionTilt;
+    static Netsnmp_Node_Handler handle_rangeTiltUpLimit;
+    static Netsnmp_Node_Handler handle_rangeTiltDownLimit;
+    static Netsnmp_Node_Handler handle_rangeMinimumTiltStepAngle;
+    static Netsnmp_Node_Handler handle_timeoutTilt;
+
+private:
+    /// The platform position of an NTCIP position, by quadrant. False, with an Error line, above 35999; negative
+    /// positions are let through.
+    bool MapPosition(const char* name, int position, int& tavosPosition) const;
+
+    std::unique_ptr<tavos::interfaces::IAxisProvider> _client;
+    std::uint32_t _lastTilt = 0;
+};

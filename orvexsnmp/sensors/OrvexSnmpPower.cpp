@@ -1,0 +1,25 @@
+#include "sensors/OrvexSnmpPower.h"
+
+#include "core/PlatformCall.h"
+
+OrvexSnmpPower::OrvexSnmpPower(tavos::msgbus::MsgBus& bus) {
+    _logger->Trace("%s: Enter", "OrvexSnmpPower");
+    _client.reset(tavos::interfaces::IPowerV2Provider::CreateClient(&bus));
+    _client->OnPowerStatusChange().AddHandler(tavos::core::CreateDelegate(this, &OrvexSnmpPower::SendPowerTrap));
+    _logger->Trace("%s: Done.", "OrvexSnmpPower");
+}
+
+int OrvexSnmpPower::GetMibIntData(int& value, unsigned char& type) const {
+    constexpr auto kName = "GetMibIntData";
+    type = ASN_INTEGER;
+    _logger->Trace("%s: Enter.", kName);
+    // No exit trace here.
+    return CaughtCall(*_logger, kName, "%s: Exception in GetPowerStatus call", [&] {
+        value = _client->GetPowerStatus();
+        _logger->Information("%s: GetPowerStatus returned %d.", kName, value);
+    });
+}
+
+void OrvexSnmpPower::SendPowerTrap(int status) {
+    SendTrap(OrvexSnmpOid::oid_power, OID_LENGTH(OrvexSnmpOid::oid_power), status);
+}

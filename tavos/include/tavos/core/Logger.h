@@ -4,6 +4,8 @@
 #include <cstdarg>
 #include <string>
 
+#include "tavos/Api.h"
+
 namespace tavos::core {
 
 class IniFile;
@@ -13,7 +15,7 @@ enum LogLevel : int { kError = 3, kInformation = 6, kDebug = 7, kTrace = 8 };
 
 /// Printf-style logger. All loggers of a process share one level and one set of appenders; the name only tells the
 /// lines apart. Every member may be called from any thread. Nothing here throws, ConfigureLogging excepted.
-class Logger {
+class TAVOS_API Logger {
 public:
     /// The logger of that name, made at its first use. Owned by the platform, valid until the process ends.
     static Logger* GetLogger(const char* name);

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 class IMsgBus;
 }
@@ -10,7 +12,7 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// Alarm inputs in named banks, org.tavos.Alarm3. Inputs of a bank are numbered from 0.
-class IAlarmV3Provider {
+class TAVOS_API IAlarmV3Provider {
 public:
     /// A client owned by the caller.
     static IAlarmV3Provider* CreateClient(msgbus::IMsgBus* bus);

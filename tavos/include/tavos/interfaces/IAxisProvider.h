@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 class IMsgBus;
 }
@@ -10,7 +12,7 @@ namespace tavos::interfaces {
 
 /// An axis with two ends, org.tavos.Axis1.NAME (the desk camera has "tilt"). Positions are signed thousandths of a
 /// degree, positive upwards; speeds, velocities and time limits as in IPanProvider.
-class IAxisProvider {
+class TAVOS_API IAxisProvider {
 public:
     /// A client of the axis of that name, owned by the caller.
     static IAxisProvider* CreateClient(msgbus::IMsgBus* bus, const char* axis);

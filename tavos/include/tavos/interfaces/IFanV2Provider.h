@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 class IMsgBus;
 }
@@ -7,7 +9,7 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// The dome's fan, org.tavos.Fan2.
-class IFanV2Provider {
+class TAVOS_API IFanV2Provider {
 public:
     /// A client owned by the caller.
     static IFanV2Provider* CreateClient(msgbus::IMsgBus* bus);

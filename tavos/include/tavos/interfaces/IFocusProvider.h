@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 class IMsgBus;
 }
@@ -7,7 +9,7 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// The focus drive, org.tavos.Focus1.
-class IFocusProvider {
+class TAVOS_API IFocusProvider {
 public:
     /// A client owned by the caller.
     static IFocusProvider* CreateClient(msgbus::IMsgBus* bus);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 class IMsgBus;
 }
@@ -7,7 +9,7 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// The positioned focus drive, org.tavos.Focus2. Positions and translations are percentages, 0.0 to 100.0.
-class IFocusV2Provider {
+class TAVOS_API IFocusV2Provider {
 public:
     /// A client owned by the caller.
     static IFocusV2Provider* CreateClient(msgbus::IMsgBus* bus);

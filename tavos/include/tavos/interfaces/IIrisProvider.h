@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 class IMsgBus;
 }
@@ -7,7 +9,7 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// The iris, org.tavos.Iris1.
-class IIrisProvider {
+class TAVOS_API IIrisProvider {
 public:
     /// A client owned by the caller.
     static IIrisProvider* CreateClient(msgbus::IMsgBus* bus);

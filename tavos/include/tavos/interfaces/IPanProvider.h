@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 class IMsgBus;
 }
@@ -13,7 +15,7 @@ namespace tavos::interfaces {
 /// a positioned move stands for the axis's own speed. A time limit, in seconds, ends a move that lasts longer.
 /// Here as in every service interface: operations are synchronous, throw tavos::osa::Exception when the service is
 /// missing, refuses, or does not answer in time, and may be called from any thread, one call at a time.
-class IPanProvider {
+class TAVOS_API IPanProvider {
 public:
     /// A client owned by the caller. Works also while the service is missing; only its operations then throw.
     static IPanProvider* CreateClient(msgbus::IMsgBus* bus);

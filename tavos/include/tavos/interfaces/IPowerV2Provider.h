@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tavos/Api.h"
 #include "tavos/core/Event.h"
 
 namespace tavos::msgbus {
@@ -9,7 +10,7 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// The power supply's supervision, org.tavos.Power2. Status codes: 0 mains, 1 backup, 2 failing.
-class IPowerV2Provider {
+class TAVOS_API IPowerV2Provider {
 public:
     /// A client owned by the caller.
     static IPowerV2Provider* CreateClient(msgbus::IMsgBus* bus);

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 class IMsgBus;
 }
@@ -9,7 +11,7 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// Stored positions, org.tavos.Presets2.
-class IPresetsV2Provider {
+class TAVOS_API IPresetsV2Provider {
 public:
     /// A client owned by the caller.
     static IPresetsV2Provider* CreateClient(msgbus::IMsgBus* bus);

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 class IMsgBus;
 }
@@ -10,7 +12,7 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// Relay outputs in named banks, org.tavos.Relay3. Relays of a bank are numbered from 0.
-class IRelayV3Provider {
+class TAVOS_API IRelayV3Provider {
 public:
     /// A client owned by the caller.
     static IRelayV3Provider* CreateClient(msgbus::IMsgBus* bus);

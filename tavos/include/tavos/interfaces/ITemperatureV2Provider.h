@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tavos/Api.h"
 #include "tavos/core/Event.h"
 
 namespace tavos::msgbus {
@@ -9,7 +10,7 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// Temperature sensors, numbered from 0, org.tavos.Temperature2. Whole degrees Celsius, signed.
-class ITemperatureV2Provider {
+class TAVOS_API ITemperatureV2Provider {
 public:
     /// A client owned by the caller.
     static ITemperatureV2Provider* CreateClient(msgbus::IMsgBus* bus);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tavos/Api.h"
 #include "tavos/core/Event.h"
 
 namespace tavos::msgbus {
@@ -9,7 +10,7 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// The supply voltage's supervision, org.tavos.Voltage2. Status codes: 0 normal, 1 low, 2 high.
-class IVoltageV2Provider {
+class TAVOS_API IVoltageV2Provider {
 public:
     /// A client owned by the caller.
     static IVoltageV2Provider* CreateClient(msgbus::IMsgBus* bus);

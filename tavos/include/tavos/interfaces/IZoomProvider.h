@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 class IMsgBus;
 }
@@ -9,7 +11,7 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// The zoom lens, org.tavos.Zoom1. Magnifications are in thousandths: 1000 is 1.0x. Time limits are in seconds.
-class IZoomProvider {
+class TAVOS_API IZoomProvider {
 public:
     /// A client owned by the caller.
     static IZoomProvider* CreateClient(msgbus::IMsgBus* bus);

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 class ServiceHost;
 }
@@ -26,19 +28,19 @@ class IFanV2Provider;
 /// Puts a service on the bus under its well-known name and returns that name. The bus's calls become calls of
 /// `service` on the host's thread, what those throw becomes the caller's error, and what its events fire on that
 /// thread becomes signals. `service` must outlive the host. Throws tavos::osa::Exception when the name is taken.
-std::string Serve(msgbus::ServiceHost& host, IPanProvider& service);
-std::string Serve(msgbus::ServiceHost& host, IAxisProvider& service, const char* axis);
-std::string Serve(msgbus::ServiceHost& host, IZoomProvider& service);
-std::string Serve(msgbus::ServiceHost& host, IFocusProvider& service);
-std::string Serve(msgbus::ServiceHost& host, IFocusV2Provider& service);
-std::string Serve(msgbus::ServiceHost& host, IIrisProvider& service);
-std::string Serve(msgbus::ServiceHost& host, IPresetsProvider& service);
-std::string Serve(msgbus::ServiceHost& host, IPresetsV2Provider& service);
-std::string Serve(msgbus::ServiceHost& host, IAlarmV3Provider& service);
-std::string Serve(msgbus::ServiceHost& host, IRelayV3Provider& service);
-std::string Serve(msgbus::ServiceHost& host, ITemperatureV2Provider& service);
-std::string Serve(msgbus::ServiceHost& host, IVoltageV2Provider& service);
-std::string Serve(msgbus::ServiceHost& host, IPowerV2Provider& service);
-std::string Serve(msgbus::ServiceHost& host, IFanV2Provider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IPanProvider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IAxisProvider& service, const char* axis);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IZoomProvider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IFocusProvider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IFocusV2Provider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IIrisProvider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IPresetsProvider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IPresetsV2Provider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IAlarmV3Provider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IRelayV3Provider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, ITemperatureV2Provider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IVoltageV2Provider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IPowerV2Provider& service);
+TAVOS_API std::string Serve(msgbus::ServiceHost& host, IFanV2Provider& service);
 
 }  // namespace tavos::interfaces

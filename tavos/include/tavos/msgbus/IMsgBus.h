@@ -1,11 +1,13 @@
 #pragma once
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 
 class Connection;  // the host's own; a client library that speaks another bus has another
 
 /// The message bus as the service clients see it. A client keeps the pointer: the bus must outlive its clients.
-class IMsgBus {
+class TAVOS_API IMsgBus {
 public:
     virtual ~IMsgBus() = default;
 

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "tavos/Api.h"
 #include "tavos/msgbus/IMsgBus.h"
 
 namespace tavos::msgbus {
@@ -9,7 +10,7 @@ namespace tavos::msgbus {
 /// A process's end of the message bus, spoken to the address in the environment's TAVOS_BUS_ADDRESS, or to the
 /// system bus without it. Construction never fails: a bus that is missing makes the calls throw, until it is there.
 /// Calls wait 500 ms for their answer, or as many milliseconds as the environment's TAVOS_CALL_TIMEOUT_MS says.
-class MsgBus final : public IMsgBus {
+class TAVOS_API MsgBus final : public IMsgBus {
 public:
     MsgBus();
     /// Ends the event thread; returns when no delegate runs any more.

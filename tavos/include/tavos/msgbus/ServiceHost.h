@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tavos/Api.h"
+
 namespace tavos::msgbus {
 
 /// One call as it arrived at a service.
@@ -21,7 +23,7 @@ enum class Treatment { kServe, kFail, kHang };
 
 /// The other end of the bus: a process's services. Everything runs on the thread that calls Process; no member may
 /// be called from another. After a restart of the bus the host connects again and takes its names back.
-class ServiceHost {
+class TAVOS_API ServiceHost {
 public:
     /// `address` as TAVOS_BUS_ADDRESS (see MsgBus); empty: the system bus. Throws tavos::osa::Exception when the bus
     /// does not answer.

@@ -3,10 +3,12 @@
 #include <exception>
 #include <string>
 
+#include "tavos/Api.h"
+
 namespace tavos::osa {
 
 /// What every failure of the platform is thrown as. The text is formatted as printf does.
-class Exception : public std::exception {
+class TAVOS_API Exception : public std::exception {
 public:
     explicit Exception(const char* format, ...) __attribute__((format(printf, 2, 3)));
     const char* what() const noexcept override { return _text.c_str(); }

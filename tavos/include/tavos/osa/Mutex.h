@@ -4,13 +4,15 @@
 #include <mutex>
 #include <string>
 
+#include "tavos/Api.h"
+
 namespace tavos::osa {
 
 /// Waits without end when handed to Mutex::Lock.
 constexpr std::uint32_t kWaitForever = 0xFFFFFFFF;
 
 /// A mutex with a name for the person who debugs it. Not recursive.
-class Mutex {
+class TAVOS_API Mutex {
 public:
     explicit Mutex(const char* name) : _name(name) {}
     Mutex(const Mutex&) = delete;

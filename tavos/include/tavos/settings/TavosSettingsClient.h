@@ -3,6 +3,8 @@
 #include <memory>
 #include <string>
 
+#include "tavos/Api.h"
+
 namespace tavos::core {
 class IniFile;
 }
@@ -15,7 +17,7 @@ namespace tavos::settings {
 /// tavos::osa::Exception with the file's name and the reason when the store is missing, damaged or busy for more
 /// than a second, and tries to open it anew the next time. A value that SetValue returned for survives a kill and a
 /// loss of power. One client is for one thread at a time.
-class TavosSettingsClient {
+class TAVOS_API TavosSettingsClient {
 public:
     enum OperationMode : int {
         kReadOnly = 0,

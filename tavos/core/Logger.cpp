@@ -1,0 +1,255 @@
+#include "tavos/core/Logger.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <spdlog/details/log_msg.h>
+#include <spdlog/details/null_mutex.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/base_sink.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "tavos/core/IniFile.h"
+#include "tavos/osa/Exception.h"
+
+namespace tavos::core {
+
+namespace {
+
+/// Keeps a write to a pipe that nobody reads from killing the process.
+class PipeSignalBlocked {
+public:
+    PipeSignalBlocked() {
+        sigset_t pending;
+        sigpending(&pending);
+        _wasPending = sigismember(&pending, SIGPIPE) == 1;
+        sigemptyset(&_pipe);
+        sigaddset(&_pipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &_pipe, &_before);
+    }
+    ~PipeSignalBlocked() {
+        const timespec now{0, 0};
+        if (_broken && !_wasPending) sigtimedwait(&_pipe, nullptr, &now);
+        pthread_sigmask(SIG_SETMASK, &_before, nullptr);
+    }
+    PipeSignalBlocked(const PipeSignalBlocked&) = delete;
+    PipeSignalBlocked& operator=(const PipeSignalBlocked&) = delete;
+
+    void Broken() { _broken = true; }
+
+private:
+    sigset_t _pipe{};
+    sigset_t _before{};
+    bool _wasPending = false;
+    bool _broken = false;
+};
+
+/// Writes each line with one write, so that nothing is left in a buffer when the process is killed. What cannot be
+/// written is lost: a full disk is no reason for the camera to stop.
+class DescriptorSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
+public:
+    DescriptorSink(int descriptor, bool owned) : _descriptor(descriptor), _owned(owned) {
+        set_formatter_(std::make_unique<spdlog::pattern_formatter>("%Y-%m-%d %H:%M:%S.%e %n %v"));
+    }
+    ~DescriptorSink() override {
+        if (_owned) close(_descriptor);
+    }
+    DescriptorSink(const DescriptorSink&) = delete;
+    DescriptorSink& operator=(const DescriptorSink&) = delete;
+
+private:
+    void sink_it_(const spdlog::details::log_msg& message) override {
+        spdlog::memory_buf_t line;
+        formatter_->format(message, line);
+        PipeSignalBlocked guard;
+        const char* rest = line.data();
+        const char* const end = rest + line.size();
+        while (rest != end) {
+            const ssize_t written = write(_descriptor, rest, static_cast<std::size_t>(end - rest));
+            if (written > 0) {
+                rest += written;
+            } else if (written == 0 || errno != EINTR) {
+                if (written < 0 && errno == EPIPE) guard.Broken();
+                return;
+            }
+        }
+    }
+    void flush_() override {}
+
+    int _descriptor;
+    bool _owned;
+};
+
+constexpr const char* kStandardOutput = "";  // no file has this path
+
+using Appenders = std::map<std::string, spdlog::sink_ptr>;  // by path
+
+struct State {
+    State() { appenders[kStandardOutput] = std::make_shared<DescriptorSink>(STDOUT_FILENO, false); }
+
+    std::mutex mutex;  // guards all below, and the writing of lines
+    Appenders appenders;
+    std::map<std::string, std::unique_ptr<Logger>> loggers;
+    bool overridden = false;
+};
+
+/// Never destroyed: loggers are used until the very end of the process.
+State& Shared() {
+    static State* const state = [] {
+        auto* const made = new State;
+        // A child gets the mutex as it is at the fork, so nobody else may hold it then.
+        pthread_atfork([] { Shared().mutex.lock(); }, [] { Shared().mutex.unlock(); }, [] { Shared().mutex.unlock(); });
+        return made;
+    }();
+    return *state;
+}
+
+std::optional<int> Number(const std::string& text) {
+    int number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end) return std::nullopt;
+    return number;
+}
+
+spdlog::sink_ptr OpenFile(const std::string& path) {
+    const int descriptor = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0640);
+    if (descriptor < 0) throw osa::Exception("log.file %s: %s", path.c_str(), std::strerror(errno));
+    return std::make_shared<DescriptorSink>(descriptor, true);
+}
+
+const char* LevelWord(int level) {
+    if (level <= kError) return "Error";
+    if (level <= kInformation) return "Information";
+    return level <= kDebug ? "Debug" : "Trace";
+}
+
+std::string Formatted(const char* format, va_list arguments) {
+    va_list again;
+    va_copy(again, arguments);
+    char buffer[512];
+    const int length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
+    std::string text;
+    if (length < 0) {
+        text = format;
+    } else if (static_cast<std::size_t>(length) < sizeof buffer) {
+        text.assign(buffer, static_cast<std::size_t>(length));
+    } else {
+        text.resize(static_cast<std::size_t>(length) + 1);
+        std::vsnprintf(text.data(), text.size(), format, again);
+        text.pop_back();
+    }
+    va_end(again);
+    return text;
+}
+
+}  // namespace
+
+std::atomic<int> Logger::s_level{kError};
+
+Logger* Logger::GetLogger(const char* name) {
+    State& state = Shared();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    auto& logger = state.loggers[name];
+    if (!logger) logger = std::make_unique<Logger>(name);
+    return logger.get();
+}
+
+void Logger::ClearAppenders() {
+    State& state = Shared();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    state.appenders.clear();
+}
+
+void Logger::ConfigureLogging(const IniFile& ini, const char* section) {
+    std::optional<int> level;
+    if (ini.HasValue(section, "log.level")) {
+        const std::string text = ini.GetValue(section, "log.level");
+        level = Number(text);
+        if (!level) throw osa::Exception("log.level is no number: \"%s\"", text.c_str());
+    }
+    const bool toStandardOutput = ini.GetValue(section, "log.stdout") == "true";
+    const std::string file = ini.GetValue(section, "log.file");
+
+    State& state = Shared();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    Appenders appenders = state.appenders;
+    if (toStandardOutput && appenders.count(kStandardOutput) == 0) {
+        appenders[kStandardOutput] = std::make_shared<DescriptorSink>(STDOUT_FILENO, false);
+    }
+    if (!file.empty() && appenders.count(file) == 0) appenders[file] = OpenFile(file);
+    state.appenders.swap(appenders);
+    if (level && !state.overridden) s_level = *level;
+}
+
+void Logger::EnableDebugLogging() {
+    const char* const text = std::getenv("TAVOS_LOG_LEVEL");
+    const auto level = text ? Number(text) : std::nullopt;
+    if (!level) return;
+    State& state = Shared();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    state.overridden = true;
+    s_level = *level;
+}
+
+void Logger::LogMessageV(int level, const char* format, va_list arguments) const {
+    try {
+        std::string text = LevelWord(level);
+        text += ' ';
+        text += Formatted(format, arguments);
+        if (text.back() == '\n') text.pop_back();
+        State& state = Shared();
+        std::lock_guard<std::mutex> lock(state.mutex);
+        // Taken under the lock, so that the lines' times never run backwards.
+        const spdlog::details::log_msg message(_name, spdlog::level::info, text);
+        for (const auto& [path, sink] : state.appenders) sink->log(message);
+    } catch (...) {
+        // A line that cannot be written is lost.
+    }
+}
+
+void Logger::Error(const char* format, ...) const {
+    if (!IsEnabled(kError)) return;
+    va_list arguments;
+    va_start(arguments, format);
+    LogMessageV(kError, format, arguments);
+    va_end(arguments);
+}
+
+void Logger::Information(const char* format, ...) const {
+    if (!IsEnabled(kInformation)) return;
+    va_list arguments;
+    va_start(arguments, format);
+    LogMessageV(kInformation, format, arguments);
+    va_end(arguments);
+}
+
+void Logger::Debug(const char* format, ...) const {
+    if (!IsEnabled(kDebug)) return;
+    va_list arguments;
+    va_start(arguments, format);
+    LogMessageV(kDebug, format, arguments);
+    va_end(arguments);
+}
+
+void Logger::Trace(const char* format, ...) const {
+    if (!IsEnabled(kTrace)) return;
+    va_list arguments;
+    va_start(arguments, format);
+    LogMessageV(kTrace, format, arguments);
+    va_end(arguments);
+}
+
+}  // namespace tavos::core

@@ -1,0 +1,62 @@
+#include "tavos/msgbus/Bus.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "tavos/core/Logger.h"
+#include "tavos/osa/Exception.h"
+
+namespace tavos::msgbus {
+
+namespace {
+
+std::string SystemBus() {
+    const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    return address && *address ? address : "unix:path=/run/dbus/system_bus_socket";
+}
+
+}  // namespace
+
+void CheckBus(int result) {
+    if (result < 0) throw osa::Exception("%s", std::strerror(-result));
+}
+
+std::uint64_t MicrosecondsUntil(Clock::time_point until) {
+    const auto left = std::chrono::duration_cast<std::chrono::microseconds>(until - Clock::now()).count();
+    return left < 1 ? 1 : static_cast<std::uint64_t>(left);
+}
+
+BusPtr OpenBus(const std::string& address, Clock::time_point until) {
+    sd_bus* made = nullptr;
+    CheckBus(sd_bus_new(&made));
+    BusPtr bus(made);
+    CheckBus(sd_bus_set_address(made, (address.empty() ? SystemBus() : address).c_str()));
+    CheckBus(sd_bus_set_bus_client(made, 1));
+    CheckBus(sd_bus_start(made));
+    // The library itself would wait up to 90 s for the bus's welcome.
+    for (;;) {
+        const int ready = sd_bus_is_ready(made);
+        CheckBus(ready);
+        if (ready > 0) return bus;
+        if (Clock::now() >= until) throw osa::Exception("no answer in time");
+        const int progress = sd_bus_process(made, nullptr);
+        CheckBus(progress);
+        if (progress > 0) continue;
+        const int waited = sd_bus_wait(made, MicrosecondsUntil(until));
+        if (waited != -EINTR) CheckBus(waited);
+    }
+}
+
+void Reachability::Lost(const char* reason) {
+    if (_lost.exchange(true)) return;
+    core::Logger::GetLogger("tavos")->Error("the message bus%s%s cannot be reached: %s", _address.empty() ? "" : " at ",
+                                            _address.c_str(), reason);
+}
+
+void Reachability::Found() {
+    if (!_lost.exchange(false)) return;
+    core::Logger::GetLogger("tavos")->Information("the message bus%s%s is reachable again",
+                                                  _address.empty() ? "" : " at ", _address.c_str());
+}
+
+}  // namespace tavos::msgbus

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace tavos::msgbus {
+
+using Clock = std::chrono::steady_clock;
+
+struct BusCloser {
+    // Without a flush: that would wait for a bus that has stopped reading.
+    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+};
+using BusPtr = std::unique_ptr<sd_bus, BusCloser>;
+
+struct SlotRelease {
+    void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
+};
+using SlotPtr = std::unique_ptr<sd_bus_slot, SlotRelease>;
+
+struct MessageRelease {
+    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using MessagePtr = std::unique_ptr<sd_bus_message, MessageRelease>;
+
+class BusError {
+public:
+    BusError() = default;
+    ~BusError() { sd_bus_error_free(&_error); }
+    BusError(const BusError&) = delete;
+    BusError& operator=(const BusError&) = delete;
+    sd_bus_error* operator&() { return &_error; }
+    bool Is(const char* name) const { return sd_bus_error_has_name(&_error, name) > 0; }
+    const char* Message() const { return _error.message ? _error.message : _error.name; }
+
+private:
+    sd_bus_error _error{};
+};
+
+/// Throws tavos::osa::Exception with the reason when `result` is negative.
+void CheckBus(int result);
+
+/// Microseconds from now until `until`, at least 1: the bus library takes 0 for its own default.
+std::uint64_t MicrosecondsUntil(Clock::time_point until);
+
+/// A connection that is ready for use. Throws tavos::osa::Exception with the reason when there is none by `until`.
+BusPtr OpenBus(const std::string& address, Clock::time_point until);
+
+/// Tells the log once when the bus goes and once when it comes back, however many connections notice. Any thread.
+class Reachability {
+public:
+    explicit Reachability(std::string address) : _address(std::move(address)) {}
+    void Lost(const char* reason);
+    void Found();
+
+private:
+    const std::string _address;
+    std::atomic<bool> _lost{false};
+};
+
+}  // namespace tavos::msgbus

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "tavos/msgbus/Bus.h"
+#include "tavos/msgbus/Connection.h"
+#include "tavos/msgbus/ForkWatch.h"
+
+namespace tavos::msgbus {
+
+/// The connection for calls: one call at a time, from any thread, each within the deadline, whatever it waits for.
+class CallChannel {
+public:
+    CallChannel(std::string address, std::chrono::milliseconds deadline, std::shared_ptr<Reachability> reachability);
+    CallChannel(const CallChannel&) = delete;
+    CallChannel& operator=(const CallChannel&) = delete;
+
+    /// As Connection::Call.
+    void Call(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
+              const std::string& resultSignature, const std::function<void(Reader&)>& result);
+
+private:
+    void CallUntil(Clock::time_point until, const ServiceAddress& to, const char* operation,
+                   const std::function<void(Writer&)>& arguments, const std::string& resultSignature,
+                   const std::function<void(Reader&)>& result);
+    void EnsureOpen(Clock::time_point until);
+    void DropIfClosed();
+    MessagePtr Exchange(sd_bus_message* call, Clock::time_point until);
+    void Abandon();
+
+    const std::string _address;
+    const std::chrono::milliseconds _deadline;
+    const std::shared_ptr<Reachability> _reachability;
+    std::unique_ptr<std::timed_mutex> _mutex;  // on the heap: a forked child leaves it behind, held or not
+    BusPtr _bus;
+    std::atomic<int> _descriptor{-1};
+    ForkWatch _forkWatch;
+};
+
+}  // namespace tavos::msgbus

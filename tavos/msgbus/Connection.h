@@ -1,0 +1,67 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "tavos/Api.h"
+#include "tavos/msgbus/Message.h"
+
+namespace tavos::msgbus {
+
+class CallChannel;
+class EventThread;
+class Reachability;
+struct EventRecord;
+
+/// Where a service is found on the bus.
+struct ServiceAddress {
+    std::string service;  ///< well-known name
+    std::string path;
+    std::string interface;
+};
+
+/// Delivery of one event, for as long as the object lives. When the destructor has returned, the handler does not run
+/// and never will again; on the event thread itself (in a handler) the destructor does not wait.
+class TAVOS_API Subscription {
+public:
+    Subscription() = default;
+    Subscription(std::shared_ptr<EventThread> thread, std::shared_ptr<EventRecord> record);
+    Subscription(Subscription&&) noexcept = default;
+    Subscription& operator=(Subscription&&) = delete;
+    ~Subscription();
+
+private:
+    std::shared_ptr<EventThread> _thread;
+    std::shared_ptr<EventRecord> _record;
+};
+
+/// The host's end of the bus: one connection for calls, one for events. Any thread. Outlives a restart of the bus and
+/// a fork: in the child both connections are opened anew.
+class TAVOS_API Connection {
+public:
+    /// `address` as TAVOS_BUS_ADDRESS, empty for the system bus. Connects at the first use.
+    Connection(const std::string& address, std::chrono::milliseconds deadline);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    void StartServer();
+
+    /// Calls and waits for the answer, which must have the signature `resultSignature`. Throws tavos::osa::Exception
+    /// with service, operation and reason.
+    void Call(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
+              const std::string& resultSignature, const std::function<void(Reader&)>& result);
+
+    /// `handler` runs on the event thread, for each event that has the signature `signature`.
+    Subscription Subscribe(const ServiceAddress& from, const char* event, const std::string& signature,
+                           std::function<void(Reader&)> handler);
+
+private:
+    std::shared_ptr<Reachability> _reachability;
+    std::unique_ptr<CallChannel> _calls;
+    std::shared_ptr<EventThread> _events;
+};
+
+}  // namespace tavos::msgbus

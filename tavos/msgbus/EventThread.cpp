@@ -1,0 +1,277 @@
+#include "tavos/msgbus/EventThread.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <map>
+#include <system_error>
+
+#include "tavos/core/Logger.h"
+#include "tavos/osa/Exception.h"
+
+namespace tavos::msgbus {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kRetryDelay = 200ms;
+constexpr auto kDelayInChild = 100ms;  // most forked children become another program before that
+constexpr auto kLongestDelegate = 1s;  // a fork waits no longer for one that runs
+
+int NewWakeDescriptor() {
+    return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+}
+
+const core::Logger& Log() {
+    return *core::Logger::GetLogger("tavos");
+}
+
+std::string MatchRule(const EventRecord& record) {
+    return "type='signal',sender='" + record.from.service + "',path='" + record.from.path + "',interface='" +
+           record.from.interface + "',member='" + record.event + "'";
+}
+
+int OnSignal(sd_bus_message* signal, void* userdata, sd_bus_error*) {
+    auto* const record = static_cast<EventRecord*>(userdata);
+    record->thread->Deliver(*record, signal);
+    return 0;
+}
+
+int OnMatchInstalled(sd_bus_message* answer, void* userdata, sd_bus_error*) {
+    if (sd_bus_message_is_method_error(answer, nullptr) > 0) {
+        const auto* const record = static_cast<EventRecord*>(userdata);
+        Log().Error("the message bus refuses to deliver %s of %s", record->event.c_str(), record->from.service.c_str());
+    }
+    return 0;
+}
+
+}  // namespace
+
+/// One connection's life.
+class EventThread::Session {
+public:
+    explicit Session(BusPtr bus) : _bus(std::move(bus)) {}
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    sd_bus* Bus() { return _bus.get(); }
+
+    void Update(const std::vector<std::shared_ptr<EventRecord>>& records) {
+        std::map<std::shared_ptr<EventRecord>, SlotPtr> slots;
+        for (const auto& record : records) {
+            const auto known = _slots.find(record);
+            slots[record] = known != _slots.end() ? std::move(known->second) : NewSlot(*record);
+        }
+        _slots.swap(slots);  // the slots that are left over give up their match rules
+    }
+
+    void Wait(int wake) {
+        std::uint64_t until = 0;
+        CheckBus(sd_bus_get_timeout(_bus.get(), &until));
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        const auto nowUsec =
+            static_cast<std::uint64_t>(now.tv_sec) * 1000000 + static_cast<std::uint64_t>(now.tv_nsec) / 1000;
+        const std::uint64_t left = until <= nowUsec ? 0 : until - nowUsec;
+        constexpr std::uint64_t kLongest = 60 * 1000000;
+        const int timeout = static_cast<int>(std::min(left, kLongest) / 1000 + (left == 0 ? 0 : 1));
+        const int events = sd_bus_get_events(_bus.get());
+        CheckBus(events);
+        pollfd descriptors[] = {{sd_bus_get_fd(_bus.get()), static_cast<short>(events), 0}, {wake, POLLIN, 0}};
+        if (poll(descriptors, 2, timeout) < 0) return;
+        std::uint64_t count = 0;
+        if (descriptors[1].revents != 0) static_cast<void>(!read(wake, &count, sizeof count));
+    }
+
+private:
+    SlotPtr NewSlot(EventRecord& record) {
+        sd_bus_slot* slot = nullptr;
+        CheckBus(
+            sd_bus_add_match_async(_bus.get(), &slot, MatchRule(record).c_str(), OnSignal, OnMatchInstalled, &record));
+        return SlotPtr(slot);
+    }
+
+    BusPtr _bus;
+    std::map<std::shared_ptr<EventRecord>, SlotPtr> _slots;  // released before the bus
+};
+
+EventThread::EventThread(std::string address, std::chrono::milliseconds deadline,
+                         std::shared_ptr<Reachability> reachability)
+    : _address(std::move(address)),
+      _deadline(deadline),
+      _reachability(std::move(reachability)),
+      _wake(NewWakeDescriptor()),
+      _delivery(std::make_unique<std::timed_mutex>()),
+      _forkWatch({[this] { BeforeFork(); }, [this] { AfterForkInParent(); }, [this] { AfterForkInChild(); }}) {}
+
+EventThread::~EventThread() {
+    Stop();
+    if (_wake >= 0) close(_wake);
+}
+
+void EventThread::Start() {
+    std::lock_guard<std::mutex> lock(_startMutex);
+    if (_thread) return;
+    if (_wake < 0) throw osa::Exception("no descriptor for the event thread");
+    try {
+        StartAfter(0ms);
+    } catch (const std::system_error& e) {
+        throw osa::Exception("no thread for the bus's events: %s", e.what());
+    }
+}
+
+void EventThread::StartAfter(std::chrono::milliseconds delay) {
+    // The process's signals are for its own threads: the new one inherits the mask.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    try {
+        _stop = false;
+        _thread = std::make_unique<std::thread>([this, delay] { Run(delay); });
+    } catch (...) {
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        throw;
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+void EventThread::Stop() {
+    std::lock_guard<std::mutex> lock(_startMutex);
+    if (!_thread) return;
+    _stop = true;
+    Wake();
+    _thread->join();
+    _thread.reset();
+    _threadId = std::thread::id();
+}
+
+void EventThread::Wake() const {
+    const std::uint64_t one = 1;
+    static_cast<void>(!write(_wake, &one, sizeof one));
+}
+
+void EventThread::Pause(std::chrono::milliseconds time) const {
+    const auto until = Clock::now() + time;
+    while (!_stop) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
+        if (left <= 0) return;
+        pollfd descriptor{_wake, POLLIN, 0};
+        poll(&descriptor, 1, static_cast<int>(left));
+        std::uint64_t count = 0;
+        static_cast<void>(!read(_wake, &count, sizeof count));
+    }
+}
+
+std::vector<std::shared_ptr<EventRecord>> EventThread::Records() {
+    std::lock_guard<std::mutex> lock(_recordsMutex);
+    return _records;
+}
+
+void EventThread::Run(std::chrono::milliseconds delay) noexcept {
+    _threadId = std::this_thread::get_id();
+    pthread_setname_np(pthread_self(), "tavos-events");
+    Pause(delay);
+    while (!_stop) {
+        try {
+            RunSession();
+        } catch (const std::exception& e) {
+            _reachability->Lost(e.what());
+        }
+        _descriptor = -1;
+        Pause(kRetryDelay);
+    }
+}
+
+void EventThread::RunSession() {
+    Session session(OpenBus(_address, Clock::now() + _deadline));
+    _descriptor = sd_bus_get_fd(session.Bus());
+    _reachability->Found();
+    while (!_stop) {
+        session.Update(Records());
+        const int progress = sd_bus_process(session.Bus(), nullptr);
+        CheckBus(progress);
+        if (progress == 0) session.Wait(_wake);
+    }
+}
+
+void EventThread::Add(const std::shared_ptr<EventRecord>& record) {
+    record->thread = this;
+    {
+        std::lock_guard<std::mutex> lock(_recordsMutex);
+        _records.push_back(record);
+    }
+    Wake();
+}
+
+void EventThread::Remove(const std::shared_ptr<EventRecord>& record) {
+    if (std::this_thread::get_id() == _threadId) {
+        record->active = false;  // in a handler, under its lock
+    } else {
+        std::lock_guard<std::timed_mutex> lock(*_delivery);
+        record->active = false;
+    }
+    {
+        std::lock_guard<std::mutex> lock(_recordsMutex);
+        _records.erase(std::remove(_records.begin(), _records.end(), record), _records.end());
+    }
+    Wake();
+}
+
+void EventThread::Deliver(EventRecord& record, sd_bus_message* signal) {
+    // An event is for everybody; one that is addressed to this process alone need not come from the service.
+    if (sd_bus_message_get_destination(signal) != nullptr) return;
+    std::lock_guard<std::timed_mutex> lock(*_delivery);
+    if (!record.active) return;
+    try {
+        if (sd_bus_message_has_signature(signal, record.signature.c_str()) <= 0) {
+            throw osa::Exception("it has the wrong form");
+        }
+        Reader reader(signal);
+        record.handler(reader);
+    } catch (const std::exception& e) {
+        Log().Error("%s of %s is lost: %s", record.event.c_str(), record.from.service.c_str(), e.what());
+    } catch (...) {
+        Log().Error("%s of %s is lost: a handler has failed", record.event.c_str(), record.from.service.c_str());
+    }
+}
+
+void EventThread::BeforeFork() {
+    _startMutex.lock();
+    _recordsMutex.lock();
+    // So that no lock of a delegate's is held in the child by a thread that it does not have.
+    _deliveryHeldForFork = std::this_thread::get_id() != _threadId && _delivery->try_lock_for(kLongestDelegate);
+}
+
+void EventThread::AfterForkInParent() {
+    if (_deliveryHeldForFork) _delivery->unlock();
+    _recordsMutex.unlock();
+    _startMutex.unlock();
+}
+
+void EventThread::AfterForkInChild() {
+    static_cast<void>(_delivery.release());
+    _delivery = std::make_unique<std::timed_mutex>();
+    if (_descriptor >= 0) close(_descriptor);
+    _descriptor = -1;
+    if (_wake >= 0) close(_wake);  // still shared with the parent
+    _wake = NewWakeDescriptor();
+    _threadId = std::thread::id();
+    if (_thread) {
+        static_cast<void>(_thread.release());  // it runs in the parent only
+        try {
+            StartAfter(kDelayInChild);
+        } catch (...) {
+            // Calls work without it; the next StartServer tries again.
+        }
+    }
+    _recordsMutex.unlock();
+    _startMutex.unlock();
+}
+
+}  // namespace tavos::msgbus

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tavos/msgbus/Bus.h"
+#include "tavos/msgbus/Connection.h"
+#include "tavos/msgbus/ForkWatch.h"
+
+namespace tavos::msgbus {
+
+struct EventRecord {
+    ServiceAddress from;
+    std::string event;
+    std::string signature;
+    std::function<void(Reader&)> handler;
+    EventThread* thread = nullptr;
+    bool active = true;  // guarded by the thread's delivery lock
+};
+
+/// The connection for events, and the thread that owns it. Subscriptions may come and go at any time, from any thread.
+class EventThread {
+public:
+    EventThread(std::string address, std::chrono::milliseconds deadline, std::shared_ptr<Reachability> reachability);
+    ~EventThread();
+    EventThread(const EventThread&) = delete;
+    EventThread& operator=(const EventThread&) = delete;
+
+    /// Throws tavos::osa::Exception when no thread can be had.
+    void Start();
+    void Stop();
+
+    void Add(const std::shared_ptr<EventRecord>& record);
+    /// When it has returned, the record's handler does not run; see Subscription.
+    void Remove(const std::shared_ptr<EventRecord>& record);
+
+    /// On the event thread, for each signal that came for the record.
+    void Deliver(EventRecord& record, sd_bus_message* signal);
+
+private:
+    class Session;
+
+    void StartAfter(std::chrono::milliseconds delay);
+    void Run(std::chrono::milliseconds delay) noexcept;
+    void RunSession();
+    void Pause(std::chrono::milliseconds time) const;
+    void Wake() const;
+    std::vector<std::shared_ptr<EventRecord>> Records();
+
+    void BeforeFork();
+    void AfterForkInParent();
+    void AfterForkInChild();
+
+    const std::string _address;
+    const std::chrono::milliseconds _deadline;
+    const std::shared_ptr<Reachability> _reachability;
+
+    std::mutex _startMutex;
+    std::unique_ptr<std::thread> _thread;  // guarded by _startMutex
+    std::atomic<std::thread::id> _threadId{};
+    std::atomic<bool> _stop{false};
+    int _wake;  // an eventfd
+    std::atomic<int> _descriptor{-1};
+
+    std::mutex _recordsMutex;
+    std::vector<std::shared_ptr<EventRecord>> _records;
+
+    std::unique_ptr<std::timed_mutex> _delivery;  // held while a handler runs
+    bool _deliveryHeldForFork = false;
+    ForkWatch _forkWatch;
+};
+
+}  // namespace tavos::msgbus

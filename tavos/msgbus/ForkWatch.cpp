@@ -1,0 +1,61 @@
+#include "tavos/msgbus/ForkWatch.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <mutex>
+#include <vector>
+
+#include "tavos/core/Logger.h"
+
+namespace tavos::msgbus {
+
+namespace {
+
+struct Registry {
+    std::mutex mutex;
+    std::vector<ForkWatch*> watches;
+};
+
+/// Never destroyed: a process may fork to its very end.
+Registry& Shared() {
+    static Registry* const registry = new Registry;
+    return *registry;
+}
+
+void BeforeFork() {
+    Shared().mutex.lock();
+    for (const auto* watch : Shared().watches) watch->Actions().before();
+}
+
+void AfterForkInParent() {
+    for (const auto* watch : Shared().watches) watch->Actions().inParent();
+    Shared().mutex.unlock();
+}
+
+void AfterForkInChild() {
+    for (const auto* watch : Shared().watches) watch->Actions().inChild();
+    Shared().mutex.unlock();
+}
+
+}  // namespace
+
+ForkWatch::ForkWatch(Functions functions) : _functions(std::move(functions)) {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        // The logger's own handlers come first into the list, so that at a fork its lock is taken last: the lines of
+        // a delegate that is waited for can still be written.
+        core::Logger::GetLogger("tavos");
+        pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
+    });
+    std::lock_guard<std::mutex> lock(Shared().mutex);
+    Shared().watches.push_back(this);
+}
+
+ForkWatch::~ForkWatch() {
+    std::lock_guard<std::mutex> lock(Shared().mutex);
+    auto& watches = Shared().watches;
+    watches.erase(std::remove(watches.begin(), watches.end(), this), watches.end());
+}
+
+}  // namespace tavos::msgbus

@@ -1,0 +1,143 @@
+#include "tavos/msgbus/Message.h"
+
+#include <systemd/sd-bus.h>
+
+#include <charconv>
+#include <cstring>
+
+#include "tavos/osa/Exception.h"
+
+namespace tavos::msgbus {
+
+namespace {
+
+void Check(int result) {
+    if (result < 0) throw osa::Exception("a message cannot be put together: %s", std::strerror(-result));
+}
+
+template <class T>
+void GetBasic(sd_bus_message* message, char type, T* value) {
+    if (sd_bus_message_read_basic(message, type, value) <= 0) {
+        throw osa::Exception("a message holds other values than expected");
+    }
+}
+
+/// The length of the UTF-8 sequence that starts at `at`; 0 when there is none.
+std::size_t SequenceLength(const std::string& text, std::size_t at) {
+    const auto octet = [&](std::size_t index) {
+        return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;
+    };
+    const unsigned first = octet(at);
+    if (first < 0x80) return first == 0 ? 0 : 1;
+    const std::size_t length = first >= 0xF5 ? 0 : first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC2 ? 2 : 0;
+    for (std::size_t more = 1; more < length; ++more) {
+        if ((octet(at + more) & 0xC0) != 0x80) return 0;
+    }
+    const unsigned second = octet(at + 1);
+    const bool tooLong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
+    const bool surrogate = first == 0xED && second >= 0xA0;
+    const bool tooLarge = first == 0xF4 && second >= 0x90;
+    return tooLong || surrogate || tooLarge ? 0 : length;
+}
+
+}  // namespace
+
+bool CanTravel(const std::string& text) {
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = SequenceLength(text, at);
+        if (length == 0) return false;
+        at += length;
+    }
+    return true;
+}
+
+void Writer::Put(std::int32_t value) {
+    Check(sd_bus_message_append_basic(_message, SD_BUS_TYPE_INT32, &value));
+}
+
+void Writer::Put(std::uint32_t value) {
+    Check(sd_bus_message_append_basic(_message, SD_BUS_TYPE_UINT32, &value));
+}
+
+void Writer::Put(double value) {
+    Check(sd_bus_message_append_basic(_message, SD_BUS_TYPE_DOUBLE, &value));
+}
+
+void Writer::Put(bool value) {
+    const int number = value ? 1 : 0;
+    Check(sd_bus_message_append_basic(_message, SD_BUS_TYPE_BOOLEAN, &number));
+}
+
+void Writer::Put(const std::string& value) {
+    if (!CanTravel(value)) throw osa::Exception("a text is not UTF-8");
+    Check(sd_bus_message_append_basic(_message, SD_BUS_TYPE_STRING, value.c_str()));
+}
+
+void Writer::Put(const std::vector<std::string>& value) {
+    Check(sd_bus_message_open_container(_message, SD_BUS_TYPE_ARRAY, "s"));
+    for (const auto& element : value) Put(element);
+    Check(sd_bus_message_close_container(_message));
+}
+
+void Reader::Get(std::int32_t& value) {
+    GetBasic(_message, SD_BUS_TYPE_INT32, &value);
+}
+
+void Reader::Get(std::uint32_t& value) {
+    GetBasic(_message, SD_BUS_TYPE_UINT32, &value);
+}
+
+void Reader::Get(double& value) {
+    GetBasic(_message, SD_BUS_TYPE_DOUBLE, &value);
+}
+
+void Reader::Get(bool& value) {
+    int number = 0;
+    GetBasic(_message, SD_BUS_TYPE_BOOLEAN, &number);
+    value = number != 0;
+}
+
+void Reader::Get(std::string& value) {
+    const char* text = nullptr;
+    GetBasic(_message, SD_BUS_TYPE_STRING, &text);
+    value = text;
+}
+
+void Reader::Get(std::vector<std::string>& value) {
+    const auto wrong = [] { return osa::Exception("a message holds other values than expected"); };
+    if (sd_bus_message_enter_container(_message, SD_BUS_TYPE_ARRAY, "s") <= 0) throw wrong();
+    value.clear();
+    const char* text = nullptr;
+    int result = 0;
+    while ((result = sd_bus_message_read_basic(_message, SD_BUS_TYPE_STRING, &text)) > 0) value.emplace_back(text);
+    if (result < 0 || sd_bus_message_exit_container(_message) < 0) throw wrong();
+}
+
+std::string Text(std::int32_t value) {
+    return std::to_string(value);
+}
+
+std::string Text(std::uint32_t value) {
+    return std::to_string(value);
+}
+
+std::string Text(double value) {
+    char text[32];
+    return {text, std::to_chars(text, text + sizeof text, value).ptr};
+}
+
+std::string Text(bool value) {
+    return value ? "true" : "false";
+}
+
+std::string Text(const std::string& value) {
+    return value;
+}
+
+std::string Text(const std::vector<std::string>& value) {
+    std::string text;
+    for (const auto& element : value) text += (text.empty() ? "" : ",") + element;
+    return text;
+}
+
+}  // namespace tavos::msgbus

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tavos/Api.h"
+
+struct sd_bus_message;
+
+namespace tavos::msgbus {
+
+/// The bus's code of a C++ type. No other types travel.
+template <class T>
+struct TypeCode;
+template <>
+struct TypeCode<std::int32_t> {
+    static constexpr const char* kCode = "i";
+};
+template <>
+struct TypeCode<std::uint32_t> {
+    static constexpr const char* kCode = "u";
+};
+template <>
+struct TypeCode<double> {
+    static constexpr const char* kCode = "d";
+};
+template <>
+struct TypeCode<bool> {
+    static constexpr const char* kCode = "b";
+};
+template <>
+struct TypeCode<std::string> {
+    static constexpr const char* kCode = "s";
+};
+template <>
+struct TypeCode<std::vector<std::string>> {
+    static constexpr const char* kCode = "as";
+};
+
+template <class... T>
+std::string Signature() {
+    return (std::string() + ... + TypeCode<T>::kCode);
+}
+template <>
+inline std::string Signature<void>() {
+    return {};
+}
+
+/// Puts values behind one another into a message. Throws tavos::osa::Exception for a string that cannot travel: one
+/// with a zero octet, or not in UTF-8 (the bus would hang up on its sender).
+class TAVOS_API Writer {
+public:
+    explicit Writer(sd_bus_message* message) : _message(message) {}
+    void Put(std::int32_t value);
+    void Put(std::uint32_t value);
+    void Put(double value);
+    void Put(bool value);
+    void Put(const std::string& value);
+    void Put(const std::vector<std::string>& value);
+    void Put(const char*) = delete;  // would go as a bool
+
+private:
+    sd_bus_message* _message;
+};
+
+/// Takes the values out of a message in their order. Throws tavos::osa::Exception when another type comes next.
+class TAVOS_API Reader {
+public:
+    explicit Reader(sd_bus_message* message) : _message(message) {}
+    void Get(std::int32_t& value);
+    void Get(std::uint32_t& value);
+    void Get(double& value);
+    void Get(bool& value);
+    void Get(std::string& value);
+    void Get(std::vector<std::string>& value);
+
+    template <class T>
+    T Get() {
+        T value{};
+        Get(value);
+        return value;
+    }
+
+private:
+    sd_bus_message* _message;
+};
+
+/// A value as a person reads it; doubles in the shortest form that reads back to the same number.
+TAVOS_API std::string Text(std::int32_t value);
+TAVOS_API std::string Text(std::uint32_t value);
+TAVOS_API std::string Text(double value);
+TAVOS_API std::string Text(bool value);
+TAVOS_API std::string Text(const std::string& value);
+TAVOS_API std::string Text(const std::vector<std::string>& value);
+
+/// True when the bus carries the text: UTF-8 without a zero octet.
+bool CanTravel(const std::string& text);
+
+}  // namespace tavos::msgbus

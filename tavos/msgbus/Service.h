@@ -1,0 +1,119 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "tavos/Api.h"
+#include "tavos/core/Event.h"
+#include "tavos/msgbus/Connection.h"
+#include "tavos/msgbus/Message.h"
+#include "tavos/msgbus/ServiceHost.h"
+
+namespace tavos::msgbus {
+
+/// What the host must know of one operation to serve it; `service` points at the interface's class.
+struct Operation {
+    const char* name;
+    const char* arguments;  ///< signature
+    const char* result;     ///< signature
+    std::vector<std::string> (*render)(Reader& arguments);
+    void (*serve)(void* service, Reader& arguments, Writer& result);
+};
+
+struct EventDescription {
+    const char* name;
+    const char* arguments;
+};
+
+/// The host's own side. As ServiceHost: one thread.
+struct TAVOS_API ServiceHost::Private {
+    explicit Private(const std::string& address);
+    ~Private();
+    Private(const Private&) = delete;
+    Private& operator=(const Private&) = delete;
+
+    /// Puts `service` on the bus and takes its name. Throws tavos::osa::Exception when the name is taken.
+    void Add(const ServiceAddress& address, void* service, const std::vector<Operation>& operations,
+             const std::vector<EventDescription>& events);
+
+    /// Keeps something for as long as the host lives.
+    void Keep(std::shared_ptr<void> object);
+
+    /// Sends an event to whoever has subscribed to it; without a bus it is lost.
+    void Emit(const ServiceAddress& from, const char* event, const std::function<void(Writer&)>& arguments);
+
+    struct State;
+    std::unique_ptr<State> state;
+};
+
+template <auto Method>
+struct MethodOperation;
+
+template <class Class, class Result, class... Arguments, Result (Class::*Method)(Arguments...)>
+struct MethodOperation<Method> {
+    using Values = std::tuple<std::decay_t<Arguments>...>;
+
+    static Values Read(Reader& reader) {
+        return Values{reader.Get<std::decay_t<Arguments>>()...};  // braces: from left to right
+    }
+
+    static std::vector<std::string> Render(Reader& reader) {
+        return std::apply([](const auto&... values) { return std::vector<std::string>{Text(values)...}; },
+                          Read(reader));
+    }
+
+    static void Serve(void* service, Reader& reader, Writer& writer) {
+        auto* const object = static_cast<Class*>(service);
+        const auto call = [&](const auto&... values) -> Result { return (object->*Method)(values...); };
+        if constexpr (std::is_void_v<Result>) {
+            std::apply(call, Read(reader));
+        } else {
+            writer.Put(std::apply(call, Read(reader)));
+        }
+    }
+};
+
+template <auto Method>
+constexpr Operation OperationOf(const char* name, const char* arguments, const char* result) {
+    return {name, arguments, result, &MethodOperation<Method>::Render, &MethodOperation<Method>::Serve};
+}
+
+/// Sends what a service's event fires to the bus, from construction to destruction.
+template <class Event, class... Arguments>
+class EventSender {
+public:
+    EventSender(ServiceHost::Private& host, ServiceAddress from, const char* name, Event& event)
+        : _host(host), _from(std::move(from)), _name(name), _event(event) {
+        _event.AddHandler(core::CreateDelegate(this, &EventSender::Send));
+    }
+    ~EventSender() { _event.RemoveHandlers(this); }
+    EventSender(const EventSender&) = delete;
+    EventSender& operator=(const EventSender&) = delete;
+
+private:
+    void Send(Arguments... arguments) {
+        _host.Emit(_from, _name, [&](Writer& writer) { (writer.Put(arguments), ...); });
+    }
+
+    ServiceHost::Private& _host;
+    const ServiceAddress _from;
+    const char* const _name;
+    Event& _event;
+};
+
+template <class A>
+void ForwardEvent(ServiceHost::Private& host, const ServiceAddress& from, const char* name, core::Event1<A>& event) {
+    host.Keep(std::make_shared<EventSender<core::Event1<A>, A>>(host, from, name, event));
+}
+
+template <class A, class B>
+void ForwardEvent(ServiceHost::Private& host, const ServiceAddress& from, const char* name, core::Event2<A, B>& event) {
+    host.Keep(std::make_shared<EventSender<core::Event2<A, B>, A, B>>(host, from, name, event));
+}
+
+}  // namespace tavos::msgbus

@@ -1,0 +1,313 @@
+#include "tavos/msgbus/ServiceHost.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "tavos/core/Logger.h"
+#include "tavos/msgbus/Bus.h"
+#include "tavos/msgbus/Service.h"
+#include "tavos/osa/Exception.h"
+
+namespace tavos::msgbus {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kConnectTime = 2s;
+constexpr auto kRetryDelay = 200ms;
+constexpr const char* kErrorName = "org.tavos.Error.Failed";
+
+/// One service: what the bus library calls, and what it then calls.
+struct Object {
+    ServiceHost::Private::State* host = nullptr;
+    ServiceAddress address;
+    void* service = nullptr;
+    std::vector<Operation> operations;
+    std::vector<sd_bus_vtable> table;
+    SlotPtr slot;
+    bool wanted = true;
+    bool owned = false;
+};
+
+int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error);
+
+// The library's own macros for the table's rows are no C++17.
+sd_bus_vtable StartRow() {
+    sd_bus_vtable row{};
+    row.type = _SD_BUS_VTABLE_START;
+    row.x.start.element_size = sizeof(sd_bus_vtable);
+    row.x.start.features = _SD_BUS_VTABLE_PARAM_NAMES;
+    row.x.start.vtable_format_reference = &sd_bus_object_vtable_format;
+    return row;
+}
+
+sd_bus_vtable MethodRow(const Operation& operation) {
+    sd_bus_vtable row{};
+    row.type = _SD_BUS_VTABLE_METHOD;
+    row.flags = SD_BUS_VTABLE_UNPRIVILEGED;  // who may call is the bus's policy
+    row.x.method.member = operation.name;
+    row.x.method.signature = operation.arguments;
+    row.x.method.result = operation.result;
+    row.x.method.handler = OnCall;
+    row.x.method.names = "";
+    return row;
+}
+
+sd_bus_vtable SignalRow(const EventDescription& event) {
+    sd_bus_vtable row{};
+    row.type = _SD_BUS_VTABLE_SIGNAL;
+    row.x.signal.member = event.name;
+    row.x.signal.signature = event.arguments;
+    row.x.signal.names = "";
+    return row;
+}
+
+sd_bus_vtable EndRow() {
+    sd_bus_vtable row{};
+    row.type = _SD_BUS_VTABLE_END;
+    return row;
+}
+
+std::string Travelling(std::string text) {
+    if (!CanTravel(text)) {
+        std::replace_if(
+            text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    }
+    return text;
+}
+
+}  // namespace
+
+struct ServiceHost::Private::State {
+    explicit State(const std::string& busAddress) : address(busAddress), reachability(busAddress) {}
+
+    void Connect() {
+        bus = OpenBus(address, Clock::now() + kConnectTime);
+        CheckBus(sd_bus_set_method_call_timeout(
+            bus.get(), static_cast<std::uint64_t>(std::chrono::microseconds(kConnectTime).count())));
+        for (auto& object : objects) Register(*object);
+        reachability.Found();
+    }
+
+    void Disconnect(const char* reason) {
+        for (auto& object : objects) {
+            object->slot.reset();
+            object->owned = false;
+        }
+        bus.reset();
+        nextAttempt = Clock::now();
+        reachability.Lost(reason);
+    }
+
+    void Register(Object& object) {
+        sd_bus_slot* slot = nullptr;
+        CheckBus(sd_bus_add_object_vtable(bus.get(), &slot, object.address.path.c_str(),
+                                          object.address.interface.c_str(), object.table.data(), &object));
+        object.slot.reset(slot);
+    }
+
+    /// The bus, connected anew when it is time for that; false without one.
+    bool EnsureConnected() {
+        if (bus) return true;
+        if (Clock::now() < nextAttempt) return false;
+        try {
+            Connect();
+            return true;
+        } catch (const osa::Exception& e) {
+            Disconnect(e.what());
+            nextAttempt = Clock::now() + kRetryDelay;
+            return false;
+        }
+    }
+
+    void TakeName(Object& object) {
+        const int result = sd_bus_request_name(bus.get(), object.address.service.c_str(), 0);
+        if (result < 0 && result != -EALREADY) {
+            throw osa::Exception("%s: the name cannot be had: %s", object.address.service.c_str(),
+                                 std::strerror(-result));
+        }
+        object.owned = true;
+    }
+
+    /// After a restart of the bus; a name that somebody else has taken meanwhile is asked for again and again.
+    void TakeMissingNames() {
+        if (Clock::now() < nextAttempt) return;
+        for (auto& object : objects) {
+            if (!object->wanted || object->owned) continue;
+            try {
+                TakeName(*object);
+            } catch (const osa::Exception& e) {
+                core::Logger::GetLogger("tavos")->Error("%s", e.what());
+                nextAttempt = Clock::now() + 1s;
+            }
+        }
+    }
+
+    /// One message; false when there is none.
+    bool ProcessOne() {
+        const int progress = sd_bus_process(bus.get(), nullptr);
+        if (progress < 0) Disconnect(std::strerror(-progress));
+        return progress > 0;
+    }
+
+    void WaitUntil(Clock::time_point until) {
+        if (bus) {
+            const int result = sd_bus_wait(bus.get(), MicrosecondsUntil(until));
+            if (result < 0 && result != -EINTR) Disconnect(std::strerror(-result));
+            return;
+        }
+        const auto left = std::min(until, nextAttempt) - Clock::now();
+        const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(left).count() + 1;
+        poll(nullptr, 0, static_cast<int>(std::max<long long>(0, milliseconds)));
+    }
+
+    Object& Find(const std::string& service) {
+        for (auto& object : objects) {
+            if (object->address.service == service) return *object;
+        }
+        throw osa::Exception("%s: no such service here", service.c_str());
+    }
+
+    const std::string address;
+    Reachability reachability;
+    BusPtr bus;
+    std::vector<std::unique_ptr<Object>> objects;  // their slots are released before the bus
+    std::vector<std::shared_ptr<void>> kept;
+    std::function<Treatment(const ReceivedCall&)> filter;
+    Clock::time_point nextAttempt{};
+};
+
+namespace {
+
+Treatment Ask(const Object& object, const Operation& operation, sd_bus_message* call) {
+    if (!object.host->filter) return Treatment::kServe;
+    Reader reader(call);
+    const ReceivedCall received{object.address.service, operation.name, operation.render(reader)};
+    CheckBus(sd_bus_message_rewind(call, 1));
+    return object.host->filter(received);
+}
+
+void Answer(const Object& object, const Operation& operation, sd_bus_message* call) {
+    sd_bus_message* made = nullptr;
+    CheckBus(sd_bus_message_new_method_return(call, &made));
+    const MessagePtr answer(made);
+    Reader reader(call);
+    Writer writer(made);
+    operation.serve(object.service, reader, writer);
+    CheckBus(sd_bus_send(nullptr, made, nullptr));
+}
+
+int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error) {
+    const auto& object = *static_cast<Object*>(userdata);
+    const char* const member = sd_bus_message_get_member(call);
+    try {
+        const auto operation = std::find_if(object.operations.begin(), object.operations.end(),
+                                            [&](const Operation& o) { return std::strcmp(o.name, member) == 0; });
+        if (operation == object.operations.end()) return 0;
+        switch (Ask(object, *operation, call)) {
+            case Treatment::kServe:
+                Answer(object, *operation, call);
+                break;
+            case Treatment::kFail:
+                return sd_bus_error_set(error, kErrorName, "the service has failed");
+            case Treatment::kHang:
+                break;
+        }
+        return 1;
+    } catch (const std::exception& e) {
+        return sd_bus_error_set(error, kErrorName, Travelling(e.what()).c_str());
+    } catch (...) {
+        return sd_bus_error_set(error, kErrorName, "the service has failed");
+    }
+}
+
+}  // namespace
+
+ServiceHost::Private::Private(const std::string& address) : state(std::make_unique<State>(address)) {}
+
+ServiceHost::Private::~Private() = default;
+
+void ServiceHost::Private::Add(const ServiceAddress& address, void* service, const std::vector<Operation>& operations,
+                               const std::vector<EventDescription>& events) {
+    auto object = std::make_unique<Object>();
+    object->host = state.get();
+    object->address = address;
+    object->service = service;
+    object->operations = operations;
+    object->table.push_back(StartRow());
+    for (const auto& operation : operations) object->table.push_back(MethodRow(operation));
+    for (const auto& event : events) object->table.push_back(SignalRow(event));
+    object->table.push_back(EndRow());
+    if (!state->bus) throw osa::Exception("%s: the message bus is gone", address.service.c_str());
+    state->Register(*object);
+    state->TakeName(*object);
+    state->objects.push_back(std::move(object));
+}
+
+void ServiceHost::Private::Keep(std::shared_ptr<void> object) {
+    state->kept.push_back(std::move(object));
+}
+
+void ServiceHost::Private::Emit(const ServiceAddress& from, const char* event,
+                                const std::function<void(Writer&)>& arguments) {
+    if (!state->bus) return;
+    sd_bus_message* made = nullptr;
+    if (sd_bus_message_new_signal(state->bus.get(), &made, from.path.c_str(), from.interface.c_str(), event) < 0) {
+        return;  // the connection has just gone; Process notices
+    }
+    const MessagePtr signal(made);
+    Writer writer(made);
+    arguments(writer);
+    sd_bus_send(nullptr, made, nullptr);
+}
+
+ServiceHost::ServiceHost(const std::string& address) : _private(std::make_unique<Private>(address)) {
+    try {
+        _private->state->Connect();
+    } catch (const osa::Exception& e) {
+        throw osa::Exception("the message bus%s%s cannot be reached: %s", address.empty() ? "" : " at ",
+                             address.c_str(), e.what());
+    }
+}
+
+ServiceHost::~ServiceHost() = default;
+
+void ServiceHost::SetCallFilter(std::function<Treatment(const ReceivedCall&)> filter) {
+    _private->state->filter = std::move(filter);
+}
+
+void ServiceHost::SetPresent(const std::string& service, bool present) {
+    auto& state = *_private->state;
+    auto& object = state.Find(service);
+    if (object.wanted == present && object.owned == present) return;
+    if (present) {
+        if (state.bus) state.TakeName(object);
+    } else if (state.bus && object.owned) {
+        const int result = sd_bus_release_name(state.bus.get(), service.c_str());
+        if (result < 0) throw osa::Exception("%s: the name stays: %s", service.c_str(), std::strerror(-result));
+        object.owned = false;
+    }
+    object.wanted = present;
+}
+
+void ServiceHost::Process(int timeout) {
+    constexpr int kMostMessages = 1000;  // a caller who never stops must not keep the host's own work from running
+    auto& state = *_private->state;
+    const auto until = Clock::now() + std::chrono::milliseconds(timeout);
+    for (int processed = 0; processed < kMostMessages;) {
+        if (state.EnsureConnected()) {
+            state.TakeMissingNames();
+            if (state.bus && state.ProcessOne()) {
+                ++processed;
+                continue;
+            }
+        }
+        if (processed > 0 || Clock::now() >= until) return;
+        state.WaitUntil(until);
+    }
+}
+
+}  // namespace tavos::msgbus

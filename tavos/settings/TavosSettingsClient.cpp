@@ -1,0 +1,233 @@
+#include "tavos/settings/TavosSettingsClient.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <initializer_list>
+
+#include "tavos/core/IniFile.h"
+#include "tavos/core/Logger.h"
+#include "tavos/osa/Exception.h"
+
+namespace tavos::settings {
+
+namespace {
+
+constexpr int kBusyTime = 1000;  // milliseconds
+
+struct DatabaseCloser {
+    void operator()(sqlite3* database) const { sqlite3_close(database); }
+};
+using DatabasePtr = std::unique_ptr<sqlite3, DatabaseCloser>;
+
+void Check(sqlite3* database, int result) {
+    if (result == SQLITE_OK || result == SQLITE_ROW || result == SQLITE_DONE) return;
+    throw osa::Exception("%s", database ? sqlite3_errmsg(database) : sqlite3_errstr(result));
+}
+
+class Statement {
+public:
+    Statement(sqlite3* database, const char* sql, std::initializer_list<const std::string*> values = {})
+        : _database(database) {
+        Check(database, sqlite3_prepare_v2(database, sql, -1, &_statement, nullptr));
+        int index = 0;
+        for (const auto* value : values) Bind(++index, *value);
+    }
+    ~Statement() { sqlite3_finalize(_statement); }
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    void Bind(int index, const std::string& value) {
+        Check(_database,
+              sqlite3_bind_text(_statement, index, value.data(), static_cast<int>(value.size()), SQLITE_TRANSIENT));
+    }
+
+    bool Step() {
+        const int result = sqlite3_step(_statement);
+        Check(_database, result);
+        return result == SQLITE_ROW;
+    }
+
+    void Reset() { sqlite3_reset(_statement); }
+
+    std::string Text(int column) {
+        const auto* const text = reinterpret_cast<const char*>(sqlite3_column_text(_statement, column));
+        return text ? std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(_statement, column)))
+                    : std::string();
+    }
+
+private:
+    sqlite3* _database;
+    sqlite3_stmt* _statement = nullptr;
+};
+
+void Run(sqlite3* database, const char* sql) {
+    Statement statement(database, sql);
+    while (statement.Step()) {
+    }
+}
+
+struct Key {
+    std::string section;
+    std::string name;
+};
+
+/// "[Section]Key".
+Key Parsed(const std::string& text) {
+    const auto end = text.find(']');
+    if (!text.empty() && text.front() == '[' && end != std::string::npos) {
+        Key key{text.substr(1, end - 1), text.substr(end + 1)};
+        if (core::IniFile::IsSectionName(key.section) && core::IniFile::IsKeyName(key.name)) return key;
+    }
+    throw osa::Exception("\"%s\" is no key of the form [Section]Key", text.c_str());
+}
+
+std::string StorePath() {
+    const char* const path = std::getenv("TAVOS_SETTINGS_STORE");
+    const std::string given = path && *path ? path : "/var/lib/tavos/settings.db";
+    std::error_code error;  // absolute: a daemon changes its working directory
+    const auto absolute = std::filesystem::absolute(given, error);
+    return error ? given : absolute.string();
+}
+
+bool HasTable(sqlite3* database) {
+    return Statement(database, "SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name = 'settings'").Step();
+}
+
+/// Makes the table, except in the database of another program. Safe against a second process that does the same.
+void MakeTable(sqlite3* database) {
+    Run(database, "BEGIN IMMEDIATE");
+    if (!HasTable(database)) {
+        if (Statement(database, "SELECT 1 FROM sqlite_schema").Step()) throw osa::Exception("it is no settings store");
+        Run(database,
+            "CREATE TABLE settings (section TEXT NOT NULL, key TEXT NOT NULL, value TEXT NOT NULL, "
+            "PRIMARY KEY (section, key)) WITHOUT ROWID");
+    }
+    Run(database, "COMMIT");
+}
+
+}  // namespace
+
+/// The file is opened for each operation and closed after it. A database must not stay open across a fork (the child
+/// would believe in locks that it does not hold), and so a file that has been replaced or mended is noticed at once.
+struct TavosSettingsClient::Store {
+    explicit Store(int operationMode) : mode(operationMode), path(StorePath()) {}
+
+    /// Does `work` with the open database; what goes wrong is told to the log when it starts to go wrong.
+    template <class Work>
+    void With(const Work& work) {
+        try {
+            const DatabasePtr database = Open();
+            work(database.get());
+            failing = false;
+        } catch (const osa::Exception& e) {
+            const osa::Exception whole("settings store %s: %s", path.c_str(), e.what());
+            if (!failing) core::Logger::GetLogger("tavos")->Error("%s", whole.what());
+            failing = true;
+            throw whole;
+        }
+    }
+
+    DatabasePtr Open() const {
+        if (mode == kCreate) CreateFile();
+        sqlite3* opened = nullptr;
+        const int flags = (mode == kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) | SQLITE_OPEN_PRIVATECACHE;
+        const int result = sqlite3_open_v2(path.c_str(), &opened, flags, nullptr);
+        DatabasePtr database(opened);
+        Check(opened, result);
+        sqlite3_busy_timeout(opened, kBusyTime);
+        if (mode != kReadOnly) {
+            Run(opened, "PRAGMA synchronous = FULL");
+        }
+        if (!HasTable(opened)) {
+            if (mode != kCreate) throw osa::Exception("it is no settings store");
+            Run(opened, "PRAGMA journal_mode = WAL");
+            MakeTable(opened);
+        }
+        return database;
+    }
+
+    /// Others than its owner have no business with it: it may hold a password one day.
+    void CreateFile() const {
+        const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (descriptor >= 0) {
+            close(descriptor);
+        } else if (errno != EEXIST) {
+            throw osa::Exception("%s", std::strerror(errno));
+        }
+    }
+
+    const int mode;
+    const std::string path;
+    bool failing = false;
+};
+
+TavosSettingsClient::TavosSettingsClient(int operationMode) : _store(std::make_unique<Store>(operationMode)) {}
+
+TavosSettingsClient::~TavosSettingsClient() = default;
+
+std::string TavosSettingsClient::GetValue(const std::string& key) const {
+    const Key parsed = Parsed(key);
+    std::string value;
+    _store->With([&](sqlite3* database) {
+        Statement select(database, "SELECT value FROM settings WHERE section = ?1 AND key = ?2",
+                         {&parsed.section, &parsed.name});
+        if (select.Step()) value = select.Text(0);
+    });
+    return value;
+}
+
+void TavosSettingsClient::SetValue(const std::string& key, const std::string& value) {
+    const Key parsed = Parsed(key);
+    core::IniFile one;
+    one.SetValue(parsed.section, parsed.name, value);
+    SetSettings(one);
+}
+
+void TavosSettingsClient::GetSettings(const std::string& path, core::IniFile& ini) const {
+    const std::string first = path + "/";
+    const std::string beyond = path + "0";  // '0' comes next after '/'
+    core::IniFile found;
+    _store->With([&](sqlite3* database) {
+        Statement select(database, path.empty() ? "SELECT section, key, value FROM settings"
+                                                : "SELECT section, key, value FROM settings "
+                                                  "WHERE section = ?1 OR (section >= ?2 AND section < ?3)");
+        if (!path.empty()) {
+            select.Bind(1, path);
+            select.Bind(2, first);
+            select.Bind(3, beyond);
+        }
+        while (select.Step()) found.SetValue(select.Text(0), select.Text(1), select.Text(2));
+    });
+    for (const auto& [section, values] : found.Sections()) {
+        for (const auto& [key, value] : values) ini.SetValue(section, key, value);
+    }
+}
+
+void TavosSettingsClient::SetSettings(const core::IniFile& ini) {
+    _store->With([&](sqlite3* database) {
+        if (_store->mode == kReadOnly) throw osa::Exception("it is open for reading only");
+        Run(database, "BEGIN IMMEDIATE");
+        Statement insert(database, "INSERT OR REPLACE INTO settings (section, key, value) VALUES (?1, ?2, ?3)");
+        for (const auto& [section, values] : ini.Sections()) {
+            if (!core::IniFile::IsSectionName(section)) throw osa::Exception("\"%s\" is no section", section.c_str());
+            for (const auto& [key, value] : values) {
+                if (!core::IniFile::IsKeyName(key)) throw osa::Exception("\"%s\" is no key", key.c_str());
+                insert.Bind(1, section);
+                insert.Bind(2, key);
+                insert.Bind(3, value);
+                insert.Step();
+                insert.Reset();
+            }
+        }
+        Run(database, "COMMIT");
+    });
+}
+
+}  // namespace tavos::settings

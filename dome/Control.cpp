@@ -1,0 +1,230 @@
+#include "Control.h"
+
+#include <charconv>
+#include <cmath>
+#include <functional>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "dome/services/Arguments.h"
+#include "tavos/osa/Exception.h"
+
+namespace dome {
+
+namespace {
+
+using tavos::osa::Exception;
+using Words = std::vector<std::string>;
+using Json = nlohmann::ordered_json;  // banks have an order
+
+constexpr int kMostEvents = 100000;
+
+template <class Number>
+Number ParseNumber(const std::string& text) {
+    Number number{};
+    const char* end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number);
+    if (parsed.ec == std::errc::result_out_of_range) throw Exception("number out of range: %s", text.c_str());
+    if (parsed.ec != std::errc() || parsed.ptr != end) throw Exception("not a number: %s", text.c_str());
+    return number;
+}
+
+double ParsePercent(const std::string& text) {
+    const double percent = ParseNumber<double>(text);
+    CheckPercent("position", percent, 0);
+    return percent;
+}
+
+bool ParseSwitch(const std::string& text) {
+    if (text != "0" && text != "1") throw Exception("not 0 or 1: %s", text.c_str());
+    return text == "1";
+}
+
+void CheckWords(const std::string& what, const Words& words, std::size_t least, std::size_t most) {
+    if (words.size() < least || words.size() > most) {
+        throw Exception("%s: wrong number of values (%zu)", what.c_str(), words.size());
+    }
+}
+
+double ParseWithin(const Axis& axis, const std::string& text) {
+    const int position = ParseNumber<int>(text);
+    if (position < axis.Minimum() || position > axis.Maximum()) {
+        throw Exception("%d outside %.0f to %.0f", position, axis.Minimum(), axis.Maximum());
+    }
+    return position;
+}
+
+Json DriveState(const Axis& axis) {
+    Json state;
+    state["position"] = axis.Position();
+    state["velocity"] = axis.Velocity();
+    state["moving"] = axis.IsMoving();
+    state["target"] = axis.Target() ? Json(*axis.Target()) : Json();
+    state["minimum"] = axis.Minimum();
+    state["maximum"] = axis.Maximum();
+    return state;
+}
+
+/// Of an axis whose unit is thousandths: whole numbers, as its service gives them.
+Json ThousandthsState(const Axis& axis) {
+    Json state = DriveState(axis);
+    state["position"] = Thousandths(axis);
+    if (axis.Target()) state["target"] = std::lround(*axis.Target());
+    state["minimum"] = std::lround(axis.Minimum());
+    state["maximum"] = std::lround(axis.Maximum()) - (axis.IsEndless() ? 1 : 0);
+    return state;
+}
+
+Json BanksState(const Banks& banks) {
+    Json state = Json::object();
+    for (const Banks::Bank& bank : banks.All()) state[bank.name] = bank.states;
+    return state;
+}
+
+template <class Fire>
+void FireCounting(int first, int count, Fire fire) {
+    if (count < 1 || count > kMostEvents) throw Exception("%d events: 1 to %d can be had", count, kMostEvents);
+    if (first > std::numeric_limits<int>::max() - (count - 1)) throw Exception("number out of range: %d", first);
+    for (int i = 0; i < count; ++i) fire(first + i);
+}
+
+}  // namespace
+
+std::string Control::Execute(const Words& words) {
+    if (words.empty()) throw Exception("no command");
+    const std::string& command = words.front();
+    const Words arguments(words.begin() + 1, words.end());
+    if (command == "state") {
+        CheckWords(command, arguments, 0, 0);
+        return State() + "\n";
+    }
+    if (command == "calls") return Calls(arguments);
+    if (command == "set") {
+        Set(arguments);
+    } else if (command == "banks") {
+        ReplaceBanks(arguments);
+    } else if (command == "event") {
+        FireEvents(arguments);
+    } else if (command == "fault") {
+        CheckWords(command, arguments, 2, 2);
+        _faults.Set(arguments[0], arguments[1]);
+    } else {
+        throw Exception("unknown command %s", command.c_str());
+    }
+    return "";
+}
+
+std::string Control::State() const {
+    Json state;
+    state["pan"] = ThousandthsState(_camera.pan);
+    state["tilt"] = ThousandthsState(_camera.tilt);
+    state["zoom"] = ThousandthsState(_camera.zoom.Drive());
+    state["focus"] = DriveState(_camera.focus.Drive());
+    state["focus"]["auto"] = _camera.focus.IsAuto();
+    state["focus"]["focusing"] = _camera.focus.IsFocusing();
+    state["iris"] = DriveState(_camera.iris.Drive());
+    state["iris"]["auto"] = _camera.iris.IsAuto();
+    state["presets"] = _camera.presets;
+    state["alarm"] = BanksState(_camera.alarms);
+    state["relay"] = BanksState(_camera.relays);
+    state["temperature"] = _camera.sensors.Temperatures();
+    state["voltage"] = _camera.sensors.VoltageStatus();
+    state["power"] = _camera.sensors.PowerStatus();
+    state["fan"] = _camera.sensors.IsFanRunning();
+    state["faults"] = _faults.All();
+    return state.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string Control::Calls(const Words& arguments) {
+    CheckWords("calls", arguments, 0, 1);
+    const bool clear = !arguments.empty();
+    if (clear && arguments[0] != "--clear") throw Exception("unknown option %s", arguments[0].c_str());
+    std::string lines = _calls.Lines();
+    if (clear) _calls.Clear();
+    return lines;
+}
+
+void Control::Set(const Words& arguments) {
+    CheckWords("set", arguments, 2, 4);
+    const std::string& thing = arguments[0];
+    const std::string& value = arguments[1];
+
+    using Setter = std::function<void()>;
+    const std::map<std::string, Setter> setters = {
+        {"pan", [&] { _camera.pan.Place(ParseNumber<int>(value)); }},
+        {"tilt", [&] { _camera.tilt.Place(ParseWithin(_camera.tilt, value)); }},
+        {"zoom", [&] { _camera.zoom.Place(ParseWithin(_camera.zoom.Drive(), value)); }},
+        {"zoom-max", [&] { _camera.zoom.SetMaximum(ParseNumber<std::uint32_t>(value)); }},
+        {"focus", [&] { _camera.focus.Place(ParsePercent(value)); }},
+        {"iris", [&] { _camera.iris.Place(ParsePercent(value)); }},
+        {"auto-focus", [&] { _camera.focus.SetAuto(ParseSwitch(value)); }},
+        {"auto-iris", [&] { _camera.iris.SetAuto(ParseSwitch(value)); }},
+        {"presets", [&] { _camera.presets = ParseNumber<std::uint32_t>(value); }},
+        {"voltage", [&] { _camera.sensors.SetVoltageStatus(ParseNumber<int>(value)); }},
+        {"power", [&] { _camera.sensors.SetPowerStatus(ParseNumber<int>(value)); }},
+    };
+    const std::map<std::string, Setter> longSetters = {
+        {"temperature",
+         [&] {
+             CheckWords(thing, arguments, 2, 3);
+             const int sensor = arguments.size() == 3 ? ParseNumber<int>(value) : 0;
+             _camera.sensors.SetTemperature(sensor, ParseNumber<int>(arguments.back()));
+         }},
+        {"alarm", [&] { SetBank(_camera.alarms, arguments); }},
+        {"relay", [&] { SetBank(_camera.relays, arguments); }},
+    };
+    Refusable([&] {
+        if (const auto found = setters.find(thing); found != setters.end()) {
+            CheckWords(thing, arguments, 2, 2);
+            found->second();
+        } else if (const auto other = longSetters.find(thing); other != longSetters.end()) {
+            other->second();
+        } else {
+            throw Exception("unknown thing %s", thing.c_str());
+        }
+    });
+}
+
+void Control::SetBank(Banks& banks, const Words& arguments) {
+    CheckWords(arguments[0], arguments, 4, 4);
+    banks.Set(arguments[1], ParseNumber<int>(arguments[2]), ParseSwitch(arguments[3]));
+}
+
+void Control::ReplaceBanks(const Words& arguments) {
+    CheckWords("banks", arguments, 1, 1 + Banks::kGreatestBanks);
+    const bool isAlarm = arguments[0] == "alarm";
+    if (!isAlarm && arguments[0] != "relay") throw Exception("unknown banks %s", arguments[0].c_str());
+    std::vector<Banks::Size> sizes;
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        const std::string& word = arguments[i];
+        const std::size_t equals = word.rfind('=');
+        if (equals == std::string::npos) throw Exception("not NAME=COUNT: %s", word.c_str());
+        sizes.push_back({word.substr(0, equals), ParseNumber<int>(word.substr(equals + 1))});
+    }
+    Refusable([&] { (isAlarm ? _camera.alarms : _camera.relays).Replace(sizes); });
+}
+
+void Control::FireEvents(const Words& arguments) {
+    Words values = arguments;
+    int count = 1;
+    if (values.size() >= 2 && values[values.size() - 2] == "--count") {
+        count = ParseNumber<int>(values.back());
+        values.resize(values.size() - 2);
+    }
+    if (values.empty()) throw Exception("event: wrong number of values (0)");
+    const std::string& thing = values[0];
+    if (thing == "temperature") {
+        CheckWords(thing, values, 3, 3);
+        const int sensor = ParseNumber<int>(values[1]);
+        auto& event = _services.temperature.OnTemperatureChange();
+        FireCounting(ParseNumber<int>(values[2]), count, [&](int degrees) { event.Fire(sensor, degrees); });
+        return;
+    }
+    const bool isVoltage = thing == "voltage";
+    if (!isVoltage && thing != "power") throw Exception("unknown event %s", thing.c_str());
+    CheckWords(thing, values, 2, 2);
+    auto& event = isVoltage ? _services.voltage.OnVoltageStatusChange() : _services.power.OnPowerStatusChange();
+    FireCounting(ParseNumber<int>(values[1]), count, [&](int status) { event.Fire(status); });
+}
+
+}  // namespace dome

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "CallLog.h"
+#include "Faults.h"
+#include "dome/services/Services.h"
+
+namespace dome {
+
+/// What domectl can ask of the running camera; domectl's usage text tells the commands.
+class Control {
+public:
+    Control(Camera& camera, Services& services, CallLog& calls, Faults& faults)
+        : _camera(camera), _services(services), _calls(calls), _faults(faults) {}
+
+    /// Carries out one command and returns what is to be printed. Throws tavos::osa::Exception, with one line of
+    /// text and the camera unchanged, for one that cannot be carried out.
+    std::string Execute(const std::vector<std::string>& words);
+
+    /// The whole camera, as JSON.
+    std::string State() const;
+
+private:
+    std::string Calls(const std::vector<std::string>& arguments);
+    void Set(const std::vector<std::string>& arguments);
+    void SetBank(Banks& banks, const std::vector<std::string>& arguments);
+    void ReplaceBanks(const std::vector<std::string>& arguments);
+    void FireEvents(const std::vector<std::string>& arguments);
+
+    Camera& _camera;
+    Services& _services;
+    CallLog& _calls;
+    Faults& _faults;
+};
+
+}  // namespace dome

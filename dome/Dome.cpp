@@ -1,0 +1,63 @@
+#include "Dome.h"
+
+#include <algorithm>
+
+namespace dome {
+
+namespace {
+
+using tavos::msgbus::ReceivedCall;
+using tavos::msgbus::Treatment;
+
+constexpr std::chrono::milliseconds kTickWhileMoving{20};
+// Also the longest that a signal may wait that arrives just before the host does.
+constexpr std::chrono::milliseconds kIdle{200};
+
+std::vector<std::string> ShortNames(const std::vector<Services::Name>& names) {
+    std::vector<std::string> shortNames;
+    for (const Services::Name& name : names) shortNames.push_back(name.shortName);
+    return shortNames;
+}
+
+}  // namespace
+
+Dome::Dome(const std::string& busAddress)
+    : _host(busAddress),
+      _names(_services.Serve(_host)),
+      _faults(ShortNames(_names), [this](const std::string& service, bool present) {
+          const auto named = [&](const Services::Name& name) { return name.shortName == service; };
+          _host.SetPresent(std::find_if(_names.begin(), _names.end(), named)->busName, present);
+      }) {
+    Serve(_host, static_cast<IControl&>(*this));
+    _host.SetCallFilter([this](const ReceivedCall& call) { return Treat(call); });
+}
+
+void Dome::Run(const std::atomic<bool>& stop) {
+    Clock::time_point nextTick = Clock::now();
+    while (!stop) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(nextTick - Clock::now());
+        _host.Process(static_cast<int>(std::max<long>(left.count(), 0)));
+        LetTimePass();
+        const Clock::time_point latest = _now + (_camera.IsMoving() ? kTickWhileMoving : kIdle);
+        if (nextTick <= _now || nextTick > latest) nextTick = latest;
+    }
+}
+
+Treatment Dome::Treat(const ReceivedCall& call) {
+    // The call meets the camera as it is now, not as it was when the host began to wait for it.
+    LetTimePass();
+    const auto named = [&](const Services::Name& name) { return name.busName == call.service; };
+    const auto name = std::find_if(_names.begin(), _names.end(), named);
+    if (name == _names.end()) return Treatment::kServe;
+    const Treatment treatment = _faults.Treatment(name->shortName);
+    _calls.Add(name->shortName, call, treatment);
+    return treatment;
+}
+
+void Dome::LetTimePass() {
+    const Clock::time_point now = Clock::now();
+    _camera.Tick(std::chrono::duration<double>(now - _now).count());
+    _now = now;
+}
+
+}  // namespace dome

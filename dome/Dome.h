@@ -1,0 +1,44 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "CallLog.h"
+#include "Control.h"
+#include "Faults.h"
+#include "IControl.h"
+#include "dome/model/Camera.h"
+#include "dome/services/Services.h"
+#include "tavos/msgbus/ServiceHost.h"
+
+namespace dome {
+
+/// The desk camera on the bus: all of it runs on the thread that calls Run.
+class Dome final : private IControl {
+public:
+    /// Takes all names. Throws tavos::osa::Exception when the bus does not answer or a name is taken.
+    explicit Dome(const std::string& busAddress);
+
+    /// Serves until `stop` is set (a signal handler may do so), through a restart of the bus as well.
+    void Run(const std::atomic<bool>& stop);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::string Execute(const std::vector<std::string>& words) override { return _control.Execute(words); }
+    tavos::msgbus::Treatment Treat(const tavos::msgbus::ReceivedCall& call);
+    void LetTimePass();
+
+    Camera _camera;
+    Services _services{_camera};
+    CallLog _calls;
+    tavos::msgbus::ServiceHost _host;
+    const std::vector<Services::Name> _names;
+    Faults _faults;
+    Control _control{_camera, _services, _calls, _faults};
+    Clock::time_point _now = Clock::now();
+};
+
+}  // namespace dome

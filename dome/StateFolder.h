@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+
+namespace dome {
+
+/// The bus address of the desk camera in that state folder: unix:path=FOLDER/bus.sock, escaped as D-Bus wants it.
+/// Throws tavos::osa::Exception when there is no such folder.
+std::string BusAddress(const std::string& folder);
+
+}  // namespace dome

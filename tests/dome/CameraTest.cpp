@@ -1,0 +1,232 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <utility>
+
+#include "dome/model/Camera.h"
+
+namespace dome {
+namespace {
+
+TEST(Camera, StartsAtRest) {
+    Camera camera;
+    EXPECT_FALSE(camera.IsMoving());
+    EXPECT_EQ(Thousandths(camera.pan), 0);
+    EXPECT_EQ(Thousandths(camera.tilt), 0);
+    EXPECT_EQ(camera.zoom.Magnification(), 1000u);
+    EXPECT_EQ(camera.zoom.Maximum(), 20000u);
+    EXPECT_TRUE(camera.focus.IsAuto());
+    EXPECT_TRUE(camera.iris.IsAuto());
+    EXPECT_EQ(camera.presets, 64u);
+    EXPECT_EQ(camera.sensors.Temperature(0), 25);
+    EXPECT_EQ(camera.sensors.VoltageStatus(), 0);
+    EXPECT_EQ(camera.sensors.PowerStatus(), 0);
+}
+
+TEST(Camera, TurnsAtItsStatedSpeeds) {
+    Camera camera;
+    camera.pan.MoveAt(1, 300);
+    camera.tilt.MoveAt(-1, 300);
+    camera.Tick(1);  // long past speeding up
+    const double pan = camera.pan.Position();
+    const double tilt = camera.tilt.Position();
+    EXPECT_NEAR(pan, 120000 * 0.9, 200);
+    camera.Tick(0.25);
+    EXPECT_NEAR(camera.pan.Position() - pan, 30000, 1e-3);
+    EXPECT_NEAR(camera.tilt.Position() - tilt, -15000, 1e-3);
+    camera.Tick(10);
+    EXPECT_EQ(Thousandths(camera.tilt), -90000);
+    EXPECT_TRUE(camera.IsMoving());  // the pan goes on
+    camera.pan.Stop();
+    camera.Tick(1);
+    EXPECT_FALSE(camera.IsMoving());
+}
+
+TEST(Camera, ReportsNoPositionOfAWholeTurn) {
+    Camera camera;
+    camera.pan.Place(359999.7);
+    EXPECT_EQ(Thousandths(camera.pan), 0);
+    camera.pan.Place(359999.2);
+    EXPECT_EQ(Thousandths(camera.pan), 359999);
+    camera.tilt.Place(-89999.7);
+    EXPECT_EQ(Thousandths(camera.tilt), -90000);
+    camera.tilt.Place(90000);
+    EXPECT_EQ(Thousandths(camera.tilt), 90000);
+}
+
+TEST(Zoom, MovesAtItsRateWithinItsRange) {
+    Zoom zoom;
+    zoom.MoveTo(11000, 300);
+    zoom.Tick(1);
+    EXPECT_EQ(zoom.Magnification(), 6000u);
+    zoom.Tick(1.01);
+    EXPECT_EQ(zoom.Magnification(), 11000u);
+    zoom.Move(1, 300);
+    zoom.Tick(60);
+    EXPECT_EQ(zoom.Magnification(), 20000u);
+    zoom.Move(-1, 1);
+    zoom.Tick(60);
+    EXPECT_EQ(zoom.Magnification(), 15000u);
+    zoom.MoveTo(0, 300);
+    zoom.Tick(60);
+    EXPECT_EQ(zoom.Magnification(), 1000u);
+}
+
+TEST(Zoom, ObeysItsMaximum) {
+    Zoom zoom;
+    zoom.SetMaximum(Zoom::kGreatestMaximum);
+    zoom.MoveTo(240000, 300);
+    zoom.Tick(60);
+    EXPECT_EQ(zoom.Magnification(), 240000u);
+    zoom.SetMaximum(30000);
+    EXPECT_EQ(zoom.Magnification(), 30000u);
+    EXPECT_EQ(zoom.Maximum(), 30000u);
+    EXPECT_THROW(zoom.SetMaximum(999), std::out_of_range);
+    EXPECT_THROW(zoom.SetMaximum(240001), std::out_of_range);
+    EXPECT_EQ(zoom.Maximum(), 30000u);
+}
+
+TEST(Focus, MovesByHandAndByItself) {
+    Focus focus;
+    focus.MoveTo(100);
+    focus.Tick(0.5);
+    EXPECT_NEAR(focus.Percent(), 75, 1e-6);
+    focus.Move(-1);
+    focus.Tick(10);
+    EXPECT_EQ(focus.Percent(), 0);
+    EXPECT_TRUE(focus.IsAuto());
+
+    focus.Refocus(true);
+    focus.Tick(0.1);
+    EXPECT_TRUE(focus.IsFocusing());
+    focus.Tick(10);
+    EXPECT_FALSE(focus.IsFocusing());
+    EXPECT_EQ(focus.Percent(), Focus::kSharp);
+}
+
+TEST(Focus, BreaksOffARunOfTheAutoFocus) {
+    Focus focus;
+    focus.SetAuto(false);
+    EXPECT_FALSE(focus.IsAuto());
+    focus.Place(0);
+    focus.Refocus(true);
+    focus.Tick(0.5);
+    focus.Refocus(false);
+    focus.Tick(10);
+    EXPECT_NEAR(focus.Percent(), 25, 1e-6);
+    EXPECT_FALSE(focus.IsAuto());
+
+    focus.SetAuto(true);
+    EXPECT_TRUE(focus.IsFocusing());
+    focus.MoveTo(10);
+    EXPECT_FALSE(focus.IsFocusing());
+    focus.Refocus(false);  // nothing to break off: the move by hand goes on
+    focus.Tick(10);
+    EXPECT_EQ(focus.Percent(), 10);
+}
+
+TEST(Iris, MovesAndReturnsToItsAutomatic) {
+    Iris iris;
+    iris.SetAuto(false);
+    EXPECT_FALSE(iris.IsAuto());
+    iris.Move(1);
+    iris.Tick(0.5);
+    EXPECT_NEAR(iris.Percent(), 75, 1e-6);
+    iris.Move(0);
+    iris.Tick(1);
+    EXPECT_NEAR(iris.Percent(), 75, 1e-6);
+    iris.Move(-1);
+    iris.Tick(10);
+    EXPECT_EQ(iris.Percent(), 0);
+    iris.SetAuto(true);
+    iris.Tick(10);
+    EXPECT_EQ(iris.Percent(), Iris::kExposed);
+}
+
+TEST(Banks, CountAndKeepStates) {
+    Banks banks({{"BNK1", 4}, {"BNK2", 2}});
+    EXPECT_EQ(banks.Names(), (std::vector<std::string>{"BNK1", "BNK2"}));
+    EXPECT_EQ(banks.Count("BNK1"), 4);
+    EXPECT_EQ(banks.Total(), 6);
+    EXPECT_FALSE(banks.State("BNK2", 1));
+    banks.Set("BNK2", 1, true);
+    EXPECT_TRUE(banks.State("BNK2", 1));
+    EXPECT_FALSE(banks.State("BNK1", 1));
+    banks.Set("BNK2", 1, false);
+    EXPECT_FALSE(banks.State("BNK2", 1));
+}
+
+TEST(Banks, RefuseWhatDoesNotExist) {
+    Banks banks({{"BNK1", 4}});
+    EXPECT_THROW(banks.Count("BNK9"), std::out_of_range);
+    EXPECT_THROW(banks.State("BNK9", 0), std::out_of_range);
+    EXPECT_THROW(banks.State("BNK1", 4), std::out_of_range);
+    EXPECT_THROW(banks.State("BNK1", -1), std::out_of_range);
+    EXPECT_THROW(banks.Set("BNK1", 4, true), std::out_of_range);
+    EXPECT_THROW(banks.Set("", 0, true), std::out_of_range);
+}
+
+TEST(Banks, KeepWhatStaysWhenTheyAreReplaced) {
+    Banks banks({{"A", 2}, {"B", 2}});
+    banks.Set("A", 0, true);
+    banks.Set("A", 1, true);
+    banks.Set("B", 1, true);
+    banks.Replace({{"C", 1}, {"B", 4}, {"A", 1}});
+    EXPECT_EQ(banks.Names(), (std::vector<std::string>{"C", "B", "A"}));
+    EXPECT_FALSE(banks.State("C", 0));
+    EXPECT_TRUE(banks.State("B", 1));
+    EXPECT_FALSE(banks.State("B", 3));
+    EXPECT_TRUE(banks.State("A", 0));
+    EXPECT_EQ(banks.Count("A"), 1);
+    banks.Replace({});
+    EXPECT_EQ(banks.Total(), 0);
+}
+
+TEST(Banks, AreUnchangedByARefusedReplacement) {
+    Banks banks({{"A", 2}});
+    EXPECT_THROW(banks.Replace({{"B", 1}, {"B", 2}}), std::invalid_argument);
+    EXPECT_THROW(banks.Replace({{"B", -1}}), std::invalid_argument);
+    EXPECT_THROW(banks.Replace({{"B", 100001}}), std::invalid_argument);
+    EXPECT_THROW(banks.Replace({{"", 1}}), std::invalid_argument);
+    EXPECT_EQ(banks.Names(), std::vector<std::string>{"A"});
+    banks.Replace({{"B", 100000}});
+    EXPECT_EQ(banks.Total(), 100000);
+}
+
+TEST(Sensors, ReportChangesOnly) {
+    Sensors sensors;
+    std::vector<std::pair<int, int>> temperatures;
+    std::vector<int> voltages;
+    std::vector<int> powers;
+    sensors.ObserveTemperature([&](int sensor, int degrees) { temperatures.emplace_back(sensor, degrees); });
+    sensors.ObserveVoltage([&](int status) { voltages.push_back(status); });
+    sensors.ObservePower([&](int status) { powers.push_back(status); });
+    sensors.SetTemperature(0, 25);
+    sensors.SetTemperature(1, -40);
+    sensors.SetTemperature(1, -40);
+    sensors.SetTemperature(0, 26);
+    sensors.SetVoltageStatus(0);
+    sensors.SetVoltageStatus(2);
+    sensors.SetPowerStatus(1);
+    sensors.SetPowerStatus(1);
+    sensors.SetPowerStatus(0);
+    EXPECT_EQ(temperatures, (std::vector<std::pair<int, int>>{{1, -40}, {0, 26}}));
+    EXPECT_EQ(voltages, std::vector<int>{2});
+    EXPECT_EQ(powers, (std::vector<int>{1, 0}));
+    EXPECT_THROW(sensors.SetTemperature(2, 20), std::out_of_range);
+    EXPECT_THROW(sensors.Temperature(-1), std::out_of_range);
+}
+
+TEST(Sensors, SwitchTheFan) {
+    Sensors sensors;
+    EXPECT_FALSE(sensors.IsFanRunning());
+    sensors.SetTemperature(1, Sensors::kFanOn);
+    EXPECT_TRUE(sensors.IsFanRunning());
+    sensors.SetTemperature(1, Sensors::kFanOff + 1);
+    EXPECT_TRUE(sensors.IsFanRunning());
+    sensors.SetTemperature(1, Sensors::kFanOff);
+    EXPECT_FALSE(sensors.IsFanRunning());
+}
+
+}  // namespace
+}  // namespace dome

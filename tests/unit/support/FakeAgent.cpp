@@ -1,0 +1,81 @@
+#include "support/FakeAgent.h"
+
+#include "support/Journal.h"
+
+namespace {
+
+FakeAgent s_agent;
+
+bool Refused(const char* name) {
+    return s_agent.refusing.count(name) != 0;
+}
+
+int Register(const char* kind, netsnmp_handler_registration* registration) {
+    journal::Add(journal::Join("agent", kind, registration->handlerName,
+                               OidText(registration->rootoid, registration->rootoid_len), registration->modes));
+    if (!Refused(registration->handlerName)) return MIB_REGISTERED_OK;
+    netsnmp_handler_registration_free(registration);
+    return MIB_REGISTRATION_FAILED;
+}
+
+}  // namespace
+
+FakeAgent& Agent() {
+    return s_agent;
+}
+
+void ResetAgent() {
+    s_agent = FakeAgent();
+}
+
+std::string OidText(const oid* name, std::size_t length) {
+    std::string text;
+    for (std::size_t i = 0; i < length; ++i) text += "." + std::to_string(name[i]);
+    return text;
+}
+
+// These stand in for the libraries' own: the executable's symbols come first.
+extern "C" {
+
+int netsnmp_register_instance(netsnmp_handler_registration* registration) {
+    return Register("register_instance", registration);
+}
+
+int netsnmp_register_table_data_set(netsnmp_handler_registration* registration, netsnmp_table_data_set*,
+                                    netsnmp_table_registration_info*) {
+    return Register("register_table_data_set", registration);
+}
+
+int netsnmp_unregister_handler(netsnmp_handler_registration* registration) {
+    journal::Add(journal::Join("agent unregister", registration->handlerName));
+    netsnmp_handler_registration_free(registration);
+    return SNMPERR_SUCCESS;
+}
+
+int register_readfd(int descriptor, void (*callback)(int, void*), void*) {
+    journal::Add("agent register_readfd");
+    if (Refused("readfd")) return FD_REGISTRATION_FAILED;
+    s_agent.readDescriptor = descriptor;
+    s_agent.readCallback = callback;
+    return FD_REGISTERED_OK;
+}
+
+int unregister_readfd(int descriptor) {
+    journal::Add("agent unregister_readfd");
+    if (descriptor == s_agent.readDescriptor) s_agent.readDescriptor = -1;
+    return FD_UNREGISTERED_OK;
+}
+
+void send_v2trap(netsnmp_variable_list* list) {
+    journal::Add("agent send_v2trap");
+    FakeAgent::SentTrap trap{};
+    for (const auto* binding = list; binding != nullptr; binding = binding->next_variable) ++trap.bindings;
+    trap.trapOid = OidText(list->val.objid, list->val_len / sizeof(oid));
+    if (const auto* second = list->next_variable) {
+        trap.name = OidText(second->name, second->name_length);
+        trap.type = second->type;
+        trap.value = static_cast<unsigned long>(*second->val.integer) & 0xFFFFFFFF;
+    }
+    s_agent.traps.push_back(trap);
+}
+}

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tavos/core/Event.h"
+
+/// The platform as the unit tests have it: the logger, the bus, the settings store and every service client of
+/// tavos/, replaced at link time by recorders that write into the journal and answer what a test has put here.
+struct FakeCamera {
+    /// Operations that throw, as "pan.SetPosition", "pan.CreateClient", "settings.GetValue", "bus.StartServer",
+    /// "logger.ConfigureLogging".
+    std::set<std::string> failing;
+    /// What they throw: tavos::osa::Exception, or an int.
+    bool throwsInt = false;
+
+    std::uint32_t panPosition = 0;
+    std::uint32_t panMinPosition = 0;
+    std::uint32_t panMaxPosition = 360000;
+    double panVelocity = 0.0;
+
+    std::uint32_t tiltPosition = 0;
+    int tiltMinPosition = -90000;
+    int tiltMaxPosition = 90000;
+    double tiltVelocity = 0.0;
+
+    std::uint32_t magnification = 1000;
+    std::uint32_t maxMagnification = 20000;
+    std::uint32_t maxDigitalMagnification = 12000;
+    std::uint32_t maxOpticalMagnification = 20000;
+
+    double focusPosition = 0.0;
+    double focusMinPosition = 0.0;
+    double focusMaxPosition = 100.0;
+    double focusMinTranslation = -100.0;
+    double focusMaxTranslation = 100.0;
+    bool autoIris = false;
+
+    std::uint32_t maxPresets = 64;
+
+    /// Banks in their order. `bankCount` and `total` win over the vectors' sizes where they are set.
+    struct Banks {
+        std::vector<std::pair<std::string, std::vector<bool>>> banks;
+        std::map<std::string, int> bankCount;
+        int total = -1;
+    };
+    Banks alarms;
+    Banks relays;
+
+    int temperature = 25;
+    int voltage = 0;
+    int power = 0;
+    tavos::core::Event2<int, int> temperatureChange;
+    tavos::core::Event1<int> voltageChange;
+    tavos::core::Event1<int> powerChange;
+
+    /// "[Section]Key" -> value
+    std::map<std::string, std::string> settings;
+};
+
+/// The camera of the test in hand. ResetCamera makes a new one and empties the journal.
+FakeCamera& Camera();
+void ResetCamera();

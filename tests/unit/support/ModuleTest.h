@@ -1,0 +1,38 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/FakeAgent.h"
+#include "support/FakePlatform.h"
+#include "support/Journal.h"
+#include "support/SnmpRequest.h"
+#include "tavos/msgbus/MsgBus.h"
+
+/// A test with a camera, an agent and a journal of its own.
+class ModuleTest : public testing::Test {
+protected:
+    ModuleTest() {
+        ResetAgent();
+        ResetCamera();
+    }
+};
+
+/// A test of one provider, constructed by then, with the journal emptied after its construction.
+template <class Provider>
+class ProviderTest : public ModuleTest {
+protected:
+    ProviderTest() : _provider(_bus) { journal::Clear(); }
+
+    tavos::msgbus::MsgBus _bus;
+    Provider _provider;
+};
+
+using journal::Lines;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;

@@ -111,9 +111,12 @@ class Desk:
     def alive(self, name):
         return self.processes[name].poll() is None
 
-    def domectl(self, *words):
+    def try_domectl(self, *words):
         command = [BUILD / "bin" / "domectl", "--state", self.state, *map(str, words)]
-        done = subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=20)
+        return subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=20)
+
+    def domectl(self, *words):
+        done = self.try_domectl(*words)
         assert done.returncode == 0, f"domectl {words}: {done.stderr}"
         return done.stdout
 

@@ -20,7 +20,7 @@ def stored(manager):
 
 
 def pan_calls(desk):
-    return [(call["call"], call["args"]) for call in desk.calls() if "pan" in call["service"].lower()]
+    return [(call["call"], call["args"]) for call in desk.calls() if call["service"] == "pan"]
 
 
 @contextlib.contextmanager
@@ -33,11 +33,10 @@ def fault(desk, service, kind):
 
 
 @pytest.fixture(autouse=True)
-def stand_still(request):
+def stand_still(manager):
     """The axis stands when the next test begins."""
     yield
-    if "manager" in request.fixturenames:
-        request.getfixturevalue("manager").set_octets(PAN, bytes(4))
+    manager.set_octets(PAN, bytes(4))
 
 
 def test_absolute_move(camera, manager):

@@ -145,10 +145,11 @@ def test_the_bus_may_restart(desk):
         answer = manager.set_octets(OID["positionPan"], bytes.fromhex("02002328"))
         assert answer.error_status == ber.NO_ERROR
     desk.start_bus()
+    await_until(lambda: desk.try_domectl("calls", "--clear").returncode == 0, "the dome is back on the bus")
 
     def served():
         with ManagerOf(desk) as manager:
             manager.set_octets(OID["positionPan"], bytes.fromhex("02002328"))
         return "SetPositionAtSpeed" in [call["call"] for call in desk.calls()]
 
-    await_until(served, "the camera is back on the bus")
+    await_until(served, "the module is back on the bus")

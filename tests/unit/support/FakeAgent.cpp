@@ -1,5 +1,7 @@
 #include "support/FakeAgent.h"
 
+#include <dlfcn.h>
+
 #include "support/Journal.h"
 
 namespace {
@@ -41,15 +43,26 @@ int netsnmp_register_instance(netsnmp_handler_registration* registration) {
     return Register("register_instance", registration);
 }
 
-int netsnmp_register_table_data_set(netsnmp_handler_registration* registration, netsnmp_table_data_set*,
+int netsnmp_register_table_data_set(netsnmp_handler_registration* registration, netsnmp_table_data_set* dataSet,
                                     netsnmp_table_registration_info*) {
-    return Register("register_table_data_set", registration);
+    const std::string name = registration->handlerName;
+    const int result = Register("register_table_data_set", registration);
+    if (result == MIB_REGISTERED_OK) s_agent.dataSets[name] = dataSet;
+    return result;
 }
 
 int netsnmp_unregister_handler(netsnmp_handler_registration* registration) {
     journal::Add(journal::Join("agent unregister", registration->handlerName));
     netsnmp_handler_registration_free(registration);
     return SNMPERR_SUCCESS;
+}
+
+/// Only listens: the library's own does the work.
+int snmp_set_var_typed_value(netsnmp_variable_list* variable, u_char type, const void* value, std::size_t length) {
+    static const auto original =
+        reinterpret_cast<decltype(&snmp_set_var_typed_value)>(dlsym(RTLD_NEXT, "snmp_set_var_typed_value"));
+    s_agent.answers.push_back({type, length});
+    return original(variable, type, value, length);
 }
 
 int register_readfd(int descriptor, void (*callback)(int, void*), void*) {

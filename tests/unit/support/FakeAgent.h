@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -20,6 +21,18 @@ struct FakeAgent {
         std::size_t bindings;  ///< how many the list has
     };
     std::vector<SentTrap> traps;
+
+    /// The data sets of the tables that were registered, by name. They belong to their tables.
+    std::map<std::string, netsnmp_table_data_set*> dataSets;
+
+    /// Values that were put into a variable since the last SnmpRequest::Call began, with the width they were handed
+    /// over in. An INTEGER's width cannot be told from the variable afterwards: the library widens it to a long.
+    struct Answer {
+        u_char type;
+        std::size_t width;
+        bool operator==(const Answer& other) const { return type == other.type && width == other.width; }
+    };
+    std::vector<Answer> answers;
 
     int readDescriptor = -1;  ///< what the module has registered
     void (*readCallback)(int, void*) = nullptr;

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <memory>
+#include <stdexcept>
 #include <type_traits>
 
 #include "support/Journal.h"
@@ -33,6 +34,7 @@ std::unique_ptr<FakeCamera> s_camera = std::make_unique<FakeCamera>();
 void MayFail(const std::string& operation) {
     if (Camera().failing.count(operation) == 0) return;
     if (Camera().throwsInt) throw 42;
+    if (Camera().throwsRuntimeError) throw std::runtime_error(operation);
     throw tavos::osa::Exception("%s fails", operation.c_str());
 }
 
@@ -163,7 +165,9 @@ namespace {
 /// Records a call, with its arguments, as "call SERVICE OPERATION ARGUMENTS", and lets it fail where a test wants it.
 template <class... Arguments>
 void Record(const char* service, const char* operation, const Arguments&... arguments) {
-    journal::Add(journal::Join("call", service, operation, arguments...));
+    const auto call = journal::Join(service, operation, arguments...);
+    journal::Add("call " + call);
+    if (Camera().onCall) Camera().onCall(call);
     MayFail(std::string(service) + "." + operation);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -15,8 +16,12 @@ struct FakeCamera {
     /// Operations that throw, as "pan.SetPosition", "pan.CreateClient", "settings.GetValue", "bus.StartServer",
     /// "logger.ConfigureLogging".
     std::set<std::string> failing;
-    /// What they throw: tavos::osa::Exception, or an int.
+    /// What they throw: tavos::osa::Exception, or an int, or a std::runtime_error.
     bool throwsInt = false;
+    bool throwsRuntimeError = false;
+    /// Sees every call of a service as its journal line has it, "relay GetRelayCount", before it is answered: here a
+    /// test changes the camera between the steps of one request.
+    std::function<void(const std::string& call)> onCall;
 
     std::uint32_t panPosition = 0;
     std::uint32_t panMinPosition = 0;

@@ -1,5 +1,7 @@
 #include "support/SnmpRequest.h"
 
+#include "support/FakeAgent.h"
+
 SnmpRequest::SnmpRequest(const oid* name, std::size_t length) {
     snmp_varlist_add_variable(&_variable, name, length, ASN_NULL, nullptr, 0);
     _request.requestvb = _variable;
@@ -33,6 +35,7 @@ SnmpRequest& SnmpRequest::WithRangeEnd(const std::vector<oid>& rangeEnd) {
 }
 
 int SnmpRequest::Call(Netsnmp_Node_Handler* handler, int mode) {
+    Agent().answers.clear();
     _info.mode = mode;
     return handler(nullptr, nullptr, &_info, &_request);
 }

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tavos/msgbus/ServiceHost.h"
+
+/// A service host on a thread of its own, as another process's would be.
+class HostThread {
+public:
+    /// Returns when the host is on the bus; throws what the host's constructor throws.
+    explicit HostThread(std::string address) {
+        std::promise<void> connected;
+        auto outcome = connected.get_future();
+        _thread = std::thread([this, &connected, address] { Run(address, connected); });
+        try {
+            outcome.get();
+        } catch (...) {
+            _thread.join();
+            throw;
+        }
+    }
+    ~HostThread() {
+        _stop = true;
+        _thread.join();
+    }
+    HostThread(const HostThread&) = delete;
+    HostThread& operator=(const HostThread&) = delete;
+
+    /// Runs `work` on the host's thread and returns, or throws, what it did.
+    void Do(const std::function<void(tavos::msgbus::ServiceHost&)>& work) {
+        std::packaged_task<void(tavos::msgbus::ServiceHost&)> task(work);
+        auto outcome = task.get_future();
+        {
+            std::lock_guard<std::mutex> lock(_mutex);
+            _tasks.push_back(std::move(task));
+        }
+        outcome.get();
+    }
+
+private:
+    void Run(const std::string& address, std::promise<void>& connected) {
+        std::unique_ptr<tavos::msgbus::ServiceHost> host;
+        try {
+            host = std::make_unique<tavos::msgbus::ServiceHost>(address);
+        } catch (...) {
+            connected.set_exception(std::current_exception());
+            return;
+        }
+        connected.set_value();
+        while (!_stop) {
+            std::vector<std::packaged_task<void(tavos::msgbus::ServiceHost&)>> tasks;
+            {
+                std::lock_guard<std::mutex> lock(_mutex);
+                tasks.swap(_tasks);
+            }
+            for (auto& task : tasks) task(*host);
+            host->Process(5);
+        }
+    }
+
+    std::mutex _mutex;
+    std::vector<std::packaged_task<void(tavos::msgbus::ServiceHost&)>> _tasks;
+    std::atomic<bool> _stop{false};
+    std::thread _thread;
+};

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "TemporaryFolder.h"
+
+/// A message bus of the test's own, in a folder of its own. TAVOS_BUS_ADDRESS points at it while it lives.
+class PrivateBus {
+public:
+    PrivateBus();
+    ~PrivateBus();
+    PrivateBus(const PrivateBus&) = delete;
+    PrivateBus& operator=(const PrivateBus&) = delete;
+
+    const std::string& Address() const { return _address; }
+
+    /// Returns when the bus accepts connections; throws std::runtime_error when it does not.
+    void Start();
+    void Stop();
+    /// Stops the daemon's process, so that it neither answers nor hangs up, and lets it go on.
+    void Freeze();
+    void Thaw();
+
+private:
+    TemporaryFolder _folder;
+    std::string _address;
+    pid_t _daemon = -1;
+};

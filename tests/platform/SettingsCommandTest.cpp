@@ -1,0 +1,114 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+
+#include "TemporaryFolder.h"
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+struct Outcome {
+    int status;
+    std::string output;
+    std::string errors;
+};
+
+class SettingsCommandTest : public testing::Test {
+protected:
+    SettingsCommandTest() { setenv("TAVOS_SETTINGS_STORE", "/nonexistent/never", 1); }
+
+    /// `words` as a shell reads them, after the store's name.
+    Outcome Run(const std::string& words) { return RunWith("--store '" + store + "' " + words); }
+
+    Outcome RunWith(const std::string& words) {
+        const std::string line = std::string(TAVOS_SETTINGS_COMMAND) + " " + words + " >'" + folder.File("out") +
+                                 "' 2>'" + folder.File("err") + "'";
+        const int status = std::system(line.c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, FileText(folder.File("out")),
+                FileText(folder.File("err"))};
+    }
+
+    void ExpectFailure(const std::string& words, const std::string& reason) {
+        const Outcome outcome = Run(words);
+        EXPECT_EQ(outcome.status, 1) << words;
+        EXPECT_EQ(outcome.output, "") << words;
+        EXPECT_THAT(outcome.errors, AllOf(StartsWith("tavos-settings: "), HasSubstr(reason)));
+        EXPECT_EQ(outcome.errors.find('\n'), outcome.errors.size() - 1) << outcome.errors;
+    }
+
+    void Import(const std::string& text) {
+        WriteFile(folder.File("in"), text);
+        const Outcome outcome = Run("import '" + folder.File("in") + "'");
+        ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    }
+
+    TemporaryFolder folder;
+    const std::string store = folder.File("settings.db");
+};
+
+TEST_F(SettingsCommandTest, ImportGetSetListExport) {
+    Import("[Device/ReadOnly]\nModel = D1\nEmpty =\n[App]\nk = a\\nb\n");
+    EXPECT_EQ(Run("get '[Device/ReadOnly]Model'").output, "D1\n");
+    EXPECT_EQ(Run("get '[App]k'").output, "a\nb\n");
+    const Outcome empty = Run("get '[Device/ReadOnly]Empty'");
+    EXPECT_EQ(empty.status, 0);
+    EXPECT_EQ(empty.output, "\n");
+    EXPECT_EQ(Run("set '[Device/ReadOnly]Model' 'D 2'").status, 0);
+    EXPECT_EQ(Run("list").output, "[App]k = a\\nb\n[Device/ReadOnly]Empty = \n[Device/ReadOnly]Model = D 2\n");
+    EXPECT_EQ(Run("list Device").output, "[Device/ReadOnly]Empty = \n[Device/ReadOnly]Model = D 2\n");
+    const std::string all = "[App]\nk = a\\nb\n[Device/ReadOnly]\nEmpty = \nModel = D 2\n";
+    EXPECT_EQ(Run("export").output, all);
+    EXPECT_EQ(Run("export -").output, all);
+    EXPECT_EQ(Run("export '" + folder.File("copy") + "'").status, 0);
+    EXPECT_EQ(FileText(folder.File("copy")), all);
+
+    const std::string second = folder.File("second.db");
+    EXPECT_EQ(RunWith("--store '" + second + "' import - <'" + folder.File("copy") + "'").status, 0);
+    EXPECT_EQ(RunWith("--store '" + second + "' export").output, all);
+}
+
+TEST_F(SettingsCommandTest, TheEnvironmentNamesTheStore) {
+    Import("[a]\nb = 1\n");
+    setenv("TAVOS_SETTINGS_STORE", store.c_str(), 1);
+    EXPECT_EQ(RunWith("get '[a]b'").output, "1\n");
+}
+
+TEST_F(SettingsCommandTest, ImportIsAllOrNothing) {
+    Import("[a]\nb = 1\n");
+    WriteFile(folder.File("in"), "[a]\nb = 2\nc = 3\nthis is no setting\n");
+    ExpectFailure("import '" + folder.File("in") + "'", "line 4");
+    EXPECT_EQ(Run("export").output, "[a]\nb = 1\n");
+}
+
+TEST_F(SettingsCommandTest, FailuresAreOneLine) {
+    ExpectFailure("get '[a]b'", store + ": unable to open");
+    ExpectFailure("set '[a]b' 1", store + ": unable to open");
+    ExpectFailure("list", store + ": unable to open");
+    ExpectFailure("export", store + ": unable to open");
+    ExpectFailure("import /nonexistent/file", "/nonexistent/file: cannot be opened");
+    EXPECT_FALSE(std::filesystem::exists(store));
+    Import("[a]\nb = 1\n");
+    ExpectFailure("get '[a]c'", "[a]c: no such value");
+    ExpectFailure("get '[x]b'", "[x]b: no such value");
+    ExpectFailure("get b", "\"b\" is no key of the form [Section]Key");
+    ExpectFailure("set '[a]' 1", "\"[a]\" is no key of the form [Section]Key");
+    ExpectFailure("import '" + folder.File("") + "'", "cannot be read");
+    ExpectFailure("export /nonexistent/file", "/nonexistent/file: cannot be written");
+}
+
+TEST_F(SettingsCommandTest, WrongUsage) {
+    for (const char* words : {"", "get", "get a b", "set a", "set a b c", "list a b", "import", "import a b",
+                              "export a b", "other", "--store", "--store x"}) {
+        const Outcome outcome = RunWith(words);
+        EXPECT_EQ(outcome.status, 2) << words;
+        EXPECT_EQ(outcome.output, "") << words;
+        EXPECT_THAT(outcome.errors, StartsWith("usage: tavos-settings ")) << words;
+    }
+}
+
+}  // namespace

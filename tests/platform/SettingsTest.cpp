@@ -1,0 +1,289 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "TemporaryFolder.h"
+#include "tavos/core/IniFile.h"
+#include "tavos/core/Logger.h"
+#include "tavos/osa/Exception.h"
+#include "tavos/settings/TavosSettingsClient.h"
+
+using tavos::core::IniFile;
+using tavos::osa::Exception;
+using tavos::settings::TavosSettingsClient;
+using testing::AllOf;
+using testing::HasSubstr;
+
+namespace {
+
+template <class Work>
+std::string Failure(const Work& work) {
+    try {
+        work();
+    } catch (const Exception& e) {
+        return e.what();
+    }
+    return "";
+}
+
+class SettingsTest : public testing::Test {
+protected:
+    SettingsTest() { setenv("TAVOS_SETTINGS_STORE", store.c_str(), 1); }
+
+    void Execute(const char* sql) {
+        sqlite3* database = nullptr;
+        ASSERT_EQ(sqlite3_open(store.c_str(), &database), SQLITE_OK);
+        EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(database);
+        sqlite3_close(database);
+    }
+
+    TemporaryFolder folder;
+    const std::string store = folder.File("settings.db");
+};
+
+TEST_F(SettingsTest, ValuesComeBack) {
+    TavosSettingsClient client(TavosSettingsClient::kCreate);
+    std::string all;
+    for (int octet = 0; octet < 256; ++octet) all += static_cast<char>(octet);
+    client.SetValue("[Device/ReadOnly]Model", "D1");
+    client.SetValue("[Device/ReadOnly]Model", "D2");
+    client.SetValue("[x]all octets", all);
+    client.SetValue("[x]empty", "");
+    for (const int mode : {0, 1, 2}) {
+        TavosSettingsClient reader(mode);
+        EXPECT_EQ(reader.GetValue("[Device/ReadOnly]Model"), "D2");
+        EXPECT_EQ(reader.GetValue("[x]all octets"), all);
+        EXPECT_EQ(reader.GetValue("[x]empty"), "");
+        EXPECT_EQ(reader.GetValue("[x]missing"), "");
+        EXPECT_EQ(reader.GetValue("[y]Model"), "");
+    }
+}
+
+TEST_F(SettingsTest, KeysOfAnotherFormAreRefused) {
+    TavosSettingsClient client(TavosSettingsClient::kCreate);
+    for (const char* key : {"", "a", "[a]", "[]b", "a]b", "[a", "[a]b=c", "[a\n]b", "[a] b", "[[a]b", "[a]#b"}) {
+        EXPECT_THAT(Failure([&] { client.SetValue(key, "1"); }), HasSubstr("is no key of the form [Section]Key"))
+            << key;
+        EXPECT_NE(Failure([&] { client.GetValue(key); }), "") << key;
+    }
+}
+
+TEST_F(SettingsTest, SettingsAreASectionAndWhatIsBelow) {
+    TavosSettingsClient client(TavosSettingsClient::kCreate);
+    for (const char* section : {"App", "App/One", "App/One/Deep", "Apple", "App0", "App.", "ap", "Zoo"}) {
+        client.SetValue(std::string("[") + section + "]k", section);
+    }
+    const auto sections = [&](const std::string& path) {
+        IniFile ini;
+        ini.SetValue("before", "k", "kept");
+        client.GetSettings(path, ini);
+        EXPECT_EQ(ini.GetValue("before", "k"), "kept");
+        std::string names;
+        for (const auto& [name, values] : ini.Sections()) {
+            if (name != "before") names += name + " ";
+        }
+        return names;
+    };
+    EXPECT_EQ(sections("App"), "App App/One App/One/Deep ");
+    EXPECT_EQ(sections("App/One"), "App/One App/One/Deep ");
+    EXPECT_EQ(sections("None"), "");
+    EXPECT_EQ(sections(""), "App App. App/One App/One/Deep App0 Apple Zoo ap ");
+}
+
+TEST_F(SettingsTest, AMissingStoreIsAFailureUntilItIsThere) {
+    TavosSettingsClient reader(TavosSettingsClient::kReadOnly);
+    TavosSettingsClient writer(TavosSettingsClient::kReadWrite);
+    EXPECT_THAT(Failure([&] { reader.GetValue("[a]b"); }), AllOf(HasSubstr(store), HasSubstr("unable to open")));
+    EXPECT_NE(Failure([&] { writer.SetValue("[a]b", "1"); }), "");
+    EXPECT_NE(access(store.c_str(), F_OK), 0);
+    TavosSettingsClient(TavosSettingsClient::kCreate).SetValue("[a]b", "1");
+    EXPECT_EQ(reader.GetValue("[a]b"), "1");
+    writer.SetValue("[a]b", "2");
+    EXPECT_EQ(reader.GetValue("[a]b"), "2");
+}
+
+TEST_F(SettingsTest, AnEmptyStoreIsMadeForItsOwnerAlone) {
+    umask(0);
+    IniFile ini;
+    TavosSettingsClient(TavosSettingsClient::kCreate).GetSettings("", ini);
+    EXPECT_TRUE(ini.Sections().empty());
+    struct stat status {};
+    ASSERT_EQ(stat(store.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600U);
+    EXPECT_EQ(FileText(store).substr(18, 2), "\x02\x02");  // the file's mark for WAL
+}
+
+TEST_F(SettingsTest, ADamagedStoreIsReportedAndLeftAlone) {
+    for (const std::string& rubbish : {std::string(5000, 'x'), std::string("no database")}) {
+        WriteFile(store, rubbish);
+        for (const int mode : {0, 1, 2}) {
+            TavosSettingsClient client(mode);
+            EXPECT_THAT(Failure([&] { client.GetValue("[a]b"); }),
+                        AllOf(HasSubstr(store), HasSubstr("not a database")));
+            EXPECT_NE(Failure([&] { client.SetValue("[a]b", "1"); }), "");
+            IniFile ini;
+            EXPECT_NE(Failure([&] { client.GetSettings("", ini); }), "");
+        }
+        EXPECT_EQ(FileText(store), rubbish);
+    }
+}
+
+TEST_F(SettingsTest, AStoreDamagedInTheMiddleIsReported) {
+    {
+        TavosSettingsClient client(TavosSettingsClient::kCreate);
+        IniFile many;
+        for (int i = 0; i < 500; ++i) many.SetValue("s" + std::to_string(i), "k", std::string(100, 'v'));
+        client.SetSettings(many);
+    }
+    std::string text = FileText(store);
+    ASSERT_GT(text.size(), 20000U);
+    for (std::size_t at = 4096; at < text.size(); ++at) text[at] = 'x';
+    WriteFile(store, text);
+    TavosSettingsClient client(TavosSettingsClient::kReadWrite);
+    EXPECT_THAT(Failure([&] { client.GetValue("[s7]k"); }), HasSubstr("malformed"));
+    EXPECT_THAT(Failure([&] { client.SetValue("[s7]k", "1"); }), HasSubstr("malformed"));
+    EXPECT_EQ(FileText(store), text);
+}
+
+TEST_F(SettingsTest, AnotherProgramsDatabaseIsLeftAlone) {
+    Execute("CREATE TABLE other (x)");
+    const std::string before = FileText(store);
+    for (const int mode : {0, 1, 2}) {
+        TavosSettingsClient client(mode);
+        EXPECT_THAT(Failure([&] { client.GetValue("[a]b"); }), HasSubstr("it is no settings store")) << mode;
+    }
+    EXPECT_EQ(FileText(store), before);
+}
+
+TEST_F(SettingsTest, ReadOnlyDoesNotWrite) {
+    TavosSettingsClient(TavosSettingsClient::kCreate).SetValue("[a]b", "1");
+    TavosSettingsClient reader(TavosSettingsClient::kReadOnly);
+    EXPECT_THAT(Failure([&] { reader.SetValue("[a]b", "2"); }), HasSubstr("reading only"));
+    EXPECT_EQ(reader.GetValue("[a]b"), "1");
+}
+
+TEST_F(SettingsTest, ManyValuesOrNone) {
+    TavosSettingsClient client(TavosSettingsClient::kCreate);
+    client.SetValue("[a]a", "old");
+    IniFile bad;
+    bad.SetValue("a", "a", "new");
+    bad.SetValue("b", "b", "new");
+    bad.SetValue("c", "no=name", "new");
+    EXPECT_NE(Failure([&] { client.SetSettings(bad); }), "");
+    EXPECT_EQ(client.GetValue("[a]a"), "old");
+    EXPECT_EQ(client.GetValue("[b]b"), "");
+
+    IniFile good;
+    good.SetValue("a", "a", "new");
+    good.SetValue("b", "b", "new");
+    client.SetSettings(good);
+    EXPECT_EQ(client.GetValue("[a]a"), "new");
+    EXPECT_EQ(client.GetValue("[b]b"), "new");
+}
+
+TEST_F(SettingsTest, ABusyStoreIsWaitedForButNotForever) {
+    TavosSettingsClient client(TavosSettingsClient::kCreate);
+    client.SetValue("[a]b", "1");
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(store.c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    EXPECT_EQ(client.GetValue("[a]b"), "1");  // readers do not wait
+    EXPECT_THAT(Failure([&] { client.SetValue("[a]b", "2"); }), HasSubstr("locked"));
+    ASSERT_EQ(sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(other);
+    client.SetValue("[a]b", "2");
+    EXPECT_EQ(client.GetValue("[a]b"), "2");
+}
+
+TEST_F(SettingsTest, ManyProcessesShareAStore) {
+    constexpr int kProcesses = 4;
+    constexpr int kValues = 25;
+    std::vector<pid_t> children;
+    for (int p = 0; p < kProcesses; ++p) {
+        children.push_back(fork());
+        if (children.back() != 0) continue;
+        int result = 0;
+        try {
+            tavos::core::Logger::ClearAppenders();
+            TavosSettingsClient client(TavosSettingsClient::kCreate);  // all of them make it at the same time
+            for (int i = 0; i < kValues; ++i) {
+                client.SetValue("[p" + std::to_string(p) + "]k" + std::to_string(i), std::to_string(i));
+            }
+        } catch (const std::exception& e) {
+            fprintf(stderr, "%s\n", e.what());
+            result = 1;
+        }
+        _exit(result);
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    IniFile ini;
+    TavosSettingsClient(TavosSettingsClient::kReadOnly).GetSettings("", ini);
+    for (int p = 0; p < kProcesses; ++p) {
+        for (int i = 0; i < kValues; ++i) {
+            EXPECT_EQ(ini.GetValue("p" + std::to_string(p), "k" + std::to_string(i)), std::to_string(i));
+        }
+    }
+}
+
+TEST_F(SettingsTest, ValuesSurviveAKill) {
+    TavosSettingsClient(TavosSettingsClient::kCreate).SetValue("[a]b", "0");
+    int progress[2];
+    ASSERT_EQ(pipe(progress), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        TavosSettingsClient client(TavosSettingsClient::kReadWrite);
+        for (int i = 1;; ++i) {
+            client.SetValue("[a]b", std::to_string(i));
+            if (write(progress[1], &i, sizeof i) != sizeof i) _exit(1);
+        }
+    }
+    close(progress[1]);
+    int last = 0;
+    while (last < 20 && read(progress[0], &last, sizeof last) == sizeof last) {
+    }
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    while (read(progress[0], &last, sizeof last) == sizeof last) {
+    }
+    close(progress[0]);
+    const int kept = std::stoi(TavosSettingsClient(TavosSettingsClient::kReadOnly).GetValue("[a]b"));
+    EXPECT_GE(kept, last);
+    EXPECT_LE(kept, last + 1);
+    EXPECT_GE(last, 20);
+}
+
+TEST_F(SettingsTest, TheLogTellsOnceWhatIsWrong) {
+    const std::string file = folder.File("log");
+    IniFile ini;
+    ini.SetValue("log", "log.file", file);
+    tavos::core::Logger::ClearAppenders();
+    tavos::core::Logger::ConfigureLogging(ini, "log");
+    TavosSettingsClient client(TavosSettingsClient::kReadWrite);
+    const auto lines = [&] {
+        const std::string text = FileText(file);
+        return std::count(text.begin(), text.end(), '\n');
+    };
+    for (int i = 0; i < 3; ++i) EXPECT_NE(Failure([&] { client.GetValue("[a]b"); }), "");
+    EXPECT_EQ(lines(), 1);
+    EXPECT_THAT(FileText(file), HasSubstr(" tavos Error settings store " + store + ": unable to open"));
+    TavosSettingsClient(TavosSettingsClient::kCreate).SetValue("[a]b", "1");
+    EXPECT_EQ(client.GetValue("[a]b"), "1");
+    EXPECT_EQ(lines(), 1);
+    unlink(store.c_str());
+    EXPECT_NE(Failure([&] { client.GetValue("[a]b"); }), "");
+    EXPECT_EQ(lines(), 2);
+    tavos::core::Logger::ClearAppenders();
+}
+
+}  // namespace

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+/// A folder of the test's own, removed with all that is in it.
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        char name[] = "/tmp/tavos-test-XXXXXX";
+        if (mkdtemp(name) == nullptr) throw std::runtime_error("no temporary folder");
+        _path = name;
+    }
+    ~TemporaryFolder() {
+        std::error_code error;
+        std::filesystem::remove_all(_path, error);
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    std::string File(const std::string& name) const { return _path + "/" + name; }
+
+private:
+    std::string _path;
+};
+
+inline std::string FileText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+inline void WriteFile(const std::string& path, const std::string& text) {
+    std::ofstream file(path, std::ios::binary);
+    file << text;
+}

@@ -1,6 +1,7 @@
 #include "support/FakeAgent.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 
 #include "support/Journal.h"
 
@@ -40,7 +41,11 @@ std::string OidText(const oid* name, std::size_t length) {
 extern "C" {
 
 int netsnmp_register_instance(netsnmp_handler_registration* registration) {
-    return Register("register_instance", registration);
+    const std::string name = registration->handlerName;
+    auto* const handler = registration->handler->access_method;
+    const int result = Register("register_instance", registration);
+    if (result == MIB_REGISTERED_OK) s_agent.handlers[name] = handler;
+    return result;
 }
 
 int netsnmp_register_table_data_set(netsnmp_handler_registration* registration, netsnmp_table_data_set* dataSet,
@@ -65,16 +70,18 @@ int snmp_set_var_typed_value(netsnmp_variable_list* variable, u_char type, const
     return original(variable, type, value, length);
 }
 
-int register_readfd(int descriptor, void (*callback)(int, void*), void*) {
+int register_readfd(int descriptor, void (*callback)(int, void*), void* data) {
     journal::Add("agent register_readfd");
     if (Refused("readfd")) return FD_REGISTRATION_FAILED;
     s_agent.readDescriptor = descriptor;
     s_agent.readCallback = callback;
+    s_agent.readData = data;
     return FD_REGISTERED_OK;
 }
 
 int unregister_readfd(int descriptor) {
     journal::Add("agent unregister_readfd");
+    s_agent.unregisteredOpen = fcntl(descriptor, F_GETFD) != -1;
     if (descriptor == s_agent.readDescriptor) s_agent.readDescriptor = -1;
     return FD_UNREGISTERED_OK;
 }
@@ -83,6 +90,8 @@ void send_v2trap(netsnmp_variable_list* list) {
     journal::Add("agent send_v2trap");
     FakeAgent::SentTrap trap{};
     for (const auto* binding = list; binding != nullptr; binding = binding->next_variable) ++trap.bindings;
+    trap.firstName = OidText(list->name, list->name_length);
+    trap.firstType = list->type;
     trap.trapOid = OidText(list->val.objid, list->val_len / sizeof(oid));
     if (const auto* second = list->next_variable) {
         trap.name = OidText(second->name, second->name_length);
@@ -90,5 +99,6 @@ void send_v2trap(netsnmp_variable_list* list) {
         trap.value = static_cast<unsigned long>(*second->val.integer) & 0xFFFFFFFF;
     }
     s_agent.traps.push_back(trap);
+    if (s_agent.whileSending) s_agent.whileSending();
 }
 }

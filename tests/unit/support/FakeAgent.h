@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -14,13 +15,20 @@ struct FakeAgent {
     std::set<std::string> refusing;
 
     struct SentTrap {
-        std::string trapOid;   ///< the value of the first binding, ".1.3.6..."
-        std::string name;      ///< the name of the second binding
-        u_char type;           ///< of the second binding
-        unsigned long value;   ///< its 32 bits
-        std::size_t bindings;  ///< how many the list has
+        std::string trapOid;    ///< the value of the first binding, ".1.3.6..."
+        std::string name;       ///< the name of the second binding
+        u_char type;            ///< of the second binding
+        unsigned long value;    ///< its 32 bits
+        std::size_t bindings;   ///< how many the list has
+        std::string firstName;  ///< the name of the first binding
+        u_char firstType;       ///< its type
     };
     std::vector<SentTrap> traps;
+    /// Runs inside every sending of a trap, after the trap was recorded.
+    std::function<void()> whileSending;
+
+    /// Handlers of the instances that were registered, by name.
+    std::map<std::string, Netsnmp_Node_Handler*> handlers;
 
     /// The data sets of the tables that were registered, by name. They belong to their tables.
     std::map<std::string, netsnmp_table_data_set*> dataSets;
@@ -36,6 +44,8 @@ struct FakeAgent {
 
     int readDescriptor = -1;  ///< what the module has registered
     void (*readCallback)(int, void*) = nullptr;
+    void* readData = nullptr;
+    bool unregisteredOpen = false;  ///< the descriptor was still open when it was unregistered
 };
 
 FakeAgent& Agent();

@@ -43,6 +43,14 @@ void Dome::Run(const std::atomic<bool>& stop) {
     }
 }
 
+std::vector<std::string> Dome::Execute(const std::vector<std::string>& words) {
+    try {
+        return {"ok", _control.Execute(words)};
+    } catch (const std::exception& error) {
+        return {"error", error.what()};
+    }
+}
+
 Treatment Dome::Treat(const ReceivedCall& call) {
     // The call meets the camera as it is now, not as it was when the host began to wait for it.
     LetTimePass();

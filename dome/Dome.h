@@ -27,7 +27,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    std::string Execute(const std::vector<std::string>& words) override { return _control.Execute(words); }
+    std::vector<std::string> Execute(const std::vector<std::string>& words) override;
     tavos::msgbus::Treatment Treat(const tavos::msgbus::ReceivedCall& call);
     void LetTimePass();
 

@@ -19,8 +19,10 @@ public:
 
     virtual ~IControl() = default;
 
-    /// Carries out one command, its words as domectl takes them, and returns what it prints.
-    virtual std::string Execute(const std::vector<std::string>& words) = 0;
+    /// Carries out one command, its words as domectl takes them. The answer is two words: "ok" and what is to be
+    /// printed, or "error" and one line that tells why the command cannot be carried out. Throws
+    /// tavos::osa::Exception when there is no camera that answers.
+    virtual std::vector<std::string> Execute(const std::vector<std::string>& words) = 0;
 };
 
 /// Puts the service on the bus and returns its name, as tavos::interfaces::Serve does.

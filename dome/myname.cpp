@@ -4,6 +4,7 @@
 #include <exception>
 #include <string>
 
+#include "tavos/core/Logger.h"
 #include "tavos/osa/Exception.h"
 #include "tavos/settings/TavosSettingsClient.h"
 
@@ -31,6 +32,7 @@ std::string Identity(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    tavos::core::Logger::ClearAppenders();  // standard output is for the answer
     try {
         const std::string identity = Identity(argc, argv);
         std::printf("%s\n", identity.c_str());

@@ -9,7 +9,9 @@
 
 #include "dome/IControl.h"
 #include "dome/StateFolder.h"
+#include "tavos/core/Logger.h"
 #include "tavos/msgbus/MsgBus.h"
+#include "tavos/osa/Exception.h"
 
 namespace {
 
@@ -32,6 +34,7 @@ constexpr const char* kUsage = R"(usage: domectl --state DIR [--bus ADDRESS] COM
                                          temperature voltage power fan
 )";
 
+using tavos::osa::Exception;
 using Words = std::vector<std::string>;
 
 struct Command {
@@ -74,9 +77,17 @@ std::string Execute(const Invocation& invocation) {
     const std::string address = dome::BusAddress(invocation.state);
     setenv("TAVOS_BUS_ADDRESS", invocation.bus.empty() ? address.c_str() : invocation.bus.c_str(), 1);
     setenv("TAVOS_CALL_TIMEOUT_MS", "10000", 1);  // a full call log takes its time
+    tavos::core::Logger::ClearAppenders();        // standard output is for the answer
     tavos::msgbus::MsgBus bus;
     const std::unique_ptr<dome::IControl> control(dome::IControl::CreateClient(&bus));
-    return control->Execute(invocation.words);
+    Words answer;
+    try {
+        answer = control->Execute(invocation.words);
+    } catch (const std::exception& error) {
+        throw Exception("no answer from the camera in %s: %s", invocation.state.c_str(), error.what());
+    }
+    if (answer.size() != 2 || answer[0] != "ok") throw Exception("%s", answer.empty() ? "" : answer.back().c_str());
+    return answer[1];
 }
 
 }  // namespace
@@ -89,8 +100,9 @@ int main(int argc, char** argv) {
     }
     try {
         const std::string output = Execute(invocation);
-        std::fwrite(output.data(), 1, output.size(), stdout);
-        return std::fflush(stdout) == 0 ? 0 : 1;
+        const bool written = std::fwrite(output.data(), 1, output.size(), stdout) == output.size();
+        if (!written || std::fflush(stdout) != 0) throw Exception("standard output cannot be written");
+        return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "domectl: %s\n", error.what());
         return 1;

@@ -1,0 +1,241 @@
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "dome/Control.h"
+#include "tavos/osa/Exception.h"
+
+namespace dome {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using tavos::msgbus::Treatment;
+using tavos::osa::Exception;
+
+struct ControlTest : testing::Test {
+    std::string Execute(const std::vector<std::string>& words) { return control.Execute(words); }
+    Json State() { return Json::parse(control.State()); }
+
+    Camera camera;
+    Services services{camera};
+    CallLog calls;
+    std::vector<std::pair<std::string, bool>> presence;
+    Faults faults{{"pan", "alarm"},
+                  [this](const std::string& service, bool present) { presence.emplace_back(service, present); }};
+    Control control{camera, services, calls, faults};
+};
+
+TEST_F(ControlTest, SetsThings) {
+    Execute({"set", "pan", "-1000"});
+    Execute({"set", "tilt", "-45000"});
+    Execute({"set", "zoom-max", "30000"});
+    Execute({"set", "zoom", "25000"});
+    Execute({"set", "focus", "12.5"});
+    Execute({"set", "iris", "75"});
+    Execute({"set", "auto-focus", "0"});
+    Execute({"set", "auto-iris", "0"});
+    Execute({"set", "presets", "255"});
+    Execute({"set", "temperature", "-5"});
+    Execute({"set", "temperature", "1", "70"});
+    Execute({"set", "voltage", "2"});
+    Execute({"set", "power", "1"});
+    Execute({"set", "alarm", "BNK1", "3", "1"});
+    Execute({"set", "relay", "BNK2", "0", "1"});
+    const Json state = State();
+    EXPECT_EQ(state["pan"]["position"], 359000);
+    EXPECT_EQ(state["tilt"]["position"], -45000);
+    EXPECT_EQ(state["zoom"]["maximum"], 30000);
+    EXPECT_EQ(state["zoom"]["position"], 25000);
+    EXPECT_EQ(state["focus"]["position"], 12.5);
+    EXPECT_EQ(state["focus"]["auto"], false);
+    EXPECT_EQ(state["iris"]["position"], 75);
+    EXPECT_EQ(state["iris"]["auto"], false);
+    EXPECT_EQ(state["presets"], 255);
+    EXPECT_EQ(state["temperature"], Json::parse("[-5,70]"));
+    EXPECT_EQ(state["fan"], true);
+    EXPECT_EQ(state["voltage"], 2);
+    EXPECT_EQ(state["power"], 1);
+    EXPECT_EQ(state["alarm"]["BNK1"], Json::parse("[false,false,false,true]"));
+    EXPECT_EQ(state["relay"]["BNK2"], Json::parse("[true,false]"));
+}
+
+TEST_F(ControlTest, ShowsMotion) {
+    camera.pan.MoveTo(180000, 0.5, 300);
+    camera.tilt.MoveAt(-1, 300);
+    camera.Tick(0.5);
+    const Json state = State();
+    EXPECT_EQ(state["pan"]["moving"], true);
+    EXPECT_EQ(state["pan"]["target"], 180000);
+    EXPECT_EQ(state["pan"]["velocity"], 0.5);
+    EXPECT_EQ(state["pan"]["minimum"], 0);
+    EXPECT_EQ(state["pan"]["maximum"], 359999);
+    EXPECT_EQ(state["tilt"]["velocity"], -1);
+    EXPECT_TRUE(state["tilt"]["target"].is_null());
+    EXPECT_EQ(state["tilt"]["minimum"], -90000);
+    EXPECT_EQ(state["tilt"]["maximum"], 90000);
+}
+
+TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
+    const std::string before = control.State();
+    const std::vector<std::vector<std::string>> bad = {
+        {},
+        {"dance"},
+        {"state", "now"},
+        {"calls", "--all"},
+        {"set"},
+        {"set", "pan"},
+        {"set", "pan", ""},
+        {"set", "pan", "north"},
+        {"set", "pan", "12x"},
+        {"set", "pan", "1.5"},
+        {"set", "pan", "99999999999"},
+        {"set", "pan", "1", "2"},
+        {"set", "tilt", "90001"},
+        {"set", "tilt", "-90001"},
+        {"set", "zoom", "999"},
+        {"set", "zoom", "20001"},
+        {"set", "zoom-max", "999"},
+        {"set", "zoom-max", "-1"},
+        {"set", "focus", "101"},
+        {"set", "focus", "nan"},
+        {"set", "auto-iris", "2"},
+        {"set", "auto-focus", "yes"},
+        {"set", "temperature", "2", "20"},
+        {"set", "temperature", "-1", "20"},
+        {"set", "temperature", "0", "20", "1"},
+        {"set", "voltage", "low"},
+        {"set", "alarm", "BNK1", "4", "1"},
+        {"set", "alarm", "BNK1", "1", "2"},
+        {"set", "alarm", "BNK1", "1"},
+        {"set", "relay", "BNK3", "0", "1"},
+        {"set", "wiper", "1"},
+        {"banks"},
+        {"banks", "lamps", "A=1"},
+        {"banks", "alarm", "A"},
+        {"banks", "alarm", "A="},
+        {"banks", "alarm", "=1"},
+        {"banks", "alarm", "A=-1"},
+        {"banks", "alarm", "A=100001"},
+        {"banks", "relay", "A=1", "A=2"},
+        {"event"},
+        {"event", "wiper", "1"},
+        {"event", "temperature", "30"},
+        {"event", "voltage", "x"},
+        {"event", "voltage", "1", "2"},
+        {"event", "voltage", "1", "--count", "0"},
+        {"event", "voltage", "1", "--count", "100001"},
+        {"event", "voltage", "2147483647", "--count", "2"},
+        {"event", "voltage", "1", "--count"},
+        {"event", "--count", "3"},
+        {"fault", "pan"},
+        {"fault", "pan", "broken"},
+        {"fault", "wiper", "ok"},
+    };
+    for (const auto& words : bad) {
+        std::string all;
+        for (const std::string& word : words) all += word + " ";
+        EXPECT_THROW(Execute(words), Exception) << all;
+    }
+    EXPECT_EQ(control.State(), before);
+    EXPECT_TRUE(presence.empty());
+}
+
+TEST_F(ControlTest, ReplacesBanks) {
+    Execute({"set", "alarm", "BNK2", "1", "1"});
+    Execute({"banks", "alarm", "zz=1", "BNK2=3", "a=b=2"});
+    EXPECT_EQ(State()["alarm"].dump(), R"({"zz":[false],"BNK2":[false,true,false],"a=b":[false,false]})");
+    EXPECT_EQ(State()["relay"]["BNK1"].size(), 4u);
+    Execute({"banks", "relay", "R=100000"});
+    EXPECT_EQ(State()["relay"]["R"].size(), 100000u);
+    Execute({"banks", "relay"});
+    EXPECT_EQ(State()["relay"].dump(), "{}");
+}
+
+struct Recorder {
+    void OnTemperature(int sensor, int degrees) { temperatures.emplace_back(sensor, degrees); }
+    void OnStatus(int status) { statuses.push_back(status); }
+    std::vector<std::pair<int, int>> temperatures;
+    std::vector<int> statuses;
+};
+
+TEST_F(ControlTest, FiresEventsThatLeaveTheReadingsAlone) {
+    Recorder temperature;
+    Recorder voltage;
+    Recorder power;
+    services.temperature.OnTemperatureChange().AddHandler(
+        tavos::core::CreateDelegate(&temperature, &Recorder::OnTemperature));
+    services.voltage.OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(&voltage, &Recorder::OnStatus));
+    services.power.OnPowerStatusChange().AddHandler(tavos::core::CreateDelegate(&power, &Recorder::OnStatus));
+    const std::string before = control.State();
+    Execute({"event", "temperature", "7", "-3"});
+    Execute({"event", "temperature", "0", "40", "--count", "2"});
+    Execute({"event", "voltage", "1"});
+    Execute({"event", "power", "5", "--count", "3"});
+    EXPECT_EQ(temperature.temperatures, (std::vector<std::pair<int, int>>{{7, -3}, {0, 40}, {0, 41}}));
+    EXPECT_EQ(voltage.statuses, std::vector<int>{1});
+    EXPECT_EQ(power.statuses, (std::vector<int>{5, 6, 7}));
+    EXPECT_EQ(control.State(), before);
+}
+
+TEST_F(ControlTest, TakesAndGivesUpNamesOnlyWhenThatChanges) {
+    using Presence = std::vector<std::pair<std::string, bool>>;
+    Execute({"fault", "pan", "fail"});
+    EXPECT_EQ(faults.Treatment("pan"), Treatment::kFail);
+    Execute({"fault", "pan", "hang"});
+    EXPECT_EQ(faults.Treatment("pan"), Treatment::kHang);
+    EXPECT_EQ(faults.Treatment("alarm"), Treatment::kServe);
+    EXPECT_EQ(presence, Presence{});
+    Execute({"fault", "pan", "gone"});
+    Execute({"fault", "pan", "gone"});
+    EXPECT_EQ(presence, (Presence{{"pan", false}}));
+    EXPECT_EQ(State()["faults"]["pan"], "gone");
+    Execute({"fault", "pan", "ok"});
+    EXPECT_EQ(presence, (Presence{{"pan", false}, {"pan", true}}));
+    EXPECT_EQ(faults.Treatment("pan"), Treatment::kServe);
+}
+
+TEST(CallLog, WritesArgumentsByTheirKind) {
+    CallLog log;
+    log.Add("pan", {"org.tavos.Pan1", "SetPositionAtSpeed", {"180000", "0.5039370078740157", "300"}},
+            Treatment::kServe);
+    log.Add("focus", {"org.tavos.Focus1", "SetAutoFocus", {"true"}}, Treatment::kFail);
+    log.Add("relay", {"org.tavos.Relay3", "SetRelay", {"12", "3", "-1"}}, Treatment::kHang);
+    log.Add("alarm", {"org.tavos.Alarm3", "GetBankAlarmCount", {"a \"b\"\n"}}, Treatment::kServe);
+    log.Add("pan", {"org.tavos.Pan1", "SetRelativeVelocity", {"1e-05", "nan"}}, Treatment::kServe);
+    log.Add("fan", {"org.tavos.Fan2", "IsRunning", {}}, Treatment::kServe);
+    EXPECT_EQ(log.Lines(),
+              R"({"service":"pan","call":"SetPositionAtSpeed","args":[180000,0.5039370078740157,300],"outcome":"ok"})"
+              "\n"
+              R"({"service":"focus","call":"SetAutoFocus","args":[true],"outcome":"fail"})"
+              "\n"
+              R"({"service":"relay","call":"SetRelay","args":["12",3,-1],"outcome":"hang"})"
+              "\n"
+              R"({"service":"alarm","call":"GetBankAlarmCount","args":["a \"b\"\n"],"outcome":"ok"})"
+              "\n"
+              R"({"service":"pan","call":"SetRelativeVelocity","args":[1e-05,"nan"],"outcome":"ok"})"
+              "\n"
+              R"({"service":"fan","call":"IsRunning","args":[],"outcome":"ok"})"
+              "\n");
+    log.Clear();
+    EXPECT_EQ(log.Lines(), "");
+}
+
+TEST(CallLog, KeepsTheLatestCallsOnly) {
+    CallLog log;
+    for (std::size_t i = 0; i < CallLog::kMostCalls + 5; ++i) {
+        log.Add("power", {"org.tavos.Power2", "GetPowerStatus", {std::to_string(i)}}, Treatment::kServe);
+    }
+    const std::string lines = log.Lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 100000);
+    EXPECT_EQ(lines.substr(0, lines.find('\n')),
+              R"({"service":"power","call":"GetPowerStatus","args":[5],"outcome":"ok"})");
+
+    log.Clear();
+    const std::string big(1024 * 1024, 'x');
+    for (int i = 0; i < 40; ++i) log.Add("alarm", {"", "GetBankAlarmCount", {big}}, Treatment::kServe);
+    EXPECT_LE(log.Lines().size(), CallLog::kMostBytes);
+    EXPECT_GT(log.Lines().size(), CallLog::kMostBytes / 2);
+}
+
+}  // namespace
+}  // namespace dome

@@ -1,0 +1,467 @@
+// The real process on a bus of its own, seen as its users see it: through the platform's clients and domectl.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+
+#include "Desk.h"
+#include "tavos/interfaces/IAlarmV3Provider.h"
+#include "tavos/interfaces/IAxisProvider.h"
+#include "tavos/interfaces/IFanV2Provider.h"
+#include "tavos/interfaces/IFocusProvider.h"
+#include "tavos/interfaces/IFocusV2Provider.h"
+#include "tavos/interfaces/IIrisProvider.h"
+#include "tavos/interfaces/IPanProvider.h"
+#include "tavos/interfaces/IPowerV2Provider.h"
+#include "tavos/interfaces/IPresetsV2Provider.h"
+#include "tavos/interfaces/IRelayV3Provider.h"
+#include "tavos/interfaces/ITemperatureV2Provider.h"
+#include "tavos/interfaces/IVoltageV2Provider.h"
+#include "tavos/interfaces/IZoomProvider.h"
+#include "tavos/msgbus/MsgBus.h"
+#include "tavos/osa/Exception.h"
+
+namespace dome::test {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace tavos::interfaces;
+using nlohmann::json;
+using tavos::osa::Exception;
+using Clock = std::chrono::steady_clock;
+
+template <class Interface>
+using Client = std::unique_ptr<Interface>;
+
+struct ProcessTest : testing::Test {
+    void SetUp() override {
+        setenv("TAVOS_BUS_ADDRESS", desk.BusAddress().c_str(), 1);
+        ASSERT_NO_FATAL_FAILURE(desk.StartBus());
+        ASSERT_NO_FATAL_FAILURE(desk.StartDome());
+        bus = std::make_unique<tavos::msgbus::MsgBus>();
+        pan.reset(IPanProvider::CreateClient(bus.get()));
+        fan.reset(IFanV2Provider::CreateClient(bus.get()));
+    }
+
+    /// The services' calls, "service call", in order.
+    Words CallNames() {
+        Words names;
+        for (const json& call : desk.Calls()) {
+            names.push_back(call["service"].get<std::string>() + " " + call["call"].get<std::string>());
+        }
+        return names;
+    }
+
+    Desk desk;
+    std::unique_ptr<tavos::msgbus::MsgBus> bus;
+    Client<IPanProvider> pan;
+    Client<IFanV2Provider> fan;
+};
+
+TEST_F(ProcessTest, PansFromEndToEnd) {
+    pan->SetPositionAtSpeed(30000, 0.5039370078740157, 300);
+    EXPECT_EQ(desk.State()["pan"]["target"], 30000);
+    EXPECT_TRUE(Await([&] { return desk.State()["pan"]["moving"] == false; }));
+    EXPECT_EQ(pan->GetPosition(), 30000u);
+    EXPECT_EQ(pan->GetRelativeVelocity(), 0);
+    EXPECT_EQ(desk.State()["pan"]["position"], 30000);
+}
+
+TEST_F(ProcessTest, LetsNoMoreTimePassForAMoveThanThereWas) {
+    const auto started = Clock::now();
+    // Long enough for the camera to wait for the next call several times over.
+    EXPECT_TRUE(Await([&] { return Clock::now() - started > 500ms; }));
+    const auto before = Clock::now();
+    pan->SetRelativeVelocity(1, 300);
+    const double position = pan->GetPosition();
+    const double seconds = std::chrono::duration<double>(Clock::now() - before).count();
+    EXPECT_LE(position, seconds * 120000);
+    EXPECT_TRUE(Await([&] { return pan->GetRelativeVelocity() == 1; }));
+    const auto first = Clock::now();
+    const double from = pan->GetPosition();
+    EXPECT_TRUE(Await([&] { return Clock::now() - first > 300ms; }));
+    const double to = pan->GetPosition();
+    const double longest = std::chrono::duration<double>(Clock::now() - first).count();
+    EXPECT_LE(to - from, longest * 120000 + 2);
+    EXPECT_GE(to - from, 0.3 * 120000 - 2);
+}
+
+TEST_F(ProcessTest, ServesEveryService) {
+    const Client<IAxisProvider> tilt(IAxisProvider::CreateClient(bus.get(), "tilt"));
+    const Client<IZoomProvider> zoom(IZoomProvider::CreateClient(bus.get()));
+    const Client<IFocusProvider> focus(IFocusProvider::CreateClient(bus.get()));
+    const Client<IFocusV2Provider> focus2(IFocusV2Provider::CreateClient(bus.get()));
+    const Client<IIrisProvider> iris(IIrisProvider::CreateClient(bus.get()));
+    const Client<IPresetsV2Provider> presets2(IPresetsV2Provider::CreateClient(bus.get()));
+    const Client<IAlarmV3Provider> alarm(IAlarmV3Provider::CreateClient(bus.get()));
+    const Client<IRelayV3Provider> relay(IRelayV3Provider::CreateClient(bus.get()));
+    const Client<ITemperatureV2Provider> temperature(ITemperatureV2Provider::CreateClient(bus.get()));
+    const Client<IVoltageV2Provider> voltage(IVoltageV2Provider::CreateClient(bus.get()));
+    const Client<IPowerV2Provider> power(IPowerV2Provider::CreateClient(bus.get()));
+    desk.Control({"set", "tilt", "-45000"});
+    desk.Control({"set", "temperature", "1", "-7"});
+    desk.Control({"set", "voltage", "2"});
+    desk.Control({"set", "power", "1"});
+
+    EXPECT_EQ(pan->GetMaxPosition(), 359999u);
+    EXPECT_EQ(static_cast<int>(tilt->GetPosition()), -45000);
+    EXPECT_EQ(zoom->GetMaxMagnificationThousandthsX(), 20000u);
+    focus->SetAutoFocus(false);
+    focus2->SetPosition(62.5);
+    EXPECT_TRUE(iris->GetAutoIris());
+    EXPECT_EQ(presets2->GetMaxPresets(), 64u);
+    EXPECT_EQ(alarm->GetBankNames(), (Words{"BNK1", "BNK2"}));
+    relay->SetRelay("BNK2", 1, 1);
+    EXPECT_EQ(temperature->GetTemperatureDegreesCelsius(1), -7);
+    EXPECT_EQ(voltage->GetVoltageStatus(), 2);
+    EXPECT_EQ(power->GetPowerStatus(), 1);
+    EXPECT_FALSE(fan->IsRunning());
+
+    EXPECT_EQ(desk.State()["focus"]["auto"], false);
+    EXPECT_EQ(desk.State()["focus"]["target"], 62.5);
+    EXPECT_EQ(desk.State()["relay"]["BNK2"], json::parse("[false,true]"));
+
+    const Words names{"pan GetMaxPosition",
+                      "tilt GetPosition",
+                      "zoom GetMaxMagnificationThousandthsX",
+                      "focus SetAutoFocus",
+                      "focus2 SetPosition",
+                      "iris GetAutoIris",
+                      "presets2 GetMaxPresets",
+                      "alarm GetBankNames",
+                      "relay SetRelay",
+                      "temperature GetTemperatureDegreesCelsius",
+                      "voltage GetVoltageStatus",
+                      "power GetPowerStatus",
+                      "fan IsRunning"};
+    EXPECT_EQ(CallNames(), names);
+    const std::vector<json> calls = desk.Calls();
+    ASSERT_EQ(calls.size(), names.size());
+    EXPECT_EQ(calls[3]["args"], json::parse("[false]"));
+    EXPECT_EQ(calls[4]["args"], json::parse("[62.5]"));
+    EXPECT_EQ(calls[8]["args"], json::parse(R"(["BNK2",1,1])"));
+}
+
+TEST_F(ProcessTest, LogsCallsInOrder) {
+    pan->SetPositionAtSpeed(180000, 0.5039370078740157, 300);
+    pan->SetRelativeVelocity(0, 300);
+    fan->IsRunning();
+    EXPECT_EQ(desk.Control({"calls"}),
+              R"({"service":"pan","call":"SetPositionAtSpeed","args":[180000,0.5039370078740157,300],"outcome":"ok"})"
+              "\n"
+              R"({"service":"pan","call":"SetRelativeVelocity","args":[0,300],"outcome":"ok"})"
+              "\n"
+              R"({"service":"fan","call":"IsRunning","args":[],"outcome":"ok"})"
+              "\n");
+    EXPECT_EQ(desk.Calls().size(), 3u);  // reading it leaves it, and is no call
+    desk.Control({"calls", "--clear"});
+    EXPECT_EQ(desk.Control({"calls"}), "");
+}
+
+TEST_F(ProcessTest, RefusesBadArguments) {
+    EXPECT_THROW(pan->SetRelativeVelocity(1.5, 300), Exception);
+    const Client<IAlarmV3Provider> alarm(IAlarmV3Provider::CreateClient(bus.get()));
+    try {
+        alarm->GetAlarmState("BNK9", 0);
+        FAIL() << "an unknown bank was answered";
+    } catch (const Exception& refused) {
+        EXPECT_NE(std::string(refused.what()).find("no bank BNK9"), std::string::npos) << refused.what();
+    }
+    EXPECT_EQ(desk.State()["pan"]["moving"], false);
+    EXPECT_EQ(CallNames(), (Words{"pan SetRelativeVelocity", "alarm GetAlarmState"}));
+}
+
+TEST_F(ProcessTest, HasAsManyInputsAsAreWanted) {
+    desk.Control({"banks", "alarm", "BIG=100000", "5=1"});
+    desk.Control({"set", "alarm", "BIG", "99999", "1"});
+    const Client<IAlarmV3Provider> alarm(IAlarmV3Provider::CreateClient(bus.get()));
+    EXPECT_EQ(alarm->GetBankNames(), (Words{"BIG", "5"}));
+    EXPECT_EQ(alarm->GetAlarmCount(), 100001);
+    EXPECT_TRUE(alarm->GetAlarmState("BIG", 99999));
+    EXPECT_FALSE(alarm->GetAlarmState("5", 0));
+    EXPECT_EQ(desk.State()["alarm"]["BIG"].size(), 100000u);
+    EXPECT_EQ(desk.Calls().back()["args"], json::parse(R"(["5",0])"));
+}
+
+class Recorder {
+public:
+    void OnTemperature(int sensor, int degrees) { Add({sensor, degrees}); }
+    void OnStatus(int status) { Add({status}); }
+    std::vector<std::vector<int>> Events() const {
+        std::lock_guard<std::mutex> lock(_mutex);
+        return _events;
+    }
+    void Clear() {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _events.clear();
+    }
+
+private:
+    void Add(std::vector<int> event) {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _events.push_back(std::move(event));
+    }
+    mutable std::mutex _mutex;
+    std::vector<std::vector<int>> _events;
+};
+
+TEST_F(ProcessTest, TellsItsEvents) {
+    using Events = std::vector<std::vector<int>>;
+    Recorder recorder;
+    const Client<ITemperatureV2Provider> temperature(ITemperatureV2Provider::CreateClient(bus.get()));
+    const Client<IVoltageV2Provider> voltage(IVoltageV2Provider::CreateClient(bus.get()));
+    const Client<IPowerV2Provider> power(IPowerV2Provider::CreateClient(bus.get()));
+    temperature->OnTemperatureChange().AddHandler(tavos::core::CreateDelegate(&recorder, &Recorder::OnTemperature));
+    voltage->OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(&recorder, &Recorder::OnStatus));
+    power->OnPowerStatusChange().AddHandler(tavos::core::CreateDelegate(&recorder, &Recorder::OnStatus));
+    bus->StartServer();
+    // Until the subscriptions have reached the bus, nothing comes through.
+    for (const Words& event :
+         {Words{"event", "temperature", "0", "1"}, Words{"event", "voltage", "1"}, Words{"event", "power", "1"}}) {
+        recorder.Clear();
+        ASSERT_TRUE(Await([&] {
+            desk.Control(event);
+            return !recorder.Events().empty();
+        }));
+    }
+    const auto heard = [&](const Words& command, const Events& wanted) {
+        desk.Control({"event", "power", "-1"});  // what is still under way comes before this
+        EXPECT_TRUE(Await([&] { return !recorder.Events().empty() && recorder.Events().back()[0] == -1; }));
+        recorder.Clear();
+        desk.Control(command);
+        EXPECT_TRUE(Await([&] { return recorder.Events() == wanted; })) << command[1];
+    };
+    heard({"set", "temperature", "1", "31"}, {{1, 31}});
+    heard({"set", "voltage", "2"}, {{2}});
+    heard({"set", "power", "1"}, {{1}});
+    heard({"event", "temperature", "1", "-20"}, {{1, -20}});
+    heard({"event", "voltage", "7", "--count", "3"}, {{7}, {8}, {9}});
+    EXPECT_EQ(temperature->GetTemperatureDegreesCelsius(1), 31);
+    EXPECT_EQ(voltage->GetVoltageStatus(), 2);
+}
+
+TEST_F(ProcessTest, TellsManyEventsInOneGo) {
+    Recorder recorder;
+    const Client<IVoltageV2Provider> voltage(IVoltageV2Provider::CreateClient(bus.get()));
+    voltage->OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(&recorder, &Recorder::OnStatus));
+    bus->StartServer();
+    ASSERT_TRUE(Await([&] {
+        desk.Control({"event", "voltage", "-1"});
+        return !recorder.Events().empty();
+    }));
+    desk.Control({"event", "voltage", "1", "--count", "20000"});
+    ASSERT_TRUE(Await([&] { return recorder.Events().back()[0] == 20000; }, 20s)) << recorder.Events().back()[0];
+    auto events = recorder.Events();
+    events.erase(events.begin(), std::find(events.begin(), events.end(), std::vector<int>{1}));
+    ASSERT_EQ(events.size(), 20000u);
+    for (int i = 0; i < 20000; ++i) ASSERT_EQ(events[static_cast<std::size_t>(i)][0], i + 1);
+}
+
+TEST_F(ProcessTest, FailsWhenItIsTold) {
+    desk.Control({"fault", "pan", "fail"});
+    EXPECT_THROW(pan->SetPosition(1000, 300), Exception);
+    EXPECT_FALSE(fan->IsRunning());
+    EXPECT_EQ(desk.State()["pan"]["moving"], false);
+    EXPECT_EQ(desk.State()["faults"]["pan"], "fail");
+    EXPECT_EQ(desk.State()["faults"]["fan"], "ok");
+    desk.Control({"fault", "pan", "ok"});
+    EXPECT_EQ(pan->GetPosition(), 0u);
+    const std::vector<json> calls = desk.Calls();
+    ASSERT_EQ(calls.size(), 3u);
+    EXPECT_EQ(calls[0]["outcome"], "fail");
+    EXPECT_EQ(calls[0]["args"], json::parse("[1000,300]"));
+    EXPECT_EQ(calls[1]["outcome"], "ok");
+    EXPECT_EQ(calls[2]["outcome"], "ok");
+}
+
+TEST_F(ProcessTest, HangsWhenItIsTold) {
+    desk.Control({"fault", "pan", "hang"});
+    const auto started = Clock::now();
+    EXPECT_THROW(pan->SetPosition(1000, 300), Exception);
+    EXPECT_GE(Clock::now() - started, 450ms);  // the client's deadline, not an answer
+    EXPECT_FALSE(fan->IsRunning());
+    EXPECT_EQ(desk.State()["pan"]["moving"], false);
+    desk.Control({"fault", "pan", "ok"});
+    EXPECT_EQ(pan->GetPosition(), 0u);
+    const std::vector<json> calls = desk.Calls();
+    ASSERT_EQ(calls.size(), 3u);
+    EXPECT_EQ(calls[0]["call"], "SetPosition");
+    EXPECT_EQ(calls[0]["outcome"], "hang");
+}
+
+TEST_F(ProcessTest, IsGoneWhenItIsTold) {
+    desk.Control({"fault", "pan", "gone"});
+    const auto started = Clock::now();
+    EXPECT_THROW(pan->GetPosition(), Exception);
+    EXPECT_LT(Clock::now() - started, 400ms);  // refused at once, no deadline waited for
+    EXPECT_FALSE(fan->IsRunning());
+    desk.Control({"fault", "pan", "ok"});
+    EXPECT_EQ(pan->GetPosition(), 0u);
+    EXPECT_EQ(CallNames(), (Words{"fan IsRunning", "pan GetPosition"}));
+}
+
+TEST_F(ProcessTest, KeepsItsStateThroughARestartOfTheBus) {
+    pan->SetPosition(10000, 300);
+    desk.Control({"fault", "iris", "gone"});
+    ASSERT_TRUE(Await([&] { return pan->GetPosition() == 10000; }));
+    desk.StopBus();
+    EXPECT_THROW(pan->GetPosition(), Exception);
+    EXPECT_EQ(desk.TryControl({"state"}).status, 1);
+    ASSERT_NO_FATAL_FAILURE(desk.StartBus());
+    ASSERT_TRUE(Await([&] { return desk.TryControl({"state"}).status == 0; }));
+    EXPECT_TRUE(desk.Dome().IsRunning());
+    EXPECT_EQ(pan->GetPosition(), 10000u);
+    EXPECT_FALSE(fan->IsRunning());
+    const Client<IIrisProvider> iris(IIrisProvider::CreateClient(bus.get()));
+    EXPECT_THROW(iris->GetAutoIris(), Exception);
+    desk.Control({"fault", "iris", "ok"});
+    EXPECT_TRUE(iris->GetAutoIris());
+}
+
+TEST_F(ProcessTest, EndsCleanlyOnASignal) {
+    desk.Dome().Signal(SIGTERM);
+    EXPECT_EQ(desk.Dome().Wait(), 0);
+    EXPECT_EQ(desk.Read("dome.err"), "");
+    ASSERT_NO_FATAL_FAILURE(desk.StartDome());  // the names are free again
+    pan->SetRelativeVelocity(1, 300);
+    desk.Dome().Signal(SIGINT);
+    EXPECT_EQ(desk.Dome().Wait(), 0);
+    EXPECT_EQ(desk.Read("dome.err"), "");
+}
+
+TEST_F(ProcessTest, EndsOnASignalAlsoWithoutTheBus) {
+    desk.StopBus();
+    desk.Dome().Signal(SIGTERM);
+    EXPECT_EQ(desk.Dome().Wait(), 0);
+}
+
+bool IsOneLine(const std::string& text) {
+    return std::count(text.begin(), text.end(), '\n') == 1 && text.back() == '\n';
+}
+
+TEST_F(ProcessTest, TellsThatItsNamesAreTaken) {
+    const Result second = desk.Run("orvex-dome", {"--state", desk.Folder()});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(second.output, "");
+    EXPECT_TRUE(IsOneLine(second.errors)) << second.errors;
+    EXPECT_NE(second.errors.find("org.tavos.Pan1"), std::string::npos) << second.errors;
+    EXPECT_EQ(pan->GetPosition(), 0u);
+}
+
+TEST_F(ProcessTest, TakesABusByItsAddress) {
+    desk.Dome().Signal(SIGTERM);
+    desk.Dome().Wait();
+    Desk other;  // a folder without a bus
+    const Process process(
+        {std::string(DOME_TEST_BINARIES) + "/orvex-dome", "--state", other.Folder(), "--bus", desk.BusAddress()},
+        other.Folder() + "/out", other.Folder() + "/err");
+    ASSERT_TRUE(Await([&] { return other.Read("out") == "ready\n"; })) << other.Read("err");
+    EXPECT_EQ(desk.State()["pan"]["position"], 0);
+    const Result seen = other.Run("domectl", {"--state", other.Folder(), "--bus", desk.BusAddress(), "state"});
+    EXPECT_EQ(seen.status, 0) << seen.errors;
+}
+
+TEST_F(ProcessTest, LivesBesideOthers) {
+    Desk other;
+    ASSERT_NO_FATAL_FAILURE(other.StartBus());
+    ASSERT_NO_FATAL_FAILURE(other.StartDome());
+    other.Control({"set", "pan", "5000"});
+    EXPECT_EQ(desk.State()["pan"]["position"], 0);
+    EXPECT_EQ(other.State()["pan"]["position"], 5000);
+}
+
+TEST_F(ProcessTest, IsSteeredWithClearErrors) {
+    const auto fails = [&](const Words& command, int status, const std::string& word) {
+        const Result result = desk.TryControl(command);
+        EXPECT_EQ(result.status, status) << command[0];
+        EXPECT_EQ(result.output, "") << command[0];
+        EXPECT_NE(result.errors.find(word), std::string::npos) << result.errors;
+        EXPECT_EQ(IsOneLine(result.errors), status == 1) << result.errors;
+    };
+    fails({"set", "wiper", "1"}, 1, "wiper");
+    fails({"set", "pan", "north"}, 1, "north");
+    fails({"fault", "pan", "broken"}, 1, "broken");
+    fails({"banks", "alarm", "A=many"}, 1, "many");
+    fails({"event", "temperature", "0", "hot"}, 1, "hot");
+    fails({"dance"}, 2, "usage");
+    fails({"set", "pan"}, 2, "usage");
+    fails({"calls", "--all"}, 1, "--all");
+    EXPECT_EQ(desk.Run("domectl", {"state"}).status, 2);
+    EXPECT_EQ(desk.Run("domectl", {"--state", desk.Folder()}).status, 2);
+
+    const Result nowhere = desk.Run("domectl", {"--state", desk.Folder() + "/nowhere", "state"});
+    EXPECT_EQ(nowhere.status, 1);
+    EXPECT_TRUE(IsOneLine(nowhere.errors)) << nowhere.errors;
+    EXPECT_NE(nowhere.errors.find("/nowhere"), std::string::npos) << nowhere.errors;
+
+    desk.Dome().Signal(SIGTERM);
+    desk.Dome().Wait();
+    fails({"state"}, 1, desk.Folder());
+    desk.StopBus();
+    fails({"state"}, 1, desk.Folder());
+}
+
+TEST(ProcessStart, TellsWhyItCannotStart) {
+    Desk desk;
+    const Result noBus = desk.Run("orvex-dome", {"--state", desk.Folder()});
+    EXPECT_EQ(noBus.status, 1);
+    EXPECT_EQ(noBus.output, "");
+    EXPECT_TRUE(IsOneLine(noBus.errors)) << noBus.errors;
+    EXPECT_NE(noBus.errors.find(desk.Folder()), std::string::npos) << noBus.errors;
+
+    const Result noFolder = desk.Run("orvex-dome", {"--state", desk.Folder() + "/nowhere"});
+    EXPECT_EQ(noFolder.status, 1);
+    EXPECT_TRUE(IsOneLine(noFolder.errors)) << noFolder.errors;
+
+    for (const Words& wrong : {Words{}, Words{"--state"}, Words{"--bus", "x"}, Words{"--state", "x", "y"},
+                               Words{"--dance", "x", "--state", "y"}}) {
+        EXPECT_EQ(desk.Run("orvex-dome", wrong).status, 2);
+    }
+}
+
+struct MynameTest : testing::Test {
+    Result Myname(const Words& arguments) {
+        return desk.Run("myname", arguments, {"TAVOS_SETTINGS_STORE=" + desk.Folder() + "/settings.db"});
+    }
+    void Settings(const Words& arguments) {
+        Words words{"--store", desk.Folder() + "/settings.db"};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        const Result result = desk.Run("tavos-settings", words);
+        ASSERT_EQ(result.status, 0) << result.errors;
+    }
+    void Fails(const Words& arguments) {
+        const Result result = Myname(arguments);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.output, "");
+        EXPECT_TRUE(IsOneLine(result.errors)) << result.errors;
+    }
+    Desk desk;
+};
+
+TEST_F(MynameTest, TellsWhoTheDeskCameraIs) {
+    Settings({"import", DOME_TEST_SETTINGS});
+    EXPECT_EQ(Myname({"-w"}).output, "1234-05\n");
+    EXPECT_EQ(Myname({"-m"}).output, "OD20-DESK\n");
+    EXPECT_EQ(Myname({"-s"}).output, "OD20-000001\n");
+    EXPECT_EQ(Myname({"-s"}).status, 0);
+    EXPECT_EQ(Myname({"-s"}).errors, "");
+}
+
+TEST_F(MynameTest, TellsWhatIsMissing) {
+    Fails({"-m"});  // no store
+    Settings({"import", DOME_TEST_SETTINGS});
+    Settings({"set", "[Device/ReadOnly]AssemblyVersion", ""});
+    Fails({"-w"});
+    Fails({});
+    Fails({"-x"});
+    Fails({"-m", "-s"});
+    EXPECT_EQ(Myname({"-m"}).status, 0);
+}
+
+}  // namespace
+}  // namespace dome::test

@@ -100,15 +100,17 @@ bool HasTable(sqlite3* database) {
     return Statement(database, "SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name = 'settings'").Step();
 }
 
-/// Makes the table, except in the database of another program. Safe against a second process that does the same.
+bool IsEmpty(sqlite3* database) {
+    return !Statement(database, "SELECT 1 FROM sqlite_schema").Step();
+}
+
+/// Makes the table in an empty database. Safe against other processes that do the same at the same time.
 void MakeTable(sqlite3* database) {
+    Run(database, "PRAGMA journal_mode = WAL");
     Run(database, "BEGIN IMMEDIATE");
-    if (!HasTable(database)) {
-        if (Statement(database, "SELECT 1 FROM sqlite_schema").Step()) throw osa::Exception("it is no settings store");
-        Run(database,
-            "CREATE TABLE settings (section TEXT NOT NULL, key TEXT NOT NULL, value TEXT NOT NULL, "
-            "PRIMARY KEY (section, key)) WITHOUT ROWID");
-    }
+    Run(database,
+        "CREATE TABLE IF NOT EXISTS settings (section TEXT NOT NULL, key TEXT NOT NULL, value TEXT NOT NULL, "
+        "PRIMARY KEY (section, key)) WITHOUT ROWID");
     Run(database, "COMMIT");
 }
 
@@ -142,14 +144,9 @@ struct TavosSettingsClient::Store {
         DatabasePtr database(opened);
         Check(opened, result);
         sqlite3_busy_timeout(opened, kBusyTime);
-        if (mode != kReadOnly) {
-            Run(opened, "PRAGMA synchronous = FULL");
-        }
-        if (!HasTable(opened)) {
-            if (mode != kCreate) throw osa::Exception("it is no settings store");
-            Run(opened, "PRAGMA journal_mode = WAL");
-            MakeTable(opened);
-        }
+        if (mode != kReadOnly) Run(opened, "PRAGMA synchronous = FULL");
+        if (mode == kCreate && IsEmpty(opened)) MakeTable(opened);
+        if (!HasTable(opened)) throw osa::Exception("it is no settings store");
         return database;
     }
 

@@ -176,7 +176,7 @@ TEST_F(BusTest, TextsThatCannotTravelAreRefused) {
     host.Do([&](ServiceHost& h) { Serve(h, alarm); });
     MsgBus messages;
     const std::unique_ptr<IAlarmV3Provider> client(IAlarmV3Provider::CreateClient(&messages));
-    for (const std::string text : {std::string("a\0b", 3), std::string("\xFF"), std::string("\xC0\x80"),
+    for (const std::string& text : {std::string("a\0b", 3), std::string("\xFF"), std::string("\xC0\x80"),
                                    std::string("\xED\xA0\x80"), std::string("\xE2\x82")}) {
         EXPECT_EQ(Failure([&] { client->GetBankAlarmCount(text); }),
                   "org.tavos.Alarm3 GetBankAlarmCount: a text is not UTF-8");
@@ -428,7 +428,6 @@ TEST_F(BusTest, AHandlerMayThrowAndMayCall) {
     client->OnTemperatureChange().AddHandler(tavos::core::CreateDelegate(&caller, &Caller::Pair));
     for (int sensor = 1; sensor <= 3; ++sensor) {
         EXPECT_TRUE(Eventually([&] {
-            // In a thread of its own the host could not both fire and serve.
             host.Do([&](ServiceHost&) { temperature.change.Fire(sensor, 0); });
             const auto lines = pan.Take();
             return !lines.empty() && lines.back() == "SetPosition " + std::to_string(sensor) + " 0";

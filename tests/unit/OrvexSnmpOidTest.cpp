@@ -1,0 +1,128 @@
+#include <malloc.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/OrvexSnmpOid.h"
+#include "support/ModuleTest.h"
+
+namespace {
+
+struct Free {
+    void operator()(char* text) const { std::free(text); }
+};
+using Text = std::unique_ptr<char, Free>;
+
+Text Rendered(const std::vector<oid>& name) {
+    char* text = nullptr;
+    EXPECT_EQ(OrvexSnmpOid::OidString(name.data(), static_cast<std::int32_t>(name.size()), &text), text);
+    return Text(text);
+}
+
+TEST(OidStringTest, PutsADotBeforeEachSubIdentifier) {
+    EXPECT_STREQ(Rendered({1, 3, 6}).get(), ".1.3.6");
+    EXPECT_STREQ(Rendered({0}).get(), ".0");
+    EXPECT_STREQ(Rendered({1, 3, 6, 1, 4, 1, 1206, 4, 2, 7, 4, 1, 0}).get(), ".1.3.6.1.4.1.1206.4.2.7.4.1.0");
+}
+
+TEST(OidStringTest, RendersNothingAsAnEmptyTextOfItsOwn) {
+    const auto text = Rendered({});
+    ASSERT_NE(text, nullptr);
+    EXPECT_STREQ(text.get(), "");
+
+    char* none = nullptr;
+    const Text owned(OrvexSnmpOid::OidString(nullptr, 0, &none));
+    ASSERT_NE(owned, nullptr);
+    EXPECT_STREQ(owned.get(), "");
+}
+
+TEST(OidStringTest, RendersANegativeLengthAsAnEmptyText) {
+    const oid name[] = {1, 3, 6};
+    char* text = nullptr;
+    const Text owned(OrvexSnmpOid::OidString(name, -1, &text));
+    ASSERT_NE(owned, nullptr);
+    EXPECT_STREQ(owned.get(), "");
+}
+
+TEST(OidStringTest, PrintsSubIdentifiersAsSigned32BitNumbers) {
+    EXPECT_STREQ(Rendered({1, 0xFFFFFFFF, 2}).get(), ".1.-1.2");
+    EXPECT_STREQ(Rendered({0x7FFFFFFF}).get(), ".2147483647");
+    EXPECT_STREQ(Rendered({1, 0x80000000}).get(), ".1.-2147483648");
+}
+
+TEST(OidStringTest, UsesTheCallersBufferWhereThereIsOne) {
+    const oid name[] = {1, 3, 6};
+    char buffer[64];
+    std::memset(buffer, 'x', sizeof buffer);
+    char* text = buffer;
+    EXPECT_EQ(OrvexSnmpOid::OidString(name, 3, &text), buffer);
+    EXPECT_EQ(text, buffer);
+    EXPECT_STREQ(buffer, ".1.3.6");
+
+    EXPECT_EQ(OrvexSnmpOid::OidString(name, 0, &text), buffer);
+    EXPECT_STREQ(buffer, "");
+}
+
+TEST(OidStringTest, AllocatesElevenCharactersForASubIdentifierAndOneForTheEnd) {
+    for (const std::size_t length : {0, 1, 13, 23}) {
+        const auto text = Rendered(std::vector<oid>(length, 1));
+        EXPECT_GE(malloc_usable_size(text.get()), length * 11 + 1);
+        EXPECT_LT(malloc_usable_size(text.get()), length * 11 + 1 + 32);
+    }
+}
+
+TEST(OidStringTest, RendersATextOf253CharactersWhole) {
+    std::string expected;
+    for (int i = 0; i < 23; ++i) expected += ".2147483647";
+    EXPECT_STREQ(Rendered(std::vector<oid>(23, 2147483647)).get(), expected.c_str());
+}
+
+TEST(OidStringTest, CutsLongerTextsAt255Characters) {
+    std::string whole;
+    for (int i = 0; i < 30; ++i) whole += ".2147483647";
+    EXPECT_EQ(std::string(Rendered(std::vector<oid>(30, 2147483647)).get()), whole.substr(0, 255));
+}
+
+TEST(OidStringTest, NeverWritesBeyondItsOwnAllocation) {
+    // Twelve characters in a room for eleven.
+    const auto text = Rendered({0x80000000});
+    EXPECT_EQ(std::string(text.get()).substr(0, 11), ".-214748364");
+}
+
+TEST(OrvexSnmpOidTest, AnInstanceReadsAsManyBytesAsItsCountAndNotMore) {
+    EXPECT_NO_FATAL_FAILURE({ const OrvexSnmpOid empty; });
+
+    // Exactly 16 bytes; the instance has room for 16 sub-identifiers. The address sanitizer sees what is read.
+    const std::unique_ptr<oid[]> source(new oid[16 / sizeof(oid)]());
+    const OrvexSnmpOid copy(source.get(), 16);
+    SUCCEED();
+}
+
+// --- the arrays outside the registration table ---
+
+template <std::size_t Length>
+std::string Dotted(const oid (&name)[Length]) {
+    return OidText(name, Length);
+}
+
+const std::string kEnterprise = ".1.3.6.1.4.1." + std::to_string(ORVEX_ENTERPRISE_NUMBER);
+
+TEST(OrvexSnmpOidTest, NamesTheObjectsOutsideTheRegistrationTable) {
+    EXPECT_EQ(Dotted(OrvexSnmpOid::oid_rebootDevice), kEnterprise + ".1.1.100.0");
+    EXPECT_EQ(Dotted(OrvexSnmpOid::oid_alarm), kEnterprise + ".1.3.1");
+    EXPECT_EQ(Dotted(OrvexSnmpOid::oid_relay), kEnterprise + ".1.3.2");
+    EXPECT_EQ(Dotted(OrvexSnmpOid::oid_globalSetIDParameter), ".1.3.6.1.4.1.1206.4.2.6.1.1.0");
+    EXPECT_EQ(Dotted(OrvexSnmpOid::oid_snmpTrap), ".1.3.6.1.6.3.1.1.4.1.0");
+}
+
+TEST(OrvexSnmpOidTest, ThePrivateArrayLengthsFollowFromASevenSubIdentifierEnterpriseArc) {
+    EXPECT_EQ(OID_LENGTH(OrvexSnmpOid::oid_rebootDevice), 11u);
+    EXPECT_EQ(OID_LENGTH(OrvexSnmpOid::oid_alarm), 10u);
+    EXPECT_EQ(OID_LENGTH(OrvexSnmpOid::oid_relay), 10u);
+    EXPECT_EQ(OID_LENGTH(OrvexSnmpOid::oid_snmpTrap), 11u);
+}
+
+}  // namespace

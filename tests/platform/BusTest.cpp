@@ -177,7 +177,7 @@ TEST_F(BusTest, TextsThatCannotTravelAreRefused) {
     MsgBus messages;
     const std::unique_ptr<IAlarmV3Provider> client(IAlarmV3Provider::CreateClient(&messages));
     for (const std::string& text : {std::string("a\0b", 3), std::string("\xFF"), std::string("\xC0\x80"),
-                                   std::string("\xED\xA0\x80"), std::string("\xE2\x82")}) {
+                                    std::string("\xED\xA0\x80"), std::string("\xE2\x82")}) {
         EXPECT_EQ(Failure([&] { client->GetBankAlarmCount(text); }),
                   "org.tavos.Alarm3 GetBankAlarmCount: a text is not UTF-8");
     }

@@ -57,15 +57,17 @@ protected:
 };
 
 TEST_F(LoggerTest, StartsWithErrorsOnStandardOutput) {
-    testing::internal::CaptureStdout();
-    log->Error("%s: unknown pan mode (%d)", "handle_positionPan", 9);
-    log->Information("unheard");
-    const std::string text = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(std::regex_match(text, std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} Test Error "
-                                                  "handle_positionPan: unknown pan mode \\(9\\)\n")))
-        << text;
-    EXPECT_TRUE(log->IsEnabled(3));
-    EXPECT_FALSE(log->IsEnabled(6));
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a process that has not logged yet
+    EXPECT_EXIT(
+        {
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+            log->Error("%s: unknown pan mode (%d)", "handle_positionPan", 9);
+            log->Information("unheard");
+            _exit(log->IsEnabled(3) && !log->IsEnabled(6) ? 0 : 1);
+        },
+        testing::ExitedWithCode(0),
+        MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} Test Error "
+                     "handle_positionPan: unknown pan mode \\(9\\)\n"));
 }
 
 TEST_F(LoggerTest, ALineIsWrittenWhenTheLevelIsAtLeastItsNumber) {
@@ -165,18 +167,22 @@ TEST_F(LoggerTest, ARefusedConfigurationChangesNothing) {
 }
 
 TEST_F(LoggerTest, TheOperatorsLevelWins) {
-    setenv("TAVOS_LOG_LEVEL", "8", 1);
-    UseFile("3");
-    EXPECT_FALSE(log->IsEnabled(6));  // not armed yet
-    Logger::EnableDebugLogging();
-    EXPECT_TRUE(log->IsEnabled(8));
-    UseFile("3");
-    LogAtEveryLevel();
-    EXPECT_EQ(Lines(), "Test Error e\nTest Information i\nTest Debug d\nTest Trace t\n");
-    setenv("TAVOS_LOG_LEVEL", "0", 1);
-    Logger::EnableDebugLogging();
-    UseFile("8");
-    EXPECT_FALSE(log->IsEnabled(3));
+    const auto body = [this] {
+        setenv("TAVOS_LOG_LEVEL", "8", 1);
+        UseFile("3");
+        EXPECT_FALSE(log->IsEnabled(6));  // not armed yet
+        Logger::EnableDebugLogging();
+        EXPECT_TRUE(log->IsEnabled(8));
+        UseFile("3");
+        LogAtEveryLevel();
+        EXPECT_EQ(Lines(), "Test Error e\nTest Information i\nTest Debug d\nTest Trace t\n");
+        setenv("TAVOS_LOG_LEVEL", "0", 1);
+        Logger::EnableDebugLogging();
+        UseFile("8");
+        EXPECT_FALSE(log->IsEnabled(3));
+    };
+    // In a child: the level stays with its process.
+    EXPECT_EXIT((body(), _exit(HasFailure() ? 1 : 0)), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(LoggerTest, WithoutAnOperatorsLevelNothingChanges) {

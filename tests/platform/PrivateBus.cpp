@@ -48,6 +48,7 @@ void PrivateBus::Start() {
         } else {
             dup2(ready[1], 3);
         }
+        dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);  // it regrets at length what it has no right to
         execlp("dbus-daemon", "dbus-daemon", "--nofork", "--nopidfile", "--nosyslog", config.c_str(), print.c_str(),
                static_cast<char*>(nullptr));
         _exit(127);

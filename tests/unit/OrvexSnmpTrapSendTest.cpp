@@ -1,0 +1,389 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/OrvexSnmpOid.h"
+#include "core/OrvexSnmpTrapSend.h"
+#include "support/ModuleTest.h"
+
+namespace {
+
+std::atomic<bool> s_journalFrees{false};
+
+}  // namespace
+
+/// Only listens, and only while a test of this file wants it: the library's own does the work.
+extern "C" void snmp_free_varbind(netsnmp_variable_list* list) {
+    static const auto original = reinterpret_cast<decltype(&snmp_free_varbind)>(dlsym(RTLD_NEXT, "snmp_free_varbind"));
+    if (s_journalFrees) journal::Add("agent snmp_free_varbind");
+    original(list);
+}
+
+namespace {
+
+netsnmp_variable_list* Trap(int value) {
+    netsnmp_variable_list* list = nullptr;
+    const oid* const name = OrvexSnmpOid::oid_temperature;
+    const std::size_t length = OID_LENGTH(OrvexSnmpOid::oid_temperature);
+    snmp_varlist_add_variable(&list, OrvexSnmpOid::oid_snmpTrap, OID_LENGTH(OrvexSnmpOid::oid_snmpTrap), ASN_OBJECT_ID,
+                              name, length * sizeof(oid));
+    snmp_varlist_add_variable(&list, name, length, ASN_GAUGE, &value, sizeof value);
+    return list;
+}
+
+bool Readable(int descriptor) {
+    pollfd polled{descriptor, POLLIN, 0};
+    return poll(&polled, 1, 0) == 1 && (polled.revents & POLLIN) != 0;
+}
+
+std::vector<int> OpenDescriptors() {
+    std::vector<int> descriptors;
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) != -1) descriptors.push_back(descriptor);
+    }
+    return descriptors;
+}
+
+/// While it lives, no descriptor can be opened.
+class NoMoreDescriptors {
+public:
+    NoMoreDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &_before);
+        const rlimit none{0, _before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &_before); }
+    NoMoreDescriptors(const NoMoreDescriptors&) = delete;
+    NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
+
+private:
+    rlimit _before{};
+};
+
+class TrapSendTest : public ModuleTest {
+protected:
+    TrapSendTest() {
+        // A queue that blocks its thread for ever ends the test as a failure.
+        alarm(60);
+    }
+    ~TrapSendTest() override {
+        s_journalFrees = false;
+        Destroy();
+        alarm(0);
+    }
+
+    void Construct() {
+        _trapSend = std::make_unique<OrvexSnmpTrapSend>();
+        _readDescriptor = Agent().readDescriptor;
+    }
+
+    void Destroy() {
+        _trapSend.reset();
+        OrvexSnmpTrapSend::ForgetInstance();
+    }
+
+    /// What the agent's main loop does: calls back as long as the descriptor is readable.
+    static void RunAgentLoop() {
+        while (Readable(Agent().readDescriptor)) Agent().readCallback(Agent().readDescriptor, Agent().readData);
+    }
+
+    static std::vector<unsigned long> SentValues() {
+        std::vector<unsigned long> values;
+        for (const auto& trap : Agent().traps) values.push_back(trap.value);
+        return values;
+    }
+
+    std::unique_ptr<OrvexSnmpTrapSend> _trapSend;
+    int _readDescriptor = -1;
+};
+
+// --- construction ---
+
+TEST_F(TrapSendTest, HasNoInstanceBeforeItsConstruction) {
+    EXPECT_EQ(OrvexSnmpTrapSend::GetInstance(), nullptr);
+}
+
+TEST_F(TrapSendTest, RegistersItsPipeWithTheAgentsMainLoop) {
+    Construct();
+    EXPECT_THAT(journal::All(), ElementsAre("logger EnableDebugLogging", "log 8 OrvexSnmpTrapSend: Enter",
+                                            "agent register_readfd", "log 8 OrvexSnmpTrapSend: Done."));
+    EXPECT_EQ(OrvexSnmpTrapSend::GetInstance(), _trapSend.get());
+    EXPECT_EQ(Agent().readCallback, &OrvexSnmpTrapSend::snmpMainCallback);
+    EXPECT_EQ(Agent().readData, nullptr);
+    EXPECT_NE(fcntl(_readDescriptor, F_GETFD), -1);
+    EXPECT_EQ(fcntl(_readDescriptor, F_GETFL) & O_ACCMODE, O_RDONLY);
+    EXPECT_FALSE(Readable(_readDescriptor));
+}
+
+TEST_F(TrapSendTest, KeepsItsPipeFromTheProgramsThatTheModuleStarts) {
+    const auto before = OpenDescriptors();
+    Construct();
+    int added = 0;
+    for (const int descriptor : OpenDescriptors()) {
+        if (std::find(before.begin(), before.end(), descriptor) != before.end()) continue;
+        ++added;
+        EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0);
+    }
+    EXPECT_EQ(added, 2);
+}
+
+TEST_F(TrapSendTest, GoesOnWithoutAPipe) {
+    {
+        const NoMoreDescriptors noMore;
+        Construct();
+    }
+    // The agent is not asked to watch a descriptor that is none.
+    EXPECT_THAT(journal::All(),
+                ElementsAre("logger EnableDebugLogging", "log 8 OrvexSnmpTrapSend: Enter",
+                            "log 3 OrvexSnmpTrapSend: Could not create pipe!",
+                            "log 3 OrvexSnmpTrapSend: Couldn't register the callback function for sending traps!",
+                            "log 8 OrvexSnmpTrapSend: Done."));
+    EXPECT_EQ(OrvexSnmpTrapSend::GetInstance(), _trapSend.get());
+    EXPECT_EQ(_trapSend->send_v2trap(Trap(1)), 0);
+    EXPECT_THAT(Agent().traps, IsEmpty());
+}
+
+TEST_F(TrapSendTest, GoesOnWhenTheAgentRefusesTheDescriptor) {
+    Agent().refusing = {"readfd"};
+    Construct();
+    EXPECT_THAT(journal::All(),
+                ElementsAre("logger EnableDebugLogging", "log 8 OrvexSnmpTrapSend: Enter", "agent register_readfd",
+                            "log 3 OrvexSnmpTrapSend: Couldn't register the callback function for sending traps!",
+                            "log 8 OrvexSnmpTrapSend: Done."));
+    EXPECT_EQ(_trapSend->send_v2trap(Trap(1)), 0);
+    EXPECT_THAT(Agent().traps, IsEmpty());
+}
+
+TEST_F(TrapSendTest, SecondConstructionEndsTheProcessWithStatusMinusOneAfterItsErrorLine) {
+    Construct();
+    const auto constructAgain = [] {
+        journal::Clear();
+        // The lines of the process that ends, for the one that watches.
+        std::atexit([] {
+            std::string lines = "journal:";
+            for (const auto& line : journal::All()) lines += "[" + line + "]";
+            std::cerr << lines << ";" << std::endl;
+        });
+        const OrvexSnmpTrapSend second;
+        std::cerr << "still running" << std::endl;
+        _exit(0);
+    };
+    EXPECT_EXIT(constructAgain(), testing::ExitedWithCode(255),
+                "^journal:\\[log 3 OrvexSnmpTrapSend: Duplicate instance, exiting!\\];\n");
+    EXPECT_EQ(OrvexSnmpTrapSend::GetInstance(), _trapSend.get());
+}
+
+// --- queueing ---
+
+TEST_F(TrapSendTest, QueueingOnlyWakesTheAgent) {
+    Construct();
+    journal::Clear();
+    EXPECT_EQ(_trapSend->send_v2trap(Trap(1)), 0);
+    EXPECT_THAT(journal::All(), ElementsAre("log 8 send_v2trap: enter...", "log 8 send_v2trap: Done."));
+    ASSERT_TRUE(Readable(_readDescriptor));
+
+    char bytes[8] = {};
+    EXPECT_EQ(read(_readDescriptor, bytes, sizeof bytes), 1);
+    EXPECT_EQ(bytes[0], '1');
+}
+
+TEST_F(TrapSendTest, WritesOneByteForEachTrap) {
+    Construct();
+    for (int value = 0; value < 5; ++value) _trapSend->send_v2trap(Trap(value));
+    char bytes[8] = {};
+    EXPECT_EQ(read(_readDescriptor, bytes, sizeof bytes), 5);
+    EXPECT_STREQ(bytes, "11111");
+}
+
+// --- sending ---
+
+TEST_F(TrapSendTest, CallbackSendsFreesAndRemovesEachTrapInTurn) {
+    Construct();
+    _trapSend->send_v2trap(Trap(1));
+    _trapSend->send_v2trap(Trap(2));
+    journal::Clear();
+    s_journalFrees = true;
+
+    Agent().readCallback(_readDescriptor, nullptr);
+
+    EXPECT_THAT(journal::All(),
+                ElementsAre("log 8 snmpMainCallback: enter...", "log 8 CallSnmpSendTrap: enter...",
+                            "log 6 CallSnmpSendTrap: Calling into snmp code to send trap.", "agent send_v2trap",
+                            "agent snmp_free_varbind", "log 6 CallSnmpSendTrap: Removing from queue...",
+                            "log 6 CallSnmpSendTrap: Calling into snmp code to send trap.", "agent send_v2trap",
+                            "agent snmp_free_varbind", "log 6 CallSnmpSendTrap: Removing from queue...",
+                            "log 8 CallSnmpSendTrap: Done.", "log 8 snmpMainCallback: Done."));
+    EXPECT_THAT(SentValues(), ElementsAre(1u, 2u));
+}
+
+TEST_F(TrapSendTest, TrapsOfAnotherThreadAreSentInTheirOrderInOneCallback) {
+    Construct();
+    netsnmp_variable_list* const traps[] = {Trap(1), Trap(2), Trap(3)};
+    std::thread([&] {
+        for (auto* trap : traps) OrvexSnmpTrapSend::GetInstance()->send_v2trap(trap);
+    }).join();
+    EXPECT_THAT(Agent().traps, IsEmpty());
+
+    Agent().readCallback(_readDescriptor, nullptr);
+
+    EXPECT_THAT(SentValues(), ElementsAre(1u, 2u, 3u));
+    EXPECT_FALSE(Readable(_readDescriptor));
+}
+
+TEST_F(TrapSendTest, CallbackIgnoresItsArguments) {
+    Construct();
+    _trapSend->send_v2trap(Trap(7));
+    int data = 0;
+    OrvexSnmpTrapSend::snmpMainCallback(-1, &data);
+    EXPECT_THAT(SentValues(), ElementsAre(7u));
+    EXPECT_FALSE(Readable(_readDescriptor));
+}
+
+TEST_F(TrapSendTest, CallbackWithoutATrapReadsNothing) {
+    Construct();
+    journal::Clear();
+    Agent().readCallback(_readDescriptor, nullptr);
+    EXPECT_THAT(journal::All(), ElementsAre("log 8 snmpMainCallback: enter...", "log 8 CallSnmpSendTrap: enter...",
+                                            "log 8 CallSnmpSendTrap: Done.", "log 8 snmpMainCallback: Done."));
+    EXPECT_THAT(Agent().traps, IsEmpty());
+}
+
+TEST_F(TrapSendTest, DrainedQueueTakesNewTraps) {
+    Construct();
+    _trapSend->send_v2trap(Trap(1));
+    RunAgentLoop();
+    _trapSend->send_v2trap(Trap(2));
+    RunAgentLoop();
+    EXPECT_THAT(SentValues(), ElementsAre(1u, 2u));
+}
+
+TEST_F(TrapSendTest, NothingIsQueuedWhileTheAgentsThreadSends) {
+    Construct();
+    auto* const second = Trap(2);
+    std::thread producer;
+    Agent().whileSending = [&] {
+        journal::Clear();
+        producer = std::thread([&] { _trapSend->send_v2trap(second); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        EXPECT_THAT(journal::All(), ElementsAre("log 8 send_v2trap: enter..."));
+        EXPECT_FALSE(Readable(_readDescriptor));
+    };
+    _trapSend->send_v2trap(Trap(1));
+    Agent().readCallback(_readDescriptor, nullptr);
+    EXPECT_THAT(SentValues(), ElementsAre(1u));
+
+    Agent().whileSending = nullptr;
+    producer.join();
+    RunAgentLoop();
+    EXPECT_THAT(SentValues(), ElementsAre(1u, 2u));
+}
+
+TEST_F(TrapSendTest, FullPipeHoldsUpTheProducerButNotTheAgent) {
+    Construct();
+    // A pipe takes as many bytes as its size says, one by one.
+    const int room = fcntl(_readDescriptor, F_SETPIPE_SZ, 4096);
+    ASSERT_GT(room, 0);
+    for (int value = 0; value < room; ++value) _trapSend->send_v2trap(Trap(value));
+    journal::Clear();
+
+    auto* const oneMore = Trap(room);
+    std::thread producer([&] { _trapSend->send_v2trap(oneMore); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_THAT(journal::All(), ElementsAre("log 8 send_v2trap: enter..."));
+
+    RunAgentLoop();
+    producer.join();
+    RunAgentLoop();
+
+    const auto sent = SentValues();
+    ASSERT_EQ(sent.size(), static_cast<std::size_t>(room) + 1);
+    for (std::size_t i = 0; i < sent.size(); ++i) ASSERT_EQ(sent[i], i);
+    EXPECT_FALSE(Readable(_readDescriptor));
+}
+
+TEST_F(TrapSendTest, ManyThreadsLoseNoTrap) {
+    Construct();
+    constexpr int kThreads = 4;
+    constexpr int kTraps = 500;
+    std::vector<netsnmp_variable_list*> traps;
+    for (int value = 0; value < kThreads * kTraps; ++value) traps.push_back(Trap(value));
+
+    std::atomic<int> running{kThreads};
+    std::vector<std::thread> producers;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        producers.emplace_back([&, thread] {
+            for (int i = 0; i < kTraps; ++i)
+                _trapSend->send_v2trap(traps[static_cast<std::size_t>(i * kThreads + thread)]);
+            --running;
+        });
+    }
+    while (running > 0) RunAgentLoop();
+    for (auto& producer : producers) producer.join();
+    RunAgentLoop();
+
+    std::vector<unsigned long> nextOfThread = {0, 1, 2, 3};
+    for (const auto value : SentValues()) {
+        ASSERT_EQ(value, nextOfThread[value % kThreads]);
+        nextOfThread[value % kThreads] += kThreads;
+    }
+    EXPECT_EQ(Agent().traps.size(), static_cast<std::size_t>(kThreads * kTraps));
+    EXPECT_FALSE(Readable(_readDescriptor));
+}
+
+// --- destruction ---
+
+TEST_F(TrapSendTest, DestructionUnregistersTheDescriptorBeforeItClosesThePipe) {
+    const auto before = OpenDescriptors();
+    Construct();
+    journal::Clear();
+    _trapSend.reset();
+    EXPECT_THAT(journal::All(), ElementsAre("agent unregister_readfd"));
+    EXPECT_TRUE(Agent().unregisteredOpen);
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(TrapSendTest, DestructionFreesWhatIsQueuedAndSendsNothing) {
+    Construct();
+    for (int value = 0; value < 3; ++value) _trapSend->send_v2trap(Trap(value));
+    journal::Clear();
+    s_journalFrees = true;
+    _trapSend.reset();
+    EXPECT_THAT(journal::All(), ElementsAre("agent unregister_readfd", "agent snmp_free_varbind",
+                                            "agent snmp_free_varbind", "agent snmp_free_varbind"));
+    EXPECT_THAT(Agent().traps, IsEmpty());
+}
+
+TEST_F(TrapSendTest, DestructionWithoutAPipeUnregistersNothing) {
+    {
+        const NoMoreDescriptors noMore;
+        Construct();
+    }
+    _trapSend->send_v2trap(Trap(1));
+    journal::Clear();
+    s_journalFrees = true;
+    _trapSend.reset();
+    EXPECT_THAT(journal::All(), ElementsAre("agent snmp_free_varbind"));
+}
+
+TEST_F(TrapSendTest, DestructionLeavesTheInstancePointer) {
+    Construct();
+    const auto* const instance = _trapSend.get();
+    _trapSend.reset();
+    EXPECT_EQ(OrvexSnmpTrapSend::GetInstance(), instance);
+    OrvexSnmpTrapSend::ForgetInstance();
+    EXPECT_EQ(OrvexSnmpTrapSend::GetInstance(), nullptr);
+}
+
+}  // namespace

@@ -44,12 +44,11 @@ def free_udp_port():
 
 
 def sanitizer_runtime():
-    """The runtime to put before a stock program that loads a module built with sanitizers; None for other builds."""
+    """What to put before a stock program that loads a module built with sanitizers; nothing for other builds."""
     needed = subprocess.run(["ldd", MODULE], capture_output=True, text=True, check=True).stdout
-    for line in needed.splitlines():
-        if "libasan" in line:
-            return line.split()[2]
-    return None
+    paths = [line.split()[2] for line in needed.splitlines() if "/libasan." in line or "/libstdc++." in line]
+    # The runtime looks for the C++ library's throw when the program starts; a program in C has none of its own.
+    return " ".join(sorted(paths)) if any("/libasan." in path for path in paths) else ""
 
 
 class Desk:

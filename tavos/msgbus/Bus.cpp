@@ -1,5 +1,8 @@
 #include "tavos/msgbus/Bus.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <cstring>
 
@@ -20,6 +23,14 @@ std::string SystemBus() {
 void CheckBus(int result) {
     if (result < 0) throw osa::Exception("%s", std::strerror(-result));
 }
+
+SignalsBlocked::SignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &_before);
+}
+
+SignalsBlocked::~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &_before, nullptr); }
 
 std::uint64_t MicrosecondsUntil(Clock::time_point until) {
     const auto left = std::chrono::duration_cast<std::chrono::microseconds>(until - Clock::now()).count();
@@ -44,6 +55,22 @@ BusPtr OpenBus(const std::string& address, Clock::time_point until) {
         if (progress > 0) continue;
         const int waited = sd_bus_wait(made, MicrosecondsUntil(until));
         if (waited != -EINTR) CheckBus(waited);
+    }
+}
+
+void ConnectionSocket::Remember(sd_bus* bus) {
+    struct stat status {};
+    const int descriptor = sd_bus_get_fd(bus);
+    if (descriptor < 0 || fstat(descriptor, &status) != 0) return;
+    _inode = status.st_ino;
+    _descriptor = descriptor;
+}
+
+void ConnectionSocket::CloseInChild() {
+    struct stat status {};
+    const int descriptor = _descriptor.exchange(-1);
+    if (descriptor >= 0 && fstat(descriptor, &status) == 0 && S_ISSOCK(status.st_mode) && status.st_ino == _inode) {
+        close(descriptor);
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <signal.h>
+#include <sys/types.h>
 #include <systemd/sd-bus.h>
 
 #include <atomic>
@@ -44,11 +46,37 @@ private:
 /// Throws tavos::osa::Exception with the reason when `result` is negative.
 void CheckBus(int result);
 
+/// Keeps the thread's signals waiting: the bus library gives a call up when one arrives.
+class SignalsBlocked {
+public:
+    SignalsBlocked();
+    ~SignalsBlocked();
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t _before;
+};
+
 /// Microseconds from now until `until`, at least 1: the bus library takes 0 for its own default.
 std::uint64_t MicrosecondsUntil(Clock::time_point until);
 
 /// A connection that is ready for use. Throws tavos::osa::Exception with the reason when there is none by `until`.
 BusPtr OpenBus(const std::string& address, Clock::time_point until);
+
+/// A connection's socket, remembered so that a forked child can close its copy: the bus library lets nobody but the
+/// process that has opened a connection free it. Written by one thread.
+class ConnectionSocket {
+public:
+    void Remember(sd_bus* bus);
+    void Forget() { _descriptor = -1; }
+    /// Leaves a descriptor alone that has meanwhile become something else.
+    void CloseInChild();
+
+private:
+    std::atomic<int> _descriptor{-1};
+    std::atomic<ino_t> _inode{0};
+};
 
 /// Tells the log once when the bus goes and once when it comes back, however many connections notice. Any thread.
 class Reachability {

@@ -1,7 +1,5 @@
 #include "tavos/msgbus/CallChannel.h"
 
-#include <unistd.h>
-
 #include <cstring>
 
 #include "tavos/osa/Exception.h"
@@ -16,10 +14,9 @@ CallChannel::CallChannel(std::string address, std::chrono::milliseconds deadline
       _mutex(std::make_unique<std::timed_mutex>()),
       _forkWatch({[] {}, [] {}, [this] { Abandon(); }}) {}
 
-/// In a forked child: the connection is the parent's. The bus library lets nobody but the parent free it.
+/// In a forked child: the connection is the parent's, and the lock perhaps held by a thread that is not there.
 void CallChannel::Abandon() {
-    if (_descriptor >= 0) close(_descriptor);
-    _descriptor = -1;
+    _socket.CloseInChild();
     static_cast<void>(_bus.release());
     static_cast<void>(_mutex.release());
     _mutex = std::make_unique<std::timed_mutex>();
@@ -40,6 +37,7 @@ void CallChannel::Call(const ServiceAddress& to, const char* operation, const st
 void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, const char* operation,
                             const std::function<void(Writer&)>& arguments, const std::string& resultSignature,
                             const std::function<void(Reader&)>& result) {
+    const SignalsBlocked guard;
     EnsureOpen(until);
     sd_bus_message* made = nullptr;
     CheckBus(sd_bus_message_new_method_call(_bus.get(), &made, to.service.c_str(), to.path.c_str(),
@@ -67,7 +65,7 @@ void CallChannel::DropIfClosed() {
     int progress = 1;
     for (int i = 0; progress > 0 && i < kMostMessages; ++i) progress = sd_bus_process(_bus.get(), nullptr);
     if (progress < 0 || sd_bus_is_open(_bus.get()) <= 0) {
-        _descriptor = -1;
+        _socket.Forget();
         _bus.reset();
     }
 }
@@ -81,7 +79,7 @@ void CallChannel::EnsureOpen(Clock::time_point until) {
         _reachability->Lost(e.what());
         throw osa::Exception("the message bus cannot be reached: %s", e.what());
     }
-    _descriptor = sd_bus_get_fd(_bus.get());
+    _socket.Remember(_bus.get());
     _reachability->Found();
 }
 
@@ -94,7 +92,7 @@ MessagePtr CallChannel::Exchange(sd_bus_message* call, Clock::time_point until) 
     const bool late = result == -ETIMEDOUT;
     if (late || sd_bus_is_open(_bus.get()) <= 0) {
         // A late answer has no taker; hanging up makes the bus forget it.
-        _descriptor = -1;
+        _socket.Forget();
         _bus.reset();
     }
     if (error.Is(SD_BUS_ERROR_SERVICE_UNKNOWN) || error.Is(SD_BUS_ERROR_NAME_HAS_NO_OWNER)) {

@@ -37,7 +37,7 @@ private:
     const std::shared_ptr<Reachability> _reachability;
     std::unique_ptr<std::timed_mutex> _mutex;  // on the heap: a forked child leaves it behind, held or not
     BusPtr _bus;
-    std::atomic<int> _descriptor{-1};
+    ConnectionSocket _socket;
     ForkWatch _forkWatch;
 };
 

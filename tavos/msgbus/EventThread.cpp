@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -126,19 +125,9 @@ void EventThread::Start() {
 }
 
 void EventThread::StartAfter(std::chrono::milliseconds delay) {
-    // The process's signals are for its own threads: the new one inherits the mask.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    try {
-        _stop = false;
-        _thread = std::make_unique<std::thread>([this, delay] { Run(delay); });
-    } catch (...) {
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-        throw;
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    const SignalsBlocked guard;  // the new thread inherits it: the process's signals are for its own threads
+    _stop = false;
+    _thread = std::make_unique<std::thread>([this, delay] { Run(delay); });
 }
 
 void EventThread::Stop() {
@@ -183,14 +172,14 @@ void EventThread::Run(std::chrono::milliseconds delay) noexcept {
         } catch (const std::exception& e) {
             _reachability->Lost(e.what());
         }
-        _descriptor = -1;
+        _socket.Forget();
         Pause(kRetryDelay);
     }
 }
 
 void EventThread::RunSession() {
     Session session(OpenBus(_address, Clock::now() + _deadline));
-    _descriptor = sd_bus_get_fd(session.Bus());
+    _socket.Remember(session.Bus());
     _reachability->Found();
     while (!_stop) {
         session.Update(Records());
@@ -257,8 +246,7 @@ void EventThread::AfterForkInParent() {
 void EventThread::AfterForkInChild() {
     static_cast<void>(_delivery.release());
     _delivery = std::make_unique<std::timed_mutex>();
-    if (_descriptor >= 0) close(_descriptor);
-    _descriptor = -1;
+    _socket.CloseInChild();
     if (_wake >= 0) close(_wake);  // still shared with the parent
     _wake = NewWakeDescriptor();
     _threadId = std::thread::id();

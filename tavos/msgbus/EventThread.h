@@ -65,7 +65,7 @@ private:
     std::atomic<std::thread::id> _threadId{};
     std::atomic<bool> _stop{false};
     int _wake;  // an eventfd
-    std::atomic<int> _descriptor{-1};
+    ConnectionSocket _socket;
 
     std::mutex _recordsMutex;
     std::vector<std::shared_ptr<EventRecord>> _records;

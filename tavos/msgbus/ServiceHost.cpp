@@ -124,6 +124,7 @@ struct ServiceHost::Private::State {
     }
 
     void TakeName(Object& object) {
+        const SignalsBlocked guard;
         const int result = sd_bus_request_name(bus.get(), object.address.service.c_str(), 0);
         if (result < 0 && result != -EALREADY) {
             throw osa::Exception("%s: the name cannot be had: %s", object.address.service.c_str(),
@@ -286,6 +287,7 @@ void ServiceHost::SetPresent(const std::string& service, bool present) {
     if (present) {
         if (state.bus) state.TakeName(object);
     } else if (state.bus && object.owned) {
+        const SignalsBlocked guard;
         const int result = sd_bus_release_name(state.bus.get(), service.c_str());
         if (result < 0) throw osa::Exception("%s: the name stays: %s", service.c_str(), std::strerror(-result));
         object.owned = false;

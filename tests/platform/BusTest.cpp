@@ -1,6 +1,9 @@
 // What happens when the bus, a service or the other side is not as it should be.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 
 #include <filesystem>
 #include <memory>
@@ -93,6 +96,38 @@ TEST_F(BusTest, AServiceThatHangsThrowsAfterTheDeadline) {
     }
     hang = false;
     EXPECT_EQ(client->GetMaxPosition(), 359999U);
+}
+
+TEST_F(BusTest, SignalsDoNotCutAWaitShort) {
+    setenv("TAVOS_CALL_TIMEOUT_MS", "300", 1);
+    HostThread host(bus.Address());
+    std::atomic<bool> hang{true};
+    host.Do([&](ServiceHost& h) {
+        Serve(h, pan);
+        h.SetCallFilter([&](const ReceivedCall&) { return hang ? Treatment::kHang : Treatment::kServe; });
+    });
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    std::atomic<bool> stop{false};
+    const pthread_t caller = pthread_self();
+    std::thread disturbing([&] {
+        while (!stop) {
+            pthread_kill(caller, SIGUSR1);
+            poll(nullptr, 0, 2);
+        }
+    });
+    MsgBus messages;
+    const auto client = PanClient(messages);
+    std::string failure;
+    const auto time = TimeOf([&] { failure = Failure([&] { client->GetPosition(); }); });
+    EXPECT_EQ(failure, "org.tavos.Pan1 GetPosition: no answer within 300 ms");
+    EXPECT_GE(time, 290ms);
+    EXPECT_LT(time, 1500ms);
+    hang = false;
+    for (int i = 0; i < 50; ++i) EXPECT_EQ(Failure([&] { client->GetPosition(); }), "");
+    stop = true;
+    disturbing.join();
 }
 
 TEST_F(BusTest, ABusThatDoesNotAnswerThrowsAfterTheDeadline) {

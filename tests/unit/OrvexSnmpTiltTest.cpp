@@ -1,0 +1,300 @@
+#include <cstring>
+
+#include "motion/OrvexSnmpTilt.h"
+#include "support/CameraTest.h"
+
+namespace {
+
+const CameraObject kPosition{"positionTilt", OrvexSnmpTilt::handle_positionTilt, OrvexSnmpOid::oid_positionTilt};
+
+class TiltTest : public ProviderTest<OrvexSnmpTilt> {
+protected:
+    int Command(const std::vector<u_char>& octets) {
+        journal::Clear();
+        return Commit(kPosition, octets);
+    }
+};
+
+using TiltConstructionTest = ModuleTest;
+
+TEST_F(TiltConstructionTest, MakesItsClientBeforeItTracesAndDeletesIt) {
+    // The client's name in the journal is the axis that was asked for.
+    EXPECT_THAT(MadeAndUnmade<OrvexSnmpTilt>(), ElementsAre("bus CreateClient tilt", "8 OrvexSnmpTilt: Enter",
+                                                            "8 OrvexSnmpTilt: Done.", "bus DeleteClient tilt"));
+}
+
+TEST_F(TiltConstructionTest, ComesToNothingWithoutItsClient) {
+    ExpectNoProviderWithout<OrvexSnmpTilt>("tilt");
+}
+
+TEST_F(TiltTest, EveryWrapperLogsCallsAndReportsFailure) {
+    Camera().tiltPosition = static_cast<std::uint32_t>(-45000);
+    Camera().tiltMinPosition = -90000;
+    Camera().tiltMaxPosition = 45;
+    Camera().tiltVelocity = 0.5;
+    const Wrapper<OrvexSnmpTilt> wrappers[] = {
+        {"SetPosition",
+         [](const OrvexSnmpTilt& tilt) { return tilt.SetPosition(22500); },
+         {"6 SetPosition: NTCIP position 22500, tavosposition -45000"},
+         {"call tilt SetPosition -45000 300"},
+         "6 SetPosition=(-45000,300)",
+         "tilt.SetPosition",
+         "Exception while SetPosition"},
+        {"SetPositionAtSpeed",
+         [](const OrvexSnmpTilt& tilt) { return tilt.SetPositionAtSpeed(22500, 127); },
+         {"6 SetPositionAtSpeed: NTCIP speed 127, tavosSpeed 1.000000",
+          "6 SetPositionAtSpeed: NTCIP position 22500, tavosposition -45000"},
+         {"call tilt SetPositionAtSpeed -45000 1 300"},
+         "6 SetPositionAtSpeed(22500,1.000000, 300)",
+         "tilt.SetPositionAtSpeed",
+         "Exception while SetPositionAtSpeed"},
+        {"GetPosition",
+         Reads(&OrvexSnmpTilt::GetPosition, static_cast<unsigned>(-45000)),
+         {},
+         {"call tilt GetPosition"},
+         "6 currentTilt=-45000",
+         "tilt.GetPosition",
+         "Exception while GetPosition"},
+        {"SetRelativeVelocity",
+         [](const OrvexSnmpTilt& tilt) { return tilt.SetRelativeVelocity(-127); },
+         {"6 SetRelativeVelocity: NTCIP speed -127, tavosSpeed -1.000000"},
+         {"call tilt SetRelativeVelocity -1 300"},
+         "6 SetRelativeVelocity(-1.000000,300)",
+         "tilt.SetRelativeVelocity",
+         "Exception while SetRelativeVelocity"},
+        {"GetRelativeVelocity",
+         Reads(&OrvexSnmpTilt::GetRelativeVelocity, 0.5),
+         {},
+         {"call tilt GetRelativeVelocity"},
+         "6 velocity=0.500000",
+         "tilt.GetRelativeVelocity",
+         "Exception while GetRelativeVelocity"},
+        {"GetMinPosition",
+         Reads(&OrvexSnmpTilt::GetMinPosition, -90000),
+         {},
+         {"call tilt GetMinPosition"},
+         "6 topLimit=-90000",
+         "tilt.GetMinPosition",
+         "Exception while GetMinPosition"},
+        {"GetMaxPosition",
+         Reads(&OrvexSnmpTilt::GetMaxPosition, 45),
+         {},
+         {"call tilt GetMaxPosition"},
+         "6 bottomLimit=45",
+         "tilt.GetMaxPosition",
+         "Exception while GetMaxPosition"},
+    };
+    for (const auto& wrapper : wrappers) ExpectProtocol(_provider, wrapper);
+}
+
+TEST_F(TiltTest, TheSpeedBelowMinus127IsRefusedBeforeThePositionIsLookedAt) {
+    EXPECT_EQ(_provider.SetPositionAtSpeed(36000, -128), -1);
+    EXPECT_THAT(Done(), ElementsAre("8 SetPositionAtSpeed: Enter.",
+                                    "6 SetPositionAtSpeed: NTCIP speed -128 outside range of -127 to +127"));
+    journal::Clear();
+    EXPECT_EQ(_provider.SetRelativeVelocity(-128), -1);
+    EXPECT_THAT(Done(), ElementsAre("8 SetRelativeVelocity: Enter.",
+                                    "6 SetRelativeVelocity: NTCIP speed -128 outside range of -127 to +127"));
+}
+
+TEST_F(TiltTest, PositionsOfAWholeTurnAreRefusedWithoutACallOrAnExitTrace) {
+    EXPECT_EQ(_provider.SetPosition(36000), -1);
+    EXPECT_THAT(Done(),
+                ElementsAre("8 SetPosition: Enter.", "3 SetPosition: position=36000 outside NTCIP range of 0 - 35999"));
+    journal::Clear();
+    EXPECT_EQ(_provider.SetPositionAtSpeed(2147483647, 0), -1);
+    EXPECT_THAT(Done(),
+                ElementsAre("8 SetPositionAtSpeed: Enter.", "6 SetPositionAtSpeed: NTCIP speed 0, tavosSpeed 0.000000",
+                            "3 SetPositionAtSpeed: position=2147483647 outside NTCIP range of 0 - 35999"));
+}
+
+struct Mapping {
+    int position;
+    int platform;
+};
+
+TEST_F(TiltTest, EachQuadrantIsMappedByItself) {
+    const Mapping table[] = {
+        {0, 0},          {1, 10},         {4500, 45000}, {8999, 89990}, {9000, 0},       {9001, 10},
+        {13500, 45000},  {17999, 89990},  {18000, 0},    {18001, -10},  {22500, -45000}, {26999, -89990},
+        {27000, -90000}, {31500, -45000}, {35999, -10},  {-1, -10},     {-500, -5000},   {-36500, -365000},
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.position);
+        journal::Clear();
+        EXPECT_EQ(_provider.SetPosition(row.position), 0);
+        EXPECT_EQ(_provider.SetPositionAtSpeed(row.position, 0), 0);
+        EXPECT_THAT(journal::Calls(), ElementsAre(journal::Join("tilt SetPosition", row.platform, 300),
+                                                  journal::Join("tilt SetPositionAtSpeed", row.platform, 0, 300)));
+        const auto mapped = std::to_string(row.position) + ", tavosposition " + std::to_string(row.platform);
+        EXPECT_THAT(journal::Logged(6), Contains("SetPosition: NTCIP position " + mapped));
+        EXPECT_THAT(journal::Logged(6), Contains("SetPositionAtSpeed: NTCIP position " + mapped));
+    }
+}
+
+TEST_F(TiltTest, AbsoluteCommandLogsEveryStepInOrder) {
+    EXPECT_EQ(Command({0x02, 0x7F, 0x57, 0xE4}), SNMP_ERR_NOERROR);
+    EXPECT_EQ(Done(), Handled("handle_positionTilt",
+                              {"6 handle_positionTilt: absolute tilt (2)", "8 SetPositionAtSpeed: Enter.",
+                               "6 SetPositionAtSpeed: NTCIP speed 127, tavosSpeed 1.000000",
+                               "6 SetPositionAtSpeed: NTCIP position 22500, tavosposition -45000",
+                               "call tilt SetPositionAtSpeed -45000 1 300",
+                               "6 SetPositionAtSpeed: SetPositionAtSpeed(22500,1.000000, 300)",
+                               "8 SetPositionAtSpeed: Done."}));
+}
+
+TEST_F(TiltTest, AbsoluteCommandsReachTheWholeCircle) {
+    EXPECT_EQ(Command({2, 0, 0x23, 0x28}), SNMP_ERR_NOERROR);
+    EXPECT_THAT(journal::Calls(), ElementsAre("tilt SetPositionAtSpeed 0 0 300"));
+    EXPECT_EQ(Command({2, 0x81, 0x8C, 0x9F}), SNMP_ERR_NOERROR);
+    EXPECT_THAT(journal::Calls(), ElementsAre("tilt SetPositionAtSpeed -10 -1 300"));
+}
+
+TEST_F(TiltTest, AbsoluteCommandsOfAWholeTurnAreRefused) {
+    EXPECT_EQ(Command({2, 0, 0x8C, 0xA0}), SNMP_ERR_GENERR);
+    EXPECT_EQ(Done(),
+              Handled("handle_positionTilt", {"6 handle_positionTilt: absolute tilt (2)",
+                                              "3 handle_positionTilt: absolute tilt position=36000 outside range"}));
+    EXPECT_EQ(Command({2, 0x80, 0xFF, 0xFF}), SNMP_ERR_GENERR);
+    EXPECT_THAT(journal::Logged(3), ElementsAre("handle_positionTilt: absolute tilt position=65535 outside range"));
+    EXPECT_THAT(journal::Calls(), IsEmpty());
+}
+
+TEST_F(TiltTest, StopCommandsVelocityZero) {
+    EXPECT_EQ(Command({0, 0, 0x12, 0x34}), SNMP_ERR_NOERROR);
+    EXPECT_EQ(
+        Done(),
+        Handled("handle_positionTilt",
+                {"6 handle_positionTilt: stop tilt (0)", "8 SetRelativeVelocity: Enter.",
+                 "6 SetRelativeVelocity: NTCIP speed 0, tavosSpeed 0.000000", "call tilt SetRelativeVelocity 0 300",
+                 "6 SetRelativeVelocity: SetRelativeVelocity(0.000000,300)", "8 SetRelativeVelocity: Done."}));
+}
+
+TEST_F(TiltTest, StopWithASpeedIsRefusedWithTheSignedSpeed) {
+    EXPECT_EQ(Command({0, 1, 0, 0}), SNMP_ERR_GENERR);
+    EXPECT_EQ(Done(), Handled("handle_positionTilt", {"6 handle_positionTilt: stop tilt (0)",
+                                                      "3 handle_positionTilt: stop tilt speed not zero(1)"}));
+    EXPECT_EQ(Command({0, 0xFF, 0, 0}), SNMP_ERR_GENERR);
+    EXPECT_THAT(journal::Logged(3), ElementsAre("handle_positionTilt: stop tilt speed not zero(-1)"));
+}
+
+TEST_F(TiltTest, ContinuousCommandsTheVelocityAndLogsTheModeAsTilt) {
+    EXPECT_EQ(Command({3, 0xF6, 0xFF, 0xFF}), SNMP_ERR_NOERROR);
+    EXPECT_EQ(Done(),
+              Handled("handle_positionTilt",
+                      {"6 handle_positionTilt: continuous tilt=3, speed=-10", "8 SetRelativeVelocity: Enter.",
+                       "6 SetRelativeVelocity: NTCIP speed -10, tavosSpeed -0.078740",
+                       journal::Join("call tilt SetRelativeVelocity", -10 / 127.0, 300),
+                       "6 SetRelativeVelocity: SetRelativeVelocity(-0.078740,300)", "8 SetRelativeVelocity: Done."}));
+}
+
+TEST_F(TiltTest, ContinuousAtMinus128IsDroppedWithoutAnError) {
+    EXPECT_EQ(Command({3, 0x80, 0, 0}), SNMP_ERR_NOERROR);
+    EXPECT_EQ(Done(), Handled("handle_positionTilt",
+                              {"6 handle_positionTilt: continuous tilt=3, speed=-128", "8 SetRelativeVelocity: Enter.",
+                               "6 SetRelativeVelocity: NTCIP speed -128 outside range of -127 to +127"}));
+}
+
+TEST_F(TiltTest, AnUnknownModeIsReportedByItself) {
+    EXPECT_EQ(Command({7, 0, 0, 0}), SNMP_ERR_GENERR);
+    EXPECT_EQ(Done(), Handled("handle_positionTilt", {"3 handle_positionTilt: unknown tilt mode (7)"}));
+    EXPECT_EQ(Command({0xFF, 0x05, 0, 0}), SNMP_ERR_GENERR);
+    EXPECT_THAT(journal::Logged(3), ElementsAre("handle_positionTilt: unknown tilt mode (255)"));
+}
+
+TEST_F(TiltTest, DeltaLogsEveryStepInOrder) {
+    Camera().tiltPosition = 45000;
+    EXPECT_EQ(Command({0x01, 0x05, 0x01, 0xF4}), SNMP_ERR_NOERROR);
+    EXPECT_EQ(Done(),
+              Handled("handle_positionTilt",
+                      {"6 handle_positionTilt: delta tilt (1)", "8 GetPosition: Enter.", "call tilt GetPosition",
+                       "6 GetPosition: currentTilt=45000", "8 GetPosition: Done.",
+                       "6 handle_positionTilt: tilt upward,speed=5,new tilt=5000", "8 SetPositionAtSpeed: Enter.",
+                       "6 SetPositionAtSpeed: NTCIP speed 5, tavosSpeed 0.039370",
+                       "6 SetPositionAtSpeed: NTCIP position 5000, tavosposition 50000",
+                       journal::Join("call tilt SetPositionAtSpeed", 50000, 5 / 127.0, 300),
+                       "6 SetPositionAtSpeed: SetPositionAtSpeed(5000,0.039370, 300)", "8 SetPositionAtSpeed: Done."}));
+}
+
+struct Step {
+    int from;  ///< platform units
+    int position;
+    int speed;
+    int logged;  ///< NTCIP
+    int sent;    ///< platform units
+};
+
+TEST_F(TiltTest, DeltaTakesThePlatformsAngleForAnNtcipPosition) {
+    const Step steps[] = {
+        {45000, 1000, 10, 5500, 55000},
+        {45009, 1000, 0, 5500, 55000},
+        {5000, 1000, -10, -500, -365000},
+        {45000, 4500, 1, 9000, 0},
+        {45000, 22500, 1, 27000, -90000},
+        {45000, 31499, 1, 35999, -10},
+        {45000, 31500, 1, 36000, 0},
+        {45000, 4500, -1, 0, 0},
+        {0, 0, -1, 0, 0},
+        {0, 65535, 127, 65535, -64650},
+        {0, 65535, -127, -65535, -1015350},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(journal::Join(step.from, step.position, step.speed));
+        Camera().tiltPosition = static_cast<std::uint32_t>(step.from);
+        EXPECT_EQ(Command({1, static_cast<u_char>(step.speed & 0xFF), static_cast<u_char>(step.position / 256),
+                           static_cast<u_char>(step.position % 256)}),
+                  SNMP_ERR_NOERROR);
+        const std::string direction = step.speed < 0 ? "downward" : "upward";
+        EXPECT_THAT(journal::Logged(6),
+                    Contains("handle_positionTilt: tilt " + direction + ",speed=" + std::to_string(step.speed) +
+                             ",new tilt=" + std::to_string(step.logged)));
+        EXPECT_THAT(journal::Calls(),
+                    ElementsAre("tilt GetPosition",
+                                journal::Join("tilt SetPositionAtSpeed", step.sent, step.speed / 127.0, 300)));
+    }
+}
+
+TEST_F(TiltTest, EveryDeltaFromAnAngleBelowZeroIsRefusedWithoutAnError) {
+    for (const int angle : {-90000, -45000, -1}) {
+        for (const int speed : {10, -10}) {
+            SCOPED_TRACE(journal::Join(angle, speed));
+            Camera().tiltPosition = static_cast<std::uint32_t>(angle);
+            const unsigned base = static_cast<std::uint32_t>(angle) / 10;
+            const unsigned target = speed > 0 ? base + 1000 : base - 1000;
+            EXPECT_EQ(Command({1, static_cast<u_char>(speed & 0xFF), 0x03, 0xE8}), SNMP_ERR_NOERROR);
+            EXPECT_THAT(journal::Calls(), ElementsAre("tilt GetPosition"));
+            EXPECT_THAT(journal::Logged(6),
+                        Contains(std::string("handle_positionTilt: tilt ") + (speed > 0 ? "upward" : "downward") +
+                                 ",speed=" + std::to_string(speed) + ",new tilt=" + std::to_string(target)));
+            EXPECT_THAT(journal::Logged(3),
+                        ElementsAre("SetPositionAtSpeed: position=" + std::to_string(target - 36000) +
+                                    " outside NTCIP range of 0 - 35999"));
+        }
+    }
+}
+
+TEST_F(TiltTest, DeltaIsDroppedWhenThePositionCannotBeRead) {
+    for (const auto thrown : kEveryThrow) {
+        Fail("tilt.GetPosition", thrown);
+        EXPECT_EQ(Command({1, 10, 1, 0}), SNMP_ERR_NOERROR);
+        EXPECT_EQ(Done(), Handled("handle_positionTilt",
+                                  {"6 handle_positionTilt: delta tilt (1)", "8 GetPosition: Enter.",
+                                   "call tilt GetPosition", "3 Exception while GetPosition", "8 GetPosition: Done."}));
+    }
+}
+
+TEST_F(TiltTest, TheLastCommandIsKeptInTheOrderOfItsOctets) {
+    EXPECT_EQ(_provider.GetLastTilt(), 0);
+    Command({2, 0x40, 0x46, 0x50});
+    const int last = _provider.GetLastTilt();
+    u_char octets[4];
+    std::memcpy(octets, &last, sizeof octets);
+    EXPECT_THAT(octets, ElementsAre(2, 0x40, 0x46, 0x50));
+
+    _provider.SetLastTilt(0);
+    SnmpRequest request(OrvexSnmpOid::oid_positionTilt);
+    request.Call(OrvexSnmpTilt::handle_positionTilt, MODE_GET);
+    EXPECT_THAT(request.Octets(), ElementsAre(0, 0, 0, 0));
+}
+
+}  // namespace

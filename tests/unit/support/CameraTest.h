@@ -1,0 +1,188 @@
+#pragma once
+
+#include <algorithm>
+#include <functional>
+#include <stdexcept>
+
+#include "lens/OrvexSnmpFocus.h"
+#include "lens/OrvexSnmpIris.h"
+#include "lens/OrvexSnmpWiper.h"
+#include "lens/OrvexSnmpZoom.h"
+#include "motion/OrvexSnmpPan.h"
+#include "motion/OrvexSnmpPresets.h"
+#include "motion/OrvexSnmpTilt.h"
+#include "support/ModuleTest.h"
+#include "tavos/osa/Exception.h"
+
+/// A scalar of motion or lens, as tests of many objects alike take it.
+struct CameraObject {
+    const char* name;
+    Netsnmp_Node_Handler* handler;
+    const oid* oidName;
+    std::size_t length;
+
+    template <std::size_t Length>
+    constexpr CameraObject(const char* handlerName, Netsnmp_Node_Handler* itsHandler, const oid (&itsName)[Length])
+        : name(handlerName), handler(itsHandler), oidName(itsName), length(Length) {}
+
+    /// The handler's name, with which its log lines begin.
+    std::string Handler() const { return std::string("handle_") + name; }
+};
+
+/// Names a parameterised test after its object.
+template <class Parameter>
+std::string NameOfObject(const testing::TestParamInfo<Parameter>& info) {
+    return info.param.name;
+}
+
+/// All providers of motion and lens, with the journal emptied after their construction.
+class CameraTest : public ModuleTest {
+protected:
+    CameraTest() { journal::Clear(); }
+
+    tavos::msgbus::MsgBus _bus;
+    OrvexSnmpPresets _presets{_bus};
+    OrvexSnmpFocus _focus{_bus};
+    OrvexSnmpIris _iris{_bus};
+    OrvexSnmpZoom _zoom{_bus};
+    OrvexSnmpPan _pan{_bus};
+    OrvexSnmpTilt _tilt{_bus};
+    OrvexSnmpWiper _wiper{_bus};
+};
+
+/// What a failing service throws.
+enum class Thrown { kException, kRuntimeError, kInt };
+constexpr Thrown kEveryThrow[] = {Thrown::kException, Thrown::kRuntimeError, Thrown::kInt};
+
+inline void Fail(const std::string& operation, Thrown thrown) {
+    Camera().failing.insert(operation);
+    Camera().throwsInt = thrown == Thrown::kInt;
+    Camera().throwsRuntimeError = thrown == Thrown::kRuntimeError;
+}
+
+using Answer = FakeAgent::Answer;
+
+/// The log lines with their levels and the calls, in order, without the word "log": what a handler or wrapper did.
+inline Lines Done() {
+    Lines lines = journal::All();
+    for (auto& line : lines) {
+        if (line.compare(0, 4, "log ") == 0) line.erase(0, 4);
+    }
+    return lines;
+}
+
+/// The lines of a handler, put between those with which it begins and ends on a request without a range end.
+inline Lines Handled(const std::string& name, const Lines& between) {
+    Lines lines{"8 " + name + ": Enter.", "7 " + name + ": Received OID "};
+    lines.insert(lines.end(), between.begin(), between.end());
+    lines.push_back("8 " + name + ": Done.");
+    return lines;
+}
+
+/// A wrapper of one service operation. The lines are as Done has them.
+template <class Provider>
+struct Wrapper {
+    const char* name;
+    std::function<int(const Provider&)> call;
+    Lines before;           ///< after the entry, before the call
+    Lines calls;            ///< in full: "call pan GetPosition"
+    std::string success;    ///< without the name: "6 currentPosition=5"
+    std::string operation;  ///< the call that fails: "pan.GetPosition"
+    std::string failure;    ///< without its level
+};
+
+/// A call of a getter that expects `value` of a success and its argument left alone by a failure.
+template <class Provider, class Value>
+std::function<int(const Provider&)> Reads(int (Provider::*getter)(Value&) const, Value value) {
+    return [getter, value](const Provider& provider) {
+        const auto untouched = static_cast<Value>(77);
+        Value output = untouched;
+        const int result = (provider.*getter)(output);
+        EXPECT_EQ(output, result == 0 ? value : untouched);
+        return result;
+    };
+}
+
+/// The wrapper's whole protocol: its lines and calls in order and its result, with a service that works and with one
+/// that throws anything.
+template <class Provider>
+void ExpectProtocol(const Provider& provider, const Wrapper<Provider>& wrapper) {
+    SCOPED_TRACE(wrapper.name);
+    const std::string name = wrapper.name;
+    Lines begun{"8 " + name + ": Enter."};
+    begun.insert(begun.end(), wrapper.before.begin(), wrapper.before.end());
+    begun.insert(begun.end(), wrapper.calls.begin(), wrapper.calls.end());
+    journal::Clear();
+    EXPECT_EQ(wrapper.call(provider), 0);
+    Lines worked = begun;
+    worked.push_back(wrapper.success.substr(0, 2) + name + ": " + wrapper.success.substr(2));
+    worked.push_back("8 " + name + ": Done.");
+    EXPECT_EQ(Done(), worked);
+
+    Lines failed = begun;
+    failed.push_back("3 " + wrapper.failure);
+    failed.push_back("8 " + name + ": Done.");
+    for (const auto thrown : kEveryThrow) {
+        SCOPED_TRACE(static_cast<int>(thrown));
+        Fail(wrapper.operation, thrown);
+        journal::Clear();
+        EXPECT_EQ(wrapper.call(provider), -1);
+        EXPECT_EQ(Done(), failed);
+    }
+    Camera().failing.clear();
+}
+
+/// A provider cannot be made without its clients: what the making of one throws comes out of the constructor, nothing
+/// is left behind, and a later try succeeds.
+template <class Provider>
+void ExpectNoProviderWithout(const std::string& service) {
+    SCOPED_TRACE(service);
+    tavos::msgbus::MsgBus bus;
+    Fail(service + ".CreateClient", Thrown::kException);
+    EXPECT_THROW(Provider{bus}, tavos::osa::Exception);
+    EXPECT_EQ(Provider::GetInstance(), nullptr);
+    Fail(service + ".CreateClient", Thrown::kRuntimeError);
+    EXPECT_THROW(Provider{bus}, std::runtime_error);
+    EXPECT_EQ(Provider::GetInstance(), nullptr);
+    Fail(service + ".CreateClient", Thrown::kInt);
+    EXPECT_THROW(Provider{bus}, int);
+    EXPECT_EQ(Provider::GetInstance(), nullptr);
+    Camera().failing.clear();
+    const Provider provider{bus};
+    EXPECT_EQ(Provider::GetInstance(), &provider);
+}
+
+/// What every provider's constructor does first.
+inline Lines BaseConstruction() {
+    return {"logger ClearAppenders", "logger ConfigureLogging log log.level=3 log.stdout=true"};
+}
+
+/// Everything that making and unmaking a provider does, after the base's construction.
+template <class Provider>
+Lines MadeAndUnmade() {
+    tavos::msgbus::MsgBus bus;
+    journal::Clear();
+    { const Provider provider{bus}; }
+    EXPECT_EQ(Provider::GetInstance(), nullptr);
+    Lines lines = Done();
+    const Lines base = BaseConstruction();
+    if (lines.size() < base.size() || !std::equal(base.begin(), base.end(), lines.begin())) {
+        ADD_FAILURE() << "the base is not constructed first";
+        return lines;
+    }
+    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(base.size()));
+    return lines;
+}
+
+/// One request with four octets, committed.
+inline int Commit(const CameraObject& object, const std::vector<u_char>& octets) {
+    SnmpRequest request(object.oidName, object.length);
+    request.WithOctets(octets);
+    return request.Call(object.handler, MODE_SET_COMMIT);
+}
+
+/// Request modes that are neither GET, GETNEXT nor a phase of a SET.
+constexpr int kUnknownModes[] = {-1, 6, 100, 159, 162, 255};
+/// The phases of a SET but the commit.
+constexpr int kPhasesBeforeAndAfterCommit[] = {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_FREE,
+                                               MODE_SET_UNDO};

@@ -9,9 +9,9 @@ namespace {
 using tavos::msgbus::ReceivedCall;
 using tavos::msgbus::Treatment;
 
-constexpr std::chrono::milliseconds kTickWhileMoving{20};
-// Also the longest that a signal may wait that arrives just before the host does.
-constexpr std::chrono::milliseconds kIdle{200};
+// Milliseconds. The idle time is also the longest that a signal may wait which arrives just before the host waits.
+constexpr int kTickWhileMoving = 20;
+constexpr int kIdle = 200;
 
 std::vector<std::string> ShortNames(const std::vector<Services::Name>& names) {
     std::vector<std::string> shortNames;
@@ -33,13 +33,9 @@ Dome::Dome(const std::string& busAddress)
 }
 
 void Dome::Run(const std::atomic<bool>& stop) {
-    Clock::time_point nextTick = Clock::now();
     while (!stop) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(nextTick - Clock::now());
-        _host.Process(static_cast<int>(std::max<long>(left.count(), 0)));
+        _host.Process(_camera.IsMoving() ? kTickWhileMoving : kIdle);
         LetTimePass();
-        const Clock::time_point latest = _now + (_camera.IsMoving() ? kTickWhileMoving : kIdle);
-        if (nextTick <= _now || nextTick > latest) nextTick = latest;
     }
 }
 

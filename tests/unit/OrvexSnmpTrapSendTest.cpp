@@ -1,7 +1,6 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +16,7 @@
 #include "core/OrvexSnmpOid.h"
 #include "core/OrvexSnmpTrapSend.h"
 #include "support/ModuleTest.h"
+#include "support/NoMoreDescriptors.h"
 
 namespace {
 
@@ -55,22 +55,6 @@ std::vector<int> OpenDescriptors() {
     }
     return descriptors;
 }
-
-/// While it lives, no descriptor can be opened.
-class NoMoreDescriptors {
-public:
-    NoMoreDescriptors() {
-        getrlimit(RLIMIT_NOFILE, &_before);
-        const rlimit none{0, _before.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &none);
-    }
-    ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &_before); }
-    NoMoreDescriptors(const NoMoreDescriptors&) = delete;
-    NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
-
-private:
-    rlimit _before{};
-};
 
 class TrapSendTest : public ModuleTest {
 protected:

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "core/OrvexSnmpMain.h"
+#include "core/OrvexSnmpTrapSend.h"
+#include "core/ScalarRegistration.h"
+#include "device/OrvexSnmpDevice.h"
+#include "support/CameraFolder.h"
+#include "support/ModuleTest.h"
+
+/// Takes the module down again, also one whose start has failed half-way: whatever was made then is gone, but for what
+/// an exception has destroyed already.
+inline void ForgetModule(bool startFailed) {
+    if (startFailed) {
+        OrvexSnmpMain::ForgetInstance();
+        OrvexSnmpDevice::ForgetInstance();
+    }
+    deinit_orvexsnmp();
+}
+
+/// A test of the whole module on a camera of its own: a folder with an identity command and a version file, and the
+/// settings. The test starts the module, the fixture takes it down.
+class StartTest : public ModuleTest {
+protected:
+    StartTest() {
+        _folder.Identity("MODEL-1", "SERIAL-1", "1234-05");
+        _folder.Version("02.01.00-20120531b\n");
+        Camera().settings["[Device/ReadOnly]ProductFamily"] = "Family";
+        Camera().settings["[Device/ReadOnly]Manufacturer"] = "Maker";
+    }
+    ~StartTest() override {
+        ForgetModule(_startFailed);
+        ScalarTable() = _table;
+    }
+
+    /// Runs `start`, which is expected to fail; the text of its exception.
+    template <class Start>
+    std::string FailureOf(Start&& start) {
+        try {
+            start();
+        } catch (const std::exception& exception) {
+            _startFailed = true;
+            return exception.what();
+        } catch (int) {
+            _startFailed = true;
+            return "an int";
+        }
+        return "no exception";
+    }
+
+    CameraFolder _folder;
+    const std::array<ScalarRegistration, kScalarCount> _table = ScalarTable();
+    bool _startFailed = false;
+};
+
+/// The same with everything made, registrations apart, and the journal emptied.
+class StartedModuleTest : public StartTest {
+protected:
+    void SetUp() override {
+        new OrvexSnmpMain();
+        journal::Clear();
+    }
+};

@@ -1,0 +1,954 @@
+#include <memory>
+
+#include "io/OrvexSnmpRelay.h"
+#include "support/AgentLog.h"
+#include "support/BankRows.h"
+#include "support/ModuleTest.h"
+#include "tavos/osa/Exception.h"
+
+namespace {
+
+const std::string kEnterprise = ".1.3.6.1.4.1." + std::to_string(ORVEX_ENTERPRISE_NUMBER);
+
+using bankrows::Cell;
+using bankrows::Columns;
+using bankrows::Stored;
+using testing::Pair;
+using testing::SizeIs;
+using Answer = FakeAgent::Answer;
+
+constexpr int kModes[] = {MODE_GET,          MODE_GETNEXT,    MODE_SET_RESERVE1,
+                          MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_COMMIT,
+                          MODE_SET_FREE,     MODE_SET_UNDO,   77};
+
+auto Entry(const char* bank, int id, int state) {
+    return Pair(Pair(bank, id), state);
+}
+
+Lines operator+(Lines first, const Lines& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+class RelayTest : public ProviderTest<OrvexSnmpRelay> {
+protected:
+    /// Two banks, three relays; the list and the table built, the journal empty.
+    void BuildTwoBanks() {
+        Camera().relays.banks = {{"BNK1", {true}}, {"BNK2", {false, true}}};
+        _provider.init_relayTable(false);
+        journal::Clear();
+    }
+
+    static netsnmp_table_data_set* DataSet() { return Agent().dataSets.at("relayStatesTable"); }
+    BankList& List() { return *_provider.GetRelayTableVar(); }
+
+    static int Call(SnmpRequest& request, int mode = MODE_GET) {
+        return request.Call(&OrvexSnmpRelay::handle_relayStates, mode);
+    }
+    static int Set(SnmpRequest& request) { return request.Set(&OrvexSnmpRelay::handle_relayStates); }
+
+    AgentLog _agentLog;
+};
+
+/// A request for one cell of the relay table.
+struct CellRequest : SnmpRequest {
+    CellRequest(oid column, oid row) : CellRequest(Cell(OrvexSnmpOid::oid_relay, column, row)) {}
+
+private:
+    explicit CellRequest(const std::vector<oid>& name) : SnmpRequest(name.data(), name.size()) {}
+};
+
+/// The lines with which every table request begins that finds `count` relays, as many as the list has.
+Lines Begun(int count = 3, const std::string& rangeEnd = "") {
+    return {"log 8 handle_relayStates: Enter.",
+            "log 8 handle_relayStates: Received OID " + rangeEnd,
+            "log 6 handle_relayStates: calling GetRelayCount()...",
+            "log 8 GetRelayCount: Enter.",
+            "call relay GetRelayCount",
+            "log 6 GetRelayCount: count=" + std::to_string(count),
+            "log 8 GetRelayCount: Done.",
+            "log 6 handle_relayStates: calling relayTable.size()..."};
+}
+
+std::string Place(int row, int column) {
+    return "log 6 handle_relayStates: relayNumber is " + std::to_string(row) + ", col no is " + std::to_string(column);
+}
+
+const std::string kDone = "log 8 handle_relayStates: Done.";
+
+/// The calls that change a relay.
+Lines Driven() {
+    return journal::All("call relay SetRelay") + journal::All("call relay ClearRelay");
+}
+
+// --- construction ---
+
+TEST_F(ModuleTest, RelayOpensItsClientBetweenItsLines) {
+    tavos::msgbus::MsgBus bus;
+    journal::Clear();
+    const OrvexSnmpRelay relay(bus);
+    EXPECT_THAT(journal::All(),
+                ElementsAre("logger ClearAppenders", "logger ConfigureLogging log log.level=3 log.stdout=true",
+                            "log 8 OrvexSnmpRelay: Enter", "bus CreateClient relay",
+                            "log 6 OrvexSnmpRelay: making new relay table", "log 8 OrvexSnmpRelay: Done."));
+    EXPECT_EQ(OrvexSnmpRelay::GetInstance(), &relay);
+}
+
+TEST_F(ModuleTest, RelayTakesItsRegistrationBackAndDeletesItsClient) {
+    tavos::msgbus::MsgBus bus;
+    auto relay = std::make_unique<OrvexSnmpRelay>(bus);
+    relay->init_relayTable(false);
+    journal::Clear();
+    relay.reset();
+    EXPECT_THAT(journal::All(), ElementsAre("agent unregister relayStatesTable", "bus DeleteClient relay"));
+    EXPECT_EQ(OrvexSnmpRelay::GetInstance(), nullptr);
+}
+
+TEST_F(ModuleTest, RelayPassesOnWhatTheMakingOfItsClientThrows) {
+    tavos::msgbus::MsgBus bus;
+    Camera().failing = {"relay.CreateClient"};
+    EXPECT_THROW(OrvexSnmpRelay{bus}, tavos::osa::Exception);
+}
+
+TEST_F(RelayTest, SecondRelayIsRefusedAndTheFirstStays) {
+    EXPECT_THROW(OrvexSnmpRelay{_bus}, tavos::osa::Exception);
+    EXPECT_THAT(journal::Logged(3), ElementsAre("OrvexSnmpBaseProvider: Duplicate instance, exiting!"));
+    EXPECT_EQ(OrvexSnmpRelay::GetInstance(), &_provider);
+    EXPECT_THAT(List(), IsEmpty());
+}
+
+// --- the service's operations ---
+
+TEST_F(RelayTest, CountIsTheServicesTotal) {
+    Camera().relays.total = 7;
+    int count = -5;
+    EXPECT_EQ(_provider.GetRelayCount(count), 0);
+    EXPECT_EQ(count, 7);
+    EXPECT_THAT(journal::All(), ElementsAre("log 8 GetRelayCount: Enter.", "call relay GetRelayCount",
+                                            "log 6 GetRelayCount: count=7", "log 8 GetRelayCount: Done."));
+}
+
+TEST_F(RelayTest, StateIsThatOfTheBanksRelay) {
+    Camera().relays.banks = {{"North", {false, true}}};
+    bool state = false;
+    EXPECT_EQ(_provider.GetRelayState("North", 1, state), 0);
+    EXPECT_TRUE(state);
+    EXPECT_THAT(journal::All(),
+                ElementsAre("log 8 GetRelayState: Enter.", "call relay GetRelayState North 1",
+                            "log 6 GetRelayState: bankName = North relayId=1 state=1", "log 8 GetRelayState: Done."));
+    EXPECT_EQ(_provider.GetRelayState("North", 0, state), 0);
+    EXPECT_FALSE(state);
+    EXPECT_THAT(journal::Logged(6), Contains("GetRelayState: bankName = North relayId=0 state=0"));
+}
+
+TEST_F(RelayTest, SetPassesItsValueOn) {
+    EXPECT_EQ(_provider.SetRelay("North", 2, 5), 0);
+    EXPECT_THAT(journal::All(), ElementsAre("log 8 SetRelay: Enter.", "call relay SetRelay North 2 5",
+                                            "log 6 SetRelay: bankName=North relayId=2", "log 8 SetRelay: Done."));
+}
+
+TEST_F(RelayTest, ClearPassesZeroAsItsThirdArgument) {
+    EXPECT_EQ(_provider.ClearRelay("North", 2), 0);
+    EXPECT_THAT(journal::All(), ElementsAre("log 8 ClearRelay: Enter.", "call relay ClearRelay North 2 0",
+                                            "log 6 ClearRelay: bankName=North relayId=2", "log 8 ClearRelay: Done."));
+}
+
+TEST_F(RelayTest, FailedCallsAreLoggedAndLeaveTheirArgumentsAlone) {
+    Camera().failing = {"relay.GetRelayCount", "relay.GetRelayState", "relay.SetRelay", "relay.ClearRelay"};
+    for (const bool throwsInt : {false, true}) {
+        Camera().throwsInt = throwsInt;
+        journal::Clear();
+        int count = -5;
+        bool state = true;
+        EXPECT_EQ(_provider.GetRelayCount(count), -1);
+        EXPECT_EQ(_provider.GetRelayState("North", 1, state), -1);
+        EXPECT_EQ(_provider.SetRelay("North", 1, 1), -1);
+        EXPECT_EQ(_provider.ClearRelay("North", 1), -1);
+        EXPECT_EQ(count, -5);
+        EXPECT_TRUE(state);
+        EXPECT_THAT(journal::Logged(),
+                    ElementsAre("8 GetRelayCount: Enter.", "3 Exception while GetRelayCount", "8 GetRelayCount: Done.",
+                                "8 GetRelayState: Enter.", "3 GetRelayState:Exception while GetRelayState",
+                                "8 GetRelayState: Done.", "8 SetRelay: Enter.", "3 Exception while setting relay",
+                                "8 SetRelay: Done.", "8 ClearRelay: Enter.", "3 Exception while clearing Relay",
+                                "8 ClearRelay: Done."));
+    }
+}
+
+// --- the list ---
+
+TEST_F(RelayTest, ListHasEveryRelayOfEveryBankInOrderWithItsState) {
+    Camera().relays.banks = {{"North", {false, true}}, {"BNK2", {true}}};
+    _provider.CreateRelayTable(false);
+    EXPECT_THAT(List(), ElementsAre(Entry("North", 0, 0), Entry("North", 1, 1), Entry("BNK2", 0, 1)));
+    EXPECT_THAT(journal::All(),
+                ElementsAre("log 8 CreateRelayTable: Enter.", "log 6 CreateRelayTable: update=0",
+                            "call relay GetBankNames", "log 6 CreateRelayTable: Relay bankNames size is 2",
+                            "call relay GetBankRelayCount North", "call relay GetRelayState North 0",
+                            "call relay GetRelayState North 1", "call relay GetBankRelayCount BNK2",
+                            "call relay GetRelayState BNK2 0", "log 8 CreateRelayTable: Done."));
+}
+
+TEST_F(RelayTest, UpdatedListHasStateZeroEverywhereAndAsksForNone) {
+    Camera().relays.banks = {{"North", {true, true}}, {"BNK2", {true}}};
+    _provider.CreateRelayTable(true);
+    EXPECT_THAT(List(), ElementsAre(Entry("North", 0, 0), Entry("North", 1, 0), Entry("BNK2", 0, 0)));
+    EXPECT_THAT(journal::All("call relay GetRelayState"), IsEmpty());
+    EXPECT_THAT(journal::Logged(6), Contains("CreateRelayTable: update=1"));
+}
+
+TEST_F(RelayTest, BankNamesAreAskedForOnceAndFailingLeaveAnEmptyList) {
+    BuildTwoBanks();
+    Camera().failing = {"relay.GetBankNames"};
+    _provider.CreateRelayTable(false);
+    EXPECT_THAT(List(), IsEmpty());
+    EXPECT_THAT(
+        journal::All(),
+        ElementsAre("log 8 CreateRelayTable: Enter.", "log 6 CreateRelayTable: update=0", "call relay GetBankNames",
+                    "log 3 CreateRelayTable: Exception GetBankNames for 0", "log 8 CreateRelayTable: Done."));
+}
+
+TEST_F(RelayTest, BankWhoseCountFailsGetsTheCountOfTheBankBefore) {
+    Camera().relays.banks = {{"Z", {true}}, {"A", {true, false}}, {"B", {false, true, true}}, {"C", {true}}};
+    Camera().failing = {"relay.GetBankRelayCount Z", "relay.GetBankRelayCount B"};
+    for (const bool throwsInt : {false, true}) {
+        journal::Clear();
+        Camera().throwsInt = throwsInt;
+        _provider.CreateRelayTable(false);
+        EXPECT_THAT(List(), ElementsAre(Entry("A", 0, 1), Entry("A", 1, 0), Entry("B", 0, 0), Entry("B", 1, 1),
+                                        Entry("C", 0, 1)));
+        EXPECT_THAT(journal::Logged(3), ElementsAre("CreateRelayTable: Retry for GetBankRelayCount for 0",
+                                                    "CreateRelayTable: Retry for GetBankRelayCount for 0"));
+        EXPECT_THAT(journal::All("call relay GetBankRelayCount B"), SizeIs(1));
+    }
+}
+
+TEST_F(RelayTest, RelayWhoseStateFailsGetsTheStateOfTheEntryBefore) {
+    Camera().relays.banks = {{"A", {true, true}}, {"B", {false, false}}};
+    Camera().failing = {"relay.GetRelayState A 0", "relay.GetRelayState B 0"};
+    _provider.CreateRelayTable(false);
+    EXPECT_THAT(List(), ElementsAre(Entry("A", 0, 0), Entry("A", 1, 1), Entry("B", 0, 1), Entry("B", 1, 0)));
+    EXPECT_THAT(journal::Logged(3), ElementsAre("CreateRelayTable: Exception in GetRelayState()",
+                                                "CreateRelayTable: Exception in GetRelayState()"));
+}
+
+// --- the table ---
+
+TEST_F(RelayTest, FirstBuildRegistersTheTableAndLogsThroughThePlatformOnly) {
+    Camera().relays.banks = {{"BNK2", {true}}};
+    EXPECT_EQ(_provider.init_relayTable(false), 0);
+    EXPECT_THAT(Stored(DataSet()), ElementsAre(".1: octets 4 BNK2, integer 4 0, integer 4 1 w"));
+    EXPECT_THAT(journal::All("log 6 init_"), ElementsAre("log 6 init_relayTable: Enter. update=0\n",
+                                                         "log 6 init_relayTable: Registration for Relay table OID OK"));
+    EXPECT_THAT(journal::All("agent register"),
+                ElementsAre("agent register_table_data_set relayStatesTable " + kEnterprise + ".1.3.2 3"));
+    EXPECT_THAT(journal::All("agentlog 7"), IsEmpty());
+    EXPECT_THAT(journal::All("agentlog 6"), IsEmpty());
+}
+
+TEST_F(RelayTest, OnlyTheStateColumnIsWritableInTheTableAndInEveryRow) {
+    BuildTwoBanks();
+    EXPECT_THAT(Columns(DataSet()), ElementsAre("1 type 4", "2 type 2", "3 type 2 w"));
+    EXPECT_THAT(Stored(DataSet()), ElementsAre(".1: octets 4 BNK1, integer 4 0, integer 4 1 w",
+                                               ".2: octets 4 BNK2, integer 4 0, integer 4 0 w",
+                                               ".3: octets 4 BNK2, integer 4 1, integer 4 1 w"));
+    EXPECT_EQ(DataSet()->table->indexes_template->type, ASN_INTEGER);
+    EXPECT_EQ(DataSet()->table->indexes_template->next_variable, nullptr);
+    EXPECT_STREQ(DataSet()->table->name, "relayStatesTable");
+    EXPECT_EQ(DataSet()->allow_creation, 0);
+    EXPECT_EQ(DataSet()->rowstatus_column, 0u);
+}
+
+TEST_F(RelayTest, RebuildServesTheNewRowsWithoutRegisteringAgain) {
+    BuildTwoBanks();
+    auto* registered = DataSet();
+    Camera().relays.banks = {{"South", {true, true}}};
+    EXPECT_EQ(_provider.init_relayTable(true), 0);
+    EXPECT_EQ(DataSet(), registered);
+    EXPECT_THAT(Stored(registered), ElementsAre(".1: octets 5 South, integer 4 0, integer 4 0 w",
+                                                ".2: octets 5 South, integer 4 1, integer 4 0 w"));
+    EXPECT_THAT(journal::All(),
+                ElementsAre("log 6 init_relayTable: Enter. update=1\n", "log 8 CreateRelayTable: Enter.",
+                            "log 6 CreateRelayTable: update=1", "call relay GetBankNames",
+                            "log 6 CreateRelayTable: Relay bankNames size is 1", "call relay GetBankRelayCount South",
+                            "log 8 CreateRelayTable: Done.", "log 6 init_relayTable: deleting table to make new one",
+                            "log 6 init_relayTable: making new relay table"));
+}
+
+TEST_F(RelayTest, ServiceWithoutRelaysGivesOneRowWithoutValues) {
+    EXPECT_EQ(_provider.init_relayTable(false), 0);
+    EXPECT_THAT(Stored(DataSet()), ElementsAre(".1:"));
+    Camera().relays.banks = {{"BNK1", {}}, {"BNK2", {}}};
+    EXPECT_EQ(_provider.init_relayTable(true), 0);
+    EXPECT_THAT(Stored(DataSet()), ElementsAre(".1:"));
+}
+
+TEST_F(RelayTest, RefusedRegistrationIsReportedAndTriedAgainByTheNextBuild) {
+    Camera().relays.banks = {{"A", {true}}};
+    Agent().refusing = {"relayStatesTable"};
+    EXPECT_EQ(_provider.init_relayTable(false), -1);
+    EXPECT_EQ(journal::Logged(6).back(), "init_relayTable: Registration for Relay table OID not OK");
+    EXPECT_EQ(_provider.init_relayTable(true), -1);
+    EXPECT_THAT(journal::All("agent register"), SizeIs(2));
+
+    Agent().refusing.clear();
+    EXPECT_EQ(_provider.init_relayTable(true), 0);
+    EXPECT_EQ(journal::Logged(6).back(), "init_relayTable: Registration for Relay table OID OK");
+    EXPECT_THAT(Stored(DataSet()), ElementsAre(".1: octets 1 A, integer 4 0, integer 4 0 w"));
+    EXPECT_EQ(_provider.init_relayTable(true), 0);
+    EXPECT_THAT(journal::All("agent register"), SizeIs(3));
+}
+
+// --- reads of the table ---
+
+TEST_F(RelayTest, BankNameIsAnswered) {
+    BuildTwoBanks();
+    CellRequest request(1, 3);
+    EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
+    EXPECT_EQ(request.Type(), ASN_OCTET_STR);
+    EXPECT_THAT(request.Octets(), ElementsAre('B', 'N', 'K', '2'));
+    EXPECT_THAT(
+        journal::All(),
+        ElementsAreArray(Begun() + Lines{Place(3, 1), "log 6 handle_relayStates: table_info->colnum is 1", kDone}));
+}
+
+TEST_F(RelayTest, IdWithinTheBankIsAnsweredOnGetNextToo) {
+    BuildTwoBanks();
+    CellRequest request(2, 3);
+    request.WithRangeEnd({1, 3, 6});
+    EXPECT_EQ(Call(request, MODE_GETNEXT), SNMP_ERR_NOERROR);
+    EXPECT_EQ(request.Type(), ASN_INTEGER);
+    EXPECT_EQ(request.Integer(), 1);
+    EXPECT_THAT(Agent().answers, ElementsAre(Answer{ASN_INTEGER, 4}));
+    EXPECT_THAT(journal::All(),
+                ElementsAreArray(Begun(3, ".1.3.6") +
+                                 Lines{Place(3, 2), "log 6 handle_relayStates: table_info->colnum is 2", kDone}));
+}
+
+TEST_F(RelayTest, StateIsReadLive) {
+    BuildTwoBanks();
+    for (const bool state : {true, false}) {
+        Camera().relays.banks[1].second[0] = state;
+        journal::Clear();
+        CellRequest request(3, 2);
+        EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
+        EXPECT_EQ(request.Type(), ASN_INTEGER);
+        EXPECT_EQ(request.Integer(), state ? 1 : 0);
+        EXPECT_THAT(Agent().answers, ElementsAre(Answer{ASN_INTEGER, 4}));
+        EXPECT_THAT(journal::All(),
+                    ElementsAreArray(Begun() + Lines{Place(2, 3), "log 6 handle_relayStates: table_info->colnum is 3",
+                                                     "log 8 GetRelayState: Enter.", "call relay GetRelayState BNK2 0",
+                                                     "log 6 GetRelayState: bankName = BNK2 relayId=0 state=" +
+                                                         std::to_string(state ? 1 : 0),
+                                                     "log 8 GetRelayState: Done.", kDone}));
+    }
+}
+
+TEST_F(RelayTest, StateThatCannotBeReadIsAnsweredAsZeroWithoutAnError) {
+    BuildTwoBanks();
+    Camera().failing = {"relay.GetRelayState"};
+    CellRequest request(3, 1);  // stored as energised
+    EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
+    EXPECT_EQ(request.Type(), ASN_INTEGER);
+    EXPECT_EQ(request.Integer(), 0);
+    EXPECT_EQ(request.Mark(), 0);
+}
+
+TEST_F(RelayTest, FourthColumnIsLeftUnansweredAndOthersAreAnError) {
+    BuildTwoBanks();
+    CellRequest fourth(4, 1);
+    EXPECT_EQ(Call(fourth), SNMP_ERR_NOERROR);
+    EXPECT_EQ(fourth.Type(), ASN_NULL);
+    EXPECT_THAT(journal::Logged(3), IsEmpty());
+    for (const int column : {0, 5, 99}) {
+        journal::Clear();
+        CellRequest request(static_cast<oid>(column), 1);
+        EXPECT_EQ(Call(request), SNMP_ERR_GENERR);
+        EXPECT_EQ(request.Type(), ASN_NULL);
+        const auto number = std::to_string(column);
+        EXPECT_THAT(journal::All(),
+                    ElementsAreArray(Begun() + Lines{Place(1, column),
+                                                     "log 6 handle_relayStates: table_info->colnum is " + number,
+                                                     "log 3 handle_relayStates: unknown colnum (" + number + ")"}));
+    }
+}
+
+TEST_F(RelayTest, EveryRequestOfTheListIsAnsweredAndThoseWithoutARowAreSkipped) {
+    BuildTwoBanks();
+    CellRequest zero(2, 0);
+    CellRequest first(2, 1);
+    CellRequest beyond(2, 4);
+    CellRequest last(1, 2);
+    zero.Chain(first);
+    first.Chain(beyond);
+    beyond.Chain(last);
+    EXPECT_EQ(Call(zero), SNMP_ERR_NOERROR);
+    EXPECT_EQ(zero.Type(), ASN_NULL);
+    EXPECT_EQ(first.Integer(), 0);
+    EXPECT_EQ(beyond.Type(), ASN_NULL);
+    EXPECT_THAT(last.Octets(), ElementsAre('B', 'N', 'K', '2'));
+    EXPECT_THAT(
+        journal::All(),
+        ElementsAreArray(Begun() + Lines{Place(0, 2), Place(1, 2), "log 6 handle_relayStates: table_info->colnum is 2",
+                                         Place(4, 2), Place(2, 1), "log 6 handle_relayStates: table_info->colnum is 1",
+                                         kDone}));
+}
+
+TEST_F(RelayTest, EmptyListSkipsEveryRowInEveryMode) {
+    _provider.init_relayTable(false);
+    for (const int mode : kModes) {
+        journal::Clear();
+        CellRequest request(3, 1);
+        EXPECT_EQ(Call(request, mode), SNMP_ERR_NOERROR);
+        EXPECT_EQ(request.Type(), ASN_NULL);
+        EXPECT_EQ(request.Mark(), 0);
+        EXPECT_THAT(journal::All(), ElementsAreArray(Begun(0) + Lines{Place(1, 3), kDone}));
+    }
+}
+
+TEST_F(RelayTest, UnknownModeIsRefusedAtTheFirstRow) {
+    BuildTwoBanks();
+    CellRequest first(3, 1);
+    CellRequest second(3, 2);
+    first.Chain(second);
+    EXPECT_EQ(Call(first, 77), SNMP_ERR_GENERR);
+    EXPECT_EQ(first.Type(), ASN_NULL);
+    EXPECT_THAT(journal::All(),
+                ElementsAreArray(Begun() + Lines{Place(1, 3), "log 3 handle_relayStates: unknown mode (77)"}));
+}
+
+// --- following the service ---
+
+TEST_F(RelayTest, DifferentCountRebuildsListAndTableInEveryMode) {
+    for (const int mode : kModes) {
+        BuildTwoBanks();
+        _provider.init_relayTable(true);
+        journal::Clear();
+        Camera().relays.banks = {{"North", {true, true, true, true}}};
+        CellRequest beyond(3, 9);
+        EXPECT_EQ(Call(beyond, mode), SNMP_ERR_NOERROR);
+        EXPECT_THAT(List(), ElementsAre(Entry("North", 0, 0), Entry("North", 1, 0), Entry("North", 2, 0),
+                                        Entry("North", 3, 0)));
+        EXPECT_THAT(Stored(DataSet()), SizeIs(4));
+        EXPECT_THAT(
+            journal::All(),
+            ElementsAreArray(
+                Begun(4) +
+                Lines{"log 6 handle_relayStates: Updating relayTable...", "log 6 init_relayTable: Enter. update=1\n",
+                      "log 8 CreateRelayTable: Enter.", "log 6 CreateRelayTable: update=1", "call relay GetBankNames",
+                      "log 6 CreateRelayTable: Relay bankNames size is 1", "call relay GetBankRelayCount North",
+                      "log 8 CreateRelayTable: Done.", "log 6 init_relayTable: deleting table to make new one",
+                      "log 6 init_relayTable: making new relay table", Place(9, 3), kDone}));
+    }
+}
+
+TEST_F(RelayTest, CountThatCannotBeReadRebuildsNothing) {
+    BuildTwoBanks();
+    Camera().relays.banks = {{"North", {true}}};
+    Camera().failing = {"relay.GetRelayCount"};
+    CellRequest request(1, 2);
+    EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
+    EXPECT_THAT(request.Octets(), ElementsAre('B', 'N', 'K', '2'));
+    EXPECT_THAT(List(), SizeIs(3));
+    EXPECT_THAT(journal::All("call"), ElementsAre("call relay GetRelayCount"));
+    EXPECT_THAT(journal::Logged(3), ElementsAre("Exception while GetRelayCount"));
+    EXPECT_THAT(journal::Logged(6), Contains("handle_relayStates: calling relayTable.size()..."));
+}
+
+// --- sets of the table ---
+
+TEST_F(RelayTest, WrongTypeIsMarkedAndTheOtherRequestsAreStillLookedAt) {
+    BuildTwoBanks();
+    CellRequest octets(3, 1);
+    CellRequest integer(3, 2);
+    CellRequest gauge(3, 3);
+    octets.WithOctets({1});
+    integer.WithInteger(1);
+    const long one = 1;
+    gauge.With(ASN_GAUGE, &one, sizeof one);
+    octets.Chain(integer);
+    integer.Chain(gauge);
+    EXPECT_EQ(Call(octets, MODE_SET_RESERVE1), SNMP_ERR_NOERROR);
+    EXPECT_EQ(octets.Mark(), SNMP_ERR_WRONGTYPE);
+    EXPECT_EQ(integer.Mark(), 0);
+    EXPECT_EQ(gauge.Mark(), SNMP_ERR_WRONGTYPE);
+    EXPECT_THAT(journal::All(), ElementsAreArray(Begun() + Lines{Place(1, 3), Place(2, 3), Place(3, 3), kDone}));
+}
+
+TEST_F(RelayTest, WrongTypeFailsTheSetAndDrivesNothing) {
+    BuildTwoBanks();
+    CellRequest request(3, 1);
+    request.WithOctets({'1'});
+    EXPECT_EQ(Set(request), SNMP_ERR_WRONGTYPE);
+    EXPECT_THAT(Driven(), IsEmpty());
+}
+
+TEST_F(RelayTest, WrongTypeOfARowThatIsNotThereIsNotMarked) {
+    BuildTwoBanks();
+    CellRequest request(3, 4);
+    request.WithOctets({1});
+    EXPECT_EQ(Call(request, MODE_SET_RESERVE1), SNMP_ERR_NOERROR);
+    EXPECT_EQ(request.Mark(), 0);
+}
+
+TEST_F(RelayTest, Reserve2RefreshesTheListAndNotTheRows) {
+    BuildTwoBanks();
+    Camera().relays.banks[0].second[0] = false;
+    Camera().relays.banks[1].second = {true, false};
+    const auto rows = Stored(DataSet());
+    CellRequest request(3, 2);
+    request.WithInteger(1);
+    EXPECT_EQ(Call(request, MODE_SET_RESERVE2), SNMP_ERR_NOERROR);
+    EXPECT_THAT(List(), ElementsAre(Entry("BNK1", 0, 0), Entry("BNK2", 0, 1), Entry("BNK2", 1, 0)));
+    EXPECT_EQ(Stored(DataSet()), rows);
+    EXPECT_THAT(journal::All(),
+                ElementsAreArray(
+                    Begun() + Lines{Place(2, 3), "log 8 CreateRelayTable: Enter.", "log 6 CreateRelayTable: update=0",
+                                    "call relay GetBankNames", "log 6 CreateRelayTable: Relay bankNames size is 2",
+                                    "call relay GetBankRelayCount BNK1", "call relay GetRelayState BNK1 0",
+                                    "call relay GetBankRelayCount BNK2", "call relay GetRelayState BNK2 0",
+                                    "call relay GetRelayState BNK2 1", "log 8 CreateRelayTable: Done.", kDone}));
+}
+
+TEST_F(RelayTest, ActionRemembersTheValueAndDrivesNothing) {
+    BuildTwoBanks();
+    for (const int value : {1, 0, -7, 2147483647}) {
+        journal::Clear();
+        CellRequest request(3, 2);
+        request.WithInteger(value);
+        EXPECT_EQ(Call(request, MODE_SET_ACTION), SNMP_ERR_NOERROR);
+        EXPECT_THAT(journal::All(),
+                    ElementsAreArray(Begun() + Lines{Place(2, 3),
+                                                     "log 6 handle_relayStates: newRelayValue in MODE_SET_ACTION is " +
+                                                         std::to_string(value),
+                                                     kDone}));
+    }
+}
+
+TEST_F(RelayTest, SetOfOneEnergisesTheRowsRelayAndAnswersOne) {
+    BuildTwoBanks();
+    CellRequest request(3, 3);
+    request.WithInteger(1);
+    Call(request, MODE_SET_RESERVE1);
+    Call(request, MODE_SET_RESERVE2);
+    Call(request, MODE_SET_ACTION);
+    journal::Clear();
+    EXPECT_EQ(Call(request, MODE_SET_COMMIT), SNMP_ERR_NOERROR);
+    EXPECT_EQ(request.Type(), ASN_INTEGER);
+    EXPECT_EQ(request.Integer(), 1);
+    EXPECT_THAT(Agent().answers, ElementsAre(Answer{ASN_INTEGER, 4}));
+    EXPECT_THAT(
+        journal::All(),
+        ElementsAreArray(Begun() + Lines{Place(3, 3), "log 6 handle_relayStates: newRelayState in MODE_SET_COMMIT is 1",
+                                         "log 8 SetRelay: Enter.", "call relay SetRelay BNK2 1 1",
+                                         "log 6 SetRelay: bankName=BNK2 relayId=1", "log 8 SetRelay: Done.", kDone}));
+}
+
+TEST_F(RelayTest, SetOfAnythingElseReleasesTheRowsRelayAndAnswersWhatWasSet) {
+    BuildTwoBanks();
+    for (const int value : {0, 2, 5, -1, 256, 257}) {
+        journal::Clear();
+        CellRequest request(3, 2);
+        request.WithInteger(value);
+        EXPECT_EQ(Set(request), SNMP_ERR_NOERROR);
+        EXPECT_EQ(request.Type(), ASN_INTEGER);
+        EXPECT_EQ(request.Integer(), value);
+        EXPECT_THAT(Driven(), ElementsAre("call relay ClearRelay BNK2 0 0"));
+        EXPECT_THAT(journal::Logged(6),
+                    Contains("handle_relayStates: newRelayState in MODE_SET_COMMIT is " + std::to_string(value)));
+    }
+}
+
+TEST_F(RelayTest, ColumnOfASetIsNotLookedAt) {
+    BuildTwoBanks();
+    CellRequest request(2, 1);
+    request.WithInteger(1);
+    EXPECT_EQ(Set(request), SNMP_ERR_NOERROR);
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK1 0 1"));
+}
+
+TEST_F(RelayTest, SetOfARowThatIsNotThereDrivesNothing) {
+    BuildTwoBanks();
+    for (const oid row : {oid{0}, oid{4}, oid{0xFFFFFFFF}}) {
+        CellRequest request(3, row);
+        request.WithInteger(1);
+        EXPECT_EQ(Set(request), SNMP_ERR_NOERROR);
+        EXPECT_THAT(Driven(), IsEmpty());
+    }
+}
+
+TEST_F(RelayTest, FailedCommitIsAGeneralErrorForBothWays) {
+    BuildTwoBanks();
+    const std::tuple<int, const char*, const char*, const char*> ways[] = {
+        {1, "SetRelay", "BNK1 0 1", "Exception while setting relay"},
+        {0, "ClearRelay", "BNK1 0 0", "Exception while clearing Relay"}};
+    for (const auto& [value, operation, arguments, failure] : ways) {
+        Camera().failing = {std::string("relay.") + operation};
+        CellRequest first(3, 2);
+        CellRequest second(3, 1);
+        first.WithInteger(value);
+        second.WithInteger(value);
+        first.Chain(second);
+        for (const int mode : {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION}) Call(first, mode);
+        journal::Clear();
+        EXPECT_EQ(Call(first, MODE_SET_COMMIT), SNMP_ERR_GENERR);
+        EXPECT_EQ(first.Mark(), 0);
+        EXPECT_THAT(Agent().answers, IsEmpty());
+        const std::string name = operation;
+        EXPECT_THAT(
+            journal::All(),
+            ElementsAreArray(Begun() + Lines{Place(2, 3),
+                                             "log 6 handle_relayStates: newRelayState in MODE_SET_COMMIT is " +
+                                                 std::to_string(value),
+                                             "log 8 " + name + ": Enter.", "call relay " + name + " " + arguments,
+                                             std::string("log 3 ") + failure, "log 8 " + name + ": Done.",
+                                             "log 6 handle_relayStates: SetRelay returned with exception"}));
+    }
+}
+
+TEST_F(RelayTest, SetOfSeveralRowsDrivesTheLastRowOncePerRow) {
+    BuildTwoBanks();
+    CellRequest first(3, 1);
+    CellRequest second(3, 2);
+    CellRequest last(3, 3);
+    first.WithInteger(0);
+    second.WithInteger(0);
+    last.WithInteger(1);
+    first.Chain(second);
+    second.Chain(last);
+    EXPECT_EQ(Set(first), SNMP_ERR_NOERROR);
+    EXPECT_THAT(
+        journal::All("call relay SetRelay"),
+        ElementsAre("call relay SetRelay BNK2 1 1", "call relay SetRelay BNK2 1 1", "call relay SetRelay BNK2 1 1"));
+    EXPECT_THAT(journal::All("call relay ClearRelay"), IsEmpty());
+    EXPECT_EQ(first.Integer(), 1);
+    EXPECT_EQ(second.Integer(), 1);
+    EXPECT_EQ(last.Integer(), 1);
+}
+
+TEST_F(RelayTest, UndoPutsTheRememberedStateBackAndDrivesNothing) {
+    BuildTwoBanks();
+    const std::pair<oid, int> rowsAndStates[] = {{1, 1}, {2, 0}};
+    for (const auto& [row, state] : rowsAndStates) {
+        CellRequest request(3, row);
+        request.WithInteger(17);
+        for (const int mode : {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION}) Call(request, mode);
+        journal::Clear();
+        EXPECT_EQ(Call(request, MODE_SET_UNDO), SNMP_ERR_NOERROR);
+        EXPECT_EQ(request.Integer(), 17);
+        EXPECT_THAT(journal::All(),
+                    ElementsAreArray(Begun() + Lines{Place(static_cast<int>(row), 3),
+                                                     "log 6 handle_relayStates: newRelayState in MODE_SET_UNDO is " +
+                                                         std::to_string(state),
+                                                     kDone}));
+        // What was remembered is what a commit would drive.
+        journal::Clear();
+        Call(request, MODE_SET_COMMIT);
+        EXPECT_THAT(journal::Logged(6),
+                    Contains("handle_relayStates: newRelayState in MODE_SET_COMMIT is " + std::to_string(state)));
+    }
+}
+
+TEST_F(RelayTest, FreeDoesNothing) {
+    BuildTwoBanks();
+    CellRequest request(3, 1);
+    request.WithInteger(17);
+    EXPECT_EQ(Call(request, MODE_SET_FREE), SNMP_ERR_NOERROR);
+    EXPECT_EQ(request.Integer(), 17);
+    EXPECT_THAT(journal::All(), ElementsAreArray(Begun() + Lines{Place(1, 3), kDone}));
+}
+
+TEST_F(RelayTest, PendingRowIsThatOfReserve2AndNotOfTheCommit) {
+    BuildTwoBanks();
+    CellRequest request(3, 1);
+    request.WithInteger(1);
+    for (const int mode : {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION}) Call(request, mode);
+    Camera().relays.banks = {{"North", {false}}};
+    Call(request, MODE_SET_COMMIT);
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK1 0 1"));
+}
+
+// --- outputStatus ---
+
+class OutputStatusTest : public RelayTest {
+protected:
+    static int Call(SnmpRequest& request, int mode = MODE_GET) {
+        return request.Call(&OrvexSnmpRelay::handle_outputStatus, mode);
+    }
+    static Lines Read(const Lines& inBetween, const std::string& rangeEnd = "") {
+        return Lines{"log 6 handle_outputStatus: Enter.", "log 6 handle_outputStatus: Received OID " + rangeEnd,
+                     "log 8 GetRelayState: Enter.", "call relay GetRelayState BNK2 0"} +
+               inBetween + Lines{"log 6 handle_outputStatus: Done."};
+    }
+};
+
+TEST_F(OutputStatusTest, HasTheStateOfTheFirstRelayOfBnk2InBitZero) {
+    Camera().relays.banks = {{"BNK1", {false, false}}, {"BNK2", {true, false}}};
+    SnmpRequest request(OrvexSnmpOid::oid_outputStatus);
+    EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
+    EXPECT_EQ(request.Type(), ASN_OCTET_STR);
+    EXPECT_THAT(request.Octets(), ElementsAre(0x01));
+    EXPECT_THAT(
+        journal::All(),
+        ElementsAreArray(Read({"log 6 GetRelayState: bankName = BNK2 relayId=0 state=1", "log 8 GetRelayState: Done.",
+                               "log 6 handle_outputStatus: GetRelayState relayState=TRUE, RelayOne.outputStatus1=1"})));
+}
+
+TEST_F(OutputStatusTest, OfAReleasedRelayIsZero) {
+    Camera().relays.banks = {{"BNK2", {false}}};
+    SnmpRequest request(OrvexSnmpOid::oid_outputStatus);
+    request.WithRangeEnd({1, 3, 6});
+    EXPECT_EQ(Call(request, MODE_GETNEXT), SNMP_ERR_NOERROR);
+    EXPECT_THAT(request.Octets(), ElementsAre(0x00));
+    EXPECT_THAT(
+        journal::All(),
+        ElementsAreArray(Read({"log 6 GetRelayState: bankName = BNK2 relayId=0 state=0", "log 8 GetRelayState: Done.",
+                               "log 6 handle_outputStatus: GetRelayState relayState=FALSE, RelayOne.outputStatus1=0"},
+                              ".1.3.6")));
+}
+
+TEST_F(OutputStatusTest, RepeatsTheLastGoodValueAfterAFailure) {
+    Camera().relays.banks = {{"BNK2", {true}}};
+    Camera().failing = {"relay.GetRelayState"};
+    SnmpRequest first(OrvexSnmpOid::oid_outputStatus);
+    EXPECT_EQ(Call(first), SNMP_ERR_NOERROR);
+    EXPECT_THAT(first.Octets(), ElementsAre(0x00));
+    EXPECT_THAT(
+        journal::All(),
+        ElementsAreArray(Read({"log 3 GetRelayState:Exception while GetRelayState", "log 8 GetRelayState: Done.",
+                               "log 3 handle_outputStatus: GetRelayState(BNK2,0,FALSE)returned with "
+                               "exception"})));
+    Camera().failing.clear();
+    SnmpRequest good(OrvexSnmpOid::oid_outputStatus);
+    Call(good);
+    Camera().failing = {"relay.GetRelayState"};
+    SnmpRequest bad(OrvexSnmpOid::oid_outputStatus);
+    EXPECT_EQ(Call(bad), SNMP_ERR_NOERROR);
+    EXPECT_THAT(bad.Octets(), ElementsAre(0x01));
+    Camera().failing.clear();
+    Camera().relays.banks[0].second[0] = false;
+    SnmpRequest again(OrvexSnmpOid::oid_outputStatus);
+    Call(again);
+    EXPECT_THAT(again.Octets(), ElementsAre(0x00));
+}
+
+TEST_F(OutputStatusTest, RefusesEveryOtherMode) {
+    Camera().relays.banks = {{"BNK2", {true}}};
+    for (const int mode :
+         {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_COMMIT, MODE_SET_FREE, MODE_SET_UNDO, 77}) {
+        journal::Clear();
+        SnmpRequest request(OrvexSnmpOid::oid_outputStatus);
+        request.WithOctets({0x55});
+        EXPECT_EQ(Call(request, mode), SNMP_ERR_GENERR);
+        EXPECT_THAT(request.Octets(), ElementsAre(0x55));
+        EXPECT_THAT(journal::All(),
+                    ElementsAre("log 6 handle_outputStatus: Enter.",
+                                "log 3 handle_outputStatus: unknown mode (" + std::to_string(mode) + ")"));
+    }
+}
+
+// --- outputControl ---
+
+class OutputControlTest : public RelayTest {
+protected:
+    OutputControlTest() {
+        Camera().relays.banks = {{"BNK2", {false}}};
+        journal::Clear();
+    }
+
+    static int Call(SnmpRequest& request, int mode = MODE_GET) {
+        return request.Call(&OrvexSnmpRelay::handle_outputControl, mode);
+    }
+    static int SetOctets(const std::vector<u_char>& octets) {
+        SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+        return request.WithOctets(octets).Set(&OrvexSnmpRelay::handle_outputControl);
+    }
+    static std::vector<u_char> Get() {
+        SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+        EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
+        EXPECT_EQ(request.Type(), ASN_OCTET_STR);
+        return request.Octets();
+    }
+    static Lines Handled(const Lines& inBetween = {}, const std::string& rangeEnd = "") {
+        return Lines{"log 6 handle_outputControl: Enter.", "log 6 handle_outputControl: Received OID " + rangeEnd} +
+               inBetween + Lines{"log 6 handle_outputControl: Done."};
+    }
+};
+
+TEST_F(OutputControlTest, IsTwoZeroOctetsBeforeAnySet) {
+    EXPECT_THAT(Get(), ElementsAre(0x00, 0x00));
+    EXPECT_THAT(journal::All(), ElementsAreArray(Handled()));
+}
+
+TEST_F(OutputControlTest, SelectedRelayIsEnergisedByTheTopBitOfTheSecondOctet) {
+    SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+    request.WithOctets({0x01, 0x80});
+    EXPECT_EQ(Call(request, MODE_SET_ACTION), SNMP_ERR_NOERROR);
+    journal::Clear();
+    EXPECT_EQ(Call(request, MODE_SET_COMMIT), SNMP_ERR_NOERROR);
+    EXPECT_EQ(request.Type(), ASN_OCTET_STR);
+    EXPECT_THAT(request.Octets(), ElementsAre(0x01, 0x80));
+    EXPECT_THAT(journal::All(),
+                ElementsAreArray(Handled({"log 8 SetRelay: Enter.", "call relay SetRelay BNK2 0 1",
+                                          "log 6 SetRelay: bankName=BNK2 relayId=0", "log 8 SetRelay: Done."})));
+    EXPECT_THAT(Get(), ElementsAre(0x01, 0x80));
+}
+
+struct Control {
+    std::vector<u_char> octets;
+    std::vector<u_char> kept;
+    const char* driven;
+};
+
+TEST_F(OutputControlTest, OnlyTwoBitsHaveAnEffectAndTwoOctetsAreKept) {
+    const auto* const set = "call relay SetRelay BNK2 0 1";
+    const auto* const clear = "call relay ClearRelay BNK2 0 0";
+    const Control controls[] = {
+        {{0x01, 0x80}, {0x01, 0x80}, set},     {{0xFF, 0xFF}, {0xFF, 0xFF}, set},
+        {{0x01, 0x00}, {0x01, 0x00}, clear},   {{0x01, 0x7F}, {0x01, 0x7F}, clear},
+        {{0x00, 0x80}, {0x00, 0x80}, nullptr}, {{0xFE, 0xFF}, {0xFE, 0xFF}, nullptr},
+        {{0x80, 0x01}, {0x80, 0x01}, nullptr}, {{0x03, 0x81, 0x44}, {0x03, 0x81}, set},
+        {{0x01}, {0x01, 0x00}, clear},         {{0x02}, {0x02, 0x00}, nullptr},
+        {{}, {0x00, 0x00}, nullptr},
+    };
+    for (const auto& control : controls) {
+        SCOPED_TRACE(testing::PrintToString(control.octets));
+        journal::Clear();
+        SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+        request.WithOctets(control.octets);
+        EXPECT_EQ(request.Set(&OrvexSnmpRelay::handle_outputControl), SNMP_ERR_NOERROR);
+        EXPECT_EQ(request.Octets(), control.kept);
+        EXPECT_EQ(Driven(), control.driven == nullptr ? Lines{} : Lines{control.driven});
+        EXPECT_EQ(Get(), control.kept);
+    }
+}
+
+TEST_F(OutputControlTest, MissingOctetsAreZeroWhateverTheBufferHolds) {
+    SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+    request.WithOctets({0x01, 0x80});
+    request.Raw().requestvb->val_len = 1;
+    EXPECT_EQ(request.Set(&OrvexSnmpRelay::handle_outputControl), SNMP_ERR_NOERROR);
+    EXPECT_THAT(Driven(), ElementsAre("call relay ClearRelay BNK2 0 0"));
+    EXPECT_THAT(Get(), ElementsAre(0x01, 0x00));
+}
+
+TEST_F(OutputControlTest, WrongTypeIsMarkedAndReturned) {
+    SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+    request.WithInteger(1);
+    EXPECT_EQ(Call(request, MODE_SET_RESERVE1), SNMP_ERR_WRONGTYPE);
+    EXPECT_EQ(request.Mark(), SNMP_ERR_WRONGTYPE);
+    EXPECT_THAT(journal::All(),
+                ElementsAre("log 6 handle_outputControl: Enter.", "log 6 handle_outputControl: Received OID "));
+}
+
+TEST_F(OutputControlTest, RightTypePassesReserve1) {
+    SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+    request.WithOctets({0x01, 0x80});
+    EXPECT_EQ(Call(request, MODE_SET_RESERVE1), SNMP_ERR_NOERROR);
+    EXPECT_EQ(request.Mark(), 0);
+    EXPECT_THAT(journal::All(), ElementsAreArray(Handled()));
+}
+
+TEST_F(OutputControlTest, ModesWithoutWorkLeaveTheValueAlone) {
+    SetOctets({0x03, 0x81});
+    const int modes[] = {MODE_SET_RESERVE2, MODE_SET_FREE, MODE_GETNEXT};
+    for (const int mode : modes) {
+        journal::Clear();
+        SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+        request.WithOctets({0x55}).WithRangeEnd({1, 3, 6});
+        EXPECT_EQ(Call(request, mode), SNMP_ERR_NOERROR);
+        EXPECT_THAT(request.Octets(), ElementsAre(0x55));
+        EXPECT_EQ(request.Mark(), 0);
+        EXPECT_THAT(journal::All(), ElementsAreArray(Handled({}, ".1.3.6")));
+    }
+    EXPECT_THAT(Get(), ElementsAre(0x03, 0x81));
+}
+
+TEST_F(OutputControlTest, ActionDrivesNothingAndKeepsNothing) {
+    SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+    request.WithOctets({0x01, 0x80});
+    EXPECT_EQ(Call(request, MODE_SET_ACTION), SNMP_ERR_NOERROR);
+    EXPECT_THAT(journal::All(), ElementsAreArray(Handled()));
+    EXPECT_THAT(Get(), ElementsAre(0x00, 0x00));
+}
+
+TEST_F(OutputControlTest, CommitDrivesByItsOwnValueAndAnswersThatOfTheAction) {
+    SnmpRequest action(OrvexSnmpOid::oid_outputControl);
+    action.WithOctets({0x00, 0x42});
+    Call(action, MODE_SET_ACTION);
+    SnmpRequest commit(OrvexSnmpOid::oid_outputControl);
+    commit.WithOctets({0x01, 0x80});
+    EXPECT_EQ(Call(commit, MODE_SET_COMMIT), SNMP_ERR_NOERROR);
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK2 0 1"));
+    EXPECT_THAT(commit.Octets(), ElementsAre(0x00, 0x42));
+    EXPECT_THAT(Get(), ElementsAre(0x00, 0x42));
+}
+
+TEST_F(OutputControlTest, UndoAfterTheActionForgetsTheNewValue) {
+    SetOctets({0x02, 0x11});
+    SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+    request.WithOctets({0x01, 0x80});
+    Call(request, MODE_SET_ACTION);
+    journal::Clear();
+    EXPECT_EQ(Call(request, MODE_SET_UNDO), SNMP_ERR_NOERROR);
+    EXPECT_THAT(journal::All(), ElementsAreArray(Handled()));
+    // The buffer is what a commit would keep.
+    SnmpRequest commit(OrvexSnmpOid::oid_outputControl);
+    commit.WithOctets({0x00, 0x00});
+    Call(commit, MODE_SET_COMMIT);
+    EXPECT_THAT(commit.Octets(), ElementsAre(0x02, 0x11));
+}
+
+TEST_F(OutputControlTest, FailedCommitIsAGeneralErrorAndTheNewValueStays) {
+    const std::tuple<std::vector<u_char>, const char*, const char*, const char*> ways[] = {
+        {{0x01, 0x80}, "SetRelay", "BNK2 0 1", "Exception while setting relay"},
+        {{0x01, 0x00}, "ClearRelay", "BNK2 0 0", "Exception while clearing Relay"}};
+    for (const auto& [octets, operation, arguments, failure] : ways) {
+        SetOctets({0x02, 0x11});
+        const std::string name = operation;
+        Camera().failing = {"relay." + name};
+        SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+        request.WithOctets(octets);
+        Call(request, MODE_SET_ACTION);
+        journal::Clear();
+        EXPECT_EQ(Call(request, MODE_SET_COMMIT), SNMP_ERR_GENERR);
+        EXPECT_EQ(request.Mark(), 0);
+        EXPECT_THAT(Agent().answers, IsEmpty());
+        EXPECT_THAT(journal::All(),
+                    ElementsAre("log 6 handle_outputControl: Enter.", "log 6 handle_outputControl: Received OID ",
+                                "log 8 " + name + ": Enter.", "call relay " + name + " " + arguments,
+                                std::string("log 3 ") + failure, "log 8 " + name + ": Done.",
+                                "log 6 handle_outputControl: SetRelay returned with exception"));
+        EXPECT_EQ(Call(request, MODE_SET_UNDO), SNMP_ERR_NOERROR);
+        EXPECT_EQ(Get(), octets);
+        Camera().failing.clear();
+    }
+}
+
+TEST_F(OutputControlTest, UnknownModeIsMarkedAndReturnedWithoutALine) {
+    for (const int mode : {MODE_SET_BEGIN, 77}) {
+        journal::Clear();
+        SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+        request.WithOctets({0x55});
+        EXPECT_EQ(Call(request, mode), SNMP_ERR_GENERR);
+        EXPECT_EQ(request.Mark(), SNMP_ERR_GENERR);
+        EXPECT_THAT(request.Octets(), ElementsAre(0x55));
+        EXPECT_THAT(journal::All(),
+                    ElementsAre("log 6 handle_outputControl: Enter.", "log 6 handle_outputControl: Received OID "));
+    }
+}
+
+TEST_F(RelayTest, TableAndControlDoNotTouchEachOther) {
+    BuildTwoBanks();
+    SnmpRequest control(OrvexSnmpOid::oid_outputControl);
+    control.WithOctets({0x01, 0x80}).Set(&OrvexSnmpRelay::handle_outputControl);
+    CellRequest cell(3, 1);
+    cell.WithInteger(0);
+    EXPECT_EQ(Set(cell), SNMP_ERR_NOERROR);
+    SnmpRequest read(OrvexSnmpOid::oid_outputControl);
+    read.Call(&OrvexSnmpRelay::handle_outputControl, MODE_GET);
+    EXPECT_THAT(read.Octets(), ElementsAre(0x01, 0x80));
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK2 0 1", "call relay ClearRelay BNK1 0 0"));
+}
+
+}  // namespace

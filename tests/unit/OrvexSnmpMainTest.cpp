@@ -1,0 +1,344 @@
+#include <dlfcn.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <string>
+#include <thread>
+#include <type_traits>
+
+#include "core/OrvexSnmpMain.h"
+#include "core/OrvexSnmpOid.h"
+#include "device/RebootHandler.h"
+#include "io/OrvexSnmpPressure.h"
+#include "motion/OrvexSnmpPan.h"
+#include "sensors/OrvexSnmpTemp.h"
+#include "support/AgentLog.h"
+#include "support/StartedModule.h"
+#include "tavos/osa/Exception.h"
+
+namespace {
+
+const std::string kEnterprise = ".1.3.6.1.4.1." + std::to_string(ORVEX_ENTERPRISE_NUMBER);
+
+/// What the agent sees of one row that it accepts.
+std::string RegistrationOf(const ScalarRegistration& row) {
+    return journal::Join("agent register_instance", row.name, OidText(row.objectId, row.oidLength), row.access);
+}
+
+std::string LineOf(const ScalarRegistration& row) {
+    return std::string("log 6 init_orvexsnmp: Registration for ") + row.name + " OID OK";
+}
+
+const Lines kTables = {"agent register_table_data_set alarmStatesTable " + kEnterprise + ".1.3.1 3",
+                       "agent register_table_data_set relayStatesTable " + kEnterprise + ".1.3.2 3"};
+const std::string kReboot = "agent register_instance rebootDevice " + kEnterprise + ".1.1.100.0 3";
+
+// --- the module's object ---
+
+class MainTest : public StartTest {};
+
+TEST_F(MainTest, HasNoInstanceBeforeItsConstruction) {
+    EXPECT_EQ(OrvexSnmpMain::GetInstance(), nullptr);
+}
+
+TEST_F(MainTest, MakesTheTrapQueueAndThenTheDevice) {
+    const auto* const instance = new OrvexSnmpMain();
+    EXPECT_EQ(OrvexSnmpMain::GetInstance(), instance);
+    EXPECT_EQ(OrvexSnmpMain::GetLogger(), tavos::core::Logger::GetLogger("OrvexSnmp"));
+    EXPECT_NE(OrvexSnmpTrapSend::GetInstance(), nullptr);
+    EXPECT_NE(OrvexSnmpDevice::GetInstance(), nullptr);
+
+    auto lines = journal::All();
+    ASSERT_GT(lines.size(), 8u);
+    EXPECT_EQ(lines.back(), "log 8 OrvexSnmpMain: Done.");
+    EXPECT_EQ(lines[lines.size() - 2], "bus StartServer");
+    lines.resize(8);
+    EXPECT_THAT(lines,
+                ElementsAre("log 8 OrvexSnmpMain: Enter", "logger EnableDebugLogging", "log 8 OrvexSnmpTrapSend: Enter",
+                            "agent register_readfd", "log 8 OrvexSnmpTrapSend: Done.", "bus Open", "settings Open 1",
+                            "log 8 OrvexSnmpDevice: Enter."));
+}
+
+TEST_F(MainTest, RefusesASecondInstanceAndKeepsTheFirst) {
+    const auto* const first = new OrvexSnmpMain();
+    journal::Clear();
+    std::string text;
+    try {
+        const OrvexSnmpMain second;
+    } catch (const tavos::osa::Exception& exception) {
+        text = exception.what();
+    }
+    EXPECT_EQ(text, "Duplicate Instance");
+    EXPECT_THAT(journal::All(), ElementsAre("log 3 OrvexSnmpMain: Duplicate instance, exiting!"));
+    EXPECT_EQ(OrvexSnmpMain::GetInstance(), first);
+}
+
+TEST_F(MainTest, DestructionLeavesTheInstancePointerAndWhatItHasMade) {
+    auto* const instance = new OrvexSnmpMain();
+    journal::Clear();
+    // The fixture deletes it otherwise.
+    instance->~OrvexSnmpMain();
+    EXPECT_EQ(OrvexSnmpMain::GetInstance(), instance);
+    EXPECT_NE(OrvexSnmpDevice::GetInstance(), nullptr);
+    EXPECT_NE(OrvexSnmpPan::GetInstance(), nullptr);
+    EXPECT_THAT(journal::All(), IsEmpty());
+    ::operator delete(instance);
+    OrvexSnmpMain::ForgetInstance();
+}
+
+// --- the entry point ---
+
+class InitTest : public StartTest {
+protected:
+    static ScalarRegistration& Row(const std::string& name) {
+        return *std::find_if(ScalarTable().begin(), ScalarTable().end(),
+                             [&](const auto& row) { return name == row.name; });
+    }
+
+    /// The journal from the entry point's own first line on, without the sensors' first readings and the tables' own
+    /// lines.
+    static Lines EntryPointLines() {
+        const auto all = journal::All();
+        const auto begin = std::find(all.begin(), all.end(), "log 8 init_orvexsnmp: Enter.");
+        Lines lines;
+        for (auto line = begin; line != all.end(); ++line) {
+            const bool agent = line->compare(0, 6, "agent ") == 0;
+            if (agent || line->find(" init_orvexsnmp: ") != std::string::npos) lines.push_back(*line);
+        }
+        return lines;
+    }
+
+    /// The entry point's lines when the agent accepts everything.
+    static Lines AllAccepted() {
+        Lines lines = {"log 8 init_orvexsnmp: Enter."};
+        for (const auto& row : ScalarTable()) {
+            if (row.enabled == 0) continue;
+            lines.push_back(RegistrationOf(row));
+            lines.push_back(LineOf(row));
+        }
+        lines.insert(lines.end(), kTables.begin(), kTables.end());
+        lines.push_back(kReboot);
+        lines.push_back("log 6 init_orvexsnmp: Registration for rebootDevice OID OK");
+        lines.push_back("log 8 init_orvexsnmp: Done.");
+        return lines;
+    }
+
+    /// The lines up to the refusal of `row`, and nothing after it.
+    static Lines RefusedAt(const std::string& name) {
+        Lines lines = {"log 8 init_orvexsnmp: Enter."};
+        for (const auto& row : ScalarTable()) {
+            if (row.enabled == 0) continue;
+            lines.push_back(RegistrationOf(row));
+            if (name == row.name) {
+                lines.push_back("log 3 init_orvexsnmp: Registration for " + name + " OID not OK");
+                return lines;
+            }
+            lines.push_back(LineOf(row));
+        }
+        ADD_FAILURE() << name << " is not enabled";
+        return lines;
+    }
+
+private:
+    AgentLog _agentLog;
+};
+
+TEST_F(InitTest, RegistersEverythingInTheTablesOrder) {
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    EXPECT_THAT(EntryPointLines(), ElementsAreArray(AllAccepted()));
+    EXPECT_EQ(journal::All("agent register_instance").size(), 51u);
+    EXPECT_EQ(journal::All("agent register_table_data_set").size(), 2u);
+    for (const auto& row : ScalarTable()) {
+        EXPECT_EQ(row.enabled, 1) << row.name;
+        EXPECT_EQ(row.registrationResult, 0) << row.name;
+    }
+}
+
+TEST_F(InitTest, HandsEveryRowsHandlerToTheAgent) {
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    for (const auto& row : ScalarTable()) EXPECT_EQ(Agent().handlers[row.name], row.handler) << row.name;
+    EXPECT_EQ(Agent().handlers["rebootDevice"], handle_rebootDevice);
+    EXPECT_EQ(Agent().handlers["swVersion"], Agent().handlers["fwVersion"]);
+}
+
+TEST_F(InitTest, MakesTheModuleBeforeItsOwnFirstLineAndRegistersAfterwards) {
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    const auto lines = journal::All();
+    const auto at = [&](const std::string& line) { return std::find(lines.begin(), lines.end(), line); };
+    EXPECT_EQ(at("log 8 init_orvexsnmp: Enter."), at("log 8 OrvexSnmpMain: Done.") + 1);
+    EXPECT_LT(at("log 8 init_orvexsnmp: Enter."), at("call power GetPowerStatus"));
+    EXPECT_LT(at("call power GetPowerStatus"), at("call voltage GetVoltageStatus"));
+    EXPECT_LT(at("call voltage GetVoltageStatus"), at("call temperature GetTemperatureDegreesCelsius 0"));
+    EXPECT_LT(at("call temperature GetTemperatureDegreesCelsius 0"), at(RegistrationOf(ScalarTable()[0])));
+    EXPECT_LT(at(LineOf(ScalarTable()[49])), at("log 6 init_alarmTable: Enter. update=0\n"));
+    EXPECT_LT(at("log 6 init_alarmTable: Enter. update=0\n"), at("log 6 init_relayTable: Enter. update=0\n"));
+    EXPECT_LT(at("log 6 init_relayTable: Enter. update=0\n"), at(kReboot));
+    EXPECT_LT(at(kReboot), lines.end());
+    EXPECT_EQ(lines.back(), "log 8 init_orvexsnmp: Done.");
+}
+
+TEST_F(InitTest, Registers47ScalarsAndTheRebootWhenNoSensorAnswers) {
+    Camera().failing = {"power.GetPowerStatus", "voltage.GetVoltageStatus", "temperature.GetTemperatureDegreesCelsius"};
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    EXPECT_THAT(EntryPointLines(), ElementsAreArray(AllAccepted()));
+    int scalars = 0;
+    for (const auto& line : journal::Logged(6)) {
+        const bool registered =
+            line.find("init_orvexsnmp: Registration for ") == 0 && line.find(" OID OK") != line.npos;
+        if (registered && line.find("rebootDevice") == line.npos) ++scalars;
+    }
+    EXPECT_EQ(scalars, 47);
+    EXPECT_EQ(journal::All("agent register_instance").size(), 48u);
+    for (const char* sensor : {"temperature", "power", "voltage"}) {
+        EXPECT_THAT(journal::All(), Not(Contains(HasSubstr(std::string("register_instance ") + sensor))));
+    }
+}
+
+TEST_F(InitTest, LeavesOutPowerAndVoltageButNotTemperatureThatReadMinusOne) {
+    Camera().power = -1;
+    Camera().voltage = -1;
+    Camera().temperature = -1;
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    EXPECT_EQ(Agent().handlers.count("power"), 0u);
+    EXPECT_EQ(Agent().handlers.count("voltage"), 0u);
+    EXPECT_EQ(Agent().handlers.count("temperature"), 1u);
+    EXPECT_THAT(EntryPointLines(), ElementsAreArray(AllAccepted()));
+}
+
+TEST_F(InitTest, DoesNotServeGlobalSetIDParameter) {
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    EXPECT_THAT(journal::All("agent"), Not(Contains(HasSubstr(".1.3.6.1.4.1.1206.4.2.6.1.1.0"))));
+}
+
+class RefusedRowTest : public InitTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(RefusedRowTest, EndsTheStartAtOnceAndKeepsWhatIsRegistered) {
+    Agent().refusing = {GetParam()};
+    EXPECT_EQ(init_orvexsnmp(), -1);
+    EXPECT_THAT(EntryPointLines(), ElementsAreArray(RefusedAt(GetParam())));
+    EXPECT_THAT(journal::All("agent unregister"), IsEmpty());
+    EXPECT_THAT(journal::All("agent register_table"), IsEmpty());
+    for (const auto& row : ScalarTable()) {
+        EXPECT_EQ(row.registrationResult, std::string(row.name) == GetParam() ? MIB_REGISTRATION_FAILED : 0);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Some, RefusedRowTest,
+                         testing::Values("modelNumber", "temperature", "moduleNumber", "positionPan", "outputControl"),
+                         [](const auto& row) { return std::string(row.param); });
+
+TEST_F(InitTest, WithRow10RefusedTenScalarsAreRegistered) {
+    Agent().refusing = {"moduleNumber"};
+    EXPECT_EQ(init_orvexsnmp(), -1);
+    EXPECT_EQ(Agent().handlers.size(), 10u);
+    EXPECT_EQ(Agent().handlers.count("moduleDeviceNode"), 0u);
+    EXPECT_EQ(Agent().handlers.count("rebootDevice"), 0u);
+}
+
+TEST_F(InitTest, RefusedTablesDoNotMatter) {
+    Agent().refusing = {"alarmStatesTable", "relayStatesTable"};
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    EXPECT_THAT(EntryPointLines(), ElementsAreArray(AllAccepted()));
+}
+
+TEST_F(InitTest, RefusedRebootIsAFailureWithItsOwnLines) {
+    Agent().refusing = {"rebootDevice"};
+    EXPECT_EQ(init_orvexsnmp(), -1);
+    auto expected = AllAccepted();
+    expected[expected.size() - 2] = "log 3 init_orvexsnmp: Registration for rebootDevice OID not OK";
+    EXPECT_THAT(EntryPointLines(), ElementsAreArray(expected));
+    EXPECT_THAT(journal::All("agent unregister"), IsEmpty());
+}
+
+TEST_F(InitTest, SecondCallFailsAndRegistersNothing) {
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    journal::Clear();
+    std::string text;
+    try {
+        init_orvexsnmp();
+    } catch (const tavos::osa::Exception& exception) {
+        text = exception.what();
+    }
+    EXPECT_EQ(text, "Duplicate Instance");
+    EXPECT_THAT(journal::All(), ElementsAre("log 3 OrvexSnmpMain: Duplicate instance, exiting!"));
+}
+
+TEST_F(InitTest, AFailedConstructionLeavesTheEntryPointAndNothingIsRegistered) {
+    for (const char* operation : {"temperature.CreateClient", "pan.CreateClient", "bus.StartServer"}) {
+        Camera().failing = {operation};
+        journal::Clear();
+        EXPECT_EQ(FailureOf([] { init_orvexsnmp(); }), std::string(operation) + " fails");
+        EXPECT_THAT(journal::All("agent"), ElementsAre("agent register_readfd"));
+        EXPECT_THAT(journal::Logged(8), Not(Contains("OrvexSnmpMain: Done.")));
+        EXPECT_THAT(journal::Logged(8), Not(Contains("init_orvexsnmp: Enter.")));
+        ForgetModule(true);
+    }
+}
+
+TEST_F(InitTest, AnInvalidConfigurationLeavesTheEntryPoint) {
+    Camera().failing = {"settings.GetSettings"};
+    EXPECT_EQ(FailureOf([] { init_orvexsnmp(); }), "invalid configuration");
+    EXPECT_THAT(journal::All("agent"), ElementsAre("agent register_readfd"));
+}
+
+TEST_F(InitTest, WhateverAConstructorThrowsLeavesTheEntryPoint) {
+    Camera().failing = {"zoom.CreateClient"};
+    Camera().throwsInt = true;
+    EXPECT_EQ(FailureOf([] { init_orvexsnmp(); }), "an int");
+    EXPECT_THAT(journal::All("agent"), ElementsAre("agent register_readfd"));
+}
+
+TEST_F(InitTest, IsFoundUnderItsPlainName) {
+    static_assert(std::is_same_v<decltype(init_orvexsnmp()), int>);
+    EXPECT_EQ(dlsym(RTLD_DEFAULT, "init_orvexsnmp"), reinterpret_cast<void*>(&init_orvexsnmp));
+}
+
+TEST_F(InitTest, EventsBecomeTrapsEvenOfASensorThatIsNotRegistered) {
+    Camera().failing = {"voltage.GetVoltageStatus"};
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    EXPECT_EQ(Agent().handlers.count("voltage"), 0u);
+    std::thread([] { Camera().voltageChange.Fire(3); }).join();
+    EXPECT_THAT(Agent().traps, IsEmpty());
+    Agent().readCallback(Agent().readDescriptor, nullptr);
+    ASSERT_EQ(Agent().traps.size(), 1u);
+    EXPECT_EQ(Agent().traps[0].trapOid, kEnterprise + ".1.1.9.0");
+    EXPECT_EQ(Agent().traps[0].value, 3u);
+}
+
+TEST_F(InitTest, AnEventThatArrivesBeforeTheRegistrationsIsAlreadyQueued) {
+    // The first reading of a sensor comes before the first registration.
+    Camera().onCall = [](const std::string& call) {
+        if (call == "power GetPowerStatus") Camera().powerChange.Fire(5);
+    };
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    pollfd polled{Agent().readDescriptor, POLLIN, 0};
+    ASSERT_EQ(poll(&polled, 1, 0), 1);
+    Agent().readCallback(Agent().readDescriptor, nullptr);
+    ASSERT_EQ(Agent().traps.size(), 1u);
+    EXPECT_EQ(Agent().traps[0].trapOid, kEnterprise + ".1.1.8.0");
+}
+
+// --- unloading ---
+
+TEST_F(InitTest, UnloadingTakesEverythingBackAndTheModuleCanBeLoadedAgain) {
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    journal::Clear();
+    EXPECT_EQ(deinit_orvexsnmp(), 0);
+    EXPECT_EQ(journal::All("agent unregister ").size(), 53u);
+    EXPECT_THAT(journal::All(), Contains("agent unregister rebootDevice"));
+    EXPECT_THAT(journal::All(), Contains("agent unregister alarmStatesTable"));
+    EXPECT_THAT(journal::All(), Contains("agent unregister relayStatesTable"));
+    EXPECT_THAT(journal::All("agent unregister_readfd").size(), 1u);
+    EXPECT_EQ(journal::All("bus DeleteClient").size(), 16u);
+    EXPECT_EQ(journal::All("bus Close").size(), 1u);
+    EXPECT_EQ(OrvexSnmpMain::GetInstance(), nullptr);
+    EXPECT_EQ(OrvexSnmpDevice::GetInstance(), nullptr);
+    EXPECT_EQ(OrvexSnmpTrapSend::GetInstance(), nullptr);
+    EXPECT_EQ(OrvexSnmpPressure::GetInstance(), nullptr);
+
+    journal::Clear();
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    EXPECT_THAT(EntryPointLines(), ElementsAreArray(AllAccepted()));
+}
+
+}  // namespace

@@ -392,6 +392,21 @@ TEST_F(PanTest, TrueNorthOffsetIsStoredInTheActionPhaseAloneAndNotUndone) {
     EXPECT_EQ(_offset.Mark(), SNMP_ERR_NOERROR);
 }
 
+TEST_F(PanTest, TrueNorthOffsetCountsMissingOctetsAsZero) {
+    const u_char octets[] = {0xFF, 0xFF, 0, 0, 0, 0, 0, 0};
+    const int expected[] = {0, -1, 65535, 65535, 65535, 65535, 65535, 65535, 65535};  // by length; -1: refused
+    for (std::size_t length = 0; length <= sizeof octets; ++length) {
+        SCOPED_TRACE(length);
+        const int before = expected[length] == 0 ? 65535 : 0;
+        SetOffset(before);
+        SnmpRequest request(OrvexSnmpOid::oid_rangeTrueNorthOffset);
+        request.With(ASN_INTEGER, octets, length);
+        EXPECT_EQ(request.Set(OrvexSnmpPan::handle_rangeTrueNorthOffset),
+                  expected[length] < 0 ? SNMP_ERR_GENERR : SNMP_ERR_NOERROR);
+        EXPECT_EQ(Offset(), expected[length] < 0 ? before : expected[length]);
+    }
+}
+
 TEST_F(PanTest, TrueNorthOffsetInAnUnknownModeIsMarkedAndReturnsGenErr) {
     for (const int mode : kUnknownModes) {
         SCOPED_TRACE(mode);

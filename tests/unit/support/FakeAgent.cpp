@@ -21,6 +21,11 @@ int Register(const char* kind, netsnmp_handler_registration* registration) {
     return MIB_REGISTRATION_FAILED;
 }
 
+int PassOn(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration, netsnmp_agent_request_info* info,
+           netsnmp_request_info* requests) {
+    return netsnmp_call_next_handler(handler, registration, info, requests);
+}
+
 }  // namespace
 
 FakeAgent& Agent() {
@@ -52,7 +57,10 @@ int netsnmp_register_table_data_set(netsnmp_handler_registration* registration, 
                                     netsnmp_table_registration_info*) {
     const std::string name = registration->handlerName;
     const int result = Register("register_table_data_set", registration);
-    if (result == MIB_REGISTERED_OK) s_agent.dataSets[name] = dataSet;
+    if (result != MIB_REGISTERED_OK) return result;
+    s_agent.dataSets[name] = dataSet;
+    // The agent puts its table handlers before the module's; other handlers are put before them by name.
+    netsnmp_inject_handler(registration, netsnmp_create_handler("table", PassOn));
     return result;
 }
 

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <limits>
 
 #include "tavos/core/Logger.h"
 #include "tavos/msgbus/Bus.h"
@@ -154,15 +156,25 @@ struct ServiceHost::Private::State {
         return progress > 0;
     }
 
-    void WaitUntil(Clock::time_point until) {
+    /// True when it was woken through the descriptor of WakeOn.
+    bool WaitUntil(Clock::time_point until) {
+        pollfd watched[] = {{wakeDescriptor, POLLIN, 0}, {-1, 0, 0}};
         if (bus) {
-            const int result = sd_bus_wait(bus.get(), MicrosecondsUntil(until));
-            if (result < 0 && result != -EINTR) Disconnect(std::strerror(-result));
-            return;
+            const int events = sd_bus_get_events(bus.get());
+            std::uint64_t due = 0;  // microseconds of the clock that steady_clock is, too
+            if (events < 0 || sd_bus_get_timeout(bus.get(), &due) < 0) {
+                Disconnect("the connection has ended");
+                return false;
+            }
+            watched[1] = {sd_bus_get_fd(bus.get()), static_cast<short>(events), 0};
+            constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+            if (due != kNever) until = std::min(until, Clock::time_point(std::chrono::microseconds(due)));
+        } else {
+            until = std::min(until, nextAttempt);
         }
-        const auto left = std::min(until, nextAttempt) - Clock::now();
-        const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(left).count() + 1;
-        poll(nullptr, 0, static_cast<int>(std::max<long long>(0, milliseconds)));
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count() + 1;
+        poll(watched, std::size(watched), static_cast<int>(std::clamp<long long>(left, 0, 60'000)));
+        return watched[0].revents != 0;
     }
 
     Object& Find(const std::string& service) {
@@ -179,6 +191,7 @@ struct ServiceHost::Private::State {
     std::vector<std::shared_ptr<void>> kept;
     std::function<Treatment(const ReceivedCall&)> filter;
     Clock::time_point nextAttempt{};
+    int wakeDescriptor = -1;
 };
 
 namespace {
@@ -295,6 +308,10 @@ void ServiceHost::SetPresent(const std::string& service, bool present) {
     object.wanted = present;
 }
 
+void ServiceHost::WakeOn(int descriptor) {
+    _private->state->wakeDescriptor = descriptor;
+}
+
 void ServiceHost::Process(int timeout) {
     constexpr int kMostMessages = 1000;  // a caller who never stops must not keep the host's own work from running
     auto& state = *_private->state;
@@ -308,7 +325,7 @@ void ServiceHost::Process(int timeout) {
             }
         }
         if (processed > 0 || Clock::now() >= until) return;
-        state.WaitUntil(until);
+        if (state.WaitUntil(until)) return;
     }
 }
 

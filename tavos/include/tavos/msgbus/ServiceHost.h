@@ -39,6 +39,10 @@ public:
     /// Throws tavos::osa::Exception for a service that is not served here, or when another process has the name.
     void SetPresent(const std::string& service, bool present);
 
+    /// Lets Process return as well when the descriptor becomes readable; reading from it is the caller's business. One
+    /// descriptor, which must stay open as long as the host lives.
+    void WakeOn(int descriptor);
+
     /// Serves what has arrived; waits at most `timeout` milliseconds for something to arrive.
     void Process(int timeout);
 

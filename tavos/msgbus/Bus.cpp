@@ -30,20 +30,23 @@ SignalsBlocked::SignalsBlocked() {
     pthread_sigmask(SIG_SETMASK, &all, &_before);
 }
 
-SignalsBlocked::~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &_before, nullptr); }
+SignalsBlocked::~SignalsBlocked() {
+    pthread_sigmask(SIG_SETMASK, &_before, nullptr);
+}
 
 std::uint64_t MicrosecondsUntil(Clock::time_point until) {
     const auto left = std::chrono::duration_cast<std::chrono::microseconds>(until - Clock::now()).count();
     return left < 1 ? 1 : static_cast<std::uint64_t>(left);
 }
 
-BusPtr OpenBus(const std::string& address, Clock::time_point until) {
+BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSocket* socket) {
     sd_bus* made = nullptr;
     CheckBus(sd_bus_new(&made));
     BusPtr bus(made);
     CheckBus(sd_bus_set_address(made, (address.empty() ? SystemBus() : address).c_str()));
     CheckBus(sd_bus_set_bus_client(made, 1));
     CheckBus(sd_bus_start(made));
+    if (socket) socket->Remember(made);
     // The library itself would wait up to 90 s for the bus's welcome.
     for (;;) {
         const int ready = sd_bus_is_ready(made);

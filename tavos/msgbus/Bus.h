@@ -61,9 +61,6 @@ private:
 /// Microseconds from now until `until`, at least 1: the bus library takes 0 for its own default.
 std::uint64_t MicrosecondsUntil(Clock::time_point until);
 
-/// A connection that is ready for use. Throws tavos::osa::Exception with the reason when there is none by `until`.
-BusPtr OpenBus(const std::string& address, Clock::time_point until);
-
 /// A connection's socket, remembered so that a forked child can close its copy: the bus library lets nobody but the
 /// process that has opened a connection free it. Written by one thread.
 class ConnectionSocket {
@@ -77,6 +74,10 @@ private:
     std::atomic<int> _descriptor{-1};
     std::atomic<ino_t> _inode{0};
 };
+
+/// A connection that is ready for use. Throws tavos::osa::Exception with the reason when there is none by `until`.
+/// `socket`, when given, knows the socket from the beginning.
+BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSocket* socket = nullptr);
 
 /// Tells the log once when the bus goes and once when it comes back, however many connections notice. Any thread.
 class Reachability {

@@ -74,12 +74,12 @@ void CallChannel::EnsureOpen(Clock::time_point until) {
     if (_bus) DropIfClosed();
     if (_bus) return;
     try {
-        _bus = OpenBus(_address, until);
+        _bus = OpenBus(_address, until, &_socket);
     } catch (const osa::Exception& e) {
+        _socket.Forget();
         _reachability->Lost(e.what());
         throw osa::Exception("the message bus cannot be reached: %s", e.what());
     }
-    _socket.Remember(_bus.get());
     _reachability->Found();
 }
 

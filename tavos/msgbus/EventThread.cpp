@@ -178,8 +178,7 @@ void EventThread::Run(std::chrono::milliseconds delay) noexcept {
 }
 
 void EventThread::RunSession() {
-    Session session(OpenBus(_address, Clock::now() + _deadline));
-    _socket.Remember(session.Bus());
+    Session session(OpenBus(_address, Clock::now() + _deadline, &_socket));
     _reachability->Found();
     while (!_stop) {
         session.Update(Records());

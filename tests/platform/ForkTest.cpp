@@ -6,8 +6,11 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <memory>
+#include <set>
+#include <string>
 #include <thread>
 
 #include "FakeServices.h"
@@ -91,8 +94,8 @@ TEST_F(ForkTest, CallsAndEventsGoOnInTheChildAndInTheParent) {
     MsgBus messages;
     messages.StartServer();
     const std::unique_ptr<IPanProvider> pan(IPanProvider::CreateClient(&messages));
-    const std::unique_ptr<ITemperatureV2Provider> client(ITemperatureV2Provider::CreateClient(&messages));
     Counter counter;
+    const std::unique_ptr<ITemperatureV2Provider> client(ITemperatureV2Provider::CreateClient(&messages));
     client->OnTemperatureChange().AddHandler(tavos::core::CreateDelegate(&counter, &Counter::Pair));
     ASSERT_TRUE(Eventually([&] {
         try {
@@ -119,6 +122,40 @@ TEST_F(ForkTest, CallsAndEventsGoOnInTheChildAndInTheParent) {
     counter.count = 0;
     EXPECT_TRUE(Eventually([&] { return counter.count > 0; }));
     EXPECT_EQ(pan->GetMaxPosition(), 359999U);
+}
+
+/// The sockets that this process has open.
+std::set<std::string> Sockets() {
+    std::set<std::string> sockets;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        const auto target = std::filesystem::read_symlink(entry, error).string();
+        if (target.find("socket:") == 0) sockets.insert(target);
+    }
+    return sockets;
+}
+
+TEST_F(ForkTest, TheChildKeepsNoConnectionOfTheParents) {
+    Child service([this] { return ServeForever(); });
+    const auto before = Sockets();
+    MsgBus messages;
+    messages.StartServer();
+    const std::unique_ptr<IPanProvider> pan(IPanProvider::CreateClient(&messages));
+    Counter counter;
+    const std::unique_ptr<ITemperatureV2Provider> client(ITemperatureV2Provider::CreateClient(&messages));
+    client->OnTemperatureChange().AddHandler(tavos::core::CreateDelegate(&counter, &Counter::Pair));
+    ASSERT_TRUE(Eventually([&] { return counter.count > 0; }));
+    EXPECT_EQ(pan->GetMinPosition(), 1U);
+    ASSERT_EQ(Sockets().size(), before.size() + 2);
+    const auto parents = Sockets();
+    EXPECT_EQ(Child([&] {
+                  for (const auto& socket : Sockets()) {
+                      if (parents.count(socket) > before.count(socket)) return 1;
+                  }
+                  return 0;
+              }).Wait(),
+              0);
+    EXPECT_EQ(Sockets(), parents);
 }
 
 TEST_F(ForkTest, ABusWithoutServerThreadForksToo) {

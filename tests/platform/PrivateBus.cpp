@@ -25,6 +25,8 @@ PrivateBus::PrivateBus() : _address("unix:path=" + _folder.File("bus")) {
                   "    <allow own=\"*\"/>\n"
                   "    <allow user=\"*\"/>\n"
                   "  </policy>\n"
+                  // Calls that nobody has answered yet; small, so that those who leave them behind are found out.
+                  "  <limit name=\"max_replies_per_connection\">4</limit>\n"
                   "</busconfig>\n");
     setenv("TAVOS_BUS_ADDRESS", _address.c_str(), 1);
     Start();

@@ -175,6 +175,9 @@ TEST_F(ServicesTest, SensorsAndTheirEvents) {
     EXPECT_EQ(Serving<IVoltageV2Provider>(voltage), "org.tavos.Voltage2");
     EXPECT_EQ(Serving<IPowerV2Provider>(power), "org.tavos.Power2");
     clientBus().StartServer();
+    Listener hot;
+    Listener volts;
+    Listener watts;
     const auto temperatures = Client<ITemperatureV2Provider>();
     const auto voltages = Client<IVoltageV2Provider>();
     const auto powers = Client<IPowerV2Provider>();
@@ -183,9 +186,6 @@ TEST_F(ServicesTest, SensorsAndTheirEvents) {
     EXPECT_EQ(voltages->GetVoltageStatus(), 2);
     EXPECT_EQ(powers->GetPowerStatus(), 1);
 
-    Listener hot;
-    Listener volts;
-    Listener watts;
     temperatures->OnTemperatureChange().AddHandler(tavos::core::CreateDelegate(&hot, &Listener::Pair));
     voltages->OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(&volts, &Listener::Single));
     powers->OnPowerStatusChange().AddHandler(tavos::core::CreateDelegate(&watts, &Listener::Single));

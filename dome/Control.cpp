@@ -1,5 +1,6 @@
 #include "Control.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <functional>
@@ -75,9 +76,15 @@ Json ThousandthsState(const Axis& axis) {
     return state;
 }
 
-Json BanksState(const Banks& banks) {
+/// Of the first points only, where there are more.
+Json BanksState(const Banks& banks, std::size_t mostPoints) {
     Json state = Json::object();
-    for (const Banks::Bank& bank : banks.All()) state[bank.name] = bank.states;
+    for (const Banks::Bank& bank : banks.All()) {
+        const std::size_t count = std::min(bank.states.size(), mostPoints);
+        using Difference = std::vector<bool>::difference_type;
+        state[bank.name] = std::vector<bool>(bank.states.begin(), bank.states.begin() + static_cast<Difference>(count));
+        mostPoints -= count;
+    }
     return state;
 }
 
@@ -114,7 +121,7 @@ std::string Control::Execute(const Words& words) {
     return "";
 }
 
-std::string Control::State() const {
+std::string Control::State(std::size_t mostPoints) const {
     Json state;
     state["pan"] = ThousandthsState(_camera.pan);
     state["tilt"] = ThousandthsState(_camera.tilt);
@@ -125,8 +132,10 @@ std::string Control::State() const {
     state["iris"] = DriveState(_camera.iris.Drive());
     state["iris"]["auto"] = _camera.iris.IsAuto();
     state["presets"] = _camera.presets;
-    state["alarm"] = BanksState(_camera.alarms);
-    state["relay"] = BanksState(_camera.relays);
+    state["alarm"] = BanksState(_camera.alarms, mostPoints);
+    state["relay"] = BanksState(_camera.relays, mostPoints);
+    const auto most = static_cast<std::size_t>(std::max(_camera.alarms.Total(), _camera.relays.Total()));
+    if (most > mostPoints) state["shortened"] = true;
     state["temperature"] = _camera.sensors.Temperatures();
     state["voltage"] = _camera.sensors.VoltageStatus();
     state["power"] = _camera.sensors.PowerStatus();

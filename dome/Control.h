@@ -1,5 +1,6 @@
 #pragma once
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -19,8 +20,11 @@ public:
     /// text and the camera unchanged, for one that cannot be carried out.
     std::string Execute(const std::vector<std::string>& words);
 
-    /// The whole camera, as JSON.
-    std::string State() const;
+    static constexpr std::size_t kAllPoints = std::numeric_limits<std::size_t>::max();
+
+    /// The whole camera, as JSON. With more inputs or more relays than `mostPoints` it shows the first ones of each
+    /// only and says so ("shortened": true).
+    std::string State(std::size_t mostPoints = kAllPoints) const;
 
 private:
     std::string Calls(const std::vector<std::string>& arguments);

@@ -32,10 +32,21 @@ Dome::Dome(const std::string& busAddress)
     _host.SetCallFilter([this](const ReceivedCall& call) { return Treat(call); });
 }
 
+void Dome::OpenConsole(const console::Options& options) {
+    console::CameraAccess access;
+    access.state = [this](std::size_t mostPoints) { return _control.State(mostPoints); };
+    access.execute = [this](const std::vector<std::string>& words) { return _control.Execute(words); };
+    access.fault = [this](const std::string& service) { return _faults.All().at(service); };
+    _console = std::make_unique<console::Console>(options, _services, std::move(access));
+    _host.WakeOn(_console->Descriptor());
+}
+
 void Dome::Run(const std::atomic<bool>& stop) {
     while (!stop) {
-        _host.Process(_camera.IsMoving() ? kTickWhileMoving : kIdle);
+        const int timeout = _camera.IsMoving() ? kTickWhileMoving : kIdle;
+        _host.Process(_console ? _console->Timeout(timeout) : timeout);
         LetTimePass();
+        if (_console) _console->Work();
     }
 }
 
@@ -55,6 +66,7 @@ Treatment Dome::Treat(const ReceivedCall& call) {
     if (name == _names.end()) return Treatment::kServe;
     const Treatment treatment = _faults.Treatment(name->shortName);
     _calls.Add(name->shortName, call, treatment);
+    if (_console) _console->Heard(name->shortName, call, treatment);
     return treatment;
 }
 

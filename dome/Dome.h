@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "Control.h"
 #include "Faults.h"
 #include "IControl.h"
+#include "dome/console/Console.h"
 #include "dome/model/Camera.h"
 #include "dome/services/Services.h"
 #include "tavos/msgbus/ServiceHost.h"
@@ -20,6 +22,9 @@ class Dome final : private IControl {
 public:
     /// Takes all names. Throws tavos::osa::Exception when the bus does not answer or a name is taken.
     explicit Dome(const std::string& busAddress);
+
+    /// Shows the camera to browsers as well. Throws tavos::osa::Exception when the port cannot be had.
+    void OpenConsole(const console::Options& options);
 
     /// Serves until `stop` is set (a signal handler may do so), through a restart of the bus as well.
     void Run(const std::atomic<bool>& stop);
@@ -39,6 +44,7 @@ private:
     Faults _faults;
     Control _control{_camera, _services, _calls, _faults};
     Clock::time_point _now = Clock::now();
+    std::unique_ptr<console::Console> _console;  // null: none is wanted
 };
 
 }  // namespace dome

@@ -1,5 +1,6 @@
 // The desk camera's process.
 
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -10,6 +11,13 @@
 #include "StateFolder.h"
 
 namespace {
+
+constexpr const char* kUsage = R"(usage: orvex-dome --state DIR [--bus ADDRESS] [OPTION VALUE]...
+
+  --console-port N      TCP port of the page that shows the camera (default 0: none)
+  --console-address IP  where the page is served (default 127.0.0.1: to this machine only)
+  --agent-port N        UDP port of the agent in front of the camera, for commands that the page shows (default 1161)
+)";
 
 std::atomic<bool> s_stop{false};
 
@@ -28,7 +36,15 @@ void CatchSignals() {
 struct Options {
     std::string state;
     std::string bus;
+    dome::console::Options console;  // port 0: no console
 };
+
+std::optional<std::uint16_t> ParsePort(const std::string& text) {
+    std::uint16_t port = 0;
+    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), port);
+    if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size()) return std::nullopt;
+    return port;
+}
 
 std::optional<Options> ParseOptions(int argc, char** argv) {
     Options options;
@@ -38,6 +54,12 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
             options.state = argv[i + 1];
         } else if (name == "--bus") {
             options.bus = argv[i + 1];
+        } else if (name == "--console-address") {
+            options.console.address = argv[i + 1];
+        } else if (name == "--console-port" || name == "--agent-port") {
+            const std::optional<std::uint16_t> port = ParsePort(argv[i + 1]);
+            if (!port) return std::nullopt;
+            (name == "--agent-port" ? options.console.agentPort : options.console.port) = *port;
         } else {
             return std::nullopt;
         }
@@ -51,12 +73,13 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
 int main(int argc, char** argv) {
     const std::optional<Options> options = ParseOptions(argc, argv);
     if (!options) {
-        std::fputs("usage: orvex-dome --state DIR [--bus ADDRESS]\n", stderr);
+        std::fputs(kUsage, stderr);
         return 2;
     }
     try {
         const std::string address = dome::BusAddress(options->state);
         dome::Dome dome(options->bus.empty() ? address : options->bus);
+        if (options->console.port != 0) dome.OpenConsole(options->console);
         CatchSignals();
         std::puts("ready");
         std::fflush(stdout);

@@ -1,0 +1,426 @@
+#include "Connection.h"
+
+#include <array>
+#include <boost/asio/post.hpp>
+#include <boost/asio/write.hpp>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "Page.h"
+
+namespace dome::console {
+
+namespace {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = boost::beast::http;
+using nlohmann::json;
+using namespace std::chrono_literals;
+
+constexpr auto kRequestTime = 30s;  // from the end of one answer to the end of the next request
+constexpr auto kWriteTime = 15s;
+constexpr auto kLingerTime = 2s;
+constexpr auto kKeepAliveEvery = 10s;
+constexpr std::uint32_t kGreatestHeader = 8 * 1024;
+constexpr std::size_t kGreatestBuffer = Connection::kGreatestBody + 2 * kGreatestHeader;
+constexpr std::size_t kMostDrained = 1024 * 1024;
+constexpr std::size_t kChunk = 32 * 1024;   // octets of activities in one go
+constexpr std::uint64_t kFirstLines = 200;  // activities that a new stream begins with
+constexpr int kSendBuffer = 32 * 1024;      // a reader that has stopped keeps no more than that
+constexpr std::string_view kJsonType = "application/json";
+constexpr std::string_view kStreamType = "text/event-stream";
+// Nothing but the page's own files; neither framed nor sent elsewhere.
+constexpr const char* kPolicy =
+    "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; connect-src 'self'; "
+    "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+
+enum class Method { kGet, kPost };
+
+struct Route {
+    std::string_view path;
+    Method method;
+};
+
+constexpr std::array<Route, 5> kRoutes = {{
+    {"/api/state", Method::kGet},
+    {"/api/activities", Method::kGet},
+    {"/api/stream", Method::kGet},
+    {"/api/control", Method::kPost},
+    {"/api/call", Method::kPost},
+}};
+
+const Route* FindRoute(std::string_view path) {
+    for (const Route& route : kRoutes) {
+        if (route.path == path) return &route;
+    }
+    return nullptr;
+}
+
+std::string_view View(beast::string_view text) {
+    return {text.data(), text.size()};
+}
+
+beast::string_view View(std::string_view text) {
+    return {text.data(), text.size()};
+}
+
+std::string Dump(const json& value) {
+    return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+json ToJson(const Activity& activity) {
+    return {{"number", activity.number},   {"time", activity.time}, {"source", activity.source},
+            {"service", activity.service}, {"call", activity.call}, {"args", activity.arguments},
+            {"outcome", activity.outcome}};
+}
+
+std::string Event(const char* name, const std::string& data) {
+    return std::string("event: ") + name + "\ndata: " + data + "\n\n";
+}
+
+template <class Message>
+void SetCommonFields(Message& message, std::string_view type) {
+    message.set(http::field::content_type, View(type));
+    message.set(http::field::cache_control, type == kJsonType || type == kStreamType ? "no-store" : "no-cache");
+    message.set("Content-Security-Policy", kPolicy);
+    message.set("X-Content-Type-Options", "nosniff");
+    message.set("Referrer-Policy", "no-referrer");
+    message.set("Cross-Origin-Resource-Policy", "same-origin");
+}
+
+bool IsHttpError(beast::error_code error) {
+    return error.category() == make_error_code(http::error::end_of_stream).category();
+}
+
+}  // namespace
+
+Hub::~Hub() {
+    _streams.clear();
+    _connections.clear();
+}
+
+void Hub::Open(asio::ip::tcp::socket socket) {
+    beast::error_code ignored;
+    if (_connections.size() >= kMostConnections) {
+        constexpr std::string_view kBusy = "HTTP/1.1 503 Service Unavailable\r\nContent-Length: 0\r\n\r\n";
+        socket.non_blocking(true, ignored);
+        socket.write_some(asio::buffer(kBusy), ignored);
+        return;
+    }
+    socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+    socket.set_option(asio::socket_base::send_buffer_size(kSendBuffer), ignored);
+    auto connection = std::make_shared<Connection>(*this, std::move(socket));
+    _connections.emplace(connection.get(), connection);
+    connection->Read();
+}
+
+void Hub::Close(Connection& connection) {
+    if (_streams.erase(&connection) != 0) handover.SetWatchers(static_cast<int>(_streams.size()));
+    _connections.erase(&connection);
+}
+
+bool Hub::AddStream(Connection& connection) {
+    if (_streams.size() >= kMostStreams) return false;
+    if (_streams.empty()) {
+        state = handover.State();
+        FetchActivities();
+    }
+    _streams.insert(&connection);
+    handover.SetWatchers(static_cast<int>(_streams.size()));
+    if (_streams.size() == 1) KeepAlive();
+    return true;
+}
+
+void Hub::AppendActivities(std::uint64_t& cursor, std::string& events) const {
+    if (_lines.empty() || cursor >= _lines.back().number) return;
+    // The numbers follow each other.
+    const std::uint64_t first = _lines.front().number;
+    for (std::size_t i = cursor < first ? 0 : cursor - first + 1; i < _lines.size(); ++i) {
+        if (events.size() > kChunk) return;
+        events += _lines[i].event;
+        cursor = _lines[i].number;
+    }
+}
+
+void Hub::Refresh() {
+    refreshing = false;
+    if (_streams.empty()) return;
+    state = handover.State();
+    FetchActivities();
+    const std::unordered_set<Connection*> streams = _streams;  // a stream that fails leaves the set
+    for (Connection* stream : streams) stream->Pump(false);
+}
+
+void Hub::FetchActivities() {
+    for (const Activity& activity : handover.ActivitiesAfter(_lines.empty() ? 0 : _lines.back().number)) {
+        // After a gap nothing of what was before is of use.
+        if (!_lines.empty() && activity.number != _lines.back().number + 1) _lines.clear();
+        _lines.push_back({activity.number, Event("activity", Dump(ToJson(activity)))});
+    }
+    while (_lines.size() > Handover::kMostActivities) _lines.pop_front();
+}
+
+// Whoever has gone without a word, or has stopped reading, is found out by what is sent.
+void Hub::KeepAlive() {
+    _keepAlive.expires_after(kKeepAliveEvery);
+    _keepAlive.async_wait([this](beast::error_code error) {
+        if (error || _streams.empty()) return;
+        const std::unordered_set<Connection*> streams = _streams;
+        for (Connection* stream : streams) stream->Pump(true);
+        KeepAlive();
+    });
+}
+
+Connection::Connection(Hub& hub, asio::ip::tcp::socket socket)
+    : _hub(hub), _stream(std::move(socket)), _buffer(kGreatestBuffer) {}
+
+void Connection::Read() {
+    _parser.emplace();
+    _parser->header_limit(kGreatestHeader);
+    _parser->body_limit(kGreatestBody);
+    _stream.expires_after(kRequestTime);
+    http::async_read(
+        _stream, _buffer, *_parser,
+        [self = shared_from_this()](beast::error_code error, std::size_t /*size*/) { self->OnRead(error); });
+}
+
+void Connection::OnRead(beast::error_code error) {
+    _keepOpen = false;
+    if (!error) {
+        _keepOpen = _parser->get().keep_alive();
+        Dispatch();
+    } else if (error == http::error::body_limit) {
+        SendError(413, "the body is larger than 64 KiB");
+    } else if (error == http::error::header_limit || error == http::error::buffer_overflow) {
+        SendError(431, "the header is larger than 8 KiB");
+    } else if (IsHttpError(error) && error != http::error::end_of_stream && error != http::error::partial_message) {
+        SendError(400, "not a request");
+    } else {
+        Close();
+    }
+}
+
+void Connection::Dispatch() {
+    const auto& request = _parser->get();
+    const std::string_view target = View(request.target());
+    const std::string path(target.substr(0, target.find('?')));
+    if (const auto objection = Objection(path)) {
+        SendJson(*objection);
+        return;
+    }
+    const bool isRead = request.method() == Verb::get || request.method() == Verb::head;
+    if (const Route* const route = FindRoute(path)) {
+        const bool isAllowed = route->method == Method::kGet ? isRead : request.method() == Verb::post;
+        if (isAllowed) {
+            DispatchApi(path);
+        } else {
+            SendError(405, "not with this method", route->method == Method::kGet ? "GET, HEAD" : "POST");
+        }
+    } else if (const PageFile* const file = FindPageFile(path)) {
+        if (isRead) {
+            Send(200, file->type, std::string(file->content));
+        } else {
+            SendError(405, "not with this method", "GET, HEAD");
+        }
+    } else {
+        SendError(404, "there is nothing here");
+    }
+}
+
+/// Why the request is refused, whatever it asks for.
+std::optional<Reply> Connection::Objection(std::string_view path) const {
+    const auto& request = _parser->get();
+    const auto refuse = [](unsigned status, const char* reason) { return Reply{status, Dump({{"error", reason}})}; };
+    const std::string_view host = View(request[http::field::host]);
+    if (request.count(http::field::host) != 1 || !_hub.guard.IsOwnHost(host)) {
+        return refuse(403, "this console does not go by that name");
+    }
+    if (request.count(http::field::origin) > 1 || !IsOwnOrigin(View(request[http::field::origin]), host)) {
+        return refuse(403, "not from another page");
+    }
+    const bool isApi = path.substr(0, 5) == "/api/";
+    if (isApi && !IsOwnSite(View(request["Sec-Fetch-Site"]))) return refuse(403, "not from another page");
+    if (request.method() == Verb::post && !IsJson(View(request[http::field::content_type]))) {
+        return refuse(415, "a POST is application/json");
+    }
+    return std::nullopt;
+}
+
+void Connection::DispatchApi(const std::string& path) {
+    if (path == "/api/stream") {
+        StartStream();
+    } else if (path == "/api/state") {
+        Ask(_hub.api.readState);
+    } else if (path == "/api/activities") {
+        SendActivities();
+    } else {
+        Post(path);
+    }
+}
+
+void Connection::Ask(std::function<Reply()> work) {
+    // The camera's thread holds nothing of this one's but a way to find it again.
+    const auto finished = [weak = weak_from_this(), &io = _hub.io](Reply reply) {
+        asio::post(io, [weak, reply = std::move(reply)] {
+            if (const auto self = weak.lock()) self->SendJson(reply);
+        });
+    };
+    if (!_hub.handover.Ask({std::move(work), finished})) SendError(503, "too many requests wait already");
+}
+
+void Connection::Post(const std::string& path) {
+    const json body = json::parse(_parser->get().body(), nullptr, false);
+    if (!body.is_object()) {
+        SendError(400, "the body is to be a JSON object");
+        return;
+    }
+    try {
+        Ask(_hub.api.prepare(path, body));
+    } catch (const Refusal& refusal) {
+        SendError(refusal.status, refusal.reason);
+    }
+}
+
+void Connection::SendActivities() {
+    json activities = json::array();
+    for (const Activity& activity : _hub.handover.ActivitiesAfter(0)) activities.push_back(ToJson(activity));
+    SendJson({200, Dump(activities)});
+}
+
+void Connection::SendJson(const Reply& reply) {
+    Send(reply.status, kJsonType, reply.body + '\n');
+}
+
+void Connection::SendError(unsigned status, const std::string& reason, const char* allow) {
+    Send(status, kJsonType, Dump({{"error", reason}}) + '\n', allow);
+}
+
+void Connection::Send(unsigned status, std::string_view type, std::string body, const char* allow) {
+    const bool isHead = _parser->get().method() == Verb::head;
+    _response.emplace(static_cast<http::status>(status), 11);
+    SetCommonFields(*_response, type);
+    if (allow) _response->set(http::field::allow, allow);
+    _response->keep_alive(_keepOpen);
+    _response->body() = std::move(body);
+    _response->prepare_payload();
+    _serializer.emplace(*_response);
+    _stream.expires_after(kWriteTime);
+    const auto sent = [self = shared_from_this()](beast::error_code error, std::size_t /*size*/) {
+        self->OnSent(error);
+    };
+    if (isHead) {
+        http::async_write_header(_stream, *_serializer, sent);
+    } else {
+        http::async_write(_stream, *_serializer, sent);
+    }
+}
+
+void Connection::OnSent(beast::error_code error) {
+    _serializer.reset();
+    _response.reset();
+    if (error) {
+        Close();
+    } else if (_keepOpen) {
+        Read();
+    } else {
+        Linger();
+    }
+}
+
+void Connection::StartStream() {
+    const bool isHead = _parser->get().method() == Verb::head;
+    if (!isHead && !_hub.AddStream(*this)) {
+        SendError(503, "too many streams already");
+        return;
+    }
+    http::response<http::empty_body> header(http::status::ok, 11);
+    SetCommonFields(header, kStreamType);
+    header.keep_alive(false);
+    std::ostringstream text;
+    text << header.base();
+    _events = text.str();
+    if (!isHead) {
+        _isStream = true;
+        _events += "retry: 1000\n" + Event("hello", _hub.api.hello);
+        const auto activities = _hub.handover.ActivitiesAfter(0);
+        const std::uint64_t last = activities.empty() ? 0 : activities.back().number;
+        _cursor = last > kFirstLines ? last - kFirstLines : 0;
+        AwaitEnd();
+    }
+    WriteEvents();
+}
+
+/// A browser that leaves is noticed at once; what it sends is of no interest.
+void Connection::AwaitEnd() {
+    _stream.expires_never();
+    _stream.async_read_some(asio::buffer(_scrap),
+                            [self = shared_from_this()](beast::error_code error, std::size_t size) {
+                                self->_drained += size;
+                                if (error || self->_drained > kMostDrained) {
+                                    self->Close();
+                                } else if (self->_isStream) {
+                                    self->AwaitEnd();
+                                }
+                            });
+}
+
+void Connection::Pump(bool keepAlive) {
+    if (_isWriting) return;
+    if (_hub.state && !_hub.state->empty() && _hub.state != _sentState) {
+        _sentState = _hub.state;
+        _events += Event("state", *_sentState);
+    }
+    _hub.AppendActivities(_cursor, _events);
+    if (_events.empty() && keepAlive) _events = ":\n\n";
+    if (!_events.empty()) WriteEvents();
+}
+
+void Connection::WriteEvents() {
+    _isWriting = true;
+    _stream.expires_after(kWriteTime);  // the read that waits keeps having none
+    asio::async_write(_stream, asio::buffer(_events),
+                      [self = shared_from_this()](beast::error_code error, std::size_t /*size*/) {
+                          self->_isWriting = false;
+                          self->_events.clear();
+                          if (error) {
+                              self->Close();
+                          } else if (self->_isStream) {
+                              self->Pump(false);
+                          } else {
+                              self->Linger();
+                          }
+                      });
+}
+
+// Closing with octets of the request unread would reset the connection, and the answer could be lost on its way.
+void Connection::Linger() {
+    beast::error_code error;
+    _stream.socket().shutdown(asio::ip::tcp::socket::shutdown_send, error);
+    if (error) {
+        Close();
+        return;
+    }
+    _stream.expires_after(kLingerTime);
+    Drain();
+}
+
+void Connection::Drain() {
+    _stream.async_read_some(asio::buffer(_scrap),
+                            [self = shared_from_this()](beast::error_code error, std::size_t size) {
+                                self->_drained += size;
+                                if (error || self->_drained > kMostDrained) {
+                                    self->Close();
+                                } else {
+                                    self->Drain();
+                                }
+                            });
+}
+
+void Connection::Close() {
+    _isStream = false;
+    _stream.close();
+    _hub.Close(*this);
+}
+
+}  // namespace dome::console

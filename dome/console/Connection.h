@@ -1,0 +1,123 @@
+#pragma once
+
+#include <atomic>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/http.hpp>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "Guard.h"
+#include "Handover.h"
+#include "Server.h"
+
+namespace dome::console {
+
+class Connection;
+
+/// What the connections of one server share. Everything here and in Connection runs on the server's thread.
+class Hub {
+public:
+    static constexpr std::size_t kMostConnections = 512;
+    static constexpr std::size_t kMostStreams = 384;
+
+    Hub(Handover& sharedHandover, Api sharedApi, const std::string& address)
+        : handover(sharedHandover), api(std::move(sharedApi)), guard(address) {}
+    ~Hub();
+
+    /// Serves the connection, or turns it away when there are too many.
+    void Open(boost::asio::ip::tcp::socket socket);
+    void Close(Connection& connection);
+
+    /// False when there are too many streams.
+    bool AddStream(Connection& connection);
+
+    /// Appends what has happened after that activity, as events, some of it when it is much; moves `cursor` on.
+    void AppendActivities(std::uint64_t& cursor, std::string& events) const;
+
+    /// Fetches what is new and passes it on to the streams.
+    void Refresh();
+
+    boost::asio::io_context io{1};
+    Handover& handover;
+    const Api api;
+    const Guard guard;
+    std::shared_ptr<const std::string> state;
+    std::atomic<bool> refreshing{false};  ///< Refresh is on its way
+
+private:
+    struct Line {
+        std::uint64_t number;
+        std::string event;
+    };
+
+    void FetchActivities();
+    void KeepAlive();
+
+    std::unordered_map<Connection*, std::shared_ptr<Connection>> _connections;
+    std::unordered_set<Connection*> _streams;
+    std::deque<Line> _lines;
+    boost::asio::steady_timer _keepAlive{io};
+};
+
+/// One browser's connection: requests one after the other, or, from a GET of the stream on, events only. An event
+/// stream holds at most one chunk that is on its way: whoever reads slowly skips states, and is cut off when a chunk
+/// is not taken for long.
+class Connection : public std::enable_shared_from_this<Connection> {
+public:
+    static constexpr std::size_t kGreatestBody = 64 * 1024;
+
+    Connection(Hub& hub, boost::asio::ip::tcp::socket socket);
+
+    /// Waits for a request.
+    void Read();
+
+    /// Sends what the stream has not seen yet, unless a chunk is on its way still; `keepAlive`: at least something.
+    void Pump(bool keepAlive);
+
+private:
+    using Verb = boost::beast::http::verb;
+    using StringResponse = boost::beast::http::response<boost::beast::http::string_body>;
+
+    void OnRead(boost::beast::error_code error);
+    void Dispatch();
+    std::optional<Reply> Objection(std::string_view path) const;
+    void DispatchApi(const std::string& path);
+    void Ask(std::function<Reply()> work);
+    void Post(const std::string& path);
+    void SendActivities();
+    void SendJson(const Reply& reply);
+    void SendError(unsigned status, const std::string& reason, const char* allow = nullptr);
+    void Send(unsigned status, std::string_view type, std::string body, const char* allow = nullptr);
+    void OnSent(boost::beast::error_code error);
+    void StartStream();
+    void AwaitEnd();
+    void WriteEvents();
+    void Linger();
+    void Drain();
+    void Close();
+
+    Hub& _hub;
+    boost::beast::tcp_stream _stream;
+    boost::beast::flat_buffer _buffer;
+    std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> _parser;
+    std::optional<StringResponse> _response;
+    std::optional<boost::beast::http::response_serializer<boost::beast::http::string_body>> _serializer;
+    bool _keepOpen = false;
+
+    bool _isStream = false;
+    bool _isWriting = false;
+    std::string _events;
+    std::shared_ptr<const std::string> _sentState;
+    std::uint64_t _cursor = 0;
+    std::size_t _drained = 0;
+    char _scrap[1024];
+};
+
+}  // namespace dome::console

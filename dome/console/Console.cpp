@@ -1,0 +1,202 @@
+#include "Console.h"
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "Operations.h"
+#include "Server.h"
+#include "tavos/osa/Exception.h"
+
+namespace dome::console {
+
+namespace {
+
+using nlohmann::json;
+using namespace std::chrono_literals;
+using Words = std::vector<std::string>;
+
+constexpr auto kShowEvery = 40ms;
+constexpr std::size_t kMostWords = 128;
+constexpr std::size_t kMostCallArguments = 8;
+
+std::int64_t MillisecondsSince1970() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+const char* Outcome(tavos::msgbus::Treatment treatment) {
+    if (treatment == tavos::msgbus::Treatment::kFail) return "fail";
+    return treatment == tavos::msgbus::Treatment::kHang ? "hang" : "ok";
+}
+
+Reply Answer(const json& body, unsigned status = 200) {
+    return {status, body.dump(-1, ' ', false, json::error_handler_t::replace)};
+}
+
+Reply Refused(const char* reason) {
+    return Answer({{"error", reason}}, 422);
+}
+
+// What domectl can ask, but for its answers that can be of any length: a page has the state and the activities.
+bool IsControlWord(const std::string& word) {
+    constexpr std::array<const char*, 4> kWords = {"set", "banks", "event", "fault"};
+    return std::find(kWords.begin(), kWords.end(), word) != kWords.end();
+}
+
+Words ToWords(const json& body) {
+    const auto words = body.find("words");
+    if (words == body.end() || !words->is_array() || words->empty() || words->size() > kMostWords) {
+        throw Refusal{400, "\"words\" is to be an array of 1 to 128 texts"};
+    }
+    for (const json& word : *words) {
+        if (!word.is_string()) throw Refusal{400, "\"words\" is to be an array of texts"};
+    }
+    return words->get<Words>();
+}
+
+std::string Text(const json& body, const char* key) {
+    const auto value = body.find(key);
+    if (value == body.end() || !value->is_string()) throw Refusal{400, '"' + std::string(key) + "\" is to be a text"};
+    return value->get<std::string>();
+}
+
+json Arguments(const json& body) {
+    const auto arguments = body.find("args");
+    if (arguments == body.end()) return json::array();
+    const auto isPlain = [](const json& value) { return value.is_primitive(); };
+    if (!arguments->is_array() || arguments->size() > kMostCallArguments ||
+        !std::all_of(arguments->begin(), arguments->end(), isPlain)) {
+        throw Refusal{400, "\"args\" is to be an array of at most 8 plain values"};
+    }
+    return *arguments;
+}
+
+}  // namespace
+
+Console::Console(const Options& options, Services& services, CameraAccess camera)
+    : _services(services), _camera(std::move(camera)) {
+    Api api;
+    api.hello = json{{"agentPort", options.agentPort}, {"started", MillisecondsSince1970()}}.dump();
+    api.readState = [this] { return Reply{200, _camera.state(kMostPoints)}; };
+    api.prepare = [this](const std::string& path, const json& body) { return Prepare(path, body); };
+    _server = std::make_unique<Server>(options.address, options.port, _handover, std::move(api));
+    _services.temperature.OnTemperatureChange().AddHandler(tavos::core::CreateDelegate(this, &Console::OnTemperature));
+    _services.voltage.OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(this, &Console::OnVoltage));
+    _services.power.OnPowerStatusChange().AddHandler(tavos::core::CreateDelegate(this, &Console::OnPower));
+}
+
+Console::~Console() {
+    _services.temperature.OnTemperatureChange().RemoveHandlers(this);
+    _services.voltage.OnVoltageStatusChange().RemoveHandlers(this);
+    _services.power.OnPowerStatusChange().RemoveHandlers(this);
+}
+
+std::uint16_t Console::Port() const {
+    return _server->Port();
+}
+
+int Console::Timeout(int timeout) const {
+    if (!_handover.IsWatched()) return timeout;
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(_nextShow - Clock::now()).count() + 1;
+    return std::min(timeout, static_cast<int>(std::clamp<long long>(left, 1, kShowEvery.count())));
+}
+
+void Console::Work() {
+    for (const Request& request : _handover.TakeRequests()) request.finished(request.work());
+    Show();
+}
+
+void Console::Show() {
+    if (!_handover.IsWatched()) {
+        if (!_shown.empty()) _handover.ClearState();  // the next watcher must not begin with an old one
+        _shown.clear();
+        return;
+    }
+    if (Clock::now() < _nextShow) return;
+    _nextShow = Clock::now() + kShowEvery;
+    std::string state = _camera.state(kMostPoints);
+    if (state != _shown) {
+        _handover.Publish("{\"time\":" + std::to_string(MillisecondsSince1970()) + ",\"camera\":" + state + '}');
+        _shown = std::move(state);
+    } else if (_hasNews) {
+        _handover.Announce();
+    }
+    _hasNews = false;
+}
+
+// On the console's thread: it looks at the body only.
+std::function<Reply()> Console::Prepare(const std::string& path, const json& body) {
+    if (path == "/api/control") {
+        Words words = ToWords(body);
+        if (!IsControlWord(words.front())) throw Refusal{400, "a command is set, banks, event or fault"};
+        return [this, words = std::move(words)] { return Control(words); };
+    }
+    std::string service = Text(body, "service");
+    std::string operation = Text(body, "operation");
+    json arguments = Arguments(body);
+    if (!IsOperation(service, operation)) throw Refusal{400, "the console cannot call this operation"};
+    return [this, service = std::move(service), operation = std::move(operation), arguments = std::move(arguments)] {
+        return CallService(service, operation, arguments);
+    };
+}
+
+Reply Console::Control(const Words& words) {
+    try {
+        _camera.execute(words);
+        return Answer({{"outcome", "ok"}});
+    } catch (const std::exception& error) {
+        return Refused(error.what());
+    }
+}
+
+// A fault meets the console's calls as it meets those from the bus; only that nobody here waits for an answer.
+Reply Console::CallService(const std::string& service, const std::string& operation, const json& arguments) {
+    const std::string fault = _camera.fault(service);
+    const auto note = [&](const char* outcome) { Note("console", service, operation, Texts(arguments), outcome); };
+    if (fault != "ok") {
+        note(fault.c_str());
+        return Answer({{"outcome", fault}});
+    }
+    try {
+        Call(_services, service, operation, arguments);
+        note("ok");
+        return Answer({{"outcome", "ok"}});
+    } catch (const std::exception& error) {
+        note("refused");
+        return Refused(error.what());
+    }
+}
+
+void Console::Heard(const std::string& service, const tavos::msgbus::ReceivedCall& call,
+                    tavos::msgbus::Treatment treatment) {
+    Note("bus", service, call.operation, call.arguments, Outcome(treatment));
+}
+
+void Console::OnTemperature(int sensor, int degrees) {
+    Note("event", "temperature", "OnTemperatureChange", {std::to_string(sensor), std::to_string(degrees)}, "");
+}
+
+void Console::OnVoltage(int status) {
+    Note("event", "voltage", "OnVoltageStatusChange", {std::to_string(status)}, "");
+}
+
+void Console::OnPower(int status) {
+    Note("event", "power", "OnPowerStatusChange", {std::to_string(status)}, "");
+}
+
+void Console::Note(const char* source, const std::string& service, const std::string& call, Words arguments,
+                   const std::string& outcome) {
+    Activity activity;
+    activity.time = MillisecondsSince1970();
+    activity.source = source;
+    activity.service = service;
+    activity.call = call;
+    activity.arguments = std::move(arguments);
+    activity.outcome = outcome;
+    _handover.Add(std::move(activity));
+    _hasNews = true;
+}
+
+}  // namespace dome::console

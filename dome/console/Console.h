@@ -1,0 +1,85 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "Handover.h"
+#include "dome/services/Services.h"
+#include "tavos/msgbus/ServiceHost.h"
+
+namespace dome::console {
+
+class Server;
+
+struct Options {
+    std::string address = "127.0.0.1";
+    std::uint16_t port = 0;          ///< TCP; 0: any free one
+    std::uint16_t agentPort = 1161;  ///< UDP port of the agent in front of this camera, for the text of commands
+};
+
+/// What the console needs of the camera beside its services. All of it is called on the camera's thread.
+struct CameraAccess {
+    /// The whole camera as JSON, at most that many inputs and that many relays.
+    std::function<std::string(std::size_t mostPoints)> state;
+    /// Carries out one of domectl's commands; throws for one that cannot be carried out.
+    std::function<std::string(const std::vector<std::string>& words)> execute;
+    /// "ok", "fail", "hang" or "gone", of a service's short name.
+    std::function<std::string(const std::string& service)> fault;
+};
+
+/// The camera as a page in a browser. All members are to be called on the camera's thread, which never waits here; the
+/// browsers are served by a thread of the console's own.
+class Console {
+public:
+    static constexpr std::size_t kMostPoints = 512;  ///< inputs, and as many relays, that a state shows
+
+    /// Listens. Throws tavos::osa::Exception, with one line of text, when the address or the port cannot be had. The
+    /// services must outlive the console.
+    Console(const Options& options, Services& services, CameraAccess camera);
+    ~Console();
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
+
+    /// The port that it listens on.
+    std::uint16_t Port() const;
+
+    /// Readable while Work has something to do.
+    int Descriptor() const { return _handover.Descriptor(); }
+
+    /// How long the camera may sleep at most before the next Work: `timeout` or less, milliseconds.
+    int Timeout(int timeout) const;
+
+    /// Carries out what browsers have asked for and shows them the camera, when somebody watches and it is time.
+    void Work();
+
+    /// A call that has come over the bus.
+    void Heard(const std::string& service, const tavos::msgbus::ReceivedCall& call, tavos::msgbus::Treatment treatment);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::function<Reply()> Prepare(const std::string& path, const nlohmann::json& body);
+    Reply Control(const std::vector<std::string>& words);
+    Reply CallService(const std::string& service, const std::string& operation, const nlohmann::json& arguments);
+    void OnTemperature(int sensor, int degrees);
+    void OnVoltage(int status);
+    void OnPower(int status);
+    void Note(const char* source, const std::string& service, const std::string& call,
+              std::vector<std::string> arguments, const std::string& outcome);
+    void Show();
+
+    Services& _services;
+    CameraAccess _camera;
+    Handover _handover;
+    std::string _shown;
+    bool _hasNews = false;
+    Clock::time_point _nextShow{};
+    std::unique_ptr<Server> _server;  // the last one: its thread uses the others
+};
+
+}  // namespace dome::console

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace dome::console {
+
+/// What a browser is answered: an HTTP status and a JSON text.
+struct Reply {
+    unsigned status = 200;
+    std::string body;
+};
+
+/// Something that the camera's thread is to do for the console's.
+struct Request {
+    std::function<Reply()> work;          ///< on the camera's thread; throws nothing
+    std::function<void(Reply)> finished;  ///< on the camera's thread as well; must not block
+};
+
+/// Something that has arrived at the camera, or that it has told.
+struct Activity {
+    std::uint64_t number = 0;  ///< counts from 1
+    std::int64_t time = 0;     ///< milliseconds since 1970
+    std::string source;        ///< "bus", "console" or "event"
+    std::string service;       ///< short name, "pan"
+    std::string call;          ///< operation, or the event's name
+    std::vector<std::string> arguments;
+    std::string outcome;  ///< "ok", "fail", "hang", "gone" or "refused"; of an event ""
+};
+
+/// All that passes between the camera's thread and the console's. Neither waits for the other: the lock is held for
+/// copies and swaps only. Any thread may call any member.
+class Handover {
+public:
+    static constexpr std::size_t kMostRequests = 256;
+    static constexpr std::size_t kMostActivities = 500;
+    static constexpr std::size_t kMostArguments = 8;
+    static constexpr std::size_t kLongestText = 200;  ///< octets of an argument; longer ones are cut
+
+    /// Throws tavos::osa::Exception when the system has no descriptor left.
+    Handover();
+    ~Handover();
+    Handover(const Handover&) = delete;
+    Handover& operator=(const Handover&) = delete;
+
+    /// Readable while there is something for the camera's thread to do: requests, or the first watcher.
+    int Descriptor() const { return _descriptor; }
+
+    /// False when too many requests wait already.
+    bool Ask(Request request);
+
+    /// The requests that wait, oldest first; makes the descriptor unreadable.
+    std::vector<Request> TakeRequests();
+
+    /// How many want to see states.
+    void SetWatchers(int count);
+    bool IsWatched() const { return _watchers.load(std::memory_order_relaxed) > 0; }
+
+    /// Whom to tell that there is something new; null: nobody. Once this has returned, the one before is not called
+    /// any more. It is called with the lock held, and must neither block nor call back.
+    void OnPublished(std::function<void()> published);
+
+    /// Puts a state, a JSON text, in the place of the one before.
+    void Publish(std::string state);
+    void ClearState() { Publish(""); }
+
+    /// Gives the activity its number and keeps it, the oldest one falls out.
+    void Add(Activity activity);
+
+    /// Tells that there are activities (a burst is told once).
+    void Announce();
+
+    std::shared_ptr<const std::string> State() const;
+    std::vector<Activity> ActivitiesAfter(std::uint64_t number) const;
+
+private:
+    void Wake();
+
+    mutable std::mutex _mutex;
+    std::deque<Request> _requests;
+    std::deque<Activity> _activities;
+    std::uint64_t _lastNumber = 0;
+    std::shared_ptr<const std::string> _state = std::make_shared<const std::string>();
+    std::function<void()> _published;
+    std::atomic<int> _watchers{0};
+    int _descriptor;
+};
+
+}  // namespace dome::console

@@ -298,7 +298,7 @@ using PanDeathTest = PanTest;
 TEST_F(PanDeathTest, TrueNorthOffsetIs65535FromLoad) {
     // In a process of its own: the offset outlives the provider.
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    EXPECT_EXIT(std::exit(Offset() == 65535 && !HasFailure() ? 0 : 1), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(std::_Exit(Offset() == 65535 && !HasFailure() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(PanTest, TrueNorthOffsetIsRememberedAndNeverSentToTheService) {

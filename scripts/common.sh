@@ -33,10 +33,10 @@ installed_packages() {
     dpkg-query -W -f '${db:Status-Status} ${Package}\n' | sed -n 's/^installed //p'
 }
 
-# Configures (when needed) and builds a preset; further arguments go to the build. Two commands started at once in one
-# checkout take turns.
+# Configures and builds a preset; further arguments go to the build. The first build, a long one, shows its progress.
+# Two commands started at once in one checkout take turns.
 build_preset() {
-    local preset=$1 launcher=()
+    local preset=$1 launcher=() progress=(-- --quiet)
     shift
     mkdir -p "$root/build"
     command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
@@ -44,11 +44,12 @@ build_preset() {
         flock 8
         cd "$root" || exit 1
         if [[ ! -f build/$preset/build.ninja ]]; then
+            progress=()
             cmake --preset "$preset" "${launcher[@]}" >"build/$preset.configure.log" 2>&1 || {
                 tail -n 30 "build/$preset.configure.log" >&2
                 exit 1
             }
         fi
-        cmake --build --preset "$preset" "$@"
+        cmake --build --preset "$preset" "$@" "${progress[@]}" | sed -u '/^ninja: no work to do/d'
     ) 8>"$root/build/.lock"
 }

@@ -4,7 +4,6 @@
 
 #include "core/OrvexSnmpOid.h"
 #include "device/IdentityHandlers.h"
-#include "support/NoMoreDescriptors.h"
 #include "support/StartedModule.h"
 
 // On a camera, the texts of the hardware and module versions hold at least a dash. To see what becomes of empty ones,
@@ -241,10 +240,8 @@ TEST_F(NamelessTest, ConstantsAreAnsweredAllTheSame) {
 class FailedIdentityTest : public StartTest {};
 
 TEST_F(FailedIdentityTest, ModelNumberIsErrorWhenTheIdentityCommandCouldNotBeStarted) {
-    {
-        const NoMoreDescriptors noMore;
-        new OrvexSnmpMain();
-    }
+    _folder.RefuseCommands();
+    new OrvexSnmpMain();
     for (auto* const handler : {handle_modelNumber, handle_moduleModel, handle_serialNumber}) {
         SnmpRequest request(OrvexSnmpOid::oid_modelNumber);
         EXPECT_EQ(request.Call(handler, MODE_GET), SNMP_ERR_NOERROR);

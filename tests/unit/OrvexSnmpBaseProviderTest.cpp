@@ -133,7 +133,16 @@ protected:
 using Providers = testing::Types<OrvexSnmpTemp, OrvexSnmpAlarm, OrvexSnmpRelay, OrvexSnmpPower, OrvexSnmpVoltage,
                                  OrvexSnmpPresets, OrvexSnmpFocus, OrvexSnmpIris, OrvexSnmpZoom, OrvexSnmpPan,
                                  OrvexSnmpTilt, OrvexSnmpWiper, OrvexSnmpPressure>;
-TYPED_TEST_SUITE(EveryProviderTest, Providers);
+
+struct ProviderNames {
+    template <class Provider>
+    static std::string GetName(int index) {
+        constexpr const char* kNames[] = {"Temp", "Alarm", "Relay", "Power", "Voltage", "Presets", "Focus",
+                                          "Iris", "Zoom",  "Pan",   "Tilt",  "Wiper",   "Pressure"};
+        return kNames[index];
+    }
+};
+TYPED_TEST_SUITE(EveryProviderTest, Providers, ProviderNames);
 
 TYPED_TEST(EveryProviderTest, ThereIsOneInstance) {
     static_assert(std::is_base_of_v<OrvexSnmpBaseProvider<TypeParam>, TypeParam>);

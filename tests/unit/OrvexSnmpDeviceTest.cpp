@@ -7,7 +7,6 @@
 #include "device/OrvexSnmpDevice.h"
 #include "support/CameraFolder.h"
 #include "support/ModuleTest.h"
-#include "support/NoMoreDescriptors.h"
 #include "tavos/osa/Exception.h"
 
 namespace {
@@ -230,17 +229,21 @@ TEST_F(DeviceTest, MissingIdentityCommandLeavesTheFieldsEmptyAndLogsNothing) {
 }
 
 TEST_F(DeviceTest, FieldsHoldErrorWhenTheIdentityCommandCannotBeStarted) {
-    {
-        const NoMoreDescriptors noMore;
-        Construct();
-    }
-    EXPECT_EQ(_device->GetModelNumber(), "ERROR");
-    EXPECT_EQ(_device->GetSerialNumber(), "ERROR");
-    EXPECT_EQ(_device->GetAssyId(), "ERROR");
-    EXPECT_EQ(_device->GetAssyVer(), "ERROR");
-    EXPECT_EQ(_device->GetHwVer(), "ERROR-ERROR");
-    // The one Error line is the version file's.
-    EXPECT_THAT(journal::Logged(3), ElementsAre(journal::Join("LoadFwVersion: could not open", ORVEX_VERSION_FILE)));
+    _folder.RefuseCommands();
+    const auto& device = Construct();
+    EXPECT_EQ(device.GetModelNumber(), "ERROR");
+    EXPECT_EQ(device.GetSerialNumber(), "ERROR");
+    EXPECT_EQ(device.GetAssyId(), "ERROR");
+    EXPECT_EQ(device.GetAssyVer(), "ERROR");
+    EXPECT_EQ(device.GetHwVer(), "ERROR-ERROR");
+    EXPECT_EQ(device.GetFwVer(), "02.01.00-20120531b");
+    EXPECT_THAT(journal::Logged(3), IsEmpty());
+}
+
+TEST_F(DeviceTest, RunsTheIdentityCommandForReadingOnceForEachOption) {
+    _folder.RefuseCommands();
+    Construct();
+    EXPECT_THAT(journal::All("popen"), ElementsAre("popen myname -m r", "popen myname -s r", "popen myname -w r"));
 }
 
 struct AssemblyCase {

@@ -1,6 +1,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,12 +12,12 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "core/OrvexSnmpOid.h"
 #include "core/OrvexSnmpTrapSend.h"
 #include "support/ModuleTest.h"
-#include "support/NoMoreDescriptors.h"
 
 namespace {
 
@@ -56,6 +57,22 @@ std::vector<int> OpenDescriptors() {
     return descriptors;
 }
 
+/// While it lives, the process can open no descriptor.
+class NoMoreDescriptors {
+public:
+    NoMoreDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &_before);
+        const rlimit none{0, _before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &_before); }
+    NoMoreDescriptors(const NoMoreDescriptors&) = delete;
+    NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
+
+private:
+    rlimit _before{};
+};
+
 class TrapSendTest : public ModuleTest {
 protected:
     TrapSendTest() {
@@ -71,6 +88,15 @@ protected:
     void Construct() {
         _trapSend = std::make_unique<OrvexSnmpTrapSend>();
         _readDescriptor = Agent().readDescriptor;
+    }
+
+    void ConstructWithoutPipe() {
+        std::unique_ptr<OrvexSnmpTrapSend> made;
+        {
+            const NoMoreDescriptors noMore;
+            made = std::make_unique<OrvexSnmpTrapSend>();
+        }
+        _trapSend = std::move(made);
     }
 
     void Destroy() {
@@ -124,10 +150,7 @@ TEST_F(TrapSendTest, KeepsItsPipeFromTheProgramsThatTheModuleStarts) {
 }
 
 TEST_F(TrapSendTest, GoesOnWithoutAPipe) {
-    {
-        const NoMoreDescriptors noMore;
-        Construct();
-    }
+    ConstructWithoutPipe();
     // The agent is not asked to watch a descriptor that is none.
     EXPECT_THAT(journal::All(),
                 ElementsAre("logger EnableDebugLogging", "log 8 OrvexSnmpTrapSend: Enter",
@@ -350,10 +373,7 @@ TEST_F(TrapSendTest, DestructionFreesWhatIsQueuedAndSendsNothing) {
 }
 
 TEST_F(TrapSendTest, DestructionWithoutAPipeUnregistersNothing) {
-    {
-        const NoMoreDescriptors noMore;
-        Construct();
-    }
+    ConstructWithoutPipe();
     _trapSend->send_v2trap(Trap(1));
     journal::Clear();
     s_journalFrees = true;

@@ -21,13 +21,17 @@ Exec s_exec = Exec::kReal;
 
 }  // namespace
 
+static void JournalExecution(const char* program, char* const* arguments) {
+    std::string line = std::string("execv ") + program;
+    for (; *arguments != nullptr; ++arguments) line += std::string(" [") + *arguments + "]";
+    journal::Add(line);
+}
+
 /// The module's child still has the memory of the test, journal included: it runs in it until here.
 extern "C" int execv(const char* program, char* const* arguments) {
     static const auto original = reinterpret_cast<decltype(&execv)>(dlsym(RTLD_NEXT, "execv"));
     if (s_exec == Exec::kReal) return original(program, arguments);
-    std::string line = std::string("execv ") + program;
-    for (; *arguments != nullptr; ++arguments) line += std::string(" [") + *arguments + "]";
-    journal::Add(line);
+    JournalExecution(program, arguments);
     if (s_exec == Exec::kRecorded) _exit(0);
     errno = ENOENT;
     return -1;

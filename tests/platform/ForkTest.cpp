@@ -64,6 +64,15 @@ private:
     pid_t _process;
 };
 
+/// True when a child of a process with several threads can hang in AddressSanitizer's own allocator: its locks go into
+/// the child as they are at the fork, held for ever by threads that it does not have.
+constexpr bool kAllocatorBreaksInChildren =
+#ifdef __SANITIZE_ADDRESS__
+    true;
+#else
+    false;
+#endif
+
 struct Counter {
     void Pair(int, int) { ++count; }
     std::atomic<int> count{0};
@@ -90,6 +99,7 @@ protected:
 };
 
 TEST_F(ForkTest, CallsAndEventsGoOnInTheChildAndInTheParent) {
+    if (kAllocatorBreaksInChildren) GTEST_SKIP() << "AddressSanitizer's allocator does not survive a fork";
     Child service([this] { return ServeForever(); });
     MsgBus messages;
     messages.StartServer();
@@ -175,6 +185,7 @@ TEST_F(ForkTest, ABusWithoutServerThreadForksToo) {
 }
 
 TEST_F(ForkTest, TheLoggerWorksInAChildWhileOthersLog) {
+    if (kAllocatorBreaksInChildren) GTEST_SKIP() << "AddressSanitizer's allocator does not survive a fork";
     tavos::core::Logger::ClearAppenders();
     tavos::core::Logger* const log = tavos::core::Logger::GetLogger("Fork");
     std::atomic<bool> stop{false};

@@ -13,9 +13,9 @@ namespace tavos::settings {
 
 /// A process's view of the camera's settings store: text values under "[Section/Name]Key". The store is one SQLite
 /// file, named by the environment's TAVOS_SETTINGS_STORE or else /var/lib/tavos/settings.db, shared by every process
-/// of the camera. It is opened at the first use, so that construction never fails; each operation throws
+/// of the camera. It is opened for each operation, so that construction never fails; each operation throws
 /// tavos::osa::Exception with the file's name and the reason when the store is missing, damaged or busy for more
-/// than a second, and tries to open it anew the next time. A value that SetValue returned for survives a kill and a
+/// than a second. A value that SetValue returned for survives a kill and a
 /// loss of power. One client is for one thread at a time.
 class TAVOS_API TavosSettingsClient {
 public:

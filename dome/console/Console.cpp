@@ -118,7 +118,8 @@ void Console::Show() {
     _nextShow = Clock::now() + kShowEvery;
     std::string state = _camera.state(kMostPoints);
     if (state != _shown) {
-        _handover.Publish("{\"time\":" + std::to_string(MillisecondsSince1970()) + ",\"camera\":" + state + '}');
+        const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now().time_since_epoch());
+        _handover.Publish("{\"time\":" + std::to_string(now.count()) + ",\"camera\":" + state + '}');
         _shown = std::move(state);
     } else if (_hasNews) {
         _handover.Announce();

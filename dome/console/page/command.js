@@ -1,0 +1,138 @@
+// The position objects' commands of four octets, in words: what the agent makes of them.
+
+const kTurn = 36000; // hundredths of a degree
+const kGreatestSpeed = 127;
+const kGreatestPosition = 65535;
+
+export const kObjects = [
+  {name: 'positionPan', oid: '1.3.6.1.4.1.1206.4.2.7.4.1.0', explain: (c) => axis(c, pan)},
+  {name: 'positionTilt', oid: '1.3.6.1.4.1.1206.4.2.7.4.2.0', explain: (c) => axis(c, tilt)},
+  {name: 'positionZoomLens', oid: '1.3.6.1.4.1.1206.4.2.7.4.3.0', explain: zoom},
+  {name: 'positionFocusLens', oid: '1.3.6.1.4.1.1206.4.2.7.4.4.0', explain: focus},
+  {name: 'positionIrisLens', oid: '1.3.6.1.4.1.1206.4.2.7.4.5.0', explain: iris},
+];
+
+export const kModes = ['stop', 'delta', 'absolute', 'continuous'];
+
+const refused = (reason) => ({ok: false, text: `Refused with genErr: ${reason}. It is remembered all the same.`});
+const done = (text) => ({ok: true, text});
+
+const pan = {
+  forward: 'clockwise',
+  backward: 'counter-clockwise',
+  target: (position) => `${degrees(position)}`,
+  way: (speed) => (speed > 0 ? ', clockwise' : speed < 0 ? ', counter-clockwise' : ', the shorter way'),
+};
+
+const tilt = {
+  forward: 'up',
+  backward: 'down',
+  target: (position) => {
+    const angle = signedAngle(position);
+    return angle === 0 ? 'the horizon (0.00°)' : `${degrees(Math.abs(angle))} ${angle > 0 ? 'up' : 'down'}`;
+  },
+  way: () => '',
+};
+
+// The second quadrant repeats the first.
+function signedAngle(position) {
+  if (position <= 8999) return position;
+  if (position <= 17999) return position - 9000;
+  if (position <= 26999) return 18000 - position;
+  return position - kTurn;
+}
+
+function degrees(hundredths) {
+  return `${(hundredths / 100).toFixed(2)}°`;
+}
+
+function percentOf(speed) {
+  return `${Math.round((Math.abs(speed) / kGreatestSpeed) * 100)} %`;
+}
+
+function atSpeed(speed) {
+  return speed === 0 ? "at the axis's own speed" : `at ${percentOf(speed)} of the greatest speed`;
+}
+
+function common(command) {
+  if (command.mode > 3) return refused(`there is no mode ${command.mode}`);
+  if (command.mode === 0 && command.speed !== 0) return refused('a stop has the speed 0');
+  return null;
+}
+
+function axis(command, words) {
+  const objection = common(command);
+  if (objection) return objection;
+  const {mode, speed, position} = command;
+  if (mode === 0) return done('Stop.');
+  if (mode === 2 && position >= kTurn) return refused(`${position} is beyond 35999, the last hundredth of a turn`);
+  if (speed === -128) return done('Nothing moves: the speeds are -127 to 127.');
+  if (mode === 1) {
+    const way = speed < 0 ? words.backward : words.forward;
+    return done(`Move by ${degrees(position)} ${way} from where it stands, ${atSpeed(speed)}.`);
+  }
+  if (mode === 2) return done(`Go to ${words.target(position)} ${atSpeed(speed)}${words.way(speed)}.`);
+  if (speed === 0) return done('Move on at the speed 0: it comes to rest.');
+  return done(`Move ${speed < 0 ? words.backward : words.forward} at ${percentOf(speed)} of the greatest speed until stopped.`);
+}
+
+function zoom(command, camera) {
+  const objection = common(command);
+  if (objection) return objection;
+  const {mode, speed, position} = command;
+  const range = camera.zoomMaximum - 1000;
+  const times = (thousandths) => `${(thousandths / 1000).toFixed(2)}×`;
+  if (mode === 0) return done('Stop the zoom.');
+  if (mode === 1) {
+    const step = ((speed < 0 ? -position : position) << 16) >> 16; // 16 bits, two's complement
+    return done(`Zoom ${step < 0 ? 'out' : 'in'} by ${times((Math.abs(step) / kGreatestPosition) * range)} from where it stands.`);
+  }
+  if (mode === 2) return done(`Zoom to ${times(Math.floor(1000 + (position / kGreatestPosition) * range))}.`);
+  if (speed === -128) return refused('the speeds are -127 to 127');
+  return done(`Zoom ${speed < 0 ? 'out' : 'in'} until stopped, at the zoom's own rate.`);
+}
+
+function focus(command) {
+  const objection = common(command);
+  if (objection) return objection;
+  const {mode, speed, position} = command;
+  const percent = `${((position / kGreatestPosition) * 100).toFixed(1)} %`;
+  if (mode === 0) return done('Stop the focus: it holds the position read at that moment.');
+  if (mode === 1) return done(`Focus ${speed < 0 ? 'nearer' : 'farther'} by ${percent} of the range.`);
+  if (mode === 2) return done(`Focus at ${percent} of the way from near to far.`);
+  if (speed === -128) return refused('the speeds are -127 to 127');
+  return done(speed < 0 ? 'Focus farther until stopped, at most to 100.0 %.' : 'Focus nearer until stopped, at most to 0.0 %.');
+}
+
+function iris(command) {
+  const objection = common(command);
+  if (objection) return objection;
+  const {mode, speed} = command;
+  if (mode === 0) return done('Stop the iris.');
+  if (mode < 3) return done('Taken without effect: the iris knows only stop and continuous.');
+  if (speed === -128) return refused('the speeds are -127 to 127');
+  return done(`${speed < 0 ? 'Open' : 'Close'} the iris until stopped.`);
+}
+
+/// The octets of a text such as "02 40 46 50", "0x02404650" or "02:40:46:50"; null when it is none.
+export function parseOctets(text) {
+  const digits = text.replace(/0x/gi, '').replace(/[\s:.,-]/g, '');
+  if (digits.length % 2 || /[^0-9a-f]/i.test(digits)) return null;
+  return (digits.match(/../g) ?? []).map((pair) => parseInt(pair, 16));
+}
+
+/// {octets, mode, speed, position} of the first four octets; missing ones count as 0.
+export function decode(octets) {
+  const four = [0, 1, 2, 3].map((i) => octets[i] ?? 0);
+  return {octets: four, mode: four[0], speed: (four[1] << 24) >> 24, position: four[2] * 256 + four[3]};
+}
+
+export function explain(object, command, camera) {
+  return object.explain(command, camera);
+}
+
+/// What a person types to send it.
+export function snmpset(object, octets, port) {
+  const digits = octets.map((octet) => octet.toString(16).padStart(2, '0')).join('');
+  return `snmpset -v2c -c private -On 127.0.0.1:${port} ${object.oid} x ${digits || '""'}`;
+}

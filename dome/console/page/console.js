@@ -1,0 +1,291 @@
+import {call, control, Motion, Stream} from './link.js';
+import {Arc, Bar, Plan} from './instruments.js';
+import {Street} from './scene.js';
+import {Arrivals} from './arrivals.js';
+import {CommandPanel} from './panel.js';
+import {Joystick, HoldButtons} from './hands.js';
+
+const $ = (id) => document.getElementById(id);
+const kOptical = 20; // where the lens ends and the picture is cropped
+const kCodes = {
+  voltage: ['normal', 'low', 'high'],
+  power: ['mains', 'backup', 'failing'],
+};
+const kSaying = {fail: 'fails', hang: 'hangs', gone: 'is gone'};
+
+let s_failureTimer = 0;
+
+/// Carries out an action and tells when it could not be.
+async function attempt(action) {
+  try {
+    const answer = await action;
+    if (answer.outcome !== 'ok') tell(`The service ${kSaying[answer.outcome] ?? answer.outcome}: nothing has moved.`);
+  } catch (error) {
+    tell(error.message);
+  }
+}
+
+function tell(text) {
+  $('failure').textContent = text;
+  $('failure').hidden = false;
+  clearTimeout(s_failureTimer);
+  s_failureTimer = setTimeout(() => ($('failure').hidden = true), 5000);
+}
+
+// ---------------------------------------------------------------- the picture
+
+class Picture {
+  constructor() {
+    this.canvas = $('picture');
+    this.context = this.canvas.getContext('2d', {alpha: false});
+    this.street = new Street();
+    this.still = matchMedia('(prefers-reduced-motion: reduce)');
+    this.last = 0;
+    this.street.advance(30);
+  }
+
+  draw(view, now) {
+    if (!this.still.matches) this.street.advance(Math.min(0.5, (now - this.last) / 1000));
+    this.last = now;
+    // Beyond its optics the camera shows the same dots, only larger.
+    const dots = Math.min(window.devicePixelRatio, 2) / Math.max(1, view.zoom / kOptical);
+    const width = Math.max(64, Math.round(this.canvas.clientWidth * dots));
+    const height = Math.max(36, Math.round(this.canvas.clientHeight * dots));
+    if (this.canvas.width !== width || this.canvas.height !== height) [this.canvas.width, this.canvas.height] = [width, height];
+    this.street.draw(this.context, width, height, {...view, zoom: view.zoom / 1.08});
+    this.expose(view);
+  }
+
+  expose({focus, iris, zoom}) {
+    // The longer the lens, the less of the scene is sharp beside the point in focus.
+    const off = Math.abs(focus - 50) / 50;
+    const blur = off < 0.004 ? 0 : off * (8 + 16 * Math.sqrt(Math.min(1, zoom / kOptical)));
+    const light = iris <= 50 ? 0.03 + 0.97 * Math.pow(iris / 50, 1.5) : 1 + 1.9 * Math.pow((iris - 50) / 50, 1.3);
+    const filter = `brightness(${light.toFixed(3)})${blur ? ` blur(${blur.toFixed(2)}px)` : ''}`;
+    const wanted = Math.abs(light - 1) < 0.004 && !blur ? 'none' : filter;
+    if (wanted !== this.filter) this.canvas.style.filter = this.filter = wanted;
+  }
+}
+
+// ---------------------------------------------------------------- readings
+
+const picture = new Picture();
+const motion = new Motion();
+const plan = new Plan($('plan'));
+const arc = new Arc($('arc'));
+const bars = Object.fromEntries([...document.querySelectorAll('.drive')].map((drive) => [drive.dataset.drive, new Bar(drive)]));
+const arrivals = new Arrivals($('arrivals'), $('no-arrivals'), $('rate'));
+const panel = new CommandPanel();
+let s_camera = null;
+let s_started = 0;
+
+const minus = (text) => text.replace('-', '−');
+const kTexts = {
+  pan: (v) => `${v.pan.toFixed(2)}°`,
+  tilt: (v) => `${minus((v.tilt || 0).toFixed(2))}°`,
+  zoom: (v) => `${v.zoom.toFixed(v.zoom < 100 ? 2 : 1)}×`,
+  focus: (v) => `${v.focus.toFixed(1)} %`,
+  iris: (v) => `${v.iris.toFixed(1)} %`,
+};
+const s_shown = [...document.querySelectorAll('[data-show]')].map((element) => ({element, text: kTexts[element.dataset.show]}));
+
+function setText(element, text) {
+  if (element.textContent !== text) element.textContent = text;
+}
+
+/// Where a positioned move that runs is to end; null without one.
+function goalOf(axis) {
+  return axis.moving && axis.target !== null ? axis.target : null;
+}
+
+function signedTurn(camera, pan, goal) {
+  const growing = (goal - pan + 720) % 360;
+  return camera.pan.velocity < 0 ? growing - 360 : growing;
+}
+
+function motionNote(axis, goal, words) {
+  if (!axis.moving) return 'at rest';
+  if (goal !== null) return `to ${minus(goal.toFixed(2))}°`;
+  return `${axis.velocity < 0 ? words[0] : words[1]} at ${Math.round(Math.abs(axis.velocity) * 100)} %`;
+}
+
+function zoomFraction(zoom, camera) {
+  const most = Math.max(1.001, camera.zoom.maximum / 1000);
+  return Math.min(1, Math.max(0, Math.log(zoom) / Math.log(most)));
+}
+
+function showInstruments(view) {
+  const camera = s_camera;
+  for (const {element, text} of s_shown) setText(element, text(view));
+  const panGoal = goalOf(camera.pan) === null ? null : camera.pan.target / 1000;
+  const tiltGoal = goalOf(camera.tilt) === null ? null : camera.tilt.target / 1000;
+  plan.show(view.pan, view.zoom, panGoal, panGoal === null ? 0 : signedTurn(camera, view.pan, panGoal));
+  arc.show(view.tilt, view.zoom, tiltGoal);
+  setText($('pan-note'), motionNote(camera.pan, panGoal, ['counter-clockwise', 'clockwise']));
+  setText($('tilt-note'), motionNote(camera.tilt, tiltGoal, ['down', 'up']));
+  const zoomGoal = goalOf(camera.zoom);
+  bars.zoom.show(zoomFraction(view.zoom, camera), zoomGoal === null ? null : zoomFraction(zoomGoal / 1000, camera));
+  for (const name of ['focus', 'iris']) {
+    const goal = goalOf(camera[name]);
+    bars[name].show(view[name] / 100, goal === null ? null : goal / 100);
+  }
+}
+
+let s_nextFrame = 0;
+function frame(now) {
+  requestAnimationFrame(frame);
+  if (!s_camera) return;
+  const isMoving = ['pan', 'tilt', 'zoom', 'focus', 'iris'].some((name) => s_camera[name].moving);
+  if (!isMoving && now < s_nextFrame) return; // a street at rest needs no sixty pictures a second
+  s_nextFrame = now + 30;
+  const view = motion.at(now);
+  showInstruments(view);
+  picture.draw(view, now);
+}
+
+// ---------------------------------------------------------------- switches
+
+function element(name, properties, ...children) {
+  const made = Object.assign(document.createElement(name), properties);
+  made.append(...children);
+  return made;
+}
+
+const isOn = (button) => button.getAttribute('aria-checked') === 'true';
+const setOn = (button, on) => button.setAttribute('aria-checked', String(on));
+
+/// Inputs or relays: a row of switches a bank.
+class BankSwitches {
+  constructor(root, kind, title) {
+    Object.assign(this, {root, kind, title, shape: ''});
+    root.addEventListener('click', (event) => {
+      const point = event.target.closest('.point');
+      if (point) attempt(control('set', kind, point.dataset.bank, point.dataset.number, isOn(point) ? 0 : 1));
+    });
+  }
+
+  show(banks) {
+    const shape = JSON.stringify(Object.entries(banks).map(([name, states]) => [name, states.length]));
+    if (shape !== this.shape) this.build(banks, shape);
+    let i = 0;
+    for (const states of Object.values(banks)) {
+      for (const state of states) {
+        const point = this.points[i++];
+        if (isOn(point) !== state) setOn(point, state);
+      }
+    }
+  }
+
+  build(banks, shape) {
+    this.shape = shape;
+    this.points = [];
+    const word = this.kind === 'alarm' ? 'Input' : 'Relay';
+    const rows = Object.entries(banks).map(([name, states]) => {
+      const points = states.map((_, number) => {
+        const point = element('button', {type: 'button', className: 'point', textContent: number});
+        point.setAttribute('role', 'switch');
+        point.setAttribute('aria-label', `${word} ${number} of ${name}`);
+        Object.assign(point.dataset, {bank: name, number});
+        return point;
+      });
+      this.points.push(...points);
+      const none = states.length ? [] : [element('span', {className: 'note', textContent: 'none'})];
+      return element('div', {className: `bank ${this.kind}`}, element('span', {textContent: name, title: name}), ...points, ...none);
+    });
+    this.root.replaceChildren(element('h3', {textContent: this.title}), ...rows);
+  }
+}
+
+const inputs = new BankSwitches($('inputs'), 'alarm', 'Inputs');
+const relays = new BankSwitches($('relays'), 'relay', 'Relays');
+
+for (const sensor of [0, 1]) {
+  $(`temperature-${sensor}`).addEventListener('change', (event) => {
+    attempt(control('set', 'temperature', sensor, event.target.value || 0));
+  });
+}
+for (const name of ['voltage', 'power']) {
+  kCodes[name].forEach((text, code) => $(name).append(new Option(`${code} ${text}`, code)));
+  $(name).addEventListener('change', (event) => attempt(control('set', name, event.target.value)));
+}
+
+/// Not while somebody is about to change it.
+function setField(field, value) {
+  if (field.value !== String(value) && field !== document.activeElement) field.value = value;
+}
+
+function showSensors(camera) {
+  camera.temperature.forEach((degrees, sensor) => setField($(`temperature-${sensor}`), degrees));
+  for (const name of ['voltage', 'power']) {
+    const select = $(name);
+    const code = String(camera[name]);
+    if (![...select.options].some((option) => option.value === code)) select.append(new Option(`${code} unknown`, code));
+    if (select.value !== code) select.value = code;
+  }
+  $('fan').classList.toggle('on', camera.fan);
+  setText($('fan'), camera.fan ? 'running' : 'off');
+}
+
+function buildServices(faults) {
+  const rows = Object.keys(faults).map((name) => {
+    const select = element('select', {id: `fault-${name}`}, ...['ok', 'fail', 'hang', 'gone'].map((fault) => new Option(fault, fault)));
+    select.addEventListener('change', () => attempt(control('fault', name, select.value)));
+    return element('div', {className: 'service'}, element('label', {htmlFor: select.id, textContent: name}), select);
+  });
+  $('services').replaceChildren(...rows);
+}
+
+function showServices(faults) {
+  const names = Object.keys(faults);
+  if ($('services').childElementCount !== names.length) buildServices(faults);
+  for (const name of names) {
+    const select = $(`fault-${name}`);
+    if (select.value !== faults[name]) select.value = faults[name];
+    if (select.parentElement.dataset.fault !== faults[name]) select.parentElement.dataset.fault = faults[name];
+  }
+  const trouble = names.filter((name) => faults[name] !== 'ok').map((name) => `${name} ${kSaying[faults[name]]}`);
+  setText($('trouble'), trouble.join(', '));
+}
+
+for (const [id, service, operation] of [['auto-focus', 'focus', 'SetAutoFocus'], ['auto-iris', 'iris', 'SetAutoIris']]) {
+  $(id).addEventListener('click', (event) => attempt(call(service, operation, [!isOn(event.currentTarget)])));
+}
+
+// ---------------------------------------------------------------- the stream
+
+new Stream({
+  onLink(link) {
+    $('link').dataset.link = link;
+    setText($('link'), link === 'live' ? 'Live' : 'No connection');
+    $('frame').classList.toggle('lost', link !== 'live');
+  },
+  onHello({agentPort, started}) {
+    setText($('agent'), `127.0.0.1:${agentPort}`);
+    panel.setPort(agentPort);
+    motion.reset();
+    if (started !== s_started) arrivals.clear();
+    s_started = started;
+  },
+  onState(state) {
+    const camera = (s_camera = state.camera);
+    motion.add(state);
+    panel.setZoomMaximum(camera.zoom.maximum);
+    inputs.show(camera.alarm);
+    relays.show(camera.relay);
+    $('shortened').hidden = !camera.shortened;
+    showSensors(camera);
+    showServices(camera.faults);
+    setOn($('auto-focus'), camera.focus.auto);
+    setOn($('auto-iris'), camera.iris.auto);
+    setText($('moving'), camera.focus.focusing ? 'focusing' : camera.pan.moving || camera.tilt.moving ? 'moving' : '');
+    const digital = camera.zoom.position > kOptical * 1000;
+    setText($('zoom-note'), `${digital ? 'cropped' : 'wide – tele'}, to ${(camera.zoom.maximum / 1000).toFixed(0)}×`);
+  },
+  onActivity(activity) {
+    arrivals.add(activity);
+  },
+});
+
+new Joystick($('pad'), $('knob'), attempt);
+new HoldButtons(document.querySelectorAll('[data-hold]'), attempt);
+requestAnimationFrame(frame);

@@ -1,0 +1,104 @@
+// The line to the camera: its event stream, its actions, and its positions between two states.
+
+const kDelay = 70; // milliseconds that the page is behind, so that there is a later state to move towards
+const kKept = 24;
+const kContinuous = 130; // longer silence between two states: the camera stood still meanwhile
+
+/// POSTs an action; resolves to the answer, rejects with an Error whose text is for people.
+export async function act(path, body, options = {}) {
+  const response = await fetch(path, {
+    method: 'POST',
+    headers: {'Content-Type': 'application/json'},
+    body: JSON.stringify(body),
+    ...options,
+  });
+  const answer = await response.json().catch(() => ({}));
+  if (!response.ok) throw new Error(answer.error ?? `refused (${response.status})`);
+  return answer;
+}
+
+export const call = (service, operation, args, options) => act('/api/call', {service, operation, args}, options);
+export const control = (...words) => act('/api/control', {words: words.map(String)});
+
+/// Follows the camera while the page is visible. `listener` has onHello, onState, onActivity and onLink.
+export class Stream {
+  constructor(listener) {
+    this.listener = listener;
+    document.addEventListener('visibilitychange', () => (document.hidden ? this.close() : this.open()));
+    this.open();
+  }
+
+  open() {
+    if (this.source || document.hidden) return;
+    this.source = new EventSource('/api/stream');
+    this.source.addEventListener('open', () => this.listener.onLink('live'));
+    this.source.addEventListener('error', () => {
+      this.listener.onLink('lost');
+      if (this.source?.readyState === EventSource.CLOSED) {
+        this.close();
+        setTimeout(() => this.open(), 2000);
+      }
+    });
+    for (const name of ['Hello', 'State', 'Activity']) {
+      this.source.addEventListener(name.toLowerCase(), (event) => this.listener[`on${name}`](JSON.parse(event.data)));
+    }
+  }
+
+  close() {
+    this.source?.close();
+    this.source = null;
+  }
+}
+
+/// What the page shows of the camera at a moment: the states' positions, moved along between them.
+export class Motion {
+  constructor() {
+    this.reset();
+  }
+
+  reset() {
+    this.states = [];
+    this.offset = null;
+  }
+
+  add({time, camera}) {
+    const last = this.states[this.states.length - 1];
+    if (last && time < last.time) this.reset();
+    else if (last && time - last.time > kContinuous) this.states.push({time: time - 40, positions: last.positions});
+    this.states.push({time, positions: positionsOf(camera)});
+    if (this.states.length > kKept) this.states.shift();
+    // The fastest way that a state has taken tells the difference of the clocks; it may drift.
+    const late = performance.now() - time;
+    this.offset = this.offset === null ? late : Math.min(late, this.offset + 0.05);
+  }
+
+  at(now) {
+    if (!this.states.length) return null;
+    const time = now - this.offset - kDelay;
+    let i = this.states.length - 1;
+    while (i > 0 && this.states[i].time > time) --i;
+    const [a, b] = [this.states[i], this.states[i + 1]];
+    if (!b || time <= a.time) return a.positions;
+    return between(a.positions, b.positions, Math.min(1, (time - a.time) / (b.time - a.time)));
+  }
+}
+
+function positionsOf(camera) {
+  return {
+    pan: camera.pan.position / 1000,
+    tilt: camera.tilt.position / 1000,
+    zoom: camera.zoom.position / 1000,
+    focus: camera.focus.position,
+    iris: camera.iris.position,
+  };
+}
+
+function between(a, b, t) {
+  const result = {};
+  for (const name of Object.keys(a)) {
+    const way = name === 'pan' ? ((b.pan - a.pan + 540) % 360) - 180 : b[name] - a[name];
+    result[name] = a[name] + way * t;
+  }
+  result.pan = (result.pan + 360) % 360;
+  return result;
+}

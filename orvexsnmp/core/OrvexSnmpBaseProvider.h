@@ -26,7 +26,7 @@ public:
     virtual void SendTrap(const oid* trapOid, std::size_t trapOidLength, int value);
 
     /// Null before the instance is constructed; never makes one.
-    static T* GetInstance() { return s_instance; }
+    static T* GetInstance() { return static_cast<T*>(s_instance); }
 
     const tavos::core::Logger& GetLogger() const { return *_logger; }
 
@@ -42,11 +42,11 @@ protected:
     tavos::core::Logger* _logger;
 
 private:
-    static T* s_instance;
+    static OrvexSnmpBaseProvider* s_instance;
 };
 
 template <class T>
-T* OrvexSnmpBaseProvider<T>::s_instance = nullptr;
+OrvexSnmpBaseProvider<T>* OrvexSnmpBaseProvider<T>::s_instance = nullptr;
 
 template <class T>
 OrvexSnmpBaseProvider<T>::OrvexSnmpBaseProvider() : _logger(tavos::core::Logger::GetLogger("OrvexSnmp")) {
@@ -59,15 +59,16 @@ OrvexSnmpBaseProvider<T>::OrvexSnmpBaseProvider() : _logger(tavos::core::Logger:
         _logger->Error("%s: Duplicate instance, exiting!", "OrvexSnmpBaseProvider");
         throw tavos::osa::Exception("Duplicate Instance");
     }
-    s_instance = static_cast<T*>(this);
+    s_instance = this;
 }
 
 template <class T>
 void OrvexSnmpBaseProvider<T>::SendTrap(const oid* trapOid, std::size_t trapOidLength, int value) {
     netsnmp_variable_list* list = nullptr;
     snmp_varlist_add_variable(&list, OrvexSnmpOid::oid_snmpTrap, OID_LENGTH(OrvexSnmpOid::oid_snmpTrap), ASN_OBJECT_ID,
-                              trapOid, trapOidLength * sizeof(oid));
-    snmp_varlist_add_variable(&list, trapOid, trapOidLength, ASN_GAUGE, &value, sizeof value);
+                              reinterpret_cast<const u_char*>(trapOid), trapOidLength * sizeof(oid));
+    snmp_varlist_add_variable(&list, trapOid, trapOidLength, ASN_GAUGE, reinterpret_cast<const u_char*>(&value),
+                              sizeof value);
     OrvexSnmpTrapSend::GetInstance()->send_v2trap(list);
     _logger->Information("%s: trap sent to TrapSend object.", "SendTrap");
 }

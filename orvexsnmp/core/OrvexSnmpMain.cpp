@@ -53,6 +53,7 @@ int init_orvexsnmp() {
 
 int deinit_orvexsnmp() {
     UnregisterInstances();
+    if (auto* trapSend = OrvexSnmpTrapSend::GetInstance()) trapSend->Close();
     // The last of the providers' events has been delivered when their clients are gone.
     OrvexSnmpDevice::DeleteProviders();
     delete OrvexSnmpDevice::GetInstance();

@@ -53,8 +53,13 @@ OrvexSnmpTrapSend::~OrvexSnmpTrapSend() {
 int OrvexSnmpTrapSend::send_v2trap(netsnmp_variable_list* list) {
     _logger->Trace("%s: enter...", "send_v2trap");
     _mutex.Lock(kWaitForever);
-    _queue.push_back(list);
+    const bool closed = _closed;
+    if (!closed) _queue.push_back(list);
     _mutex.Release();
+    if (closed) {
+        snmp_free_varbind(list);
+        return 0;
+    }
 
     // Without the lock, so that a full pipe never keeps the agent's thread from emptying it.
     const char byte = '1';
@@ -87,4 +92,11 @@ void OrvexSnmpTrapSend::CallSnmpSendTrap() {
     }
     _mutex.Release();
     _logger->Trace("%s: Done.", "CallSnmpSendTrap");
+}
+
+void OrvexSnmpTrapSend::Close() {
+    _mutex.Lock(kWaitForever);
+    _closed = true;
+    _mutex.Release();
+    CallSnmpSendTrap();
 }

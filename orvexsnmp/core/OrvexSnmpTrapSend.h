@@ -32,6 +32,10 @@ public:
     /// Agent's thread: sends and frees everything that is queued.
     void CallSnmpSendTrap();
 
+    /// Agent's thread, for the unloading of the module: sends what is queued and drops what comes later, so that no
+    /// event thread is left waiting at a full pipe.
+    void Close();
+
 private:
     static OrvexSnmpTrapSend* s_instance;
 
@@ -40,4 +44,5 @@ private:
     int _writeDescriptor = -1;
     tavos::osa::Mutex _mutex;
     std::deque<netsnmp_variable_list*> _queue;
+    bool _closed = false;
 };

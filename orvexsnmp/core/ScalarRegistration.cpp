@@ -133,7 +133,7 @@ void ApplySensorAvailability() {
 int RegisterScalars() {
     const auto& logger = *OrvexSnmpMain::GetLogger();
     for (auto& row : s_table) {
-        if (row.enabled == kOff || row.handler == nullptr) continue;
+        if (row.enabled == kOff) continue;
         row.registrationResult = RegisterInstance(row.name, row.handler, row.objectId, row.oidLength, row.access);
         if (row.registrationResult != 0) {
             logger.Error("%s: Registration for %s OID not OK", "init_orvexsnmp", row.name);

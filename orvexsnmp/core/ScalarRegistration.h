@@ -10,8 +10,8 @@
 struct ScalarRegistration {
     static constexpr std::size_t kNameRoom = 32;
 
-    std::uint32_t oidLength;          ///< sub-identifiers, the instance included
-    Netsnmp_Node_Handler* handler;    ///< null: not built yet, the row is skipped
+    std::uint32_t oidLength;  ///< sub-identifiers, the instance included
+    Netsnmp_Node_Handler* handler;
     char name[kNameRoom];             ///< the object's name, NUL-padded
     std::int32_t registrationResult;  ///< what the agent said, 0 before
     const oid* objectId;
@@ -31,7 +31,7 @@ void ApplySensorAvailability();
 int RegisterScalars();
 
 /// Registers one object at exactly `objectId`. Returns the agent's answer, 0 for success; the module remembers what
-/// was registered for UnregisterAll.
+/// was registered for UnregisterInstances.
 int RegisterInstance(const char* name, Netsnmp_Node_Handler* handler, const oid* objectId, std::size_t oidLength,
                      int access);
 

@@ -28,7 +28,8 @@ void StartRestart(const tavos::core::Logger& logger) {
     if (child == 0) {
         execv("/bin/sh", const_cast<char* const*>(arguments));
         logger.Error("%s: error with execve, calling system()...", kName);
-        if (std::system("chmod +x " ORVEX_RESTART_SCRIPT " && " ORVEX_RESTART_SCRIPT " -s -k") != 0) _exit(2);
+        const int ignored = std::system("chmod +x " ORVEX_RESTART_SCRIPT " && " ORVEX_RESTART_SCRIPT " -s -k");
+        static_cast<void>(ignored);
         _exit(2);
     }
     s_lastChild = child;

@@ -55,10 +55,14 @@ int BankTable::Register(Netsnmp_Node_Handler* handler, const oid* tableId, std::
                                                              HANDLER_CAN_RWRITE);
     const int result = netsnmp_register_table_data_set(registration, _dataSet, nullptr);
     if (result != 0) return result;
-    _registration = registration;
+    // Without the front handler rows would change under the agent's hands: no table then.
     auto* front = netsnmp_create_handler(kFrontHandlerName, &BankTable::FrontHandler);
+    if (front == nullptr || netsnmp_inject_handler_before(registration, front, kTableHandlerName) != SNMPERR_SUCCESS) {
+        netsnmp_unregister_handler(registration);
+        return MIB_REGISTRATION_FAILED;
+    }
     front->myvoid = this;
-    netsnmp_inject_handler_before(registration, front, kTableHandlerName);
+    _registration = registration;
     return result;
 }
 

@@ -129,14 +129,19 @@ int OrvexSnmpRelay::Drive(const char* name, const std::string& bank, int relayId
     return result;
 }
 
-// The refreshed list may be shorter than the one in which the row was found.
-void OrvexSnmpRelay::RememberRow(unsigned long row) {
+// The refreshed list may be shorter than the one in which the row was found, or empty where the service has failed.
+// Such a SET must not go on: it would drive the relay of an earlier one.
+int OrvexSnmpRelay::RememberRow(netsnmp_agent_request_info* info, netsnmp_request_info* request) {
     CreateRelayTable(false);
-    if (row > _list.size()) return;
-    const auto& [place, state] = _list[row - 1];
-    s_pending.bank = place.first;
-    s_pending.relayId = place.second;
-    s_pending.oldState = state;
+    const auto* entry = RequestedEntry(_list, *request);
+    if (entry == nullptr) {
+        netsnmp_set_request_error(info, request, SNMP_ERR_GENERR);
+        return SNMP_ERR_GENERR;
+    }
+    s_pending.bank = entry->first.first;
+    s_pending.relayId = entry->first.second;
+    s_pending.oldState = entry->second;
+    return SNMP_ERR_NOERROR;
 }
 
 int OrvexSnmpRelay::CommitRow(netsnmp_request_info* request) const {
@@ -155,8 +160,7 @@ int OrvexSnmpRelay::HandleCell(netsnmp_agent_request_info* info, netsnmp_request
             if (request->requestvb->type != ASN_INTEGER) netsnmp_set_request_error(info, request, SNMP_ERR_WRONGTYPE);
             return SNMP_ERR_NOERROR;
         case MODE_SET_RESERVE2:
-            RememberRow(RequestedRow(*request));
-            return SNMP_ERR_NOERROR;
+            return RememberRow(info, request);
         case MODE_SET_ACTION:
             s_pending.newValue = ReadInteger(*request->requestvb);
             _logger->Information("%s: newRelayValue in MODE_SET_ACTION is %d", kTableHandler, s_pending.newValue);

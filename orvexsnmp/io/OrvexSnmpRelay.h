@@ -41,7 +41,7 @@ public:
 private:
     bool BeginTableRequest(netsnmp_agent_request_info* info, netsnmp_request_info* requests) override;
     int HandleCell(netsnmp_agent_request_info* info, netsnmp_request_info* request, const BankEntry& entry);
-    void RememberRow(unsigned long row);
+    int RememberRow(netsnmp_agent_request_info* info, netsnmp_request_info* request);
     int CommitRow(netsnmp_request_info* request) const;
     int ReadCell(const std::string& bank, int id) const;
     int Drive(const char* name, const std::string& bank, int relayId, bool energise) const;

@@ -23,6 +23,11 @@ constexpr AxisLines kLines = {
     "%s: continuous pan=%d, speed=%d",
 };
 
+// Modulo 2^32, as the steps of a delta are reckoned: a service's position may be any 32 bits.
+int PlatformPosition(int position) {
+    return static_cast<int>(static_cast<unsigned>(position) * kPlatformUnits);
+}
+
 int Commit(const OrvexSnmpPan& pan, const PositionCommand& command) {
     bool known;
     const int result = CommitAxisCommand(pan, kLines, command, known);
@@ -43,7 +48,7 @@ OrvexSnmpPan::OrvexSnmpPan(tavos::msgbus::MsgBus& bus) {
 int OrvexSnmpPan::SetPosition(int position) const {
     constexpr auto kName = "SetPosition";
     return PlatformCall(*_logger, kName, "Exception while SetPosition", [&] {
-        const int target = position * kPlatformUnits;
+        const int target = PlatformPosition(position);
         _client->SetPosition(target, kTimeLimit);
         _logger->Information("%s: SetPosition=(%d,300)", kName, target);
     });
@@ -55,7 +60,7 @@ int OrvexSnmpPan::SetPositionAtSpeed(int position, int speed) const {
     double tavosSpeed;
     if (!ScaleSpeed(*_logger, kName, speed, tavosSpeed)) return -1;
     return GuardedCall(*_logger, kName, "Exception while SetPositionAtSpeed", [&] {
-        const int target = position * kPlatformUnits;
+        const int target = PlatformPosition(position);
         _client->SetPositionAtSpeed(target, tavosSpeed, kTimeLimit);
         _logger->Information("%s: SetPositionAtSpeed(%d,%f,300)", kName, target, tavosSpeed);
     });

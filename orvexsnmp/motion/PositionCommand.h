@@ -8,7 +8,7 @@
 #include "core/PlatformCall.h"
 #include "tavos/core/Logger.h"
 
-/// The four-octet command of the five motion objects (NTCIP 1205, section "camera position"): mode, signed speed,
+/// The four-octet command of the five position objects of NTCIP 1205: mode, signed speed,
 /// big-endian position.
 struct PositionCommand {
     enum Mode : std::uint8_t { kStop = 0, kDelta = 1, kAbsolute = 2, kContinuous = 3 };

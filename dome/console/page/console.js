@@ -279,7 +279,7 @@ new Stream({
     setOn($('auto-iris'), camera.iris.auto);
     setText($('moving'), camera.focus.focusing ? 'focusing' : camera.pan.moving || camera.tilt.moving ? 'moving' : '');
     const digital = camera.zoom.position > kOptical * 1000;
-    setText($('zoom-note'), `${digital ? 'cropped' : 'wide – tele'}, to ${(camera.zoom.maximum / 1000).toFixed(0)}×`);
+    setText($('zoom-note'), `${digital ? 'cropped, ' : ''}of ${Math.round(camera.zoom.maximum / 1000)}×`);
   },
   onActivity(activity) {
     arrivals.add(activity);

@@ -45,8 +45,8 @@ const visible = (degrees) => Math.max(degrees, 1.6);
 
 export class Plan {
   constructor(svg) {
-    const street = add(svg, 'g', {class: 'street'});
-    add(street, 'path', {d: 'M-19 -70V70M-9 -70V70M-70 -9H70M-70 1H70', class: 'kerb', 'clip-path': 'circle(70px)'});
+    // The crossing, with the camera at its corner.
+    add(svg, 'path', {d: 'M-24 -74.2A78 78 0 0 1 -3 -77.9V-36H69.2A78 78 0 0 1 76.5 -15H-3V77.9A78 78 0 0 1 -24 74.2V-15H-76.5A78 78 0 0 1 -69.2 -36H-24Z', class: 'street'});
     add(svg, 'circle', {r: 78, class: 'rim'});
     ticks(svg, Array.from({length: 72}, (_, i) => i * 5), 78, (angle) => (angle % 90 === 0 ? 9 : angle % 30 === 0 ? 6 : 3));
     for (const angle of [0, 90, 180, 270]) {

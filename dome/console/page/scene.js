@@ -250,7 +250,9 @@ class Building {
     const [x, y] = [wall.corner[0] + (wall.along[0] * wall.length) / 2, wall.corner[1] + (wall.along[1] * wall.length) / 2];
     wall.distance = distanceTo(x, y);
     wall.middle = [x, y, this.height / 2];
-    wall.panes = {dark: [], bright: [], frames: []};
+    wall.panes = {dark: [], bright: [], frames: [], sheen: []};
+    wall.courses = [];
+    for (let z = 4.2; z < this.height - 0.6; z += 0.42) wall.courses.push(onWall(wall, 0, wall.length, z, z + 0.022));
     const storey = this.storey ?? 3.2;
     const columns = Math.max(2, Math.round(wall.length / (this.bay ?? 2.9)));
     const bay = wall.length / columns;
@@ -260,6 +262,10 @@ class Building {
         const to = (i + 1) * bay - bay * 0.22;
         const pane = onWall(wall, from, to, z + 0.5, z + storey * 0.78);
         (chance() < 0.2 ? wall.panes.bright : wall.panes.dark).push(pane);
+        const [low, high] = [z + 0.5, z + storey * 0.78];
+        const across = onWall(wall, from, to, low, high);
+        const [a, b] = onWall(wall, from, from + (to - from) * 0.62, low + (high - low) * 0.3, high);
+        wall.panes.sheen.push([a, across[2], across[3]], [across[0], b, [b[0], b[1], low + 0.12]]);
         wall.panes.frames.push(
           onWall(wall, (from + to) / 2 - 0.04, (from + to) / 2 + 0.04, z + 0.5, z + storey * 0.78),
           onWall(wall, from - 0.12, to + 0.12, z + 0.38, z + 0.5),
@@ -292,6 +298,8 @@ class Building {
     } else {
       lens.fill(onWall(wall, 0, wall.length, 4.6, this.height - 1), paint(mix(this.colour, [84, 104, 120], 0.3)));
     }
+    if (pixels > 22) lens.fillAll(wall.courses, paint(scale(this.colour, 0.93)));
+    if (pixels > 12) lens.fillAll(wall.panes.sheen, 'rgba(255,255,255,.09)');
     if (pixels > 9) {
       lens.fillAll(wall.panes.frames, paint(scale(this.colour, 1.12)));
       if (!this.plain) lens.fillAll(wall.posts, paint(scale(this.colour, 0.85)));
@@ -538,8 +546,8 @@ class Car {
     const w = this.width / 2;
     const shade = [[-l - 0.1, -w - 0.15], [l + 0.1, -w - 0.15], [l + 0.25, w + 0.35], [-l + 0.1, w + 0.35]];
     lens.fill(shade.map(([a, b]) => this.at(a, b, 0.01)), 'rgba(20,24,26,.34)');
-    this.drawSides(lens, l, w);
     this.drawBox(lens, [-l, l, w, 0.32], [-l + 0.06, l - 0.12, w - 0.05, 0.86], this.colour, false);
+    this.drawWheels(lens, l, w);
     this.drawBox(lens, [-l + 0.5, l - 1.0, w - 0.07, 0.86], [-l + 1.05, l - 1.85, w - 0.22, 1.43], [52, 64, 72], true);
     this.drawEnds(lens, l, w);
   }
@@ -566,8 +574,8 @@ class Car {
     lens.fill(roof, isCabin ? rgb(hazed(scale(this.colour, 1.06), this.distance)) : paint(1.0));
   }
 
-  drawSides(lens, l, w) {
-    const across = (this.sidesSeen().across > 0 ? 1 : -1) * (w - 0.02);
+  drawWheels(lens, l, w) {
+    const across = (this.sidesSeen().across > 0 ? 1 : -1) * (w + 0.01);
     for (const along of [-l + 0.85, l - 0.85]) {
       const wheel = [];
       for (let i = 0; i < 14; ++i) {
@@ -597,6 +605,7 @@ class Car {
 
 const kCycle = 26; // seconds of the traffic lights
 const kStopLine = 12.5;
+const kPark = 66; // the south-east block, from 13 to here, is none of houses
 
 /// The traffic: a lane is a line through the crossing, its cars drive it around and around.
 class Traffic {
@@ -687,18 +696,21 @@ function makeBuildings() {
   };
   for (const sx of [-1, 1]) {
     for (const sy of [-1, 1]) {
-      for (let d = 13, i = 0; d < 240; ++i) { // along the north-south road
+      const isPark = sx > 0 && sy < 0;
+      for (let d = isPark ? kPark : 13, i = 0; d < 240; ++i) { // along the north-south road
         const front = 12 + Math.floor(chance() * 4) * 2;
         add(sx * 13, sy * d, sx * 27, sy * (d + front), true, i < 2);
         d += front + (chance() < 0.15 ? 6 : 0.3);
       }
-      for (let d = 30, i = 0; d < 240; ++i) { // along the east-west road
+      for (let d = isPark ? kPark + 15 : 30, i = 0; d < 240; ++i) { // along the east-west road
         const front = 12 + Math.floor(chance() * 4) * 2;
         add(sx * d, sy * 13, sx * (d + front), sy * 27, false, i < 2);
         d += front + (chance() < 0.15 ? 6 : 0.3);
       }
     }
   }
+  for (let d = 30; d < kPark; d += 15) add(d, -kPark, d + 14.7, -kPark - 14, false, true); // the park's far sides
+  for (let d = 18; d < kPark + 12; d += 15) add(kPark + 15, -d, kPark + 29, -d - 14.7, true, true);
   for (let i = 0; i < 34; ++i) { // towers behind
     const azimuth = (i / 34) * 360 + chance() * 8;
     const [dx, dy] = direction(azimuth, 0);
@@ -713,7 +725,7 @@ function makeBuildings() {
 }
 
 function readingChart() {
-  return new Board(26, 40, 196, 9, 5.2, [
+  return new Board(46, -36, 297, 11, 2.6, [
     {text: 'OPEN TO THE ROAD', size: 1.1},
     {text: 'now with more sky than ever', size: 0.55},
     {text: 'Whoever reads this line has zoomed to about four times.', size: 0.22},
@@ -749,6 +761,10 @@ function makeThings() {
   board(96, 0, 270, 13, 6.2, [{text: '↑ AIRPORT  12', size: 0.66, left: true}, {text: '→ GARDENS  1', size: 0.66, left: true}], {posts: [-1, 1], postWidth: 0.3, ground: [26, 58, 110]});
   board(-96, 0, 90, 13, 6.2, [{text: '↑ HARBOUR  3', size: 0.66, left: true}, {text: '← LIGHTHOUSE  5', size: 0.66, left: true}], {posts: [-1, 1], postWidth: 0.3, ground: [26, 58, 110]});
   board(-9.2, 30, 150, 1.3, 1.2, [{text: 'BUS 12', size: 0.24}, {text: 'HARBOUR – GARDENS', size: 0.1}, {text: '6:04  6:24  6:44', size: 0.09}, {text: '7:00  7:12  7:24', size: 0.09}, {text: 'then every 12 minutes', size: 0.06}], {ground: [250, 246, 232], ink: [30, 40, 46]});
+  for (const [x, y] of [[25, -46], [36, -58], [58, -20], [62, -34], [58, -54], [44, -58], [28, -56], [19, -46], [20, -33], [66, -60], [53, -27]]) {
+    things.push(new Tree(x, y, 7 + (seed % 5), seed++ * 131));
+  }
+  board(15, -13.6, 330, 3.2, 0.7, [{text: 'ORCHARD PARK', size: 0.3}, {text: 'open from dawn to dusk', size: 0.14}], {ground: [66, 52, 40], posts: [-0.8, 0.8]});
   things.push(new TownHall(0, 262));
   const parked = [[6, 34, [0, 1], [70, 92, 120], 'OV 2011 A'], [6, 41, [0, 1], [210, 206, 196], 'OV 1783 B'], [-6, 48, [0, -1], [130, 44, 44], 'OV 1610 C'], [-6, -40, [0, -1], [62, 78, 66], 'OV 1905 D'], [36, -6, [1, 0], [188, 188, 186], 'OV 1534 E'], [-44, 6, [-1, 0], [214, 150, 60], 'OV 1441 F'], [6, -52, [0, 1], [40, 46, 54], 'OV 2112 G']];
   for (const [x, y, heading, colour, plate] of parked) things.push(new Car(null, 0, colour, plate).park(x, y, heading));
@@ -798,6 +814,7 @@ export class Street {
     this.buildings = makeBuildings();
     this.traffic = new Traffic();
     this.markings = roadMarkings();
+    this.paths = [[[14, -16, 0], [16, -14, 0], [66, -63, 0], [64, -65, 0]], [[14, -62, 0], [16, -64, 0], [66, -16, 0], [64, -14, 0]]];
     this.things = [...makeThings(), readingChart()];
     const coats = [[150, 62, 58], [60, 84, 116], [204, 178, 96], [88, 100, 84], [120, 100, 130], [190, 190, 186]];
     this.walkers = coats.map((coat, i) => new Walker(i % 2 ? 'x' : 'y', [8.9, -9.1, -8.9, 9.2, 11.6, -11.4][i], i * 47, (i % 3 ? 1 : -1) * (1.1 + i * 0.09), coat));
@@ -892,6 +909,11 @@ export class Street {
     lens.fill(flat(-6000, -6000, 6000, 6000), rgb([146, 152, 140]));
     const pavement = rgb([178, 176, 168]);
     lens.fillAll([flat(-13, -330, 13, 330), flat(-330, -13, 330, 13)], pavement);
+    lens.fill(flat(14, -kPark + 1, kPark, -14), rgb([122, 146, 96]));
+    lens.fillAll(this.paths, rgb([196, 188, 166]));
+    lens.fill(ring(40, -42, 5.2), rgb([196, 188, 166]));
+    lens.fill(ring(40, -42, 3.2), rgb([150, 156, 158]));
+    lens.fill(ring(40, -42, 2.8), rgb([104, 150, 172]));
     const asphalt = rgb([92, 96, 100]);
     lens.fill(flat(-7, -330, 7, 330), asphalt);
     lens.fill(flat(-330, -7, 330, 7), asphalt);

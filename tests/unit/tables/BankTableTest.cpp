@@ -1,0 +1,576 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+#include <random>
+#include <tuple>
+
+#include "io/OrvexSnmpAlarm.h"
+#include "io/OrvexSnmpRelay.h"
+#include "support/FakePlatform.h"
+#include "support/Journal.h"
+#include "tables/RealAgent.h"
+#include "tavos/msgbus/MsgBus.h"
+
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
+// The bank tables in the agent itself: its table handlers look rows up, keep them over the phases of a SET, and the
+// module replaces rows. Run under a memory checker, these tests show that no request goes on with a row that is gone.
+
+namespace {
+
+using journal::Lines;
+using testing::AnyOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::EndsWith;
+using testing::IsEmpty;
+using Banks = std::vector<std::pair<std::string, std::vector<bool>>>;
+
+enum class Table { kAlarm, kRelay };
+
+const Banks kThree = {{"BNK1", {true}}, {"BNK2", {false, true}}};
+const Banks kOne = {{"North", {true}}};
+const Banks kFive = {{"South", {true, true, false}},
+                     {"A bank with a name of more than twenty-four octets", {true, false}}};
+const Banks kNone = {};
+
+std::string ToText(const std::vector<oid>& name) {
+    std::string text;
+    for (const auto part : name) text += "." + std::to_string(part);
+    return text;
+}
+
+class TablesTest : public testing::Test {
+protected:
+    TablesTest() : _agent(RealAgent::Get()) {
+        ResetCamera();
+        Start(kThree);
+    }
+    ~TablesTest() override {
+        Camera().onCall = nullptr;
+        Stop();
+    }
+
+    void Start(const Banks& banks) {
+        SetBanks(banks);
+        _alarm = std::make_unique<OrvexSnmpAlarm>(_bus);
+        _relay = std::make_unique<OrvexSnmpRelay>(_bus);
+        EXPECT_EQ(_alarm->init_alarmTable(false), 0);
+        EXPECT_EQ(_relay->init_relayTable(false), 0);
+        journal::Clear();
+    }
+    void Stop() {
+        _relay.reset();
+        _alarm.reset();
+    }
+
+    static void SetBanks(const Banks& banks) {
+        Camera().alarms.banks = banks;
+        Camera().relays.banks = banks;
+    }
+
+    /// Changes the banks when the service's count is asked for the `nth` time (1 and up) from now on.
+    static void ChangeAtCount(int nth, const Banks& banks) {
+        auto remaining = std::make_shared<int>(nth);
+        Camera().onCall = [remaining, banks](const std::string& call) {
+            if ((call == "relay GetRelayCount" || call == "alarm GetAlarmCount") && --*remaining == 0) SetBanks(banks);
+        };
+    }
+
+    static std::vector<oid> Cell(Table table, oid column, oid row) {
+        const auto& root = table == Table::kAlarm ? OrvexSnmpOid::oid_alarm : OrvexSnmpOid::oid_relay;
+        std::vector<oid> name(std::begin(root), std::end(root));
+        name.insert(name.end(), {1, column, row});
+        return name;
+    }
+    static RealAgent::Binding Ask(Table table, oid column, oid row) { return {Cell(table, column, row), {}}; }
+    static RealAgent::Binding Put(oid row, long value, oid column = 3) {
+        RealAgent::Value integer;
+        integer.type = ASN_INTEGER;
+        integer.integer = value;
+        return {Cell(Table::kRelay, column, row), integer};
+    }
+    static std::string Line(Table table, oid column, oid row, const std::string& value) {
+        return ToText(Cell(table, column, row)) + " = " + value;
+    }
+
+    RealAgent::Answer Get(const std::vector<RealAgent::Binding>& bindings) {
+        return _agent.Send(SNMP_MSG_GET, bindings);
+    }
+    RealAgent::Answer Set(const std::vector<RealAgent::Binding>& bindings) {
+        return _agent.Send(SNMP_MSG_SET, bindings);
+    }
+
+    /// Everything below the table, by GETNEXT or, with repetitions, by GETBULK.
+    Lines Walk(Table table, long repetitions = 0) {
+        const auto& root = table == Table::kAlarm ? OrvexSnmpOid::oid_alarm : OrvexSnmpOid::oid_relay;
+        const std::vector<oid> start(std::begin(root), std::end(root));
+        Lines lines;
+        auto name = start;
+        for (int round = 0; round < 200; ++round) {
+            const auto answer =
+                _agent.Send(repetitions == 0 ? SNMP_MSG_GETNEXT : SNMP_MSG_GETBULK, {{name, {}}}, repetitions);
+            EXPECT_EQ(answer.error, SNMP_ERR_NOERROR);
+            if (answer.bindings.empty()) break;
+            for (const auto& binding : answer.bindings) {
+                const bool inside = binding.name.size() > start.size() &&
+                                    std::equal(start.begin(), start.end(), binding.name.begin()) &&
+                                    binding.value.type != SNMP_ENDOFMIBVIEW;
+                if (!inside) return lines;
+                EXPECT_GT(binding.name, name) << "the walk does not go forward";
+                name = binding.name;
+                lines.push_back(binding.Text());
+            }
+        }
+        ADD_FAILURE() << "the walk does not end";
+        return lines;
+    }
+
+    /// What a walk shows when the table has these banks.
+    static Lines Expected(Table table, const Banks& banks) {
+        Lines names, ids, states;
+        oid row = 0;
+        for (const auto& [bank, inputs] : banks) {
+            for (std::size_t id = 0; id < inputs.size(); ++id) {
+                ++row;
+                names.push_back(Line(table, 1, row, bank));
+                ids.push_back(Line(table, 2, row, std::to_string(id)));
+                states.push_back(Line(table, 3, row, inputs[id] ? "1" : "0"));
+            }
+        }
+        names.insert(names.end(), ids.begin(), ids.end());
+        names.insert(names.end(), states.begin(), states.end());
+        return names;
+    }
+
+    static Lines Driven() {
+        auto lines = journal::All("call relay SetRelay");
+        const auto cleared = journal::All("call relay ClearRelay");
+        lines.insert(lines.end(), cleared.begin(), cleared.end());
+        return lines;
+    }
+
+    RealAgent& _agent;
+    tavos::msgbus::MsgBus _bus;
+    std::unique_ptr<OrvexSnmpAlarm> _alarm;
+    std::unique_ptr<OrvexSnmpRelay> _relay;
+};
+
+class BothTablesTest : public TablesTest, public testing::WithParamInterface<Table> {};
+std::string TableName(const testing::TestParamInfo<Table>& parameter) {
+    return parameter.param == Table::kAlarm ? "Alarm" : "Relay";
+}
+INSTANTIATE_TEST_SUITE_P(Of, BothTablesTest, testing::Values(Table::kAlarm, Table::kRelay), TableName);
+
+// --- reads ---
+
+TEST_P(BothTablesTest, WalksShowEveryCellInOrder) {
+    EXPECT_THAT(Walk(GetParam()), ElementsAreArray(Expected(GetParam(), kThree)));
+    for (const long repetitions : {1, 2, 4, 9, 50}) {
+        EXPECT_THAT(Walk(GetParam(), repetitions), ElementsAreArray(Expected(GetParam(), kThree))) << repetitions;
+    }
+}
+
+TEST_P(BothTablesTest, WalksShowTheStatesOfTheMoment) {
+    SetBanks({{"BNK1", {false}}, {"BNK2", {true, false}}});
+    EXPECT_THAT(Walk(GetParam()), ElementsAreArray(Expected(GetParam(), Camera().alarms.banks)));
+}
+
+TEST_P(BothTablesTest, GetAnswersOneCell) {
+    EXPECT_THAT(Get({Ask(GetParam(), 1, 3)}).Text(), ElementsAre(Line(GetParam(), 1, 3, "BNK2")));
+    EXPECT_THAT(Get({Ask(GetParam(), 2, 3)}).Text(), ElementsAre(Line(GetParam(), 2, 3, "1")));
+    EXPECT_THAT(Get({Ask(GetParam(), 3, 3)}).Text(), ElementsAre(Line(GetParam(), 3, 3, "1")));
+}
+
+TEST_P(BothTablesTest, CellsThatAreNotThereDoNotExist) {
+    for (const auto& [column, row] : {std::pair<oid, oid>{3, 4}, {3, 0}, {4, 1}, {5, 1}, {0, 1}, {1, 0xFFFFFFFF}}) {
+        const auto answer = Get({Ask(GetParam(), column, row)});
+        EXPECT_EQ(answer.error, SNMP_ERR_NOERROR);
+        EXPECT_THAT(answer.Text(), ElementsAre(AnyOf(Line(GetParam(), column, row, "noSuchInstance"),
+                                                     Line(GetParam(), column, row, "noSuchObject"))));
+    }
+    auto longer = Ask(GetParam(), 3, 1);
+    longer.name.push_back(1);
+    const auto answer = Get({longer});
+    EXPECT_EQ(answer.error, SNMP_ERR_NOERROR);
+    EXPECT_THAT(answer.Text(), ElementsAre(EndsWith("noSuchInstance")));
+}
+
+TEST_P(BothTablesTest, MissingCellsDoNotDisturbTheOthersOfARequest) {
+    const auto answer = Get({Ask(GetParam(), 3, 9), Ask(GetParam(), 5, 1), Ask(GetParam(), 1, 1)});
+    EXPECT_EQ(answer.error, SNMP_ERR_NOERROR);
+    ASSERT_EQ(answer.bindings.size(), 3u);
+    EXPECT_THAT(answer.Text()[0], EndsWith("noSuchInstance"));
+    EXPECT_THAT(answer.Text()[1], testing::HasSubstr("noSuch"));
+    EXPECT_EQ(answer.Text()[2], Line(GetParam(), 1, 1, "BNK1"));
+}
+
+TEST_F(TablesTest, AlarmAnswersItsFirstCellLiveAndTheOthersFromTheStoredRows) {
+    SetBanks({{"BNK1", {false}}, {"BNK2", {true, false}}});
+    EXPECT_THAT(
+        Get({Ask(Table::kAlarm, 3, 1), Ask(Table::kAlarm, 3, 2), Ask(Table::kAlarm, 3, 3)}).Text(),
+        ElementsAre(Line(Table::kAlarm, 3, 1, "0"), Line(Table::kAlarm, 3, 2, "0"), Line(Table::kAlarm, 3, 3, "1")));
+}
+
+TEST_F(TablesTest, RelayAnswersEveryCellLive) {
+    SetBanks({{"BNK1", {false}}, {"BNK2", {true, false}}});
+    EXPECT_THAT(
+        Get({Ask(Table::kRelay, 3, 1), Ask(Table::kRelay, 3, 2), Ask(Table::kRelay, 3, 3)}).Text(),
+        ElementsAre(Line(Table::kRelay, 3, 1, "0"), Line(Table::kRelay, 3, 2, "1"), Line(Table::kRelay, 3, 3, "0")));
+}
+
+TEST_P(BothTablesTest, TablesWithoutEntriesShowNothing) {
+    SetBanks(kNone);
+    EXPECT_THAT(Walk(GetParam()), IsEmpty());
+    EXPECT_THAT(Walk(GetParam(), 10), IsEmpty());
+    EXPECT_THAT(Get({Ask(GetParam(), 1, 1)}).Text(), ElementsAre(Line(GetParam(), 1, 1, "noSuchInstance")));
+}
+
+TEST_P(BothTablesTest, WholeRequestIsLoggedFromItsEntryToItsEndOnce) {
+    Get({Ask(GetParam(), 1, 1)});
+    const std::string handler = GetParam() == Table::kAlarm ? "handle_alarmStates" : "handle_relayStates";
+    EXPECT_THAT(journal::Logged(8), Contains(handler + ": Enter.").Times(1));
+    EXPECT_THAT(journal::Logged(8), Contains(handler + ": Done.").Times(1));
+    EXPECT_EQ(journal::Logged().front(), "8 " + handler + ": Enter.");
+    EXPECT_EQ(journal::Logged().back(), "8 " + handler + ": Done.");
+}
+
+// --- banks that change between requests ---
+
+TEST_P(BothTablesTest, NextRequestServesTheNewBanks) {
+    for (const auto& banks : {kFive, kOne, kNone, kThree, kNone, kFive, kThree, kOne}) {
+        SetBanks(banks);
+        EXPECT_THAT(Walk(GetParam()), ElementsAreArray(Expected(GetParam(), banks)));
+        EXPECT_THAT(Walk(GetParam(), 7), ElementsAreArray(Expected(GetParam(), banks)));
+    }
+}
+
+TEST_P(BothTablesTest, RequestThatFindsNewBanksIsAnsweredFromThem) {
+    SetBanks(kFive);
+    EXPECT_THAT(Get({Ask(GetParam(), 1, 5)}).Text(), ElementsAre(Line(GetParam(), 1, 5, kFive[1].first)));
+    SetBanks(kOne);
+    EXPECT_THAT(Get({Ask(GetParam(), 1, 1), Ask(GetParam(), 1, 5)}).Text(),
+                ElementsAre(Line(GetParam(), 1, 1, "North"), Line(GetParam(), 1, 5, "noSuchInstance")));
+}
+
+TEST_F(TablesTest, RebuiltAlarmRowsHaveStateZeroUntilTheyAreReadLive) {
+    SetBanks(kFive);
+    EXPECT_THAT(Get({Ask(Table::kAlarm, 3, 1), Ask(Table::kAlarm, 3, 2)}).Text(),
+                ElementsAre(Line(Table::kAlarm, 3, 1, "1"), Line(Table::kAlarm, 3, 2, "0")));
+}
+
+TEST_P(BothTablesTest, WalkGoesOnWhileTheBanksChangeUnderIt) {
+    for (const long repetitions : {0, 1, 3, 10}) {
+        for (int nth = 1; nth <= 12; ++nth) {
+            for (const auto& banks : {kFive, kOne, kNone}) {
+                SetBanks(kThree);
+                Walk(GetParam());
+                ChangeAtCount(nth, banks);
+                Walk(GetParam(), repetitions);
+                Camera().onCall = nullptr;
+                SetBanks(banks);
+                EXPECT_THAT(Walk(GetParam()), ElementsAreArray(Expected(GetParam(), banks)));
+            }
+        }
+    }
+}
+
+// --- sets ---
+
+TEST_F(TablesTest, SetOfOneEnergisesAndAnythingElseReleases) {
+    EXPECT_EQ(Set({Put(3, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_EQ(Set({Put(1, 0)}).error, SNMP_ERR_NOERROR);
+    const auto answer = Set({Put(2, 5)});
+    EXPECT_EQ(answer.error, SNMP_ERR_NOERROR);
+    EXPECT_THAT(answer.Text(), ElementsAre(Line(Table::kRelay, 3, 2, "5")));
+    EXPECT_THAT(journal::All("call relay SetRelay"), ElementsAre("call relay SetRelay BNK2 1 1"));
+    EXPECT_THAT(journal::All("call relay ClearRelay"),
+                ElementsAre("call relay ClearRelay BNK1 0 0", "call relay ClearRelay BNK2 0 0"));
+}
+
+TEST_F(TablesTest, SetOfSeveralRowsDrivesTheLastOncePerRow) {
+    EXPECT_EQ(Set({Put(1, 0), Put(2, 0), Put(3, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK2 1 1", "call relay SetRelay BNK2 1 1",
+                                      "call relay SetRelay BNK2 1 1"));
+    EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kThree)));
+}
+
+TEST_F(TablesTest, SetOfOneRowTwiceIsCarriedOut) {
+    EXPECT_EQ(Set({Put(1, 0), Put(1, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK1 0 1", "call relay SetRelay BNK1 0 1"));
+    EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kThree)));
+}
+
+TEST_F(TablesTest, WrongTypeIsRefused) {
+    RealAgent::Value octets;
+    octets.type = ASN_OCTET_STR;
+    octets.octets = "1";
+    const auto answer = Set({Put(1, 1), {Cell(Table::kRelay, 3, 2), octets}});
+    EXPECT_EQ(answer.error, SNMP_ERR_WRONGTYPE);
+    EXPECT_EQ(answer.index, 2);
+    EXPECT_THAT(Driven(), IsEmpty());
+}
+
+TEST_F(TablesTest, OtherColumnsOfTheRelayTableAreNotWritable) {
+    for (const oid column : {oid{1}, oid{2}}) {
+        EXPECT_EQ(Set({Put(1, 1, column)}).error, SNMP_ERR_NOTWRITABLE) << column;
+    }
+    EXPECT_THAT(Driven(), IsEmpty());
+}
+
+TEST_F(TablesTest, RelaysThatAreNotThereCannotBeMade) {
+    for (const oid row : {oid{0}, oid{4}, oid{0xFFFFFFFF}}) {
+        EXPECT_EQ(Set({Put(row, 1)}).error, SNMP_ERR_NOCREATION) << row;
+    }
+    EXPECT_THAT(Driven(), IsEmpty());
+}
+
+TEST_F(TablesTest, NoCellOfTheAlarmTableCanBeSetAndTheServiceIsNotAsked) {
+    SetBanks(kOne);
+    for (const oid column : {oid{1}, oid{2}, oid{3}}) {
+        auto put = Put(1, 1, column);
+        put.name = Cell(Table::kAlarm, column, 1);
+        journal::Clear();
+        EXPECT_THAT(Set({put}).error, AnyOf(SNMP_ERR_NOTWRITABLE, SNMP_ERR_GENERR));
+        EXPECT_THAT(journal::Calls(), IsEmpty());
+    }
+    EXPECT_THAT(Walk(Table::kAlarm), ElementsAreArray(Expected(Table::kAlarm, kOne)));
+}
+
+TEST_F(TablesTest, FailedCommitIsReported) {
+    Camera().failing = {"relay.SetRelay"};
+    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_GENERR);
+    Camera().failing.clear();
+    EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kThree)));
+    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
+}
+
+// --- banks that change between the phases of a set ---
+
+// A successful SET is four phases; each asks for the count once, before anything else.
+constexpr int kPhases = 4;
+
+class ChangingSetTest : public TablesTest, public testing::WithParamInterface<int> {};
+INSTANTIATE_TEST_SUITE_P(Phase, ChangingSetTest, testing::Range(1, kPhases + 1), testing::PrintToStringParamName());
+
+TEST_P(ChangingSetTest, SetDrivesTheRelayThatItsRowNamedOrNone) {
+    for (const auto& banks : {kFive, kOne, kNone}) {
+        for (const oid row : {oid{1}, oid{3}}) {
+            SetBanks(kThree);
+            Walk(Table::kRelay);
+            journal::Clear();
+            ChangeAtCount(GetParam(), banks);
+            const auto answer = Set({Put(row, 1)});
+            EXPECT_NE(answer.error, -1);
+            Camera().onCall = nullptr;
+            const std::string before = row == 1 ? "BNK1 0" : "BNK2 1";
+            // Before the row is looked up the new banks count, and after it is remembered the old ones.
+            for (const auto& line : Driven()) {
+                if (GetParam() <= 2) {
+                    EXPECT_NE(line, "call relay SetRelay " + before + " 1");
+                } else {
+                    EXPECT_EQ(line, "call relay SetRelay " + before + " 1");
+                }
+            }
+            EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, banks)));
+        }
+    }
+}
+
+TEST_P(ChangingSetTest, SetOfSeveralRowsTouchesNoRowThatIsGone) {
+    for (const auto& banks : {kFive, kOne, kNone}) {
+        SetBanks(kThree);
+        Walk(Table::kRelay);
+        ChangeAtCount(GetParam(), banks);
+        EXPECT_NE(Set({Put(3, 1), Put(1, 0), Put(2, 1), Put(3, 0)}).error, -1);
+        Camera().onCall = nullptr;
+        EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, banks)));
+        EXPECT_THAT(Walk(Table::kRelay, 6), ElementsAreArray(Expected(Table::kRelay, banks)));
+    }
+}
+
+TEST_P(ChangingSetTest, NextSetFindsTheNewRows) {
+    for (const auto& banks : {kFive, kOne, kNone}) {
+        SetBanks(kThree);
+        Walk(Table::kRelay);
+        ChangeAtCount(GetParam(), banks);
+        Set({Put(2, 1)});
+        Camera().onCall = nullptr;
+        journal::Clear();
+        EXPECT_EQ(Set({Put(1, 1)}).error, banks.empty() ? SNMP_ERR_NOCREATION : SNMP_ERR_NOERROR);
+        EXPECT_EQ(Driven(), banks.empty() ? Lines{} : Lines{"call relay SetRelay " + banks[0].first + " 0 1"});
+    }
+}
+
+TEST_P(ChangingSetTest, FailedCommitTouchesNoRowThatIsGone) {
+    for (const auto& banks : {kFive, kOne, kNone}) {
+        SetBanks(kThree);
+        Walk(Table::kRelay);
+        Camera().failing = {"relay.SetRelay"};
+        ChangeAtCount(GetParam(), banks);
+        EXPECT_NE(Set({Put(1, 1), Put(2, 1)}).error, -1);
+        Camera().onCall = nullptr;
+        Camera().failing.clear();
+        EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, banks)));
+    }
+}
+
+/// An object next to the tables that fails in one phase of a SET.
+class Spoiler {
+public:
+    explicit Spoiler(int mode) {
+        s_mode = mode;
+        _registration = netsnmp_create_handler_registration("spoiler", &Spoiler::Handle, kName, OID_LENGTH(kName),
+                                                            HANDLER_CAN_RWRITE);
+        EXPECT_EQ(netsnmp_register_instance(_registration), MIB_REGISTERED_OK);
+    }
+    ~Spoiler() { netsnmp_unregister_handler(_registration); }
+    Spoiler(const Spoiler&) = delete;
+    Spoiler& operator=(const Spoiler&) = delete;
+
+    static RealAgent::Binding Put() {
+        RealAgent::Value one;
+        one.type = ASN_INTEGER;
+        one.integer = 1;
+        return {std::vector<oid>(std::begin(kName), std::end(kName)), one};
+    }
+
+private:
+    static int Handle(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
+                      netsnmp_request_info* requests) {
+        if (info->mode != s_mode) return SNMP_ERR_NOERROR;
+        netsnmp_set_request_error(info, requests, SNMP_ERR_RESOURCEUNAVAILABLE);
+        return SNMP_ERR_RESOURCEUNAVAILABLE;
+    }
+
+    static constexpr oid kName[] = {1, 3, 6, 1, 4, 1, ORVEX_ENTERPRISE_NUMBER, 1, 3, 9, 0};
+    static int s_mode;
+    netsnmp_handler_registration* _registration;
+};
+int Spoiler::s_mode = 0;
+
+TEST_F(TablesTest, SetThatFailsElsewhereIsTakenBackWhateverChangesMeanwhile) {
+    const std::tuple<int, int> modesAndCounts[] = {
+        {MODE_SET_RESERVE1, 2}, {MODE_SET_RESERVE2, 3}, {MODE_SET_ACTION, 4}, {MODE_SET_COMMIT, 4}};
+    for (const auto& [mode, counts] : modesAndCounts) {
+        const Spoiler spoiler(mode);
+        for (int nth = 1; nth <= counts; ++nth) {
+            for (const auto& banks : {kFive, kOne, kNone}) {
+                SetBanks(kThree);
+                Walk(Table::kRelay);
+                ChangeAtCount(nth, banks);
+                EXPECT_NE(Set({Put(1, 1), Spoiler::Put(), Put(3, 0)}).error, SNMP_ERR_NOERROR);
+                Camera().onCall = nullptr;
+                SetBanks(banks);
+                EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, banks)));
+            }
+        }
+    }
+}
+
+TEST_F(TablesTest, UndoneSetDrivesNothing) {
+    const Spoiler spoiler(MODE_SET_ACTION);
+    EXPECT_NE(Set({Put(1, 1), Spoiler::Put()}).error, SNMP_ERR_NOERROR);
+    EXPECT_THAT(Driven(), IsEmpty());
+    EXPECT_THAT(journal::Logged(6), Contains("handle_relayStates: newRelayState in MODE_SET_UNDO is 1"));
+    EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kThree)));
+}
+
+// --- registration ---
+
+#ifdef __SANITIZE_ADDRESS__
+/// The agent's library does not free its own description of a table whose registration it refuses.
+struct ExpectedLeak {
+    ExpectedLeak() { __lsan_disable(); }
+    ~ExpectedLeak() { __lsan_enable(); }
+    ExpectedLeak(const ExpectedLeak&) = delete;
+    ExpectedLeak& operator=(const ExpectedLeak&) = delete;
+};
+#else
+struct ExpectedLeak {
+    ~ExpectedLeak() {}
+};
+#endif
+
+TEST_F(TablesTest, TablesGoAndComeBackWithTheirProviders) {
+    for (int i = 0; i < 5; ++i) {
+        Stop();
+        EXPECT_THAT(Get({Ask(Table::kRelay, 1, 1)}).Text(), ElementsAre(Line(Table::kRelay, 1, 1, "noSuchObject")));
+        EXPECT_THAT(Walk(Table::kAlarm), IsEmpty());
+        Start(i % 2 == 0 ? kFive : kThree);
+        EXPECT_THAT(Walk(Table::kAlarm), ElementsAreArray(Expected(Table::kAlarm, Camera().alarms.banks)));
+        EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
+    }
+}
+
+TEST_F(TablesTest, RegistrationThatTheAgentRefusesIsTriedAgain) {
+    Stop();
+    for (const auto table : {Table::kAlarm, Table::kRelay}) {
+        const auto& root = table == Table::kAlarm ? OrvexSnmpOid::oid_alarm : OrvexSnmpOid::oid_relay;
+        const auto passOn = [](netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info*,
+                               netsnmp_request_info*) { return SNMP_ERR_NOERROR; };
+        auto* occupant =
+            netsnmp_create_handler_registration("occupant", passOn, root, OID_LENGTH(root), HANDLER_CAN_RWRITE);
+        ASSERT_EQ(netsnmp_register_handler(occupant), MIB_REGISTERED_OK);
+        OrvexSnmpAlarm alarm(_bus);
+        OrvexSnmpRelay relay(_bus);
+        const auto build = [&](bool update) {
+            return table == Table::kAlarm ? alarm.init_alarmTable(update) : relay.init_relayTable(update);
+        };
+        {
+            const ExpectedLeak expectedLeak;
+            EXPECT_EQ(build(false), -1);
+            EXPECT_EQ(build(true), -1);
+        }
+        netsnmp_unregister_handler(occupant);
+        EXPECT_EQ(build(true), 0);
+        EXPECT_THAT(Walk(table), ElementsAreArray(Expected(table, kThree)));
+    }
+    Start(kThree);
+}
+
+// --- everything at once ---
+
+TEST_F(TablesTest, AnyRequestsWhileAnythingChangesAtAnyTime) {
+    std::mt19937 random(20240229);
+    const auto below = [&](unsigned bound) { return random() % bound; };
+    const Banks banks[] = {kThree, kOne, kFive, kNone};
+    const char* const failures[] = {"relay.SetRelay",     "relay.GetRelayState", "relay.GetRelayCount",
+                                    "relay.GetBankNames", "alarm.GetBankNames",  "alarm.GetAlarmState"};
+    for (int i = 0; i < 3000; ++i) {
+        Camera().onCall = [&](const std::string&) {
+            if (below(4) == 0) SetBanks(banks[below(4)]);
+            if (below(16) == 0) Camera().failing = {failures[below(6)]};
+            if (below(4) == 0) Camera().failing.clear();
+        };
+        std::vector<RealAgent::Binding> bindings;
+        const int command = std::array{SNMP_MSG_GET, SNMP_MSG_GETNEXT, SNMP_MSG_GETBULK, SNMP_MSG_SET}[below(4)];
+        for (unsigned n = 1 + below(4); n > 0; --n) {
+            const auto table = below(2) == 0 && command != SNMP_MSG_SET ? Table::kAlarm : Table::kRelay;
+            bindings.push_back(command == SNMP_MSG_SET ? Put(1 + below(4), static_cast<long>(below(2)))
+                                                       : Ask(table, below(5), below(6)));
+        }
+        EXPECT_NE(_agent.Send(command, bindings, 1 + below(8)).error, -1);
+        journal::Clear();
+    }
+    Camera().onCall = nullptr;
+    Camera().failing.clear();
+    for (const auto& last : banks) {
+        SetBanks(last);
+        // Banks of the same number as those before are not noticed; these are seen through a different number.
+        for (const auto table : {Table::kAlarm, Table::kRelay}) {
+            const auto lines = Walk(table);
+            EXPECT_EQ(lines.size(), Expected(table, last).size());
+        }
+    }
+    SetBanks(kOne);
+    Walk(Table::kAlarm);
+    EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kOne)));
+}
+
+}  // namespace

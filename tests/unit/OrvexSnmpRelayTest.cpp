@@ -668,6 +668,24 @@ TEST_F(RelayTest, PendingRowIsThatOfReserve2AndNotOfTheCommit) {
     EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK1 0 1"));
 }
 
+// The relay that a commit would drive must be that of the row, or none: never one that an earlier SET has left behind.
+
+TEST_F(RelayTest, SetWhoseBanksCannotBeReadFailsBeforeItDrivesTheRelayOfAnEarlierSet) {
+    BuildTwoBanks();
+    CellRequest earlier(3, 1);
+    earlier.WithInteger(0);
+    EXPECT_EQ(Set(earlier), SNMP_ERR_NOERROR);
+    journal::Clear();
+    Camera().onCall = [names = 0](const std::string& call) mutable {
+        if (call == "relay GetBankNames") Camera().failing.clear();
+        if (call == "relay GetBankNames" && ++names == 1) Camera().failing = {"relay.GetBankNames"};
+    };
+    CellRequest request(3, 3);
+    request.WithInteger(1);
+    EXPECT_EQ(Set(request), SNMP_ERR_GENERR);
+    EXPECT_THAT(Driven(), IsEmpty());
+}
+
 // --- outputStatus ---
 
 class OutputStatusTest : public RelayTest {

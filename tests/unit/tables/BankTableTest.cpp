@@ -420,6 +420,34 @@ TEST_P(ChangingSetTest, FailedCommitTouchesNoRowThatIsGone) {
     }
 }
 
+TEST_F(TablesTest, HandlersCalledWithoutTheAgentAfterARequestDoAllTheirStepsThemselves) {
+    Walk(Table::kAlarm);
+    Set({Put(1, 1)});
+    const std::pair<Netsnmp_Node_Handler*, const char*> handlers[] = {
+        {&OrvexSnmpAlarm::handle_alarmStates, "alarm GetAlarmCount"},
+        {&OrvexSnmpRelay::handle_relayStates, "relay GetRelayCount"}};
+    for (const auto& [handler, call] : handlers) {
+        journal::Clear();
+        netsnmp_variable_list variable{};
+        netsnmp_request_info request{};
+        request.requestvb = &variable;
+        netsnmp_agent_request_info info{};
+        info.mode = MODE_GET;
+        EXPECT_EQ(handler(nullptr, nullptr, &info, &request), SNMP_ERR_NOERROR);
+        EXPECT_THAT(journal::Calls(), ElementsAre(call));
+    }
+}
+
+TEST_F(TablesTest, TableThatIsRebuiltBetweenRequestsIsServedAtOnce) {
+    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
+    SetBanks({{"Other", {true, true, true}}});  // as many: a request would not notice
+    EXPECT_EQ(_relay->init_relayTable(true), 0);
+    EXPECT_EQ(_alarm->init_alarmTable(true), 0);
+    EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, Camera().relays.banks)));
+    EXPECT_THAT(Get({Ask(Table::kAlarm, 2, 1), Ask(Table::kAlarm, 1, 2)}).Text(),
+                ElementsAre(Line(Table::kAlarm, 2, 1, "0"), Line(Table::kAlarm, 1, 2, "Other")));
+}
+
 /// An object next to the tables that fails in one phase of a SET.
 class Spoiler {
 public:

@@ -1,0 +1,89 @@
+"""A headless Chromium, and what the tests do with the console's page in it."""
+
+import base64
+import shutil
+import tempfile
+
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.by import By
+
+from desk import await_until
+
+DRIVER = "/usr/bin/chromedriver"
+OPTIONS = ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+           "--disable-background-networking", "--disable-component-update", "--disable-sync", "--disable-dev-shm-usage",
+           "--hide-scrollbars"]
+
+# What the picture looks like, in 32 x 18 coarse dots.
+PICTURE = """
+const small = document.createElement('canvas');
+[small.width, small.height] = [32, 18];
+const context = small.getContext('2d');
+context.drawImage(document.getElementById('picture'), 0, 0, 32, 18);
+return [...context.getImageData(0, 0, 32, 18).data];
+"""
+
+
+class Browser:
+    def __enter__(self):
+        self._folder = tempfile.mkdtemp(prefix="orvex-browser-")
+        options = webdriver.ChromeOptions()
+        for option in [*OPTIONS, f"--user-data-dir={self._folder}"]:
+            options.add_argument(option)
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        try:
+            self.driver = webdriver.Chrome(service=Service(DRIVER), options=options)
+        except BaseException:
+            shutil.rmtree(self._folder, ignore_errors=True)
+            raise
+        self.driver.set_script_timeout(30)
+        self.driver.set_page_load_timeout(60)
+        return self
+
+    def __exit__(self, *_):
+        self.driver.quit()
+        shutil.rmtree(self._folder, ignore_errors=True)
+
+    def look(self, width=1440, height=900, scheme="light", still=True):
+        """The window's size and what the page's media queries see."""
+        self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
+            "width": width, "height": height, "deviceScaleFactor": 1, "mobile": width < 500})
+        self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [
+            {"name": "prefers-color-scheme", "value": scheme},
+            {"name": "prefers-reduced-motion", "value": "reduce" if still else "no-preference"}]})
+
+    def open(self, camera, **look):
+        self.look(**look)
+        self.driver.get(camera.url)
+        self.await_text("link", "Live")
+        await_until(lambda: self.text("pan-value") != "–", "the page shows the camera", 30)
+
+    def find(self, name):
+        return self.driver.find_element(By.ID, name)
+
+    def all(self, selector):
+        return self.driver.find_elements(By.CSS_SELECTOR, selector)
+
+    def text(self, name):
+        return self.run("return document.getElementById(arguments[0]).textContent", name)
+
+    def run(self, script, *arguments):
+        return self.driver.execute_script(script, *arguments)
+
+    def await_text(self, name, text, seconds=30):
+        await_until(lambda: self.text(name) == text, f"{name} shows {text!r}", seconds)
+
+    def picture(self):
+        return self.run(PICTURE)
+
+    def difference(self, one, other):
+        """The mean difference of two pictures' dots, 0 to 255."""
+        return sum(abs(a - b) for a, b in zip(one, other)) / len(one)
+
+    def screenshot(self):
+        return base64.b64decode(self.driver.execute_cdp_cmd("Page.captureScreenshot", {"format": "png"})["data"])
+
+    def complaints(self):
+        """What the page or the browser has written to the console."""
+        return [entry["message"] for entry in self.driver.get_log("browser")]

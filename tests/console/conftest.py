@@ -1,0 +1,49 @@
+import pathlib
+import sys
+
+import pytest
+
+sys.path[:0] = [str(pathlib.Path(__file__).parents[1] / "agent"), str(pathlib.Path(__file__).parent)]
+
+import browser as browsers  # noqa: E402
+from consoles import ConsoleDesk  # noqa: E402
+from tools import Tools  # noqa: E402
+
+
+@pytest.fixture(scope="module")
+def running():
+    """One running desk camera with a console, and with an agent in front of it, for all tests of a file."""
+    desk = ConsoleDesk()
+    try:
+        desk.start()
+    except BaseException:
+        desk.close()
+        raise
+    yield desk
+    desk.close()
+
+
+@pytest.fixture
+def camera(running):
+    """The file's running desk camera, as new."""
+    running.make_new()
+    return running
+
+
+@pytest.fixture
+def desk():
+    """A desk camera of the test's own, with nothing started yet."""
+    desk = ConsoleDesk()
+    yield desk
+    desk.close()
+
+
+@pytest.fixture
+def tools(running):
+    return Tools(running)
+
+
+@pytest.fixture(scope="module")
+def browser():
+    with browsers.Browser() as browser:
+        yield browser

@@ -1,0 +1,148 @@
+"""A desk camera with a console, and what speaks HTTP with it."""
+
+import contextlib
+import http.client
+import json
+import random
+import socket
+
+from desk import BUILD, Desk
+
+
+def free_tcp_port():
+    """A port that nobody has, below those that the kernel gives to clients."""
+    while True:
+        port = random.randint(20000, 32000)
+        with socket.socket() as probe:
+            try:
+                probe.bind(("127.0.0.1", port))
+                return port
+            except OSError:
+                continue
+
+
+class Answer:
+    def __init__(self, response):
+        self.status, self.body = response.status, response.read()
+        self.headers = {name.lower(): value for name, value in response.getheaders()}
+
+    @property
+    def json(self):
+        return json.loads(self.body)
+
+
+class ConsoleDesk(Desk):
+    def __init__(self):
+        super().__init__()
+        self.console_port = free_tcp_port()
+        self.console_options = ["--console-port", self.console_port, "--agent-port", self.port]
+
+    def start_dome(self):
+        self.launch_dome()
+        self._await("dome", lambda: "ready" in self.output("dome").splitlines())
+
+    def launch_dome(self):
+        """Starts the dome without waiting for it."""
+        self._launch("dome", [BUILD / "bin" / "orvex-dome", "--state", self.state, *self.console_options])
+
+    @property
+    def url(self):
+        return f"http://127.0.0.1:{self.console_port}/"
+
+    def request(self, method, path, body=None, **headers):
+        """One request on a connection of its own; underscores in the headers' names stand for hyphens. A Host of None
+        leaves the header away."""
+        connection = http.client.HTTPConnection("127.0.0.1", self.console_port, timeout=20)
+        names = {name.replace("_", "-"): value for name, value in headers.items()}
+        try:
+            connection.putrequest(method, path, skip_host="Host" in names, skip_accept_encoding=True)
+            for name, value in names.items():
+                if value is not None:
+                    connection.putheader(name, value)
+            if body is not None:
+                connection.putheader("Content-Length", str(len(body)))
+            connection.endheaders(body)
+            return Answer(connection.getresponse())
+        finally:
+            connection.close()
+
+    def get(self, path, **headers):
+        return self.request("GET", path, **headers)
+
+    def post(self, path, value, **headers):
+        body = value if isinstance(value, bytes) else json.dumps(value).encode()
+        headers.setdefault("Content_Type", "application/json")
+        return self.request("POST", path, body, **headers)
+
+    def control(self, *words):
+        answer = self.post("/api/control", {"words": [str(word) for word in words]})
+        assert answer.status == 200, answer.body
+        return answer
+
+    def call(self, service, operation, *arguments):
+        return self.post("/api/call", {"service": service, "operation": operation, "args": list(arguments)})
+
+    def console_state(self):
+        return self.get("/api/state").json
+
+    def make_new(self):
+        """Puts the camera into the state in which it is started, at rest."""
+        for service in self.dome_state()["faults"]:
+            self.domectl("fault", service, "ok")
+        self.domectl("banks", "alarm")  # so that no state stays
+        self.domectl("banks", "relay")
+        for kind in ("alarm", "relay"):
+            self.domectl("banks", kind, "BNK1=4", "BNK2=2")
+        for words in (["zoom-max", 20000], ["pan", 0], ["tilt", 0], ["zoom", 1000], ["auto-focus", 1], ["auto-iris", 1],
+                      ["focus", 50], ["iris", 50], ["temperature", 0, 25], ["temperature", 1, 22], ["voltage", 0],
+                      ["power", 0]):
+            self.domectl("set", *words)
+        self.clear_calls()
+
+    def open_stream(self, receive_buffer=None, timeout=20):
+        """A socket on which the event stream was asked for; nothing has been read yet."""
+        stream = socket.socket()
+        if receive_buffer:
+            stream.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
+        stream.settimeout(timeout)
+        stream.connect(("127.0.0.1", self.console_port))
+        stream.sendall(b"GET /api/stream HTTP/1.1\r\nHost: localhost\r\n\r\n")
+        return stream
+
+    @contextlib.contextmanager
+    def events(self):
+        with self.open_stream() as stream:
+            yield Events(stream)
+
+
+class Events:
+    """The events of a stream, one after the other: (name, data)."""
+
+    def __init__(self, stream):
+        self._file = stream.makefile("rb")
+        status = self._file.readline()
+        assert status.startswith(b"HTTP/1.1 200 "), status
+        self.headers = {}
+        for line in iter(self._file.readline, b"\r\n"):
+            name, _, value = line.decode().partition(":")
+            self.headers[name.lower()] = value.strip()
+
+    def __iter__(self):
+        return self
+
+    def __next__(self):
+        name = data = None
+        while True:
+            line = self._file.readline().decode()
+            if not line:
+                raise StopIteration
+            if line.startswith("event: "):
+                name = line[7:].rstrip("\n")
+            elif line.startswith("data: "):
+                data = json.loads(line[6:])
+            elif line == "\n" and name:
+                return name, data
+
+    def next(self, name):
+        """The next event of that name."""
+        return next(data for found, data in self if found == name)

@@ -1,0 +1,173 @@
+"""The console's API: state, actions, what is written down of them."""
+
+import json
+
+import pytest
+
+from desk import await_until
+
+
+def activities(camera):
+    return camera.get("/api/activities").json
+
+
+def last_activity(camera):
+    found = activities(camera)[-1]
+    return found["source"], found["service"], found["call"], found["args"], found["outcome"]
+
+
+def test_the_state_is_domectls(camera):
+    answer = camera.get("/api/state")
+    assert (answer.status, answer.headers["content-type"]) == (200, "application/json")
+    assert answer.headers["cache-control"] == "no-store"
+    assert answer.json == camera.dome_state()
+
+
+@pytest.mark.parametrize(
+    "words, key, value",
+    [
+        (["set", "alarm", "BNK2", 0, 1], "alarm", {"BNK1": [False] * 4, "BNK2": [True, False]}),
+        (["set", "relay", "BNK1", 3, 1], "relay", {"BNK1": [False] * 3 + [True], "BNK2": [False] * 2}),
+        (["set", "temperature", 1, -7], "temperature", [25, -7]),
+        (["set", "voltage", 2], "voltage", 2),
+        (["set", "power", 1], "power", 1),
+        (["banks", "alarm", "X=1"], "alarm", {"X": [False]}),
+    ],
+    ids=lambda value: " ".join(map(str, value)) if isinstance(value, list) else None,
+)
+def test_control_does_what_domectl_does(camera, words, key, value):
+    assert camera.control(*words).json == {"outcome": "ok"}
+    assert camera.dome_state()[key] == value
+
+
+@pytest.mark.parametrize("fault", ["fail", "hang", "gone", "ok"])
+def test_a_fault_is_switched(camera, fault):
+    camera.control("fault", "tilt", fault)
+    assert camera.dome_state()["faults"]["tilt"] == fault
+
+
+@pytest.mark.parametrize(
+    "words", [["set", "pan", "north"], ["set", "alarm", "BNK9", "0", "1"], ["fault", "pan", "late"], ["set"]], ids=" ".join)
+def test_what_domectl_refuses_is_refused(camera, words):
+    answer = camera.post("/api/control", {"words": words})
+    assert answer.status == 422
+    assert answer.json["error"] in camera.try_domectl(*words).stderr or words == ["set"]
+    assert camera.dome_state() == camera.console_state()
+
+
+def test_a_call_moves_the_camera(camera):
+    assert camera.call("pan", "SetPositionAtSpeed", 40000, 1, 300).json == {"outcome": "ok"}
+    await_until(lambda: camera.console_state()["pan"]["position"] == 40000, "the axis stands at 40 degrees")
+    assert last_activity(camera) == ("console", "pan", "SetPositionAtSpeed", ["40000", "1", "300"], "ok")
+    assert camera.calls() == [], "a call of the console is none from the bus"
+
+
+@pytest.mark.parametrize(
+    "service, operation, arguments, key, value",
+    [
+        ("iris", "SetAutoIris", [False], ("iris", "auto"), False),
+        ("focus", "SetAutoFocus", [False], ("focus", "auto"), False),
+        ("relay", "SetRelay", ["BNK2", 1, 1], ("relay", "BNK2"), [False, True]),
+        ("zoom", "SetMaxMagnificationThousandthsX", [40000], ("zoom", "maximum"), 40000),
+    ],
+)
+def test_calls_of_every_kind_of_argument(camera, service, operation, arguments, key, value):
+    assert camera.call(service, operation, *arguments).status == 200
+    assert camera.console_state()[key[0]][key[1]] == value
+
+
+@pytest.mark.parametrize(
+    "service, operation, arguments",
+    [
+        ("pan", "SetRelativeVelocity", [1.5, 300]),
+        ("pan", "SetRelativeVelocity", [0.5, -1]),
+        ("pan", "SetRelativeVelocity", [0.5]),
+        ("pan", "SetRelativeVelocity", [0.5, 1, 1]),
+        ("pan", "SetRelativeVelocity", ["0.5", 1]),
+        ("pan", "SetPosition", [0.5, 1]),
+        ("pan", "SetPosition", [2147483648, 1]),
+        ("pan", "SetPosition", [-2147483649, 1]),
+        ("pan", "SetPosition", [18446744073709551615, 1]),
+        ("pan", "SetPosition", [None, 1]),
+        ("pan", "SetPosition", [True, 1]),
+        ("zoom", "SetMagnificationThousandthsX", [-1, 1]),
+        ("iris", "SetAutoIris", [1]),
+        ("relay", "SetRelay", [2, 1, 1]),
+        ("relay", "SetRelay", ["BNK2", 9, 1]),
+    ],
+    ids=str,
+)
+def test_wrong_arguments_are_refused(camera, service, operation, arguments):
+    before = camera.console_state()
+    answer = camera.call(service, operation, *arguments)
+    assert (answer.status, list(answer.json)) == (422, ["error"])
+    assert last_activity(camera)[-1] == "refused"
+    assert camera.console_state() == before
+
+
+@pytest.mark.parametrize("fault", ["fail", "hang", "gone"])
+def test_a_fault_meets_the_console_too(camera, fault):
+    camera.control("fault", "pan", fault)
+    assert camera.call("pan", "SetRelativeVelocity", 1, 300).json == {"outcome": fault}
+    assert not camera.console_state()["pan"]["moving"]
+    assert last_activity(camera)[-1] == fault
+
+
+def test_what_arrives_is_written_down(camera, tools):
+    assert tools.set("1.3.6.1.4.1.1206.4.2.7.4.1.0", "x", "02404650").status == 0
+    found = activities(camera)[-1]
+    assert (found["source"], found["call"], found["outcome"]) == ("bus", "SetPositionAtSpeed", "ok")
+    assert [float(text) for text in found["args"]] == [180000, pytest.approx(64 / 127), 300]
+    camera.control("set", "temperature", 31)
+    assert last_activity(camera) == ("event", "temperature", "OnTemperatureChange", ["0", "31"], "")
+    numbers = [activity["number"] for activity in activities(camera)]
+    assert numbers == list(range(numbers[0], numbers[0] + len(numbers)))
+
+
+def test_the_list_is_bounded(camera):
+    camera.control("event", "power", 5, "--count", 100000)
+    found = activities(camera)
+    assert len(found) == 500
+    assert found[-1]["args"] == ["100004"]
+
+
+@pytest.mark.parametrize(
+    "path, body",
+    [
+        ("/api/control", b""),
+        ("/api/control", b"{"),
+        ("/api/control", b"[]"),
+        ("/api/control", b"{}"),
+        ("/api/control", b'{"words":[]}'),
+        ("/api/control", b'{"words":"set pan 1"}'),
+        ("/api/control", b'{"words":["set","pan",1]}'),
+        ("/api/control", b'{"words":["calls"]}'),
+        ("/api/control", b'{"words":["state"]}'),
+        ("/api/control", b'{"words":["set","pan","\xff"]}'),
+        ("/api/control", json.dumps({"words": ["set"] * 129}).encode()),
+        ("/api/control", b"[" * 60000),
+        ("/api/call", b'{"service":"pan"}'),
+        ("/api/call", b'{"service":"pan","operation":"Explode"}'),
+        ("/api/call", b'{"service":7,"operation":"SetPosition"}'),
+        ("/api/call", b'{"service":"pan","operation":"SetPosition","args":{}}'),
+        ("/api/call", b'{"service":"pan","operation":"SetPosition","args":[[1],1]}'),
+        ("/api/call", b'{"service":"pan","operation":"SetPosition","args":[1,1,1,1,1,1,1,1,1]}'),
+    ],
+    ids=lambda value: value[:40].decode(errors="replace") if isinstance(value, bytes) else value,
+)
+def test_bad_bodies(camera, path, body):
+    answer = camera.post(path, body)
+    assert (answer.status, list(answer.json)) == (400, ["error"])
+
+
+def test_many_points_are_shortened(camera):
+    camera.domectl("banks", "relay", "A=500", "B=100000", "C=3")
+    state = camera.console_state()
+    assert [len(bank) for bank in state["relay"].values()] == [500, 12, 0]
+    assert state["shortened"] is True
+    assert len(camera.dome_state()["relay"]["B"]) == 100000
+
+
+def test_a_name_that_is_no_text_harms_nothing(camera):
+    camera.domectl("banks", "alarm", "<b>\"'&=1")
+    assert camera.console_state()["alarm"] == {"<b>\"'&": [False]}

@@ -1,0 +1,400 @@
+"""The page in a browser, with a real agent in front of the camera."""
+
+import os
+import pathlib
+import time
+
+import pytest
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.support.select import Select
+
+from desk import ROOT, ManagerOf, await_until
+
+PAN = "1.3.6.1.4.1.1206.4.2.7.4.1.0"
+FOCUS = "1.3.6.1.4.1.1206.4.2.7.4.4.0"
+INPUT_STATUS = "1.3.6.1.4.1.1206.4.2.7.7.1.0"
+OUTPUT_STATUS = "1.3.6.1.4.1.1206.4.2.7.8.1.0"
+
+
+@pytest.fixture
+def page(camera, browser):
+    """The console of the file's camera, as new; the street stands still."""
+    browser.open(camera)
+    await_until(lambda: browser.text("pan-value") == "0.00°", "the camera is as new")
+    browser.run("document.getElementById('arrivals').replaceChildren()")
+    yield browser
+    complaints = [line for line in browser.complaints() if "favicon" not in line]
+    assert not complaints, "\n".join(complaints)
+
+
+def reading(page, name):
+    return float(page.text(name).rstrip("°×% ").replace("−", "-"))
+
+
+def arrivals(page):
+    return [row.text.replace("\n", " ") for row in page.all("#arrivals li")]
+
+
+def test_a_set_moves_the_number_and_the_picture(camera, page, tools):
+    before = page.picture()
+    again = page.picture()
+    assert page.difference(before, again) < 1, "a camera at rest shows one picture"
+    assert tools.set(PAN, "x", "02404650").status == 0
+    seen = []
+
+    def arrived():
+        seen.append(reading(page, "pan-value"))
+        return page.text("pan-value") == "180.00°"
+
+    await_until(arrived, "the page shows 180 degrees", 30)
+    on_the_way = sorted(set(value for value in seen if 0 < value < 180))
+    assert len(on_the_way) > 3, f"the way is shown as well as its end: {seen}"
+    assert seen == sorted(seen)
+    assert page.difference(before, page.picture()) > 10
+    row = next(row for row in arrivals(page) if "pan.SetPositionAtSpeed" in row)
+    assert "(180000, 0.50393" in row and "to 180.00° at 50 %, clockwise" in row and row.count("ok") == 1
+    await_until(lambda: page.text("pan-note") == "at rest", "the plan says so")
+
+
+def test_the_plan_shows_where_a_move_is_going(camera, page):
+    camera.call("pan", "SetPositionAtSpeed", 180000, 0.1, 300)
+    await_until(lambda: page.text("pan-note") == "to 180.00°", "the move's end is named")
+    goal = page.run("const g = document.querySelector('#plan .goal'); return [g.hasAttribute('hidden'), g.getAttribute('transform')]")
+    assert goal == [False, "rotate(180)"]
+    camera.call("pan", "SetRelativeVelocity", -0.5, 300)
+    await_until(lambda: page.text("pan-note") == "counter-clockwise at 50 %", "the move is named")
+    assert page.run("return document.querySelector('#plan .goal').hasAttribute('hidden')")
+    camera.call("pan", "SetRelativeVelocity", 0, 300)
+
+
+def test_zoom_focus_and_iris_change_the_picture(camera, page):
+    wide = page.picture()
+    camera.control("set", "zoom", 8000)
+    page.await_text("zoom-value", "8.00×")
+    assert page.difference(wide, page.picture()) > 5
+    sharp = page.run("return document.getElementById('picture').style.filter")
+    assert sharp == "none"
+    camera.control("set", "focus", 20)
+    await_until(lambda: "blur(" in page.run("return document.getElementById('picture').style.filter"), "the picture blurs")
+    camera.control("set", "focus", 50)
+    camera.control("set", "iris", 10)
+    page.await_text("iris-value", "10.0 %")
+
+    def light():
+        text = page.run("return document.getElementById('picture').style.filter")
+        return float(text.partition("brightness(")[2].partition(")")[0] or 1)
+
+    await_until(lambda: light() < 0.3, "the picture darkens")
+    camera.control("set", "iris", 90)
+    await_until(lambda: light() > 1.5, "the picture brightens")
+
+
+def test_every_direction_has_a_picture(camera, page):
+    pictures = []
+    for pan in range(0, 360, 45):
+        for tilt in (-60, 0, 60):
+            camera.control("set", "pan", pan * 1000)
+            camera.control("set", "tilt", tilt * 1000)
+            await_until(lambda: (reading(page, "pan-value"), reading(page, "tilt-value")) == (pan, tilt), "the view is there")
+            page.run("return new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)))")
+            pictures.append(page.picture())
+    for i, picture in enumerate(pictures):
+        for other in pictures[:i]:
+            assert page.difference(picture, other) > 1
+
+
+def test_an_input_switched_on_the_page_is_read_over_snmp(camera, page, tools):
+    assert tools.get(INPUT_STATUS).triples[0][2] == b"\x00"
+    point = page.driver.find_element(By.CSS_SELECTOR, '[aria-label="Input 0 of BNK2"]')
+    point.click()
+    await_until(lambda: point.get_attribute("aria-checked") == "true", "the switch is on")
+    assert tools.get(INPUT_STATUS).triples[0][2] == b"\x01"
+    point.send_keys(Keys.SPACE)
+    await_until(lambda: point.get_attribute("aria-checked") == "false", "the switch is off")
+    assert tools.get(INPUT_STATUS).triples[0][2] == b"\x00"
+
+
+def test_a_relay_set_over_snmp_shows_on_the_page(camera, page, tools):
+    assert tools.set("1.3.6.1.4.1.1206.4.2.7.8.2.0", "x", "0180").status == 0
+    relay = page.driver.find_element(By.CSS_SELECTOR, '[aria-label="Relay 0 of BNK2"]')
+    await_until(lambda: relay.get_attribute("aria-checked") == "true", "the relay is energised")
+    relay.click()
+    await_until(lambda: tools.get(OUTPUT_STATUS).triples[0][2] == b"\x00", "the relay is released")
+
+
+def test_a_service_that_hangs_is_named(camera, page, tools):
+    Select(page.find("fault-tilt")).select_by_visible_text("hang")
+    page.await_text("trouble", "tilt hangs")
+    assert camera.dome_state()["faults"]["tilt"] == "hang"
+    assert tools.set("1.3.6.1.4.1.1206.4.2.7.4.2.0", "x", "02400400").status == 0
+    await_until(lambda: any("tilt.SetPositionAtSpeed" in row and "hang" in row for row in arrivals(page)), "the call shows")
+    assert page.text("tilt-value") == "0.00°"
+    Select(page.find("fault-tilt")).select_by_visible_text("ok")
+    page.await_text("trouble", "")
+
+
+def test_sensors_are_set_and_followed(camera, page, tools):
+    field = page.find("temperature-0")
+    field.clear()
+    field.send_keys("51", Keys.ENTER)
+    page.await_text("fan", "running")
+    assert tools.get("1.3.6.1.4.1.32473.1.1.7.0").triples[0][2] == 51
+    Select(page.find("voltage")).select_by_value("1")
+    await_until(lambda: camera.dome_state()["voltage"] == 1, "the voltage is low")
+    camera.domectl("set", "power", 9)
+    await_until(lambda: Select(page.find("power")).first_selected_option.text == "9 unknown", "the code shows")
+    assert any("temperature.OnTemperatureChange" in row and "sensor 0: 51 °C" in row for row in arrivals(page))
+
+
+def test_the_joystick_moves_the_camera_and_lets_it_go(camera, page):
+    pad = page.find("pad")
+    page.run("arguments[0].scrollIntoView({block: 'center'})", pad)
+    ActionChains(page.driver).click_and_hold(pad).move_by_offset(45, -30).perform()
+    await_until(lambda: camera.dome_state()["pan"]["velocity"] > 0.1 and camera.dome_state()["tilt"]["velocity"] > 0.05,
+                "both axes move")
+    ActionChains(page.driver).release().perform()
+    await_until(lambda: not camera.dome_state()["pan"]["moving"] and not camera.dome_state()["tilt"]["moving"], "they stop")
+    assert camera.dome_state()["tilt"]["position"] > 0
+    assert any("pan.SetRelativeVelocity" in row and "this console" in row for row in arrivals(page))
+
+
+def test_the_joystick_has_keys(camera, page):
+    page.run("document.getElementById('pad').focus()")
+    ActionChains(page.driver).key_down(Keys.ARROW_LEFT).perform()
+    await_until(lambda: camera.dome_state()["pan"]["velocity"] == pytest.approx(-0.4), "it turns left")
+    ActionChains(page.driver).key_up(Keys.ARROW_LEFT).key_down("+").perform()
+    await_until(lambda: camera.dome_state()["zoom"]["position"] > 2000, "it zooms in")
+    ActionChains(page.driver).key_up("+").perform()
+    await_until(lambda: not camera.dome_state()["pan"]["moving"] and not camera.dome_state()["zoom"]["moving"], "it stops")
+
+
+def test_a_joystick_that_falls_silent_stops_the_camera(camera, page):
+    page.run("document.getElementById('pad').focus()")
+    ActionChains(page.driver).key_down(Keys.ARROW_LEFT).perform()
+    await_until(lambda: camera.dome_state()["pan"]["moving"], "it turns")
+    page.run("window.fetch = () => new Promise(() => {})")  # as if the line had gone
+    await_until(lambda: not camera.dome_state()["pan"]["moving"], "it stops by itself", 10)
+    ActionChains(page.driver).key_up(Keys.ARROW_LEFT).perform()
+
+
+@pytest.mark.parametrize("hold, thing, comparison", [
+    ("zoom-in", "zoom", lambda before, now: now > before),
+    ("focus-near", "focus", lambda before, now: now < before),
+    ("iris-open", "iris", lambda before, now: now > before),
+])
+def test_held_keys_move_the_lens(camera, page, hold, thing, comparison):
+    before = camera.dome_state()[thing]["position"]
+    key = page.driver.find_element(By.CSS_SELECTOR, f'[data-hold="{hold}"]')
+    ActionChains(page.driver).click_and_hold(key).perform()
+    await_until(lambda: comparison(before, camera.dome_state()[thing]["position"]), "it moves")
+    ActionChains(page.driver).release().perform()
+    await_until(lambda: not camera.dome_state()[thing]["moving"], "it stops")
+
+
+def test_auto_flags(camera, page):
+    page.find("auto-iris").click()
+    await_until(lambda: not camera.dome_state()["iris"]["auto"], "the iris is by hand")
+    await_until(lambda: page.find("auto-iris").get_attribute("aria-checked") == "false", "the flag says so")
+    page.find("auto-iris").click()
+    await_until(lambda: camera.dome_state()["iris"]["auto"], "the iris is automatic")
+
+
+WORDS = [
+    ("positionPan", "02404650", "Go to 180.00° at 50 % of the greatest speed, clockwise."),
+    ("positionPan", "02 C0 03 E8", "Go to 10.00° at 50 % of the greatest speed, counter-clockwise."),
+    ("positionPan", "02000064", "Go to 1.00° at the axis's own speed, the shorter way."),
+    ("positionPan", "02108CA0", "Refused with genErr: 36000 is beyond 35999, the last hundredth of a turn. It is remembered all the same."),
+    ("positionPan", "00010000", "Refused with genErr: a stop has the speed 0. It is remembered all the same."),
+    ("positionPan", "", "Stop."),
+    ("positionPan", "01FF07D0", "Move by 20.00° counter-clockwise from where it stands, at 1 % of the greatest speed."),
+    ("positionPan", "03800000", "Nothing moves: the speeds are -127 to 127."),
+    ("positionPan", "0x03:7F:00:00", "Move clockwise at 100 % of the greatest speed until stopped."),
+    ("positionPan", "04000000", "Refused with genErr: there is no mode 4. It is remembered all the same."),
+    ("positionPan", "02404", "Octets are pairs of hexadecimal digits, such as 02 40 46 50."),
+    ("positionTilt", "027F0BB8", "Go to 30.00° up at 100 % of the greatest speed."),
+    ("positionTilt", "027F2EE0", "Go to 30.00° up at 100 % of the greatest speed."),
+    ("positionTilt", "027F5208", "Go to 30.00° down at 100 % of the greatest speed."),
+    ("positionTilt", "027F80E8", "Go to 30.00° down at 100 % of the greatest speed."),
+    ("positionTilt", "03E00000", "Move down at 25 % of the greatest speed until stopped."),
+    ("positionZoomLens", "0200FFFF", "Zoom to 20.00×."),
+    ("positionZoomLens", "02000000", "Zoom to 1.00×."),
+    ("positionZoomLens", "03FF0000", "Zoom out until stopped, at the zoom's own rate."),
+    ("positionZoomLens", "01FF1000", "Zoom out by 1.19× from where it stands."),
+    ("positionZoomLens", "03800000", "Refused with genErr: the speeds are -127 to 127. It is remembered all the same."),
+    ("positionFocusLens", "02008000", "Focus at 50.0 % of the way from near to far."),
+    ("positionFocusLens", "03010000", "Focus nearer until stopped, at most to 0.0 %."),
+    ("positionIrisLens", "02008000", "Taken without effect: the iris knows only stop and continuous."),
+    ("positionIrisLens", "03010000", "Close the iris until stopped."),
+]
+
+
+@pytest.mark.parametrize("name, octets, words", WORDS)
+def test_commands_in_words(camera, page, name, octets, words):
+    Select(page.find("command-object")).select_by_visible_text(name)
+    field = page.find("command-octets")
+    field.clear()
+    field.send_keys(octets)
+    page.await_text("command-words", words)
+
+
+@pytest.mark.parametrize("name, octets, thing, position", [
+    ("positionPan", "02 C0 03 E8", "pan", 10000),
+    ("positionTilt", "027F2EE0", "tilt", 30000),
+    ("positionTilt", "027F5208", "tilt", -30000),
+    ("positionZoomLens", "02001000", "zoom", 2187),
+])
+def test_the_command_line_does_what_the_words_say(camera, page, name, octets, thing, position):
+    import subprocess
+
+    Select(page.find("command-object")).select_by_visible_text(name)
+    field = page.find("command-octets")
+    field.clear()
+    field.send_keys(octets)
+    line = await_until(lambda: page.text("command-line"), "there is a line")
+    assert f"127.0.0.1:{camera.port} " in line
+    done = subprocess.run(line, shell=True, env=camera.environment, capture_output=True, text=True, timeout=30)
+    assert done.returncode == 0, done.stderr
+    await_until(lambda: camera.dome_state()[thing]["position"] == position and not camera.dome_state()[thing]["moving"],
+                f"{thing} is at {position}", 30)
+
+
+def test_names_of_banks_are_text_only(camera, page):
+    camera.domectl("banks", "alarm", "<img src=x onerror=alert(1)>=2")
+    await_until(lambda: page.all('#inputs .bank [title^="<img"]'), "the bank shows")
+    assert page.all("#inputs img") == []
+
+
+def test_the_camera_comes_back(camera, page):
+    camera.end("dome")
+    page.await_text("link", "No connection")
+    camera.start_dome()
+    page.await_text("link", "Live")
+    camera.domectl("set", "pan", 12000)
+    page.await_text("pan-value", "12.00°")
+    page.complaints()  # the browser tells of the refused connections
+
+
+def accessible_name(driver, element):
+    return driver.execute_cdp_cmd("Accessibility.getPartialAXTree", {"backendNodeId": element, "fetchRelatives": False})
+
+
+def test_everything_that_can_be_used_has_a_name_and_shows_its_focus(page):
+    page.driver.execute_cdp_cmd("Accessibility.enable", {})
+    nodes = page.driver.execute_cdp_cmd("Accessibility.getFullAXTree", {})["nodes"]
+    used = [n for n in nodes if n.get("role", {}).get("value") in ("button", "switch", "textbox", "spinbutton", "combobox", "application", "image", "img")]
+    nameless = [n["role"]["value"] for n in used if not n.get("ignored") and not n.get("name", {}).get("value", "").strip()]
+    assert len(used) > 40 and nameless == []
+    reached = page.run("return document.querySelectorAll('button, select, input, [tabindex]').length")
+    hidden = []
+    page.run("document.activeElement.blur()")
+    for _ in range(reached):
+        ActionChains(page.driver).send_keys(Keys.TAB).perform()
+        name, style = page.run("const e = document.activeElement; return [e.id || e.className, getComputedStyle(e).outlineStyle]")
+        if style == "none":
+            hidden.append(name)
+    assert hidden == []
+
+
+@pytest.mark.parametrize("width", [390, 768, 1024, 1440, 1920])
+@pytest.mark.parametrize("scheme", ["light", "dark"])
+def test_it_fits_every_screen(camera, page, width, scheme):
+    page.look(width, 844 if width < 500 else 900, scheme)
+    time.sleep(0.2)
+    assert page.run("return document.documentElement.scrollWidth") == width, "nothing sticks out sideways"
+    outside = page.run("""
+        return [...document.querySelectorAll('main *')].filter((e) => {
+          const box = e.getBoundingClientRect();
+          return box.width && !e.closest('canvas, svg, #arrivals') && (box.right > innerWidth + 1 || box.left < -1);
+        }).map((e) => e.id || e.className)""")
+    assert outside == []
+    if width == 390:
+        small = page.run("""
+            return [...document.querySelectorAll('button, select, input')].filter((e) => {
+              const box = e.getBoundingClientRect();
+              return box.width && box.height < 32;
+            }).map((e) => e.id || e.className)""")
+        assert small == [], "fingers need room"
+
+
+CONTRAST = """
+const parse = (text) => text.match(/[\\d.]+/g).map(Number);
+const light = ([r, g, b]) => [r, g, b].map((v) => v / 255).map((v) => (v <= 0.03928 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4))
+  .reduce((sum, v, i) => sum + v * [0.2126, 0.7152, 0.0722][i], 0);
+const ground = (e) => {
+  for (; e; e = e.parentElement) {
+    const [r, g, b, a = 1] = parse(getComputedStyle(e).backgroundColor);
+    if (a > 0.99) return [r, g, b];
+  }
+  return [255, 255, 255];
+};
+const poor = [];
+for (const e of document.querySelectorAll('body *')) {
+  const hasText = [...e.childNodes].some((n) => n.nodeType === 3 && n.textContent.trim());
+  if (!hasText || !e.getClientRects().length || e.closest('.frame, option, svg')) continue;
+  const [a, b] = [light(parse(getComputedStyle(e).color)), light(ground(e))].sort((x, y) => y - x);
+  const ratio = (a + 0.05) / (b + 0.05);
+  if (ratio < 4.5) poor.push(`${e.id || e.className || e.tagName} ${ratio.toFixed(2)}`);
+}
+return poor;
+"""
+
+
+@pytest.mark.parametrize("scheme", ["light", "dark"])
+def test_text_has_contrast(camera, page, tools, scheme):
+    camera.control("fault", "zoom", "fail")
+    camera.control("set", "alarm", "BNK1", 0, 1)
+    camera.control("set", "relay", "BNK1", 0, 1)
+    tools.set(PAN, "x", "00000000")
+    page.look(scheme=scheme)
+    page.await_text("trouble", "zoom fails")
+    await_until(lambda: arrivals(page), "there are arrivals")
+    assert page.run(CONTRAST) == []
+
+
+def test_a_flood_does_not_drown_the_page(camera, page):
+    with ManagerOf(camera) as manager:
+        for _ in range(300):
+            manager.get(FOCUS)
+    camera.control("event", "power", 1, "--count", 100000)
+    await_until(lambda: any("status 100000" in row for row in arrivals(page)), "the last one shows", 30)
+    assert len(arrivals(page)) <= 200
+    camera.control("set", "pan", 77000)
+    page.await_text("pan-value", "77.00°")
+
+
+def test_a_hidden_page_does_not_watch(camera, page):
+    page.driver.switch_to.new_window("tab")
+    try:
+        threads = lambda: camera.get("/api/state").status  # noqa: E731
+        assert threads() == 200
+    finally:
+        page.driver.close()
+        page.driver.switch_to.window(page.driver.window_handles[0])
+    page.await_text("link", "Live")
+
+
+def test_a_portrait(camera, page, tools):
+    """The page in the middle of its work. ORVEX_PORTRAIT names a folder in which its pictures are to be kept."""
+    camera.control("set", "pan", 345000)
+    camera.control("set", "tilt", -4000)
+    camera.control("set", "alarm", "BNK2", 0, 1)
+    camera.control("set", "relay", "BNK1", 2, 1)
+    camera.control("fault", "presets", "gone")
+    camera.control("set", "temperature", 0, 31)
+    page.open(camera, still=False)
+    page.find("show-reads").click()
+    tools.set("1.3.6.1.4.1.1206.4.2.7.4.3.0", "x", "02000600")
+    tools.set("1.3.6.1.4.1.1206.4.2.7.4.2.0", "x", "02407B0C")
+    tools.set(PAN, "x", "02100B00")
+    await_until(lambda: reading(page, "pan-value") < 300 and page.text("pan-note").startswith("to "), "it is on its way")
+    pictures = {"light": page.screenshot()}
+    page.look(scheme="dark", still=False)
+    pictures["dark"] = page.screenshot()
+    for name, picture in pictures.items():
+        assert picture.startswith(b"\x89PNG") and len(picture) > 50_000
+        if folder := os.environ.get("ORVEX_PORTRAIT"):
+            pathlib.Path(folder, f"console-{name}.png").write_bytes(picture)
+    assert (ROOT / "docs" / "console.png").stat().st_size < 400_000
+    tools.set(PAN, "x", "00000000")

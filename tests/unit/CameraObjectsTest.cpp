@@ -263,17 +263,18 @@ protected:
     void ExpectSet(u_char type, std::size_t length, bool withBuffer) {
         SCOPED_TRACE(journal::Join("type", static_cast<int>(type), "length", length, "with buffer", withBuffer));
         Octets value = GetParam().first;
-        value.resize(length, 0xA5);
+        value.resize(withBuffer ? length : 0, 0xA5);
         Octets padded = value;
         padded.resize(std::max<std::size_t>(length, 8), 0);
         const auto expected = GetParam().expected(type, value, padded);
         const Octets before = Get();
 
         SnmpRequest request(GetParam().oidName, GetParam().length);
-        request.With(type, value.data(), length);
+        request.With(type, value.data(), value.size());
         auto& variable = *request.Raw().requestvb;
         if (!withBuffer) {
             variable.val.string = nullptr;
+            variable.val_len = length;
         } else if (variable.val.string == variable.buf) {
             // What an earlier, longer value has left behind.
             std::memset(variable.buf + length, 0xEE, sizeof variable.buf - length);
@@ -298,8 +299,8 @@ protected:
 TEST_P(WritableTest, EveryTypeAtAnyLengthIsReadWithZerosBehindItsEnd) {
     for (int type = 0; type <= 255; ++type) {
         for (const std::size_t length : {0, 1, 2, 3, 4, 5, 600}) ExpectSet(static_cast<u_char>(type), length, true);
-        // As values of the exception types arrive.
-        ExpectSet(static_cast<u_char>(type), 0, false);
+        // As values of the exception types arrive: with a length perhaps, but without octets.
+        for (const std::size_t length : {0, 1, 4, 600}) ExpectSet(static_cast<u_char>(type), length, false);
         if (HasFatalFailure()) return;
     }
 }

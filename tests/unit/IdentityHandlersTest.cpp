@@ -4,29 +4,21 @@
 
 #include "core/OrvexSnmpOid.h"
 #include "device/IdentityHandlers.h"
+#include "support/Opened.h"
 #include "support/StartedModule.h"
 
-// On a camera, the texts of the hardware and module versions hold at least a dash. To see what becomes of empty ones,
-// the tests reach into the device: an explicit instantiation may name private members.
-namespace opened {
-
-using Field = std::string OrvexSnmpDevice::*;
-
+// On a camera, the texts of the hardware and module versions hold at least a dash. The tests see what becomes of empty
+// ones all the same.
 struct HardwareVersion {
-    friend Field FieldOf(HardwareVersion);
+    using Type = std::string OrvexSnmpDevice::*;
+    friend Type MemberOf(HardwareVersion);
 };
 struct ModuleVersion {
-    friend Field FieldOf(ModuleVersion);
-};
-
-template <class Tag, Field field>
-struct Opened {
-    friend Field FieldOf(Tag) { return field; }
+    using Type = std::string OrvexSnmpDevice::*;
+    friend Type MemberOf(ModuleVersion);
 };
 template struct Opened<HardwareVersion, &OrvexSnmpDevice::_hwVer>;
 template struct Opened<ModuleVersion, &OrvexSnmpDevice::_moduleVersion>;
-
-}  // namespace opened
 
 namespace {
 
@@ -164,7 +156,7 @@ protected:
         IdentityTest::SetUp();
     }
 
-    static void Empty(opened::Field field) { (OrvexSnmpDevice::GetInstance()->*field).clear(); }
+    static void Empty(std::string OrvexSnmpDevice::*field) { (OrvexSnmpDevice::GetInstance()->*field).clear(); }
 
     /// What one GET has logged at the levels 3 and 6.
     static Lines Logged() {
@@ -207,7 +199,7 @@ TEST_F(NamelessTest, HardwareVersionIsADash) {
 }
 
 TEST_F(NamelessTest, EmptyHardwareVersionIsASubstitute) {
-    Empty(FieldOf(opened::HardwareVersion()));
+    Empty(MemberOf(HardwareVersion()));
     EXPECT_EQ(Get(handle_hwVersion), "Error: Hardware Version not defined");
     EXPECT_THAT(Logged(), ElementsAre("3 handle_hwVersion: string empty"));
 }
@@ -223,7 +215,7 @@ TEST_F(NamelessTest, ModuleVersionHasNoPartsToName) {
 }
 
 TEST_F(NamelessTest, EmptyModuleVersionIsSentEmptyAfterAnErrorLine) {
-    Empty(FieldOf(opened::ModuleVersion()));
+    Empty(MemberOf(ModuleVersion()));
     EXPECT_EQ(Get(handle_moduleVersion), "");
     EXPECT_THAT(Logged(),
                 ElementsAre("3 handle_moduleVersion: string empty", "6 handle_moduleVersion: moduleVersion = "));

@@ -320,6 +320,14 @@ TEST_F(InitTest, AnEventThatArrivesBeforeTheRegistrationsIsAlreadyQueued) {
 
 // --- unloading ---
 
+TEST_F(InitTest, UnloadingSendsTheTrapsThatWait) {
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    Camera().powerChange.Fire(2);
+    EXPECT_EQ(deinit_orvexsnmp(), 0);
+    ASSERT_EQ(Agent().traps.size(), 1u);
+    EXPECT_EQ(Agent().traps[0].value, 2u);
+}
+
 TEST_F(InitTest, UnloadingTakesEverythingBackAndTheModuleCanBeLoadedAgain) {
     EXPECT_EQ(init_orvexsnmp(), 0);
     journal::Clear();

@@ -8,6 +8,19 @@
 
 #include "core/OrvexSnmpOid.h"
 #include "support/ModuleTest.h"
+#include "support/Opened.h"
+
+// Nothing in the module makes an instance, and none shows what it holds.
+struct OidArray {
+    using Type = oid* OrvexSnmpOid::*;
+    friend Type MemberOf(OidArray);
+};
+struct OidLength {
+    using Type = std::int32_t OrvexSnmpOid::*;
+    friend Type MemberOf(OidLength);
+};
+template struct Opened<OidArray, &OrvexSnmpOid::_name>;
+template struct Opened<OidLength, &OrvexSnmpOid::_length>;
 
 namespace {
 
@@ -92,13 +105,22 @@ TEST(OidStringTest, NeverWritesBeyondItsOwnAllocation) {
     EXPECT_EQ(std::string(text.get()).substr(0, 11), ".-214748364");
 }
 
-TEST(OrvexSnmpOidTest, AnInstanceReadsAsManyBytesAsItsCountAndNotMore) {
-    EXPECT_NO_FATAL_FAILURE({ const OrvexSnmpOid empty; });
+TEST(OrvexSnmpOidTest, AnEmptyInstanceHasNoArray) {
+    OrvexSnmpOid empty;
+    EXPECT_EQ(empty.*MemberOf(OidArray()), nullptr);
+    EXPECT_EQ(empty.*MemberOf(OidLength()), 0);
+}
 
-    // Exactly 16 bytes; the instance has room for 16 sub-identifiers. The address sanitizer sees what is read.
-    const std::unique_ptr<oid[]> source(new oid[16 / sizeof(oid)]());
-    const OrvexSnmpOid copy(source.get(), 16);
-    SUCCEED();
+TEST(OrvexSnmpOidTest, AnInstanceHasRoomForItsCountOfSubIdentifiersAndCopiesAsManyBytes) {
+    // Exactly 16 bytes: the address sanitizer sees a reading beyond them.
+    const std::unique_ptr<oid[]> source(new oid[16 / sizeof(oid)]{11, 22});
+    OrvexSnmpOid copy(source.get(), 16);
+    const oid* const array = copy.*MemberOf(OidArray());
+    ASSERT_NE(array, nullptr);
+    EXPECT_NE(array, source.get());
+    EXPECT_EQ(copy.*MemberOf(OidLength()), 16);
+    EXPECT_EQ(std::memcmp(array, source.get(), 16), 0);
+    EXPECT_GE(malloc_usable_size(copy.*MemberOf(OidArray())), 16 * sizeof(oid));
 }
 
 // --- the arrays outside the registration table ---

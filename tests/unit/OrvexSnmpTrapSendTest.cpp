@@ -18,6 +18,14 @@
 #include "core/OrvexSnmpOid.h"
 #include "core/OrvexSnmpTrapSend.h"
 #include "support/ModuleTest.h"
+#include "support/Opened.h"
+#include "tavos/osa/Mutex.h"
+
+struct QueueMutex {
+    using Type = tavos::osa::Mutex OrvexSnmpTrapSend::*;
+    friend Type MemberOf(QueueMutex);
+};
+template struct Opened<QueueMutex, &OrvexSnmpTrapSend::_mutex>;
 
 namespace {
 
@@ -194,6 +202,11 @@ TEST_F(TrapSendTest, SecondConstructionEndsTheProcessWithStatusMinusOneAfterItsE
 
 // --- queueing ---
 
+TEST_F(TrapSendTest, ItsMutexHasAName) {
+    Construct();
+    EXPECT_EQ((_trapSend.get()->*MemberOf(QueueMutex())).Name(), "TrapSend");
+}
+
 TEST_F(TrapSendTest, QueueingOnlyWakesTheAgent) {
     Construct();
     journal::Clear();
@@ -347,6 +360,37 @@ TEST_F(TrapSendTest, ManyThreadsLoseNoTrap) {
     }
     EXPECT_EQ(Agent().traps.size(), static_cast<std::size_t>(kThreads * kTraps));
     EXPECT_FALSE(Readable(_readDescriptor));
+}
+
+// --- the end of queueing ---
+
+TEST_F(TrapSendTest, ClosingSendsWhatIsQueuedAndDropsWhatComesLater) {
+    Construct();
+    _trapSend->send_v2trap(Trap(1));
+    _trapSend->send_v2trap(Trap(2));
+    _trapSend->Close();
+    EXPECT_THAT(SentValues(), ElementsAre(1u, 2u));
+    EXPECT_FALSE(Readable(_readDescriptor));
+
+    s_journalFrees = true;
+    EXPECT_EQ(_trapSend->send_v2trap(Trap(3)), 0);
+    EXPECT_THAT(journal::All("agent snmp_free_varbind"), ElementsAre("agent snmp_free_varbind"));
+    EXPECT_FALSE(Readable(_readDescriptor));
+    Agent().readCallback(_readDescriptor, nullptr);
+    EXPECT_THAT(SentValues(), ElementsAre(1u, 2u));
+}
+
+TEST_F(TrapSendTest, ClosingLetsAProducerGoThatWaitsAtAFullPipe) {
+    Construct();
+    const int room = fcntl(_readDescriptor, F_SETPIPE_SZ, 4096);
+    ASSERT_GT(room, 0);
+    for (int value = 0; value < room; ++value) _trapSend->send_v2trap(Trap(value));
+    auto* const oneMore = Trap(room);
+    std::thread producer([&] { _trapSend->send_v2trap(oneMore); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    _trapSend->Close();
+    producer.join();
+    EXPECT_EQ(Agent().traps.size(), static_cast<std::size_t>(room) + 1);
 }
 
 // --- destruction ---

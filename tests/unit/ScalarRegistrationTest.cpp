@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <string>
+#include <type_traits>
 
 #include "core/ScalarRegistration.h"
 #include "device/IdentityHandlers.h"
@@ -126,6 +128,9 @@ TEST(ScalarTableTest, RowsBeginWithTheLengthAndEndWithTheAccess) {
     EXPECT_LT(offsetof(ScalarRegistration, registrationResult), offsetof(ScalarRegistration, objectId));
     EXPECT_LT(offsetof(ScalarRegistration, objectId), offsetof(ScalarRegistration, enabled));
     EXPECT_LT(offsetof(ScalarRegistration, enabled), offsetof(ScalarRegistration, access));
+    static_assert(sizeof(ScalarRegistration::enabled) == 1);
+    static_assert(std::is_same_v<decltype(ScalarRegistration::registrationResult), std::int32_t>);
+    static_assert(std::is_same_v<decltype(ScalarRegistration::oidLength), std::uint32_t>);
 }
 
 TEST(ScalarTableTest, DoesNotServeGlobalSetIDParameter) {

@@ -1,0 +1,10 @@
+#pragma once
+
+/// Reaches into a class whose private members nothing else shows, which an explicit instantiation may name:
+///   struct Name { using Type = std::string Person::*; friend Type MemberOf(Name); };
+///   template struct Opened<Name, &Person::_name>;
+///   person.*MemberOf(Name())
+template <class Tag, typename Tag::Type member>
+struct Opened {
+    friend typename Tag::Type MemberOf(Tag) { return member; }
+};

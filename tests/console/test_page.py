@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import subprocess
 import time
 
 import pytest
@@ -16,6 +17,7 @@ PAN = "1.3.6.1.4.1.1206.4.2.7.4.1.0"
 FOCUS = "1.3.6.1.4.1.1206.4.2.7.4.4.0"
 INPUT_STATUS = "1.3.6.1.4.1.1206.4.2.7.7.1.0"
 OUTPUT_STATUS = "1.3.6.1.4.1.1206.4.2.7.8.1.0"
+pytestmark = pytest.mark.slow
 
 
 @pytest.fixture
@@ -23,10 +25,23 @@ def page(camera, browser):
     """The console of the file's camera, as new; the street stands still."""
     browser.open(camera)
     await_until(lambda: browser.text("pan-value") == "0.00°", "the camera is as new")
-    browser.run("document.getElementById('arrivals').replaceChildren()")
+    browser.find("clear-list").click()
     yield browser
-    complaints = [line for line in browser.complaints() if "favicon" not in line]
-    assert not complaints, "\n".join(complaints)
+    assert not browser.complaints()
+
+
+@pytest.fixture
+def panel(running, browser):
+    """The same console, as the test before has left it."""
+    if browser.driver.current_url != running.url:
+        browser.open(running)
+    return browser
+
+
+def type_command(page, name, octets):
+    Select(page.find("command-object")).select_by_visible_text(name)
+    page.find("command-octets").send_keys(Keys.CONTROL, "a")
+    page.find("command-octets").send_keys(Keys.DELETE, octets)
 
 
 def reading(page, name):
@@ -34,7 +49,8 @@ def reading(page, name):
 
 
 def arrivals(page):
-    return [row.text.replace("\n", " ") for row in page.all("#arrivals li")]
+    rows = page.run("return [...document.querySelectorAll('#arrivals li')].map((row) => row.innerText)")
+    return [" ".join(row.split()) for row in rows]
 
 
 def test_a_set_moves_the_number_and_the_picture(camera, page, tools):
@@ -94,7 +110,7 @@ def test_zoom_focus_and_iris_change_the_picture(camera, page):
 def test_every_direction_has_a_picture(camera, page):
     pictures = []
     for pan in range(0, 360, 45):
-        for tilt in (-60, 0, 60):
+        for tilt in (-50, -4, 30):
             camera.control("set", "pan", pan * 1000)
             camera.control("set", "tilt", tilt * 1000)
             await_until(lambda: (reading(page, "pan-value"), reading(page, "tilt-value")) == (pan, tilt), "the view is there")
@@ -102,7 +118,7 @@ def test_every_direction_has_a_picture(camera, page):
             pictures.append(page.picture())
     for i, picture in enumerate(pictures):
         for other in pictures[:i]:
-            assert page.difference(picture, other) > 1
+            assert page.difference(picture, other) > 0.5
 
 
 def test_an_input_switched_on_the_page_is_read_over_snmp(camera, page, tools):
@@ -231,12 +247,9 @@ WORDS = [
 
 
 @pytest.mark.parametrize("name, octets, words", WORDS)
-def test_commands_in_words(camera, page, name, octets, words):
-    Select(page.find("command-object")).select_by_visible_text(name)
-    field = page.find("command-octets")
-    field.clear()
-    field.send_keys(octets)
-    page.await_text("command-words", words)
+def test_commands_in_words(panel, name, octets, words):
+    type_command(panel, name, octets)
+    panel.await_text("command-words", words)
 
 
 @pytest.mark.parametrize("name, octets, thing, position", [
@@ -246,12 +259,7 @@ def test_commands_in_words(camera, page, name, octets, words):
     ("positionZoomLens", "02001000", "zoom", 2187),
 ])
 def test_the_command_line_does_what_the_words_say(camera, page, name, octets, thing, position):
-    import subprocess
-
-    Select(page.find("command-object")).select_by_visible_text(name)
-    field = page.find("command-octets")
-    field.clear()
-    field.send_keys(octets)
+    type_command(page, name, octets)
     line = await_until(lambda: page.text("command-line"), "there is a line")
     assert f"127.0.0.1:{camera.port} " in line
     done = subprocess.run(line, shell=True, env=camera.environment, capture_output=True, text=True, timeout=30)
@@ -276,10 +284,6 @@ def test_the_camera_comes_back(camera, page):
     page.complaints()  # the browser tells of the refused connections
 
 
-def accessible_name(driver, element):
-    return driver.execute_cdp_cmd("Accessibility.getPartialAXTree", {"backendNodeId": element, "fetchRelatives": False})
-
-
 def test_everything_that_can_be_used_has_a_name_and_shows_its_focus(page):
     page.driver.execute_cdp_cmd("Accessibility.enable", {})
     nodes = page.driver.execute_cdp_cmd("Accessibility.getFullAXTree", {})["nodes"]
@@ -291,15 +295,18 @@ def test_everything_that_can_be_used_has_a_name_and_shows_its_focus(page):
     page.run("document.activeElement.blur()")
     for _ in range(reached):
         ActionChains(page.driver).send_keys(Keys.TAB).perform()
-        name, style = page.run("const e = document.activeElement; return [e.id || e.className, getComputedStyle(e).outlineStyle]")
-        if style == "none":
+        tag, name, style = page.run("""
+            const e = document.activeElement;
+            return [e.tagName, e.id || e.className, getComputedStyle(e).outlineStyle];""")
+        if tag != "BODY" and style == "none":  # the way round leads through the browser itself
             hidden.append(name)
     assert hidden == []
 
 
 @pytest.mark.parametrize("width", [390, 768, 1024, 1440, 1920])
 @pytest.mark.parametrize("scheme", ["light", "dark"])
-def test_it_fits_every_screen(camera, page, width, scheme):
+def test_it_fits_every_screen(panel, width, scheme):
+    page = panel
     page.look(width, 844 if width < 500 else 900, scheme)
     time.sleep(0.2)
     assert page.run("return document.documentElement.scrollWidth") == width, "nothing sticks out sideways"
@@ -365,20 +372,21 @@ def test_a_flood_does_not_drown_the_page(camera, page):
 
 
 def test_a_hidden_page_does_not_watch(camera, page):
-    page.driver.switch_to.new_window("tab")
-    try:
-        threads = lambda: camera.get("/api/state").status  # noqa: E731
-        assert threads() == 200
-    finally:
-        page.driver.close()
-        page.driver.switch_to.window(page.driver.window_handles[0])
-    page.await_text("link", "Live")
+    """One browser has few connections to one place; pages that nobody looks at must not hold them."""
+    hide = """Object.defineProperty(document, 'hidden', {value: arguments[0], configurable: true});
+              document.dispatchEvent(new Event('visibilitychange'))"""
+    descriptors = len(os.listdir(f"/proc/{camera.processes['dome'].pid}/fd"))
+    page.run(hide, True)
+    await_until(lambda: len(os.listdir(f"/proc/{camera.processes['dome'].pid}/fd")) < descriptors, "the stream ends")
+    camera.control("set", "pan", 33000)
+    page.run(hide, False)
+    page.await_text("pan-value", "33.00°")
 
 
 def test_a_portrait(camera, page, tools):
     """The page in the middle of its work. ORVEX_PORTRAIT names a folder in which its pictures are to be kept."""
-    camera.control("set", "pan", 345000)
-    camera.control("set", "tilt", -4000)
+    camera.control("set", "pan", 340000)
+    camera.control("set", "tilt", 1000)
     camera.control("set", "alarm", "BNK2", 0, 1)
     camera.control("set", "relay", "BNK1", 2, 1)
     camera.control("fault", "presets", "gone")
@@ -386,9 +394,9 @@ def test_a_portrait(camera, page, tools):
     page.open(camera, still=False)
     page.find("show-reads").click()
     tools.set("1.3.6.1.4.1.1206.4.2.7.4.3.0", "x", "02000600")
-    tools.set("1.3.6.1.4.1.1206.4.2.7.4.2.0", "x", "02407B0C")
-    tools.set(PAN, "x", "02100B00")
-    await_until(lambda: reading(page, "pan-value") < 300 and page.text("pan-note").startswith("to "), "it is on its way")
+    tools.set("1.3.6.1.4.1.1206.4.2.7.4.2.0", "x", "020846D0")  # 1.28 degrees down
+    tools.set(PAN, "x", "02070320")  # 8 degrees
+    await_until(lambda: 346 < reading(page, "pan-value") < 359 and page.text("pan-note") == "to 8.00°", "it is on its way")
     pictures = {"light": page.screenshot()}
     page.look(scheme="dark", still=False)
     pictures["dark"] = page.screenshot()

@@ -8,7 +8,7 @@ import time
 
 import pytest
 
-from desk import await_until
+from desk import ManagerOf, await_until
 
 SLOW_READERS = 300
 MOST_STREAMS = 384
@@ -107,10 +107,9 @@ def service_calls(camera, manager, count=60):
     return statistics.median(times), max(times)
 
 
+@pytest.mark.slow
 def test_slow_readers_do_not_hold_up_the_camera(camera, record_property):
     """Readers that ask for the stream and never read it, while the camera moves and its services are called."""
-    from desk import ManagerOf
-
     before = open_descriptors(camera)
     with ManagerOf(camera) as manager:
         alone, alone_worst = service_calls(camera, manager)

@@ -68,7 +68,8 @@ function make(name, className, text) {
 export class Arrivals {
   constructor(list, empty, rate) {
     Object.assign(this, {list, empty, rate, waiting: [], times: []});
-    this.clear();
+    this.restart();
+    document.getElementById('clear-list').addEventListener('click', () => this.clear());
     this.hold = document.getElementById('hold-list');
     const reads = document.getElementById('show-reads');
     for (const button of [this.hold, reads]) {
@@ -81,9 +82,14 @@ export class Arrivals {
     setInterval(() => this.showRate(), 1000);
   }
 
+  /// Begins anew, with a camera that counts from 1 again.
+  restart() {
+    this.last = 0;
+    this.clear();
+  }
+
   clear() {
     this.list.replaceChildren();
-    this.last = 0;
     this.newest = null;
     this.waiting = [];
     this.empty.hidden = false;

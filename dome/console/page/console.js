@@ -263,7 +263,7 @@ new Stream({
     setText($('agent'), `127.0.0.1:${agentPort}`);
     panel.setPort(agentPort);
     motion.reset();
-    if (started !== s_started) arrivals.clear();
+    if (started !== s_started) arrivals.restart();
     s_started = started;
   },
   onState(state) {

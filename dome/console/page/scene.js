@@ -35,6 +35,23 @@ function direction(azimuth, elevation) {
 
 // ---------------------------------------------------------------- the lens
 
+/// What is left of an outline where `inside` is not negative.
+function cutAt(outline, inside) {
+  const kept = [];
+  for (let i = 0; i < outline.length; ++i) {
+    const a = outline[i];
+    const b = outline[(i + 1) % outline.length];
+    const da = inside(a);
+    const db = inside(b);
+    if (da >= 0) kept.push(a);
+    if (da >= 0 !== db >= 0) {
+      const t = da / (da - db);
+      kept.push([a[0] + (b[0] - a[0]) * t, a[1] + (b[1] - a[1]) * t, a[2] + (b[2] - a[2]) * t]);
+    }
+  }
+  return kept;
+}
+
 class Lens {
   constructor(context, width, height, view) {
     this.context = context;
@@ -85,32 +102,42 @@ class Lens {
     return Math.abs(x) < this.sideX * z + radius * (1 + this.sideX) && Math.abs(y) < this.sideY * z + radius * (1 + this.sideY);
   }
 
+  /// The outline on the screen; null when nothing of it is seen.
   clipped(points) {
-    let seen = points.map((point) => this.see(point));
-    const planes = [
-      (s) => s[2] - kNear,
-      (s) => this.sideX * s[2] - s[0],
-      (s) => this.sideX * s[2] + s[0],
-      (s) => this.sideY * s[2] - s[1],
-      (s) => this.sideY * s[2] + s[1],
-    ];
-    for (const inside of planes) {
-      const kept = [];
-      for (let i = 0; i < seen.length; ++i) {
-        const a = seen[i];
-        const b = seen[(i + 1) % seen.length];
-        const da = inside(a);
-        const db = inside(b);
-        if (da >= 0) kept.push(a);
-        if (da >= 0 !== db >= 0) {
-          const t = da / (da - db);
-          kept.push([a[0] + (b[0] - a[0]) * t, a[1] + (b[1] - a[1]) * t, a[2] + (b[2] - a[2]) * t]);
-        }
-      }
-      if (kept.length < 3) return null;
-      seen = kept;
+    const seen = points.map((point) => this.see(point));
+    let cut = 0; // by which planes, one bit each
+    let out = 31;
+    for (const point of seen) {
+      const beyond = this.beyond(point);
+      cut |= beyond;
+      out &= beyond;
     }
-    return seen.map((s) => this.onScreen(s));
+    if (out) return null;
+    return (cut ? this.cut(seen, cut) : seen)?.map((point) => this.onScreen(point));
+  }
+
+  /// The planes behind which a point is: the near one and the four sides.
+  beyond([x, y, z]) {
+    const sx = this.sideX * z;
+    const sy = this.sideY * z;
+    return (z < kNear ? 1 : 0) | (x > sx ? 2 : 0) | (x < -sx ? 4 : 0) | (y > sy ? 8 : 0) | (y < -sy ? 16 : 0);
+  }
+
+  cut(seen, planes) {
+    const {sideX, sideY} = this;
+    const insides = [
+      (s) => s[2] - kNear,
+      (s) => sideX * s[2] - s[0],
+      (s) => sideX * s[2] + s[0],
+      (s) => sideY * s[2] - s[1],
+      (s) => sideY * s[2] + s[1],
+    ];
+    let left = seen;
+    for (let i = 0; i < insides.length; ++i) {
+      if (planes & (1 << i)) left = cutAt(left, insides[i]);
+      if (left.length < 3) return null;
+    }
+    return left;
   }
 
   /// Adds a surface to the path that is being drawn.
@@ -292,13 +319,13 @@ class Building {
       lens.fill(wall.shop, paint([58, 68, 74]));
     }
     const pixels = lens.pixelsPerMetre(wall.middle) || lens.focal / wall.distance;
+    if (pixels > 22) lens.fillAll(wall.courses, paint(scale(this.colour, 0.93)));
     if (pixels > 1.1) {
       lens.fillAll(wall.panes.dark, paint([84, 104, 120]));
       lens.fillAll(wall.panes.bright, paint([214, 200, 158]));
     } else {
       lens.fill(onWall(wall, 0, wall.length, 4.6, this.height - 1), paint(mix(this.colour, [84, 104, 120], 0.3)));
     }
-    if (pixels > 22) lens.fillAll(wall.courses, paint(scale(this.colour, 0.93)));
     if (pixels > 12) lens.fillAll(wall.panes.sheen, 'rgba(255,255,255,.09)');
     if (pixels > 9) {
       lens.fillAll(wall.panes.frames, paint(scale(this.colour, 1.12)));

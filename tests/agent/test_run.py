@@ -7,6 +7,7 @@ import signal
 import socket
 import subprocess
 import tempfile
+import urllib.request
 
 import pytest
 
@@ -25,9 +26,11 @@ class Started:
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="orvex-run-"))
         self.state = self.folder / "state"
         self.port = free_udp_port()
+        self.console_port = 0
 
     def words(self, *more):
-        return [RUN, *more, "--state", self.state, "--port", str(self.port), "--trap-port", str(free_udp_port())]
+        return [RUN, *more, "--state", self.state, "--port", str(self.port), "--trap-port", str(free_udp_port()),
+                "--console-port", str(self.console_port)]
 
     def run(self, *more):
         return run(*self.words(*more))
@@ -86,6 +89,22 @@ def neighbour():
     yield neighbour
     neighbour.stop()
     shutil.rmtree(neighbour.folder)
+
+
+def test_the_console_is_served_where_it_was_asked_for(started):
+    with socket.socket() as taken:
+        taken.bind(("127.0.0.1", 0))
+        taken.listen()
+        started.console_port = taken.getsockname()[1]
+        status, _, error = started.run("--detach")
+        assert status == 1
+        assert error.strip().splitlines()[-1].startswith(f"run: TCP port {started.console_port} is taken")
+    status, out, error = started.run("--detach")
+    assert status == 0, error
+    assert f"http://127.0.0.1:{started.console_port}" in out
+    with urllib.request.urlopen(f"http://127.0.0.1:{started.console_port}/", timeout=10) as page:
+        assert b"<title>" in page.read()
+    assert started.stop()[0] == 0
 
 
 def test_detached_camera_answers_until_it_is_stopped(started):

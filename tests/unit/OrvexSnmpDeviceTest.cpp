@@ -192,6 +192,12 @@ TEST_F(DeviceTest, JoinsAnOutputOfSeveralPieces) {
     }
 }
 
+TEST_F(DeviceTest, PiecesAre127CharactersLong) {
+    // A NUL hides what follows it in its own piece, and only there.
+    _folder.Identity("printf '" + std::string(70, 'x') + "\\000" + std::string(56, 'y') + std::string(50, 'z') + "'");
+    EXPECT_EQ(Construct().GetModelNumber(), std::string(70, 'x') + std::string(50, 'z'));
+}
+
 TEST_F(DeviceTest, KeepsBlanksWhereTwoPiecesMeet) {
     const std::string text = std::string(120, 'x') + std::string(20, ' ') + std::string(120, 'y');
     _folder.Identity(text, "", "");
@@ -237,6 +243,15 @@ TEST_F(DeviceTest, FieldsHoldErrorWhenTheIdentityCommandCannotBeStarted) {
     EXPECT_EQ(device.GetAssyVer(), "ERROR");
     EXPECT_EQ(device.GetHwVer(), "ERROR-ERROR");
     EXPECT_EQ(device.GetFwVer(), "02.01.00-20120531b");
+    EXPECT_THAT(journal::Logged(3), IsEmpty());
+}
+
+TEST_F(DeviceTest, FieldsHoldErrorWhenTheIdentityCommandsStartThrows) {
+    _folder.LetCommandsThrow();
+    const auto& device = Construct();
+    EXPECT_EQ(device.GetModelNumber(), "ERROR");
+    EXPECT_EQ(device.GetSerialNumber(), "ERROR");
+    EXPECT_EQ(device.GetHwVer(), "ERROR-ERROR");
     EXPECT_THAT(journal::Logged(3), IsEmpty());
 }
 

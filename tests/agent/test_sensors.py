@@ -61,8 +61,8 @@ def test_another_sensor_sends_no_trap(running, receiver):
 
 
 def test_a_burst_arrives_complete_and_in_order(running):
-    """At a receiver that keeps up: snmptrapd does not, and what it cannot take in time its socket drops."""
-    count, values = 1000, []
+    """As many as a socket's default buffer holds, so that none is dropped however late the receiver reads."""
+    count, values = 200, []
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sink:
         sink.bind(("127.0.0.1", running.trap_port))
         sink.settimeout(20)

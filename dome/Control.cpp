@@ -55,6 +55,10 @@ double ParseWithin(const Axis& axis, const std::string& text) {
     return position;
 }
 
+std::string Text(const Json& json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 Json DriveState(const Axis& axis) {
     Json state;
     state["position"] = axis.Position();
@@ -103,13 +107,15 @@ std::string Control::Execute(const Words& words) {
     const Words arguments(words.begin() + 1, words.end());
     if (command == "state") {
         CheckWords(command, arguments, 0, 0);
-        return State() + "\n";
+        return StateAndClock() + "\n";
     }
     if (command == "calls") return Calls(arguments);
     if (command == "set") {
         Set(arguments);
     } else if (command == "banks") {
         ReplaceBanks(arguments);
+    } else if (command == "clock") {
+        SetClock(arguments);
     } else if (command == "event") {
         FireEvents(arguments);
     } else if (command == "fault") {
@@ -121,7 +127,7 @@ std::string Control::Execute(const Words& words) {
     return "";
 }
 
-std::string Control::State(std::size_t mostPoints) const {
+Json Control::Picture(std::size_t mostPoints) const {
     Json state;
     state["pan"] = ThousandthsState(_camera.pan);
     state["tilt"] = ThousandthsState(_camera.tilt);
@@ -141,7 +147,33 @@ std::string Control::State(std::size_t mostPoints) const {
     state["power"] = _camera.sensors.PowerStatus();
     state["fan"] = _camera.sensors.IsFanRunning();
     state["faults"] = _faults.All();
-    return state.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return state;
+}
+
+std::string Control::State(std::size_t mostPoints) const {
+    return Text(Picture(mostPoints));
+}
+
+std::string Control::StateAndClock() const {
+    Json state = Picture(kAllPoints);
+    state["clock"]["mode"] = _clock.IsRunning() ? "run" : "pause";
+    state["clock"]["rate"] = _clock.Rate();
+    state["clock"]["time"] = _clock.Time();
+    return Text(state);
+}
+
+void Control::SetClock(const Words& arguments) {
+    CheckWords("clock", arguments, 1, 2);
+    const std::string& verb = arguments[0];
+    const bool takesNumber = verb == "step" || verb == "rate";
+    if (!takesNumber && verb != "pause" && verb != "run") throw Exception("clock cannot %s", verb.c_str());
+    CheckWords("clock " + verb, arguments, takesNumber ? 2 : 1, takesNumber ? 2 : 1);
+    if (verb == "pause") _clock.Pause();
+    if (verb == "run") _clock.Run();
+    Refusable([&] {
+        if (verb == "step") _clock.Step(ParseNumber<double>(arguments[1]));
+        if (verb == "rate") _clock.SetRate(ParseNumber<double>(arguments[1]));
+    });
 }
 
 std::string Control::Calls(const Words& arguments) {

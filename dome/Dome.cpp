@@ -9,7 +9,8 @@ namespace {
 using tavos::msgbus::ReceivedCall;
 using tavos::msgbus::Treatment;
 
-// Milliseconds. The idle time is also the longest that a signal may wait which arrives just before the host waits.
+// Milliseconds; the first is a tick of the model's clock. The idle time is also the longest that a signal may wait
+// which arrives just before the host waits.
 constexpr int kTickWhileMoving = 20;
 constexpr int kIdle = 200;
 
@@ -43,7 +44,7 @@ void Dome::OpenConsole(const console::Options& options) {
 
 void Dome::Run(const std::atomic<bool>& stop) {
     while (!stop) {
-        const int timeout = _camera.IsMoving() ? kTickWhileMoving : kIdle;
+        const int timeout = _clock.IsRunning() && _camera.IsMoving() ? kTickWhileMoving : kIdle;
         _host.Process(_console ? _console->Timeout(timeout) : timeout);
         LetTimePass();
         if (_console) _console->Work();
@@ -72,7 +73,7 @@ Treatment Dome::Treat(const ReceivedCall& call) {
 
 void Dome::LetTimePass() {
     const Clock::time_point now = Clock::now();
-    _camera.Tick(std::chrono::duration<double>(now - _now).count());
+    _clock.Pass(std::chrono::duration<double>(now - _now).count());
     _now = now;
 }
 

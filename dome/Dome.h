@@ -10,6 +10,7 @@
 #include "Control.h"
 #include "Faults.h"
 #include "IControl.h"
+#include "ModelClock.h"
 #include "dome/console/Console.h"
 #include "dome/model/Camera.h"
 #include "dome/services/Services.h"
@@ -37,12 +38,13 @@ private:
     void LetTimePass();
 
     Camera _camera;
+    ModelClock _clock{_camera};
     Services _services{_camera};
     CallLog _calls;
     tavos::msgbus::ServiceHost _host;
     const std::vector<Services::Name> _names;
     Faults _faults;
-    Control _control{_camera, _services, _calls, _faults};
+    Control _control{_camera, _clock, _services, _calls, _faults};
     Clock::time_point _now = Clock::now();
     std::unique_ptr<console::Console> _console;  // null: none is wanted
 };

@@ -28,6 +28,9 @@ constexpr const char* kUsage = R"(usage: domectl --state DIR [--bus ADDRESS] COM
   set voltage|power STATUS
   set alarm|relay BANK NUMBER 0|1
   banks alarm|relay [NAME=COUNT]...      these banks in place of those there are
+  clock pause|run                        stops the camera's time; lets it go on
+  clock step SECONDS                     advances it at once by so much
+  clock rate X                           0.01 to 100 of the camera's seconds a second
   event temperature SENSOR DEGREES [--count N]
   event voltage|power STATUS [--count N] tells the event without a change of the reading; N of them, counting up
   fault SERVICE ok|fail|hang|gone        pan tilt zoom focus focus2 iris presets presets2 alarm relay
@@ -45,7 +48,8 @@ struct Command {
 
 constexpr std::size_t kAnyNumber = 1000;
 constexpr Command kCommands[] = {
-    {"state", 0, 0}, {"calls", 0, 1}, {"set", 2, 4}, {"fault", 2, 2}, {"banks", 1, kAnyNumber}, {"event", 2, 5},
+    {"state", 0, 0},          {"calls", 0, 1}, {"set", 2, 4},   {"fault", 2, 2},
+    {"banks", 1, kAnyNumber}, {"event", 2, 5}, {"clock", 1, 2},
 };
 
 bool IsCommand(const Words& words) {

@@ -17,12 +17,13 @@ struct ControlTest : testing::Test {
     Json State() { return Json::parse(control.State()); }
 
     Camera camera;
+    ModelClock clock{camera};
     Services services{camera};
     CallLog calls;
     std::vector<std::pair<std::string, bool>> presence;
     Faults faults{{"pan", "alarm"},
                   [this](const std::string& service, bool present) { presence.emplace_back(service, present); }};
-    Control control{camera, services, calls, faults};
+    Control control{camera, clock, services, calls, faults};
 };
 
 TEST_F(ControlTest, SetsThings) {
@@ -76,7 +77,7 @@ TEST_F(ControlTest, ShowsMotion) {
 }
 
 TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
-    const std::string before = control.State();
+    const std::string before = Execute({"state"});
     const std::vector<std::vector<std::string>> bad = {
         {},
         {"dance"},
@@ -117,6 +118,18 @@ TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
         {"banks", "alarm", "A=-1"},
         {"banks", "alarm", "A=100001"},
         {"banks", "relay", "A=1", "A=2"},
+        {"clock"},
+        {"clock", "back"},
+        {"clock", "run", "1"},
+        {"clock", "step"},
+        {"clock", "step", "0"},
+        {"clock", "step", "-1"},
+        {"clock", "step", "nan"},
+        {"clock", "step", "3600.1"},
+        {"clock", "rate"},
+        {"clock", "rate", "0"},
+        {"clock", "rate", "101"},
+        {"clock", "rate", "fast"},
         {"event"},
         {"event", "wiper", "1"},
         {"event", "temperature", "30"},
@@ -136,7 +149,7 @@ TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
         for (const std::string& word : words) all += word + " ";
         EXPECT_THROW(Execute(words), Exception) << all;
     }
-    EXPECT_EQ(control.State(), before);
+    EXPECT_EQ(Execute({"state"}), before);
     EXPECT_TRUE(presence.empty());
 }
 

@@ -1,0 +1,33 @@
+#include "ModelClock.h"
+
+#include <stdexcept>
+
+#include "dome/model/Camera.h"
+
+namespace dome {
+
+void ModelClock::Pass(double seconds) {
+    if (_running) Advance(seconds * _rate);
+}
+
+void ModelClock::Step(double seconds) {
+    if (!(seconds > 0 && seconds <= kLongestStep))
+        throw std::out_of_range("a step is above 0 and at most 3600 seconds");
+    Advance(seconds);
+}
+
+void ModelClock::SetRate(double rate) {
+    if (!(rate >= kLeastRate && rate <= kGreatestRate)) throw std::out_of_range("a rate is 0.01 to 100");
+    _rate = rate;
+}
+
+void ModelClock::Advance(double seconds) {
+    // A seconds' value that is whole ticks but for its rounding is not to end in a tick of next to nothing.
+    const auto ticks = static_cast<long>(seconds / kTick + 1e-9);
+    for (long i = 0; i < ticks; ++i) _camera.Tick(kTick);
+    const double rest = seconds - static_cast<double>(ticks) * kTick;
+    if (rest > 0) _camera.Tick(rest);
+    _time += seconds;
+}
+
+}  // namespace dome

@@ -139,6 +139,7 @@ function frame(now) {
   if (!isMoving && now < s_nextFrame) return; // a street at rest needs no sixty pictures a second
   s_nextFrame = now + 30;
   const view = motion.at(now);
+  if (!view) return; // a new stream has not brought its first state yet
   showInstruments(view);
   picture.draw(view, now);
 }

@@ -137,6 +137,7 @@ Json Control::Picture(std::size_t mostPoints) const {
     state["focus"]["focusing"] = _camera.focus.IsFocusing();
     state["iris"] = DriveState(_camera.iris.Drive());
     state["iris"]["auto"] = _camera.iris.IsAuto();
+    state["iris"]["light"] = _camera.iris.Light();
     state["presets"] = _camera.presets;
     state["alarm"] = BanksState(_camera.alarms, mostPoints);
     state["relay"] = BanksState(_camera.relays, mostPoints);
@@ -198,6 +199,7 @@ void Control::Set(const Words& arguments) {
         {"zoom-max", [&] { _camera.zoom.SetMaximum(ParseNumber<std::uint32_t>(value)); }},
         {"focus", [&] { _camera.focus.Place(ParsePercent(value)); }},
         {"iris", [&] { _camera.iris.Place(ParsePercent(value)); }},
+        {"light", [&] { _camera.iris.SetLight(ParsePercent(value)); }},
         {"auto-focus", [&] { _camera.focus.SetAuto(ParseSwitch(value)); }},
         {"auto-iris", [&] { _camera.iris.SetAuto(ParseSwitch(value)); }},
         {"presets", [&] { _camera.presets = ParseNumber<std::uint32_t>(value); }},

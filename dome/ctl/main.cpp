@@ -21,7 +21,7 @@ constexpr const char* kUsage = R"(usage: domectl --state DIR [--bus ADDRESS] COM
   calls [--clear]                        the service calls received, one JSON object a line; and forgets them
   set pan|tilt POSITION                  thousandths of a degree
   set zoom|zoom-max MAGNIFICATION        thousandths
-  set focus|iris PERCENT
+  set focus|iris|light PERCENT           light: what the automatic iris goes by
   set auto-focus|auto-iris 0|1
   set presets COUNT
   set temperature [SENSOR] DEGREES       sensor 0 unless given

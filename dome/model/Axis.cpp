@@ -59,7 +59,7 @@ void Axis::SetLimits(double minimum, double maximum) {
     }
 }
 
-void Axis::Tick(double seconds) {
+double Axis::Tick(double seconds) {
     while (seconds > 0 && IsMoving()) {
         const bool timed = _mode != Mode::kRest;
         if (timed && _timeLeft <= 0) {
@@ -72,6 +72,7 @@ void Axis::Tick(double seconds) {
         _timeLeft -= step;
         seconds -= step;
     }
+    return std::max(seconds, 0.0);
 }
 
 double Axis::Wrap(double position) const {

@@ -40,7 +40,8 @@ public:
     /// An axis that is out of the new range is put on the nearer end. Not for endless axes.
     void SetLimits(double minimum, double maximum);
 
-    void Tick(double seconds);
+    /// Returns the seconds, the last ones of them, that the axis was at rest.
+    double Tick(double seconds);
 
     double Position() const { return _position; }
     double Velocity() const { return _velocity / _properties.greatestSpeed; }

@@ -1,46 +1,69 @@
 #include "Camera.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace dome {
 
 namespace {
 
-AxisProperties Positioner(double minimum, double maximum, double greatestSpeed) {
-    AxisProperties properties;
-    properties.minimum = minimum;
-    properties.maximum = maximum;
-    properties.greatestSpeed = greatestSpeed;
-    properties.ownSpeed = greatestSpeed * Camera::kOwnSpeed;
-    properties.acceleration = greatestSpeed / Camera::kSecondsToFullSpeed;
-    return properties;
-}
+constexpr double kRadians = 3.141592653589793 / 180000;  // a thousandth of a degree
 
-AxisProperties Pan() {
-    AxisProperties properties = Positioner(0, Camera::kTurn, Camera::kPanSpeed);
-    properties.endless = true;
+// The focus looks at the view no more rarely than this, so that it starts in time in a long tick as well.
+constexpr double kLongestTick = 0.02;
+
+AxisProperties Drive(const CameraProperties::Positioner& positioner, bool endless) {
+    AxisProperties properties;
+    properties.minimum = positioner.minimum;
+    properties.maximum = positioner.maximum;
+    properties.endless = endless;
+    properties.greatestSpeed = positioner.speed;
+    properties.ownSpeed = positioner.speed * positioner.ownSpeed;
+    properties.acceleration = positioner.speed / positioner.accelerating;
     return properties;
 }
 
 }  // namespace
 
-Camera::Camera()
-    : pan(Pan()),
-      tilt(Positioner(-90000, 90000, kTiltSpeed)),
-      alarms({{"BNK1", 4}, {"BNK2", 2}}),
-      relays({{"BNK1", 4}, {"BNK2", 2}}) {}
+Camera::Camera(const CameraProperties& properties)
+    : pan(Drive(properties.pan, true)),
+      tilt(Drive(properties.tilt, false)),
+      zoom(properties.zoom),
+      focus(properties.focusRate, [this] { return SharpFocus(); }),
+      iris(properties.irisRate, properties.light),
+      presets(properties.presets),
+      alarms(properties.alarms),
+      relays(properties.relays),
+      sensors(properties.temperatures, properties.drift) {}
 
 void Camera::Tick(double seconds) {
-    pan.Tick(seconds);
-    tilt.Tick(seconds);
-    zoom.Tick(seconds);
-    focus.Tick(seconds);
-    iris.Tick(seconds);
+    sensors.Tick(seconds);
+    while (seconds > 0 && IsMoving()) {
+        const double tick = std::min(seconds, kLongestTick);
+        const bool wasViewMoving = IsViewMoving();
+        pan.Tick(tick);
+        tilt.Tick(tick);
+        zoom.Tick(tick);
+        focus.Tick(tick);
+        iris.Tick(tick);
+        if (wasViewMoving && !IsViewMoving()) focus.ViewChanged();
+        seconds -= tick;
+    }
+}
+
+bool Camera::IsViewMoving() const {
+    return pan.IsMoving() || tilt.IsMoving() || zoom.Drive().IsMoving();
 }
 
 bool Camera::IsMoving() const {
-    return pan.IsMoving() || tilt.IsMoving() || zoom.Drive().IsMoving() || focus.Drive().IsMoving() ||
-           iris.Drive().IsMoving();
+    return IsViewMoving() || focus.Drive().IsMoving() || iris.Drive().IsMoving();
+}
+
+double Camera::SharpFocus() const {
+    const double optical = std::min<double>(zoom.Drive().Position(), zoom.OpticalMaximum());
+    const double zoomed = std::log(optical / Zoom::kMinimum) / std::log(20.0);
+    return Focus::kSharp + 10 * std::sin(pan.Position() * kRadians) + 20 * std::sin(tilt.Position() * kRadians) +
+           10 * std::min(zoomed, 1.0);
 }
 
 int Thousandths(const Axis& axis) {

@@ -1,12 +1,17 @@
 #include "Lens.h"
 
 #include <cmath>
+#include <iterator>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace dome {
 
 namespace {
+
+// Of a run of the auto focus, beside the sharp picture: their ways, the first one counted from it, make up kHuntWay.
+constexpr double kSwings[] = {6, -4, 2, -1, 0};
 
 constexpr double kNoTimeLimit = std::numeric_limits<double>::infinity();
 
@@ -21,12 +26,13 @@ AxisProperties LensDrive(double minimum, double maximum, double rate) {
 
 }  // namespace
 
-Zoom::Zoom() : _drive(LensDrive(kMinimum, kOpticalMaximum, kRate)) {}
+Zoom::Zoom(const Properties& properties)
+    : _properties(properties), _drive(LensDrive(kMinimum, properties.opticalMaximum, properties.rate)) {}
 
 void Zoom::SetMaximum(std::uint32_t maximum) {
-    if (maximum < kMinimum || maximum > kGreatestMaximum) {
+    if (maximum < kMinimum || maximum > GreatestMaximum()) {
         throw std::out_of_range("maximum magnification " + std::to_string(maximum) + " outside " +
-                                std::to_string(kMinimum) + " to " + std::to_string(kGreatestMaximum));
+                                std::to_string(kMinimum) + " to " + std::to_string(GreatestMaximum()));
     }
     _drive.SetLimits(kMinimum, maximum);
 }
@@ -39,7 +45,12 @@ std::uint32_t Zoom::Maximum() const {
     return static_cast<std::uint32_t>(std::lround(_drive.Maximum()));
 }
 
-Focus::Focus() : _drive(LensDrive(0, 100, kRate)) {
+std::uint32_t Zoom::GreatestMaximum() const {
+    return static_cast<std::uint32_t>(std::uint64_t{_properties.opticalMaximum} * _properties.digitalMaximum / 1000);
+}
+
+Focus::Focus(double rate, std::function<double()> sharp)
+    : _drive(LensDrive(0, 100, rate)), _findSharp(std::move(sharp)) {
     _drive.Place(kSharp);
 }
 
@@ -65,20 +76,44 @@ void Focus::SetAuto(bool enabled) {
 
 void Focus::Refocus(bool start) {
     if (start) {
-        _drive.MoveTo(kSharp, 0, kNoTimeLimit);
-        _focusing = _drive.IsMoving();
+        _sharp = _findSharp();
+        _side = Percent() <= _sharp ? 1 : -1;  // it runs past the sharp picture, to see that it was
+        _swing = 0;
+        _focusing = true;
+        Swing();
     } else if (_focusing) {
         Move(0);
     }
 }
 
-void Focus::Tick(double seconds) {
-    _drive.Tick(seconds);
-    if (!_drive.IsMoving()) _focusing = false;
+void Focus::ViewChanged() {
+    if (!_auto || (_drive.IsMoving() && !_focusing)) return;
+    if (_focusing || std::fabs(_findSharp() - Percent()) > kUnsharp) Refocus(true);
 }
 
-Iris::Iris() : _drive(LensDrive(0, 100, kRate)) {
-    _drive.Place(kExposed);
+void Focus::Swing() {
+    if (_swing == std::size(kSwings)) {
+        _focusing = false;
+    } else {
+        _drive.MoveTo(_sharp + _side * kSwings[_swing++], 0, kNoTimeLimit);
+    }
+}
+
+void Focus::Tick(double seconds) {
+    double left = _drive.Tick(seconds);
+    while (_focusing && !_drive.IsMoving()) {
+        Swing();
+        left = _drive.Tick(left);
+    }
+}
+
+Iris::Iris(double rate, double light) : _drive(LensDrive(0, 100, rate)), _light(light) {
+    _drive.Place(100 - light);
+}
+
+void Iris::SetLight(double percent) {
+    _light = percent;
+    if (_auto) Expose();
 }
 
 void Iris::Move(int direction) {
@@ -87,7 +122,11 @@ void Iris::Move(int direction) {
 
 void Iris::SetAuto(bool enabled) {
     _auto = enabled;
-    if (enabled) _drive.MoveTo(kExposed, 0, kNoTimeLimit);
+    if (enabled) Expose();
+}
+
+void Iris::Expose() {
+    _drive.MoveTo(100 - _light, 0, kNoTimeLimit);
 }
 
 }  // namespace dome

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "Axis.h"
 
@@ -10,13 +11,14 @@ namespace dome {
 /// picture is cropped.
 class Zoom {
 public:
+    struct Properties {
+        std::uint32_t opticalMaximum = 20000;
+        std::uint32_t digitalMaximum = 12000;  ///< on top of the optical one
+        double rate = 5000;                    ///< thousandths a second
+    };
     static constexpr std::uint32_t kMinimum = 1000;
-    static constexpr std::uint32_t kOpticalMaximum = 20000;
-    static constexpr std::uint32_t kDigitalMaximum = 12000;  ///< on top of the optical one
-    static constexpr std::uint32_t kGreatestMaximum = kOpticalMaximum / 1000 * kDigitalMaximum;
-    static constexpr double kRate = 5000;  ///< thousandths a second
 
-    Zoom();
+    explicit Zoom(const Properties& properties);
 
     /// Goes as far as the range allows; a time limit in seconds.
     void MoveTo(double magnification, double timeLimit) { _drive.MoveTo(magnification, 0, timeLimit); }
@@ -26,7 +28,7 @@ public:
 
     void Place(double magnification) { _drive.Place(magnification); }
 
-    /// Throws std::out_of_range below kMinimum and above kGreatestMaximum. A magnification beyond the new maximum
+    /// Throws std::out_of_range below kMinimum and above GreatestMaximum. A magnification beyond the new maximum
     /// falls to it.
     void SetMaximum(std::uint32_t maximum);
 
@@ -34,19 +36,27 @@ public:
 
     std::uint32_t Magnification() const;
     std::uint32_t Maximum() const;
+    std::uint32_t OpticalMaximum() const { return _properties.opticalMaximum; }
+    std::uint32_t DigitalMaximum() const { return _properties.digitalMaximum; }
+    std::uint32_t GreatestMaximum() const;  ///< both together
     const Axis& Drive() const { return _drive; }
 
 private:
+    Properties _properties;
     Axis _drive;
 };
 
-/// The focus, in percent from near (0) to far (100).
+/// The focus, in percent from near (0) to far (100). A run of the auto focus goes to where the picture is sharp, hunts
+/// about it for kHuntWay of way and comes to rest on it.
 class Focus {
 public:
-    static constexpr double kRate = 50;   ///< percent a second
-    static constexpr double kSharp = 50;  ///< where the auto focus finds the desk camera's one scene
+    static constexpr double kRate = 50;     ///< percent a second, unless the camera is told otherwise
+    static constexpr double kSharp = 50;    ///< where the picture of a camera in its first position is sharp
+    static constexpr double kHuntWay = 26;  ///< percent: at kRate 0.52 s on top of the way to the sharp picture
+    static constexpr double kUnsharp = 1;   ///< percent off: a smaller error does not make the auto focus run
 
-    Focus();
+    /// `sharp` tells where the picture is sharp now; it is asked when a run begins.
+    Focus(double rate, std::function<double()> sharp);
 
     /// Any move by hand breaks off a run of the auto focus; the auto focus's mode stays.
     void MoveTo(double percent);
@@ -55,6 +65,11 @@ public:
 
     void SetAuto(bool enabled);  ///< switched on, it starts with a run
     void Refocus(bool start);    ///< one run, whatever the mode; false breaks one off
+
+    /// The camera or its zoom has come to rest from a move. The auto focus, if it is on and nobody moves the focus
+    /// by hand just now, runs when the picture is not sharp any more.
+    void ViewChanged();
+
     bool IsAuto() const { return _auto; }
     bool IsFocusing() const { return _focusing; }
 
@@ -64,18 +79,28 @@ public:
     const Axis& Drive() const { return _drive; }
 
 private:
+    void Swing();
+
     Axis _drive;
+    std::function<double()> _findSharp;
+    double _sharp = kSharp;  // of the run
+    std::size_t _swing = 0;  // of the run: what comes next
+    double _side = 1;        // of the sharp picture, on which the run swings first
     bool _auto = true;
     bool _focusing = false;
 };
 
-/// The iris, in percent from closed (0) to open (100).
+/// The iris, in percent from closed (0) to open (100). Its automatic wants as much of it open as is lacking in light.
 class Iris {
 public:
-    static constexpr double kRate = 50;     ///< percent a second
-    static constexpr double kExposed = 50;  ///< what the automatic picks for the desk camera's one scene
+    static constexpr double kRate = 50;   ///< percent a second, unless the camera is told otherwise
+    static constexpr double kLight = 50;  ///< percent, likewise
 
-    Iris();
+    Iris(double rate, double light);
+
+    /// How light it is before the camera, 0 (night) to 100 (glaring). The automatic, if it is on, follows.
+    void SetLight(double percent);
+    double Light() const { return _light; }
 
     void Place(double percent) { _drive.Place(percent); }
 
@@ -89,7 +114,10 @@ public:
     const Axis& Drive() const { return _drive; }
 
 private:
+    void Expose();
+
     Axis _drive;
+    double _light;
     bool _auto = true;
 };
 

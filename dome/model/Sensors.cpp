@@ -1,6 +1,7 @@
 #include "Sensors.h"
 
 #include <algorithm>
+#include <cmath>
 #include <stdexcept>
 #include <string>
 
@@ -17,7 +18,7 @@ void Change(int& reading, int value, const std::function<void(int)>& observer) {
 }  // namespace
 
 int Sensors::Temperature(int sensor) const {
-    if (sensor < 0 || sensor >= kTemperatureSensors) {
+    if (sensor < 0 || sensor >= static_cast<int>(_temperatures.size())) {
         throw std::out_of_range("no temperature sensor " + std::to_string(sensor));
     }
     return _temperatures[static_cast<std::size_t>(sensor)];
@@ -25,6 +26,25 @@ int Sensors::Temperature(int sensor) const {
 
 void Sensors::SetTemperature(int sensor, int degrees) {
     Temperature(sensor);  // throws for what does not exist
+    _set[static_cast<std::size_t>(sensor)] = degrees - Drifted();
+    Read(sensor, degrees);
+}
+
+double Sensors::Drifted() const {
+    constexpr double kWholeTurn = 6.283185307179586;
+    return _drift.degrees * std::sin(kWholeTurn * _time / _drift.period);
+}
+
+void Sensors::Tick(double seconds) {
+    if (_drift.degrees == 0) return;
+    _time = std::fmod(_time + seconds, _drift.period);
+    const double drifted = Drifted();
+    for (std::size_t i = 0; i < _set.size(); ++i) {
+        Read(static_cast<int>(i), static_cast<int>(std::lround(_set[i] + drifted)));
+    }
+}
+
+void Sensors::Read(int sensor, int degrees) {
     const auto notify = [&](int value) {
         if (_onTemperature) _onTemperature(sensor, value);
     };

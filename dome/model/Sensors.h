@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <utility>
 #include <vector>
 
 namespace dome {
@@ -9,9 +10,20 @@ namespace dome {
 /// set to what it was.
 class Sensors {
 public:
-    static constexpr int kTemperatureSensors = 2;
+    /// How the temperatures go up and down by themselves, all together: `degrees` either way of what was set, once in
+    /// `period` seconds. 0 degrees: they stay.
+    struct Drift {
+        double degrees = 0;
+        double period = 3600;
+    };
     static constexpr int kFanOn = 45;   ///< degrees Celsius of the warmest sensor, and above
     static constexpr int kFanOff = 40;  ///< and below
+
+    Sensors(std::vector<int> temperatures, const Drift& drift)
+        : _temperatures(std::move(temperatures)), _drift(drift), _set(_temperatures.begin(), _temperatures.end()) {}
+
+    /// Lets the temperatures drift. A reading changes by whole degrees.
+    void Tick(double seconds);
 
     /// Degrees Celsius. Throw std::out_of_range for a sensor that does not exist.
     int Temperature(int sensor) const;
@@ -31,7 +43,13 @@ public:
     void ObservePower(std::function<void(int status)> observer);
 
 private:
-    std::vector<int> _temperatures{25, 22};
+    double Drifted() const;
+    void Read(int sensor, int degrees);
+
+    std::vector<int> _temperatures;
+    Drift _drift;
+    std::vector<double> _set;  // the temperatures without the drift
+    double _time = 0;
     int _voltage = 0;
     int _power = 0;
     bool _fanRunning = false;

@@ -22,8 +22,8 @@ public:
 
     std::uint32_t GetMagnificationThousandthsX() override { return _zoom.Magnification(); }
     std::uint32_t GetMaxMagnificationThousandthsX() override { return _zoom.Maximum(); }
-    std::uint32_t GetMaxDigitalMagnificationThousandthsX() override { return Zoom::kDigitalMaximum; }
-    std::uint32_t GetMaxOpticalMagnificationThousandthsX() override { return Zoom::kOpticalMaximum; }
+    std::uint32_t GetMaxDigitalMagnificationThousandthsX() override { return _zoom.DigitalMaximum(); }
+    std::uint32_t GetMaxOpticalMagnificationThousandthsX() override { return _zoom.OpticalMaximum(); }
 
     void ZoomRelative(int direction, int timeLimit) override {
         CheckDirection(direction);

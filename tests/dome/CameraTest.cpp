@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "dome/model/Camera.h"
 
@@ -38,7 +41,7 @@ TEST(Camera, TurnsAtItsStatedSpeeds) {
     EXPECT_EQ(Thousandths(camera.tilt), -90000);
     EXPECT_TRUE(camera.IsMoving());  // the pan goes on
     camera.pan.Stop();
-    camera.Tick(1);
+    camera.Tick(2);  // the auto focus as well
     EXPECT_FALSE(camera.IsMoving());
 }
 
@@ -55,7 +58,7 @@ TEST(Camera, ReportsNoPositionOfAWholeTurn) {
 }
 
 TEST(Zoom, MovesAtItsRateWithinItsRange) {
-    Zoom zoom;
+    Zoom zoom{Zoom::Properties{}};
     zoom.MoveTo(11000, 300);
     zoom.Tick(1);
     EXPECT_EQ(zoom.Magnification(), 6000u);
@@ -73,8 +76,8 @@ TEST(Zoom, MovesAtItsRateWithinItsRange) {
 }
 
 TEST(Zoom, ObeysItsMaximum) {
-    Zoom zoom;
-    zoom.SetMaximum(Zoom::kGreatestMaximum);
+    Zoom zoom{Zoom::Properties{}};
+    zoom.SetMaximum(zoom.GreatestMaximum());
     zoom.MoveTo(240000, 300);
     zoom.Tick(60);
     EXPECT_EQ(zoom.Magnification(), 240000u);
@@ -87,7 +90,7 @@ TEST(Zoom, ObeysItsMaximum) {
 }
 
 TEST(Focus, MovesByHandAndByItself) {
-    Focus focus;
+    Focus focus(Focus::kRate, [] { return Focus::kSharp; });
     focus.MoveTo(100);
     focus.Tick(0.5);
     EXPECT_NEAR(focus.Percent(), 75, 1e-6);
@@ -105,7 +108,7 @@ TEST(Focus, MovesByHandAndByItself) {
 }
 
 TEST(Focus, BreaksOffARunOfTheAutoFocus) {
-    Focus focus;
+    Focus focus(Focus::kRate, [] { return Focus::kSharp; });
     focus.SetAuto(false);
     EXPECT_FALSE(focus.IsAuto());
     focus.Place(0);
@@ -125,8 +128,117 @@ TEST(Focus, BreaksOffARunOfTheAutoFocus) {
     EXPECT_EQ(focus.Percent(), 10);
 }
 
+/// Ticks the camera until it rests; the seconds that took.
+double RunToRest(Camera& camera) {
+    double seconds = 0;
+    for (; camera.IsMoving() && seconds < 100; seconds += 0.01) camera.Tick(0.01);
+    EXPECT_FALSE(camera.IsMoving());
+    return seconds;
+}
+
+TEST(Focus, HuntsForTheStatedTimeAndSettles) {
+    Focus focus(50, [] { return 70.0; });
+    focus.Place(20);
+    focus.Refocus(true);
+    double seconds = 0;
+    double least = 100;
+    double most = 0;
+    for (; focus.IsFocusing() && seconds < 10; seconds += 0.001) {
+        const double before = focus.Percent();
+        focus.Tick(0.001);
+        ASSERT_LE(std::fabs(focus.Percent() - before), 50 * 0.001 + 1e-9);
+        most = std::max(most, focus.Percent());
+        if (most > 75) least = std::min(least, focus.Percent());
+    }
+    EXPECT_NEAR(seconds, (50 + Focus::kHuntWay) / 50, 0.01);
+    EXPECT_NEAR(most, 76, 0.1);
+    EXPECT_NEAR(least, 66, 0.1);
+    EXPECT_EQ(focus.Percent(), 70);
+    EXPECT_FALSE(focus.Drive().IsMoving());
+}
+
+TEST(Focus, HuntsTheSameInOneTickAsInMany) {
+    Focus focus(50, [] { return 70.0; });
+    focus.Place(20);
+    focus.Refocus(true);
+    focus.Tick((50 + 26) / 50.0 + 0.01);
+    EXPECT_FALSE(focus.IsFocusing());
+    EXPECT_EQ(focus.Percent(), 70);
+}
+
+TEST(Focus, FollowsTheViewWhenItHasComeToRest) {
+    Camera camera;
+    camera.tilt.MoveTo(30000, 1, 300);  // half of the 20 that looking straight up makes
+    while (camera.tilt.IsMoving()) {
+        EXPECT_EQ(camera.focus.Percent(), 50);
+        camera.Tick(0.01);
+    }
+    EXPECT_TRUE(camera.focus.IsFocusing());
+    RunToRest(camera);
+    EXPECT_NEAR(camera.focus.Percent(), 60, 1e-9);
+    camera.pan.MoveTo(270000, 0, 300);
+    RunToRest(camera);
+    EXPECT_NEAR(camera.focus.Percent(), 50, 1e-9);
+    camera.zoom.MoveTo(20000, 300);
+    RunToRest(camera);
+    EXPECT_NEAR(camera.focus.Percent(), 60, 1e-9);
+    camera.zoom.SetMaximum(100000);
+    camera.zoom.MoveTo(100000, 300);  // the picture is cropped, the lens stays
+    RunToRest(camera);
+    EXPECT_NEAR(camera.focus.Percent(), 60, 1e-9);
+}
+
+TEST(Focus, StaysWithoutItsAutomatic) {
+    Camera camera;
+    camera.focus.SetAuto(false);
+    camera.tilt.MoveTo(-90000, 1, 300);
+    camera.zoom.MoveTo(20000, 300);
+    RunToRest(camera);
+    EXPECT_EQ(camera.focus.Percent(), 50);
+    camera.focus.SetAuto(true);
+    RunToRest(camera);
+    EXPECT_NEAR(camera.focus.Percent(), 40, 1e-9);
+}
+
+TEST(Focus, StaysForAViewThatHardlyChangesOrWasPut) {
+    Camera camera;
+    camera.tilt.MoveTo(2000, 1, 300);  // 0.7 percent
+    RunToRest(camera);
+    EXPECT_EQ(camera.focus.Percent(), 50);
+    camera.tilt.Place(90000);
+    camera.Tick(1);
+    EXPECT_EQ(camera.focus.Percent(), 50);
+}
+
+TEST(Focus, LeavesAMoveByHandAlone) {
+    Camera camera;
+    camera.focus.Place(0);
+    camera.tilt.MoveTo(30000, 1, 300);
+    camera.Tick(0.3);
+    camera.focus.MoveTo(90);  // for longer than the tilt
+    RunToRest(camera);
+    EXPECT_EQ(camera.focus.Percent(), 90);
+    EXPECT_TRUE(camera.focus.IsAuto());
+}
+
+TEST(Iris, FollowsTheLightWhileItIsAutomatic) {
+    Iris iris(50, 50);
+    iris.SetLight(90);
+    iris.Tick(0.5);
+    EXPECT_NEAR(iris.Percent(), 25, 1e-6);
+    iris.Tick(10);
+    EXPECT_EQ(iris.Percent(), 10);
+    iris.SetAuto(false);
+    iris.SetLight(0);
+    iris.Tick(10);
+    EXPECT_EQ(iris.Percent(), 10);
+    iris.SetAuto(true);
+    iris.Tick(10);
+    EXPECT_EQ(iris.Percent(), 100);
+}
+
 TEST(Iris, MovesAndReturnsToItsAutomatic) {
-    Iris iris;
+    Iris iris(Iris::kRate, Iris::kLight);
     iris.SetAuto(false);
     EXPECT_FALSE(iris.IsAuto());
     iris.Move(1);
@@ -140,7 +252,7 @@ TEST(Iris, MovesAndReturnsToItsAutomatic) {
     EXPECT_EQ(iris.Percent(), 0);
     iris.SetAuto(true);
     iris.Tick(10);
-    EXPECT_EQ(iris.Percent(), Iris::kExposed);
+    EXPECT_EQ(iris.Percent(), 50);
 }
 
 TEST(Banks, CountAndKeepStates) {
@@ -194,7 +306,7 @@ TEST(Banks, AreUnchangedByARefusedReplacement) {
 }
 
 TEST(Sensors, ReportChangesOnly) {
-    Sensors sensors;
+    Sensors sensors({25, 22}, {});
     std::vector<std::pair<int, int>> temperatures;
     std::vector<int> voltages;
     std::vector<int> powers;
@@ -217,8 +329,33 @@ TEST(Sensors, ReportChangesOnly) {
     EXPECT_THROW(sensors.Temperature(-1), std::out_of_range);
 }
 
+TEST(Sensors, DriftInWholeDegrees) {
+    Sensors sensors({25, 22}, {3, 100});
+    std::vector<int> readings;
+    sensors.ObserveTemperature([&](int sensor, int degrees) {
+        if (sensor == 0) readings.push_back(degrees);
+    });
+    for (int i = 0; i < 1000; ++i) sensors.Tick(0.1);
+    EXPECT_EQ(readings, (std::vector<int>{26, 27, 28, 27, 26, 25, 24, 23, 22, 23, 24, 25}));
+    EXPECT_EQ(sensors.Temperatures(), (std::vector<int>{25, 22}));
+    sensors.Tick(25);
+    sensors.SetTemperature(0, 60);  // at the top of the drift, which goes on from there
+    EXPECT_EQ(sensors.Temperature(0), 60);
+    EXPECT_EQ(sensors.Temperature(1), 25);
+    sensors.Tick(50);
+    EXPECT_EQ(sensors.Temperature(0), 54);
+    EXPECT_EQ(sensors.Temperature(1), 19);
+}
+
+TEST(Sensors, StayWithoutDrift) {
+    Camera camera;
+    camera.sensors.ObserveTemperature([](int, int) { ADD_FAILURE() << "a temperature changed"; });
+    camera.Tick(100000);
+    EXPECT_EQ(camera.sensors.Temperatures(), (std::vector<int>{25, 22}));
+}
+
 TEST(Sensors, SwitchTheFan) {
-    Sensors sensors;
+    Sensors sensors({25, 22}, {});
     EXPECT_FALSE(sensors.IsFanRunning());
     sensors.SetTemperature(1, Sensors::kFanOn);
     EXPECT_TRUE(sensors.IsFanRunning());

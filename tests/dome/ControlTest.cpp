@@ -35,6 +35,7 @@ TEST_F(ControlTest, SetsThings) {
     Execute({"set", "iris", "75"});
     Execute({"set", "auto-focus", "0"});
     Execute({"set", "auto-iris", "0"});
+    Execute({"set", "light", "12"});
     Execute({"set", "presets", "255"});
     Execute({"set", "temperature", "-5"});
     Execute({"set", "temperature", "1", "70"});
@@ -51,6 +52,7 @@ TEST_F(ControlTest, SetsThings) {
     EXPECT_EQ(state["focus"]["auto"], false);
     EXPECT_EQ(state["iris"]["position"], 75);
     EXPECT_EQ(state["iris"]["auto"], false);
+    EXPECT_EQ(state["iris"]["light"], 12);
     EXPECT_EQ(state["presets"], 255);
     EXPECT_EQ(state["temperature"], Json::parse("[-5,70]"));
     EXPECT_EQ(state["fan"], true);
@@ -99,6 +101,7 @@ TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
         {"set", "zoom-max", "-1"},
         {"set", "focus", "101"},
         {"set", "focus", "nan"},
+        {"set", "light", "101"},
         {"set", "auto-iris", "2"},
         {"set", "auto-focus", "yes"},
         {"set", "temperature", "2", "20"},

@@ -149,7 +149,7 @@ TEST(Braking, IsSoftAtTheLimitsOfTheTilt) {
     for (const double speed : {-1.0, 1.0}) {
         Camera camera;
         camera.tilt.MoveAt(speed, kLong);
-        const double most = 1 / Camera::kSecondsToFullSpeed;  // of the greatest speed, a second
+        const double most = 1 / CameraProperties().tilt.accelerating;  // of the greatest speed, a second
         double before = 0;
         double latestFast = 0;  // the last position at full speed
         for (int i = 0; i < 5000 && (camera.tilt.IsMoving() || i == 0); ++i) {
@@ -161,7 +161,7 @@ TEST(Braking, IsSoftAtTheLimitsOfTheTilt) {
         }
         EXPECT_FALSE(camera.tilt.IsMoving());
         EXPECT_EQ(camera.tilt.Position(), speed * 90000);
-        const double braking = Camera::kTiltSpeed * Camera::kSecondsToFullSpeed / 2;
+        const double braking = CameraProperties().tilt.speed * CameraProperties().tilt.accelerating / 2;
         EXPECT_NEAR(std::fabs(latestFast), 90000 - braking, 200);
     }
 }

@@ -22,8 +22,9 @@ std::vector<std::string> ShortNames(const std::vector<Services::Name>& names) {
 
 }  // namespace
 
-Dome::Dome(const std::string& busAddress)
-    : _host(busAddress),
+Dome::Dome(const std::string& busAddress, const Configuration& configuration)
+    : _camera(configuration.camera),
+      _host(busAddress),
       _names(_services.Serve(_host)),
       _faults(ShortNames(_names), [this](const std::string& service, bool present) {
           const auto named = [&](const Services::Name& name) { return name.shortName == service; };

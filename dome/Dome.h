@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "CallLog.h"
+#include "Configuration.h"
 #include "Control.h"
 #include "Faults.h"
 #include "IControl.h"
@@ -21,8 +22,9 @@ namespace dome {
 /// The desk camera on the bus: all of it runs on the thread that calls Run.
 class Dome final : private IControl {
 public:
-    /// Takes all names. Throws tavos::osa::Exception when the bus does not answer or a name is taken.
-    explicit Dome(const std::string& busAddress);
+    /// A camera as configured. Takes all names. Throws tavos::osa::Exception when the bus does not answer or a name is
+    /// taken.
+    Dome(const std::string& busAddress, const Configuration& configuration);
 
     /// Shows the camera to browsers as well. Throws tavos::osa::Exception when the port cannot be had.
     void OpenConsole(const console::Options& options);

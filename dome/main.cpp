@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "Configuration.h"
 #include "Dome.h"
 #include "StateFolder.h"
 
@@ -14,6 +15,7 @@ namespace {
 
 constexpr const char* kUsage = R"(usage: orvex-dome --state DIR [--bus ADDRESS] [OPTION VALUE]...
 
+  --config FILE         what the camera can do, as dome/desk.toml describes it (default: just that)
   --console-port N      TCP port of the page that shows the camera (default 0: none)
   --console-address IP  where the page is served (default 127.0.0.1: to this machine only)
   --agent-port N        UDP port of the agent in front of the camera, for commands that the page shows (default 1161)
@@ -36,6 +38,7 @@ void CatchSignals() {
 struct Options {
     std::string state;
     std::string bus;
+    std::string configuration;       // empty: none
     dome::console::Options console;  // port 0: no console
 };
 
@@ -54,6 +57,8 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
             options.state = argv[i + 1];
         } else if (name == "--bus") {
             options.bus = argv[i + 1];
+        } else if (name == "--config") {
+            options.configuration = argv[i + 1];
         } else if (name == "--console-address") {
             options.console.address = argv[i + 1];
         } else if (name == "--console-port" || name == "--agent-port") {
@@ -78,7 +83,9 @@ int main(int argc, char** argv) {
     }
     try {
         const std::string address = dome::BusAddress(options->state);
-        dome::Dome dome(options->bus.empty() ? address : options->bus);
+        const dome::Configuration configuration =
+            options->configuration.empty() ? dome::Configuration() : dome::ReadConfiguration(options->configuration);
+        dome::Dome dome(options->bus.empty() ? address : options->bus, configuration);
         if (options->console.port != 0) dome.OpenConsole(options->console);
         CatchSignals();
         std::puts("ready");

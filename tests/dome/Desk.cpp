@@ -147,9 +147,10 @@ void Desk::StopBus() {
     _bus.reset();
 }
 
-void Desk::StartDome() {
-    _dome = std::make_unique<Process>(Words{std::string(kBinaries) + "/orvex-dome", "--state", _folder},
-                                      _folder + "/dome.out", _folder + "/dome.err");
+void Desk::StartDome(const Words& options) {
+    Words command{std::string(kBinaries) + "/orvex-dome", "--state", _folder};
+    command.insert(command.end(), options.begin(), options.end());
+    _dome = std::make_unique<Process>(command, _folder + "/dome.out", _folder + "/dome.err");
     ASSERT_TRUE(Await([&] { return Read("dome.out") == "ready\n" || !_dome->IsRunning(); }));
     ASSERT_TRUE(_dome->IsRunning()) << Read("dome.err");
 }

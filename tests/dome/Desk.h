@@ -55,7 +55,7 @@ public:
 
     void StartBus();
     void StopBus();
-    void StartDome();
+    void StartDome(const Words& options = {});
     Process& Dome() { return *_dome; }
 
     /// Runs a program of this build to its end.

@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "Desk.h"
+#include "dome/Configuration.h"
+#include "tavos/osa/Exception.h"
+
+namespace dome::test {
+namespace {
+
+using nlohmann::json;
+
+struct ConfigurationTest : testing::Test {
+    std::string Write(const std::string& text) {
+        std::ofstream(File()) << text;
+        return File();
+    }
+    std::string File() const { return desk.Folder() + "/camera.toml"; }
+
+    /// What reading the text is refused with.
+    std::string Refusal(const std::string& text) {
+        try {
+            ReadConfiguration(Write(text));
+        } catch (const tavos::osa::Exception& refused) {
+            return refused.what();
+        }
+        return "nothing was refused";
+    }
+
+    Desk desk;
+};
+
+TEST_F(ConfigurationTest, IsTheDeskCameraWhereItSaysNothing) {
+    for (const std::string& file : {Write(""), std::string(DOME_TEST_CONFIGURATION)}) {
+        const Configuration read = ReadConfiguration(file);
+        const CameraProperties wanted;
+        const CameraProperties& is = read.camera;
+        EXPECT_FALSE(read.keepPosition);
+        EXPECT_EQ(is.presets, wanted.presets);
+        const auto same = [](const CameraProperties::Positioner& a, const CameraProperties::Positioner& b) {
+            EXPECT_EQ(a.minimum, b.minimum);
+            EXPECT_EQ(a.maximum, b.maximum);
+            EXPECT_EQ(a.speed, b.speed);
+            EXPECT_EQ(a.ownSpeed, b.ownSpeed);
+            EXPECT_EQ(a.accelerating, b.accelerating);
+        };
+        same(is.pan, wanted.pan);
+        same(is.tilt, wanted.tilt);
+        EXPECT_EQ(is.zoom.opticalMaximum, wanted.zoom.opticalMaximum);
+        EXPECT_EQ(is.zoom.digitalMaximum, wanted.zoom.digitalMaximum);
+        EXPECT_EQ(is.zoom.rate, wanted.zoom.rate);
+        EXPECT_EQ(is.focusRate, wanted.focusRate);
+        EXPECT_EQ(is.irisRate, wanted.irisRate);
+        EXPECT_EQ(is.light, wanted.light);
+        const auto sameBanks = [](const std::vector<Banks::Size>& a, const std::vector<Banks::Size>& b) {
+            EXPECT_TRUE(std::equal(
+                a.begin(), a.end(), b.begin(), b.end(),
+                [](const Banks::Size& x, const Banks::Size& y) { return x.name == y.name && x.count == y.count; }));
+        };
+        sameBanks(is.alarms, wanted.alarms);
+        sameBanks(is.relays, wanted.relays);
+        EXPECT_EQ(is.temperatures, wanted.temperatures);
+        EXPECT_EQ(is.drift.degrees, wanted.drift.degrees);
+        EXPECT_EQ(is.drift.period, wanted.drift.period);
+    }
+}
+
+TEST_F(ConfigurationTest, TellsFileLineAndKeyOfWhatIsWrong) {
+    const auto refused = [&](const std::string& text, const std::string& line, const std::string& what) {
+        const std::string refusal = Refusal(text);
+        EXPECT_EQ(refusal.find(File() + ':' + line + ": "), 0u) << refusal;
+        EXPECT_NE(refusal.find(what), std::string::npos) << refusal;
+        EXPECT_EQ(refusal.find('\n'), std::string::npos) << refusal;
+    };
+    refused("\nwiper = 1\n", "2", "wiper is not known");
+    refused("[pan]\nminimum = 0\n", "2", "pan.minimum is not known");
+    refused("[sensors]\n\ndrfit = 1\n", "3", "sensors.drfit is not known");
+    refused("presets = \"many\"\n", "1", "presets is to be a whole number");
+    refused("presets = 64.0\n", "1", "presets is to be a whole number");
+    refused("presets = -1\n", "1", "presets is to be from 0");
+    refused("keep_position = 1\n", "1", "keep_position is to be true or false");
+    refused("pan = 3\n", "1", "pan is to be a table");
+    refused("[tilt]\nspeed = true\n", "2", "tilt.speed is to be a number");
+    refused("[tilt]\nspeed = nan\n", "2", "tilt.speed is to be from");
+    refused("[tilt]\nminimum = 10\nmaximum = 5\n", "3", "tilt.maximum is to be above minimum");
+    refused("[zoom]\noptical_maximum = 0.5\n", "2", "zoom.optical_maximum is to be from 1 to 100");
+    refused("[sensors]\ntemperatures = []\n", "2", "sensors.temperatures is to be a list");
+    refused("[sensors]\ntemperatures = [1, 2.5]\n", "2", "sensors.temperatures is to be a whole number");
+    refused("alarm = 4\n", "1", "alarm is to be a list of banks");
+    refused("[[alarm]]\nname = \"A\"\n", "1", "alarm wants a name and a count");
+    refused("[[alarm]]\nname = \"A\"\ncount = 1\nsize = 2\n", "4", "alarm.size is not known");
+    refused("[[relay]]\nname = \"A\"\ncount = 1\n[[relay]]\nname = \"A\"\ncount = 1\n", "1", "bank A twice");
+    refused("presets = 1\npresets = \n", "2", "");
+    try {
+        ReadConfiguration(desk.Folder() + "/nowhere.toml");
+        FAIL() << "a missing file was read";
+    } catch (const tavos::osa::Exception& missing) {
+        EXPECT_NE(std::string(missing.what()).find("/nowhere.toml"), std::string::npos) << missing.what();
+    }
+}
+
+TEST_F(ConfigurationTest, MakesAnotherCamera) {
+    Write(R"(presets = 7
+[tilt]
+minimum = -10.5
+maximum = 80
+[zoom]
+optical_maximum = 30
+[iris]
+light = 80
+[[alarm]]
+name = "Door"
+count = 1
+[sensors]
+temperatures = [30]
+)");
+    ASSERT_NO_FATAL_FAILURE(desk.StartBus());
+    ASSERT_NO_FATAL_FAILURE(desk.StartDome({"--config", File()}));
+    const json state = desk.State();
+    EXPECT_EQ(state["presets"], 7);
+    EXPECT_EQ(state["tilt"]["minimum"], -10500);
+    EXPECT_EQ(state["tilt"]["maximum"], 80000);
+    EXPECT_EQ(state["zoom"]["maximum"], 30000);
+    EXPECT_EQ(state["iris"]["position"], 20);
+    EXPECT_EQ(state["alarm"], json::parse(R"({"Door": [false]})"));
+    EXPECT_EQ(state["relay"]["BNK1"].size(), 4u);
+    EXPECT_EQ(state["temperature"], json::parse("[30]"));
+    EXPECT_EQ(state["pan"]["maximum"], 359999);
+}
+
+TEST_F(ConfigurationTest, EndsTheCameraWithOneLineWhenItIsWrong) {
+    Write("presets = 7\nwiper = true\n");
+    const Result result = desk.Run("orvex-dome", {"--state", desk.Folder(), "--config", File()});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "orvex-dome: " + File() + ":2: wiper is not known\n");
+}
+
+}  // namespace
+}  // namespace dome::test

@@ -8,7 +8,7 @@ import time
 
 import pytest
 
-from desk import ManagerOf, await_until
+from desk import ManagerOf, await_until, sanitizer_runtime
 
 SLOW_READERS = 300
 MOST_STREAMS = 384
@@ -140,7 +140,8 @@ def test_slow_readers_do_not_hold_up_the_camera(camera, record_property):
     print(report)
     record_property("report", report)
     assert crowded_worst < 2, report
-    assert "Sanitizer" in camera.log("dome") or grown < 64 * 1024, report
+    # A sanitizer keeps what was freed.
+    assert grown < (512 if sanitizer_runtime() else 64) * 1024, report
 
 
 def test_streams_and_connections_are_bounded(camera):

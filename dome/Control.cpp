@@ -132,9 +132,11 @@ Json Control::Picture(std::size_t mostPoints) const {
     state["pan"] = ThousandthsState(_camera.pan);
     state["tilt"] = ThousandthsState(_camera.tilt);
     state["zoom"] = ThousandthsState(_camera.zoom.Drive());
+    state["zoom"]["optical"] = _camera.zoom.OpticalMaximum();
     state["focus"] = DriveState(_camera.focus.Drive());
     state["focus"]["auto"] = _camera.focus.IsAuto();
     state["focus"]["focusing"] = _camera.focus.IsFocusing();
+    state["focus"]["sharp"] = _camera.SharpFocus();
     state["iris"] = DriveState(_camera.iris.Drive());
     state["iris"]["auto"] = _camera.iris.IsAuto();
     state["iris"]["light"] = _camera.iris.Light();

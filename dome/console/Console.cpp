@@ -41,7 +41,7 @@ Reply Refused(const char* reason) {
 
 // What domectl can ask, but for its answers that can be of any length: a page has the state and the activities.
 bool IsControlWord(const std::string& word) {
-    constexpr std::array<const char*, 4> kWords = {"set", "banks", "event", "fault"};
+    constexpr std::array<const char*, 5> kWords = {"set", "banks", "clock", "event", "fault"};
     return std::find(kWords.begin(), kWords.end(), word) != kWords.end();
 }
 
@@ -131,7 +131,7 @@ void Console::Show() {
 std::function<Reply()> Console::Prepare(const std::string& path, const json& body) {
     if (path == "/api/control") {
         Words words = ToWords(body);
-        if (!IsControlWord(words.front())) throw Refusal{400, "a command is set, banks, event or fault"};
+        if (!IsControlWord(words.front())) throw Refusal{400, "a command is set, banks, clock, event or fault"};
         return [this, words = std::move(words)] { return Control(words); };
     }
     std::string service = Text(body, "service");

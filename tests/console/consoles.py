@@ -85,6 +85,12 @@ class ConsoleDesk(Desk):
     def console_state(self):
         return self.get("/api/state").json
 
+    def dome_state(self):
+        """The camera without its clock, which never stands still."""
+        state = super().dome_state()
+        del state["clock"]
+        return state
+
     def make_new(self):
         """Puts the camera into the state in which it is started, at rest."""
         for service in self.dome_state()["faults"]:
@@ -93,7 +99,8 @@ class ConsoleDesk(Desk):
         self.domectl("banks", "relay")
         for kind in ("alarm", "relay"):
             self.domectl("banks", kind, "BNK1=4", "BNK2=2")
-        for words in (["zoom-max", 20000], ["pan", 0], ["tilt", 0], ["zoom", 1000], ["auto-focus", 1], ["auto-iris", 1],
+        self.domectl("clock", "run")
+        for words in (["light", 50], ["zoom-max", 20000], ["pan", 0], ["tilt", 0], ["zoom", 1000], ["auto-focus", 1], ["auto-iris", 1],
                       ["focus", 50], ["iris", 50], ["temperature", 0, 25], ["temperature", 1, 22], ["voltage", 0],
                       ["power", 0]):
             self.domectl("set", *words)

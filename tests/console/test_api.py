@@ -40,6 +40,14 @@ def test_control_does_what_domectl_does(camera, words, key, value):
     assert camera.dome_state()[key] == value
 
 
+def test_the_clock_is_steered(camera):
+    camera.control("clock", "pause")
+    camera.call("pan", "SetRelativeVelocity", 1, 300)
+    assert camera.console_state()["pan"] == dict(camera.console_state()["pan"], position=0, moving=True)
+    camera.control("clock", "step", 1)
+    assert camera.console_state()["pan"]["position"] > 100000
+
+
 @pytest.mark.parametrize("fault", ["fail", "hang", "gone", "ok"])
 def test_a_fault_is_switched(camera, fault):
     camera.control("fault", "tilt", fault)

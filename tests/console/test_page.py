@@ -85,26 +85,49 @@ def test_the_plan_shows_where_a_move_is_going(camera, page):
     camera.call("pan", "SetRelativeVelocity", 0, 300)
 
 
-def test_zoom_focus_and_iris_change_the_picture(camera, page):
+def lens_filter(page):
+    return page.run("return document.getElementById('picture').style.filter")
+
+
+def light(page):
+    return float(lens_filter(page).partition("brightness(")[2].partition(")")[0] or 1)
+
+
+def test_zoom_changes_the_picture_and_the_focus_follows(camera, page):
     wide = page.picture()
-    camera.control("set", "zoom", 8000)
+    camera.call("zoom", "SetMagnificationThousandthsX", 8000, 300)
+    await_until(lambda: "blur(" in lens_filter(page), "the picture is not sharp on the way")
     page.await_text("zoom-value", "8.00×")
     assert page.difference(wide, page.picture()) > 5
-    sharp = page.run("return document.getElementById('picture').style.filter")
-    assert sharp == "none"
+    await_until(lambda: lens_filter(page) == "none", "the auto focus has found it")
+    assert page.text("focus-value") != "50.0 %"
+
+
+def test_the_focus_blurs_the_picture(camera, page):
+    assert lens_filter(page) == "none"
     camera.control("set", "focus", 20)
-    await_until(lambda: "blur(" in page.run("return document.getElementById('picture').style.filter"), "the picture blurs")
+    await_until(lambda: "blur(" in lens_filter(page), "the picture blurs")
     camera.control("set", "focus", 50)
+    await_until(lambda: lens_filter(page) == "none", "the picture is sharp")
+
+
+def test_the_iris_lets_light_in(camera, page):
     camera.control("set", "iris", 10)
-    page.await_text("iris-value", "10.0 %")
-
-    def light():
-        text = page.run("return document.getElementById('picture').style.filter")
-        return float(text.partition("brightness(")[2].partition(")")[0] or 1)
-
-    await_until(lambda: light() < 0.3, "the picture darkens")
+    await_until(lambda: light(page) < 0.3, "the picture darkens")
     camera.control("set", "iris", 90)
-    await_until(lambda: light() > 1.5, "the picture brightens")
+    await_until(lambda: light(page) > 1.5, "the picture brightens")
+    page.find("light").send_keys(Keys.CONTROL, "a")
+    page.find("light").send_keys("80", Keys.ENTER)
+    page.await_text("iris-value", "20.0 %")
+    await_until(lambda: lens_filter(page) == "none", "the automatic has found the right picture")
+
+
+def test_beyond_its_optics_the_picture_is_cropped(camera, page):
+    dots = page.run("return document.getElementById('picture').width")
+    camera.control("set", "zoom-max", 80000)
+    camera.control("set", "zoom", 80000)
+    await_until(lambda: page.run("return document.getElementById('picture').width") < dots / 3, "fewer dots, larger")
+    page.await_text("zoom-note", "cropped, of 80×")
 
 
 def test_every_direction_has_a_picture(camera, page):
@@ -387,6 +410,7 @@ def test_a_portrait(camera, page, tools):
     """The page in the middle of its work. ORVEX_PORTRAIT names a folder in which its pictures are to be kept."""
     camera.control("set", "pan", 340000)
     camera.control("set", "tilt", 1000)
+    camera.control("set", "focus", 49)  # sharp where it is going
     camera.control("set", "alarm", "BNK2", 0, 1)
     camera.control("set", "relay", "BNK1", 2, 1)
     camera.control("fault", "presets", "gone")

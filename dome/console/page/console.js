@@ -6,7 +6,7 @@ import {CommandPanel} from './panel.js';
 import {Joystick, HoldButtons} from './hands.js';
 
 const $ = (id) => document.getElementById(id);
-const kOptical = 20; // where the lens ends and the picture is cropped
+const kSharpEnough = 1; // percent of the focus that nobody sees
 const kCodes = {
   voltage: ['normal', 'low', 'high'],
   power: ['mains', 'backup', 'failing'],
@@ -48,7 +48,7 @@ class Picture {
     if (!this.still.matches) this.street.advance(Math.min(0.5, (now - this.last) / 1000));
     this.last = now;
     // Beyond its optics the camera shows the same dots, only larger.
-    const dots = Math.min(window.devicePixelRatio, 2) / Math.max(1, view.zoom / kOptical);
+    const dots = Math.min(window.devicePixelRatio, 2) / Math.max(1, view.zoom / view.optical);
     const width = Math.max(64, Math.round(this.canvas.clientWidth * dots));
     const height = Math.max(36, Math.round(this.canvas.clientHeight * dots));
     if (this.canvas.width !== width || this.canvas.height !== height) [this.canvas.width, this.canvas.height] = [width, height];
@@ -56,11 +56,13 @@ class Picture {
     this.expose(view);
   }
 
-  expose({focus, iris, zoom}) {
+  expose({focus, sharp, iris, light: outside, zoom, optical}) {
     // The longer the lens, the less of the scene is sharp beside the point in focus.
-    const off = Math.abs(focus - 50) / 50;
-    const blur = off < 0.004 ? 0 : off * (8 + 16 * Math.sqrt(Math.min(1, zoom / kOptical)));
-    const light = iris <= 50 ? 0.03 + 0.97 * Math.pow(iris / 50, 1.5) : 1 + 1.9 * Math.pow((iris - 50) / 50, 1.3);
+    const off = Math.max(0, Math.abs(focus - sharp) - kSharpEnough) / 50;
+    const blur = off * (8 + 16 * Math.sqrt(Math.min(1, zoom / optical)));
+    // An iris as far open as light is lacking gives the right picture.
+    const open = iris / Math.max(2, 100 - outside);
+    const light = open <= 1 ? 0.03 + 0.97 * Math.pow(open, 1.5) : 1 + 1.9 * Math.pow(Math.min(1.6, open - 1), 1.3);
     const filter = `brightness(${light.toFixed(3)})${blur ? ` blur(${blur.toFixed(2)}px)` : ''}`;
     const wanted = Math.abs(light - 1) < 0.004 && !blur ? 'none' : filter;
     if (wanted !== this.filter) this.canvas.style.filter = this.filter = wanted;
@@ -200,11 +202,18 @@ class BankSwitches {
 const inputs = new BankSwitches($('inputs'), 'alarm', 'Inputs');
 const relays = new BankSwitches($('relays'), 'relay', 'Relays');
 
-for (const sensor of [0, 1]) {
-  $(`temperature-${sensor}`).addEventListener('change', (event) => {
-    attempt(control('set', 'temperature', sensor, event.target.value || 0));
-  });
+/// A field a temperature sensor.
+function buildTemperatures(count) {
+  for (const field of [...document.querySelectorAll('.temperature')]) field.remove();
+  for (let sensor = 0; sensor < count; ++sensor) {
+    const input = element('input', {id: `temperature-${sensor}`, type: 'number', step: 1});
+    input.addEventListener('change', () => attempt(control('set', 'temperature', sensor, input.value || 0)));
+    const label = element('label', {htmlFor: input.id, className: 'temperature', textContent: `Temperature ${sensor}`});
+    $('voltage').previousElementSibling.before(label, element('span', {className: 'unit temperature'}, input, ' °C'));
+  }
 }
+
+$('light').addEventListener('change', (event) => attempt(control('set', 'light', event.target.value || 0)));
 for (const name of ['voltage', 'power']) {
   kCodes[name].forEach((text, code) => $(name).append(new Option(`${code} ${text}`, code)));
   $(name).addEventListener('change', (event) => attempt(control('set', name, event.target.value)));
@@ -216,6 +225,8 @@ function setField(field, value) {
 }
 
 function showSensors(camera) {
+  setField($('light'), Math.round(camera.iris.light));
+  if (document.querySelectorAll('.unit.temperature').length !== camera.temperature.length) buildTemperatures(camera.temperature.length);
   camera.temperature.forEach((degrees, sensor) => setField($(`temperature-${sensor}`), degrees));
   for (const name of ['voltage', 'power']) {
     const select = $(name);
@@ -279,7 +290,7 @@ new Stream({
     setOn($('auto-focus'), camera.focus.auto);
     setOn($('auto-iris'), camera.iris.auto);
     setText($('moving'), camera.focus.focusing ? 'focusing' : camera.pan.moving || camera.tilt.moving ? 'moving' : '');
-    const digital = camera.zoom.position > kOptical * 1000;
+    const digital = camera.zoom.position > camera.zoom.optical;
     setText($('zoom-note'), `${digital ? 'cropped, ' : ''}of ${Math.round(camera.zoom.maximum / 1000)}×`);
   },
   onActivity(activity) {

@@ -90,6 +90,9 @@ function positionsOf(camera) {
     zoom: camera.zoom.position / 1000,
     focus: camera.focus.position,
     iris: camera.iris.position,
+    sharp: camera.focus.sharp,
+    light: camera.iris.light,
+    optical: camera.zoom.optical / 1000,
   };
 }
 

@@ -22,14 +22,16 @@ std::vector<std::string> ShortNames(const std::vector<Services::Name>& names) {
 
 }  // namespace
 
-Dome::Dome(const std::string& busAddress, const Configuration& configuration)
+Dome::Dome(const std::string& busAddress, const Configuration& configuration, const std::string& store)
     : _camera(configuration.camera),
+      _settings(_camera, store, configuration.keepPosition),
       _host(busAddress),
       _names(_services.Serve(_host)),
       _faults(ShortNames(_names), [this](const std::string& service, bool present) {
           const auto named = [&](const Services::Name& name) { return name.shortName == service; };
           _host.SetPresent(std::find_if(_names.begin(), _names.end(), named)->busName, present);
       }) {
+    _settings.Restore();  // before the first call is served
     Serve(_host, static_cast<IControl&>(*this));
     _host.SetCallFilter([this](const ReceivedCall& call) { return Treat(call); });
 }
@@ -48,6 +50,7 @@ void Dome::Run(const std::atomic<bool>& stop) {
         const int timeout = _clock.IsRunning() && _camera.IsMoving() ? kTickWhileMoving : kIdle;
         _host.Process(_console ? _console->Timeout(timeout) : timeout);
         LetTimePass();
+        _settings.Work(_now);
         if (_console) _console->Work();
     }
 }

@@ -12,6 +12,7 @@
 #include "Faults.h"
 #include "IControl.h"
 #include "ModelClock.h"
+#include "SettingsLink.h"
 #include "dome/console/Console.h"
 #include "dome/model/Camera.h"
 #include "dome/services/Services.h"
@@ -22,9 +23,9 @@ namespace dome {
 /// The desk camera on the bus: all of it runs on the thread that calls Run.
 class Dome final : private IControl {
 public:
-    /// A camera as configured. Takes all names. Throws tavos::osa::Exception when the bus does not answer or a name is
-    /// taken.
-    Dome(const std::string& busAddress, const Configuration& configuration);
+    /// A camera as configured, with that settings store (a file, which may be missing). Takes all names. Throws
+    /// tavos::osa::Exception when the bus does not answer or a name is taken.
+    Dome(const std::string& busAddress, const Configuration& configuration, const std::string& store);
 
     /// Shows the camera to browsers as well. Throws tavos::osa::Exception when the port cannot be had.
     void OpenConsole(const console::Options& options);
@@ -40,6 +41,7 @@ private:
     void LetTimePass();
 
     Camera _camera;
+    SettingsLink _settings;
     ModelClock _clock{_camera};
     Services _services{_camera};
     CallLog _calls;

@@ -3,7 +3,9 @@
 #include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -73,6 +75,15 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     return options;
 }
 
+/// The store that the environment names or else the state folder's, by its whole name; the settings client takes it
+/// from the environment.
+std::string SettingsStore(const std::string& folder) {
+    const char* const given = std::getenv("TAVOS_SETTINGS_STORE");
+    const std::string store = given && *given ? std::string(given) : folder + "/settings.db";
+    setenv("TAVOS_SETTINGS_STORE", std::filesystem::absolute(store).c_str(), 1);
+    return std::filesystem::absolute(store).string();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -85,7 +96,8 @@ int main(int argc, char** argv) {
         const std::string address = dome::BusAddress(options->state);
         const dome::Configuration configuration =
             options->configuration.empty() ? dome::Configuration() : dome::ReadConfiguration(options->configuration);
-        dome::Dome dome(options->bus.empty() ? address : options->bus, configuration);
+        const std::string store = SettingsStore(options->state);
+        dome::Dome dome(options->bus.empty() ? address : options->bus, configuration, store);
         if (options->console.port != 0) dome.OpenConsole(options->console);
         CatchSignals();
         std::puts("ready");

@@ -1,0 +1,158 @@
+#include "SettingsLink.h"
+
+#include <sys/stat.h>
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "dome/model/Camera.h"
+#include "tavos/core/IniFile.h"
+#include "tavos/osa/Exception.h"
+
+namespace dome {
+
+namespace {
+
+using nlohmann::json;
+using tavos::osa::Exception;
+using namespace std::chrono_literals;
+
+constexpr auto kLookEvery = 1s;
+constexpr auto kLeaveAlone = 10s;
+const char* const kSection = "Dome/State";
+const char* const kRelays = "Relays";
+const char* const kPositions = "Positions";
+
+std::int64_t Nanoseconds(const timespec& time) {
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+/// A number of the object within the range; NaN where there is none.
+double Number(const json& object, const char* key, double least, double most) {
+    const auto found = object.find(key);
+    if (found == object.end() || !found->is_number()) return std::nan("");
+    const double number = found->get<double>();
+    return number >= least && number <= most ? number : std::nan("");
+}
+
+template <class Drive>
+void Place(Drive& drive, const Axis& axis, const json& positions, const char* key) {
+    const double position = Number(positions, key, axis.Minimum(), axis.Maximum());
+    if (!std::isnan(position)) drive.Place(position);
+}
+
+json Parsed(const std::string& text) {
+    json parsed = json::parse(text, nullptr, false);
+    return parsed.is_object() ? parsed : json::object();
+}
+
+}  // namespace
+
+SettingsLink::SettingsLink(Camera& camera, std::string store, bool keepPosition)
+    : _camera(camera), _store(std::move(store)), _keepPosition(keepPosition) {}
+
+SettingsLink::Stamp SettingsLink::Look() const {
+    Stamp stamp;
+    struct stat status {};
+    if (stat(_store.c_str(), &status) != 0) return stamp;
+    stamp.exists = true;
+    stamp.size = status.st_size;
+    stamp.time = Nanoseconds(status.st_mtim);
+    // A reader may leave an empty one behind: that is no change.
+    if (stat((_store + "-wal").c_str(), &status) == 0 && status.st_size > 0) {
+        stamp.logSize = status.st_size;
+        stamp.logTime = Nanoseconds(status.st_mtim);
+    }
+    return stamp;
+}
+
+void SettingsLink::Restore() {
+    _seen = Look();
+    if (_seen.exists) {
+        try {
+            Follow();
+            tavos::core::IniFile kept;
+            _settings.GetSettings(kSection, kept);
+            PlaceRelays(kept.GetValue(kSection, kRelays));
+            if (_keepPosition) PlaceLensAndHead(kept.GetValue(kSection, kPositions));
+        } catch (const Exception&) {
+            _seen = Stamp();  // the log has it; the next look tries again to follow
+        }
+    }
+    _kept = Picture();
+}
+
+void SettingsLink::Work(Clock::time_point now) {
+    if (now < _next) return;
+    _next = now + kLookEvery;
+    const Stamp stamp = Look();
+    if (!stamp.exists) return;
+    try {
+        if (!(stamp == _seen)) Follow();
+        _seen = stamp;  // from before the reading: a change in the meantime is seen next time
+        if (!_camera.IsMoving()) Keep();
+    } catch (const Exception&) {
+        _next = now + kLeaveAlone;
+    }
+}
+
+void SettingsLink::Follow() {
+    const std::string mode = _settings.GetValue("[Imaging/Focus]Mode");
+    if (mode == _focusMode) return;  // what a service has switched since then stays
+    _focusMode = mode;
+    const bool isAuto = mode != "Manual";
+    if (isAuto != _camera.focus.IsAuto()) _camera.focus.SetAuto(isAuto);
+}
+
+void SettingsLink::Keep() {
+    Kept kept = Picture();
+    tavos::core::IniFile changed;
+    if (kept.relays != _kept.relays) changed.SetValue(kSection, kRelays, kept.relays);
+    if (kept.positions != _kept.positions) changed.SetValue(kSection, kPositions, kept.positions);
+    if (changed.Sections().empty()) return;
+    _settings.SetSettings(changed);
+    _kept = std::move(kept);
+}
+
+SettingsLink::Kept SettingsLink::Picture() const {
+    json relays = json::object();
+    for (const Banks::Bank& bank : _camera.relays.All()) {
+        std::string states;
+        for (const bool energised : bank.states) states += energised ? '1' : '0';
+        relays[bank.name] = states;
+    }
+    Kept kept;
+    kept.relays = relays.dump(-1, ' ', false, json::error_handler_t::replace);
+    if (!_keepPosition) return kept;
+    const json positions = {{"pan", _camera.pan.Position()},
+                            {"tilt", _camera.tilt.Position()},
+                            {"zoom", _camera.zoom.Drive().Position()},
+                            {"focus", _camera.focus.Percent()},
+                            {"iris", _camera.iris.Percent()}};
+    kept.positions = positions.dump();
+    return kept;
+}
+
+void SettingsLink::PlaceRelays(const std::string& text) {
+    const json relays = Parsed(text);
+    for (const Banks::Bank& bank : std::vector<Banks::Bank>(_camera.relays.All())) {
+        const auto found = relays.find(bank.name);
+        if (found == relays.end() || !found->is_string()) continue;
+        const std::string states = found->get<std::string>();
+        for (std::size_t i = 0; i < bank.states.size() && i < states.size(); ++i) {
+            _camera.relays.Set(bank.name, static_cast<int>(i), states[i] == '1');
+        }
+    }
+}
+
+void SettingsLink::PlaceLensAndHead(const std::string& text) {
+    const json positions = Parsed(text);
+    Place(_camera.pan, _camera.pan, positions, "pan");
+    Place(_camera.tilt, _camera.tilt, positions, "tilt");
+    Place(_camera.zoom, _camera.zoom.Drive(), positions, "zoom");
+    Place(_camera.focus, _camera.focus.Drive(), positions, "focus");
+    Place(_camera.iris, _camera.iris.Drive(), positions, "iris");
+}
+
+}  // namespace dome

@@ -1,0 +1,207 @@
+// What the camera takes from its settings, and what it keeps in them over a restart.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "Desk.h"
+#include "dome/SettingsLink.h"
+#include "dome/model/Camera.h"
+#include "tavos/core/Logger.h"
+#include "tavos/settings/TavosSettingsClient.h"
+
+namespace dome::test {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using tavos::settings::TavosSettingsClient;
+
+struct SettingsLinkTest : testing::Test {
+    void SetUp() override {
+        setenv("TAVOS_SETTINGS_STORE", store.c_str(), 1);
+        settings = std::make_unique<TavosSettingsClient>(TavosSettingsClient::kCreate);
+        settings->SetValue("[Imaging/Focus]Mode", "Auto");
+    }
+    void TearDown() override { unsetenv("TAVOS_SETTINGS_STORE"); }
+
+    void SetMode(const std::string& mode) { settings->SetValue("[Imaging/Focus]Mode", mode); }
+
+    /// A second later.
+    void Look(SettingsLink& link) { link.Work(now += 1s); }
+
+    Desk desk;  // only its folder
+    const std::string store = desk.Folder() + "/settings.db";
+    std::unique_ptr<TavosSettingsClient> settings;
+    SettingsLink::Clock::time_point now = SettingsLink::Clock::now();
+    Camera camera;
+};
+
+TEST_F(SettingsLinkTest, FollowsTheModeOfTheAutoFocus) {
+    SettingsLink link(camera, store, false);
+    link.Restore();
+    EXPECT_TRUE(camera.focus.IsAuto());
+    EXPECT_FALSE(camera.IsMoving());
+    SetMode("Manual");
+    Look(link);
+    EXPECT_FALSE(camera.focus.IsAuto());
+    SetMode("anything");
+    link.Work(now + 900ms);  // not yet
+    EXPECT_FALSE(camera.focus.IsAuto());
+    Look(link);
+    EXPECT_TRUE(camera.focus.IsAuto());
+}
+
+TEST_F(SettingsLinkTest, BeginsWithoutTheAutoFocusWhenItIsManual) {
+    SetMode("Manual");
+    SettingsLink link(camera, store, false);
+    link.Restore();
+    EXPECT_FALSE(camera.focus.IsAuto());
+}
+
+TEST_F(SettingsLinkTest, LeavesWhatWasSwitchedSinceTheModeChanged) {
+    SetMode("Manual");
+    SettingsLink link(camera, store, false);
+    link.Restore();
+    camera.focus.SetAuto(true);
+    settings->SetValue("[Other]Key", "1");
+    Look(link);
+    EXPECT_TRUE(camera.focus.IsAuto());
+}
+
+TEST_F(SettingsLinkTest, KeepsTheRelays) {
+    {
+        SettingsLink link(camera, store, false);
+        link.Restore();
+        camera.relays.Set("BNK1", 3, true);
+        camera.relays.Set("BNK2", 0, true);
+        Look(link);
+    }
+    Camera next;
+    SettingsLink link(next, store, false);
+    link.Restore();
+    EXPECT_EQ(next.relays.All()[0].states, (std::vector<bool>{false, false, false, true}));
+    EXPECT_EQ(next.relays.All()[1].states, (std::vector<bool>{true, false}));
+    EXPECT_EQ(settings->GetValue("[Dome/State]Positions"), "");
+
+    CameraProperties fewer;
+    fewer.relays = {{"NEW", 2}, {"BNK1", 2}};
+    Camera other(fewer);
+    SettingsLink(other, store, false).Restore();
+    EXPECT_EQ(other.relays.All()[0].states, (std::vector<bool>{false, false}));
+    EXPECT_EQ(other.relays.All()[1].states, (std::vector<bool>{false, false}));
+}
+
+TEST_F(SettingsLinkTest, StoresNothingForACameraAsItWas) {
+    SettingsLink link(camera, store, true);
+    link.Restore();
+    Look(link);
+    EXPECT_EQ(settings->GetValue("[Dome/State]Relays"), "");
+    EXPECT_EQ(settings->GetValue("[Dome/State]Positions"), "");
+}
+
+TEST_F(SettingsLinkTest, KeepsPositionsOnceTheyHaveComeToRest) {
+    SettingsLink link(camera, store, true);
+    link.Restore();
+    camera.focus.SetAuto(false);
+    camera.pan.MoveTo(12345, 1, 300);
+    camera.tilt.MoveTo(-45000, 1, 300);
+    camera.zoom.MoveTo(3000, 300);
+    camera.focus.MoveTo(62.5);
+    camera.Tick(0.1);
+    Look(link);
+    EXPECT_EQ(settings->GetValue("[Dome/State]Positions"), "") << "it was moving";
+    camera.Tick(10);
+    Look(link);
+    Camera next;
+    SettingsLink(next, store, true).Restore();
+    EXPECT_EQ(next.pan.Position(), 12345);
+    EXPECT_EQ(next.tilt.Position(), -45000);
+    EXPECT_EQ(next.zoom.Magnification(), 3000u);
+    EXPECT_EQ(next.focus.Percent(), 62.5);
+    EXPECT_EQ(next.iris.Percent(), 50);
+    EXPECT_FALSE(next.IsMoving());
+
+    Camera forgetful;
+    SettingsLink(forgetful, store, false).Restore();
+    EXPECT_EQ(forgetful.pan.Position(), 0);
+}
+
+TEST_F(SettingsLinkTest, TakesUpNothingThatIsNoneOfItsTexts) {
+    for (const char* text : {"", "nonsense", "[1,2]", "{\"pan\":\"x\",\"tilt\":1e9,\"BNK1\":7,\"zoom\":null}"}) {
+        settings->SetValue("[Dome/State]Relays", text);
+        settings->SetValue("[Dome/State]Positions", text);
+        Camera next;
+        SettingsLink(next, store, true).Restore();
+        EXPECT_EQ(next.pan.Position(), 0) << text;
+        EXPECT_EQ(next.tilt.Position(), 0) << text;
+        EXPECT_EQ(next.zoom.Magnification(), 1000u) << text;
+        EXPECT_EQ(next.relays.All()[0].states, std::vector<bool>(4)) << text;
+    }
+}
+
+TEST_F(SettingsLinkTest, DoesNotTouchAStoreThatHasNotChanged) {
+    SettingsLink link(camera, store, true);
+    link.Restore();
+    Look(link);
+    Look(link);
+    // Nobody could read it now without a failure: the file is no store, with the size and the time that it had.
+    const auto time = std::filesystem::last_write_time(store);
+    const auto size = std::filesystem::file_size(store);
+    std::ofstream(store, std::ios::trunc) << std::string(size, 'x');
+    std::filesystem::last_write_time(store, time);
+    camera.focus.SetAuto(false);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    Look(link);
+    EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "");
+    EXPECT_FALSE(camera.focus.IsAuto());
+    camera.relays.Set("BNK1", 0, true);
+    EXPECT_NO_THROW(Look(link));  // refused; the camera goes on
+}
+
+TEST_F(SettingsLinkTest, LivesWithoutAStore) {
+    std::filesystem::remove(store);
+    SettingsLink link(camera, store, true);
+    link.Restore();
+    camera.relays.Set("BNK1", 0, true);
+    Look(link);
+    EXPECT_FALSE(std::filesystem::exists(store));
+    EXPECT_TRUE(camera.focus.IsAuto());
+}
+
+TEST(KeptState, SurvivesAKillOfTheCamera) {
+    Desk desk;
+    ASSERT_NO_FATAL_FAILURE(desk.StartBus());
+    const std::string store = desk.Folder() + "/settings.db";
+    ASSERT_EQ(desk.Run("tavos-settings", {"--store", store, "import", DOME_TEST_SETTINGS}).status, 0);
+    const std::string configuration = desk.Folder() + "/camera.toml";
+    std::ofstream(configuration) << "keep_position = true\n";
+    ASSERT_NO_FATAL_FAILURE(desk.StartDome({"--config", configuration}));
+    desk.Control({"set", "relay", "BNK2", "1", "1"});
+    desk.Control({"set", "tilt", "-30000"});
+    const auto stored = [&](const char* key) {
+        return desk.Run("tavos-settings", {"--store", store, "get", std::string("[Dome/State]") + key}).output;
+    };
+    ASSERT_TRUE(Await([&] { return stored("Relays").find("\"01\"") != std::string::npos; })) << stored("Relays");
+    ASSERT_TRUE(Await([&] { return stored("Positions").find("-30000") != std::string::npos; })) << stored("Positions");
+    ASSERT_EQ(desk.Run("tavos-settings", {"--store", store, "set", "[Imaging/Focus]Mode", "Manual"}).status, 0);
+    EXPECT_TRUE(Await([&] { return desk.State()["focus"]["auto"] == false; }));
+    desk.Dome().Signal(SIGKILL);
+    desk.Dome().Wait();
+    ASSERT_NO_FATAL_FAILURE(desk.StartDome({"--config", configuration}));
+    const json state = desk.State();
+    EXPECT_EQ(state["relay"]["BNK2"], json::parse("[false,true]"));
+    EXPECT_EQ(state["tilt"]["position"], -30000);
+    EXPECT_EQ(state["focus"]["auto"], false);
+    EXPECT_EQ(desk.Read("dome.err"), "");
+}
+
+}  // namespace
+}  // namespace dome::test

@@ -214,12 +214,28 @@ def test_taken_port(started, address):
 
 @pytest.mark.parametrize(
     "words",
-    [["--colour"], ["--port"], ["--port", "0"], ["--port", "65536"], ["--trap-port", "many"], ["--console-port", "-1"]],
+    [["--colour"], ["--port"], ["--port", "0"], ["--port", "65536"], ["--trap-port", "many"], ["--console-port", "-1"],
+     ["--config", "/nowhere.toml"]],
     ids=" ".join,
 )
 def test_wrong_options(words):
     status, out, error = run(*words)
     assert (status, out, len(error.splitlines())) == (2, "", 1)
+
+
+def test_the_camera_is_as_configured(started):
+    (started.folder / "camera.toml").write_text("presets = 9\n")
+    status, _, error = started.run("--detach", "--config", os.path.relpath(started.folder / "camera.toml"))
+    assert status == 0, error
+    domectl = ROOT / "build" / "desk" / "bin" / "domectl"
+    state = subprocess.run([domectl, "--state", started.state, "state"], capture_output=True, text=True, timeout=20)
+    assert '"presets":9,' in state.stdout
+
+    assert started.stop()[0] == 0
+    (started.folder / "camera.toml").write_text("wiper = 9\n")
+    status, _, error = started.run("--detach", "--config", started.folder / "camera.toml")
+    assert status == 1
+    assert f"{started.folder}/camera.toml:1: wiper is not known" in error
 
 
 def test_folders_that_cannot_be(started):

@@ -34,6 +34,7 @@ struct PendingRelaySet {
     int relayId = 0;
     int oldState = 0;
     int newValue = 0;
+    bool known = false;  // read in RESERVE2 of this SET
 };
 
 PendingRelaySet s_pending;
@@ -141,11 +142,14 @@ int OrvexSnmpRelay::RememberRow(netsnmp_agent_request_info* info, netsnmp_reques
     s_pending.bank = entry->first.first;
     s_pending.relayId = entry->first.second;
     s_pending.oldState = entry->second;
+    s_pending.known = true;
     return SNMP_ERR_NOERROR;
 }
 
 int OrvexSnmpRelay::CommitRow(netsnmp_request_info* request) const {
     _logger->Information("%s: newRelayState in MODE_SET_COMMIT is %d", kTableHandler, s_pending.newValue);
+    // A row that was away in RESERVE2 alone: the pending one is that of an earlier SET.
+    if (!s_pending.known) return SNMP_ERR_GENERR;
     if (Drive(kTableHandler, s_pending.bank, s_pending.relayId, s_pending.newValue == kEnergise) == -1) {
         return SNMP_ERR_GENERR;
     }
@@ -157,6 +161,7 @@ int OrvexSnmpRelay::HandleCell(netsnmp_agent_request_info* info, netsnmp_request
                                const BankEntry& entry) {
     switch (info->mode) {
         case MODE_SET_RESERVE1:
+            s_pending.known = false;
             if (request->requestvb->type != ASN_INTEGER) netsnmp_set_request_error(info, request, SNMP_ERR_WRONGTYPE);
             return SNMP_ERR_NOERROR;
         case MODE_SET_RESERVE2:

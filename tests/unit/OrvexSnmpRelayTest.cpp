@@ -969,4 +969,22 @@ TEST_F(RelayTest, TableAndControlDoNotTouchEachOther) {
     EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK2 0 1", "call relay ClearRelay BNK1 0 0"));
 }
 
+TEST_F(RelayTest, SetWhoseRowIsAwayInReserve2DoesNotDriveTheRelayOfAnEarlierSet) {
+    BuildTwoBanks();
+    CellRequest earlier(3, 1);
+    earlier.WithInteger(0);
+    EXPECT_EQ(Set(earlier), SNMP_ERR_NOERROR);
+    journal::Clear();
+    const auto banks = Camera().relays.banks;
+    Camera().onCall = [banks, counts = 0](const std::string& call) mutable {
+        if (call != "relay GetRelayCount") return;
+        Camera().relays.banks = banks;
+        if (++counts == 2) Camera().relays.banks = {{"BNK1", {true}}};
+    };
+    CellRequest request(3, 3);
+    request.WithInteger(1);
+    EXPECT_EQ(Set(request), SNMP_ERR_GENERR);
+    EXPECT_THAT(Driven(), Not(Contains(HasSubstr("BNK1"))));
+}
+
 }  // namespace

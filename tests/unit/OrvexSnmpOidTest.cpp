@@ -113,7 +113,8 @@ TEST(OrvexSnmpOidTest, AnEmptyInstanceHasNoArray) {
 
 TEST(OrvexSnmpOidTest, AnInstanceHasRoomForItsCountOfSubIdentifiersAndCopiesAsManyBytes) {
     // Exactly 16 bytes: the address sanitizer sees a reading beyond them.
-    const std::unique_ptr<oid[]> source(new oid[16 / sizeof(oid)]{11, 22});
+    const std::unique_ptr<oid[]> source(new oid[16 / sizeof(oid)]);
+    std::memset(source.get(), 0xA5, 16);
     OrvexSnmpOid copy(source.get(), 16);
     const oid* const array = copy.*MemberOf(OidArray());
     ASSERT_NE(array, nullptr);

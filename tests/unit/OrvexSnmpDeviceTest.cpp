@@ -246,15 +246,6 @@ TEST_F(DeviceTest, FieldsHoldErrorWhenTheIdentityCommandCannotBeStarted) {
     EXPECT_THAT(journal::Logged(3), IsEmpty());
 }
 
-TEST_F(DeviceTest, FieldsHoldErrorWhenTheIdentityCommandsStartThrows) {
-    _folder.LetCommandsThrow();
-    const auto& device = Construct();
-    EXPECT_EQ(device.GetModelNumber(), "ERROR");
-    EXPECT_EQ(device.GetSerialNumber(), "ERROR");
-    EXPECT_EQ(device.GetHwVer(), "ERROR-ERROR");
-    EXPECT_THAT(journal::Logged(3), IsEmpty());
-}
-
 TEST_F(DeviceTest, RunsTheIdentityCommandForReadingOnceForEachOption) {
     _folder.RefuseCommands();
     Construct();

@@ -14,7 +14,6 @@
 namespace {
 
 bool s_refuseCommands = false;
-bool s_letCommandsThrow = false;
 
 void Write(const std::filesystem::path& file, const std::string& text) {
     std::filesystem::create_directories(file.parent_path());
@@ -30,7 +29,6 @@ void WriteScript(const std::filesystem::path& file, const std::string& body, mod
 
 extern "C" std::FILE* popen(const char* command, const char* type) {
     static const auto original = reinterpret_cast<decltype(&popen)>(dlsym(RTLD_NEXT, "popen"));
-    if (s_letCommandsThrow) throw 42;
     if (!s_refuseCommands) return original(command, type);
     journal::Add(journal::Join("popen", command, type));
     errno = EMFILE;
@@ -52,7 +50,6 @@ CameraFolder::CameraFolder() : _workingFolder(std::filesystem::current_path()), 
 
 CameraFolder::~CameraFolder() {
     s_refuseCommands = false;
-    s_letCommandsThrow = false;
     setenv("PATH", _searchPath.c_str(), 1);
     std::error_code ignored;
     std::filesystem::current_path(_workingFolder, ignored);
@@ -82,10 +79,6 @@ void CameraFolder::HideOtherPrograms() const {
 
 void CameraFolder::RefuseCommands() const {
     s_refuseCommands = true;
-}
-
-void CameraFolder::LetCommandsThrow() const {
-    s_letCommandsThrow = true;
 }
 
 std::string CameraFolder::Read(const std::string& file) const {

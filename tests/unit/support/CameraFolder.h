@@ -30,9 +30,6 @@ public:
     /// From now on popen fails, with a line in the journal: "popen myname -m r".
     void RefuseCommands() const;
 
-    /// From now on popen throws an int.
-    void LetCommandsThrow() const;
-
     /// What a file of the folder holds, empty when there is none.
     std::string Read(const std::string& file) const;
 

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,7 @@ struct Object {
     u_char type;
     std::string value;    ///< what is answered, an INTEGER as digits
     std::string logLine;  ///< the Information line, empty: none
+    friend void PrintTo(const Object& shown, std::ostream* out) { *out << shown.name; }
 };
 
 const Object kObjects[] = {

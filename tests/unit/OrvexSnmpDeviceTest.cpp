@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <type_traits>
 
@@ -258,6 +259,7 @@ struct AssemblyCase {
     const char* id;
     const char* version;
     const char* hardware;
+    friend void PrintTo(const AssemblyCase& shown, std::ostream* out) { *out << shown.name; }
 };
 
 class AssemblyTest : public DeviceTest, public testing::WithParamInterface<AssemblyCase> {};
@@ -293,6 +295,7 @@ struct VersionCase {
     const char* file;
     const char* firmware;
     const char* module;
+    friend void PrintTo(const VersionCase& shown, std::ostream* out) { *out << shown.name; }
 };
 
 class VersionTest : public DeviceTest, public testing::WithParamInterface<VersionCase> {};

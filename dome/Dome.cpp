@@ -39,7 +39,7 @@ Dome::Dome(const std::string& busAddress, const Configuration& configuration, co
 void Dome::OpenConsole(const console::Options& options) {
     console::CameraAccess access;
     access.state = [this](std::size_t mostPoints) { return _control.State(mostPoints); };
-    access.execute = [this](const std::vector<std::string>& words) { return _control.Execute(words); };
+    access.execute = [this](const std::vector<std::string>& words) { _control.Execute(words); };
     access.fault = [this](const std::string& service) { return _faults.All().at(service); };
     _console = std::make_unique<console::Console>(options, _services, std::move(access));
     _host.WakeOn(_console->Descriptor());
@@ -47,17 +47,26 @@ void Dome::OpenConsole(const console::Options& options) {
 
 void Dome::Run(const std::atomic<bool>& stop) {
     while (!stop) {
-        const int timeout = _clock.IsRunning() && _camera.IsMoving() ? kTickWhileMoving : kIdle;
+        const int timeout = Timeout();
         _host.Process(_console ? _console->Timeout(timeout) : timeout);
+        // Answers go the same way as events: they are not to wait behind more of these than the bus has taken.
+        if (_host.Unsent() == 0) _control.TellEvents();
         LetTimePass();
         _settings.Work(_now);
         if (_console) _console->Work();
     }
 }
 
+int Dome::Timeout() const {
+    if (_control.HasEvents() && _host.Unsent() == 0) return 0;
+    return _clock.IsRunning() && _camera.IsMoving() ? kTickWhileMoving : kIdle;
+}
+
 std::vector<std::string> Dome::Execute(const std::vector<std::string>& words) {
     try {
-        return {"ok", _control.Execute(words)};
+        const Control::Answer answer = _control.Execute(words);
+        if (answer.more != 0) return {"more", std::to_string(answer.more)};
+        return {"ok", answer.text};
     } catch (const std::exception& error) {
         return {"error", error.what()};
     }
@@ -70,6 +79,7 @@ Treatment Dome::Treat(const ReceivedCall& call) {
     const auto name = std::find_if(_names.begin(), _names.end(), named);
     if (name == _names.end()) return Treatment::kServe;
     const Treatment treatment = _faults.Treatment(name->shortName);
+    if (call.operation == "Ping") return treatment;  // no call of the camera's
     _calls.Add(name->shortName, call, treatment);
     if (_console) _console->Heard(name->shortName, call, treatment);
     return treatment;

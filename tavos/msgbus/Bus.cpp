@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -37,6 +38,12 @@ SignalsBlocked::~SignalsBlocked() {
 std::uint64_t MicrosecondsUntil(Clock::time_point until) {
     const auto left = std::chrono::duration_cast<std::chrono::microseconds>(until - Clock::now()).count();
     return left < 1 ? 1 : static_cast<std::uint64_t>(left);
+}
+
+int MillisecondsUntil(Clock::time_point until) {
+    constexpr long long kLongest = 3'600'000;
+    const long long left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
+    return static_cast<int>(std::clamp(left, 0LL, kLongest));
 }
 
 BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSocket* socket) {

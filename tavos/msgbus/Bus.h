@@ -61,6 +61,9 @@ private:
 /// Microseconds from now until `until`, at least 1: the bus library takes 0 for its own default.
 std::uint64_t MicrosecondsUntil(Clock::time_point until);
 
+/// As poll takes it: rounded up, so that it is not asked again and again within the last one. At most an hour.
+int MillisecondsUntil(Clock::time_point until);
+
 /// A connection's socket, remembered so that a forked child can close its copy: the bus library lets nobody but the
 /// process that has opened a connection free it. Written by one thread.
 class ConnectionSocket {

@@ -7,10 +7,11 @@
 namespace tavos::msgbus {
 
 CallChannel::CallChannel(std::string address, std::chrono::milliseconds deadline,
-                         std::shared_ptr<Reachability> reachability)
+                         std::shared_ptr<Reachability> reachability, std::shared_ptr<SilentServices> silent)
     : _address(std::move(address)),
       _deadline(deadline),
       _reachability(std::move(reachability)),
+      _silent(std::move(silent)),
       _mutex(std::make_unique<std::timed_mutex>()),
       _forkWatch({[] {}, [] {}, [this] { Abandon(); }}) {}
 
@@ -26,6 +27,8 @@ void CallChannel::Call(const ServiceAddress& to, const char* operation, const st
                        const std::string& resultSignature, const std::function<void(Reader&)>& result) {
     const auto until = Clock::now() + _deadline;
     try {
+        if (_silent->IsSilent(SilentServices::TheBus().service)) throw osa::Exception("the message bus is silent");
+        if (_silent->IsSilent(to.service)) throw osa::Exception("the service is silent");
         std::unique_lock<std::timed_mutex> lock(*_mutex, until);
         if (!lock.owns_lock()) throw osa::Exception("another call is still under way");
         CallUntil(until, to, operation, arguments, resultSignature, result);
@@ -48,7 +51,7 @@ void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, c
     Writer writer(made);
     arguments(writer);
 
-    const MessagePtr answer = Exchange(made, until);
+    const MessagePtr answer = Exchange(to, made, until);
     if (sd_bus_message_has_signature(answer.get(), resultSignature.c_str()) <= 0) {
         const char* const signature = sd_bus_message_get_signature(answer.get(), 1);
         throw osa::Exception("the answer has the wrong form (\"%s\" instead of \"%s\")", signature ? signature : "",
@@ -77,19 +80,24 @@ void CallChannel::EnsureOpen(Clock::time_point until) {
         _bus = OpenBus(_address, until, &_socket);
     } catch (const osa::Exception& e) {
         _socket.Forget();
+        if (Clock::now() >= until) _silent->Missed(SilentServices::TheBus());
         _reachability->Lost(e.what());
         throw osa::Exception("the message bus cannot be reached: %s", e.what());
     }
     _reachability->Found();
 }
 
-MessagePtr CallChannel::Exchange(sd_bus_message* call, Clock::time_point until) {
+MessagePtr CallChannel::Exchange(const ServiceAddress& to, sd_bus_message* call, Clock::time_point until) {
     BusError error;
     sd_bus_message* answer = nullptr;
     const int result = sd_bus_call(_bus.get(), call, MicrosecondsUntil(until), &error, &answer);
-    if (result >= 0) return MessagePtr(answer);
+    if (result >= 0) {
+        _silent->Answered(to.service);
+        return MessagePtr(answer);
+    }
 
     const bool late = result == -ETIMEDOUT;
+    if (late) _silent->Missed(to);
     if (late || sd_bus_is_open(_bus.get()) <= 0) {
         // A late answer has no taker; hanging up makes the bus forget it.
         _socket.Forget();

@@ -3,6 +3,7 @@
 #include "tavos/msgbus/Bus.h"
 #include "tavos/msgbus/CallChannel.h"
 #include "tavos/msgbus/EventThread.h"
+#include "tavos/msgbus/SilentServices.h"
 
 namespace tavos::msgbus {
 
@@ -15,8 +16,9 @@ Subscription::~Subscription() {
 
 Connection::Connection(const std::string& address, std::chrono::milliseconds deadline)
     : _reachability(std::make_shared<Reachability>(address)),
-      _calls(std::make_unique<CallChannel>(address, deadline, _reachability)),
-      _events(std::make_shared<EventThread>(address, deadline, _reachability)) {}
+      _silent(std::make_shared<SilentServices>()),
+      _calls(std::make_unique<CallChannel>(address, deadline, _reachability, _silent)),
+      _events(std::make_shared<EventThread>(address, deadline, _reachability, _silent)) {}
 
 Connection::~Connection() {
     _events->Stop();

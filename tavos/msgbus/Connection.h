@@ -13,6 +13,7 @@ namespace tavos::msgbus {
 class CallChannel;
 class EventThread;
 class Reachability;
+class SilentServices;
 struct EventRecord;
 
 /// Where a service is found on the bus.
@@ -50,7 +51,8 @@ public:
     void StartServer();
 
     /// Calls and waits for the answer, which must have the signature `resultSignature`. Throws tavos::osa::Exception
-    /// with service, operation and reason.
+    /// with service, operation and reason. Once the server is started, calls to a service that has let one wait for the
+    /// whole deadline fail at once, until it gives a sign of life.
     void Call(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
               const std::string& resultSignature, const std::function<void(Reader&)>& result);
 
@@ -60,6 +62,7 @@ public:
 
 private:
     std::shared_ptr<Reachability> _reachability;
+    std::shared_ptr<SilentServices> _silent;
     std::unique_ptr<CallChannel> _calls;
     std::shared_ptr<EventThread> _events;
 };

@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <system_error>
 
 #include "tavos/core/Logger.h"
+#include "tavos/msgbus/Pings.h"
 #include "tavos/osa/Exception.h"
 
 namespace tavos::msgbus {
@@ -54,7 +56,7 @@ int OnMatchInstalled(sd_bus_message* answer, void* userdata, sd_bus_error*) {
 /// One connection's life.
 class EventThread::Session {
 public:
-    explicit Session(BusPtr bus) : _bus(std::move(bus)) {}
+    Session(BusPtr bus, SilentServices& silent) : _bus(std::move(bus)), _pings(_bus.get(), silent) {}
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -67,18 +69,17 @@ public:
             slots[record] = known != _slots.end() ? std::move(known->second) : NewSlot(*record);
         }
         _slots.swap(slots);  // the slots that are left over give up their match rules
+        _nextPing = _pings.Send();
     }
 
     void Wait(int wake) {
-        std::uint64_t until = 0;
-        CheckBus(sd_bus_get_timeout(_bus.get(), &until));
-        timespec now{};
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        const auto nowUsec =
-            static_cast<std::uint64_t>(now.tv_sec) * 1000000 + static_cast<std::uint64_t>(now.tv_nsec) / 1000;
-        const std::uint64_t left = until <= nowUsec ? 0 : until - nowUsec;
-        constexpr std::uint64_t kLongest = 60 * 1000000;
-        const int timeout = static_cast<int>(std::min(left, kLongest) / 1000 + (left == 0 ? 0 : 1));
+        constexpr auto kLongest = 60s;
+        std::uint64_t due = 0;  // microseconds of the clock that steady_clock is, too
+        CheckBus(sd_bus_get_timeout(_bus.get(), &due));
+        auto until = std::min(_nextPing, Clock::now() + kLongest);
+        constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+        if (due != kNever) until = std::min(until, Clock::time_point(std::chrono::microseconds(due)));
+        const int timeout = MillisecondsUntil(until);
         const int events = sd_bus_get_events(_bus.get());
         CheckBus(events);
         pollfd descriptors[] = {{sd_bus_get_fd(_bus.get()), static_cast<short>(events), 0}, {wake, POLLIN, 0}};
@@ -97,13 +98,16 @@ private:
 
     BusPtr _bus;
     std::map<std::shared_ptr<EventRecord>, SlotPtr> _slots;  // released before the bus
+    Pings _pings;                                            // so are these
+    Clock::time_point _nextPing;
 };
 
 EventThread::EventThread(std::string address, std::chrono::milliseconds deadline,
-                         std::shared_ptr<Reachability> reachability)
+                         std::shared_ptr<Reachability> reachability, std::shared_ptr<SilentServices> silent)
     : _address(std::move(address)),
       _deadline(deadline),
       _reachability(std::move(reachability)),
+      _silent(std::move(silent)),
       _wake(NewWakeDescriptor()),
       _delivery(std::make_unique<std::timed_mutex>()),
       _forkWatch({[this] { BeforeFork(); }, [this] { AfterForkInParent(); }, [this] { AfterForkInChild(); }}) {}
@@ -128,11 +132,13 @@ void EventThread::StartAfter(std::chrono::milliseconds delay) {
     const SignalsBlocked guard;  // the new thread inherits it: the process's signals are for its own threads
     _stop = false;
     _thread = std::make_unique<std::thread>([this, delay] { Run(delay); });
+    _silent->SetAsker([this] { Wake(); });
 }
 
 void EventThread::Stop() {
     std::lock_guard<std::mutex> lock(_startMutex);
     if (!_thread) return;
+    _silent->SetAsker(nullptr);
     _stop = true;
     Wake();
     _thread->join();
@@ -178,7 +184,7 @@ void EventThread::Run(std::chrono::milliseconds delay) noexcept {
 }
 
 void EventThread::RunSession() {
-    Session session(OpenBus(_address, Clock::now() + _deadline, &_socket));
+    Session session(OpenBus(_address, Clock::now() + _deadline, &_socket), *_silent);
     _reachability->Found();
     while (!_stop) {
         session.Update(Records());
@@ -254,6 +260,7 @@ void EventThread::AfterForkInChild() {
         try {
             StartAfter(kDelayInChild);
         } catch (...) {
+            _silent->SetAsker(nullptr);
             // Calls work without it; the next StartServer tries again.
         }
     }

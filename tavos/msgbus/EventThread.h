@@ -11,6 +11,7 @@
 #include "tavos/msgbus/Bus.h"
 #include "tavos/msgbus/Connection.h"
 #include "tavos/msgbus/ForkWatch.h"
+#include "tavos/msgbus/SilentServices.h"
 
 namespace tavos::msgbus {
 
@@ -24,9 +25,11 @@ struct EventRecord {
 };
 
 /// The connection for events, and the thread that owns it. Subscriptions may come and go at any time, from any thread.
+/// Between events it asks silent services for a sign of life.
 class EventThread {
 public:
-    EventThread(std::string address, std::chrono::milliseconds deadline, std::shared_ptr<Reachability> reachability);
+    EventThread(std::string address, std::chrono::milliseconds deadline, std::shared_ptr<Reachability> reachability,
+                std::shared_ptr<SilentServices> silent);
     ~EventThread();
     EventThread(const EventThread&) = delete;
     EventThread& operator=(const EventThread&) = delete;
@@ -59,6 +62,7 @@ private:
     const std::string _address;
     const std::chrono::milliseconds _deadline;
     const std::shared_ptr<Reachability> _reachability;
+    const std::shared_ptr<SilentServices> _silent;
 
     std::mutex _startMutex;
     std::unique_ptr<std::thread> _thread;  // guarded by _startMutex

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <deque>
 #include <iterator>
 #include <limits>
 
@@ -35,6 +36,7 @@ struct Object {
 };
 
 int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error);
+int OnMessage(sd_bus_message* message, void* state, sd_bus_error* error);
 
 // The library's own macros for the table's rows are no C++17.
 sd_bus_vtable StartRow() {
@@ -90,6 +92,9 @@ struct ServiceHost::Private::State {
         bus = OpenBus(address, Clock::now() + kConnectTime);
         CheckBus(sd_bus_set_method_call_timeout(
             bus.get(), static_cast<std::uint64_t>(std::chrono::microseconds(kConnectTime).count())));
+        sd_bus_slot* slot = nullptr;
+        CheckBus(sd_bus_add_filter(bus.get(), &slot, OnMessage, this));
+        pingSlot.reset(slot);
         for (auto& object : objects) Register(*object);
         reachability.Found();
     }
@@ -99,6 +104,8 @@ struct ServiceHost::Private::State {
             object->slot.reset();
             object->owned = false;
         }
+        heldPings.clear();
+        pingSlot.reset();
         bus.reset();
         nextAttempt = Clock::now();
         reachability.Lost(reason);
@@ -172,8 +179,7 @@ struct ServiceHost::Private::State {
         } else {
             until = std::min(until, nextAttempt);
         }
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count() + 1;
-        poll(watched, std::size(watched), static_cast<int>(std::clamp<long long>(left, 0, 60'000)));
+        poll(watched, std::size(watched), MillisecondsUntil(until));
         return watched[0].revents != 0;
     }
 
@@ -184,10 +190,26 @@ struct ServiceHost::Private::State {
         throw osa::Exception("%s: no such service here", service.c_str());
     }
 
+    bool AnswersPings(const char* service) { return !filter || filter({service, "Ping", {}}) != Treatment::kHang; }
+
+    /// The pings of services that do not hang any more.
+    void AnswerHeldPings() {
+        for (auto ping = heldPings.begin(); ping != heldPings.end();) {
+            if (AnswersPings(sd_bus_message_get_destination(ping->get()))) {
+                sd_bus_reply_method_return(ping->get(), "");
+                ping = heldPings.erase(ping);
+            } else {
+                ++ping;
+            }
+        }
+    }
+
     const std::string address;
     Reachability reachability;
     BusPtr bus;
     std::vector<std::unique_ptr<Object>> objects;  // their slots are released before the bus
+    SlotPtr pingSlot;                              // so is this
+    std::deque<MessagePtr> heldPings;
     std::vector<std::shared_ptr<void>> kept;
     std::function<Treatment(const ReceivedCall&)> filter;
     Clock::time_point nextAttempt{};
@@ -235,6 +257,21 @@ int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error) {
         return sd_bus_error_set(error, kErrorName, Travelling(e.what()).c_str());
     } catch (...) {
         return sd_bus_error_set(error, kErrorName, "the service has failed");
+    }
+}
+
+/// The bus library answers a ping for the whole process; a service that hangs must not seem alive for that.
+int OnMessage(sd_bus_message* message, void* state, sd_bus_error*) {
+    constexpr std::size_t kMostHeld = 100;
+    auto& host = *static_cast<ServiceHost::Private::State*>(state);
+    if (sd_bus_message_is_method_call(message, "org.freedesktop.DBus.Peer", "Ping") <= 0) return 0;
+    try {
+        if (host.AnswersPings(sd_bus_message_get_destination(message))) return 0;
+        if (host.heldPings.size() == kMostHeld) host.heldPings.pop_front();
+        host.heldPings.emplace_back(sd_bus_message_ref(message));
+        return 1;
+    } catch (...) {
+        return 0;
     }
 }
 
@@ -319,6 +356,7 @@ void ServiceHost::Process(int timeout) {
     for (int processed = 0; processed < kMostMessages;) {
         if (state.EnsureConnected()) {
             state.TakeMissingNames();
+            state.AnswerHeldPings();
             if (state.bus && state.ProcessOne()) {
                 ++processed;
                 continue;
@@ -327,6 +365,12 @@ void ServiceHost::Process(int timeout) {
         if (processed > 0 || Clock::now() >= until) return;
         if (state.WaitUntil(until)) return;
     }
+}
+
+std::size_t ServiceHost::Unsent() const {
+    const auto& bus = _private->state->bus;
+    std::uint64_t count = 0;
+    return bus && sd_bus_get_n_queued_write(bus.get(), &count) >= 0 ? static_cast<std::size_t>(count) : 0;
 }
 
 }  // namespace tavos::msgbus

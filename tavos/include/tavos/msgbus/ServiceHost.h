@@ -32,7 +32,9 @@ public:
     ServiceHost(const ServiceHost&) = delete;
     ServiceHost& operator=(const ServiceHost&) = delete;
 
-    /// Asked before each call is served, in the order of arrival. Without it everything is served.
+    /// Asked before each call is served, in the order of arrival. Without it everything is served. It is also asked, as
+    /// for an operation "Ping" without arguments and perhaps over and over, whether a service gives a sign of life,
+    /// which all but one that hangs do.
     void SetCallFilter(std::function<Treatment(const ReceivedCall&)> filter);
 
     /// Takes or gives up a service's well-known name; a service whose name is given up is as good as not there.
@@ -45,6 +47,9 @@ public:
 
     /// Serves what has arrived; waits at most `timeout` milliseconds for something to arrive.
     void Process(int timeout);
+
+    /// How many messages of this host, answers and events, wait for the bus to take them.
+    std::size_t Unsent() const;
 
     struct Private;
     Private& Internals() { return *_private; }

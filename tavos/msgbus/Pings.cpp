@@ -1,0 +1,64 @@
+#include "tavos/msgbus/Pings.h"
+
+#include <algorithm>
+
+namespace tavos::msgbus {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+/// A service that only waits to be let go on answers the question that it has; another is for one that was lost. The
+/// bus keeps what a silent service does not take, so there must not be many.
+constexpr std::chrono::microseconds kPatience = 10s;
+constexpr auto kPause = 200ms;
+
+}  // namespace
+
+int Pings::OnAnswer(sd_bus_message* answer, void* question, sd_bus_error*) {
+    auto& asked = *static_cast<Question*>(question);
+    asked.ended = true;
+    asked.again = Clock::now() + kPause;
+    // Nobody else gives these for an answer: the time is over, the service has ended meanwhile, or too many of the
+    // questions are still with it. Any other error shows that somebody is there, or that nobody of that name is.
+    const bool none = sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NO_REPLY) > 0 ||
+                      sd_bus_message_is_method_error(answer, SD_BUS_ERROR_TIMEOUT) > 0 ||
+                      sd_bus_message_is_method_error(answer, SD_BUS_ERROR_LIMITS_EXCEEDED) > 0;
+    if (!none) asked.silent->Heard(asked.service);
+    return 0;
+}
+
+void Pings::Ask(const SilentServices::Question& about) {
+    sd_bus_message* made = nullptr;
+    CheckBus(sd_bus_message_new_method_call(_bus, &made, about.service.c_str(), about.path.c_str(),
+                                            "org.freedesktop.DBus.Peer", "Ping"));
+    const MessagePtr ping(made);
+    CheckBus(sd_bus_message_set_auto_start(made, 0));
+    Question& question = _asked[about.service] = {};
+    question.silent = &_silent;
+    question.service = about.service;
+    sd_bus_slot* slot = nullptr;
+    CheckBus(sd_bus_call_async(_bus, &slot, made, OnAnswer, &question, kPatience.count()));
+    question.slot.reset(slot);
+}
+
+Clock::time_point Pings::Send() {
+    auto next = Clock::time_point::max();
+    const auto now = Clock::now();
+    for (const auto& question : _silent.Questions()) {
+        auto due = question.due;
+        const auto asked = _asked.find(question.service);
+        if (asked != _asked.end()) {
+            if (!asked->second.ended) continue;
+            due = std::max(due, asked->second.again);
+        }
+        if (due <= now) {
+            Ask(question);
+        } else {
+            next = std::min(next, due);
+        }
+    }
+    return next;
+}
+
+}  // namespace tavos::msgbus

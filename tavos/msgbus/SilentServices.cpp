@@ -1,0 +1,91 @@
+#include "tavos/msgbus/SilentServices.h"
+
+#include <algorithm>
+
+#include "tavos/core/Logger.h"
+
+namespace tavos::msgbus {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+/// Nothing after the first miss, then 200 ms, doubled for each further one.
+Clock::duration Delay(int misses) {
+    constexpr auto kFirst = 200ms;
+    constexpr auto kLongest = 10000ms;
+    constexpr int kMostDoublings = 10;
+    if (misses < 2) return 0ms;
+    return std::min(kFirst * (1 << std::min(misses - 2, kMostDoublings)), kLongest);
+}
+
+}  // namespace
+
+const ServiceAddress& SilentServices::TheBus() {
+    static const auto* const bus =
+        new ServiceAddress{"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"};
+    return *bus;
+}
+
+SilentServices::SilentServices()
+    : _forkWatch({[this] { _mutex.lock(); }, [this] { _mutex.unlock(); }, [this] { _mutex.unlock(); }}) {}
+
+void SilentServices::SetAsker(std::function<void()> wake) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _wakeAsker = std::move(wake);
+    if (_wakeAsker) return;
+    _records.clear();
+    _any = false;
+}
+
+bool SilentServices::IsSilent(const std::string& service) const {
+    if (!_any) return false;
+    const std::lock_guard<std::mutex> lock(_mutex);
+    const auto record = _records.find(service);
+    return record != _records.end() && record->second.silent;
+}
+
+void SilentServices::Missed(const ServiceAddress& service) {
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        if (!_wakeAsker) return;
+        Record& record = _records[service.service];
+        record.path = service.path;
+        record.silent = true;
+        record.due = Clock::now() + Delay(++record.misses);
+        _any = true;
+        _wakeAsker();
+    }
+    core::Logger::GetLogger("tavos")->Error("%s does not answer: until it does, calls to it fail at once",
+                                            service.service.c_str());
+}
+
+void SilentServices::Heard(const std::string& service) {
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        const auto record = _records.find(service);
+        if (record == _records.end() || !record->second.silent) return;
+        record->second.silent = false;
+    }
+    core::Logger::GetLogger("tavos")->Information("%s answers again", service.c_str());
+}
+
+void SilentServices::Answered(const std::string& service) {
+    if (!_any) return;
+    Heard(service);
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _records.erase(service);
+    _any = !_records.empty();
+}
+
+std::vector<SilentServices::Question> SilentServices::Questions() const {
+    std::vector<Question> questions;
+    if (!_any) return questions;
+    const std::lock_guard<std::mutex> lock(_mutex);
+    for (const auto& [service, record] : _records) {
+        if (record.silent) questions.push_back({service, record.path, record.due});
+    }
+    return questions;
+}
+
+}  // namespace tavos::msgbus

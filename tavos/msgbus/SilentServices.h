@@ -1,0 +1,62 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "tavos/msgbus/Bus.h"
+#include "tavos/msgbus/Connection.h"
+#include "tavos/msgbus/ForkWatch.h"
+
+namespace tavos::msgbus {
+
+/// The services (the bus itself among them) that have let a call wait in vain. A caller does not wait for one of them
+/// again until it has given a sign of life: whoever owns the event connection asks for that in the background. Any
+/// thread.
+class SilentServices {
+public:
+    /// What the bus itself is called.
+    static const ServiceAddress& TheBus();
+
+    SilentServices();
+
+    /// `wake` is called, from any thread, when there is a service to ask for a sign of life. Without one (null) nobody
+    /// asks: no service is taken for silent then, and each call waits.
+    void SetAsker(std::function<void()> wake);
+
+    bool IsSilent(const std::string& service) const;
+    /// A call has waited for its whole deadline.
+    void Missed(const ServiceAddress& service);
+    /// A sign of life.
+    void Heard(const std::string& service);
+    /// A call was answered: what was missed before is forgotten.
+    void Answered(const std::string& service);
+
+    /// A service that is to be asked for a sign of life, and when first. One that has given a sign and then missed the
+    /// next call all the same is left alone for longer each time.
+    struct Question {
+        std::string service;
+        std::string path;
+        Clock::time_point due;
+    };
+    std::vector<Question> Questions() const;
+
+private:
+    struct Record {
+        std::string path;
+        bool silent = false;
+        int misses = 0;  // since the last answer
+        Clock::time_point due;
+    };
+
+    mutable std::mutex _mutex;
+    std::function<void()> _wakeAsker;
+    std::map<std::string, Record> _records;  // those that have missed a call and not answered one since
+    std::atomic<bool> _any{false};           // calls look here first: nearly always there is none
+    ForkWatch _forkWatch;
+};
+
+}  // namespace tavos::msgbus

@@ -1,0 +1,205 @@
+// A service that hangs is waited for once; then it is asked for a sign of life in the background.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+
+#include "FakeServices.h"
+#include "HostThread.h"
+#include "PrivateBus.h"
+#include "TemporaryFolder.h"
+#include "Waiting.h"
+#include "tavos/core/IniFile.h"
+#include "tavos/core/Logger.h"
+#include "tavos/interfaces/Serve.h"
+#include "tavos/msgbus/MsgBus.h"
+#include "tavos/osa/Exception.h"
+
+using namespace tavos::interfaces;
+using tavos::msgbus::MsgBus;
+using tavos::msgbus::ReceivedCall;
+using tavos::msgbus::ServiceHost;
+using tavos::msgbus::Treatment;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr const char* kLate = "org.tavos.Pan1 GetMaxPosition: no answer within 300 ms";
+constexpr const char* kSilent = "org.tavos.Pan1 GetMaxPosition: the service is silent";
+constexpr const char* kMissing = "org.tavos.Pan1 GetMaxPosition: the service is missing";
+
+std::size_t Count(const std::string& text, const std::string& part) {
+    std::size_t found = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++found;
+    return found;
+}
+
+/// A pan axis and a temperature on one process of a bus, and a client that has its event thread.
+class SilenceTest : public testing::Test {
+protected:
+    SilenceTest() {
+        setenv("TAVOS_CALL_TIMEOUT_MS", "300", 1);
+        tavos::core::IniFile log;
+        log.SetValue("log", "log.file", folder.File("log"));
+        log.SetValue("log", "log.level", "6");
+        tavos::core::Logger::ClearAppenders();
+        tavos::core::Logger::ConfigureLogging(log, "log");
+        host = std::make_unique<HostThread>(bus.Address());
+        host->Do([this](ServiceHost& h) {
+            Serve(h, pan);
+            Serve(h, temperature);
+            h.SetCallFilter([this](const ReceivedCall& call) { return Treat(call); });
+        });
+        messages = std::make_unique<MsgBus>();
+        messages->StartServer();
+        panClient.reset(IPanProvider::CreateClient(messages.get()));
+        temperatureClient.reset(ITemperatureV2Provider::CreateClient(messages.get()));
+    }
+    ~SilenceTest() override { tavos::core::Logger::ClearAppenders(); }
+
+    Treatment Treat(const ReceivedCall& call) {
+        if (call.service != "org.tavos.Pan1") return Treatment::kServe;
+        if (call.operation == "Ping") return pingsHang ? Treatment::kHang : Treatment::kServe;
+        ++arrived;
+        return callsHang ? Treatment::kHang : Treatment::kServe;
+    }
+
+    void Hang(bool hangs) {
+        pingsHang = hangs;
+        callsHang = hangs;
+    }
+
+    /// What a call to the pan axis fails with, or "".
+    std::string Failure() const {
+        try {
+            panClient->GetMaxPosition();
+        } catch (const tavos::osa::Exception& e) {
+            return e.what();
+        }
+        return "";
+    }
+
+    /// True when calls come to fail, or to succeed (""), in that way.
+    bool ComesTo(const std::string& failure) const {
+        return Eventually([&] { return Failure() == failure; });
+    }
+
+    std::size_t Logged(const std::string& line) const { return Count(FileText(folder.File("log")), line); }
+
+    TemporaryFolder folder;
+    PrivateBus bus;
+    fake::Pan pan;
+    fake::Temperature temperature;
+    std::atomic<bool> pingsHang{false};
+    std::atomic<bool> callsHang{false};
+    std::atomic<int> arrived{0};
+    std::unique_ptr<HostThread> host;
+    std::unique_ptr<MsgBus> messages;
+    std::unique_ptr<IPanProvider> panClient;
+    std::unique_ptr<ITemperatureV2Provider> temperatureClient;
+};
+
+}  // namespace
+
+TEST_F(SilenceTest, OneCallWaitsAndTheNextFailWithoutReachingTheService) {
+    Hang(true);
+    EXPECT_EQ(Failure(), kLate);
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(Failure(), kSilent);
+    EXPECT_EQ(arrived, 1);
+    EXPECT_EQ(Logged(" tavos Error org.tavos.Pan1 does not answer: until it does, calls to it fail at once\n"), 1U);
+}
+
+TEST_F(SilenceTest, OtherServicesAnswerMeanwhile) {
+    Hang(true);
+    EXPECT_EQ(Failure(), kLate);
+    EXPECT_NO_THROW(temperatureClient->GetTemperatureDegreesCelsius(0));
+    EXPECT_EQ(Failure(), kSilent);
+}
+
+TEST_F(SilenceTest, AfterASignOfLifeItIsCalledAgain) {
+    Hang(true);
+    EXPECT_EQ(Failure(), kLate);
+    EXPECT_EQ(Failure(), kSilent);
+    Hang(false);
+    EXPECT_TRUE(ComesTo(""));
+    EXPECT_EQ(Logged(" tavos Information org.tavos.Pan1 answers again\n"), 1U);
+    EXPECT_EQ(arrived, 2);
+
+    Hang(true);  // what was is forgotten
+    EXPECT_EQ(Failure(), kLate);
+    Hang(false);
+    EXPECT_TRUE(ComesTo(""));
+}
+
+TEST_F(SilenceTest, AnErrorIsAnAnswer) {
+    Hang(true);
+    EXPECT_EQ(Failure(), kLate);
+    host->Do([](ServiceHost& h) { h.SetPresent("org.tavos.Pan1", false); });
+    Hang(false);
+    EXPECT_TRUE(ComesTo(kMissing));
+}
+
+TEST_F(SilenceTest, AServiceThatEndsIsMissing) {
+    Hang(true);
+    EXPECT_EQ(Failure(), kLate);
+    host.reset();
+    EXPECT_TRUE(ComesTo(kMissing));
+}
+
+TEST_F(SilenceTest, AServiceThatOnlySeemsAliveIsAskedLessOften) {
+    callsHang = true;
+    for (int miss = 1; miss <= 4; ++miss) {
+        EXPECT_TRUE(ComesTo(kLate)) << miss;
+        EXPECT_EQ(arrived, miss);
+    }
+    // After the fourth miss it is left alone for 800 ms: at most a call every 5 ms fails meanwhile.
+    int failures = 0;
+    EXPECT_TRUE(Eventually([&] { return Failure() == kLate || ++failures < 0; }));
+    EXPECT_GT(failures, 5);
+    callsHang = false;
+    EXPECT_TRUE(ComesTo(""));
+}
+
+TEST_F(SilenceTest, ABusThatHangsIsWaitedForOnce) {
+    EXPECT_EQ(Failure(), "");
+    bus.Freeze();
+    EXPECT_EQ(Failure(), kLate);  // on the connection that there is
+    EXPECT_EQ(Failure(), kSilent);
+    const auto other = [this] {
+        try {
+            temperatureClient->GetTemperatureDegreesCelsius(0);
+        } catch (const tavos::osa::Exception& e) {
+            return std::string(e.what());
+        }
+        return std::string();
+    };
+    EXPECT_THAT(other(), HasSubstr("the message bus cannot be reached: no answer in time"));  // on a new one
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(other(), "org.tavos.Temperature2 GetTemperatureDegreesCelsius: the message bus is silent");
+        EXPECT_EQ(Failure(), "org.tavos.Pan1 GetMaxPosition: the message bus is silent");
+    }
+    bus.Thaw();
+    EXPECT_TRUE(ComesTo(""));
+    EXPECT_TRUE(Eventually([&] { return other().empty(); }));
+}
+
+TEST_F(SilenceTest, ASilentServiceIsAskedAgainOnANewBus) {
+    Hang(true);
+    EXPECT_EQ(Failure(), kLate);
+    bus.Stop();
+    bus.Start();
+    Hang(false);
+    EXPECT_TRUE(ComesTo(""));
+}
+
+TEST_F(SilenceTest, WithoutTheEventThreadEachCallWaits) {
+    MsgBus quiet;
+    panClient.reset(IPanProvider::CreateClient(&quiet));
+    Hang(true);
+    EXPECT_EQ(Failure(), kLate);
+    EXPECT_EQ(Failure(), kLate);
+    Hang(false);
+    EXPECT_EQ(Failure(), "");
+}

@@ -96,8 +96,10 @@ class Desk:
         environment = dict(self.environment)
         if sanitizer_runtime():
             environment["LD_PRELOAD"] = sanitizer_runtime()
-        command = [SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", "-A", "-Lf", self.state / "agent.log"]
-        self._launch("agent", command, environment)
+        self._launch("agent", self.agent_command(), environment)
+
+    def agent_command(self):
+        return [SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", "-A", "-Lf", self.state / "agent.log"]
 
     def output(self, name):
         """What the process has written to its standard output; the module logs to the agent's."""

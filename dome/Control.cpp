@@ -18,7 +18,7 @@ using tavos::osa::Exception;
 using Words = std::vector<std::string>;
 using Json = nlohmann::ordered_json;  // banks have an order
 
-constexpr int kMostEvents = 100000;
+constexpr int kEventsAtOnce = 40;
 
 template <class Number>
 Number ParseNumber(const std::string& text) {
@@ -92,39 +92,43 @@ Json BanksState(const Banks& banks, std::size_t mostPoints) {
     return state;
 }
 
-template <class Fire>
-void FireCounting(int first, int count, Fire fire) {
-    if (count < 1 || count > kMostEvents) throw Exception("%d events: 1 to %d can be had", count, kMostEvents);
-    if (first > std::numeric_limits<int>::max() - (count - 1)) throw Exception("number out of range: %d", first);
-    for (int i = 0; i < count; ++i) fire(first + i);
-}
-
 }  // namespace
 
-std::string Control::Execute(const Words& words) {
+Control::Answer Control::Execute(const Words& words) {
     if (words.empty()) throw Exception("no command");
     const std::string& command = words.front();
     const Words arguments(words.begin() + 1, words.end());
     if (command == "state") {
         CheckWords(command, arguments, 0, 0);
-        return StateAndClock() + "\n";
+        return {StateAndClock() + "\n"};
     }
-    if (command == "calls") return Calls(arguments);
+    if (command == "calls") return {Calls(arguments)};
+    if (command == "event") return Progress(AddEvents(arguments));
+    if (command == "more") {
+        CheckWords(command, arguments, 1, 1);
+        return Progress(ParseNumber<std::uint64_t>(arguments[0]));
+    }
     if (command == "set") {
         Set(arguments);
     } else if (command == "banks") {
         ReplaceBanks(arguments);
     } else if (command == "clock") {
         SetClock(arguments);
-    } else if (command == "event") {
-        FireEvents(arguments);
     } else if (command == "fault") {
         CheckWords(command, arguments, 2, 2);
         _faults.Set(arguments[0], arguments[1]);
     } else {
         throw Exception("unknown command %s", command.c_str());
     }
-    return "";
+    return {};
+}
+
+void Control::TellEvents() {
+    _events.Work(kEventsAtOnce);
+}
+
+Control::Answer Control::Progress(std::uint64_t lastEvent) const {
+    return {"", _events.Told() < lastEvent ? lastEvent : 0};
 }
 
 Json Control::Picture(std::size_t mostPoints) const {
@@ -249,7 +253,7 @@ void Control::ReplaceBanks(const Words& arguments) {
     Refusable([&] { (isAlarm ? _camera.alarms : _camera.relays).Replace(sizes); });
 }
 
-void Control::FireEvents(const Words& arguments) {
+std::uint64_t Control::AddEvents(const Words& arguments) {
     Words values = arguments;
     int count = 1;
     if (values.size() >= 2 && values[values.size() - 2] == "--count") {
@@ -258,18 +262,22 @@ void Control::FireEvents(const Words& arguments) {
     }
     if (values.empty()) throw Exception("event: wrong number of values (0)");
     const std::string& thing = values[0];
-    if (thing == "temperature") {
-        CheckWords(thing, values, 3, 3);
+    const bool isTemperature = thing == "temperature";
+    if (!isTemperature && thing != "voltage" && thing != "power") throw Exception("unknown event %s", thing.c_str());
+    CheckWords(thing, values, isTemperature ? 3 : 2, isTemperature ? 3 : 2);
+    const int first = ParseNumber<int>(values.back());
+    std::uint64_t last = 0;
+    if (isTemperature) {
         const int sensor = ParseNumber<int>(values[1]);
         auto& event = _services.temperature.OnTemperatureChange();
-        FireCounting(ParseNumber<int>(values[2]), count, [&](int degrees) { event.Fire(sensor, degrees); });
-        return;
+        last = _events.Add(first, count, [&event, sensor](int degrees) { event.Fire(sensor, degrees); });
+    } else {
+        auto& event =
+            thing == "voltage" ? _services.voltage.OnVoltageStatusChange() : _services.power.OnPowerStatusChange();
+        last = _events.Add(first, count, [&event](int status) { event.Fire(status); });
     }
-    const bool isVoltage = thing == "voltage";
-    if (!isVoltage && thing != "power") throw Exception("unknown event %s", thing.c_str());
-    CheckWords(thing, values, 2, 2);
-    auto& event = isVoltage ? _services.voltage.OnVoltageStatusChange() : _services.power.OnPowerStatusChange();
-    FireCounting(ParseNumber<int>(values[1]), count, [&](int status) { event.Fire(status); });
+    TellEvents();  // a few are told before the answer
+    return last;
 }
 
 }  // namespace dome

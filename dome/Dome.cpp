@@ -14,6 +14,10 @@ using tavos::msgbus::Treatment;
 constexpr int kTickWhileMoving = 20;
 constexpr int kIdle = 200;
 
+// The bus passes on about 100000 events a second and answers in their turn: told faster than it can, they would hold up
+// the answers to service calls.
+constexpr std::chrono::milliseconds kEventsEvery{2};
+
 std::vector<std::string> ShortNames(const std::vector<Services::Name>& names) {
     std::vector<std::string> shortNames;
     for (const Services::Name& name : names) shortNames.push_back(name.shortName);
@@ -49,17 +53,22 @@ void Dome::Run(const std::atomic<bool>& stop) {
     while (!stop) {
         const int timeout = Timeout();
         _host.Process(_console ? _console->Timeout(timeout) : timeout);
-        // Answers go the same way as events: they are not to wait behind more of these than the bus has taken.
-        if (_host.Unsent() == 0) _control.TellEvents();
         LetTimePass();
+        TellEvents();
         _settings.Work(_now);
         if (_console) _console->Work();
     }
 }
 
 int Dome::Timeout() const {
-    if (_control.HasEvents() && _host.Unsent() == 0) return 0;
+    if (_control.HasEvents()) return 1;
     return _clock.IsRunning() && _camera.IsMoving() ? kTickWhileMoving : kIdle;
+}
+
+void Dome::TellEvents() {
+    if (_now < _nextEvents) return;
+    _control.TellEvents();
+    _nextEvents = _now + kEventsEvery;
 }
 
 std::vector<std::string> Dome::Execute(const std::vector<std::string>& words) {

@@ -38,7 +38,9 @@ private:
 
     std::vector<std::string> Execute(const std::vector<std::string>& words) override;
     tavos::msgbus::Treatment Treat(const tavos::msgbus::ReceivedCall& call);
+    int Timeout() const;
     void LetTimePass();
+    void TellEvents();
 
     Camera _camera;
     SettingsLink _settings;
@@ -50,6 +52,7 @@ private:
     Faults _faults;
     Control _control{_camera, _clock, _services, _calls, _faults};
     Clock::time_point _now = Clock::now();
+    Clock::time_point _nextEvents{};
     std::unique_ptr<console::Console> _console;  // null: none is wanted
 };
 

@@ -20,8 +20,9 @@ public:
     virtual ~IControl() = default;
 
     /// Carries out one command, its words as domectl takes them. The answer is two words: "ok" and what is to be
-    /// printed, or "error" and one line that tells why the command cannot be carried out. Throws
-    /// tavos::osa::Exception when there is no camera that answers.
+    /// printed, "error" and one line that tells why the command cannot be carried out, or "more" and a number: it goes
+    /// on, and the command {"more", number} asks again how it stands. Throws tavos::osa::Exception when there is no
+    /// camera that answers.
     virtual std::vector<std::string> Execute(const std::vector<std::string>& words) = 0;
 };
 

@@ -27,7 +27,7 @@ struct CameraAccess {
     /// The whole camera as JSON, at most that many inputs and that many relays.
     std::function<std::string(std::size_t mostPoints)> state;
     /// Carries out one of domectl's commands; throws for one that cannot be carried out.
-    std::function<std::string(const std::vector<std::string>& words)> execute;
+    std::function<void(const std::vector<std::string>& words)> execute;
     /// "ok", "fail", "hang" or "gone", of a service's short name.
     std::function<std::string(const std::string& service)> fault;
 };

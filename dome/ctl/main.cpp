@@ -1,10 +1,12 @@
 // domectl: look at the desk camera and steer it from a shell.
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "dome/IControl.h"
@@ -87,6 +89,10 @@ std::string Execute(const Invocation& invocation) {
     Words answer;
     try {
         answer = control->Execute(invocation.words);
+        while (answer.size() == 2 && answer[0] == "more") {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            answer = control->Execute(answer);
+        }
     } catch (const std::exception& error) {
         throw Exception("no answer from the camera in %s: %s", invocation.state.c_str(), error.what());
     }

@@ -367,10 +367,4 @@ void ServiceHost::Process(int timeout) {
     }
 }
 
-std::size_t ServiceHost::Unsent() const {
-    const auto& bus = _private->state->bus;
-    std::uint64_t count = 0;
-    return bus && sd_bus_get_n_queued_write(bus.get(), &count) >= 0 ? static_cast<std::size_t>(count) : 0;
-}
-
 }  // namespace tavos::msgbus

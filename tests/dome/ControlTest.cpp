@@ -13,7 +13,7 @@ using tavos::msgbus::Treatment;
 using tavos::osa::Exception;
 
 struct ControlTest : testing::Test {
-    std::string Execute(const std::vector<std::string>& words) { return control.Execute(words); }
+    std::string Execute(const std::vector<std::string>& words) { return control.Execute(words).text; }
     Json State() { return Json::parse(control.State()); }
 
     Camera camera;
@@ -191,6 +191,28 @@ TEST_F(ControlTest, FiresEventsThatLeaveTheReadingsAlone) {
     EXPECT_EQ(voltage.statuses, std::vector<int>{1});
     EXPECT_EQ(power.statuses, (std::vector<int>{5, 6, 7}));
     EXPECT_EQ(control.State(), before);
+}
+
+TEST_F(ControlTest, GoesOnWithARowOfEventsAfterItsAnswer) {
+    Recorder power;
+    services.power.OnPowerStatusChange().AddHandler(tavos::core::CreateDelegate(&power, &Recorder::OnStatus));
+    const std::uint64_t row = control.Execute({"event", "power", "1", "--count", "1000"}).more;
+    ASSERT_NE(row, 0u);
+    EXPECT_LT(power.statuses.size(), 100u) << "others are to have their turn";
+    EXPECT_TRUE(control.HasEvents());
+    const std::uint64_t next = control.Execute({"event", "power", "-1"}).more;
+    const std::string number = std::to_string(row);
+    while (control.Execute({"more", number}).more == row) control.TellEvents();
+    EXPECT_GE(power.statuses.size(), 1000u);
+    while (control.HasEvents()) control.TellEvents();
+    EXPECT_EQ(control.Execute({"more", std::to_string(next)}).more, 0u);
+    ASSERT_EQ(power.statuses.size(), 1001u);
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(power.statuses[static_cast<std::size_t>(i)], i + 1);
+    EXPECT_EQ(power.statuses.back(), -1) << "they keep their order";
+    EXPECT_EQ(control.Execute({"event", "power", "3"}).more, 0u) << "one alone is told at once";
+    EXPECT_EQ(power.statuses.back(), 3);
+    EXPECT_THROW(control.Execute({"more"}), Exception);
+    EXPECT_THROW(control.Execute({"more", "events"}), Exception);
 }
 
 TEST_F(ControlTest, TakesAndGivesUpNamesOnlyWhenThatChanges) {

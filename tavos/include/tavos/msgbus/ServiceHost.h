@@ -48,9 +48,6 @@ public:
     /// Serves what has arrived; waits at most `timeout` milliseconds for something to arrive.
     void Process(int timeout);
 
-    /// How many messages of this host, answers and events, wait for the bus to take them.
-    std::size_t Unsent() const;
-
     struct Private;
     Private& Internals() { return *_private; }
 

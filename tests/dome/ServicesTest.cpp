@@ -46,6 +46,8 @@ TEST_F(ServicesTest, TimeLimitsReachTheCamera) {
 }
 
 TEST_F(ServicesTest, TiltGivesSignedPositionsAsTheirBits) {
+    EXPECT_EQ(services.tilt.GetMinPosition(), -90000);
+    EXPECT_EQ(services.tilt.GetMaxPosition(), 90000);
     services.tilt.SetPosition(-45000, 300);
     camera.Tick(10);
     EXPECT_EQ(services.tilt.GetPosition(), 4294922296u);

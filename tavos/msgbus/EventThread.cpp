@@ -240,15 +240,18 @@ void EventThread::BeforeFork() {
     _recordsMutex.lock();
     // So that no lock of a delegate's is held in the child by a thread that it does not have.
     _deliveryHeldForFork = std::this_thread::get_id() != _threadId && _delivery->try_lock_for(kLongestDelegate);
+    _silent->BeforeFork();  // last: a delegate's calls take it, too
 }
 
 void EventThread::AfterForkInParent() {
+    _silent->AfterFork();
     if (_deliveryHeldForFork) _delivery->unlock();
     _recordsMutex.unlock();
     _startMutex.unlock();
 }
 
 void EventThread::AfterForkInChild() {
+    _silent->AfterFork();
     static_cast<void>(_delivery.release());
     _delivery = std::make_unique<std::timed_mutex>();
     _socket.CloseInChild();

@@ -27,9 +27,6 @@ const ServiceAddress& SilentServices::TheBus() {
     return *bus;
 }
 
-SilentServices::SilentServices()
-    : _forkWatch({[this] { _mutex.lock(); }, [this] { _mutex.unlock(); }, [this] { _mutex.unlock(); }}) {}
-
 void SilentServices::SetAsker(std::function<void()> wake) {
     const std::lock_guard<std::mutex> lock(_mutex);
     _wakeAsker = std::move(wake);

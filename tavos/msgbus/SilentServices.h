@@ -9,7 +9,6 @@
 
 #include "tavos/msgbus/Bus.h"
 #include "tavos/msgbus/Connection.h"
-#include "tavos/msgbus/ForkWatch.h"
 
 namespace tavos::msgbus {
 
@@ -20,8 +19,6 @@ class SilentServices {
 public:
     /// What the bus itself is called.
     static const ServiceAddress& TheBus();
-
-    SilentServices();
 
     /// `wake` is called, from any thread, when there is a service to ask for a sign of life. Without one (null) nobody
     /// asks: no service is taken for silent then, and each call waits.
@@ -44,6 +41,10 @@ public:
     };
     std::vector<Question> Questions() const;
 
+    /// Around a fork, in the parent and in the child, so that the child gets it whole. No lock is taken within.
+    void BeforeFork() { _mutex.lock(); }
+    void AfterFork() { _mutex.unlock(); }
+
 private:
     struct Record {
         std::string path;
@@ -56,7 +57,6 @@ private:
     std::function<void()> _wakeAsker;
     std::map<std::string, Record> _records;  // those that have missed a call and not answered one since
     std::atomic<bool> _any{false};           // calls look here first: nearly always there is none
-    ForkWatch _forkWatch;
 };
 
 }  // namespace tavos::msgbus

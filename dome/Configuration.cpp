@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <filesystem>
 #include <initializer_list>
 
 #include "tavos/osa/Exception.h"
@@ -139,6 +140,8 @@ private:
 };
 
 toml::table Parsed(const std::string& file) {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(file, ignored)) throw Exception("%s:0: is a folder", file.c_str());
     try {
         return toml::parse_file(file);
     } catch (const toml::parse_error& error) {

@@ -1,0 +1,28 @@
+"""A manager in a process of its own, so that nothing that a test does itself lengthens what it measures:
+
+asking.py PORT OID PAUSE TIMEOUT
+
+Asks for the object over and over until it is ended, each time when the last answer has come, and writes a line for each
+answer: when it was sent, seconds taken, error status and value; "lost" for one that did not come in time.
+"""
+
+import pathlib
+import socket
+import sys
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "agent"))
+
+import ber  # noqa: E402
+
+port, oid, pause, timeout = int(sys.argv[1]), sys.argv[2], float(sys.argv[3]), float(sys.argv[4])
+manager = ber.Manager(port, timeout)
+while True:
+    start = time.monotonic()
+    try:
+        answer = manager.get(oid)
+        outcome = f"{answer.error_status} {answer.bindings[0].value!r}"
+    except (socket.timeout, ConnectionRefusedError):
+        outcome = "lost"
+    print(start, time.monotonic() - start, outcome, flush=True)
+    time.sleep(pause)

@@ -1,0 +1,101 @@
+"""A stand-in for a service of the camera, on the wire: takes a name on the bus, receives calls, tells events as fast as
+the bus takes them, and can be gone at any moment."""
+
+import os
+import socket
+import struct
+
+BUS = ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus")
+CALL, RETURN, ERROR, SIGNAL = 1, 2, 3, 4
+PATH, INTERFACE, MEMBER, REPLY_SERIAL, DESTINATION, SIGNATURE = 1, 2, 3, 5, 6, 8
+_TYPES = {PATH: "o", INTERFACE: "s", MEMBER: "s", DESTINATION: "s", SIGNATURE: "g", REPLY_SERIAL: "u"}
+
+
+def _text(text):
+    octets = text.encode()
+    return struct.pack("<I", len(octets)) + octets + b"\0"
+
+
+def _pad(octets, to):
+    return octets + b"\0" * (-len(octets) % to)
+
+
+def message(kind, serial, fields, body=b""):
+    head = b""
+    for code, value in fields.items():
+        head = _pad(head, 8) + bytes([code, 1]) + _TYPES[code].encode() + b"\0"
+        if _TYPES[code] == "g":
+            head += bytes([len(value)]) + value.encode() + b"\0"
+        else:
+            head = _pad(head, 4) + (struct.pack("<I", value) if _TYPES[code] == "u" else _text(value))
+    return _pad(struct.pack("<BBBBIII", ord("l"), kind, 0, 1, len(body), serial, len(head)) + head, 8) + body
+
+
+class Service:
+    """`name` ("Voltage2") is taken at once; nobody else may have it."""
+
+    def __init__(self, bus_socket, name):
+        self._path, self._interface = f"/org/tavos/{name}", f"org.tavos.{name}"
+        self._serial = 0
+        self._socket = socket.socket(socket.AF_UNIX)
+        self._socket.connect(str(bus_socket))
+        self._socket.sendall(b"\0AUTH EXTERNAL " + str(os.getuid()).encode().hex().encode() + b"\r\n")
+        assert self._socket.recv(1000).startswith(b"OK ")
+        self._socket.sendall(b"BEGIN\r\n")
+        self._file = self._socket.makefile("rb")
+        self._ask_bus("Hello", "", b"")
+        wanted = _pad(_text(self._interface), 4) + struct.pack("<I", 4)  # 4: do not queue for it
+        (answer,) = struct.unpack("<I", self._ask_bus("RequestName", "su", wanted))
+        assert answer == 1, f"{name} is taken"
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def close(self):
+        self._file.close()
+        self._socket.close()
+
+    def receive(self):
+        """Kind, serial and body of the next message."""
+        head = self._file.read(16)
+        if len(head) < 16:
+            raise EOFError("the bus has hung up")
+        _, kind, _, _, length, serial, fields = struct.unpack("<BBBBIII", head)
+        rest = self._file.read((fields + 7) // 8 * 8 + length)
+        return kind, serial, rest[len(rest) - length:]
+
+    def await_call(self):
+        """The serial of the next call."""
+        while True:
+            kind, serial, _ = self.receive()
+            if kind == CALL:
+                return serial
+
+    def tell(self, event, values):
+        """One event of one number for each of the values, all of them at once. Nobody is waited for but the bus."""
+        fields = {PATH: self._path, INTERFACE: self._interface, MEMBER: event, SIGNATURE: "i"}
+        template = message(SIGNAL, 0, fields, struct.pack("<i", 0))
+        out = bytearray()
+        for value in values:
+            one = bytearray(template)
+            self._serial += 1
+            struct.pack_into("<I", one, 8, self._serial)
+            struct.pack_into("<i", one, len(one) - 4, value)
+            out += one
+        self._socket.sendall(out)
+
+    def _ask_bus(self, member, signature, body):
+        self._serial += 1
+        destination, path, interface = BUS
+        fields = {PATH: path, INTERFACE: interface, MEMBER: member, DESTINATION: destination}
+        if signature:
+            fields[SIGNATURE] = signature
+        self._socket.sendall(message(CALL, self._serial, fields, body))
+        while True:
+            kind, _, answer = self.receive()
+            assert kind != ERROR, f"{member}: {answer}"
+            if kind == RETURN:
+                return answer

@@ -1,0 +1,56 @@
+import os
+import pathlib
+import sys
+
+import pytest
+
+sys.path[:0] = [str(pathlib.Path(__file__).parents[1] / "agent"), str(pathlib.Path(__file__).parent)]
+
+import desk as desks  # noqa: E402
+
+
+@pytest.fixture
+def undisturbed():
+    """Where it is allowed, the test and what it starts go before the machine's other work, which is not measured."""
+    before = os.getpriority(os.PRIO_PROCESS, 0)
+    try:
+        os.setpriority(os.PRIO_PROCESS, 0, -15)
+    except PermissionError:
+        yield
+        return
+    yield
+    os.setpriority(os.PRIO_PROCESS, 0, before)
+
+
+@pytest.fixture
+def desk():
+    """A desk camera of the test's own, with nothing started yet."""
+    desk = desks.Desk()
+    yield desk
+    desk.close()
+
+
+@pytest.fixture
+def started():
+    """A running desk camera of the test's own."""
+    desk = desks.Desk()
+    try:
+        desk.start()
+        yield desk
+    finally:
+        desk.close()
+
+
+@pytest.fixture
+def figure(request, capsys):
+    """Prints what a test has measured; with ORVEX_FULL=1 at once."""
+
+    def show(text):
+        line = f"{request.node.name}: {text}"
+        if os.environ.get("ORVEX_FULL") == "1":
+            with capsys.disabled():
+                print(f"\n  {line}")
+        else:
+            print(line)
+
+    return show

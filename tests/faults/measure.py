@@ -1,0 +1,159 @@
+"""How long the tests run, what a process holds, and requests that go on while something breaks."""
+
+import os
+import pathlib
+import socket
+import subprocess
+import threading
+import time
+from typing import NamedTuple, Optional
+
+import ber
+from desk import await_until
+
+# ./check runs the short form; tests/faults/full the one whose figures are in docs/reliability.md.
+FULL = os.environ.get("ORVEX_FULL") == "1"
+
+ASKING = pathlib.Path(__file__).with_name("asking.py")
+
+
+def times(short, full):
+    return full if FULL else short
+
+
+class Footprint(NamedTuple):
+    resident: int  # kB
+    highest: int  # kB, since the start
+    threads: int
+    descriptors: tuple  # what they lead to, without the numbers that tell one socket from another
+
+    def __str__(self):
+        return (f"{self.resident} kB resident ({self.highest} kB at most), {self.threads} threads, "
+                f"{len(self.descriptors)} descriptors")
+
+
+def footprint(pid):
+    status = dict(line.split(":", 1) for line in pathlib.Path(f"/proc/{pid}/status").read_text().splitlines())
+    targets = []
+    for link in pathlib.Path(f"/proc/{pid}/fd").iterdir():
+        try:
+            targets.append(os.readlink(link).split(":[")[0])
+        except FileNotFoundError:
+            continue  # closed meanwhile
+    return Footprint(int(status["VmRSS"].split()[0]), int(status["VmHWM"].split()[0]), int(status["Threads"]),
+                     tuple(sorted(targets)))
+
+
+def settled(desk):
+    """The agent's footprint once it has closed the store that it writes when it has started."""
+    def look():
+        now = footprint(desk.processes["agent"].pid)
+        return now if not any(name.endswith("/snmpd.conf") for name in now.descriptors) else None
+
+    return await_until(look, "the agent has closed its store")
+
+
+def percentile(values, percent):
+    ordered = sorted(values)
+    return ordered[min(len(ordered) - 1, int(len(ordered) * percent / 100))]
+
+
+class Answer(NamedTuple):
+    sent: float  # when
+    seconds: float
+    status: Optional[int]  # None for an answer that has not come
+    value: str
+
+
+class Asking:
+    """A manager that asks for one object over and over, each time when the last answer has come, for a `with`, which
+    begins when the first one has come, if it is to wait for that."""
+
+    def __init__(self, desk, oid, pause=0.0, timeout=5.0, wait=True):
+        self._command = ["/usr/bin/python3", ASKING, desk.port, oid, pause, timeout]
+        self._wait, self._answers = wait, []
+
+    def __enter__(self):
+        self._process = subprocess.Popen(list(map(str, self._command)), stdout=subprocess.PIPE, text=True)
+        self._reader = threading.Thread(target=self._read, daemon=True)
+        self._reader.start()
+        if self._wait:
+            await_until(lambda: self._answers, "the first answer")
+        return self
+
+    def __exit__(self, *_):
+        self._process.terminate()
+        self._process.wait(10)
+        self._reader.join(10)
+        self._process.stdout.close()
+
+    def _read(self):
+        for line in self._process.stdout:
+            if not line.endswith("\n"):
+                return  # ended in the middle of it
+            sent, seconds, *outcome = line.split(None, 3)
+            status, value = (int(outcome[0]), outcome[1].strip()) if len(outcome) == 2 else (None, "")
+            self._answers.append(Answer(float(sent), float(seconds), status, value))
+
+    @property
+    def answers(self):
+        return list(self._answers)
+
+    @property
+    def statuses(self):
+        return {answer.status for answer in self._answers}
+
+    def await_answer(self, status, seconds=15):
+        """Waits until a request that is sent from now on is answered with the status."""
+        start = time.monotonic()
+
+        def answered():
+            for answer in reversed(self._answers):
+                if answer.sent < start:
+                    return False
+                if answer.status == status:
+                    return True
+            return False
+
+        await_until(answered, f"an answer with status {status}", seconds)
+
+    def taken(self):
+        return [answer.seconds for answer in self._answers]
+
+
+def answers_at_a_rate(port, oid, rate, seconds):
+    """GETs sent at fixed times, whatever becomes of those before. The seconds from the time at which each was to be sent
+    to its answer; no answer within two seconds after the last one is a failure."""
+    ids = {}
+    messages = []
+    for number in range(int(rate * seconds)):
+        message = ber.encode(ber.GET, [(oid, ber.NULL, b"")])
+        ids[ber.Message(message).request_id] = number
+        messages.append(message)
+    taken = [None] * len(messages)
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as manager:
+        manager.connect(("127.0.0.1", port))
+        start = time.monotonic()
+
+        def receive():
+            left = len(messages)
+            manager.settimeout(seconds + 2)
+            while left:
+                try:
+                    answer = ber.Message(manager.recv(65536))
+                except OSError:
+                    return
+                now = time.monotonic()
+                number = ids[answer.request_id]
+                taken[number] = now - start - number / rate
+                left -= 1
+                manager.settimeout(max(0.01, start + seconds + 2 - now))
+
+        receiver = threading.Thread(target=receive)
+        receiver.start()
+        for number, message in enumerate(messages):
+            time.sleep(max(0.0, start + number / rate - time.monotonic()))
+            manager.send(message)
+        receiver.join()
+    assert None not in taken, f"{taken.count(None)} of {len(taken)} requests were not answered"
+    return taken

@@ -1,0 +1,93 @@
+"""Changes that come by the hundred thousand, and a trap sink that is slow, or not there."""
+
+import pytest
+
+import ber
+from busclient import Service
+from desk import ManagerOf, await_until
+from expected_tree import OID
+from measure import Asking, footprint, percentile, settled
+from traps import Sink
+
+COUNT = 100000
+BUFFER = 256 << 20  # room for all of them: what a sink does not read the system would drop
+LAST = COUNT + 1000  # behind all the others
+ROOM = 200 * 1024  # kB that the agent may take more while they pass
+
+
+pytestmark = [pytest.mark.slow, pytest.mark.usefixtures("undisturbed")]
+
+
+@pytest.fixture
+def burst(started):
+    """Tells so many events at once, as fast as the bus takes them, in the name of the voltage service."""
+    started.domectl("fault", "voltage", "gone")
+    with Service(started.state / "bus.sock", "Voltage2") as service:
+        yield lambda values: service.tell("VoltageStatusChange", values)
+
+
+def check_agent(desk, asking, before, figure, what):
+    after = footprint(desk.processes["agent"].pid)
+    taken = asking.taken()
+    figure(f"{what}; {len(taken)} GETs meanwhile, 99 % within {percentile(taken, 99) * 1e3:.1f} ms, at most "
+           f"{max(taken) * 1e3:.0f} ms; agent before {before}, after {after}")
+    assert None not in asking.statuses
+    assert asking.statuses == {ber.NO_ERROR}
+    assert (after.threads, after.descriptors) == (before.threads, before.descriptors)
+    assert after.highest - before.highest < ROOM
+
+
+def test_a_sink_that_reads_late_gets_every_trap_in_order(started, burst, figure):
+    with Sink(started, BUFFER) as sink, Asking(started, OID["modelName"]) as asking:
+        before = settled(started)
+        burst(range(COUNT))
+        burst([LAST])
+        await_until(lambda: len(asking.answers) > 100, "GETs are answered")
+        sink.read()
+        await_until(lambda: sink.values[-1:] == [LAST], "the last trap", 60)
+    assert sink.values == [*range(COUNT), LAST]
+    check_agent(started, asking, before, figure, f"{COUNT} events, each one a trap, in order")
+
+
+def test_a_sink_that_is_gone(started, burst, figure):
+    with Asking(started, OID["modelName"]) as asking:
+        before = settled(started)
+        burst(range(COUNT))
+        with Sink(started) as sink:
+            sink.read()
+            burst([LAST])
+            await_until(lambda: sink.values[-1:] == [LAST], "a trap when the sink is back", 60)
+    check_agent(started, asking, before, figure, f"{COUNT} events, nobody listens; {len(sink.values)} traps afterwards")
+    assert sink.values == [*range(COUNT - len(sink.values) + 1, COUNT), LAST]
+
+
+def test_every_sensor_at_once_told_by_the_camera(started, figure):
+    """The camera itself tells its events over five seconds, and is called meanwhile."""
+    with Sink(started, BUFFER) as sink, Asking(started, OID["modelName"]) as asking, \
+            Asking(started, OID["voltage"]) as called:
+        sink.read()
+        before = settled(started)
+        started.domectl("event", "temperature", 0, 1, "--count", COUNT)
+        await_until(lambda: len(sink.values) >= COUNT, "the last trap", 60)
+    assert sink.values == list(range(1, COUNT + 1))
+    check_agent(started, asking, before, figure, f"{COUNT} events of the camera, called "
+                f"{len(called.answers)} times meanwhile, at most {max(called.taken()) * 1e3:.0f} ms")
+    assert None not in called.statuses
+
+
+def test_the_agent_waits_for_a_service_while_they_come(started, burst, figure):
+    """Traps pile up while the agent's thread waits: 65536 at most, then the events wait in the bus."""
+    started.domectl("fault", "power", "hang")
+    with Sink(started, BUFFER) as sink, Asking(started, OID["power"]) as waiting:
+        sink.read()
+        before = settled(started)
+        await_until(lambda: waiting.answers, "the one call that waits")
+        burst(range(COUNT))
+        started.domectl("fault", "power", "ok")
+        waiting.await_answer(ber.NO_ERROR)
+        burst([LAST])
+        await_until(lambda: sink.values[-1:] == [LAST], "the last trap", 60)
+    assert sink.values == [*range(COUNT), LAST]
+    after = footprint(started.processes["agent"].pid)
+    figure(f"agent before {before}, after {after}")
+    assert after.highest - before.highest < ROOM

@@ -1,0 +1,80 @@
+"""The bus dies and comes back."""
+
+import os
+import signal
+
+import pytest
+
+import ber
+from desk import ManagerOf, await_until
+from expected_tree import OID
+from measure import Asking, footprint, settled, times
+from traps import Sink
+
+
+def kill(desk, name):
+    process = desk.processes.pop(name)
+    os.kill(process.pid, signal.SIGKILL)
+    process.wait()
+
+
+@pytest.mark.slow
+def test_the_bus_restarts_over_and_over(started, figure):
+    rounds = times(5, 100)
+    with Sink(started) as sink:
+        sink.read()
+        told = 0
+
+        def events_arrive():
+            """Whoever tells an event before the agent listens again tells it in vain: told until one arrives."""
+            nonlocal told
+            told += 1
+            before = len(sink.values)
+            if started.try_domectl("event", "voltage", told).returncode != 0:
+                return False
+            try:
+                await_until(lambda: len(sink.values) > before, "the event's trap", 0.3)
+            except AssertionError:
+                return False
+            return sink.values[-1] == told
+
+        await_until(events_arrive, "the first event")
+        before = settled(started)
+        with Asking(started, OID["voltage"], pause=0.001) as served, Asking(started, OID["modelName"]) as model:
+            for number in range(rounds):
+                if number % 2:
+                    kill(started, "bus")
+                else:
+                    started.end("bus")
+                served.await_answer(ber.GEN_ERR)
+                started.start_bus()
+                served.await_answer(ber.NO_ERROR)
+                await_until(events_arrive, "events arrive again")
+        after = footprint(started.processes["agent"].pid)
+    for asking in (served, model):
+        assert None not in asking.statuses
+    assert model.statuses == {ber.NO_ERROR}
+    figure(f"{rounds} restarts; {len(served.answers)} requests for a service, at most {max(served.taken()) * 1e3:.0f} ms; "
+           f"{len(model.answers)} others, at most {max(model.taken()) * 1e3:.0f} ms, none lost; agent before {before}, "
+           f"after {after}")
+    assert max(served.taken()) < 0.5 + 0.2
+    assert (after.threads, after.descriptors) == (before.threads, before.descriptors)
+    assert after.resident - before.resident < 1024
+
+
+def test_no_bus_at_the_start(desk):
+    desk.start_agent()
+    with ManagerOf(desk) as manager:
+        assert manager.get(OID["modelName"]).bindings[0].value == b"Orvex Dome D20"
+        assert manager.set_octets(OID["positionPan"], bytes.fromhex("02000064")).error_status == ber.NO_ERROR
+        desk.start_bus()
+        desk.start_dome()
+
+        def pan_is_called():
+            assert manager.set_octets(OID["positionPan"], bytes.fromhex("02000064")).error_status == ber.NO_ERROR
+            return any(call["call"] == "SetPositionAtSpeed" for call in desk.calls())
+
+        await_until(pan_is_called, "the service is called")
+        with Sink(desk) as sink:
+            sink.read()
+            await_until(lambda: desk.domectl("event", "power", 7) == "" and sink.values, "events arrive")

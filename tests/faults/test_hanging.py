@@ -1,0 +1,81 @@
+"""A service, or the bus, that takes calls and answers none: one call waits for it, and nobody else for long."""
+
+import contextlib
+import os
+import signal
+
+import pytest
+
+import ber
+from desk import ManagerOf, await_until
+from expected_tree import OID
+from measure import FULL, Asking, answers_at_a_rate, percentile, times
+
+DEADLINE = 0.5  # of one call
+UNRELATED = 0.05  # what others may wait at the 99th percentile
+
+
+@contextlib.contextmanager
+def hung_service(desk):
+    desk.domectl("fault", "voltage", "hang")
+    yield
+    desk.domectl("fault", "voltage", "ok")
+
+
+@contextlib.contextmanager
+def stopped(desk, name):
+    """A process that has the calls in its socket and does not run."""
+    pid = desk.processes[name].pid
+    os.kill(pid, signal.SIGSTOP)
+    try:
+        yield
+    finally:
+        os.kill(pid, signal.SIGCONT)
+
+
+HANGING = {
+    "service": hung_service,
+    "camera": lambda desk: stopped(desk, "dome"),
+    "bus": lambda desk: stopped(desk, "bus"),
+}
+# What is asked for meanwhile: with a live camera another of its services, with a stopped one what needs none.
+UNRELATED_OBJECT = {"service": "temperature", "camera": "modelName", "bus": "modelName"}
+
+
+def sound(desk):
+    with ManagerOf(desk) as manager:
+        return manager.get(OID["voltage"]).error_status == ber.NO_ERROR
+
+
+@pytest.mark.slow
+@pytest.mark.parametrize("what", HANGING)
+def test_one_call_waits_and_others_are_answered(undisturbed, started, figure, what):
+    unrelated = OID[UNRELATED_OBJECT[what]]
+    seconds, rate = times(4, 100), 200
+    with HANGING[what](started):
+        with Asking(started, OID["voltage"], wait=False) as asking:
+            before = answers_at_a_rate(started.port, unrelated, rate, 1)  # the wait is in this second
+            for _ in range(times(3, 1)):  # other work of the machine only ever makes them longer
+                taken = answers_at_a_rate(started.port, unrelated, rate, seconds)
+                if percentile(taken, 99) < UNRELATED:
+                    break
+    await_until(lambda: sound(started), "the service answers again")
+
+    assert None not in asking.statuses
+    assert asking.statuses == {ber.GEN_ERR}
+    waits = asking.taken()
+    waited = [wait for wait in waits if wait > DEADLINE / 2]
+    everybody = before + taken
+    figure(f"{len(waits)} requests for what hangs, {len(waited)} waited (at most {max(waits) * 1e3:.0f} ms), "
+           f"99 % of the others within {percentile(sorted(waits)[:-len(waited) or None], 99) * 1e3:.1f} ms; unrelated, "
+           f"{rate}/s: 99 % of {len(taken)} within {percentile(taken, 99) * 1e3:.1f} ms "
+           f"(worst {max(taken) * 1e3:.1f}), of all {len(everybody)} with the wait "
+           f"{percentile(everybody, 99) * 1e3:.1f} ms")
+    assert len(waited) == 1
+    assert max(waits) < DEADLINE + 0.2
+    assert len(waits) > 1000
+    assert percentile(waits, 99) < UNRELATED
+    assert percentile(taken, 99) < UNRELATED
+    assert max(before) < DEADLINE + 0.2
+    if FULL:  # long enough for a wait of half a second to be less than one in a hundred
+        assert percentile(everybody, 99) < UNRELATED

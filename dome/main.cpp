@@ -1,5 +1,7 @@
 // The desk camera's process.
 
+#include <systemd/sd-daemon.h>
+
 #include <charconv>
 #include <csignal>
 #include <cstdio>
@@ -102,6 +104,7 @@ int main(int argc, char** argv) {
         CatchSignals();
         std::puts("ready");
         std::fflush(stdout);
+        sd_notify(0, "READY=1");  // for systemd, where it has started this process
         dome.Run(s_stop);
         return 0;
     } catch (const std::exception& error) {

@@ -10,8 +10,10 @@
 #include <spdlog/sinks/base_sink.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -57,7 +59,7 @@ private:
 };
 
 /// Writes each line with one write, so that nothing is left in a buffer when the process is killed. What cannot be
-/// written is lost: a full disk is no reason for the camera to stop.
+/// written is lost: neither a full disk nor a reader that has stopped reading is a reason for the camera to stop.
 class DescriptorSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
 public:
     DescriptorSink(int descriptor, bool owned) : _descriptor(descriptor), _owned(owned) {
@@ -76,11 +78,11 @@ private:
         PipeSignalBlocked guard;
         const char* rest = line.data();
         const char* const end = rest + line.size();
-        while (rest != end) {
-            const ssize_t written = write(_descriptor, rest, static_cast<std::size_t>(end - rest));
+        while (rest != end && CanTake()) {
+            const ssize_t written = write(_descriptor, rest, AtMost(static_cast<std::size_t>(end - rest)));
             if (written > 0) {
                 rest += written;
-            } else if (written == 0 || errno != EINTR) {
+            } else if (written == 0 || (errno != EINTR && errno != EAGAIN)) {
                 if (written < 0 && errno == EPIPE) guard.Broken();
                 return;
             }
@@ -88,8 +90,24 @@ private:
     }
     void flush_() override {}
 
+    /// A pipe that is ready takes so much at least without waiting for its reader.
+    static std::size_t AtMost(std::size_t size) { return std::min<std::size_t>(size, PIPE_BUF); }
+
+    /// Waits a little for a reader that is slow; one that has stopped is waited for once.
+    bool CanTake() {
+        constexpr int kPatience = 100;  // milliseconds
+        pollfd descriptor{_descriptor, POLLOUT, 0};
+        int ready = 0;
+        do {
+            ready = poll(&descriptor, 1, _stopped ? 0 : kPatience);
+        } while (ready < 0 && errno == EINTR);
+        _stopped = ready == 0;
+        return ready != 0;
+    }
+
     int _descriptor;
     bool _owned;
+    bool _stopped = false;
 };
 
 constexpr const char* kStandardOutput = "";  // no file has this path

@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <regex>
@@ -245,6 +246,35 @@ TEST_F(LoggerTest, AnOutputThatCannotBeWrittenHarmsNobody) {
     sigpending(&pending);
     EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
     EXPECT_EQ(Lines(), "Test Error full\nTest Error closed\nTest Error broken\n");
+}
+
+TEST_F(LoggerTest, AReaderThatStopsReadingHoldsNobodyUp) {
+    Logger::ClearAppenders();
+    Logger::ConfigureLogging(Settings({{"log.level", "3"}, {"log.stdout", "true"}, {"log.file", file}}), "log");
+    int pipe[2];
+    ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
+    {
+        Redirected output(pipe[1]);
+        const std::string text(100, 'x');
+        for (int i = 0; i < 2000; ++i) log->Error("%s", text.c_str());  // three times what a pipe holds
+        EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFL) & O_NONBLOCK, 0) << "the pipe is others' as well";
+
+        char buffer[4096];
+        std::string read;
+        ASSERT_EQ(fcntl(pipe[0], F_SETFL, O_NONBLOCK), 0);
+        for (ssize_t size = 0; (size = ::read(pipe[0], buffer, sizeof buffer)) > 0;) {
+            read.append(buffer, static_cast<std::size_t>(size));
+        }
+        EXPECT_EQ(read.back(), '\n') << "no line is cut";
+        log->Error("once more");
+        const ssize_t size = ::read(pipe[0], buffer, sizeof buffer);
+        ASSERT_GT(size, 0);
+        EXPECT_THAT(std::string(buffer, static_cast<std::size_t>(size)), testing::EndsWith(" Test Error once more\n"));
+    }
+    close(pipe[0]);
+    close(pipe[1]);
+    const std::string lines = Lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 2001) << "the other appenders lose nothing";
 }
 
 TEST_F(LoggerTest, AFileThatCannotGrowHarmsNobody) {

@@ -34,7 +34,9 @@ BankTable::~BankTable() {
     if (_registration != nullptr) netsnmp_unregister_handler(_registration);
     if (_dataSet == nullptr) return;
     RemoveRows();
+#ifdef ORVEX_HAVE_DELETE_TABLE_DATA_SET
     netsnmp_delete_table_data_set(_dataSet);
+#endif  // otherwise each reload leaves an empty data set behind
 }
 
 void BankTable::Create() {

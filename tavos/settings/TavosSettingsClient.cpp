@@ -2,10 +2,13 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -26,9 +29,23 @@ struct DatabaseCloser {
 };
 using DatabasePtr = std::unique_ptr<sqlite3, DatabaseCloser>;
 
+/// A failure of the database library's.
+class DatabaseFailure : public osa::Exception {
+public:
+    DatabaseFailure(int result, const char* text) : Exception("%s", text), _kind(result & 0xff) {}
+
+    /// Whether it may only be that a file cannot be made or written.
+    bool MayBeOfWriting() const {
+        return _kind == SQLITE_CANTOPEN || _kind == SQLITE_IOERR || _kind == SQLITE_READONLY || _kind == SQLITE_FULL;
+    }
+
+private:
+    int _kind;
+};
+
 void Check(sqlite3* database, int result) {
     if (result == SQLITE_OK || result == SQLITE_ROW || result == SQLITE_DONE) return;
-    throw osa::Exception("%s", database ? sqlite3_errmsg(database) : sqlite3_errstr(result));
+    throw DatabaseFailure(result, database ? sqlite3_errmsg(database) : sqlite3_errstr(result));
 }
 
 class Statement {
@@ -96,6 +113,35 @@ std::string StorePath() {
     return error ? given : absolute.string();
 }
 
+/// What a database file and the log beside it look like from outside: a change of its contents changes this.
+struct Stamp {
+    explicit Stamp(const std::string& path) {
+        struct stat status {};
+        if (stat(path.c_str(), &status) == 0) {
+            size = status.st_size;
+            time = status.st_mtim;
+        }
+        if (stat((path + "-wal").c_str(), &status) == 0) logSize = status.st_size;
+    }
+    bool operator==(const Stamp& other) const {
+        return size == other.size && logSize == other.logSize && time.tv_sec == other.time.tv_sec &&
+               time.tv_nsec == other.time.tv_nsec;
+    }
+
+    off_t size = 0, logSize = 0;
+    timespec time{};
+};
+
+std::string AsUri(const std::string& path) {
+    std::string uri = "file:";
+    for (const char c : path) {
+        char octet[4];
+        std::snprintf(octet, sizeof octet, "%%%02x", static_cast<unsigned char>(c));
+        uri += c == '/' ? "/" : octet;
+    }
+    return uri;
+}
+
 bool HasTable(sqlite3* database) {
     return Statement(database, "SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name = 'settings'").Step();
 }
@@ -121,19 +167,74 @@ void MakeTable(sqlite3* database) {
 struct TavosSettingsClient::Store {
     explicit Store(int operationMode) : mode(operationMode), path(StorePath()) {}
 
-    /// Does `work` with the open database; what goes wrong is told to the log when it starts to go wrong.
+    /// Does `work`, which writes, with the open database.
     template <class Work>
-    void With(const Work& work) {
+    void Write(const Work& work) {
+        Telling(writingFails, [&] { work(Open().get()); });
+    }
+
+    /// As Write, for work that only reads and may be begun anew. While a database is open there are two more files
+    /// beside it; where these cannot be made (no room is left, or nothing is to be written) it is read as it is, unless
+    /// the latest changes are still in one of them.
+    template <class Work>
+    void Read(const Work& work) {
+        Telling(readingFails, [&] {
+            const Stamp before(path);
+            try {
+                work(Open().get());
+            } catch (const DatabaseFailure& e) {
+                if (!e.MayBeOfWriting() || before.logSize > 0) throw;
+                work(OpenAsItIs().get());
+                if (!(Stamp(path) == before)) throw;
+            }
+        });
+    }
+
+    /// What goes wrong is told to the log when it starts to go wrong.
+    template <class Work>
+    void Telling(bool& failing, const Work& work) {
+        std::string fault;
         try {
-            const DatabasePtr database = Open();
-            work(database.get());
+            work();
             failing = false;
+            return;
+        } catch (const DatabaseFailure& e) {
+            fault = e.what() + (e.MayBeOfWriting() ? Hindrance() : "");
         } catch (const osa::Exception& e) {
-            const osa::Exception whole("settings store %s: %s", path.c_str(), e.what());
-            if (!failing) core::Logger::GetLogger("tavos")->Error("%s", whole.what());
-            failing = true;
-            throw whole;
+            fault = e.what();
         }
+        const osa::Exception whole("settings store %s: %s", path.c_str(), fault.c_str());
+        if (!failing) core::Logger::GetLogger("tavos")->Error("%s", whole.what());
+        failing = true;
+        throw whole;
+    }
+
+    /// What can be seen to stand in the way; the database library does not tell.
+    std::string Hindrance() const {
+        constexpr unsigned long kRoom = 64 * 1024;  // bytes, for the files that an open database needs
+        const std::string folder = std::filesystem::path(path).parent_path().string();
+        const auto refused = [](const std::string& name, int access) {
+            return faccessat(AT_FDCWD, name.c_str(), access, AT_EACCESS) != 0;
+        };
+        struct statvfs disk {};
+        int reason = 0;
+        if (refused(path, mode == kReadOnly ? R_OK : R_OK | W_OK) || refused(folder, W_OK)) {
+            reason = errno;
+        } else if (statvfs(folder.c_str(), &disk) == 0 && disk.f_bavail * disk.f_frsize < kRoom) {
+            reason = ENOSPC;
+        }
+        return reason ? std::string(" (") + std::strerror(reason) + ")" : "";
+    }
+
+    DatabasePtr OpenAsItIs() const {
+        sqlite3* opened = nullptr;
+        const std::string uri = AsUri(path) + "?immutable=1";
+        const int result = sqlite3_open_v2(uri.c_str(), &opened,
+                                           SQLITE_OPEN_READONLY | SQLITE_OPEN_PRIVATECACHE | SQLITE_OPEN_URI, nullptr);
+        DatabasePtr database(opened);
+        Check(opened, result);
+        if (!HasTable(opened)) throw osa::Exception("it is no settings store");
+        return database;
     }
 
     DatabasePtr Open() const {
@@ -162,7 +263,8 @@ struct TavosSettingsClient::Store {
 
     const int mode;
     const std::string path;
-    bool failing = false;
+    bool readingFails = false;
+    bool writingFails = false;
 };
 
 TavosSettingsClient::TavosSettingsClient(int operationMode) : _store(std::make_unique<Store>(operationMode)) {}
@@ -172,7 +274,7 @@ TavosSettingsClient::~TavosSettingsClient() = default;
 std::string TavosSettingsClient::GetValue(const std::string& key) const {
     const Key parsed = Parsed(key);
     std::string value;
-    _store->With([&](sqlite3* database) {
+    _store->Read([&](sqlite3* database) {
         Statement select(database, "SELECT value FROM settings WHERE section = ?1 AND key = ?2",
                          {&parsed.section, &parsed.name});
         if (select.Step()) value = select.Text(0);
@@ -191,7 +293,8 @@ void TavosSettingsClient::GetSettings(const std::string& path, core::IniFile& in
     const std::string first = path + "/";
     const std::string beyond = path + "0";  // '0' comes next after '/'
     core::IniFile found;
-    _store->With([&](sqlite3* database) {
+    _store->Read([&](sqlite3* database) {
+        found = core::IniFile();
         Statement select(database, path.empty() ? "SELECT section, key, value FROM settings"
                                                 : "SELECT section, key, value FROM settings "
                                                   "WHERE section = ?1 OR (section >= ?2 AND section < ?3)");
@@ -208,7 +311,7 @@ void TavosSettingsClient::GetSettings(const std::string& path, core::IniFile& in
 }
 
 void TavosSettingsClient::SetSettings(const core::IniFile& ini) {
-    _store->With([&](sqlite3* database) {
+    _store->Write([&](sqlite3* database) {
         if (_store->mode == kReadOnly) throw osa::Exception("it is open for reading only");
         Run(database, "BEGIN IMMEDIATE");
         Statement insert(database, "INSERT OR REPLACE INTO settings (section, key, value) VALUES (?1, ?2, ?3)");

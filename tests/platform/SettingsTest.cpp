@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -167,6 +168,70 @@ TEST_F(SettingsTest, ReadOnlyDoesNotWrite) {
     TavosSettingsClient reader(TavosSettingsClient::kReadOnly);
     EXPECT_THAT(Failure([&] { reader.SetValue("[a]b", "2"); }), HasSubstr("reading only"));
     EXPECT_EQ(reader.GetValue("[a]b"), "1");
+}
+
+/// As on a full disk: files can be made, but nothing can be written into one.
+class NothingCanBeWritten {
+public:
+    NothingCanBeWritten() {
+        getrlimit(RLIMIT_FSIZE, &_before);
+        const rlimit none{0, _before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &none);
+        _handler = signal(SIGXFSZ, SIG_IGN);
+    }
+    ~NothingCanBeWritten() {
+        setrlimit(RLIMIT_FSIZE, &_before);
+        signal(SIGXFSZ, _handler);
+    }
+
+private:
+    rlimit _before{};
+    sighandler_t _handler;
+};
+
+TEST_F(SettingsTest, WhatIsStoredCanBeReadWhenNothingCanBeWritten) {
+    const std::string odd = folder.File("100% sure? #1.db");
+    for (const std::string& path : {store, odd}) {
+        setenv("TAVOS_SETTINGS_STORE", path.c_str(), 1);
+        TavosSettingsClient(TavosSettingsClient::kCreate).SetValue("[a]b", "1");
+        const NothingCanBeWritten guard;
+        for (const int mode : {0, 1, 2}) {
+            TavosSettingsClient client(mode);
+            IniFile ini;
+            EXPECT_EQ(Failure([&] { EXPECT_EQ(client.GetValue("[a]b"), "1"); }), "") << mode;
+            EXPECT_EQ(Failure([&] { client.GetSettings("", ini); }), "") << mode;
+            EXPECT_EQ(ini.GetValue("a", "b"), "1");
+            EXPECT_NE(Failure([&] { client.SetValue("[a]b", "2"); }), "");
+        }
+    }
+    TavosSettingsClient client(TavosSettingsClient::kReadWrite);
+    client.SetValue("[a]b", "2");
+    EXPECT_EQ(client.GetValue("[a]b"), "2");
+}
+
+TEST_F(SettingsTest, WhatAKilledWriterHasLeftInTheLogIsNotPassedOver) {
+    TavosSettingsClient(TavosSettingsClient::kCreate).SetValue("[a]b", "old");
+    const pid_t child = fork();
+    if (child == 0) {
+        sqlite3* database = nullptr;
+        sqlite3_open(store.c_str(), &database);
+        sqlite3_exec(database, "UPDATE settings SET value = 'new'", nullptr, nullptr, nullptr);
+        _exit(0);  // without closing it
+    }
+    waitpid(child, nullptr, 0);
+    ASSERT_GT(FileText(store + "-wal").size(), 0U);
+    unlink((store + "-shm").c_str());  // its making anew needs room
+    TavosSettingsClient client(TavosSettingsClient::kReadOnly);
+    {
+        const NothingCanBeWritten guard;
+        EXPECT_NE(Failure([&] { client.GetValue("[a]b"); }), "");
+    }
+    EXPECT_EQ(client.GetValue("[a]b"), "new");
+}
+
+TEST_F(SettingsTest, AFailureTellsWhatStandsInTheWay) {
+    TavosSettingsClient client(TavosSettingsClient::kReadWrite);
+    EXPECT_THAT(Failure([&] { client.GetValue("[a]b"); }), HasSubstr("No such file or directory"));
 }
 
 TEST_F(SettingsTest, ManyValuesOrNone) {

@@ -12,8 +12,8 @@ namespace dome {
 /// bounds falls out at the old end.
 class CallLog {
 public:
-    static constexpr std::size_t kMostCalls = 100000;
-    static constexpr std::size_t kMostBytes = 32 * 1024 * 1024;
+    static constexpr std::size_t kMostCalls = 20000;
+    static constexpr std::size_t kMostBytes = 2 * 1024 * 1024;
 
     /// `service` is the short name ("pan"); `treatment` what became of the call.
     void Add(const std::string& service, const tavos::msgbus::ReceivedCall& call, tavos::msgbus::Treatment treatment);

@@ -1,5 +1,6 @@
 // The desk camera's process.
 
+#include <malloc.h>
 #include <systemd/sd-daemon.h>
 
 #include <charconv>
@@ -94,6 +95,8 @@ int main(int argc, char** argv) {
         std::fputs(kUsage, stderr);
         return 2;
     }
+    // Without this, the memory of one large answer is kept for ever.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     try {
         const std::string address = dome::BusAddress(options->state);
         const dome::Configuration configuration =

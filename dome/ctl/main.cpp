@@ -20,7 +20,8 @@ namespace {
 constexpr const char* kUsage = R"(usage: domectl --state DIR [--bus ADDRESS] COMMAND
 
   state                                  the whole camera, as JSON
-  calls [--clear]                        the service calls received, one JSON object a line; and forgets them
+  calls [--clear]                        the service calls received, the last 20000 at most, one JSON object a line;
+                                         and forgets them
   set pan|tilt POSITION                  thousandths of a degree
   set zoom|zoom-max MAGNIFICATION        thousandths
   set focus|iris|light PERCENT           light: what the automatic iris goes by

@@ -264,12 +264,12 @@ TEST(CallLog, KeepsTheLatestCallsOnly) {
         log.Add("power", {"org.tavos.Power2", "GetPowerStatus", {std::to_string(i)}}, Treatment::kServe);
     }
     const std::string lines = log.Lines();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 100000);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), static_cast<std::ptrdiff_t>(CallLog::kMostCalls));
     EXPECT_EQ(lines.substr(0, lines.find('\n')),
               R"({"service":"power","call":"GetPowerStatus","args":[5],"outcome":"ok"})");
 
     log.Clear();
-    const std::string big(1024 * 1024, 'x');
+    const std::string big(CallLog::kMostBytes / 32, 'x');
     for (int i = 0; i < 40; ++i) log.Add("alarm", {"", "GetBankAlarmCount", {big}}, Treatment::kServe);
     EXPECT_LE(log.Lines().size(), CallLog::kMostBytes);
     EXPECT_GT(log.Lines().size(), CallLog::kMostBytes / 2);

@@ -105,6 +105,14 @@ bool Process::IsRunning() {
     return _running;
 }
 
+double Process::ResidentMegabytes() const {
+    std::ifstream pages("/proc/" + std::to_string(_pid) + "/statm");
+    double all = 0;
+    double resident = 0;
+    pages >> all >> resident;
+    return resident * static_cast<double>(sysconf(_SC_PAGESIZE)) / (1024 * 1024);
+}
+
 int Process::Wait(std::chrono::milliseconds time) {
     if (!Await([&] { return !IsRunning(); }, time)) {
         ADD_FAILURE() << "the process does not end";

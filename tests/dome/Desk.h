@@ -27,6 +27,7 @@ public:
 
     void Signal(int number) const;
     bool IsRunning();
+    double ResidentMegabytes() const;
 
     /// The exit status, or minus the number of the signal that ended it. Fails the test after the time, and kills.
     int Wait(std::chrono::milliseconds time = std::chrono::seconds(10));

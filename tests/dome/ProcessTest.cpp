@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "Desk.h"
+#include "dome/CallLog.h"
 #include "tavos/interfaces/IAlarmV3Provider.h"
 #include "tavos/interfaces/IAxisProvider.h"
 #include "tavos/interfaces/IFanV2Provider.h"
@@ -163,6 +164,16 @@ TEST_F(ProcessTest, LogsCallsInOrder) {
     EXPECT_EQ(desk.Calls().size(), 3u);  // reading it leaves it, and is no call
     desk.Control({"calls", "--clear"});
     EXPECT_EQ(desk.Control({"calls"}), "");
+}
+
+TEST_F(ProcessTest, StaysSmallHoweverManyCallsItReceives) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer takes memory of its own";
+#endif
+    for (std::size_t i = 0; i < CallLog::kMostCalls + 5000; ++i) fan->IsRunning();
+    const std::string calls = desk.Control({"calls"});
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), '\n'), static_cast<std::ptrdiff_t>(CallLog::kMostCalls));
+    EXPECT_LT(desk.Dome().ResidentMegabytes(), 20);
 }
 
 TEST_F(ProcessTest, RefusesBadArguments) {

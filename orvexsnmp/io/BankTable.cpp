@@ -2,7 +2,8 @@
 
 namespace {
 
-// Positions in an instance's name: orvexEnterprise.1.3.T.1 (11 sub-identifiers), column, row.
+// Positions in an instance's name: orvexEnterprise.1.3.T, entry, column, row.
+constexpr std::size_t kEntryPlace = 10;
 constexpr std::size_t kColumnPlace = 11;
 constexpr std::size_t kRowPlace = 12;
 
@@ -13,6 +14,54 @@ constexpr auto kTableHandlerName = "table";
 bool RowsMayChange(int mode) {
     return mode != MODE_SET_RESERVE2 && mode != MODE_SET_ACTION && mode != MODE_SET_COMMIT && mode != MODE_SET_FREE &&
            mode != MODE_SET_UNDO;
+}
+
+bool NamesColumn(const netsnmp_variable_list& variable) {
+    return variable.name_length > kColumnPlace && variable.name[kEntryPlace] == 1 &&
+           variable.name[kColumnPlace] >= kBankNameColumn && variable.name[kColumnPlace] <= kBankStateColumn;
+}
+
+/// The requests of a SET that name a column of the table, the others taken out of their list while this object lives.
+/// The agent's table handlers refuse those others, and then go through a null pointer when the SET, for their sake, is
+/// freed: one PDU with a cell and such a name would take the agent down. They are refused here instead, as the agent
+/// does it.
+class ColumnRequests {
+public:
+    ColumnRequests(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+        for (auto* request = requests; request != nullptr; request = request->next) {
+            _all.push_back({request, request->next});
+        }
+        auto** link = &_first;
+        for (const auto& [request, next] : _all) {
+            if (NamesColumn(*request->requestvb)) {
+                *link = request;
+                link = &request->next;
+            } else if (info->mode == MODE_SET_RESERVE1) {
+                netsnmp_set_request_error(info, request, SNMP_ERR_NOTWRITABLE);
+            }
+        }
+        *link = nullptr;
+    }
+    ~ColumnRequests() {
+        for (const auto& [request, next] : _all) request->next = next;
+    }
+    ColumnRequests(const ColumnRequests&) = delete;
+    ColumnRequests& operator=(const ColumnRequests&) = delete;
+
+    /// Null when there is none.
+    netsnmp_request_info* First() const { return _first; }
+
+private:
+    std::vector<std::pair<netsnmp_request_info*, netsnmp_request_info*>> _all;  // each with the one behind it
+    netsnmp_request_info* _first = nullptr;
+};
+
+int CallTableHandlers(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
+                      netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    if (!MODE_IS_SET(info->mode)) return netsnmp_call_next_handler(handler, registration, info, requests);
+    const ColumnRequests columns(info, requests);
+    return columns.First() == nullptr ? SNMP_ERR_NOERROR
+                                      : netsnmp_call_next_handler(handler, registration, info, columns.First());
 }
 
 void SetInteger(netsnmp_table_row* row, BankColumn column, int value) {
@@ -78,7 +127,7 @@ int BankTable::HandlePass(netsnmp_mib_handler* handler, netsnmp_handler_registra
     _rowsInUse = !RowsMayChange(info->mode);
     if (_waitingRows != nullptr) ReplaceRows(*_waitingRows);
     _pass = _owner.BeginTableRequest(info, requests) ? PassState::kBegun : PassState::kRefused;
-    const int result = netsnmp_call_next_handler(handler, registration, info, requests);
+    const int result = CallTableHandlers(handler, registration, info, requests);
     _pass = PassState::kOutside;
     _rowsInUse = false;
     return result;

@@ -28,7 +28,9 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::EndsWith;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using Banks = std::vector<std::pair<std::string, std::vector<bool>>>;
 
 enum class Table { kAlarm, kRelay };
@@ -340,6 +342,30 @@ TEST_F(TablesTest, NoCellOfTheAlarmTableCanBeSetAndTheServiceIsNotAsked) {
         EXPECT_THAT(journal::Calls(), IsEmpty());
     }
     EXPECT_THAT(Walk(Table::kAlarm), ElementsAreArray(Expected(Table::kAlarm, kOne)));
+}
+
+// The agent's own table handlers would go through a null pointer here.
+TEST_P(BothTablesTest, SetOfACellTogetherWithNamesOfNoColumnIsRefused) {
+    const auto put = [this](std::vector<oid> behindTable) {
+        auto binding = Put(1, 1);
+        binding.name = Cell(GetParam(), 3, 1);
+        binding.name.resize(binding.name.size() - 3);
+        binding.name.insert(binding.name.end(), behindTable.begin(), behindTable.end());
+        return binding;
+    };
+    const auto cell = put({1, 3, 1});
+    for (const auto& other : {put({1, 0, 1}), put({1, 4, 1}), put({2, 3, 1}), put({1}), put({})}) {
+        for (const auto& bindings : {std::vector{cell, other}, std::vector{other, cell},
+                                     std::vector{other, cell, other}, std::vector{other, other}, std::vector{other}}) {
+            SCOPED_TRACE(other.Text());
+            const auto answer = Set(bindings);
+            EXPECT_EQ(answer.error, SNMP_ERR_NOTWRITABLE);
+            const bool isCellFirst = bindings.front().name == cell.name;
+            EXPECT_EQ(answer.index, isCellFirst && GetParam() == Table::kRelay ? 2 : 1);
+        }
+    }
+    EXPECT_THAT(journal::Calls(), Not(Contains(AnyOf(HasSubstr(" Set"), HasSubstr(" Clear")))));
+    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
 }
 
 TEST_F(TablesTest, FailedCommitIsReported) {

@@ -113,16 +113,15 @@ RealAgent::Answer RealAgent::Send(int command, const std::vector<Binding>& bindi
         pdu->max_repetitions = maxRepetitions;
     }
     for (const auto& [name, value] : bindings) {
-        const void* data = nullptr;
-        std::size_t length = 0;
         if (value.type == ASN_INTEGER) {
-            data = &value.integer;
-            length = sizeof value.integer;
-        } else if (value.type == ASN_OCTET_STR) {
-            data = value.octets.data();
-            length = value.octets.size();
+            snmp_pdu_add_variable(pdu, name.data(), name.size(), ASN_INTEGER, &value.integer, sizeof value.integer);
+            continue;
         }
-        snmp_pdu_add_variable(pdu, name.data(), name.size(), value.type, data, length);
+        // As octets first: net-snmp would refuse to store a value of some types.
+        auto* variable = snmp_pdu_add_variable(pdu, name.data(), name.size(), ASN_OCTET_STR, value.octets.data(),
+                                               value.octets.size());
+        if (variable == nullptr) throw std::runtime_error("no room for a binding");
+        variable->type = value.type;
     }
     _answer = Answer();
     if (snmp_send(_session, pdu) == 0) {

@@ -16,7 +16,7 @@ public:
     struct Value {
         u_char type = ASN_NULL;
         long integer = 0;
-        std::string octets;
+        std::string octets;  ///< of every type but INTEGER
     };
     struct Binding {
         std::vector<oid> name;

@@ -1,0 +1,113 @@
+// bench-bus: what a call over the message bus takes, with nothing of this project in between, and what else D-Bus has
+// to offer: another broker, no broker at all, a message that is used again.
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+
+#include "bus/Broker.h"
+#include "bus/Sd.h"
+#include "bus/Services.h"
+#include "load/Histogram.h"
+#include "load/Options.h"
+
+namespace {
+
+using bench::BusPtr;
+using bench::Check;
+using bench::MessagePtr;
+using bench::Options;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kUsage =
+    R"(usage: bench-bus call --address ADDRESS [--seconds S] [--reuse 1] [--what temperature|input|pan]
+       bench-bus serve --address ADDRESS
+       bench-bus serve-peers SOCKET
+       bench-bus broker PROGRAM SOCKET
+
+  call         calls a service again and again and prints the times as JSON; --reuse 1 sends one message again and again
+  serve        serves a little of a camera on that bus
+  serve-peers  serves the same to each that connects to the socket, without a bus
+  broker       runs dbus-broker with a bus at that socket
+)";
+
+MessagePtr NewCall(sd_bus* bus, const std::string& what) {
+    sd_bus_message* made = nullptr;
+    const auto begin = [&](const char* name, const char* path, const char* member) {
+        Check(sd_bus_message_new_method_call(bus, &made, name, path, name, member), member);
+    };
+    if (what == "temperature") {
+        begin("org.tavos.Temperature2", "/org/tavos/Temperature2", "GetTemperatureDegreesCelsius");
+        Check(sd_bus_message_append(made, "i", 0), "arguments");
+    } else if (what == "input") {
+        begin("org.tavos.Alarm3", "/org/tavos/Alarm3", "GetAlarmState");
+        Check(sd_bus_message_append(made, "si", "BNK2", 0), "arguments");
+    } else if (what == "pan") {
+        begin("org.tavos.Pan1", "/org/tavos/Pan1", "SetPositionAtSpeed");
+        Check(sd_bus_message_append(made, "idi", 90000, 0.5, 300), "arguments");
+    } else {
+        throw std::runtime_error("there is no call " + what);
+    }
+    return MessagePtr(made);
+}
+
+void RoundTrip(sd_bus* bus, sd_bus_message* call) {
+    sd_bus_message* answer = nullptr;
+    Check(sd_bus_call(bus, call, 0, nullptr, &answer), "the call");
+    sd_bus_message_unref(answer);
+}
+
+void Call(const Options& options) {
+    const BusPtr bus = bench::Connected(options.Text("address"));
+    const std::string what = options.Text("what", "temperature");
+    const bool reuse = options.Number("reuse", 0) != 0;
+    const MessagePtr again = NewCall(bus.get(), what);
+    const auto once = [&] { RoundTrip(bus.get(), reuse ? again.get() : NewCall(bus.get(), what).get()); };
+    constexpr int kWarmUp = 100;
+    for (int i = 0; i < kWarmUp; ++i) once();
+
+    bench::Histogram times;
+    unsigned long long count = 0;
+    const auto start = Clock::now();
+    const auto end = start + std::chrono::duration<double>(options.Number("seconds", 1));
+    auto now = start;
+    while (now < end) {
+        const auto begun = now;
+        once();
+        now = Clock::now();
+        times.Add(static_cast<std::uint64_t>(std::chrono::nanoseconds(now - begun).count()));
+        ++count;
+    }
+    std::printf("{\"requests\":%llu,\"seconds\":%.6f,\"lost\":0,\"errors\":0,\"histogram\":", count,
+                std::chrono::duration<double>(now - start).count());
+    times.Print(stdout);
+    std::puts("}");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::string command = argc > 1 ? argv[1] : "";
+    try {
+        const Options options(argc, argv, 2);
+        const auto& words = options.words;
+        if (command == "call") {
+            Call(options);
+        } else if (command == "serve") {
+            bench::ServeOnBus(options.Text("address"));
+        } else if (command == "serve-peers" && words.size() == 1) {
+            bench::ServePeers(words[0]);
+        } else if (command == "broker" && words.size() == 2) {
+            return bench::RunBroker(words[0], words[1]);
+        } else {
+            std::fputs(kUsage, stderr);
+            return 2;
+        }
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "bench-bus: %s\n", error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,173 @@
+"""The measurements that have an agent of their own: what the module costs the agent to load, its instructions a request,
+other kinds of bus, and the log calls."""
+
+import contextlib
+import json
+import pathlib
+import re
+import subprocess
+import time
+
+from contestants import BUILD, OID, ROOT, Desk, ManagerOf, await_until, ber, walked
+from loads import BUILT_IN, WORKLOADS, Series, load, program
+
+BROKER = ROOT / "build" / "bench" / "dbus-broker" / "usr" / "bin" / "dbus-broker"
+
+
+def log_calls(options):
+    """Nanoseconds of processor time a call; medians over repetitions."""
+    repetitions = 5 if options.kind == "full" else 3
+    command = [BUILD / "bin" / "bench-logger", "--benchmark_format=json", "--benchmark_min_time=0.1",
+               f"--benchmark_repetitions={repetitions}"]
+    done = subprocess.run(command, capture_output=True, text=True, check=True, timeout=120)
+    times = {}
+    for entry in json.loads(done.stdout)["benchmarks"]:
+        if entry["run_type"] == "iteration":
+            times.setdefault(entry["run_name"], []).append(entry["cpu_time"])
+    return times
+
+
+@contextlib.contextmanager
+def _closing(desk):
+    try:
+        yield desk
+    finally:
+        desk.close()
+
+
+class _PlainDesk(Desk):
+    """The same agent without the module."""
+
+    def agent_command(self):
+        configuration = self.state / "snmpd.conf"
+        lines = configuration.read_text().splitlines()
+        configuration.write_text("\n".join(line for line in lines if not line.startswith("dlmod")) + "\n")
+        return super().agent_command()
+
+
+def _resident_megabytes(pid):
+    text = pathlib.Path(f"/proc/{pid}/status").read_text()
+    return int(re.search(r"^VmRSS:\s+(\d+)", text, re.M).group(1)) / 1024
+
+
+def _started(desk, oid):
+    """Seconds from the start of the agent's process to its first answer, and its resident megabytes after two walks."""
+    desk.start_bus()
+    desk.start_dome()
+    begun = time.perf_counter()
+    desk.launch_agent()
+    with ManagerOf(desk, timeout=0.001) as manager:
+
+        def answered():
+            with contextlib.suppress(OSError):
+                return manager.get(oid).bindings[0].tag == ber.OCTET_STRING
+            return False
+
+        while not answered():
+            assert time.perf_counter() - begun < 15 and desk.alive("agent"), "the agent does not answer"
+        seconds = time.perf_counter() - begun
+    with ManagerOf(desk) as manager:
+        for _ in range(2):
+            walked(manager)
+    return seconds, _resident_megabytes(desk.processes["agent"].pid)
+
+
+def start_and_memory(options):
+    result = {}
+    for _ in range(options.rounds):
+        for name, kind, oid in (("with", Desk, OID["modelName"]), ("without", _PlainDesk, "1.3.6.1.2.1.1.5.0")):
+            with _closing(kind()) as desk:
+                seconds, megabytes = _started(desk, oid)
+            figures = result.setdefault(name, {"start": [], "resident": []})
+            figures["start"].append(seconds)
+            figures["resident"].append(megabytes)
+    return result
+
+
+class _CountingDesk(Desk):
+    def agent_command(self):
+        return ["valgrind", "--tool=callgrind", f"--callgrind-out-file={self.state}/callgrind", *super().agent_command()]
+
+    def count(self, messages, requests):
+        """Instructions of the agent a request."""
+        pid = self.processes["agent"].pid
+        with ManagerOf(self, timeout=20) as manager:
+            for message in messages * 20:
+                manager.exchange(message)
+            self._control("-z", pid)
+            for i in range(requests):
+                manager.exchange(messages[i % len(messages)])
+            self._control("-d", pid)
+        dumps = sorted(self.state.glob("callgrind.*"), key=lambda path: int(path.suffix[1:]))
+        total = re.search(r"^(?:summary|totals): (\d+)", dumps[-1].read_text(), re.M)
+        return int(total.group(1)) / requests
+
+    @staticmethod
+    def _control(option, pid):
+        subprocess.run(["callgrind_control", option, str(pid)], check=True, capture_output=True, timeout=60)
+
+
+def instructions(options):
+    """What the agent's process executes a request, by workload; other than a time it hardly depends on the machine."""
+    requests = 200 if options.kind == "full" else 50
+    with _closing(_CountingDesk()) as desk:
+        desk.start_bus()
+        desk.start_dome()
+        desk.launch_agent()
+        with ManagerOf(desk, timeout=1) as manager:
+
+            def answers():
+                with contextlib.suppress(OSError):
+                    return bool(manager.get(OID["modelName"]).bindings)
+                return False
+
+            await_until(answers, "the agent answers under valgrind", 60)
+        counted = {"sysName": desk.count(BUILT_IN, requests)}
+        for workload, messages in WORKLOADS.items():
+            counted[workload] = desk.count(messages, requests)
+    return counted
+
+
+class _BusDesk(Desk):
+    """An agent with the module whose services do next to nothing, reached in one of several ways."""
+
+    def __init__(self, kind):
+        super().__init__()
+        self.kind = kind
+
+    def start(self):
+        bench, socket = BUILD / "bin" / "bench-bus", f"{self.state}/bus.sock"
+        if self.kind == "dbus-daemon":
+            self.start_bus()
+        elif self.kind == "dbus-broker":
+            self._launch("bus", [bench, "broker", BROKER, socket])
+            self._await("bus", lambda: "ready" in self.output("bus"))
+        if self.kind == "none":
+            self._launch("dome", [bench, "serve-peers", socket])
+        else:
+            self._launch("dome", [bench, "serve", "--address", f"unix:path={socket}"])
+        self._await("dome", lambda: "ready" in self.output("dome"))
+        self.start_agent()
+
+
+def buses(options):
+    """The same calls of the same little service over dbus-daemon, over dbus-broker, and without a bus; the agent asks
+    through the module's usual client."""
+    kinds = ["dbus-daemon", *(["dbus-broker"] if BROKER.exists() else []), "none"]
+    series = {}
+    with contextlib.ExitStack() as stack:
+        desks = {}
+        for kind in kinds:
+            desks[kind] = stack.enter_context(_closing(_BusDesk(kind)))
+            desks[kind].start()
+        for _ in range(options.rounds):
+            for kind, desk in desks.items():
+                address = desk.environment["TAVOS_BUS_ADDRESS"]
+                for what, reuse in (("round trip", 0), ("message reused", 1)):
+                    figures = program("bench-bus", "call", "--address", address, "--reuse", reuse, "--seconds",
+                                      options.seconds)
+                    series.setdefault((kind, what), Series()).add(figures)
+                for what in ("temperature", "cell", "move"):
+                    series.setdefault((kind, what), Series()).add(load(desk.port, WORKLOADS[what], 1, options.seconds))
+                series.setdefault((kind, "sysName"), Series()).add(load(desk.port, BUILT_IN, 1, options.seconds))
+    return [{"bus": kind, "what": what, **one.json()} for (kind, what), one in series.items()]

@@ -1,0 +1,250 @@
+"""Measures the module, its limits and its peers, all on this machine and in one go; writes the figures to a JSON file.
+
+The contestants run side by side, all but the one that is asked idle, and take turns: every round asks each of them
+everything once, in another order. So a machine that is slow for a while is slow for all of them. See report.py for what
+becomes of the figures.
+"""
+
+import argparse
+import datetime
+import json
+import os
+import pathlib
+import platform
+import random
+import re
+import statistics
+import subprocess
+import time
+
+import experiments
+from contestants import (ALARM_TABLE, BUILD, PEER_CLASSES, SNMPD, SUBTREES, Desk, ManagerOf, Unavailable, free_udp_port,
+                         walked, write_objects)
+from loads import BARE_CALLS, BUILT_IN, LOADS, WALKS, WORKLOADS, Series, load, percentile_microseconds, program, walk_of
+
+def machine():
+    model = re.search(r"^model name\s*:\s*(.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
+    system = pathlib.Path("/etc/os-release").read_text()
+    return {
+        "processor": model.group(1) if model else platform.machine(),
+        "cores": os.cpu_count(),
+        "kernel": platform.release(),
+        "system": re.search(r'^PRETTY_NAME="(.*)"', system, re.M).group(1),
+        "agent": subprocess.run([SNMPD, "-v"], capture_output=True, text=True).stdout.split("\n")[1].split()[-1],
+        "load": os.getloadavg()[0],
+    }
+
+
+class Measurement:
+    def __init__(self, options):
+        self.options = options
+        self.desk = Desk()
+        self.peers, self.absent = [], {}
+        self.series = {}  # (contestant, workload, in flight)
+        self.walks = {}  # (contestant, walk): {"objects", "requests", "rounds": seconds a walk}
+        self.echo = None
+        self.results = {}
+
+    def close(self):
+        if self.echo:
+            self.echo.kill()
+            self.echo.wait()
+        for peer in self.peers:
+            peer.close()
+        self.desk.close()
+
+    def say(self, text):
+        print(f"{time.monotonic() - self.options.start:6.1f} s  {text}", flush=True)
+
+    def start(self):
+        self.desk.start()
+        self.objects = self.desk.state / "objects"
+        with ManagerOf(self.desk) as manager:
+            self.rows = walked(manager)
+        write_objects(self.objects, self.rows)
+        for kind in PEER_CLASSES:
+            if kind.name in self.options.peers:
+                self.start_peer(kind)
+        self.echo_port = free_udp_port()
+        self.echo = subprocess.Popen(
+            ["setpriv", "--pdeathsig", "KILL", BUILD / "bin" / "bench-load", "echo", "--port", str(self.echo_port)],
+            stdout=subprocess.PIPE)
+        self.echo.stdout.readline()
+
+    def start_peer(self, kind):
+        peer = None
+        try:
+            peer = kind(self.desk, self.objects)
+            peer.start()
+            with ManagerOf(peer) as manager:
+                rows = walked(manager)
+            if [row[:2] for row in rows] != [row[:2] for row in self.rows]:
+                raise Unavailable(f"it serves other objects: {len(rows)} instead of {len(self.rows)}")
+            self.peers.append(peer)
+        except (Unavailable, AssertionError) as reason:
+            self.absent[kind.name] = str(reason)
+            self.say(f"without {kind.name}: {reason}")
+            if peer:
+                peer.close()
+
+    def agents(self):
+        return [("module", self.desk.port)] + [(peer.name, peer.port) for peer in self.peers]
+
+    def service_calls(self):
+        """How many calls of services one request of each workload makes, by contestant."""
+        result = {}
+        for name, port in self.agents():
+            for workload, messages in WORKLOADS.items():
+                with ManagerOf(self.desk) as manager:
+                    manager._socket.connect(("127.0.0.1", port))
+                    manager.exchange(messages[0])
+                    self.desk.clear_calls()
+                    answer = manager.exchange(messages[-1])
+                if answer.error_status != 0:
+                    raise RuntimeError(f"{name} answers {workload} with error {answer.error_status}")
+                result.setdefault(name, {})[workload] = len(self.desk.calls())
+        return result
+
+    def jobs(self):
+        """One round's measurements, as functions."""
+        seconds = self.options.seconds
+        jobs = []
+        for in_flight in LOADS:
+            jobs.append(lambda n=in_flight: self.requests("echo", "echo", n, self.echo_port, BUILT_IN, "--echo", 1))
+            jobs.append(lambda n=in_flight: self.requests("built-in", "sysName", n, self.desk.port, BUILT_IN))
+            for name, port in self.agents():
+                for workload in self.options.workloads:
+                    jobs.append(lambda c=name, p=port, w=workload, n=in_flight:
+                                self.requests(c, w, n, p, WORKLOADS[w]))
+        for what in BARE_CALLS:
+            jobs.append(lambda w=what: self.add("bus", w, 1, program(
+                "bench-bus", "call", "--address", self.desk.environment["TAVOS_BUS_ADDRESS"], "--what", w,
+                "--seconds", seconds)))
+        for name, port in self.agents():
+            for walk in WALKS:
+                jobs.append(lambda c=name, p=port, w=walk: self.walk(c, w, p))
+        return jobs
+
+    def requests(self, contestant, workload, in_flight, port, messages, *more):
+        self.add(contestant, workload, in_flight, load(port, messages, in_flight, self.options.seconds, *more))
+
+    def add(self, contestant, workload, in_flight, figures):
+        self.series.setdefault((contestant, workload, in_flight), Series()).add(figures)
+
+    def walk(self, contestant, walk, port):
+        entry = self.walks.setdefault((contestant, walk), {"rounds": []})
+        entry["objects"], entry["requests"], seconds = self.walks_of(port, WALKS[walk])
+        entry["rounds"].append(seconds)
+
+    def walks_of(self, port, repetitions):
+        """Objects, requests and seconds of a walk of everything."""
+        objects = requests = seconds = 0
+        for subtree in SUBTREES:
+            figures = walk_of(port, subtree, repetitions, self.options.seconds / 2)
+            objects += figures["objects"]
+            requests += figures["requests"]
+            seconds += statistics.median(figures["walks"])
+        return objects, requests, seconds
+
+    def rounds(self):
+        for number in range(self.options.rounds):
+            jobs = self.jobs()
+            random.Random(number).shuffle(jobs)
+            for job in jobs:
+                job()
+            self.say(f"round {number + 1} of {self.options.rounds}: {len(jobs)} measurements")
+
+    def table(self):
+        """Seconds a walk of the alarm table, with few rows and with many."""
+        figures = {}
+        for _ in range(self.options.rounds):
+            for rows in (100, 1000):
+                half = rows // 2
+                self.desk.domectl("banks", "alarm", f"BNK1={half}", f"BNK2={rows - half}")
+                for walk, repetitions in WALKS.items():
+                    walk_of(self.desk.port, ALARM_TABLE, repetitions, 0)  # has the table rebuilt
+                    done = walk_of(self.desk.port, ALARM_TABLE, repetitions, self.options.seconds)
+                    assert done["objects"] == 3 * rows, done
+                    figures.setdefault(walk, {}).setdefault(str(rows), []).append(statistics.median(done["walks"]))
+        self.desk.domectl("banks", "alarm", "BNK1=4", "BNK2=2")
+        return figures
+
+    def traps(self):
+        """Events told by a service of our own in the place of the camera's thermometer."""
+        results = {"paced": [], "burst": []}
+        self.desk.domectl("fault", "temperature", "gone")
+        common = ["--address", self.desk.environment["TAVOS_BUS_ADDRESS"], "--port", self.desk.trap_port]
+        for _ in range(self.options.trap_rounds):
+            for kind, more in (("paced", ["--rate", self.options.trap_rate]), ("burst", [])):
+                figures = program("bench-traps", *common, "--count", self.options.events, *more)
+                histogram = {int(time_): count for time_, count in figures.pop("histogram")}
+                figures["percentiles"] = percentile_microseconds(histogram)
+                results[kind].append(figures)
+        self.desk.domectl("fault", "temperature", "ok")
+        return {"rate": self.options.trap_rate, **results}
+
+    def run(self):
+        options = self.options
+        self.results = {
+            "date": datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%d %H:%M UTC"),
+            "machine": machine(),
+            "kind": options.kind,
+            "rounds": options.rounds,
+            "seconds": options.seconds,
+        }
+        self.start()
+        self.say(f"started: {', '.join(name for name, _ in self.agents())}")
+        self.results["service_calls"] = self.service_calls()
+        self.rounds()
+        self.results["titles"] = {kind.name: kind.title for kind in PEER_CLASSES}
+        self.results["absent"] = self.absent
+        self.results["series"] = [
+            {"contestant": c, "workload": w, "in_flight": n, **series.json()}
+            for (c, w, n), series in sorted(self.series.items())]
+        self.results["walks"] = [{"contestant": c, "walk": w, **entry} for (c, w), entry in sorted(self.walks.items())]
+        if not options.parts:
+            return
+        self.say("the table")
+        self.results["table"] = self.table()
+        self.say("traps")
+        self.results["traps"] = self.traps()
+        for name, part in (("log calls", experiments.log_calls), ("start and memory", experiments.start_and_memory),
+                           ("instructions", experiments.instructions), ("buses", experiments.buses)):
+            self.say(name)
+            self.results[name.replace(" ", "_")] = part(options)
+
+
+KINDS = {
+    "full": {"rounds": 5, "seconds": 0.35, "peers": [kind.name for kind in PEER_CLASSES], "parts": True,
+             "workloads": list(WORKLOADS), "trap_rounds": 5, "events": 30000},
+    "quick": {"rounds": 1, "seconds": 0.1, "peers": [kind.name for kind in PEER_CLASSES], "parts": True,
+              "workloads": list(WORKLOADS), "trap_rounds": 1, "events": 5000},
+    "smoke": {"rounds": 1, "seconds": 0.05, "peers": ["agentx"], "parts": False,
+              "workloads": ["identity", "temperature", "move"], "trap_rounds": 0, "events": 0},
+}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--kind", choices=KINDS, default="full")
+    parser.add_argument("--rounds", type=int)
+    parser.add_argument("--out", required=True)
+    options = parser.parse_args()
+    rounds = options.rounds
+    for name, value in KINDS[options.kind].items():
+        if name != "rounds" or rounds is None:
+            setattr(options, name, value)
+    options.start, options.trap_rate = time.monotonic(), 10000
+    measurement = Measurement(options)
+    try:
+        measurement.run()
+    finally:
+        measurement.close()
+    out = pathlib.Path(options.out)
+    out.parent.mkdir(parents=True, exist_ok=True)
+    out.write_text(json.dumps(measurement.results, indent=1) + "\n")
+    measurement.say(f"written: {out}")
+
+
+if __name__ == "__main__":
+    main()

@@ -27,10 +27,11 @@ install_packages() {
         >/dev/null || fail "apt-get could not install ${missing[*]}"
 }
 
-# The names of the machine's installed packages.
+# The names of the machine's installed packages, and of those that they stand in for (another npm than Debian's, say).
 installed_packages() {
     # shellcheck disable=SC2016  # dpkg-query's own placeholders
-    dpkg-query -W -f '${db:Status-Status} ${Package}\n' | sed -n 's/^installed //p'
+    dpkg-query -W -f '${db:Status-Status} ${Package}, ${Provides}\n' | sed -n 's/^installed //p' |
+        sed 's/([^)]*)//g' | tr -s ', ' '\n' | sed '/^$/d' | sort -u
 }
 
 # Configures and builds a preset; further arguments go to the build. The first build, a long one, shows its progress.

@@ -1,0 +1,44 @@
+import pathlib
+import sys
+
+import pytest
+
+sys.path[:0] = [str(pathlib.Path(__file__).parents[1] / "agent"), str(pathlib.Path(__file__).parent)]
+
+import ber  # noqa: E402
+import desk as desks  # noqa: E402
+from expected_tree import OID  # noqa: E402
+from managers import MANAGERS, manager  # noqa: E402
+
+
+@pytest.fixture(scope="session")
+def running():
+    """One running desk camera for the tests of all managers."""
+    desk = desks.Desk()
+    try:
+        desk.start()
+        desk.domectl("clock", "rate", 100)  # moves that end at once
+    except BaseException:
+        desk.close()
+        raise
+    yield desk
+    desk.close()
+
+
+@pytest.fixture
+def camera(running):
+    """The running desk camera, its pan at rest and never commanded, its call log empty."""
+    with desks.ManagerOf(running) as plain:
+        assert plain.set((OID["positionPan"], ber.OCTET_STRING, bytes(4))).error_status == ber.NO_ERROR
+    running.domectl("set", "pan", 0)
+    running.clear_calls()
+    return running
+
+
+@pytest.fixture(scope="module", params=MANAGERS, ids=[f"{name} v{version}" for name, version in MANAGERS])
+def any_manager(request, running):
+    """Each manager in each version of SNMP that it speaks, as (version, manager)."""
+    name, version = request.param
+    made = manager(running, name, version)
+    yield version, made
+    made.close()

@@ -1,4 +1,4 @@
-"""docs/adding-an-object.md: the changes that it shows make a module that serves its object."""
+"""docs/adding-an-object.md and docs/porting.md: a module that is made as they say serves what they say."""
 
 import os
 import re
@@ -8,8 +8,8 @@ import subprocess
 import pytest
 
 import ber
-from desk import ROOT, ManagerOf
-from expected_tree import ORVEX
+from desk import BUILD, ROOT, ManagerOf
+from expected_tree import OID, ORVEX
 
 pytestmark = [pytest.mark.slow, pytest.mark.commands]
 
@@ -42,13 +42,16 @@ def build(sources):
     return sources / "build" / "desk" / "lib" / "orvexsnmp.so"
 
 
-def test_the_pages_changes_make_an_object(desk, changed_sources):
-    module = build(changed_sources)
+def start_with(desk, module):
     configuration = desk.state / "snmpd.conf"
     text, count = re.subn(r"^(dlmod orvexsnmp) .*$", rf"\1 {module}", configuration.read_text(), flags=re.MULTILINE)
     assert count == 1
     configuration.write_text(text)
     desk.start()
+
+
+def test_the_pages_changes_make_an_object(desk, changed_sources):
+    start_with(desk, build(changed_sources))
     desk.domectl("set", "pan", 123450)
     with ManagerOf(desk) as manager:
         answer = manager.get(f"{ORVEX}.1.1.10.0")
@@ -56,3 +59,33 @@ def test_the_pages_changes_make_an_object(desk, changed_sources):
         assert manager.set_integer(f"{ORVEX}.1.1.10.0", 1).error_status == ber.NOT_WRITABLE
         desk.domectl("fault", "pan", "fail")
         assert manager.get(f"{ORVEX}.1.1.10.0").error_status == ber.GEN_ERR
+
+
+def test_the_module_is_built_against_another_platform_as_the_page_says(desk, tmp_path):
+    page = (ROOT / "docs" / "porting.md").read_text()
+    commands = re.findall(r"^    \$ (cmake .*)$", page, re.MULTILINE)
+    assert len(commands) == 4
+    environment = dict(os.environ, CCACHE_BASEDIR=str(ROOT), CCACHE_NOHASHDIR="1")
+    if shutil.which("ccache"):
+        environment["CMAKE_CXX_COMPILER_LAUNCHER"] = "ccache"
+    for command in commands:
+        for ours, here in [("build/desk", BUILD), ("build/port", tmp_path / "port"),
+                           ("--prefix platform", f"--prefix {tmp_path}/platform"),
+                           ("$PWD/platform", tmp_path / "platform")]:
+            command = command.replace(ours, str(here))
+        subprocess.run(command, shell=True, cwd=ROOT, env=environment, check=True, stdout=subprocess.DEVNULL)
+    module = tmp_path / "port" / "lib" / "orvexsnmp.so"
+    needed = subprocess.run(["ldd", module], capture_output=True, text=True, check=True).stdout
+    assert f"libtavos.so.0 => {tmp_path}/platform/lib/" in needed
+    start_with(desk, module)
+    with ManagerOf(desk) as manager:
+        assert manager.get(OID["modelName"]).bindings[0].octets == b"Orvex Dome D20"
+        assert manager.set_octets(OID["positionPan"], bytes.fromhex("02404650")).error_status == ber.NO_ERROR
+    assert desk.calls()[-1]["call"] == "SetPositionAtSpeed"
+
+
+def test_another_platform_is_for_the_module_alone(tmp_path):
+    done = subprocess.run(["cmake", "-S", ROOT, "-B", tmp_path, "-G", "Ninja", "-DORVEX_OWN_PLATFORM=OFF"],
+                          capture_output=True, text=True)
+    assert done.returncode != 0
+    assert "With another platform there is only the module" in done.stderr

@@ -106,7 +106,10 @@ Control::Answer Control::Execute(const Words& words) {
     if (command == "event") return Progress(AddEvents(arguments));
     if (command == "more") {
         CheckWords(command, arguments, 1, 1);
-        return Progress(ParseNumber<std::uint64_t>(arguments[0]));
+        const auto lastEvent = ParseNumber<std::uint64_t>(arguments[0]);
+        // Asked of a camera that has been started anew meanwhile, it would never be reached.
+        if (lastEvent > _events.Asked()) throw Exception("there are no events up to %s", arguments[0].c_str());
+        return Progress(lastEvent);
     }
     if (command == "set") {
         Set(arguments);

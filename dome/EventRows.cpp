@@ -15,7 +15,7 @@ std::uint64_t EventRows::Add(int first, int count, Tell tell) {
     if (first > std::numeric_limits<int>::max() - (count - 1)) throw Exception("number out of range: %d", first);
     _rows.push_back({first, count, std::move(tell)});
     _waiting += count;
-    return _told + static_cast<std::uint64_t>(_waiting);
+    return Asked();
 }
 
 void EventRows::Work(int most) {

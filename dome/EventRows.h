@@ -24,8 +24,9 @@ public:
 
     bool IsEmpty() const { return _rows.empty(); }
 
-    /// How many have been told since the start.
+    /// How many have been told since the start, and how many have been asked for.
     std::uint64_t Told() const { return _told; }
+    std::uint64_t Asked() const { return _told + static_cast<std::uint64_t>(_waiting); }
 
 private:
     struct Row {

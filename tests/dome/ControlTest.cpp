@@ -213,6 +213,8 @@ TEST_F(ControlTest, GoesOnWithARowOfEventsAfterItsAnswer) {
     EXPECT_EQ(power.statuses.back(), 3);
     EXPECT_THROW(control.Execute({"more"}), Exception);
     EXPECT_THROW(control.Execute({"more", "events"}), Exception);
+    EXPECT_EQ(control.Execute({"more", "1002"}).more, 0u);
+    EXPECT_THROW(control.Execute({"more", "1003"}), Exception) << "nobody has asked for so many";
 }
 
 TEST_F(ControlTest, TakesAndGivesUpNamesOnlyWhenThatChanges) {

@@ -41,6 +41,10 @@ using Clock = std::chrono::steady_clock;
 template <class Interface>
 using Client = std::unique_ptr<Interface>;
 
+bool IsOneLine(const std::string& text) {
+    return std::count(text.begin(), text.end(), '\n') == 1 && text.back() == '\n';
+}
+
 struct ProcessTest : testing::Test {
     void SetUp() override {
         setenv("TAVOS_BUS_ADDRESS", desk.BusAddress().c_str(), 1);
@@ -258,15 +262,24 @@ TEST_F(ProcessTest, TellsItsEvents) {
     EXPECT_EQ(voltage->GetVoltageStatus(), 2);
 }
 
-TEST_F(ProcessTest, TellsManyEventsInOneGo) {
+/// Hears the voltage's events.
+struct ManyEventsTest : ProcessTest {
+    void SetUp() override {
+        ASSERT_NO_FATAL_FAILURE(ProcessTest::SetUp());
+        voltage.reset(IVoltageV2Provider::CreateClient(bus.get()));
+        voltage->OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(&recorder, &Recorder::OnStatus));
+        bus->StartServer();
+        ASSERT_TRUE(Await([&] {
+            desk.Control({"event", "voltage", "-1"});
+            return !recorder.Events().empty();
+        }));
+    }
+
     Recorder recorder;
-    const Client<IVoltageV2Provider> voltage(IVoltageV2Provider::CreateClient(bus.get()));
-    voltage->OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(&recorder, &Recorder::OnStatus));
-    bus->StartServer();
-    ASSERT_TRUE(Await([&] {
-        desk.Control({"event", "voltage", "-1"});
-        return !recorder.Events().empty();
-    }));
+    Client<IVoltageV2Provider> voltage;
+};
+
+TEST_F(ManyEventsTest, AreTold) {
     desk.Control({"event", "voltage", "1", "--count", "20000"});
     ASSERT_TRUE(Await([&] { return recorder.Events().back()[0] == 20000; }, 20s)) << recorder.Events().back()[0];
     auto events = recorder.Events();
@@ -275,16 +288,8 @@ TEST_F(ProcessTest, TellsManyEventsInOneGo) {
     for (int i = 0; i < 20000; ++i) ASSERT_EQ(events[static_cast<std::size_t>(i)][0], i + 1);
 }
 
-TEST_F(ProcessTest, AnswersItsServicesWhileItTellsManyEvents) {
+TEST_F(ManyEventsTest, LeaveTheServicesTimeToAnswer) {
     constexpr int kCount = 50000;
-    Recorder recorder;
-    const Client<IVoltageV2Provider> voltage(IVoltageV2Provider::CreateClient(bus.get()));
-    voltage->OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(&recorder, &Recorder::OnStatus));
-    bus->StartServer();
-    ASSERT_TRUE(Await([&] {
-        desk.Control({"event", "voltage", "-1"});
-        return !recorder.Events().empty();
-    }));
     recorder.Clear();
     std::atomic<bool> isDone{false};
     std::thread telling([&] {
@@ -309,6 +314,18 @@ TEST_F(ProcessTest, AnswersItsServicesWhileItTellsManyEvents) {
     ASSERT_TRUE(Await([&] { return recorder.Events().back()[0] == 2 && recorder.Events().size() > 2; }, 20s));
     EXPECT_EQ(recorder.Events().size(), kCount + 1u);
     EXPECT_EQ(recorder.Events()[kCount - 1][0], kCount);
+}
+
+TEST_F(ManyEventsTest, LetDomectlEndWhenTheCameraEndsAmongThem) {
+    recorder.Clear();
+    Result result{};
+    std::thread telling([&] { result = desk.TryControl({"event", "voltage", "1", "--count", "100000"}); });
+    EXPECT_TRUE(Await([&] { return recorder.Events().size() > 100; }));
+    desk.Dome().Signal(SIGKILL);
+    desk.Dome().Wait();
+    telling.join();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(IsOneLine(result.errors)) << result.errors;
 }
 
 TEST_F(ProcessTest, FailsWhenItIsTold) {
@@ -387,10 +404,6 @@ TEST_F(ProcessTest, EndsOnASignalAlsoWithoutTheBus) {
     desk.StopBus();
     desk.Dome().Signal(SIGTERM);
     EXPECT_EQ(desk.Dome().Wait(), 0);
-}
-
-bool IsOneLine(const std::string& text) {
-    return std::count(text.begin(), text.end(), '\n') == 1 && text.back() == '\n';
 }
 
 TEST_F(ProcessTest, TellsThatItsNamesAreTaken) {

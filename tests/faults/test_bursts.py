@@ -6,7 +6,7 @@ import ber
 from busclient import Service
 from desk import ManagerOf, await_until
 from expected_tree import OID
-from measure import Asking, footprint, percentile, settled
+from watching import SANITIZED, Asking, footprint, percentile, settled
 from traps import Sink
 
 COUNT = 100000
@@ -34,7 +34,7 @@ def check_agent(desk, asking, before, figure, what):
     assert None not in asking.statuses
     assert asking.statuses == {ber.NO_ERROR}
     assert (after.threads, after.descriptors) == (before.threads, before.descriptors)
-    assert after.highest - before.highest < ROOM
+    assert SANITIZED or after.highest - before.highest < ROOM
 
 
 def test_a_sink_that_reads_late_gets_every_trap_in_order(started, burst, figure):
@@ -90,4 +90,4 @@ def test_the_agent_waits_for_a_service_while_they_come(started, burst, figure):
     assert sink.values == [*range(COUNT), LAST]
     after = footprint(started.processes["agent"].pid)
     figure(f"agent before {before}, after {after}")
-    assert after.highest - before.highest < ROOM
+    assert SANITIZED or after.highest - before.highest < ROOM

@@ -8,7 +8,7 @@ import pytest
 import ber
 from desk import ManagerOf, await_until
 from expected_tree import OID
-from measure import Asking, footprint, settled, times
+from watching import SANITIZED, Asking, footprint, settled, times
 from traps import Sink
 
 
@@ -59,7 +59,7 @@ def test_the_bus_restarts_over_and_over(started, figure):
            f"after {after}")
     assert max(served.taken()) < 0.5 + 0.2
     assert (after.threads, after.descriptors) == (before.threads, before.descriptors)
-    assert after.resident - before.resident < 1024
+    assert SANITIZED or after.resident - before.resident < 1024
 
 
 def test_no_bus_at_the_start(desk):

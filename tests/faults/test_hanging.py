@@ -9,7 +9,7 @@ import pytest
 import ber
 from desk import ManagerOf, await_until
 from expected_tree import OID
-from measure import FULL, Asking, answers_at_a_rate, percentile, times
+from watching import FULL, Asking, answers_at_a_rate, percentile, times
 
 DEADLINE = 0.5  # of one call
 UNRELATED = 0.05  # what others may wait at the 99th percentile
@@ -48,6 +48,7 @@ def sound(desk):
 
 
 @pytest.mark.slow
+@pytest.mark.alone
 @pytest.mark.parametrize("what", HANGING)
 def test_one_call_waits_and_others_are_answered(undisturbed, started, figure, what):
     unrelated = OID[UNRELATED_OBJECT[what]]

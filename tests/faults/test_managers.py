@@ -10,7 +10,7 @@ import ber
 import desk as desks
 from desk import ManagerOf
 from expected_tree import OID, ROWS, SUBTREES
-from measure import times
+from watching import times
 
 POSITIONS = ["positionPan", "positionTilt", "positionZoomLens", "positionFocusLens", "positionIrisLens"]
 DEADLINE = 0.5

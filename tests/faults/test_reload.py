@@ -8,7 +8,7 @@ import pytest
 import ber
 from desk import SNMPD, Desk, ManagerOf, await_until
 from expected_tree import OID
-from measure import Asking, footprint, settled, times
+from watching import Asking, footprint, settled, times
 from test_services import rows_without, tree
 from traps import Sink
 

@@ -12,7 +12,7 @@ import pytest
 import ber
 from desk import ManagerOf, await_until
 from expected_tree import OID, ORVEX, ROWS, SUBTREES
-from measure import Asking, percentile, times
+from watching import Asking, percentile, times
 from traps import Sink
 
 DYING_SERVICE = pathlib.Path(__file__).with_name("dying_service.py")

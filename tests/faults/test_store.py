@@ -14,7 +14,7 @@ import pytest
 import ber
 from desk import BUILD, ManagerOf, await_until
 from expected_tree import OID
-from measure import times
+from watching import times
 from test_services import rows_without, tree
 
 KEYS = 40

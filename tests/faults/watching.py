@@ -9,11 +9,13 @@ import time
 from typing import NamedTuple, Optional
 
 import ber
-from desk import await_until
+from desk import await_until, sanitizer_runtime
 
 # ./check runs the short form; tests/faults/full the one whose figures are in docs/reliability.md.
 FULL = os.environ.get("ORVEX_FULL") == "1"
 
+# A build whose memory says nothing about that of the real one.
+SANITIZED = bool(sanitizer_runtime())
 ASKING = pathlib.Path(__file__).with_name("asking.py")
 
 

@@ -166,7 +166,12 @@ class PassPersist(Peer):
 
 class PassPersistPerl(PassPersist):
     name, title = "pass-perl", "pass_persist in Perl"
-    needs = ["perl", "/usr/lib/x86_64-linux-gnu/perl5/5.36/Net/DBus.pm"]
+    needs = ["perl"]
+
+    def __init__(self, desk, objects):
+        if subprocess.run(["perl", "-MNet::DBus", "-e", "1"], stderr=subprocess.DEVNULL, check=False).returncode != 0:
+            raise Unavailable("Perl's Net::DBus is not installed")
+        super().__init__(desk, objects)
 
     def program(self):
         return f"/usr/bin/perl {PEERS}/pass_persist.pl"

@@ -34,7 +34,10 @@ WORKLOADS = {
 }
 BUILT_IN = get(SYS_NAME)
 WALKS = {"walk": 0, "bulk walk": 25}  # repetitions of a GETBULK; 0: GETNEXT
-BARE_CALLS = ("temperature", "input", "pan")
+BARE_CALLS = ("temperature", "input", "count", "pan")
+NO_SERVICE = ("identity", "last command", "constant")
+# the bare calls that are behind a live request
+BEHIND = {"temperature": ("temperature",), "input": ("input",), "cell": ("count", "input"), "move": ("pan",)}
 
 
 def program(name, *arguments):
@@ -56,29 +59,33 @@ class Series:
     """The rounds of one measurement."""
 
     def __init__(self):
-        self.rounds, self.histogram, self.lost, self.errors, self.generator = [], {}, 0, 0, []
+        self.rounds, self.histogram, self.lost, self.generator = [], {}, 0, []
 
     def add(self, figures):
         histogram = {int(time): count for time, count in figures["histogram"]}
         if not histogram:
             raise RuntimeError("no answer at all")
-        self.rounds.append({"rate": figures["requests"] / figures["seconds"],
-                            "p50": percentiles(histogram, (50,))[0] / 1000})
+        if figures["errors"]:
+            raise RuntimeError(f"{figures['errors']} of {figures['requests']} answers are errors")
+        self.rounds.append(rate_and_median(figures))
         for time, count in histogram.items():
             self.histogram[time] = self.histogram.get(time, 0) + count
         self.lost += figures["lost"]
-        self.errors += figures["errors"]
         if "processor_seconds" in figures:
             self.generator.append(figures["processor_seconds"] / figures["seconds"])
 
     def json(self):
         """Rates a second, times in microseconds."""
         result = {"rounds": self.rounds, "samples": sum(self.histogram.values()), "lost": self.lost,
-                  "errors": self.errors,
                   "percentiles": percentile_microseconds(self.histogram)}
         if self.generator:
             result["generator_share"] = statistics.median(self.generator)
         return result
+
+
+def rate_and_median(figures):
+    histogram = {int(time): count for time, count in figures["histogram"]}
+    return {"rate": figures["requests"] / figures["seconds"], "p50": percentiles(histogram, (50,))[0] / 1000}
 
 
 def percentiles(histogram, wanted):

@@ -20,7 +20,8 @@ import time
 import experiments
 from contestants import (ALARM_TABLE, BUILD, PEER_CLASSES, SNMPD, SUBTREES, Desk, ManagerOf, Unavailable, free_udp_port,
                          walked, write_objects)
-from loads import BARE_CALLS, BUILT_IN, LOADS, WALKS, WORKLOADS, Series, load, percentile_microseconds, program, walk_of
+from loads import (BARE_CALLS, BEHIND, BUILT_IN, LOADS, NO_SERVICE, WALKS, WORKLOADS, Series, load,
+                   percentile_microseconds, program, rate_and_median, walk_of)
 
 def machine():
     model = re.search(r"^model name\s*:\s*(.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
@@ -117,13 +118,30 @@ class Measurement:
                     jobs.append(lambda c=name, p=port, w=workload, n=in_flight:
                                 self.requests(c, w, n, p, WORKLOADS[w]))
         for what in BARE_CALLS:
-            jobs.append(lambda w=what: self.add("bus", w, 1, program(
-                "bench-bus", "call", "--address", self.desk.environment["TAVOS_BUS_ADDRESS"], "--what", w,
-                "--seconds", seconds)))
+            jobs.append(lambda w=what: self.add("bus", w, 1, self.bare_call(w, seconds)))
         for name, port in self.agents():
             for walk in WALKS:
                 jobs.append(lambda c=name, p=port, w=walk: self.walk(c, w, p))
         return jobs
+
+    def close_ups(self):
+        """The module and its limits once more, right after each other and over and over, so that their ratios hold on a
+        machine whose speed changes: a list of {what: rate and median}, by the number in flight."""
+        seconds, results = self.options.seconds / 2, {}
+        for _ in range(self.options.rounds * 2):
+            for in_flight in LOADS:
+                live = BEHIND if in_flight == 1 else ()
+                turn = {"sysName": load(self.desk.port, BUILT_IN, in_flight, seconds)}
+                for workload in (*NO_SERVICE, *live):
+                    turn[workload] = load(self.desk.port, WORKLOADS[workload], in_flight, seconds)
+                if live:
+                    turn.update((f"bare {what}", self.bare_call(what, seconds)) for what in BARE_CALLS)
+                results.setdefault(in_flight, []).append({what: rate_and_median(one) for what, one in turn.items()})
+        return results
+
+    def bare_call(self, what, seconds):
+        return program("bench-bus", "call", "--address", self.desk.environment["TAVOS_BUS_ADDRESS"], "--what", what,
+                       "--seconds", seconds)
 
     def requests(self, contestant, workload, in_flight, port, messages, *more):
         self.add(contestant, workload, in_flight, load(port, messages, in_flight, self.options.seconds, *more))
@@ -204,6 +222,8 @@ class Measurement:
         self.results["walks"] = [{"contestant": c, "walk": w, **entry} for (c, w), entry in sorted(self.walks.items())]
         if not options.parts:
             return
+        self.say("the module beside its limits")
+        self.results["close_ups"] = self.close_ups()
         self.say("the table")
         self.results["table"] = self.table()
         self.say("traps")
@@ -215,7 +235,7 @@ class Measurement:
 
 
 KINDS = {
-    "full": {"rounds": 5, "seconds": 0.35, "peers": [kind.name for kind in PEER_CLASSES], "parts": True,
+    "full": {"rounds": 9, "seconds": 0.15, "peers": [kind.name for kind in PEER_CLASSES], "parts": True,
              "workloads": list(WORKLOADS), "trap_rounds": 5, "events": 30000},
     "quick": {"rounds": 1, "seconds": 0.1, "peers": [kind.name for kind in PEER_CLASSES], "parts": True,
               "workloads": list(WORKLOADS), "trap_rounds": 1, "events": 5000},

@@ -16,7 +16,7 @@ namespace bench {
 namespace {
 
 constexpr int kTemperature = 21;
-constexpr int kInputs = 2;
+constexpr int kInputs = 6;
 constexpr const char* kBank = "BNK2";
 
 int AnswerInteger(sd_bus_message* call, void*, sd_bus_error*) {

@@ -22,7 +22,7 @@ using bench::Options;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kUsage =
-    R"(usage: bench-bus call --address ADDRESS [--seconds S] [--reuse 1] [--what temperature|input|pan]
+    R"(usage: bench-bus call --address ADDRESS [--seconds S] [--reuse 1] [--what temperature|input|count|pan]
        bench-bus serve --address ADDRESS
        bench-bus serve-peers SOCKET
        bench-bus broker PROGRAM SOCKET
@@ -44,6 +44,8 @@ MessagePtr NewCall(sd_bus* bus, const std::string& what) {
     } else if (what == "input") {
         begin("org.tavos.Alarm3", "/org/tavos/Alarm3", "GetAlarmState");
         Check(sd_bus_message_append(made, "si", "BNK2", 0), "arguments");
+    } else if (what == "count") {
+        begin("org.tavos.Alarm3", "/org/tavos/Alarm3", "GetAlarmCount");
     } else if (what == "pan") {
         begin("org.tavos.Pan1", "/org/tavos/Pan1", "SetPositionAtSpeed");
         Check(sd_bus_message_append(made, "idi", 90000, 0.5, 300), "arguments");

@@ -1,0 +1,239 @@
+"""The Debian packages: built, judged by lintian, installed into a clean root, and run there by its systemd."""
+
+import os
+import pathlib
+import re
+import stat
+import subprocess
+
+import pytest
+
+from clean_root import CleanRoot, writable_cgroup2
+from desk import ROOT, await_until
+from expected_tree import OID, ROWS
+from field import ROLES, authentication, privacy, replace_once
+
+pytestmark = [
+    pytest.mark.slow,
+    pytest.mark.commands,  # it has a build of its own
+    pytest.mark.skipif(os.getuid() != 0, reason="only root can make a root"),
+]
+
+NAMES = ["libtavos0", "orvex-dome", "orvexsnmp", "orvexsnmp-dev", "orvexsnmp-mibs", "tavos"]
+BUILD = pathlib.Path(os.environ.get("ORVEX_PACKAGES_BUILD", ROOT / "build" / "packages"))
+
+
+def shell(*command, **options):
+    done = subprocess.run(list(map(str, command)), capture_output=True, text=True, **options)
+    assert done.returncode == 0, f"{command}: {done.stdout[-3000:]}{done.stderr[-3000:]}"
+    return done.stdout
+
+
+@pytest.fixture(scope="module")
+def packages():
+    launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if not (BUILD / "CMakeCache.txt").exists() else []
+    shell("cmake", "--preset", "packages", "-B", BUILD, *launcher, cwd=ROOT)
+    shell("cmake", "--build", BUILD, cwd=ROOT)
+    for old in (BUILD / "packages").glob("*.deb"):
+        old.unlink()
+    shell("cpack", cwd=BUILD)
+    return sorted((BUILD / "packages").glob("*.deb"))
+
+
+@pytest.fixture(scope="module")
+def root(packages):
+    if not writable_cgroup2():
+        pytest.skip("systemd cannot be booted here: there is no cgroup2 that can be written")
+    root = CleanRoot(packages)
+    try:
+        prepare_camera(root)
+        root.boot()
+        root.must("systemctl", "start", "orvex-dome", "snmpd")
+        yield root
+    finally:
+        root.close()
+
+
+def prepare_camera(clean):
+    """What a camera has: a version, a restart script, the configuration for the field and its users."""
+    root = clean.root
+    (root / "etc/version").write_text("02.01.00-20261121a\n")
+    (root / "sbin/restart.sh").write_text('#!/bin/sh\necho "$(id -un) $*" >>/var/log/restarts\n')
+    # Exactly as shipped, port and all.
+    (root / "etc/snmp/snmpd.conf").write_bytes((root / "usr/share/doc/orvexsnmp/examples/snmpd.conf").read_bytes())
+    (root / "etc/snmp/snmpd.conf").chmod(0o600)
+    shell("chroot", root, "chown", "Debian-snmp", "/etc/snmp/snmpd.conf")
+    for user in ROLES:
+        shell("chroot", root, "orvexsnmp-add-user", user, input=f"{authentication(user)}\n{privacy(user)}\n")
+
+
+def ask(root, user, tool, *words):
+    return root.run(tool, "-v3", "-u", user, "-l", "authPriv", "-a", "SHA-256", "-A", authentication(user), "-x", "AES",
+                    "-X", privacy(user), "-t", "5", "-r", "0", "-On", "-OQ", "-Ox", "127.0.0.1", *words)
+
+
+def contents(package):
+    lines = shell("dpkg-deb", "-c", package).splitlines()
+    return {line.split()[5].lstrip("."): line.split()[0] for line in lines}
+
+
+def test_the_packages_are_those(packages):
+    assert sorted(package.name.split("_")[0] for package in packages) == NAMES
+
+
+def test_lintian_finds_no_error(packages):
+    done = subprocess.run(["lintian", "--no-cfg", "--allow-root", "--fail-on", "error", *packages], capture_output=True,
+                          text=True, timeout=300)
+    print(done.stdout)
+    assert [line for line in done.stdout.splitlines() if line.startswith("E:")] == []
+    assert done.returncode == 0, done.stderr
+
+
+def test_every_command_has_a_page(packages):
+    files = {name for package in packages for name in contents(package)}
+    commands = {pathlib.Path(name).name for name in files if re.fullmatch(r"/usr/s?bin/[^/]+", name)}
+    pages = {pathlib.Path(name).name.rsplit(".", 2)[0] for name in files if name.startswith("/usr/share/man/man")
+             and name.endswith(".gz")}
+    assert commands == {"domectl", "myname", "orvex-dome", "orvexsnmp-add-user", "tavos-settings"}
+    assert pages == commands | {"orvexsnmp"}
+
+
+def test_others_find_the_platform_with_cmake(packages, tmp_path):
+    for package in packages:
+        if package.name.startswith(("orvexsnmp-dev", "libtavos0")):
+            shell("dpkg-deb", "-x", package, tmp_path)
+    (tmp_path / "CMakeLists.txt").write_text(
+        "cmake_minimum_required(VERSION 3.25)\nproject(other CXX)\nset(CMAKE_CXX_STANDARD 17)\n"
+        "find_package(tavos 0.1 REQUIRED)\nadd_executable(other other.cpp)\n"
+        "target_link_libraries(other PRIVATE tavos::tavos tavos::tavos-settings)\n")
+    (tmp_path / "other.cpp").write_text(
+        "#include <tavos/interfaces/IPanProvider.h>\n#include <tavos/msgbus/MsgBus.h>\n"
+        "#include <tavos/settings/TavosSettingsClient.h>\n#include <memory>\n"
+        "int main() {\n  tavos::msgbus::MsgBus bus;\n"
+        "  const std::unique_ptr<tavos::interfaces::IPanProvider> pan("
+        "tavos::interfaces::IPanProvider::CreateClient(&bus));\n"
+        "  tavos::settings::TavosSettingsClient settings(tavos::settings::TavosSettingsClient::kReadOnly);\n"
+        "  return pan ? 0 : 1;\n}\n")
+    shell("cmake", "-S", tmp_path, "-B", tmp_path / "build", f"-DCMAKE_PREFIX_PATH={tmp_path}/usr")
+    shell("cmake", "--build", tmp_path / "build")
+    shell(tmp_path / "build" / "other")
+
+
+def test_the_stock_agent_serves_every_object(root):
+    answer = ask(root, "reader", "snmpget", *(row.oid for row in ROWS))
+    assert answer.returncode == 0, answer.stderr + root.journal()
+    assert [line.split(" = ")[0] for line in answer.stdout.splitlines() if " = " in line] == [f".{row.oid}" for row in ROWS]
+    assert "No Such" not in answer.stdout
+    version = ask(root, "reader", "snmpget", "-Oa", OID["fwVersion"])
+    assert version.stdout.strip().endswith('"02.01.00-20261121a"')
+
+
+def test_it_is_the_stock_agent_with_its_own_port(root):
+    command = root.must("systemctl", "show", "snmpd", "--property=MainPID", "--value").strip()
+    assert root.must("readlink", f"/proc/{command}/exe").strip() == "/usr/sbin/snmpd"
+    status = root.must("cat", f"/proc/{command}/status")
+    assert re.search(r"^CapEff:\t0*400$", status, re.MULTILINE)  # CAP_NET_BIND_SERVICE alone
+    assert re.search(r"^Seccomp:\t2$", status, re.MULTILINE)
+    assert ":00A1 " in root.must("cat", "/proc/net/udp")
+
+
+@pytest.mark.parametrize(("unit", "user"), [("orvex-bus", "orvex-bus"), ("orvex-dome", "orvex-dome"),
+                                            ("snmpd", "Debian-snmp")])
+def test_no_service_is_roots(root, unit, user):
+    pid = root.must("systemctl", "show", unit, "--property=MainPID", "--value").strip()
+    assert root.must("ps", "-o", "user:20=", "-p", pid).strip() == user
+
+
+def test_the_operator_moves_the_camera(root):
+    answer = ask(root, "operator", "snmpset", OID["positionPan"], "x", "027f2328")
+    assert answer.returncode == 0, answer.stderr
+    state = ["domectl", "--state", "/var/lib/tavos", "--bus", "unix:path=/run/orvex-bus/bus.sock", "state"]
+    await_until(lambda: '"position":90000' in root.must(*state), "the pan is at 90 degrees")
+
+
+def test_others_on_the_machine_have_no_camera(root):
+    call = ["dbus-send", "--bus=unix:path=/run/orvex-bus/bus.sock", "--print-reply", "--dest=org.tavos.Pan1",
+            "/org/tavos/Pan1", "org.tavos.Pan1.GetPosition"]
+    assert root.run("setpriv", "--reuid", "games", "--clear-groups", *call).returncode != 0
+    root.must("setpriv", "--reuid", "Debian-snmp", "--clear-groups", *call)
+
+
+def test_a_restart_goes_through_the_platforms_script_as_root(root):
+    assert ask(root, "operator", "snmpset", OID["rebootDevice"], "i", "1").returncode != 0
+    answer = ask(root, "administrator", "snmpset", OID["rebootDevice"], "i", "1")
+    assert answer.returncode == 0, answer.stderr
+    log = root.root / "var/log/restarts"
+    await_until(log.exists, "the restart script has run")
+    assert log.read_text() == "root -s -k\n"
+    # The agent's chmod was of its own script.
+    assert ask(root, "reader", "snmpget", OID["rebootDevice"]).returncode == 0
+
+
+def test_a_reload_keeps_the_process_and_the_objects(root):
+    before = root.must("systemctl", "show", "snmpd", "--property=MainPID")
+    root.must("systemctl", "reload", "snmpd")
+    await_until(lambda: ask(root, "reader", "snmpget", OID["modelName"]).returncode == 0, "the agent answers again")
+    assert root.must("systemctl", "show", "snmpd", "--property=MainPID") == before
+
+
+def test_an_agent_without_settings_comes_back_when_there_are_some(root):
+    store = root.root / "var/lib/tavos/settings.db"
+    aside = store.rename(store.with_suffix(".aside"))
+    try:
+        root.run("systemctl", "restart", "snmpd")
+        await_until(lambda: "auto-restart" in root.run("systemctl", "show", "snmpd", "--property=SubState").stdout,
+                    "the agent is tried again")
+    finally:
+        aside.rename(store)
+    await_until(lambda: ask(root, "reader", "snmpget", OID["modelName"]).returncode == 0, "the agent answers", seconds=30)
+
+
+def test_nothing_secret_lies_open(root):
+    for user in ROLES:
+        for phrase in [authentication(user).encode(), privacy(user).encode()]:
+            for folder in ["etc", "var", "run"]:
+                for path in (root.root / folder).rglob("*"):
+                    if path.is_file() and not path.is_symlink():
+                        assert phrase not in path.read_bytes(), path
+    modes = {name: stat.S_IMODE((root.root / name).stat().st_mode)
+             for name in ["var/lib/snmp/snmpd.conf", "var/lib/tavos", "var/lib/tavos/settings.db"]}
+    assert modes == {"var/lib/snmp/snmpd.conf": 0o600, "var/lib/tavos": 0o2770, "var/lib/tavos/settings.db": 0o660}
+
+
+def test_one_more_camera_is_one_more_instance(root):
+    root.must("systemctl", "enable", "orvex-dome@7", "orvex-dome@8")
+    (root.root / "etc/orvex-dome").mkdir(exist_ok=True)
+    (root.root / "etc/orvex-dome/8.conf").write_text("AGENT_PORT=11700\n")
+    root.must("systemctl", "start", "orvex-domes.target")
+    try:
+        for port, number in [(11607, 7), (11700, 8)]:
+            get = ["snmpget", "-v2c", "-c", "public", "-t", "1", "-r", "0", "-On", f"127.0.0.1:{port}", OID["temperature"]]
+            await_until(lambda: root.run(*get).returncode == 0, f"camera {number} answers")
+            root.must("domectl", "--state", f"/var/lib/orvex-dome/{number}", "set", "temperature", number)
+            assert f"Gauge32: {number}" in root.must(*get)
+        folder = root.root / "var/lib/orvex-dome/7"
+        assert stat.S_IMODE(folder.stat().st_mode) == 0o700
+        # A restart of the camera is noted in its own folder, and is this machine's business in no way.
+        root.must("snmpset", "-v2c", "-c", "private", "-On", "127.0.0.1:11607", OID["rebootDevice"], "i", "1")
+        await_until((folder / "restart.log").exists, "the restart is noted")
+    finally:
+        root.must("systemctl", "stop", "orvex-domes.target")
+    for unit in ["orvex-bus@7", "orvex-dome@7", "orvex-agent@7", "orvex-dome@8"]:
+        await_until(lambda: root.run("systemctl", "is-active", unit).stdout.strip() == "inactive", f"{unit} has ended")
+    root.must("systemctl", "is-active", "snmpd")
+
+
+def test_the_mibs_translate_there(root):
+    root.must("sh", "-c", "test -e /usr/share/snmp/mibs/ORVEX-MIB.txt")
+    name = root.run("env", "MIBS=+ORVEX-MIB", "MIBDIRS=/usr/share/snmp/mibs:/usr/share/orvexsnmp/smi", "snmptranslate",
+                    "-On", "ORVEX-MIB::rebootDevice.0")
+    assert name.stdout.strip() == f".{OID['rebootDevice']}", name.stderr
+
+
+def test_purging_leaves_nothing(root):
+    root.must("systemctl", "stop", "snmpd", "orvex-dome", "orvex-bus")
+    root.must("env", "DEBIAN_FRONTEND=noninteractive", "dpkg", "--purge", *NAMES)
+    left = root.must("sh", "-c", "find / -xdev -path /proc -prune -o -path /var/log -prune -o "
+                                 "\\( -name '*orvex*' -o -name '*tavos*' \\) -print")
+    assert [line for line in left.splitlines() if "/systemd/system/orvex-domes.target.wants" not in line
+            and not line.startswith(("/etc/orvex-dome", "/run/systemd", "/sys/"))] == []

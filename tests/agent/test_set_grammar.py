@@ -1,0 +1,394 @@
+"""Every BER type at every length of interest, to every writable object and to others: the stated answer or a standard
+one, and no movement from what is refused. The answers are worked out from what each object says of itself."""
+
+import itertools
+import random
+import subprocess
+from typing import NamedTuple
+
+import pytest
+
+import ber
+import desk as desks
+from expected_tree import CCTV, OID, ORVEX, RO, ROWS
+
+BITS, NSAP, UINTEGER = 0x03, 0x45, 0x47
+OPAQUE_COUNTER64, OPAQUE_FLOAT, OPAQUE_DOUBLE, OPAQUE_I64, OPAQUE_U64 = 0x76, 0x78, 0x79, 0x7A, 0x7B
+NO_CREATION = 11
+
+LONGS = (ber.COUNTER32, ber.GAUGE32, ber.TIMETICKS, UINTEGER)
+WIDE = (ber.COUNTER64, OPAQUE_COUNTER64, OPAQUE_I64, OPAQUE_U64)
+AS_THEY_ARE = (ber.OCTET_STRING, ber.IP_ADDRESS, ber.OPAQUE, NSAP, BITS, OPAQUE_FLOAT, OPAQUE_DOUBLE)
+WITHOUT_VALUE = (ber.NULL, ber.NO_SUCH_OBJECT, ber.NO_SUCH_INSTANCE, ber.END_OF_MIB_VIEW)
+KNOWN = (ber.INTEGER, ber.OID, *LONGS, *WIDE, *AS_THEY_ARE, *WITHOUT_VALUE)
+LENGTHS = (0, 1, 2, 3, 4, 5, 8, 9, 127, 128, 129, 255, 256, 1400)
+
+UNSERVED = f"{CCTV}.99.0"
+
+
+class Value(NamedTuple):
+    tag: int
+    content: bytes
+    encoded: bytes
+
+    def octets(self, count):
+        """The first octets of the buffer in which the agent hands the value over; missing ones are 0. What is a number
+        to the agent stands there as a long, low octet first."""
+        if self.tag in WITHOUT_VALUE:
+            octets = b""
+        elif self.tag == ber.INTEGER:
+            octets = (int.from_bytes(self.content, "big", signed=True) & 0xFFFFFFFF).to_bytes(4, "little")
+        elif self.tag in LONGS:
+            octets = (int.from_bytes(self.content, "big") & 0xFFFFFFFF).to_bytes(4, "little")
+        elif self.tag in WIDE:  # two longs, the high one first
+            octets = (int.from_bytes(self.content, "big") >> 32 & 0xFFFFFFFF).to_bytes(4, "little")
+        elif self.tag == ber.OID:  # longs again, the first sub-identifier first
+            octets = bytes([self.content[0] // 40 if self.content else 0, 0, 0, 0])
+        else:  # as they are; those of a floating-point number in another order, but here they are all alike
+            octets = self.content
+        return octets[:count].ljust(count, b"\0")
+
+    def __str__(self):
+        return f"type {self.tag:#04x}, {len(self.content)} octets: {self.encoded[:12].hex(' ')}"
+
+
+def value(tag, content):
+    return Value(tag, content, ber.tlv(tag, content))
+
+
+def long_forms(tag, content):
+    """The same value with its length in more octets than it needs."""
+    return [Value(tag, content, bytes([tag, 0x80 | width]) + len(content).to_bytes(width, "big") + content)
+            for width in (1, 2, 4)]
+
+
+def all_values():
+    values = [value(tag, bytes([octet]) * length) for tag in KNOWN for length in LENGTHS for octet in (0, 1)]
+    values += [value(tag, b"\x01" * length) for tag in range(256) if tag not in KNOWN for length in (0, 4)]
+    texts = random.Random(1)
+    values += [value(ber.OCTET_STRING, texts.randbytes(length)) for length in LENGTHS for _ in range(4)]
+    positions = (b"\0\0", bytes.fromhex("8C9F"), bytes.fromhex("8CA0"), b"\xFF\xFF")
+    values += [value(ber.OCTET_STRING, bytes([mode, speed]) + position)
+               for mode in (0, 1, 2, 3, 4, 0x80, 0xFF) for speed in (0, 1, 0x7F, 0x80, 0x81, 0xFF)
+               for position in positions]
+    values += [value(ber.OCTET_STRING, bytes([octet])) for octet in range(256)]
+    for number in (0, 1, 2, 5, 255, 65534, 65535, 65536, -1, -65535, 2**31 - 1, -(2**31)):
+        values.append(value(ber.INTEGER, ber.integer_octets(number)))
+        values.append(value(ber.INTEGER, number.to_bytes(4, "big", signed=True)))
+    values += long_forms(ber.OCTET_STRING, bytes.fromhex("00000000")) + long_forms(ber.INTEGER, b"\1")
+    # A length that says "until the end is marked", and a tag of two octets.
+    values += [Value(ber.OCTET_STRING, b"\1", b"\x04\x80\x01\0\0"), Value(0x1F, b"\1", b"\x1f\x05\x01\x01")]
+    return values
+
+
+VALUES = all_values()
+
+
+# --- what each object answers ---
+
+def position_error(name, octets):
+    mode, speed, position = octets[0], octets[1], int.from_bytes(octets[2:], "big")
+    if mode == 0:
+        return ber.NO_ERROR if speed == 0 else ber.GEN_ERR
+    if mode > 3:
+        return ber.GEN_ERR
+    is_axis = name in ("positionPan", "positionTilt")
+    if mode == 2 and is_axis and position > 35999:
+        return ber.GEN_ERR
+    return ber.GEN_ERR if mode == 3 and speed == 0x80 and not is_axis else ber.NO_ERROR
+
+
+def refusals(sent, *errors):
+    """The agent itself refuses NULL, whatever the name; what else is not to be set gets one of these errors."""
+    return (ber.WRONG_TYPE,) if sent.tag == ber.NULL else errors
+
+
+def expected_error(name, sent):
+    """What a manager is answered that sets a writable object to a value that the agent can read."""
+    if sent.tag == ber.NULL:
+        return ber.WRONG_TYPE
+    is_integer, is_octets = sent.tag == ber.INTEGER, sent.tag == ber.OCTET_STRING
+    if name.startswith("position"):
+        return position_error(name, sent.octets(4))
+    if name.startswith("timeout"):
+        return ber.GEN_ERR
+    if name.startswith("preset") or name == "systemLensFeatureControl":
+        return ber.NO_ERROR
+    if name == "systemLensEquipped":
+        return ber.GEN_ERR if sent.octets(1)[0] & 0xBF else ber.NO_ERROR
+    if name == "rangeTrueNorthOffset":
+        if not is_integer:
+            return ber.WRONG_TYPE
+        return ber.NO_ERROR if sent.octets(4) in (bytes(4), b"\xFF\xFF\0\0") else ber.WRONG_VALUE
+    if name.startswith("relayState") or name == "rebootDevice":
+        return ber.NO_ERROR if is_integer else ber.WRONG_TYPE
+    if name == "systemCameraEquipped":
+        return ber.GEN_ERR if is_octets else ber.WRONG_TYPE
+    assert name in ("outputControl", "systemCameraFeatureControl")
+    return ber.NO_ERROR if is_octets else ber.WRONG_TYPE
+
+
+def expected_answer(name, sent):
+    """(type, octets) of an accepted SET's answer, where the object has one of its own."""
+    if name.startswith("position"):
+        return ber.OCTET_STRING, sent.octets(4)
+    if name.startswith("preset"):
+        return ber.INTEGER, b"\0"
+    if name == "outputControl":
+        return ber.OCTET_STRING, sent.octets(2)
+    if name == "systemLensEquipped":
+        return ber.OCTET_STRING, sent.octets(4)
+    return None
+
+
+# --- many messages at once ---
+
+class Message(NamedTuple):
+    octets: bytes
+    request_id: int
+
+
+def message(oid, sent, community="private", version=1):
+    request_id = next(_request_ids)
+    binding = ber.tlv(ber.SEQUENCE, ber.tlv(ber.OID, ber.oid_octets(oid)) + sent.encoded)
+    numbers = b"".join(ber.tlv(ber.INTEGER, ber.integer_octets(number)) for number in (request_id, 0, 0))
+    body = ber.tlv(ber.SET, numbers + ber.tlv(ber.SEQUENCE, binding))
+    head = ber.tlv(ber.INTEGER, bytes([version])) + ber.tlv(ber.OCTET_STRING, community.encode())
+    return Message(ber.tlv(ber.SEQUENCE, head + body), request_id)
+
+
+_request_ids = itertools.count(1_000_000)
+
+
+def exchange(manager, messages, window=24):
+    """The answers, None for a message that gets none. A request behind each few of them shows that the agent is done
+    with these."""
+    answers = []
+    for start in range(0, len(messages), window):
+        some = messages[start : start + window]
+        for one in some:
+            manager._socket.send(one.octets)
+        probe = ber.encode(ber.GET, [(desks.SYS_UP_TIME, ber.NULL, b"")])
+        probe_id = ber.Message(probe).request_id
+        manager._socket.send(probe)
+        received = {}
+        while probe_id not in received:
+            answer = ber.Message(manager._socket.recv(65536))
+            received[answer.request_id] = answer
+        answers += [received.get(one.request_id) for one in some]
+    return answers
+
+
+def set_all(manager, oid, values):
+    return exchange(manager, [message(oid, sent) for sent in values])
+
+
+def drives(camera):
+    return [call for call in camera.calls() if not call["call"].startswith(("Get", "Is"))]
+
+
+@pytest.fixture(scope="module")
+def readable(running):
+    """The values that the agent can read: those that it answers also for a name that nobody serves. The others it
+    drops, whatever the name."""
+    with desks.ManagerOf(running) as manager:
+        answers = set_all(manager, UNSERVED, VALUES)
+    readable = [sent for sent, answer in zip(VALUES, answers) if answer]
+    odd = [(str(sent), answer.error_status) for sent, answer in zip(VALUES, answers)
+           if answer and answer.error_status not in refusals(sent, NO_CREATION, ber.NOT_WRITABLE)]
+    assert odd == []
+    # The agent's parser is not ours; but these it must read, and nothing of a type that SNMP does not have.
+    must = [sent for sent in VALUES if sent.tag == ber.OCTET_STRING and sent.encoded[1] != 0x80]
+    must += [sent for sent in VALUES if sent.tag == ber.INTEGER and 1 <= len(sent.content) <= 4]
+    must += [sent for sent in VALUES if sent.tag in WITHOUT_VALUE and not sent.content]
+    assert [str(sent) for sent in must if sent not in readable] == []
+    assert [str(sent) for sent in readable if sent.tag not in KNOWN] == []
+    assert not any(sent.tag == ber.INTEGER and not sent.content for sent in readable)
+    return set(readable)
+
+
+WRITABLE = [row for row in ROWS if row.access != RO and row.name != "rebootDevice"]
+READ_ONLY = ["globalMaxModules", "moduleMake", "modelName", "temperature", "rangePanHomePosition", "outputStatus",
+             "systemLensFeatureStatus", "alarmBank.1", "alarmNumber.2", "alarmState.5"]
+ABSENT = {"pan's second instance": f"{CCTV}.4.1.1", "pan without an instance": f"{CCTV}.4.1",
+          "behind pan's instance": f"{CCTV}.4.1.0.0", "a relay too many": f"{ORVEX}.1.3.2.1.3.7",
+          "relay 0": f"{ORVEX}.1.3.2.1.3.0", "a relay's fourth column": f"{ORVEX}.1.3.2.1.4.1",
+          "a relay's column 0": f"{ORVEX}.1.3.2.1.0.1", "the relays' table": f"{ORVEX}.1.3.2",
+          "another entry of the relays": f"{ORVEX}.1.3.2.2.3.1", "a name behind a relay's": f"{ORVEX}.1.3.2.1.3.1.1",
+          "reboot's second instance": f"{ORVEX}.1.1.100.1"}
+
+
+@pytest.mark.parametrize("row", WRITABLE, ids=lambda row: row.name)
+def test_writable_objects_give_the_stated_answer(camera, manager, readable, row):
+    before = manager.get(row.oid).bindings[0]
+    refused = [sent for sent in VALUES if sent not in readable or expected_error(row.name, sent) != ber.NO_ERROR]
+    taken = [sent for sent in VALUES if sent in readable and expected_error(row.name, sent) == ber.NO_ERROR]
+    for sent, answer in zip(refused, set_all(manager, row.oid, refused)):
+        if sent not in readable:
+            assert answer is None, sent
+            continue
+        assert answer is not None, sent
+        assert answer.error_status == expected_error(row.name, sent), sent
+        assert answer.error_index in ((1,) if answer.error_status == ber.WRONG_TYPE else (0, 1)), sent
+    assert drives(camera) == []
+    if not row.name.startswith(("position", "systemCameraEquipped")):  # they remember what they refuse
+        assert repr(manager.get(row.oid).bindings[0]) == repr(before)
+
+    for sent, answer in zip(taken, set_all(manager, row.oid, taken)):
+        assert answer is not None and answer.error_status == ber.NO_ERROR, sent
+        (binding,) = answer.bindings
+        expected = expected_answer(row.name, sent)
+        assert expected in (None, (binding.tag, binding.octets)), sent
+    assert camera.alive("agent")
+    (binding,) = manager.get(row.oid).bindings
+    assert binding.tag == row.tag
+    if row.name.startswith("position"):
+        assert binding.octets == taken[-1].octets(4)
+
+
+@pytest.mark.parametrize("name", READ_ONLY)
+def test_read_only_objects_are_not_writable(camera, manager, readable, name):
+    before = manager.get(OID[name]).bindings[0]
+    for sent, answer in zip(VALUES, set_all(manager, OID[name], VALUES)):
+        wanted = refusals(sent, ber.NOT_WRITABLE) if sent in readable else (None,)
+        assert (answer.error_status if answer else None) in wanted, sent
+    assert drives(camera) == []
+    assert repr(manager.get(OID[name]).bindings[0]) == repr(before)
+
+
+@pytest.mark.parametrize("name", ["relayBank.1", "relayNumber.2"])
+def test_the_relays_other_columns_are_refused(camera, manager, readable, name):
+    for sent, answer in zip(VALUES, set_all(manager, OID[name], VALUES)):
+        # Not writable, whatever the type; or the wrong type already.
+        wanted = (ber.NOT_WRITABLE, ber.WRONG_TYPE) if sent in readable else (None,)
+        assert (answer.error_status if answer else None) in wanted, sent
+    assert drives(camera) == []
+
+
+@pytest.mark.parametrize("oid", ABSENT.values(), ids=ABSENT.keys())
+def test_what_is_not_there_cannot_be_made(camera, manager, readable, oid):
+    for sent, answer in zip(VALUES, set_all(manager, oid, VALUES)):
+        wanted = refusals(sent, NO_CREATION, ber.NOT_WRITABLE, ber.WRONG_TYPE) if sent in readable else (None,)
+        assert (answer.error_status if answer else None) in wanted, sent
+    assert drives(camera) == []
+    assert camera.alive("agent")
+
+
+def test_only_integers_restart_the_camera(camera, manager, readable):
+    log = camera.state / "restart.log"
+    others = [sent for sent in VALUES if sent.tag != ber.INTEGER]
+    for sent, answer in zip(others, set_all(manager, OID["rebootDevice"], others)):
+        assert (answer.error_status if answer else None) == (ber.WRONG_TYPE if sent in readable else None), sent
+    assert manager.get(OID["rebootDevice"]).bindings[0].value == 0
+
+    integers = [sent for sent in VALUES if sent.tag == ber.INTEGER and sent in readable]
+    for sent, answer in zip(integers, set_all(manager, OID["rebootDevice"], integers)):
+        assert answer is not None and answer.error_status == ber.NO_ERROR, sent
+    restarts = desks.await_until(lambda: log.exists() and len(log.read_text().splitlines()) >= len(integers) and
+                                 log.read_text().splitlines(), "as many restarts as integers", seconds=40)
+    assert len(restarts) == len(integers)
+
+
+# --- several bindings ---
+
+NAMES = {"cell": (f"{ORVEX}.1.3.2.1.3.1", b"\1"), "no column": (f"{ORVEX}.1.3.2.1.0.1", b"\1"),
+         "no row": (f"{ORVEX}.1.3.2.1.3.99", b"\1"), "entry": (f"{ORVEX}.1.3.2.2.1.1", b"\1"),
+         "table": (f"{ORVEX}.1.3.2", b"\1"), "alarm": (f"{ORVEX}.1.3.1.1.3.1", b"\1"),
+         "no alarm column": (f"{ORVEX}.1.3.1.1.9.1", b"\1"), "north": (OID["rangeTrueNorthOffset"], b"\0"),
+         "bad north": (OID["rangeTrueNorthOffset"], b"\7"), "timeout": (OID["timeoutPan"], b"\1")}
+GOOD = ("cell", "north")
+
+
+@pytest.mark.parametrize("count", [2, 3])
+def test_one_refused_binding_refuses_them_all(camera, manager, count):
+    """Every combination of cells, of names that are none, and of scalars, in every order."""
+    combinations = [names for names in itertools.product(NAMES, repeat=count) if any(name not in GOOD for name in names)]
+    for names in combinations:
+        answer = manager.set(*[(NAMES[name][0], ber.INTEGER, NAMES[name][1]) for name in names])
+        assert answer.error_status != ber.NO_ERROR, names
+        assert answer.error_index == 0 or names[answer.error_index - 1] not in GOOD, names
+    assert drives(camera) == []
+    assert camera.alive("agent")
+
+
+# --- broken messages ---
+
+def test_cut_and_flipped_messages_are_survived(camera, manager):
+    whole = [message(OID["positionPan"], value(ber.OCTET_STRING, bytes.fromhex("02000064"))),
+             message(f"{ORVEX}.1.3.2.1.3.1", value(ber.INTEGER, b"\1")),
+             message(OID["rangeTrueNorthOffset"], value(ber.INTEGER, b"\0"))]
+    cut = [Message(one.octets[:length], one.request_id) for one in whole for length in range(len(one.octets))]
+    assert [answer for answer in exchange(manager, cut) if answer] == []
+    assert drives(camera) == []
+
+    flipped = [bytearray(one.octets) for one in whole for _ in range(len(one.octets) * 8)]
+    for bit, octets in enumerate(flipped[: len(whole[0].octets) * 8]):
+        octets[bit // 8] ^= 1 << bit % 8
+    generator = random.Random(2)
+    for octets in flipped[len(whole[0].octets) * 8 :]:
+        for _ in range(generator.randint(1, 4)):
+            octets[generator.randrange(len(octets))] = generator.randrange(256)
+    # Whatever they say now, the agent goes on.
+    for start in range(0, len(flipped), 24):
+        for octets in flipped[start : start + 24]:
+            manager._socket.send(octets)
+        assert answers_still(camera)
+    assert camera.alive("agent")
+
+
+def answers_still(camera):
+    with desks.ManagerOf(camera) as other:
+        return other.get(desks.SYS_UP_TIME).error_status == ber.NO_ERROR
+
+
+# --- the other versions ---
+
+# How SNMPv1 says what SNMPv2 says (RFC 3584, 4.4).
+V1 = {ber.NO_ERROR: 0, ber.GEN_ERR: 5, ber.WRONG_TYPE: 3, ber.WRONG_VALUE: 3, ber.NOT_WRITABLE: 2, NO_CREATION: 2}
+
+
+@pytest.fixture(scope="module")
+def every_version():
+    """A camera whose agent takes SNMPv1 and SNMPv3 as well."""
+    desk = desks.Desk()
+    with open(desk.state / "snmpd.conf", "a", encoding="utf-8") as configuration:
+        configuration.write("group writers v1 writer\ngroup readers v1 reader\ncreateUser grammar\n"
+                            "rwuser grammar noauth .1.3.6.1.4.1\n"
+                            'access writers "" v1 noauth exact readable camera none\n')
+    try:
+        desk.start()
+        yield desk
+    finally:
+        desk.close()
+
+
+def test_version_1_says_it_in_its_own_words(every_version, readable):
+    values = [sent for sent in VALUES if sent in readable and sent.tag != ber.COUNTER64][::7]
+    with desks.ManagerOf(every_version) as manager:
+        for name in ("positionPan", "positionZoomLens", "rangeTrueNorthOffset", "timeoutTilt", "outputControl",
+                     "systemCameraEquipped", "relayState.1", "presetGotoPosition"):
+            messages = [message(OID[name], sent, version=0) for sent in values]
+            for sent, answer in zip(values, exchange(manager, messages)):
+                assert answer is not None and answer.error_status == V1[expected_error(name, sent)], (name, str(sent))
+    assert every_version.alive("agent")
+
+
+# snmpset's letters of types, a text of each, and the value that it sends.
+LETTERS = [("i", "7", value(ber.INTEGER, b"\7")), ("i", "0", value(ber.INTEGER, b"\0")),
+           ("u", "7", value(ber.GAUGE32, b"\7")), ("o", "1.3.6", value(ber.OID, b"\x2B\6")),
+           ("t", "7", value(ber.TIMETICKS, b"\7")), ("a", "0.0.0.0", value(ber.IP_ADDRESS, bytes(4))),
+           ("s", "text", value(ber.OCTET_STRING, b"text")), ("x", "00000000", value(ber.OCTET_STRING, bytes(4))),
+           ("x", "C080", value(ber.OCTET_STRING, b"\xC0\x80")), ("n", "", value(ber.NULL, b""))]
+WORDS = {ber.GEN_ERR: "genError", ber.WRONG_TYPE: "wrongType", ber.WRONG_VALUE: "wrongValue"}
+
+
+@pytest.mark.parametrize("name", ["positionTilt", "rangeTrueNorthOffset", "outputControl", "relayState.2"])
+def test_version_3_gives_the_stated_answer(every_version, name):
+    for letter, text, sent in LETTERS:
+        command = ["snmpset", "-v3", "-u", "grammar", "-l", "noAuthNoPriv", "-t", "5", "-r", "0", "-On",
+                   f"127.0.0.1:{every_version.port}", OID[name], letter, text]
+        environment = dict(every_version.environment, SNMPCONFPATH=str(every_version.state / "snmp"))
+        done = subprocess.run(command, env=environment, capture_output=True, text=True, timeout=30)
+        expected = expected_error(name, sent)
+        assert (done.returncode == 0) == (expected == ber.NO_ERROR), (letter, text, done.stderr)
+        assert expected == ber.NO_ERROR or WORDS[expected] in done.stderr, (letter, text, done.stderr)

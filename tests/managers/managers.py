@@ -130,7 +130,8 @@ class Tools:
 
     def _run(self, tool, community, *words):
         security = [] if self._version == "3" else [f"-v{self._version}", "-c", community]
-        command = [tool, *security, "-t", "5", "-r", "0", "-On", "-Oe", "-Ox", "-Ot", f"127.0.0.1:{self._desk.port}", *words]
+        command = [tool, *security, "-t", "5", "-r", "0", "-On", "-Oe", "-Ox", "-Ot", f"127.0.0.1:{self._desk.port}",
+                   *words]
         environment = dict(self._desk.environment, SNMPCONFPATH=str(self._desk.state / "v3"))
         done = subprocess.run(command, env=environment, capture_output=True, text=True, timeout=30)
         if done.returncode:

@@ -1,5 +1,7 @@
 """Each manager reads everything, moves the camera and is told what it may not do."""
 
+import subprocess
+
 import pytest
 
 import ber
@@ -59,3 +61,17 @@ def says(reply, error):
     """Each manager has its own way to write an error's name: genErr, genError, GeneralError."""
     said = reply.error.lower().replace(" ", "").replace("generalerror", "generror")
     return error.lower() in said
+
+
+def test_the_user_of_version_3_comes_with_privacy_only(camera):
+    """And whoever guesses at the pass phrases gets nothing."""
+    file = camera.state / "v3" / "snmp.conf"
+    assert file.stat().st_mode & 0o777 == 0o600
+    for options, complaint in [(["-l", "noAuthNoPriv"], "authorizationError"),
+                               (["-l", "authNoPriv"], "authorizationError"),
+                               (["-A", "a wrong pass phrase"], "Authentication failure")]:
+        done = subprocess.run(["snmpget", *options, "-r", "0", f"127.0.0.1:{camera.port}", OID["modelName"]],
+                              env=dict(camera.environment, SNMPCONFPATH=str(file.parent)), capture_output=True, text=True,
+                              timeout=20)
+        assert done.returncode != 0
+        assert complaint in done.stderr

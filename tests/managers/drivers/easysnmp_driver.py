@@ -16,8 +16,8 @@ def session(community):
     if version == "3":
         security = dict(security_level="auth_with_privacy", security_username=user["name"], auth_protocol="SHA",
                         auth_password=user["authentication"], privacy_protocol="AES", privacy_password=user["privacy"])
-    return Session(hostname="127.0.0.1", remote_port=int(os.environ["PORT"]), version=int(version[0]), timeout=5, retries=0,
-                   use_numeric=True, use_long_names=True, **security)
+    return Session(hostname="127.0.0.1", remote_port=int(os.environ["PORT"]), version=int(version[0]), timeout=5,
+                   retries=0, use_numeric=True, use_long_names=True, **security)
 
 
 reader, writer = session("public"), session("private")

@@ -15,7 +15,8 @@ const names = {
 function session(community) {
   const options = { port: Number(port), timeout: 5000, retries: 0 };
   if (version !== "3") {
-    return snmp.createSession("127.0.0.1", community, { ...options, version: version === "1" ? snmp.Version1 : snmp.Version2c });
+    options.version = version === "1" ? snmp.Version1 : snmp.Version2c;
+    return snmp.createSession("127.0.0.1", community, options);
   }
   return snmp.createV3Session("127.0.0.1", {
     name: user.name,

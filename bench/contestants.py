@@ -55,6 +55,22 @@ def walked(manager):
     return rows
 
 
+def with_children(pids):
+    """The processes and all that they have started."""
+    found = []
+    for pid in pids:
+        found.append(pid)
+        for children in pathlib.Path(f"/proc/{pid}/task").glob("*/children"):
+            found += with_children([int(child) for child in children.read_text().split()])
+    return found
+
+
+def processor_microseconds(pids):
+    """The processor time that the processes have used so far, all of their threads together."""
+    files = (file for pid in pids for file in pathlib.Path(f"/proc/{pid}/task").glob("*/schedstat"))
+    return sum(int(file.read_text().split()[0]) for file in files) / 1000
+
+
 def _behind_cell(oid, table, service, kind, values):
     """What a table's cell asks for: the table compares the number of rows with the service at every request."""
     column, row = oid[len(table) + 1 :].split(".")
@@ -78,6 +94,14 @@ def write_objects(path, rows):
                 calls, result = _behind_cell(oid, RELAY_TABLE, "Relay3", "Relay", values)
             text = octets.hex() if tag == ber.OCTET_STRING else str(value)
             file.write("\t".join([oid, TYPES[tag], text, calls, result, COMMANDS.get(name, "-")]) + "\n")
+
+
+def camera_pids(desk):
+    return [desk.processes[name].pid for name in ("bus", "dome")]
+
+
+def module_pids(desk):
+    return [desk.processes["agent"].pid, *camera_pids(desk)]
 
 
 class Peer:
@@ -128,6 +152,10 @@ class Peer:
         configuration = self.folder / "snmpd.conf"
         configuration.write_text("\n".join([*kept, *lines]) + "\n")
         self.run([SNMPD, "-f", "-C", "-c", configuration, "-A", "-Lf", self.folder / "agent.log"])
+
+    def pids(self):
+        """Everything that works for a request, the camera's services included."""
+        return with_children([process.pid for process in self.processes]) + camera_pids(self.desk)
 
     def launch(self):
         raise NotImplementedError

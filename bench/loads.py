@@ -4,7 +4,7 @@ import json
 import statistics
 import subprocess
 
-from contestants import ALARM_TABLE, BUILD, OID, ber
+from contestants import ALARM_TABLE, BUILD, OID, ber, processor_microseconds
 
 LOADS = (1, 8, 64)
 PERCENTILES = (50, 90, 99, 99.9)
@@ -50,9 +50,14 @@ def program(name, *arguments):
     return json.loads(done.stdout)
 
 
-def load(port, messages, in_flight, seconds, *more):
-    return program("bench-load", "requests", "--port", port, "--in-flight", in_flight, "--seconds", seconds, *more,
-                   *(message.hex() for message in messages))
+def load(port, messages, in_flight, seconds, *more, pids=()):
+    """Also measures what the processes `pids` use for it."""
+    before = processor_microseconds(pids)
+    figures = program("bench-load", "requests", "--port", port, "--in-flight", in_flight, "--seconds", seconds, *more,
+                      *(message.hex() for message in messages))
+    if pids:
+        figures["processor"] = (processor_microseconds(pids) - before) / figures["all"]
+    return figures
 
 
 class Series:
@@ -85,7 +90,10 @@ class Series:
 
 def rate_and_median(figures):
     histogram = {int(time): count for time, count in figures["histogram"]}
-    return {"rate": figures["requests"] / figures["seconds"], "p50": percentiles(histogram, (50,))[0] / 1000}
+    result = {"rate": figures["requests"] / figures["seconds"], "p50": percentiles(histogram, (50,))[0] / 1000}
+    if "processor" in figures:
+        result["processor"] = figures["processor"]
+    return result
 
 
 def percentiles(histogram, wanted):

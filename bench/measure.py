@@ -19,7 +19,7 @@ import time
 
 import experiments
 from contestants import (ALARM_TABLE, BUILD, PEER_CLASSES, SNMPD, SUBTREES, Desk, ManagerOf, Unavailable, free_udp_port,
-                         walked, write_objects)
+                         module_pids, walked, write_objects)
 from loads import (BARE_CALLS, BEHIND, BUILT_IN, LOADS, NO_SERVICE, WALKS, WORKLOADS, Series, load,
                    percentile_microseconds, program, rate_and_median, walk_of)
 
@@ -27,7 +27,7 @@ def machine():
     model = re.search(r"^model name\s*:\s*(.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
     system = pathlib.Path("/etc/os-release").read_text()
     return {
-        "processor": model.group(1) if model else platform.machine(),
+        "model": model.group(1) if model else platform.machine(),
         "cores": os.cpu_count(),
         "kernel": platform.release(),
         "system": re.search(r'^PRETTY_NAME="(.*)"', system, re.M).group(1),
@@ -91,6 +91,14 @@ class Measurement:
     def agents(self):
         return [("module", self.desk.port)] + [(peer.name, peer.port) for peer in self.peers]
 
+    def pids(self, contestant):
+        if contestant in ("module", "built-in"):
+            return module_pids(self.desk)
+        for peer in self.peers:
+            if peer.name == contestant:
+                return peer.pids()
+        return []
+
     def service_calls(self):
         """How many calls of services one request of each workload makes, by contestant."""
         result = {}
@@ -127,13 +135,13 @@ class Measurement:
     def close_ups(self):
         """The module and its limits once more, right after each other and over and over, so that their ratios hold on a
         machine whose speed changes: a list of {what: rate and median}, by the number in flight."""
-        seconds, results = self.options.seconds / 2, {}
+        seconds, results, pids = self.options.seconds / 2, {}, module_pids(self.desk)
         for _ in range(self.options.rounds * 2):
             for in_flight in LOADS:
                 live = BEHIND if in_flight == 1 else ()
-                turn = {"sysName": load(self.desk.port, BUILT_IN, in_flight, seconds)}
+                turn = {"sysName": load(self.desk.port, BUILT_IN, in_flight, seconds, pids=pids)}
                 for workload in (*NO_SERVICE, *live):
-                    turn[workload] = load(self.desk.port, WORKLOADS[workload], in_flight, seconds)
+                    turn[workload] = load(self.desk.port, WORKLOADS[workload], in_flight, seconds, pids=pids)
                 if live:
                     turn.update((f"bare {what}", self.bare_call(what, seconds)) for what in BARE_CALLS)
                 results.setdefault(in_flight, []).append({what: rate_and_median(one) for what, one in turn.items()})
@@ -144,7 +152,8 @@ class Measurement:
                        "--seconds", seconds)
 
     def requests(self, contestant, workload, in_flight, port, messages, *more):
-        self.add(contestant, workload, in_flight, load(port, messages, in_flight, self.options.seconds, *more))
+        self.add(contestant, workload, in_flight,
+                 load(port, messages, in_flight, self.options.seconds, *more, pids=self.pids(contestant)))
 
     def add(self, contestant, workload, in_flight, figures):
         self.series.setdefault((contestant, workload, in_flight), Series()).add(figures)

@@ -44,6 +44,9 @@ class Results:
         one = self.series.get((contestant, workload, in_flight))
         return [entry["rate"] for entry in one["rounds"]] if one else None
 
+    def processor(self, contestant, workload, in_flight=8):
+        return [entry["processor"] for entry in self.series[(contestant, workload, in_flight)]["rounds"]]
+
     def workloads(self):
         return [name for name in WORKLOADS if ("module", name, LOADS[0]) in self.series]
 
@@ -53,6 +56,9 @@ class Results:
     def no_service_ratios(self, workload, in_flight):
         """Of the built-in scalar's rate, one a turn."""
         return [turn[workload]["rate"] / turn["sysName"]["rate"] for turn in self.close_up(in_flight)]
+
+    def processor_ratios(self, workload, in_flight):
+        return [turn[workload]["processor"] / turn["sysName"]["processor"] for turn in self.close_up(in_flight)]
 
     def live_parts(self, workload):
         """Microseconds of (the whole, the built-in GET, the bare round trips), one a turn."""
@@ -166,6 +172,21 @@ def requests_section(results):
     return text
 
 
+def processor_section(results):
+    rows = []
+    for workload in results.workloads():
+        ours = median(results.processor("module", workload))
+        row = [WHAT[workload], spread(results.processor("module", workload), "{:.1f}")]
+        for peer in results.peers:
+            theirs = median(results.processor(peer, workload))
+            row += [f"{theirs:.1f}", f"{theirs / ours:.2f}"]
+        rows.append(row)
+    header = ["Request", "this module, µs"]
+    for peer in results.peers:
+        header += [f"{results.title[peer]}, µs", "ratio"]
+    return table(header, rows)
+
+
 def limits_section(results):
     rows = []
     for in_flight in LOADS:
@@ -182,8 +203,10 @@ def limits_section(results):
 
 
 def no_service_section(results):
-    rows = [[WHAT[workload], *(spread(results.no_service_ratios(workload, n)) for n in LOADS)] for workload in NO_SERVICE]
-    return table(["Rate over the built-in scalar's", *(f"{n} in flight" for n in LOADS)], rows)
+    rows = [[WHAT[workload], *(spread(results.no_service_ratios(workload, n)) for n in LOADS),
+             *(spread(results.processor_ratios(workload, n)) for n in LOADS)] for workload in NO_SERVICE]
+    return table(["Over the built-in scalar's", *(f"rate, {n} in flight" for n in LOADS),
+                  *(f"processor time, {n} in flight" for n in LOADS)], rows)
 
 
 def live_section(results):
@@ -332,7 +355,7 @@ def write(path, text):
 PAGE = """# How fast
 
 Written by `bench/run` from its last run ({date}), which `bench/results/` keeps; do not edit. The figures are medians of
-{rounds} rounds with the least and the greatest in brackets. Machine: {processor}, {cores} processors, {system}, Linux
+{rounds} rounds with the least and the greatest in brackets. Machine: {model}, {cores} processors, {system}, Linux
 {kernel}, net-snmp {agent}; load average at the start {load:.2f}.
 {warning}
 ## Goals
@@ -380,6 +403,12 @@ the same camera; medians with 1 in flight. A cell of a table needs two: the numb
 
 ![64 in flight](performance-rates-64.svg)
 {requests}
+### Processor time
+
+What all processes behind a request (agent, subagent or child, bus daemon, camera) use for it, with 8 in flight, and how much
+more that is than for this module. It depends less than a rate on what else the machine does.
+
+{processor}
 ## Time to the answer
 
 ![Percentiles](performance-latency.svg)
@@ -437,6 +466,7 @@ def page(results):
         date=data["date"], rounds=data["rounds"], seconds=data["seconds"], **data["machine"], warning=warning, absent=absent,
         goals=goals_section(results), calls=calls_section(results), limits=limits_section(results),
         no_service=no_service_section(results), live=live_section(results), requests=requests_section(results),
+        processor=processor_section(results),
         latency=latency_section(results), walks=walks_section(results), table=table_section(data), traps=traps_section(data),
         memory=memory_section(data), logs=logs_section(data), instructions=instructions_section(data),
         buses=buses_section(data))

@@ -130,10 +130,10 @@ public:
         const double used = ProcessorSeconds() - processor;
         Drain();
         std::printf(
-            "{\"requests\":%llu,\"seconds\":%.6f,\"lost\":%llu,\"errors\":%llu,\"processor_seconds\":%.6f,"
+            "{\"requests\":%llu,\"all\":%llu,\"seconds\":%.6f,\"lost\":%llu,\"errors\":%llu,\"processor_seconds\":%.6f,"
             "\"histogram\":",
-            static_cast<unsigned long long>(_answered), measured, static_cast<unsigned long long>(_lost),
-            static_cast<unsigned long long>(_errors), used);
+            static_cast<unsigned long long>(_answered), static_cast<unsigned long long>(_all), measured,
+            static_cast<unsigned long long>(_lost), static_cast<unsigned long long>(_errors), used);
         _times.Print(stdout);
         std::puts("}");
     }
@@ -198,6 +198,7 @@ private:
         if (number >= _slots.size() || !_slots[number].waiting || _slots[number].id != id) return;
         Slot& slot = _slots[number];
         slot.waiting = false;
+        ++_all;
         if (askAgain && now >= _recorded) ++_answered;
         if (slot.sent >= _recorded) {
             _times.Add(static_cast<std::uint64_t>(std::chrono::nanoseconds(now - slot.sent).count()));
@@ -246,7 +247,8 @@ private:
     std::size_t _next = 0;
     std::uint32_t _count = 0;
     Clock::time_point _recorded;
-    std::uint64_t _answered = 0;
+    std::uint64_t _answered = 0;  ///< within the time that is measured
+    std::uint64_t _all = 0;       ///< with those before and after it
     std::uint64_t _lost = 0;
     std::uint64_t _errors = 0;
     bench::Histogram _times;

@@ -1,5 +1,6 @@
 """The Debian packages: built, judged by lintian, installed into a clean root, and run there by its systemd."""
 
+import json
 import os
 import pathlib
 import re
@@ -11,7 +12,7 @@ import pytest
 from clean_root import CleanRoot, writable_cgroup2
 from desk import ROOT, await_until
 from expected_tree import OID, ROWS
-from field import ROLES, authentication, privacy, replace_once
+from field import ROLES, authentication, privacy
 
 pytestmark = [
     pytest.mark.slow,
@@ -48,23 +49,31 @@ def root(packages):
     try:
         prepare_camera(root)
         root.boot()
-        root.must("systemctl", "start", "orvex-dome", "snmpd")
+        root.must("systemctl", "start", "orvex-dome")  # in the place of a camera's services
+        install_camera(root)
         yield root
     finally:
         root.close()
 
 
+def documented(chapter):
+    """The commands of a chapter of docs/installing.md, but for apt's: the packages are installed already, by apt."""
+    text = (ROOT / "docs" / "installing.md").read_text().split(f"## {chapter}\n")[1]
+    lines = re.findall(r"^    (.+)$", re.split(r"^## ", text, flags=re.MULTILINE)[0], re.MULTILINE)
+    return [line.split() for line in lines if not line.startswith("apt ")]
+
+
 def prepare_camera(clean):
-    """What a camera has: a version, a restart script, the configuration for the field and its users."""
-    root = clean.root
-    (root / "etc/version").write_text("02.01.00-20261121a\n")
-    (root / "sbin/restart.sh").write_text('#!/bin/sh\necho "$(id -un) $*" >>/var/log/restarts\n')
-    # Exactly as shipped, port and all.
-    (root / "etc/snmp/snmpd.conf").write_bytes((root / "usr/share/doc/orvexsnmp/examples/snmpd.conf").read_bytes())
-    (root / "etc/snmp/snmpd.conf").chmod(0o600)
-    shell("chroot", root, "chown", "Debian-snmp", "/etc/snmp/snmpd.conf")
-    for user in ROLES:
-        shell("chroot", root, "orvexsnmp-add-user", user, input=f"{authentication(user)}\n{privacy(user)}\n")
+    """What a camera has got: a version and a restart script."""
+    (clean.root / "etc/version").write_text("02.01.00-20261121a\n")
+    (clean.root / "sbin/restart.sh").write_text('#!/bin/sh\necho "$(id -un) $*" >>/var/log/restarts\n')
+
+
+def install_camera(clean):
+    for command in documented("On a camera"):
+        user = command[-1]
+        phrases = f"{authentication(user)}\n{privacy(user)}\n" if command[0] == "orvexsnmp-add-user" else None
+        clean.must(*command, input=phrases or "")
 
 
 def ask(root, user, tool, *words):
@@ -201,25 +210,32 @@ def test_nothing_secret_lies_open(root):
 
 
 def test_one_more_camera_is_one_more_instance(root):
-    root.must("systemctl", "enable", "orvex-dome@7", "orvex-dome@8")
-    (root.root / "etc/orvex-dome").mkdir(exist_ok=True)
+    (root.root / "etc/orvex-dome").mkdir()
     (root.root / "etc/orvex-dome/8.conf").write_text("AGENT_PORT=11700\n")
-    root.must("systemctl", "start", "orvex-domes.target")
+    start, *look, stop = documented("On a desk")
     try:
+        root.must(*start)
+        root.must("systemctl", "enable", "--now", "orvex-dome@8")
         for port, number in [(11607, 7), (11700, 8)]:
             get = ["snmpget", "-v2c", "-c", "public", "-t", "1", "-r", "0", "-On", f"127.0.0.1:{port}", OID["temperature"]]
             await_until(lambda: root.run(*get).returncode == 0, f"camera {number} answers")
             root.must("domectl", "--state", f"/var/lib/orvex-dome/{number}", "set", "temperature", number)
             assert f"Gauge32: {number}" in root.must(*get)
+        walk, state = [root.must(*command) for command in look]
+        assert len(walk.splitlines()) == len([row for row in ROWS if row.oid.startswith("1.3.6.1.4.1.1206.4.2.")])
+        assert json.loads(state)["pan"]["position"] == 0
         folder = root.root / "var/lib/orvex-dome/7"
         assert stat.S_IMODE(folder.stat().st_mode) == 0o700
         # A restart of the camera is noted in its own folder, and is this machine's business in no way.
         root.must("snmpset", "-v2c", "-c", "private", "-On", "127.0.0.1:11607", OID["rebootDevice"], "i", "1")
         await_until((folder / "restart.log").exists, "the restart is noted")
     finally:
-        root.must("systemctl", "stop", "orvex-domes.target")
+        root.must(*stop)
     for unit in ["orvex-bus@7", "orvex-dome@7", "orvex-agent@7", "orvex-dome@8"]:
         await_until(lambda: root.run("systemctl", "is-active", unit).stdout.strip() == "inactive", f"{unit} has ended")
+    root.must("systemctl", "start", "orvex-domes.target")
+    root.must("systemctl", "is-active", "orvex-dome@7", "orvex-dome@8")
+    root.must(*stop)
     root.must("systemctl", "is-active", "snmpd")
 
 

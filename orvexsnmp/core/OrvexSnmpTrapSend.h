@@ -23,7 +23,7 @@ public:
     static void ForgetInstance() { s_instance = nullptr; }
 
     /// Any thread. Takes ownership of a finished variable list, snmpTrapOID.0 first; traps are sent in the order of
-    /// these calls. Always returns 0. Blocks while the pipe is full, that is, while 65536 traps wait.
+    /// these calls. Always returns 0. Blocks while the pipe is full, that is, while 4096 traps wait.
     int send_v2trap(netsnmp_variable_list* list);
 
     /// Agent's thread: the main loop's callback for the read descriptor.

@@ -181,8 +181,9 @@ def test_nothing_can_be_written(desk, what):
             end(store)
             assert manager.set_octets(features, b"\x40\x00").error_status == ber.NO_ERROR
             assert value(store, FOCUS_MODE) == "Manual"
-        await_until(lambda: settings(store, "get", "[Dome/State]Relays").stdout.strip() == relays("001000"),
-                    "the camera keeps its relays after all", 20)
+        if what == "full":  # the camera leaves a store that refuses alone for ten seconds
+            await_until(lambda: settings(store, "get", "[Dome/State]Relays").stdout.strip() == relays("001000"),
+                        "the camera keeps its relays after all", 20)
 
 
 def test_a_folder_of_somebody_elses(desk):

@@ -313,8 +313,8 @@ TEST_F(TrapSendTest, NothingIsQueuedWhileTheAgentsThreadSends) {
 TEST_F(TrapSendTest, FullPipeHoldsUpTheProducerButNotTheAgent) {
     Construct();
     // A pipe takes as many bytes as its size says, one by one.
-    const int room = fcntl(_readDescriptor, F_SETPIPE_SZ, 4096);
-    ASSERT_GT(room, 0);
+    const int room = fcntl(_readDescriptor, F_GETPIPE_SZ);
+    ASSERT_EQ(room, 4096);
     for (int value = 0; value < room; ++value) _trapSend->send_v2trap(Trap(value));
     journal::Clear();
 
@@ -382,8 +382,8 @@ TEST_F(TrapSendTest, ClosingSendsWhatIsQueuedAndDropsWhatComesLater) {
 
 TEST_F(TrapSendTest, ClosingLetsAProducerGoThatWaitsAtAFullPipe) {
     Construct();
-    const int room = fcntl(_readDescriptor, F_SETPIPE_SZ, 4096);
-    ASSERT_GT(room, 0);
+    const int room = fcntl(_readDescriptor, F_GETPIPE_SZ);
+    ASSERT_EQ(room, 4096);
     for (int value = 0; value < room; ++value) _trapSend->send_v2trap(Trap(value));
     auto* const oneMore = Trap(room);
     std::thread producer([&] { _trapSend->send_v2trap(oneMore); });

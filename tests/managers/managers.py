@@ -63,6 +63,7 @@ class Driven:
     """A manager behind its driver."""
 
     def __init__(self, desk, name, version):
+        self.name = name
         (program, script), _ = DRIVERS[name]
         if program == "node":
             install_node_modules()
@@ -108,6 +109,7 @@ class Driven:
 class Tools:
     """net-snmp's own tools, a process for each command; for SNMPv3 with the file that the desk camera has for them."""
 
+    name = "net-snmp's tools"
     _TYPES = {"Hex-STRING": "OCTET STRING", "INTEGER": "INTEGER", "Gauge32": "Gauge32"}
     _LETTERS = {"INTEGER": "i", "OCTET STRING": "x"}
     _ABSENT = {"No Such Instance currently exists at this OID": "noSuchInstance",
@@ -132,7 +134,8 @@ class Tools:
         security = [] if self._version == "3" else [f"-v{self._version}", "-c", community]
         command = [tool, *security, "-t", "5", "-r", "0", "-On", "-Oe", "-Ox", "-Ot", f"127.0.0.1:{self._desk.port}",
                    *words]
-        environment = dict(self._desk.environment, SNMPCONFPATH=str(self._desk.state / "v3"))
+        environment = dict(self._desk.environment, SNMPCONFPATH=str(self._desk.state / "v3"),
+                           SNMP_PERSISTENT_DIR=str(self._desk.state / "v3"))
         done = subprocess.run(command, env=environment, capture_output=True, text=True, timeout=30)
         if done.returncode:
             return Reply(None, done.stderr)
@@ -144,9 +147,9 @@ class Tools:
         return oid, self._TYPES[kind], value.hex() if isinstance(value, bytes) else value
 
 
-MANAGERS = [("net-snmp's tools", version) for version in ["1", "2c", "3"]]
+MANAGERS = [(Tools.name, version) for version in ["1", "2c", "3"]]
 MANAGERS += [(name, version) for name, (_, versions) in DRIVERS.items() for version in versions]
 
 
 def manager(desk, name, version):
-    return Tools(desk, version) if name == "net-snmp's tools" else Driven(desk, name, version)
+    return Tools(desk, version) if name == Tools.name else Driven(desk, name, version)

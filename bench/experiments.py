@@ -8,8 +8,8 @@ import re
 import subprocess
 import time
 
-from contestants import BUILD, OID, ROOT, Desk, ManagerOf, await_until, ber, walked
-from loads import BUILT_IN, WORKLOADS, Series, load, program
+from contestants import BUILD, OID, ROOT, Desk, ManagerOf, await_until, ber, processor_microseconds, walked
+from loads import BUILT_IN, WORKLOADS, Series, load, percentile_microseconds, program
 
 BROKER = ROOT / "build" / "bench" / "dbus-broker" / "usr" / "bin" / "dbus-broker"
 
@@ -126,6 +126,37 @@ def instructions(options):
         for workload, messages in WORKLOADS.items():
             counted[workload] = desk.count(messages, requests)
     return counted
+
+
+class _UnloggedDesk(Desk):
+    """An agent that keeps no log of the notifications that it sends; it is one of the agent's own settings."""
+
+    def __init__(self):
+        super().__init__()
+        with open(self.state / "snmpd.conf", "a", encoding="ascii") as configuration:
+            configuration.write("doNotRetainNotificationLogs yes\n")
+
+
+def traps(options):
+    """Events told by a program in the place of the camera's thermometer."""
+    results = {"rate": options.trap_rate}
+    for kind, desk_class, rate in (("paced", Desk, options.trap_rate), ("burst", Desk, 0), ("unlogged", _UnloggedDesk, 0)):
+        with _closing(desk_class()) as desk:
+            desk.start()
+            desk.domectl("fault", "temperature", "gone")
+            results[kind] = [_trap_round(desk, options.events, rate) for _ in range(options.trap_rounds)]
+    return results
+
+
+def _trap_round(desk, events, rate):
+    pids = [desk.processes["agent"].pid]
+    before = processor_microseconds(pids)
+    figures = program("bench-traps", "--address", desk.environment["TAVOS_BUS_ADDRESS"], "--port", desk.trap_port,
+                      "--count", events, "--rate", rate)
+    figures["processor"] = (processor_microseconds(pids) - before) / events
+    histogram = {int(time_): count for time_, count in figures.pop("histogram")}
+    figures["percentiles"] = percentile_microseconds(histogram)
+    return figures
 
 
 class _BusDesk(Desk):

@@ -21,7 +21,7 @@ import experiments
 from contestants import (ALARM_TABLE, BUILD, PEER_CLASSES, SNMPD, SUBTREES, Desk, ManagerOf, Unavailable, free_udp_port,
                          module_pids, walked, write_objects)
 from loads import (BARE_CALLS, BEHIND, BUILT_IN, LOADS, NO_SERVICE, WALKS, WORKLOADS, Series, load,
-                   percentile_microseconds, program, rate_and_median, walk_of)
+                   program, rate_and_median, walk_of)
 
 def machine():
     model = re.search(r"^model name\s*:\s*(.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
@@ -43,13 +43,13 @@ class Measurement:
         self.peers, self.absent = [], {}
         self.series = {}  # (contestant, workload, in flight)
         self.walks = {}  # (contestant, walk): {"objects", "requests", "rounds": seconds a walk}
-        self.echo = None
+        self.echoes, self.echo_ports = [], {}  # by the calls of services that they make before they answer
         self.results = {}
 
     def close(self):
-        if self.echo:
-            self.echo.kill()
-            self.echo.wait()
+        for echo in self.echoes:
+            echo.kill()
+            echo.wait()
         for peer in self.peers:
             peer.close()
         self.desk.close()
@@ -66,11 +66,16 @@ class Measurement:
         for kind in PEER_CLASSES:
             if kind.name in self.options.peers:
                 self.start_peer(kind)
-        self.echo_port = free_udp_port()
-        self.echo = subprocess.Popen(
-            ["setpriv", "--pdeathsig", "KILL", BUILD / "bin" / "bench-load", "echo", "--port", str(self.echo_port)],
-            stdout=subprocess.PIPE)
-        self.echo.stdout.readline()
+        self.start_echo((), "bench-load")
+        for calls in BEHIND.values():
+            self.start_echo(calls, "bench-bus", "--address", self.desk.environment["TAVOS_BUS_ADDRESS"])
+
+    def start_echo(self, calls, name, *options):
+        self.echo_ports[calls] = port = free_udp_port()
+        command = [BUILD / "bin" / name, "echo", *options, "--port", port, *calls]
+        echo = subprocess.Popen(["setpriv", "--pdeathsig", "KILL", *map(str, command)], stdout=subprocess.PIPE)
+        self.echoes.append(echo)
+        assert echo.stdout.readline() == b"ready\n", f"{name} echo does not start"
 
     def start_peer(self, kind):
         peer = None
@@ -119,7 +124,7 @@ class Measurement:
         seconds = self.options.seconds
         jobs = []
         for in_flight in LOADS:
-            jobs.append(lambda n=in_flight: self.requests("echo", "echo", n, self.echo_port, BUILT_IN, "--echo", 1))
+            jobs.append(lambda n=in_flight: self.requests("echo", "echo", n, self.echo_ports[()], BUILT_IN, "--echo", 1))
             jobs.append(lambda n=in_flight: self.requests("built-in", "sysName", n, self.desk.port, BUILT_IN))
             for name, port in self.agents():
                 for workload in self.options.workloads:
@@ -144,6 +149,8 @@ class Measurement:
                     turn[workload] = load(self.desk.port, WORKLOADS[workload], in_flight, seconds, pids=pids)
                 if live:
                     turn.update((f"bare {what}", self.bare_call(what, seconds)) for what in BARE_CALLS)
+                    for calls, port in self.echo_ports.items():
+                        turn[" ".join(("echo", *calls))] = load(port, BUILT_IN, 1, seconds, "--echo", 1)
                 results.setdefault(in_flight, []).append({what: rate_and_median(one) for what, one in turn.items()})
         return results
 
@@ -196,20 +203,6 @@ class Measurement:
         self.desk.domectl("banks", "alarm", "BNK1=4", "BNK2=2")
         return figures
 
-    def traps(self):
-        """Events told by a service of our own in the place of the camera's thermometer."""
-        results = {"paced": [], "burst": []}
-        self.desk.domectl("fault", "temperature", "gone")
-        common = ["--address", self.desk.environment["TAVOS_BUS_ADDRESS"], "--port", self.desk.trap_port]
-        for _ in range(self.options.trap_rounds):
-            for kind, more in (("paced", ["--rate", self.options.trap_rate]), ("burst", [])):
-                figures = program("bench-traps", *common, "--count", self.options.events, *more)
-                histogram = {int(time_): count for time_, count in figures.pop("histogram")}
-                figures["percentiles"] = percentile_microseconds(histogram)
-                results[kind].append(figures)
-        self.desk.domectl("fault", "temperature", "ok")
-        return {"rate": self.options.trap_rate, **results}
-
     def run(self):
         options = self.options
         self.results = {
@@ -235,9 +228,7 @@ class Measurement:
         self.results["close_ups"] = self.close_ups()
         self.say("the table")
         self.results["table"] = self.table()
-        self.say("traps")
-        self.results["traps"] = self.traps()
-        for name, part in (("log calls", experiments.log_calls), ("start and memory", experiments.start_and_memory),
+        for name, part in (("traps", experiments.traps), ("log calls", experiments.log_calls), ("start and memory", experiments.start_and_memory),
                            ("instructions", experiments.instructions), ("buses", experiments.buses)):
             self.say(name)
             self.results[name.replace(" ", "_")] = part(options)

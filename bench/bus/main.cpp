@@ -1,6 +1,7 @@
 // bench-bus: what a call over the message bus takes, with nothing of this project in between, and what else D-Bus has
 // to offer: another broker, no broker at all, a message that is used again.
 
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 #include "bus/Services.h"
 #include "load/Histogram.h"
 #include "load/Options.h"
+#include "load/Udp.h"
 
 namespace {
 
@@ -23,11 +25,13 @@ using Clock = std::chrono::steady_clock;
 
 constexpr const char* kUsage =
     R"(usage: bench-bus call --address ADDRESS [--seconds S] [--reuse 1] [--what temperature|input|count|pan]
+       bench-bus echo --address ADDRESS --port N CALL...
        bench-bus serve --address ADDRESS
        bench-bus serve-peers SOCKET
        bench-bus broker PROGRAM SOCKET
 
   call         calls a service again and again and prints the times as JSON; --reuse 1 sends one message again and again
+  echo         sends every datagram back, after these calls
   serve        serves a little of a camera on that bus
   serve-peers  serves the same to each that connects to the socket, without a bus
   broker       runs dbus-broker with a bus at that socket
@@ -88,6 +92,27 @@ void Call(const Options& options) {
     std::puts("}");
 }
 
+/// What an agent would be that did nothing but wait for a request, ask the service, and answer.
+[[noreturn]] void Echo(const Options& options) {
+    const BusPtr bus = bench::Connected(options.Text("address"));
+    bench::Udp socket;
+    socket.Bind(static_cast<std::uint16_t>(options.Number("port", 0)));
+    for (const std::string& what : options.words) RoundTrip(bus.get(), NewCall(bus.get(), what).get());
+    std::puts("ready");
+    std::fflush(stdout);
+    while (true) {
+        std::array<char, 2048> datagram{};
+        sockaddr_in from{};
+        socklen_t size = sizeof from;
+        const ssize_t length = recvfrom(socket.Descriptor(), datagram.data(), datagram.size(), 0,
+                                        reinterpret_cast<sockaddr*>(&from), &size);
+        if (length < 0) continue;
+        for (const std::string& what : options.words) RoundTrip(bus.get(), NewCall(bus.get(), what).get());
+        sendto(socket.Descriptor(), datagram.data(), static_cast<std::size_t>(length), 0,
+               reinterpret_cast<const sockaddr*>(&from), size);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -97,6 +122,8 @@ int main(int argc, char** argv) {
         const auto& words = options.words;
         if (command == "call") {
             Call(options);
+        } else if (command == "echo" && !words.empty()) {
+            Echo(options);
         } else if (command == "serve") {
             bench::ServeOnBus(options.Text("address"));
         } else if (command == "serve-peers" && words.size() == 1) {

@@ -115,11 +115,11 @@ RealAgent::Value TakeValue(Bytes& bytes) {
     return value;
 }
 
-/// Every relay that the service has at this moment, as the calls name it: "BNK2 0".
-std::set<std::string> Relays() {
-    std::set<std::string> relays;
+/// Every relay that the service has at this moment, row by row and as the calls name it: "BNK2 0".
+std::vector<std::string> Relays() {
+    std::vector<std::string> relays;
     for (const auto& [bank, states] : Camera().relays.banks) {
-        for (std::size_t id = 0; id < states.size(); ++id) relays.insert(bank + " " + std::to_string(id));
+        for (std::size_t id = 0; id < states.size(); ++id) relays.push_back(bank + " " + std::to_string(id));
     }
     return relays;
 }
@@ -233,9 +233,9 @@ private:
 
     void Set() {
         const auto bindings = TakeBindings(true);
-        auto relays = Relays();
+        _seen = {Relays()};
         const bool isSteady = IsSteady();
-        bool isCounted = HasTrueCounts();
+        bool isCounted = !_isMixed && HasTrueCounts();
         journal::Clear();
         const auto answer = RealAgent::Get().Send(SNMP_MSG_SET, bindings);
         constexpr long kErrors[] = {SNMP_ERR_NOERROR,    SNMP_ERR_GENERR,           SNMP_ERR_NOACCESS,
@@ -248,14 +248,8 @@ private:
                                answer.error != SNMP_ERR_COMMITFAILED;
         MUST(!isRefused || driven.empty(), "error %ld and yet %s", answer.error, driven.front().c_str());
         MUST(driven.size() <= bindings.size(), "%zu calls for %zu bindings", driven.size(), bindings.size());
-        relays.merge(Relays());
         isCounted = isCounted && HasTrueCounts();
-        for (const auto& call : driven) {
-            const auto start = call.find(' ') + 1;
-            const auto relay = call.substr(start, call.rfind(' ') - start);
-            MUST(!isCounted || relays.count(relay) == 1, "no such relay: %s", call.c_str());
-            CheckDriven(call, bindings);
-        }
+        for (const auto& call : driven) CheckDriven(call, bindings, isCounted);
         // With everything at rest, what was said to have been done has been done: a call for each cell.
         if (isSteady && answer.error == SNMP_ERR_NOERROR) {
             MUST(driven.size() == bindings.size(), "%zu calls for %zu bindings", driven.size(), bindings.size());
@@ -267,17 +261,30 @@ private:
         return Camera().relays.bankCount.empty() && Camera().failing.count("relay.GetBankRelayCount") == 0;
     }
 
-    /// "SetRelay BNK2 0 1": only because an INTEGER was sent to a state.
-    static void CheckDriven(const std::string& call, const std::vector<Binding>& bindings) {
+    /// "SetRelay BNK2 0 1": only because an INTEGER was sent to the state of a row that was this relay's at some moment
+    /// of the SET.
+    void CheckDriven(const std::string& call, const std::vector<Binding>& bindings, bool isCounted) const {
         const bool isSet = call.compare(0, 9, "SetRelay ") == 0;
-        const bool isClear = call.compare(0, 11, "ClearRelay ") == 0;
-        MUST(isSet || isClear, "%s", call.c_str());
-        const bool isAsked = std::any_of(bindings.begin(), bindings.end(), [&](const Binding& binding) {
-            return binding.value.type == ASN_INTEGER && IsBelow(binding.name, Root(true)) &&
-                   binding.name.size() == 13 && binding.name[11] == kStateColumn &&
-                   (static_cast<std::int32_t>(binding.value.integer) == 1) == isSet;
-        });
-        MUST(isAsked, "nobody has asked for %s", call.c_str());
+        MUST(isSet || call.compare(0, 11, "ClearRelay ") == 0, "%s", call.c_str());
+        const auto start = call.find(' ') + 1;
+        const auto relay = call.substr(start, call.rfind(' ') - start);
+        const auto isRows = [&](const Binding& binding) {
+            const auto row = binding.name[12];
+            return std::any_of(_seen.begin(), _seen.end(), [&](const std::vector<std::string>& relays) {
+                return row >= 1 && row <= relays.size() && relays[row - 1] == relay;
+            });
+        };
+        bool isAsked = false;
+        bool isNamed = !isCounted;
+        for (const auto& binding : bindings) {
+            if (binding.value.type != ASN_INTEGER || !IsBelow(binding.name, Root(true)) || binding.name.size() != 13 ||
+                binding.name[11] != kStateColumn) {
+                continue;
+            }
+            isAsked = isAsked || (static_cast<std::int32_t>(binding.value.integer) == 1) == isSet;
+            isNamed = isNamed || isRows(binding);
+        }
+        MUST(isAsked && isNamed, "nobody has asked for %s", call.c_str());
     }
 
     static journal::Lines Driven() {
@@ -314,18 +321,34 @@ private:
             _isDisturbed = true;
             return;
         }
-        const auto banks = TakeBanks(_bytes);
-        auto left = std::make_shared<unsigned>(1 + _bytes.Below(12));
-        camera.onCall = [left, banks](const std::string&) {
-            if (*left == 0 || --*left != 0) return;
-            Camera().alarms = banks;
-            Camera().relays = banks;
+        // Once, or to and fro: a row may be away in one phase of a SET only.
+        struct Change {
+            unsigned calls;  // until it happens
+            FakeCamera::Banks banks;
+        };
+        auto changes = std::make_shared<std::vector<Change>>(1 + _bytes.Below(2));
+        for (auto& change : *changes) change = {1 + _bytes.Below(12), TakeBanks(_bytes)};
+        if (changes->size() == 2 && _bytes.Below(2) == 0) (*changes)[0].banks = camera.relays;
+        // In the middle of the building of a list, which then tells of both, or only before it.
+        const bool isAnywhere = _bytes.Below(2) == 0;
+        _isMixed = _isMixed || isAnywhere;
+        camera.onCall = [this, changes, isAnywhere](const std::string& call) {
+            const bool isBetween = call.find("RelayCount") == 9 || call.find("AlarmCount") == 9 ||
+                                   call.find("GetBankNames") != std::string::npos;
+            if (!isBetween && !isAnywhere) return;
+            if (changes->empty() || --changes->back().calls != 0) return;
+            Camera().alarms = changes->back().banks;
+            Camera().relays = changes->back().banks;
+            changes->pop_back();
+            _seen.push_back(Relays());
         };
         _isDisturbed = true;
     }
 
     Bytes& _bytes;
+    std::vector<std::vector<std::string>> _seen;  // what the relays have been since the SET began
     std::unique_ptr<Providers> _providers;
+    bool _isMixed = false;
     bool _isDisturbed = false;  // once disturbed, the stored rows may tell of what was
 };
 

@@ -1,12 +1,14 @@
 """The configuration for cameras in the field: each user on each object, and everybody else."""
 
+import os
 import re
+import subprocess
 
 import pytest
 
 from desk import await_until
 from expected_tree import CCTV, INTEGER, OID, ORVEX, ROWS, RW
-from field import NO_SUCH_OBJECT, READY, ROLES, FieldDesk, authentication, privacy
+from field import NO_SUCH_OBJECT, READY, ROLES, FieldDesk, authentication, privacy, replace_once
 
 RELAYS = [OID["outputControl"], *(row.oid for row in ROWS if row.name.startswith("relayState."))]
 REBOOT = OID["rebootDevice"]
@@ -209,3 +211,34 @@ def test_there_is_no_secret_in_the_configuration(camera):
     code = [line for line in text.splitlines() if line and not line.startswith("#")]
     assert not [line for line in code if re.match(r"\s*(createUser|rocommunity|rwcommunity|com2sec|community)", line, re.I)]
     assert not [line for line in code if " -A " in line or " -X " in line]
+
+
+def test_traps_go_to_whoever_knows_the_notifiers_pass_phrases():
+    """With the line that stands in the configuration as a comment, and a stock receiver of authenticated traps only."""
+    desk = FieldDesk()
+    receiver = None
+    try:
+        text = replace_once(desk.configuration.read_text(), r"^#trapsess (.*) udp:192.0.2.20:162$",
+                            f"trapsess -v 3 -u notifier -l authPriv udp:127.0.0.1:{desk.trap_port}")
+        desk.configuration.write_text(text)
+        desk.add_users("reader", "notifier")
+        desk.start()
+        ((_, _, engine),) = desk.ask("reader", "snmpget", "1.3.6.1.6.3.10.2.1.1.0").triples
+        traps = desk.state / "traps.txt"
+        (desk.state / "snmptrapd.conf").write_text(
+            f'createUser -e 0x{engine.hex()} notifier SHA-256 "{authentication("notifier")}" AES "{privacy("notifier")}"\n'
+            "authUser log notifier priv\n")
+        with open(traps, "w") as lines:
+            receiver = subprocess.Popen(
+                ["setpriv", "--pdeathsig", "KILL", "snmptrapd", "-f", "-C", "-c", desk.state / "snmptrapd.conf", "-On",
+                 "-Lo", "-F", "%v\n", f"udp:127.0.0.1:{desk.trap_port}"],
+                stdin=subprocess.DEVNULL, stdout=lines, stderr=lines,
+                env=dict(os.environ, MIBS="", SNMP_PERSISTENT_DIR=f"{desk.state}/receiver"))
+        await_until(lambda: "NET-SNMP version" in traps.read_text(), "snmptrapd listens")
+        desk.domectl("event", "temperature", 0, 31)
+        await_until(lambda: f".{OID['temperature']} = Gauge32: 31" in traps.read_text(), "the trap has arrived")
+    finally:
+        if receiver:
+            receiver.terminate()
+            receiver.wait(10)
+        desk.close()

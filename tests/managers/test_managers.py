@@ -6,9 +6,9 @@ import pytest
 
 import ber
 from commands import calls
-from desk import await_until
+from desk import BUILD, ROOT, Desk, await_until
 from expected_tree import OID, ORVEX, ROWS, SUBTREES
-from managers import MANAGERS, manager
+from managers import MANAGERS, manager, user_of_3
 
 TYPES = {ber.INTEGER: "INTEGER", ber.GAUGE32: "Gauge32", ber.OCTET_STRING: "OCTET STRING"}
 EVERYTHING = [(row.oid, TYPES[row.tag], row.value.hex() if isinstance(row.value, bytes) else row.value) for row in ROWS]
@@ -103,6 +103,21 @@ def test_the_user_of_version_3_comes_with_privacy_only(camera):
                               timeout=20)
         assert done.returncode != 0
         assert complaint in done.stderr
+
+
+def test_pass_phrases_are_a_cameras_own_and_stay(camera):
+    desk = Desk()
+    try:
+        first = user_of_3(desk)
+        others = user_of_3(camera)
+        subprocess.run([ROOT / "scripts" / "prepare-state", BUILD, desk.state, str(desk.port), str(desk.trap_port)],
+                       check=True, timeout=20)
+        assert user_of_3(desk) == first
+    finally:
+        desk.close()
+    phrases = [user[part] for user in (first, others) for part in ("authentication", "privacy")]
+    assert len(set(phrases)) == 4
+    assert all(len(phrase) == 32 for phrase in phrases)
 
 
 def says(reply, error):

@@ -8,7 +8,6 @@ USER_OF_3, the SNMPv3 user."""
 
 import fcntl
 import json
-import os
 import pathlib
 import selectors
 import subprocess
@@ -69,7 +68,7 @@ class Driven:
             install_node_modules()
         environment = dict(desk.environment, VERSION=version, PORT=str(desk.port), USER_OF_3=json.dumps(user_of_3(desk)),
                            NODE_PATH=str(NODE_MODULES), SNMPCONFPATH="/nonexistent")
-        self._log = open(desk.state / f"driver-{os.getpid()}.log", "w+")
+        self._log = open(desk.state / f"{script}-{version}.log", "w+")
         self._process = subprocess.Popen([program, FOLDER / "drivers" / script], stdin=subprocess.PIPE,
                                          stdout=subprocess.PIPE, stderr=self._log, text=True, env=environment)
 

@@ -61,27 +61,30 @@ def load(port, messages, in_flight, seconds, *more, pids=()):
 
 
 class Series:
-    """The rounds of one measurement."""
+    """The rounds of one measurement. Answers that are errors are counted where they are allowed, else they end the run."""
 
-    def __init__(self):
-        self.rounds, self.histogram, self.lost, self.generator = [], {}, 0, []
+    def __init__(self, errors_allowed=False):
+        self.rounds, self.histogram, self.lost, self.errors, self.generator = [], {}, 0, 0, []
+        self._errors_allowed = errors_allowed
 
     def add(self, figures):
         histogram = {int(time): count for time, count in figures["histogram"]}
         if not histogram:
             raise RuntimeError("no answer at all")
-        if figures["errors"]:
+        if figures["errors"] and not self._errors_allowed:
             raise RuntimeError(f"{figures['errors']} of {figures['requests']} answers are errors")
         self.rounds.append(rate_and_median(figures))
         for time, count in histogram.items():
             self.histogram[time] = self.histogram.get(time, 0) + count
         self.lost += figures["lost"]
+        self.errors += figures["errors"]
         if "processor_seconds" in figures:
             self.generator.append(figures["processor_seconds"] / figures["seconds"])
 
     def json(self):
         """Rates a second, times in microseconds."""
         result = {"rounds": self.rounds, "samples": sum(self.histogram.values()), "lost": self.lost,
+                  "errors": self.errors,
                   "percentiles": percentile_microseconds(self.histogram)}
         if self.generator:
             result["generator_share"] = statistics.median(self.generator)

@@ -91,40 +91,67 @@ class Results:
         return found
 
 
-def goals(results):
-    """(what, the goal, what was measured, whether it is met)"""
-    data = results.data
-    rows = []
+def no_service_goal(results):
     worst = min(((median(results.no_service_ratios(w, n)), w, n) for w in NO_SERVICE for n in LOADS))
-    rows.append(("GETs that need no service", "at least 0.95 of the built-in scalar's rate",
-                 f"{worst[0]:.2f} at the least ({worst[1]}, {worst[2]} in flight)", worst[0] >= 0.95))
+    return [("GETs that need no service", "at least 0.95 of the built-in scalar's rate",
+             f"{worst[0]:.2f} at the least ({worst[1]}, {worst[2]} in flight)", worst[0] >= 0.95)]
+
+
+def live_goals(results):
+    rows = []
     for workload in BEHIND:
-        ratio = median(results.live_ratios(workload))
-        trips = len(BEHIND[workload])
+        ratios, trips = results.live_ratios(workload), len(BEHIND[workload])
         rows.append((WHAT[workload], f"at most 1.15 times (built-in GET + {trips} bare round trip{'s' if trips > 1 else ''})",
-                     spread(results.live_ratios(workload)), ratio <= 1.15))
+                     spread(ratios), median(ratios) <= 1.15))
+    return rows
+
+
+def peers_goal(results):
     behind = results.slower_than()
     compared = len(results.workloads()) * len(LOADS) * len(results.peers)
-    rows.append(("against every peer", "faster at every load",
-                 f"faster in {compared - len(behind)} of {compared} comparisons", not behind))
-    per_row = {rows_: median(data["table"]["bulk walk"][rows_]) / int(rows_) for rows_ in ("100", "1000")}
+    return [("against every peer", "faster at every load", f"faster in {compared - len(behind)} of {compared} comparisons",
+             not behind)]
+
+
+def table_goal(results):
+    per_row = {rows: median(times) / int(rows) for rows, times in results.data["table"]["bulk walk"].items()}
     ratio = per_row["1000"] / per_row["100"]
-    rows.append(("a table of 1,000 rows, GETBULK walk", "a row costs at most 1.5 times a row of 100", f"{ratio:.2f}", ratio <= 1.5))
-    paced = data["traps"]["paced"]
+    return [("a table of 1,000 rows, GETBULK walk", "a row costs at most 1.5 times a row of 100", f"{ratio:.2f}", ratio <= 1.5)]
+
+
+def traps_goal(results):
+    paced, wanted = results.data["traps"]["paced"], results.data["traps"]["rate"]
     lost = sum(one["events"] - one["traps"] for one in paced)
-    achieved = min(one["traps"] / max(one["seconds"], 1e-9) for one in paced)
-    wanted = data["traps"]["rate"]
-    rows.append(("traps", f"{wanted:,} a second from event to sink, none lost",
-                 f"{achieved:,.0f} a second, {lost} of {sum(one['events'] for one in paced):,} lost",
-                 lost == 0 and achieved >= 0.97 * wanted))
-    memory = data["start_and_memory"]
+    achieved = median([one["traps"] / max(one["seconds"], 1e-9) for one in paced])
+    # The last of so many events is told a little before its trap arrives: the rate cannot quite be reached.
+    return [("traps", f"{wanted:,} a second from event to sink, none lost",
+             f"{achieved:,.0f} a second, {lost} of {sum(one['events'] for one in paced):,} lost",
+             lost == 0 and achieved >= 0.99 * wanted)]
+
+
+def start_and_memory_goals(results):
+    memory = results.data["start_and_memory"]
     extra = [a - b for a, b in zip(memory["with"]["resident"], memory["without"]["resident"])]
-    rows.append(("memory", f"snmpd's resident memory at most {MEMORY_GOAL:.0f} MB over that without the module",
-                 spread(extra, "{:.1f}") + " MB", median(extra) <= MEMORY_GOAL))
     start = [seconds * 1000 for seconds in memory["with"]["start"]]
-    rows.append(("start to first answer", f"under {START_GOAL:.0f} ms", spread(start, "{:.0f}") + " ms", median(start) < START_GOAL))
-    off = max(median(times) for name, times in data["log_calls"].items() if name.endswith("IsOff"))
-    rows.append(("a log call whose level is off", f"under {LOG_GOAL:.0f} ns", f"{off:.1f} ns", off < LOG_GOAL))
+    return [("memory", f"snmpd's resident memory at most {MEMORY_GOAL:.0f} MB over that without the module",
+             spread(extra, "{:.1f}") + " MB", median(extra) <= MEMORY_GOAL),
+            ("start to first answer", f"under {START_GOAL:.0f} ms", spread(start, "{:.0f}") + " ms",
+             median(start) < START_GOAL)]
+
+
+def log_goal(results):
+    off = max(median(times) for name, times in results.data["log_calls"].items() if name.endswith("IsOff"))
+    return [("a log call whose level is off", f"under {LOG_GOAL:.0f} ns", f"{off:.1f} ns", off < LOG_GOAL)]
+
+
+def goals(results):
+    """(what, the goal, what was measured, whether it is met); those of a part that failed are left out."""
+    rows = []
+    for part, goals_of in (("close_ups", no_service_goal), ("close_ups", live_goals), ("series", peers_goal),
+                           ("table", table_goal), ("traps", traps_goal), ("start_and_memory", start_and_memory_goals),
+                           ("log_calls", log_goal)):
+        if part in results.data:
+            rows += goals_of(results)
     return rows
 
 
@@ -346,13 +373,15 @@ def plots(results, folder):
         write(folder / f"performance-rates-{in_flight}.svg",
               svg.bars(f"Requests a second, {in_flight} in flight", "a second", groups, titles))
     parts = []
-    for workload in BEHIND:
+    for workload in BEHIND if "close_ups" in results.data else ():
         measured = results.live_parts(workload)
         whole, built_in, bus = (median([part[i] for part in measured]) for i in range(3))
         parts.append((f"{workload}: limit", [None, built_in, bus]))
         parts.append(("measured", [whole, None, None]))
-    write(folder / "performance-live.svg",
-          svg.stacks("What a live request takes, 1 in flight", "µs", parts, ["this module", "built-in GET", "bare bus round trips"]))
+    if parts:
+        write(folder / "performance-live.svg",
+              svg.stacks("What a live request takes, 1 in flight", "µs", parts,
+                         ["this module", "built-in GET", "bare bus round trips"]))
     keys = ("50", "90", "99", "99.9")
     series = []
     for name in names:
@@ -385,7 +414,7 @@ One desk camera, one agent with the module, and one agent of each other kind run
 that is being asked are idle. Every round asks each of them everything, in another order, for {seconds} s each, so that a
 machine that is slow for a while is slow for all. The load generator (`bench/load`, C++) sends prepared SNMPv2c messages
 from one socket and keeps 1, 8 or 64 of them under way; a request that is not answered within two seconds counts as lost and
-is asked anew; an answer with an error ends the run. What the module and its limits have in common is measured once more in
+is asked anew; an answer with an error ends the run, unless another agent gives it: then it is counted. What the module and its limits have in common is measured once more in
 turns, right after each other: the ratios of the goals are medians of the turns' ratios.
 
 The other agents serve a copy of every object of the module, made from a walk; the run checks that they serve the same
@@ -479,20 +508,29 @@ the module's usual client is none the wiser. These are experiments: the product 
 def page(results):
     data = results.data
     absent = "".join(f" {results.title[name]} was not measured: {reason}." for name, reason in data["absent"].items())
+    for one in data["series"]:
+        if one["errors"]:
+            absent += f" {results.title[one['contestant']]} answered {one['errors']:,} of {one['samples']:,} " \
+                      f"requests with an error ({WHAT[one['workload']]}, {one['in_flight']} in flight)."
     busy = data["machine"]["load"] > 0.7
     warning = ""
     if data["kind"] != "full":
         warning += "\n**A shortened run: the figures are no more than a try.**\n"
     if busy:
         warning += "\n**The machine was busy with other things: the times, and the verdicts on them, are provisional.**\n"
+    def part(name, section, *arguments):
+        if name in data:
+            return section(*arguments)
+        return f"Not measured: {data['failed'][name]}\n"
+
     return PAGE.format(
         date=data["date"], rounds=data["rounds"], seconds=data["seconds"], **data["machine"], warning=warning, absent=absent,
         goals=goals_section(results), calls=calls_section(results), limits=limits_section(results),
-        no_service=no_service_section(results), live=live_section(results), requests=requests_section(results),
-        processor=processor_section(results),
-        latency=latency_section(results), walks=walks_section(results), table=table_section(data), traps=traps_section(data),
-        memory=memory_section(data), logs=logs_section(data), instructions=instructions_section(data),
-        buses=buses_section(data))
+        no_service=part("close_ups", no_service_section, results), live=part("close_ups", live_section, results),
+        requests=requests_section(results), processor=processor_section(results), latency=latency_section(results),
+        walks=walks_section(results), table=part("table", table_section, data), traps=part("traps", traps_section, data),
+        memory=part("start_and_memory", memory_section, data), logs=part("log_calls", logs_section, data),
+        instructions=part("instructions", instructions_section, data), buses=part("buses", buses_section, data))
 
 
 def main():

@@ -346,7 +346,7 @@ TEST_F(TablesTest, NoCellOfTheAlarmTableCanBeSetAndTheServiceIsNotAsked) {
 
 // The agent's own table handlers would go through a null pointer here.
 TEST_P(BothTablesTest, SetOfACellTogetherWithNamesOfNoColumnIsRefused) {
-    const auto put = [this](std::vector<oid> behindTable) {
+    const auto put = [](std::vector<oid> behindTable) {
         auto binding = Put(1, 1);
         binding.name = Cell(GetParam(), 3, 1);
         binding.name.resize(binding.name.size() - 3);

@@ -109,6 +109,7 @@ class Peer:
 
     name = title = ""
     needs = []  # programs and files
+    identity = []  # options of setpriv
 
     def __init__(self, desk, objects):
         for needed in self.needs:
@@ -142,7 +143,7 @@ class Peer:
                            SNMP_PERSISTENT_DIR=str(self.folder), NODE_PATH=str(NPM / "node_modules"))
         with open(self.folder / "log", "ab") as log:
             self.processes.append(subprocess.Popen(
-                ["setpriv", "--pdeathsig", "KILL", *map(str, command)], stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                ["setpriv", *self.identity, "--pdeathsig", "KILL", *map(str, command)], stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                 cwd=self.folder, env=environment, start_new_session=True))
 
     def run_snmpd(self, *lines):
@@ -208,6 +209,8 @@ class PassPersistPerl(PassPersist):
 class Snmpsim(Peer):
     name, title = "snmpsim", "snmpsim"
     needs = ["snmpsimd"]
+    # It does not run as root; were it to change by itself, it would outlive a run that is killed.
+    identity = ["--reuid=nobody", "--regid=nogroup", "--clear-groups"] if os.geteuid() == 0 else []
 
     def launch(self):
         data, cache = self.folder / "data", self.folder / "cache"
@@ -225,8 +228,8 @@ class Snmpsim(Peer):
             (data / f"{community}.snmprec").write_text("\n".join(lines) + "\n")
         for path in (self.folder, data, cache):
             path.chmod(0o777)
-        self.run(["snmpsimd", f"--data-dir={data}", f"--cache-dir={cache}", "--process-user=nobody",
-                  "--process-group=nogroup", f"--agent-udpv4-endpoint=127.0.0.1:{self.port}", "--logging-method=null"])
+        self.run(["snmpsimd", f"--data-dir={data}", f"--cache-dir={cache}",
+                  f"--agent-udpv4-endpoint=127.0.0.1:{self.port}", "--logging-method=null"])
 
 
 class NpmAgent(Peer):

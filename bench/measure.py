@@ -13,8 +13,10 @@ import pathlib
 import platform
 import random
 import re
+import signal
 import statistics
 import subprocess
+import sys
 import time
 
 import experiments
@@ -264,6 +266,7 @@ def main():
         if name != "rounds" or rounds is None:
             setattr(options, name, value)
     options.start, options.trap_rate = time.monotonic(), 10000
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended by a signal"))  # with everything that was started
     measurement = Measurement(options)
     try:
         measurement.run()

@@ -55,45 +55,54 @@ function(orvex_package component name summary description depends)
   endforeach()
 endfunction()
 
+# A platform of the camera's own comes with the camera, and so does its bus.
+if(ORVEX_OWN_PLATFORM)
+  set(and_platform ", libtavos0 ${own_version}")
+  set(CPACK_DEBIAN_MODULE_PACKAGE_RECOMMENDS tavos)
+endif()
+
 orvex_package(module orvexsnmp "camera objects for the SNMP agent"
 "A module for net-snmp's agent that serves NTCIP 1205 and 1201 objects of a
 pan-tilt-zoom camera, and the camera's own, by calling the camera's services
 over D-Bus. It comes with a configuration fragment that makes the agent load
 it, an example of a whole configuration with SNMPv3 users, and a drop-in that
 runs the agent unprivileged and in a sandbox."
-  "snmpd, adduser, libtavos0 ${own_version}" orvexsnmp.8 orvexsnmp-add-user.8)
-set(CPACK_DEBIAN_MODULE_PACKAGE_RECOMMENDS tavos)
+  "snmpd, adduser${and_platform}" orvexsnmp.8 orvexsnmp-add-user.8)
 set(CPACK_DEBIAN_MODULE_PACKAGE_SUGGESTS orvexsnmp-mibs)
-
-orvex_package(platform libtavos0 "camera platform on D-Bus and SQLite"
-"The libraries that the camera's SNMP module and services are written against:
-clients and servers of the camera's services on a D-Bus message bus, a
-settings store, and a logger."
-  "")
-set(CPACK_DEBIAN_PLATFORM_PACKAGE_SECTION libs)
-
-orvex_package(tavos tavos "settings store and message bus of a camera"
-"The command that looks at and changes a camera's settings, the policy that
-says who may own and call the camera's services, and a bus for these services
-alone where they are not on the system bus."
-  "adduser, dbus-daemon, libtavos0 ${own_version}" tavos-settings.1)
-
-orvex_package(dome orvex-dome "desk camera, for work without a camera at hand"
-"A process that serves a camera's services before a model of a pan-tilt-zoom
-camera, a page that shows it, and commands that look at it and steer it.
-Units run one for this machine's agent, and any number of them with an agent
-each."
-  "adduser, snmpd, tavos ${own_version}, libtavos0 ${own_version}" orvex-dome.1 domectl.1 myname.1)
 
 orvex_package(mibs orvexsnmp-mibs "MIBs of the camera's objects and traps"
 "What managers need to show the camera's objects by their names."
   "")
 set(CPACK_DEBIAN_MIBS_PACKAGE_ARCHITECTURE all)
 
-orvex_package(dev orvexsnmp-dev "development files of the camera platform"
-"Headers of the camera platform that the SNMP module is written against, and
+if(ORVEX_OWN_PLATFORM)
+  orvex_package(platform libtavos0 "camera platform on D-Bus and SQLite"
+  "The libraries that the camera's SNMP module and services are written against:
+clients and servers of the camera's services on a D-Bus message bus, a
+settings store, and a logger."
+    "")
+  set(CPACK_DEBIAN_PLATFORM_PACKAGE_SECTION libs)
+
+  orvex_package(tavos tavos "settings store and message bus of a camera"
+  "The command that looks at and changes a camera's settings, the policy that
+says who may own and call the camera's services, and a bus for these services
+alone where they are not on the system bus."
+    "adduser, dbus-daemon, libtavos0 ${own_version}" tavos-settings.1)
+
+  orvex_package(dev orvexsnmp-dev "development files of the camera platform"
+  "Headers of the camera platform that the SNMP module is written against, and
 what CMake needs to find it."
-  "libtavos0 ${own_version}")
-set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+    "libtavos0 ${own_version}")
+  set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+endif()
+
+if(ORVEX_DOME)
+  orvex_package(dome orvex-dome "desk camera, for work without a camera at hand"
+  "A process that serves a camera's services before a model of a pan-tilt-zoom
+camera, a page that shows it, and commands that look at it and steer it.
+Units run one for this machine's agent, and any number of them with an agent
+each."
+    "adduser, snmpd, tavos ${own_version}, libtavos0 ${own_version}" orvex-dome.1 domectl.1 myname.1)
+endif()
 
 include(CPack)

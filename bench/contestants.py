@@ -1,5 +1,5 @@
-"""What bench/run compares: the module in its desk camera, and other agents that serve a copy of its objects with the same
-calls of the same camera's services behind them."""
+"""What bench/run compares: the module in its desk camera, and other agents that serve a copy of its objects with the
+same calls of the same camera's services behind them."""
 
 import os
 import pathlib
@@ -143,8 +143,8 @@ class Peer:
                            SNMP_PERSISTENT_DIR=str(self.folder), NODE_PATH=str(NPM / "node_modules"))
         with open(self.folder / "log", "ab") as log:
             self.processes.append(subprocess.Popen(
-                ["setpriv", *self.identity, "--pdeathsig", "KILL", *map(str, command)], stdin=subprocess.DEVNULL, stdout=log, stderr=log,
-                cwd=self.folder, env=environment, start_new_session=True))
+                ["setpriv", *self.identity, "--pdeathsig", "KILL", *map(str, command)], stdin=subprocess.DEVNULL,
+                stdout=log, stderr=log, cwd=self.folder, env=environment, start_new_session=True))
 
     def run_snmpd(self, *lines):
         """A stock agent with the desk camera's configuration, these lines in place of the module's."""

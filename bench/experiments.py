@@ -1,5 +1,5 @@
-"""The measurements that have an agent of their own: what the module costs the agent to load, its instructions a request,
-other kinds of bus, and the log calls."""
+"""The measurements that have an agent of their own: what the module costs the agent to load, its instructions a
+request, traps, other kinds of bus, and the log calls."""
 
 import contextlib
 import json
@@ -86,7 +86,8 @@ def start_and_memory(options):
 
 class _CountingDesk(Desk):
     def agent_command(self):
-        return ["valgrind", "--tool=callgrind", f"--callgrind-out-file={self.state}/callgrind", *super().agent_command()]
+        return ["valgrind", "--tool=callgrind", f"--callgrind-out-file={self.state}/callgrind",
+                *super().agent_command()]
 
     def count(self, messages, requests):
         """Instructions of the agent a request."""
@@ -140,7 +141,8 @@ class _UnloggedDesk(Desk):
 def traps(options):
     """Events told by a program in the place of the camera's thermometer."""
     results = {"rate": options.trap_rate}
-    for kind, desk_class, rate in (("paced", Desk, options.trap_rate), ("burst", Desk, 0), ("unlogged", _UnloggedDesk, 0)):
+    for kind, desk_class, rate in (("paced", Desk, options.trap_rate), ("burst", Desk, 0),
+                                   ("unlogged", _UnloggedDesk, 0)):
         with _closing(desk_class()) as desk:
             desk.start()
             desk.domectl("fault", "temperature", "gone")

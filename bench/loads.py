@@ -61,7 +61,7 @@ def load(port, messages, in_flight, seconds, *more, pids=()):
 
 
 class Series:
-    """The rounds of one measurement. Answers that are errors are counted where they are allowed, else they end the run."""
+    """The rounds of one measurement. Answers that are errors are counted where they are allowed; else they end it."""
 
     def __init__(self, errors_allowed=False):
         self.rounds, self.histogram, self.lost, self.errors, self.generator = [], {}, 0, 0, []

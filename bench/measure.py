@@ -112,7 +112,7 @@ class Measurement:
                 for name, port in self.agents()}
 
     def calls_of(self, name, port, workload):
-        """The median of a few tries: where a call has timed out on a machine that is very busy, the next may be left out."""
+        """The median of a few tries: where a call has timed out on a busy machine, the next may be left out."""
         counts = []
         for _ in range(3):
             with ManagerOf(self.desk) as manager:
@@ -130,7 +130,8 @@ class Measurement:
         seconds = self.options.seconds
         jobs = []
         for in_flight in LOADS:
-            jobs.append(lambda n=in_flight: self.requests("echo", "echo", n, self.echo_ports[()], BUILT_IN, "--echo", 1))
+            jobs.append(lambda n=in_flight: self.requests("echo", "echo", n, self.echo_ports[()], BUILT_IN,
+                                                          "--echo", 1))
             jobs.append(lambda n=in_flight: self.requests("built-in", "sysName", n, self.desk.port, BUILT_IN))
             for name, port in self.agents():
                 for workload in self.options.workloads:

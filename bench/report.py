@@ -19,11 +19,12 @@ WHAT = {
     "move": "SET `positionPan`, absolute", "relay": "SET `outputControl`",
     "sysName": "GET `sysName` (built in)",
 }
+PAGE = pathlib.Path(__file__).with_name("performance.md.in")
 MEMORY_GOAL, START_GOAL, LOG_GOAL = 6.0, 300.0, 5.0
 
 
 def table(header, rows):
-    lines = ["| " + " | ".join(header) + " |", "|" + "|".join("---" if i == 0 else "---:" for i in range(len(header))) + "|"]
+    lines = ["| " + " | ".join(header) + " |", "|---|" + "---:|" * (len(header) - 1)]
     return "\n".join(lines + ["| " + " | ".join(map(str, row)) + " |" for row in rows]) + "\n"
 
 
@@ -101,22 +102,23 @@ def live_goals(results):
     rows = []
     for workload in BEHIND:
         ratios, trips = results.live_ratios(workload), len(BEHIND[workload])
-        rows.append((WHAT[workload], f"at most 1.15 times (built-in GET + {trips} bare round trip{'s' if trips > 1 else ''})",
-                     spread(ratios), median(ratios) <= 1.15))
+        limit = f"(built-in GET + {trips} bare round trip{'s' if trips > 1 else ''})"
+        rows.append((WHAT[workload], f"at most 1.15 times {limit}", spread(ratios), median(ratios) <= 1.15))
     return rows
 
 
 def peers_goal(results):
     behind = results.slower_than()
     compared = len(results.workloads()) * len(LOADS) * len(results.peers)
-    return [("against every peer", "faster at every load", f"faster in {compared - len(behind)} of {compared} comparisons",
-             not behind)]
+    return [("against every peer", "faster at every load",
+             f"faster in {compared - len(behind)} of {compared} comparisons", not behind)]
 
 
 def table_goal(results):
     per_row = {rows: median(times) / int(rows) for rows, times in results.data["table"]["bulk walk"].items()}
     ratio = per_row["1000"] / per_row["100"]
-    return [("a table of 1,000 rows, GETBULK walk", "a row costs at most 1.5 times a row of 100", f"{ratio:.2f}", ratio <= 1.5)]
+    return [("a table of 1,000 rows, GETBULK walk", "a row costs at most 1.5 times a row of 100", f"{ratio:.2f}",
+             ratio <= 1.5)]
 
 
 def traps_goal(results):
@@ -157,25 +159,33 @@ def goals(results):
 
 # What is said where a goal is missed. No figures here: those stand in the tables.
 REMARKS = {
-    "GETs that need no service": "The module's own handler is one of several that the agent calls for a request; what it "
-        "executes stands under Instructions.",
-    "live": "The round trips take longer inside a request than one after the other, because those who take part sleep and "
-        "have to be woken in between; what that costs without the module stands under Live requests. The module's "
-        "client adds three system calls to a bare call: it keeps signals away from the call, and reads what has come since "
-        "the last one. Both stay: without the first a signal fails a call, without the second the first call after a "
-        "restart of the bus fails.",
-    "against every peer": "See the table below. An agent that asks a service while it serves other requests gets ahead of "
-        "the module when many requests are in flight: the module's calls are synchronous, one at a time, as the camera's "
-        "interfaces are. snmpsim makes no calls at all; it answers live objects from a file.",
-    "a table of 1,000 rows, GETBULK walk": "Every request compares the table's number of rows with the service's, and a "
-        "state is asked for each time: so the cost is a call or two a row, whatever the table's size, plus the agent's own "
-        "search for the row.",
-    "traps": "One thread of the agent builds and sends every trap, and by default it also logs each one in a table whose "
-        "entries it counts every time; what that setting costs stands under Traps.",
-    "memory": "The module's own objects are small; the rest is the C++ runtime and the libraries of the bus, the logger and "
-        "the settings store, which the stock agent does not load.",
-    "start to first answer": "The module asks each service once, and runs `myname` three times, before the agent serves.",
-    "a log call whose level is off": "The call passes its arguments before it looks at the level.",
+    "GETs that need no service":
+        "The module's own handler is one of several that the agent calls for a request; what it executes "
+        "stands under Instructions.",
+    "live":
+        "The round trips take longer inside a request than one after the other, because those who take part sleep and "
+        "have to be woken in between; what that costs without the module stands under Live requests. Nearly all that the "
+        "agent executes for a call is the bus library's own, as a profile by callgrind shows. The module's client adds "
+        "three system calls, to keep signals away from the call and to read what has come since the last one. Both "
+        "stay: without the first a signal fails a call, without the second the first call after a restart of the bus fails.",
+    "against every peer":
+        "See the table below. An agent that asks a service while it serves other requests gets ahead of the "
+        "module when many requests are in flight: the module's calls are synchronous, one at a time, as the "
+        "camera's interfaces are. snmpsim makes no calls at all; it answers live objects from a file.",
+    "a table of 1,000 rows, GETBULK walk":
+        "Every request compares the table's number of rows with the service's, and a state is asked for each "
+        "time: so the cost is a call or two a row, whatever the table's size, plus the agent's own search for "
+        "the row.",
+    "traps":
+        "One thread of the agent builds and sends every trap, and by default it also logs each one in a table "
+        "whose entries it counts every time; what that setting costs stands under Traps.",
+    "memory":
+        "The module's own objects are small; the rest is the C++ runtime and the libraries of the bus, the "
+        "logger and the settings store, which the stock agent does not load.",
+    "start to first answer":
+        "The module asks each service once, and runs `myname` three times, before the agent serves.",
+    "a log call whose level is off":
+        "The call passes its arguments before it looks at the level.",
 }
 
 
@@ -193,7 +203,8 @@ def goals_section(results):
         text += f"\nMissed, {'live requests' if key == 'live' else key}: {REMARKS[key]}\n"
         if key == "against every peer":
             text += "\n" + table(["Request", "in flight", "faster was", "the module's rate over that one's"],
-                                 [(WHAT[w], n, results.title[p], f"{ratio:.2f}") for w, n, p, ratio in results.slower_than()])
+                                 [(WHAT[w], n, results.title[p], f"{ratio:.2f}")
+                                  for w, n, p, ratio in results.slower_than()])
     return text
 
 
@@ -283,7 +294,8 @@ def walks_section(results):
         for walk in ("walk", "bulk walk"):
             one = entries[(contestant, walk)]
             ours = median(entries[("module", walk)]["rounds"])
-            row += [spread([seconds * 1000 for seconds in one["rounds"]], "{:.1f}"), f"{median(one['rounds']) / ours:.2f}"]
+            row += [spread([seconds * 1000 for seconds in one["rounds"]], "{:.1f}"),
+                    f"{median(one['rounds']) / ours:.2f}"]
         rows.append(row)
     one = entries[("module", "walk")]
     return table(["Agent", "GETNEXT, ms", "over the module's", "GETBULK, ms", "over the module's"], rows) + \
@@ -307,33 +319,37 @@ def traps_section(data):
         all_ = data["traps"][kind]
         rates = [one["traps"] / one["seconds"] for one in all_]
         p = {key: median([one["percentiles"][key] for one in all_]) / 1000 for key in ("50", "99", "99.9")}
-        rows.append((title, f"{sum(one['events'] for one in all_):,}", sum(one["events"] - one["traps"] for one in all_),
+        rows.append((title, f"{sum(one['events'] for one in all_):,}",
+                     sum(one["events"] - one["traps"] for one in all_),
                      sum(one["disordered"] for one in all_), spread(rates, "{:,.0f}"),
                      spread([one["processor"] for one in all_], "{:.1f}"),
                      f"{p['50']:.2f}", f"{p['99']:.2f}", f"{p['99.9']:.2f}"))
-    return table(["", "events", "lost", "out of order", "traps a second", "the agent's processor time, µs a trap", "50 %, ms", "99 %, ms", "99.9 %, ms"], rows)
+    return table(["", "events", "lost", "out of order", "traps a second", "the agent's processor time, µs a trap",
+                  "50 %, ms", "99 %, ms", "99.9 %, ms"], rows)
 
 
 def memory_section(data):
     rows = []
     for name, title in (("with", "with the module"), ("without", "without")):
         one = data["start_and_memory"][name]
-        rows.append((title, spread([seconds * 1000 for seconds in one["start"]], "{:.0f}"), spread(one["resident"], "{:.1f}")))
+        rows.append((title, spread([seconds * 1000 for seconds in one["start"]], "{:.0f}"),
+                     spread(one["resident"], "{:.1f}")))
     return table(["snmpd", "start to first answer, ms", "resident memory, MB"], rows)
 
 
 def instructions_section(data):
     counted = data["instructions"]
     return table(["Request", "instructions of the agent", "over the built-in scalar's"],
-                 [(WHAT[what], f"{number:,.0f}", f"{number / counted['sysName']:.3f}") for what, number in counted.items()])
+                 [(WHAT[what], f"{number:,.0f}", f"{number / counted['sysName']:.3f}")
+                  for what, number in counted.items()])
 
 
 def buses_section(data):
     entries = {(one["bus"], one["what"]): one for one in data["buses"]}
     kinds = list(dict.fromkeys(one["bus"] for one in data["buses"]))
     titles = {"dbus-daemon": "dbus-daemon", "dbus-broker": "dbus-broker", "none": "no bus, a direct connection"}
-    whats = {"round trip": "bare round trip", "message reused": "the same, one message used again", "sysName": "GET `sysName`",
-             "temperature": WHAT["temperature"], "cell": WHAT["cell"], "move": WHAT["move"]}
+    whats = {"round trip": "bare round trip", "message reused": "the same, one message used again",
+             "sysName": "GET `sysName`", "temperature": WHAT["temperature"], "cell": WHAT["cell"], "move": WHAT["move"]}
     rows = []
     for what, title in whats.items():
         row = [title]
@@ -351,7 +367,8 @@ def buses_section(data):
 def logs_section(data):
     titles = {"TraceThatIsOff": "off, one argument", "InformationThatIsOff": "off, three arguments",
               "ErrorToAFile": "on, written to /dev/null"}
-    return table(["Log call", "ns"], [(titles[name], spread(times, "{:.1f}")) for name, times in data["log_calls"].items()])
+    return table(["Log call", "ns"],
+                 [(titles[name], spread(times, "{:.1f}")) for name, times in data["log_calls"].items()])
 
 
 def calls_section(results):
@@ -387,8 +404,9 @@ def plots(results, folder):
     for name in names:
         one = results.series.get((name, "temperature", 1))
         if one:
-            series.append((results.title[name], [one["percentiles"][key] if key != "99.9" or one["samples"] >= 5000 else None
-                                                 for key in keys]))
+            enough = [key != "99.9" or one["samples"] >= 5000 for key in keys]
+            series.append((results.title[name], [one["percentiles"][key] if shown else None
+                                                 for key, shown in zip(keys, enough)]))
     write(folder / "performance-latency.svg",
           svg.lines("GET temperature, 1 in flight: the time within which so many are answered", "µs",
                     [f"{key} %" for key in keys], series))
@@ -397,112 +415,6 @@ def plots(results, folder):
 def write(path, text):
     path.write_text(text)
     print(f"written: {path}")
-
-
-PAGE = """# How fast
-
-Written by `bench/run` from its last run ({date}), which `bench/results/` keeps; do not edit. The figures are medians of
-{rounds} rounds with the least and the greatest in brackets. Machine: {model}, {cores} processors, {system}, Linux
-{kernel}, net-snmp {agent}; load average at the start {load:.2f}.
-{warning}
-## Goals
-
-{goals}
-## How it is measured
-
-One desk camera, one agent with the module, and one agent of each other kind run side by side on loopback; all but the one
-that is being asked are idle. Every round asks each of them everything, in another order, for {seconds} s each, so that a
-machine that is slow for a while is slow for all. The load generator (`bench/load`, C++) sends prepared SNMPv2c messages
-from one socket and keeps 1, 8 or 64 of them under way; a request that is not answered within two seconds counts as lost and
-is asked anew; an answer with an error ends the run, unless another agent gives it: then it is counted. What the module and its limits have in common is measured once more in
-turns, right after each other: the ratios of the goals are medians of the turns' ratios.
-
-The other agents serve a copy of every object of the module, made from a walk; the run checks that they serve the same
-objects and counts the calls of the camera's services that each request makes:
-
-{calls}
-The AgentX subagent and the compiled pass_persist program are C on sd-bus, the Perl one uses Net::DBus, the npm package's
-agent dbus-next. snmpsim answers from a file and makes no calls. The npm package takes a SET's octets for text and answers
-octets above 7F changed.{absent}
-
-## The limits
-
-{limits}
-The UDP echo is a server of one loop that sends every datagram back, asked by the same generator with the same messages:
-while it is well ahead of the fastest agent, the generator is not what limits an agent.
-
-### GETs that need no service
-
-{no_service}
-### Live requests
-
-![What a live request takes](performance-live.svg)
-
-{live}
-The limit is the time of a built-in GET plus that of the bare sd-bus round trips that the object needs, over the same bus to
-the same camera; medians with 1 in flight. A cell of a table needs two: the number of rows, and the state. The bare round
-trips are made without a pause, so that nobody who takes part ever sleeps for long. An agent sleeps between two requests, and
-so do the bus daemon and the camera. The last two columns show what that alone makes of it: they take the time that the same
-bare calls add to a UDP echo that makes them before it answers, with nothing of SNMP or of this module.
-
-## Requests against the other agents
-
-![1 in flight](performance-rates-1.svg)
-
-![8 in flight](performance-rates-8.svg)
-
-![64 in flight](performance-rates-64.svg)
-{requests}
-### Processor time
-
-What all processes behind a request (agent, subagent or child, bus daemon, camera) use for it, with 8 in flight, and how much
-more that is than for this module. It depends less than a rate on what else the machine does.
-
-{processor}
-## Time to the answer
-
-![Percentiles](performance-latency.svg)
-
-Of the built-in scalar and the module, in microseconds; 99.9 % only where there are at least 5,000 requests.
-
-{latency}
-## Walks of everything
-
-{walks}
-## Tables
-
-{table}
-## Traps
-
-{traps}
-A program takes the temperature service's place, tells changes that count up in their readings, and receives the traps: the
-way is service, bus, event thread, trap queue, agent, UDP socket. Times are from the telling to the arrival. By default the
-agent keeps a log of the last thousand notifications (NOTIFICATION-LOG-MIB) and counts its entries for every trap; its
-setting `doNotRetainNotificationLogs yes` does without.
-
-## Start and memory
-
-{memory}
-Memory after two walks. The first answer is that of `modelName` with the module, of `sysName` without.
-
-## Log calls
-
-{logs}
-## Instructions
-
-What the agent's process executes a request, counted by callgrind: unlike a time it hardly depends on what else the machine
-does.
-
-{instructions}
-## Other buses
-
-The same small service, with next to no work of its own, behind three ways: dbus-daemon, dbus-broker (run without systemd by a
-controller of `bench/bus`), and a direct connection to the service that answers what a client asks of a bus itself, so that
-the module's usual client is none the wiser. These are experiments: the product speaks to the bus that it is given.
-
-{buses}
-"Used again" sends one sealed message over and over instead of making a new one for each call.
-"""
 
 
 def page(results):
@@ -517,19 +429,21 @@ def page(results):
     if data["kind"] != "full":
         warning += "\n**A shortened run: the figures are no more than a try.**\n"
     if busy:
-        warning += "\n**The machine was busy with other things: the times, and the verdicts on them, are provisional.**\n"
+        warning += "\n**The machine was busy with other things: the times, and the verdicts on them, are provisional.**"
+        warning += "\n"
     def part(name, section, *arguments):
         if name in data:
             return section(*arguments)
         return f"Not measured: {data['failed'][name]}\n"
 
-    return PAGE.format(
-        date=data["date"], rounds=data["rounds"], seconds=data["seconds"], **data["machine"], warning=warning, absent=absent,
-        goals=goals_section(results), calls=calls_section(results), limits=limits_section(results),
+    return PAGE.read_text(encoding="utf-8").format(
+        date=data["date"], rounds=data["rounds"], seconds=data["seconds"], **data["machine"], warning=warning,
+        absent=absent, goals=goals_section(results), calls=calls_section(results), limits=limits_section(results),
         no_service=part("close_ups", no_service_section, results), live=part("close_ups", live_section, results),
         requests=requests_section(results), processor=processor_section(results), latency=latency_section(results),
-        walks=walks_section(results), table=part("table", table_section, data), traps=part("traps", traps_section, data),
-        memory=part("start_and_memory", memory_section, data), logs=part("log_calls", logs_section, data),
+        walks=walks_section(results), table=part("table", table_section, data),
+        traps=part("traps", traps_section, data), memory=part("start_and_memory", memory_section, data),
+        logs=part("log_calls", logs_section, data),
         instructions=part("instructions", instructions_section, data), buses=part("buses", buses_section, data))
 
 

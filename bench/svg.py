@@ -17,7 +17,8 @@ class Picture:
                           f"text-anchor='{anchor}' fill='{colour}'>{escape(text)}</text>")
 
     def box(self, x, y, width, height, colour):
-        self.parts.append(f"<rect x='{x:.1f}' y='{y:.1f}' width='{max(width, 0):.1f}' height='{height:.1f}' fill='{colour}'/>")
+        self.parts.append(f"<rect x='{x:.1f}' y='{y:.1f}' width='{max(width, 0):.1f}' height='{height:.1f}' "
+                          f"fill='{colour}'/>")
 
     def line(self, x1, y1, x2, y2, colour="#ddd", width=1.0):
         self.parts.append(f"<line x1='{x1:.1f}' y1='{y1:.1f}' x2='{x2:.1f}' y2='{y2:.1f}' stroke='{colour}' "
@@ -31,7 +32,8 @@ class Picture:
     def written(self):
         return (f"<svg xmlns='http://www.w3.org/2000/svg' width='{self.width}' height='{self.height}' "
                 f"viewBox='0 0 {self.width} {self.height}'>\n"
-                f"<rect width='{self.width}' height='{self.height}' fill='#fff'/>\n" + "\n".join(self.parts) + "\n</svg>\n")
+                f"<rect width='{self.width}' height='{self.height}' fill='#fff'/>\n" + "\n".join(self.parts) +
+                "\n</svg>\n")
 
 
 def short(number):

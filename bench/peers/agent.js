@@ -1,4 +1,5 @@
-// Serves a camera's objects with the npm package net-snmp: node agent.js PORT OBJECTS. The file is described in objects.h.
+// Serves a camera's objects with the npm package net-snmp: node agent.js PORT OBJECTS. The file is described in
+// objects.h.
 'use strict';
 const fs = require('fs');
 const snmp = require('net-snmp');
@@ -74,7 +75,8 @@ function provide(object) {
   const parent = object.oid.slice(0, object.oid.lastIndexOf('.'));
   if (!mib.getProvider(parent)) {
     const maxAccess = snmp.MaxAccess[object.set === '-' ? 'read-only' : 'read-write'];
-    const provider = { name: parent, type: snmp.MibProviderType.Scalar, oid: parent, scalarType: types[object.type], maxAccess, handler: handle };
+    const type = snmp.MibProviderType.Scalar;
+    const provider = { name: parent, type, oid: parent, scalarType: types[object.type], maxAccess, handler: handle };
     agent.registerProvider(provider);
     mib.addProviderToNode(provider);
   }

@@ -110,9 +110,9 @@ def test_run_measures_everything_it_names(smoke):
     figures, _ = smoke
     assert figures["absent"] == {}
     asked = {(one["contestant"], one["workload"], one["in_flight"]) for one in figures["series"]}
-    expected = {(contestant, workload, in_flight) for in_flight in (1, 8, 64)
-                for contestant, workload in [("echo", "echo"), ("built-in", "sysName"),
-                                             *((c, w) for c in ("module", "agentx") for w in ("identity", "temperature", "move"))]}
+    agents = [(agent, what) for agent in ("module", "agentx") for what in ("identity", "temperature", "move")]
+    expected = {(contestant, what, in_flight) for in_flight in (1, 8, 64)
+                for contestant, what in [("echo", "echo"), ("built-in", "sysName"), *agents]}
     expected |= {("bus", what, 1) for what in ("temperature", "input", "count", "pan")}
     assert asked == expected
     assert all(one["samples"] > 0 and one["rounds"][0]["rate"] > 0 for one in figures["series"])

@@ -164,10 +164,11 @@ REMARKS = {
         "stands under Instructions.",
     "live":
         "The round trips take longer inside a request than one after the other, because those who take part sleep and "
-        "have to be woken in between; what that costs without the module stands under Live requests. Nearly all that the "
-        "agent executes for a call is the bus library's own, as a profile by callgrind shows. The module's client adds "
+        "have to be woken in between; what that costs without the module stands under Live requests. Nearly all that "
+        "the agent executes for a call is the bus library's own, as a profile by callgrind shows. The module's client adds "
         "three system calls, to keep signals away from the call and to read what has come since the last one. Both "
-        "stay: without the first a signal fails a call, without the second the first call after a restart of the bus fails.",
+        "stay: without the first a signal fails a call, without the second the first call after a restart of the bus "
+        "fails.",
     "against every peer":
         "See the table below. An agent that asks a service while it serves other requests gets ahead of the "
         "module when many requests are in flight: the module's calls are synchronous, one at a time, as the "

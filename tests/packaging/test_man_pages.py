@@ -1,0 +1,56 @@
+"""The man pages name what the commands' own usage texts name, both ways."""
+
+import re
+import subprocess
+
+import pytest
+
+from desk import BUILD
+from field import ADD_USER, PACKAGING
+
+PROGRAMS = {name: BUILD / "bin" / name for name in ["orvex-dome", "domectl", "tavos-settings"]}
+PROGRAMS["orvexsnmp-add-user"] = ADD_USER
+
+
+def usage(name):
+    done = subprocess.run([PROGRAMS[name]], capture_output=True, text=True, stdin=subprocess.DEVNULL, timeout=20)
+    assert done.returncode == 2
+    return done.stderr
+
+
+def page(name):
+    """The page as a reader sees it, without hyphenation."""
+    (source,) = (PACKAGING / "man").glob(f"{name}.[18]")
+    done = subprocess.run(["man", "--local-file", "--no-hyphenation", "--no-justification", source], capture_output=True,
+                          text=True, env={"PATH": "/usr/bin:/bin", "LANG": "C.UTF-8", "MANWIDTH": "200"}, timeout=20)
+    assert (done.returncode, done.stderr) == (0, "")
+    return re.sub(".\b", "", done.stdout)
+
+
+def options(text):
+    return set(re.findall(r"(?<![\w-])--[a-z]+(?:-[a-z]+)*", text))
+
+
+@pytest.mark.parametrize("name", PROGRAMS)
+def test_the_options_are_those_of_the_command(name):
+    assert options(usage(name)) == options(page(name))
+
+
+def test_domectls_commands_are_all_there():
+    command = r"^ +((?:state|calls|set|banks|clock|event|fault)\b[^ ]*(?: [a-z][a-z0-9|-]*)?)"
+    told = set(re.findall(command, usage("domectl"), re.MULTILINE))
+    assert len(told) > 15
+    written = " ".join(page("domectl").split())
+    assert [words for words in sorted(told) if words not in written] == []
+
+
+def test_tavos_settings_commands_are_all_there():
+    for command in ["get KEY", "set KEY VALUE", "list [PATH]", "import FILE", "export [FILE]"]:
+        assert command in " ".join(usage("tavos-settings").split())
+        assert command in " ".join(page("tavos-settings").split())
+
+
+def test_mynames_options_are_all_there():
+    done = subprocess.run([BUILD / "bin" / "myname"], capture_output=True, text=True, timeout=20)
+    (words,) = re.findall(r"myname (-m\S+)", done.stderr)
+    assert words.replace("|", " | ") in page("myname") or words in page("myname")

@@ -248,7 +248,7 @@ private:
                                answer.error != SNMP_ERR_COMMITFAILED;
         MUST(!isRefused || driven.empty(), "error %ld and yet %s", answer.error, driven.front().c_str());
         MUST(driven.size() <= bindings.size(), "%zu calls for %zu bindings", driven.size(), bindings.size());
-        isCounted = isCounted && HasTrueCounts();
+        isCounted = isCounted && !_isMixed;
         for (const auto& call : driven) CheckDriven(call, bindings, isCounted);
         // With everything at rest, what was said to have been done has been done: a call for each cell.
         if (isSteady && answer.error == SNMP_ERR_NOERROR) {
@@ -256,9 +256,16 @@ private:
         }
     }
 
-    /// A count that cannot be read is replaced by that of the bank before.
+    /// A count that cannot be read is replaced by that of the bank before, and of banks with one name the service
+    /// counts the first: the rows are then not those of Relays.
     static bool HasTrueCounts() {
-        return Camera().relays.bankCount.empty() && Camera().failing.count("relay.GetBankRelayCount") == 0;
+        return Camera().relays.bankCount.empty() && Camera().failing.count("relay.GetBankRelayCount") == 0 &&
+               HasOwnNames(Camera().relays);
+    }
+    static bool HasOwnNames(const FakeCamera::Banks& banks) {
+        std::set<std::string> names;
+        for (const auto& bank : banks.banks) names.insert(bank.first);
+        return names.size() == banks.banks.size();
     }
 
     /// "SetRelay BNK2 0 1": only because an INTEGER was sent to the state of a row that was this relay's at some moment
@@ -301,10 +308,7 @@ private:
         return !_isDisturbed && Camera().failing.empty() && IsOrdinary(Camera().alarms) && IsOrdinary(Camera().relays);
     }
     static bool IsOrdinary(const FakeCamera::Banks& banks) {
-        std::set<std::string> names;
-        for (const auto& bank : banks.banks) names.insert(bank.first);
-        // Banks of one name cannot be told apart.
-        return banks.total < 0 && banks.bankCount.empty() && names.size() == banks.banks.size();
+        return banks.total < 0 && banks.bankCount.empty() && HasOwnNames(banks);
     }
 
     /// A service that throws, or works again; or banks that change in the middle of a request.
@@ -341,6 +345,7 @@ private:
             Camera().relays = changes->back().banks;
             changes->pop_back();
             _seen.push_back(Relays());
+            _isMixed = _isMixed || !HasTrueCounts();
         };
         _isDisturbed = true;
     }
@@ -348,7 +353,7 @@ private:
     Bytes& _bytes;
     std::vector<std::vector<std::string>> _seen;  // what the relays have been since the SET began
     std::unique_ptr<Providers> _providers;
-    bool _isMixed = false;
+    bool _isMixed = false;      // rows that are not those of Relays
     bool _isDisturbed = false;  // once disturbed, the stored rows may tell of what was
 };
 

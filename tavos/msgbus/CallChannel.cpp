@@ -96,7 +96,8 @@ MessagePtr CallChannel::Exchange(const ServiceAddress& to, sd_bus_message* call,
         return MessagePtr(answer);
     }
 
-    const bool late = result == -ETIMEDOUT;
+    // The same number stands for what the bus answers in the name of a service that has ended in the middle of a call.
+    const bool late = result == -ETIMEDOUT && !error.Is(SD_BUS_ERROR_NO_REPLY);
     if (late) _silent->Missed(to);
     if (late || sd_bus_is_open(_bus.get()) <= 0) {
         // A late answer has no taker; hanging up makes the bus forget it.

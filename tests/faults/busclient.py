@@ -59,20 +59,20 @@ class Service:
         self._socket.close()
 
     def receive(self):
-        """Kind, serial and body of the next message."""
+        """Kind, serial, header and body of the next message."""
         head = self._file.read(16)
         if len(head) < 16:
             raise EOFError("the bus has hung up")
         _, kind, _, _, length, serial, fields = struct.unpack("<BBBBIII", head)
         rest = self._file.read((fields + 7) // 8 * 8 + length)
-        return kind, serial, rest[len(rest) - length:]
+        return kind, serial, rest[:len(rest) - length], rest[len(rest) - length:]
 
     def await_call(self):
-        """The serial of the next call."""
+        """Waits for the next call that is one of the camera's, not a question for a sign of life."""
         while True:
-            kind, serial, _ = self.receive()
-            if kind == CALL:
-                return serial
+            kind, _, header, _ = self.receive()
+            if kind == CALL and b"\0Ping\0" not in header:
+                return
 
     def tell(self, event, values):
         """One event of one number for each of the values, all of them at once. Nobody is waited for but the bus."""
@@ -95,7 +95,7 @@ class Service:
             fields[SIGNATURE] = signature
         self._socket.sendall(message(CALL, self._serial, fields, body))
         while True:
-            kind, _, answer = self.receive()
+            kind, _, _, answer = self.receive()
             assert kind != ERROR, f"{member}: {answer}"
             if kind == RETURN:
                 return answer

@@ -177,7 +177,7 @@ def test_retransmissions_get_the_same_answer(running, manager, kind):
     message = {
         "GET": ber.encode(ber.GET, [(row.oid, ber.NULL, b"") for row in ROWS[:30]]),
         "GETNEXT": ber.encode(ber.GETNEXT, [(row.oid, ber.NULL, b"") for row in ROWS[:30]]),
-        "GETBULK": ber.encode(ber.GETBULK, [(SUBTREES[1], ber.NULL, b"")], index=1000),
+        "GETBULK": ber.encode(ber.GETBULK, [(SUBTREES[1], ber.NULL, b"")], index=len(rows_below(SUBTREES[1]))),
         "SET": ber.encode(ber.SET, [(pan, ber.OCTET_STRING, bytes.fromhex("02001194"))], "private"),
     }[kind]
     answers, _ = sent_again(manager, message, 10)

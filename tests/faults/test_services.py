@@ -105,8 +105,11 @@ def die_of_a_call(desk):
     """A service of the sensor's name, which ends in the middle of its first call."""
     command = ["/usr/bin/python3", DYING_SERVICE, desk.state / "bus.sock", "Voltage2"]
     with subprocess.Popen(list(map(str, command)), stdout=subprocess.PIPE) as service:
-        assert service.stdout.readline() == b"ready\n"
-        assert service.wait(5) == -signal.SIGKILL
+        try:
+            assert service.stdout.readline() == b"ready\n"
+            assert service.wait(5) == -signal.SIGKILL
+        finally:
+            service.kill()
 
 
 def check_others(asking, figure, deaths):

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <memory>
+#include <thread>
 
 #include "FakeServices.h"
 #include "HostThread.h"
@@ -146,6 +147,18 @@ TEST_F(SilenceTest, AServiceThatEndsIsMissing) {
     EXPECT_EQ(Failure(), kLate);
     host.reset();
     EXPECT_TRUE(ComesTo(kMissing));
+}
+
+TEST_F(SilenceTest, AServiceThatEndsInTheMiddleOfACallIsNotSilent) {
+    callsHang = true;
+    std::string failure;
+    std::thread caller([&] { failure = Failure(); });
+    EXPECT_TRUE(Eventually([&] { return arrived == 1; }));
+    host.reset();
+    caller.join();
+    EXPECT_THAT(failure, HasSubstr("disconnected"));
+    EXPECT_EQ(Failure(), kMissing);
+    EXPECT_EQ(Logged("does not answer"), 0U);
 }
 
 TEST_F(SilenceTest, AServiceThatOnlySeemsAliveIsAskedLessOften) {

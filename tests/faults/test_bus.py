@@ -8,7 +8,7 @@ import pytest
 import ber
 from desk import ManagerOf, await_until
 from expected_tree import OID
-from watching import SANITIZED, Asking, footprint, settled, times
+from watching import SANITIZED, TRAPS_KEPT, Asking, footprint, settled, times
 from traps import Sink
 
 
@@ -39,6 +39,8 @@ def test_the_bus_restarts_over_and_over(started, figure):
             return sink.values[-1] == told
 
         await_until(events_arrive, "the first event")
+        started.domectl("event", "power", 1, "--count", TRAPS_KEPT)
+        await_until(lambda: len(sink.values) > TRAPS_KEPT, "all traps")
         before = settled(started)
         with Asking(started, OID["voltage"], pause=0.001) as served, Asking(started, OID["modelName"]) as model:
             for number in range(rounds):

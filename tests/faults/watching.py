@@ -1,5 +1,7 @@
 """How long the tests run, what a process holds, and requests that go on while something breaks."""
 
+import contextlib
+import gc
 import os
 import pathlib
 import socket
@@ -68,20 +70,26 @@ class Answer(NamedTuple):
     value: str
 
 
+def parsed(line):
+    sent, seconds, *outcome = line.split(None, 3)
+    status, value = (int(outcome[0]), outcome[1].strip()) if len(outcome) == 2 else (None, "")
+    return Answer(float(sent), float(seconds), status, value)
+
+
 class Asking:
     """A manager that asks for one object over and over, each time when the last answer has come, for a `with`, which
     begins when the first one has come, if it is to wait for that."""
 
     def __init__(self, desk, oid, pause=0.0, timeout=5.0, wait=True):
         self._command = ["/usr/bin/python3", ASKING, desk.port, oid, pause, timeout]
-        self._wait, self._answers = wait, []
+        self._wait, self._lines = wait, []
 
     def __enter__(self):
         self._process = subprocess.Popen(list(map(str, self._command)), stdout=subprocess.PIPE, text=True)
         self._reader = threading.Thread(target=self._read, daemon=True)
         self._reader.start()
         if self._wait:
-            await_until(lambda: self._answers, "the first answer")
+            await_until(lambda: self._lines, "the first answer")
         return self
 
     def __exit__(self, *_):
@@ -92,26 +100,23 @@ class Asking:
 
     def _read(self):
         for line in self._process.stdout:
-            if not line.endswith("\n"):
-                return  # ended in the middle of it
-            sent, seconds, *outcome = line.split(None, 3)
-            status, value = (int(outcome[0]), outcome[1].strip()) if len(outcome) == 2 else (None, "")
-            self._answers.append(Answer(float(sent), float(seconds), status, value))
+            if line.endswith("\n"):  # it may have been ended in the middle of one
+                self._lines.append(line)
 
     @property
     def answers(self):
-        return list(self._answers)
+        return [parsed(line) for line in self._lines]
 
     @property
     def statuses(self):
-        return {answer.status for answer in self._answers}
+        return {answer.status for answer in self.answers}
 
     def await_answer(self, status, seconds=15):
         """Waits until a request that is sent from now on is answered with the status."""
         start = time.monotonic()
 
         def answered():
-            for answer in reversed(self._answers):
+            for answer in map(parsed, reversed(self._lines)):
                 if answer.sent < start:
                     return False
                 if answer.status == status:
@@ -121,7 +126,17 @@ class Asking:
         await_until(answered, f"an answer with status {status}", seconds)
 
     def taken(self):
-        return [answer.seconds for answer in self._answers]
+        return [answer.seconds for answer in self.answers]
+
+
+@contextlib.contextmanager
+def no_collections():
+    """The interpreter's own pauses, of up to 0.2 s, would be measured."""
+    gc.disable()
+    try:
+        yield
+    finally:
+        gc.enable()
 
 
 def answers_at_a_rate(port, oid, rate, seconds):
@@ -134,7 +149,7 @@ def answers_at_a_rate(port, oid, rate, seconds):
         ids[ber.Message(message).request_id] = number
         messages.append(message)
     taken = [None] * len(messages)
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as manager:
+    with no_collections(), socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as manager:
         manager.connect(("127.0.0.1", port))
         start = time.monotonic()
 

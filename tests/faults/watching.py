@@ -18,7 +18,7 @@ FULL = os.environ.get("ORVEX_FULL") == "1"
 
 # A build whose memory says nothing about that of the real one.
 SANITIZED = bool(sanitizer_runtime())
-TRAPS_KEPT = 1000  # by the stock agent, in its notification log: about 9 kB each
+TRAPS_KEPT = 1000  # by a stock agent that is not told otherwise, in its notification log: about 9 kB each
 ASKING = pathlib.Path(__file__).with_name("asking.py")
 
 

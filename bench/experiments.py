@@ -129,20 +129,20 @@ def instructions(options):
     return counted
 
 
-class _UnloggedDesk(Desk):
-    """An agent that keeps no log of the notifications that it sends; it is one of the agent's own settings."""
+class _LoggedDesk(Desk):
+    """An agent that keeps its own log of the notifications that it sends, as it does unless its settings say otherwise."""
 
     def __init__(self):
         super().__init__()
-        with open(self.state / "snmpd.conf", "a", encoding="ascii") as configuration:
-            configuration.write("doNotRetainNotificationLogs yes\n")
+        configuration = self.state / "snmpd.conf"
+        configuration.write_text(configuration.read_text().replace("doNotRetainNotificationLogs yes\n", ""))
 
 
 def traps(options):
     """Events told by a program in the place of the camera's thermometer."""
     results = {"rate": options.trap_rate}
     for kind, desk_class, rate in (("paced", Desk, options.trap_rate), ("burst", Desk, 0),
-                                   ("unlogged", _UnloggedDesk, 0)):
+                                   ("logged", _LoggedDesk, 0)):
         with _closing(desk_class()) as desk:
             desk.start()
             desk.domectl("fault", "temperature", "gone")

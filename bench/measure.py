@@ -31,7 +31,7 @@ def machine():
     return {
         "model": model.group(1) if model else platform.machine(),
         "cores": os.cpu_count(),
-        "kernel": platform.release(),
+        "kernel": platform.release().partition("-")[0],
         "system": re.search(r'^PRETTY_NAME="(.*)"', system, re.M).group(1),
         "agent": subprocess.run([SNMPD, "-v"], capture_output=True, text=True).stdout.split("\n")[1].split()[-1],
         "load": os.getloadavg()[0],

@@ -178,8 +178,7 @@ REMARKS = {
         "time: so the cost is a call or two a row, whatever the table's size, plus the agent's own search for "
         "the row.",
     "traps":
-        "One thread of the agent builds and sends every trap, and by default it also logs each one in a table "
-        "whose entries it counts every time; what that setting costs stands under Traps.",
+        "One thread of the agent builds and sends every trap; what it takes for one stands under Traps.",
     "memory":
         "The module's own objects are small; the rest is the C++ runtime and the libraries of the bus, the "
         "logger and the settings store, which the stock agent does not load.",
@@ -316,7 +315,7 @@ def table_section(data):
 def traps_section(data):
     rows = []
     for kind, title in (("paced", f"{data['traps']['rate']:,} events a second"), ("burst", "all events at once"),
-                        ("unlogged", "the same, `doNotRetainNotificationLogs`")):
+                        ("logged", "the same, the agent keeps its log")):
         all_ = data["traps"][kind]
         rates = [one["traps"] / one["seconds"] for one in all_]
         p = {key: median([one["percentiles"][key] for one in all_]) / 1000 for key in ("50", "99", "99.9")}

@@ -4,11 +4,12 @@ import os
 import shutil
 import signal
 import socket
+import subprocess
 
 import pytest
 
 import ber
-from desk import await_until
+from desk import ROOT, await_until
 from expected_tree import OID
 from test_run import Started, gone, message, run
 
@@ -73,10 +74,24 @@ def test_a_fleet_whose_supervisor_is_killed_leaves_nobody_behind(fleet):
 
 
 @pytest.mark.parametrize("words", [["--fleet", "0"], ["--fleet", "many"], ["--fleet", "3", "--port", "65534"],
-                                   ["--fleet", "3", "--console-port", "65534"]])
+                                   ["--fleet", "3", "--console-port", "65534"],
+                                   ["--fleet", "3", "--port", "2000", "--trap-port", "2002"]])
 def test_a_fleet_that_cannot_be_is_refused(words):
     status, _, error = run(*words)
     assert (status, len(error.splitlines())) == (2, 1)
+
+
+def test_traps_go_beside_the_agents_unless_told_otherwise(fleet):
+    status, out, error = run("--detach", "--fleet", str(COUNT), "--state", fleet.state, "--port", fleet.port,
+                             "--console-port", "0")
+    assert status == 0, error
+    assert f"their traps go to UDP port {fleet.port + COUNT}." in out
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
+        receiver.bind(("127.0.0.1", fleet.port + COUNT))
+        receiver.settimeout(10)
+        subprocess.run([ROOT / "build" / "desk" / "bin" / "domectl", "--state", fleet.state / "2", "event",
+                        "temperature", "0", "41"], check=True, timeout=20)
+        assert receiver.recv(65536)
 
 
 def test_a_taken_port_is_named(fleet):

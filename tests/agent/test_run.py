@@ -29,7 +29,7 @@ class Started:
         self.console_port = 0
 
     def words(self, *more):
-        return [RUN, *more, "--state", self.state, "--port", str(self.port), "--trap-port", str(free_udp_port()),
+        return [RUN, *more, "--state", self.state, "--port", str(self.port), "--trap-port", str(self.port - 1),
                 "--console-port", str(self.console_port)]
 
     def run(self, *more):

@@ -12,22 +12,16 @@ from tools import Tools  # noqa: E402
 @pytest.fixture
 def desk():
     """A desk camera of the test's own, with nothing started yet."""
-    desk = desks.Desk()
-    yield desk
-    desk.close()
+    with desks.Desk() as desk:
+        yield desk
 
 
 @pytest.fixture(scope="module")
 def running():
     """One running desk camera for all tests of a file."""
-    desk = desks.Desk()
-    try:
+    with desks.Desk() as desk:
         desk.start()
-    except BaseException:
-        desk.close()
-        raise
-    yield desk
-    desk.close()
+        yield desk
 
 
 @pytest.fixture

@@ -52,7 +52,8 @@ def sanitizer_runtime():
 
 
 class Desk:
-    """Made but not started: settings, versions and configurations are there and can be changed before start()."""
+    """Made but not started: settings, versions and configurations are there and can be changed before start(). A `with`
+    closes it."""
 
     def __init__(self):
         self.state = pathlib.Path(tempfile.mkdtemp(prefix="orvex-"))
@@ -71,6 +72,12 @@ class Desk:
             UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1",
         )
         self.processes = {}  # in the order of their start
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
 
     def start(self):
         self.start_bus()

@@ -1,9 +1,13 @@
-"""docs/objects.md names exactly what the agent serves."""
+"""docs/objects.md names exactly what the agent serves, and what README.md and docs/dome.md show is what happens."""
 
 import re
+import subprocess
 
-from desk import ROOT
+import pytest
+
+from desk import BUILD, ROOT, await_until
 from expected_tree import ORVEX, ROWS
+from pages import agrees, commands_of
 from test_tree import NAMES_OF_TAGS
 
 TYPES = {tag: "OCTET STRING" if name == "Hex-STRING" else name for tag, name in NAMES_OF_TAGS.items()}
@@ -32,3 +36,22 @@ def test_every_column_is_documented_with_its_type_and_access():
 def test_names_are_the_objects_own():
     names = {name for name, oid, *_ in documented() if not oid.endswith(".ROW")}
     assert names == {row.name for row in ROWS if not is_cell(row)}
+
+
+@pytest.mark.parametrize(("page", "count"), [("README.md", 4), ("docs/dome.md", 6)])
+def test_what_a_page_shows_is_what_happens(desk, page, count):
+    desk.start()
+    desk.domectl("clock", "rate", 100)  # the reader lets a move end
+    commands = commands_of((ROOT / page).read_text())
+    assert len(commands) == count
+    for command, shown in commands:
+        for theirs, ours in [("127.0.0.1:1161", f"127.0.0.1:{desk.port}"), ("--state state", f"--state {desk.state}"),
+                             ("build/desk/", f"{BUILD}/")]:
+            command = command.replace(theirs, ours)
+
+        def as_shown():
+            done = subprocess.run(["bash", "-c", command], env=desk.environment, capture_output=True, text=True, timeout=20)
+            assert (done.returncode, done.stderr) == (0, ""), command
+            return not shown or agrees(done.stdout, shown)
+
+        await_until(as_shown, f"{command}: {shown}")

@@ -11,6 +11,7 @@ import desk as desks
 import mibs
 from desk import BUILD, ROOT, await_until
 from expected_tree import CCTV, GLOBAL, OID, ORVEX, ROWS, RW, SUBTREES
+from pages import commands_of
 
 TYPES = {"OctetString": ber.OCTET_STRING, "Integer32": ber.INTEGER, "Enumeration": ber.INTEGER, "Gauge32": ber.GAUGE32}
 CELLS = {"Bank": "BankName", "Number": "Number", "State": "State"}  # the tables' columns, by the tests' names for them
@@ -211,23 +212,10 @@ def test_snmptranslate_knows_every_instance_by_name_and_by_number(running):
 DOCUMENTATION = (ROOT / "docs" / "mibs.md").read_text()
 
 
-def documented_commands():
-    """Each command of docs/mibs.md that is shown with its answer, and the answer's lines without the empty ones."""
-    commands = []
-    for line in DOCUMENTATION.splitlines():
-        if line.startswith("    $ "):
-            commands.append((line.removeprefix("    $ "), answer := []))
-        elif line.startswith("    ") and commands:
-            answer.append(line.removeprefix("    "))
-        elif line and commands:
-            answer = []  # text: what follows it belongs to no command
-    return commands
-
-
 def test_documented_commands_answer_as_documented(desk):
     desk.start()
     environment, exports, tools = dict(desk.environment, SNMPCONFPATH="/etc/snmp"), [], set()
-    for command, answer in documented_commands():
+    for command, answer in commands_of(DOCUMENTATION):
         command = command.replace("$PWD/build/desk", str(BUILD)).replace("127.0.0.1:1161", f"127.0.0.1:{desk.port}")
         if command.startswith("export "):
             exports.append(command)

@@ -13,14 +13,9 @@ from tools import Tools  # noqa: E402
 @pytest.fixture(scope="module")
 def running():
     """One running desk camera with a console, and with an agent in front of it, for all tests of a file."""
-    desk = ConsoleDesk()
-    try:
+    with ConsoleDesk() as desk:
         desk.start()
-    except BaseException:
-        desk.close()
-        raise
-    yield desk
-    desk.close()
+        yield desk
 
 
 @pytest.fixture
@@ -33,9 +28,8 @@ def camera(running):
 @pytest.fixture
 def desk():
     """A desk camera of the test's own, with nothing started yet."""
-    desk = ConsoleDesk()
-    yield desk
-    desk.close()
+    with ConsoleDesk() as desk:
+        yield desk
 
 
 @pytest.fixture

@@ -25,20 +25,16 @@ def undisturbed():
 @pytest.fixture
 def desk():
     """A desk camera of the test's own, with nothing started yet."""
-    desk = desks.Desk()
-    yield desk
-    desk.close()
+    with desks.Desk() as desk:
+        yield desk
 
 
 @pytest.fixture
 def started():
     """A running desk camera of the test's own."""
-    desk = desks.Desk()
-    try:
+    with desks.Desk() as desk:
         desk.start()
         yield desk
-    finally:
-        desk.close()
 
 
 @pytest.fixture

@@ -18,12 +18,9 @@ DEADLINE = 0.5
 
 @pytest.fixture(scope="module")
 def running():
-    desk = desks.Desk()
-    try:
+    with desks.Desk() as desk:
         desk.start()
         yield desk
-    finally:
-        desk.close()
 
 
 @pytest.fixture

@@ -29,16 +29,13 @@ ABSENT = OID["modelName"] + ".7"
 @pytest.fixture(scope="module")
 def running():
     """One camera for the whole file; its agent knows one more user."""
-    desk = desks.Desk()
-    try:
+    with desks.Desk() as desk:
         with open(desk.state / "snmpd.conf", "a") as configuration:
             configuration.write('createUser tester SHA-256 "authentic tester 1" AES "private tester 2"\n'
                                 'group testers usm tester\n'
                                 'access testers "" usm priv exact readable camera none\n')
         desk.start()
         yield desk
-    finally:
-        desk.close()
 
 
 def run(desk, version, tool, *words, port=None):

@@ -14,15 +14,10 @@ from managers import MANAGERS, manager  # noqa: E402
 @pytest.fixture(scope="session")
 def running():
     """One running desk camera for the tests of all managers."""
-    desk = desks.Desk()
-    try:
+    with desks.Desk() as desk:
         desk.start()
         desk.domectl("clock", "rate", 100)  # moves that end at once
-    except BaseException:
-        desk.close()
-        raise
-    yield desk
-    desk.close()
+        yield desk
 
 
 @pytest.fixture

@@ -76,8 +76,7 @@ def exporter(running):
 @pytest.fixture(scope="module")
 def fielded():
     """A camera that shows nothing of its host, as in the field: right behind one part of its tree comes the other."""
-    desk = Desk()
-    try:
+    with Desk() as desk:
         configuration = desk.state / "snmpd.conf"
         everything = "view readable included .1\n"
         text = configuration.read_text()
@@ -86,8 +85,6 @@ def fielded():
         configuration.write_text(text.replace(everything, shown))
         desk.start()
         yield desk
-    finally:
-        desk.close()
 
 
 def metric(row):

@@ -34,14 +34,9 @@ SERVICES = [service(interface.get("name")) for interface in INTERFACES]
 
 @pytest.fixture(scope="module", params=["own", "system"])
 def camera(request):
-    desk = PolicedDesk(request.param)
-    try:
+    with PolicedDesk(request.param) as desk:
         desk.start()
-    except BaseException:
-        desk.close()
-        raise
-    yield desk
-    desk.close()
+        yield desk
 
 
 def refused(done):

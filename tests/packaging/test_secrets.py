@@ -27,9 +27,8 @@ def store(tmp_path):
 
 @pytest.fixture
 def field():
-    desk = FieldDesk()
-    yield desk
-    desk.close()
+    with FieldDesk() as desk:
+        yield desk
 
 
 def test_the_state_folder_is_its_users_alone(field):

@@ -43,15 +43,10 @@ HARMLESS = {
 
 @pytest.fixture(scope="module")
 def camera():
-    desk = FieldDesk()
-    try:
+    with FieldDesk() as desk:
         desk.add_users(*ROLES)
         desk.start()
-    except BaseException:
-        desk.close()
-        raise
-    yield desk
-    desk.close()
+        yield desk
 
 
 def harmless_value(row):

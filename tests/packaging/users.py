@@ -36,6 +36,7 @@ class PolicedDesk(Desk):
         super().__init__()
         self.kind = kind
         self.state.chmod(0o711)
+        shutil.chown(self.state / "snmpd.conf", AGENT)
         self._share_programs()
         self._share_settings()
         shutil.chown(self.state / "snmp", AGENT)

@@ -10,6 +10,7 @@
 #include <memory>
 #include <thread>
 
+#include "Failure.h"
 #include "FakeServices.h"
 #include "HostThread.h"
 #include "OtherPan.h"
@@ -34,17 +35,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
-
-/// The text of the exception, or "" when the work throws none.
-template <class Work>
-std::string Failure(const Work& work) {
-    try {
-        work();
-    } catch (const Exception& e) {
-        return e.what();
-    }
-    return "";
-}
 
 class BusTest : public testing::Test {
 protected:

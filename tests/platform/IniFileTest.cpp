@@ -3,6 +3,7 @@
 
 #include <sstream>
 
+#include "Failure.h"
 #include "tavos/core/IniFile.h"
 #include "tavos/osa/Exception.h"
 
@@ -25,12 +26,7 @@ std::string Written(const IniFile& ini) {
 }
 
 std::string Refusal(const std::string& text) {
-    try {
-        Parsed(text);
-    } catch (const tavos::osa::Exception& e) {
-        return e.what();
-    }
-    return "";
+    return Failure([&] { Parsed(text); });
 }
 
 TEST(IniFileTest, MissingIsEmpty) {

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "Failure.h"
 #include "TemporaryFolder.h"
 #include "tavos/core/IniFile.h"
 #include "tavos/core/Logger.h"
@@ -23,16 +24,6 @@ using testing::AllOf;
 using testing::HasSubstr;
 
 namespace {
-
-template <class Work>
-std::string Failure(const Work& work) {
-    try {
-        work();
-    } catch (const Exception& e) {
-        return e.what();
-    }
-    return "";
-}
 
 class SettingsTest : public testing::Test {
 protected:

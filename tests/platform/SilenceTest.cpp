@@ -7,6 +7,7 @@
 #include <memory>
 #include <thread>
 
+#include "Failure.h"
 #include "FakeServices.h"
 #include "HostThread.h"
 #include "PrivateBus.h"
@@ -73,18 +74,13 @@ protected:
     }
 
     /// What a call to the pan axis fails with, or "".
-    std::string Failure() const {
-        try {
-            panClient->GetMaxPosition();
-        } catch (const tavos::osa::Exception& e) {
-            return e.what();
-        }
-        return "";
+    std::string PanFailure() const {
+        return Failure([&] { panClient->GetMaxPosition(); });
     }
 
     /// True when calls come to fail, or to succeed (""), in that way.
     bool ComesTo(const std::string& failure) const {
-        return Eventually([&] { return Failure() == failure; });
+        return Eventually([&] { return PanFailure() == failure; });
     }
 
     std::size_t Logged(const std::string& line) const { return Count(FileText(folder.File("log")), line); }
@@ -106,37 +102,37 @@ protected:
 
 TEST_F(SilenceTest, OneCallWaitsAndTheNextFailWithoutReachingTheService) {
     Hang(true);
-    EXPECT_EQ(Failure(), kLate);
-    for (int i = 0; i < 100; ++i) EXPECT_EQ(Failure(), kSilent);
+    EXPECT_EQ(PanFailure(), kLate);
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(PanFailure(), kSilent);
     EXPECT_EQ(arrived, 1);
     EXPECT_EQ(Logged(" tavos Error org.tavos.Pan1 does not answer: until it does, calls to it fail at once\n"), 1U);
 }
 
 TEST_F(SilenceTest, OtherServicesAnswerMeanwhile) {
     Hang(true);
-    EXPECT_EQ(Failure(), kLate);
+    EXPECT_EQ(PanFailure(), kLate);
     EXPECT_NO_THROW(temperatureClient->GetTemperatureDegreesCelsius(0));
-    EXPECT_EQ(Failure(), kSilent);
+    EXPECT_EQ(PanFailure(), kSilent);
 }
 
 TEST_F(SilenceTest, AfterASignOfLifeItIsCalledAgain) {
     Hang(true);
-    EXPECT_EQ(Failure(), kLate);
-    EXPECT_EQ(Failure(), kSilent);
+    EXPECT_EQ(PanFailure(), kLate);
+    EXPECT_EQ(PanFailure(), kSilent);
     Hang(false);
     EXPECT_TRUE(ComesTo(""));
     EXPECT_EQ(Logged(" tavos Information org.tavos.Pan1 answers again\n"), 1U);
     EXPECT_EQ(arrived, 2);
 
     Hang(true);  // what was is forgotten
-    EXPECT_EQ(Failure(), kLate);
+    EXPECT_EQ(PanFailure(), kLate);
     Hang(false);
     EXPECT_TRUE(ComesTo(""));
 }
 
 TEST_F(SilenceTest, AnErrorIsAnAnswer) {
     Hang(true);
-    EXPECT_EQ(Failure(), kLate);
+    EXPECT_EQ(PanFailure(), kLate);
     host->Do([](ServiceHost& h) { h.SetPresent("org.tavos.Pan1", false); });
     Hang(false);
     EXPECT_TRUE(ComesTo(kMissing));
@@ -144,7 +140,7 @@ TEST_F(SilenceTest, AnErrorIsAnAnswer) {
 
 TEST_F(SilenceTest, AServiceThatEndsIsMissing) {
     Hang(true);
-    EXPECT_EQ(Failure(), kLate);
+    EXPECT_EQ(PanFailure(), kLate);
     host.reset();
     EXPECT_TRUE(ComesTo(kMissing));
 }
@@ -152,12 +148,12 @@ TEST_F(SilenceTest, AServiceThatEndsIsMissing) {
 TEST_F(SilenceTest, AServiceThatEndsInTheMiddleOfACallIsNotSilent) {
     callsHang = true;
     std::string failure;
-    std::thread caller([&] { failure = Failure(); });
+    std::thread caller([&] { failure = PanFailure(); });
     EXPECT_TRUE(Eventually([&] { return arrived == 1; }));
     host.reset();
     caller.join();
     EXPECT_THAT(failure, HasSubstr("disconnected"));
-    EXPECT_EQ(Failure(), kMissing);
+    EXPECT_EQ(PanFailure(), kMissing);
     EXPECT_EQ(Logged("does not answer"), 0U);
 }
 
@@ -169,29 +165,22 @@ TEST_F(SilenceTest, AServiceThatOnlySeemsAliveIsAskedLessOften) {
     }
     // After the fourth miss it is left alone for 800 ms: at most a call every 5 ms fails meanwhile.
     int failures = 0;
-    EXPECT_TRUE(Eventually([&] { return Failure() == kLate || ++failures < 0; }));
+    EXPECT_TRUE(Eventually([&] { return PanFailure() == kLate || ++failures < 0; }));
     EXPECT_GT(failures, 5);
     callsHang = false;
     EXPECT_TRUE(ComesTo(""));
 }
 
 TEST_F(SilenceTest, ABusThatHangsIsWaitedForOnce) {
-    EXPECT_EQ(Failure(), "");
+    EXPECT_EQ(PanFailure(), "");
     bus.Freeze();
-    EXPECT_EQ(Failure(), kLate);  // on the connection that there is
-    EXPECT_EQ(Failure(), kSilent);
-    const auto other = [this] {
-        try {
-            temperatureClient->GetTemperatureDegreesCelsius(0);
-        } catch (const tavos::osa::Exception& e) {
-            return std::string(e.what());
-        }
-        return std::string();
-    };
+    EXPECT_EQ(PanFailure(), kLate);  // on the connection that there is
+    EXPECT_EQ(PanFailure(), kSilent);
+    const auto other = [this] { return Failure([&] { temperatureClient->GetTemperatureDegreesCelsius(0); }); };
     EXPECT_THAT(other(), HasSubstr("the message bus cannot be reached: no answer in time"));  // on a new one
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(other(), "org.tavos.Temperature2 GetTemperatureDegreesCelsius: the message bus is silent");
-        EXPECT_EQ(Failure(), "org.tavos.Pan1 GetMaxPosition: the message bus is silent");
+        EXPECT_EQ(PanFailure(), "org.tavos.Pan1 GetMaxPosition: the message bus is silent");
     }
     bus.Thaw();
     EXPECT_TRUE(ComesTo(""));
@@ -200,7 +189,7 @@ TEST_F(SilenceTest, ABusThatHangsIsWaitedForOnce) {
 
 TEST_F(SilenceTest, ASilentServiceIsAskedAgainOnANewBus) {
     Hang(true);
-    EXPECT_EQ(Failure(), kLate);
+    EXPECT_EQ(PanFailure(), kLate);
     bus.Stop();
     bus.Start();
     Hang(false);
@@ -211,8 +200,8 @@ TEST_F(SilenceTest, WithoutTheEventThreadEachCallWaits) {
     MsgBus quiet;
     panClient.reset(IPanProvider::CreateClient(&quiet));
     Hang(true);
-    EXPECT_EQ(Failure(), kLate);
-    EXPECT_EQ(Failure(), kLate);
+    EXPECT_EQ(PanFailure(), kLate);
+    EXPECT_EQ(PanFailure(), kLate);
     Hang(false);
-    EXPECT_EQ(Failure(), "");
+    EXPECT_EQ(PanFailure(), "");
 }

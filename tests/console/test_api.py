@@ -1,10 +1,12 @@
 """The console's API: state, actions, what is written down of them."""
 
 import json
+import re
+import shlex
 
 import pytest
 
-from desk import await_until
+from desk import ROOT, await_until
 
 
 def activities(camera):
@@ -190,3 +192,14 @@ def test_many_points_are_shortened(camera):
 def test_a_name_that_is_no_text_harms_nothing(camera):
     camera.domectl("banks", "alarm", "<b>\"'&=1")
     assert camera.console_state()["alarm"] == {"<b>\"'&": [False]}
+
+
+def test_the_documented_line_is_understood(camera):
+    (line,) = re.findall(r"^    (curl .*)$", (ROOT / "docs" / "console.md").read_text(), re.MULTILINE)
+    curl, silent, h, header, d, body, url = shlex.split(line)
+    assert [curl, silent, h, d] == ["curl", "-s", "-H", "-d"]
+    (path,) = re.findall(r"^http://127\.0\.0\.1:8205(/.*)$", url)
+    name, _, value = header.partition(": ")
+    answer = camera.request("POST", path, body.encode(), **{name.replace("-", "_"): value})
+    assert (answer.status, answer.json) == (200, {"outcome": "ok"})
+    assert camera.dome_state()["faults"]["tilt"] == "hang"

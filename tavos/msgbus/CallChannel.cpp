@@ -27,14 +27,24 @@ void CallChannel::Call(const ServiceAddress& to, const char* operation, const st
                        const std::string& resultSignature, const std::function<void(Reader&)>& result) {
     const auto until = Clock::now() + _deadline;
     try {
-        if (_silent->IsSilent(SilentServices::TheBus().service)) throw osa::Exception("the message bus is silent");
-        if (_silent->IsSilent(to.service)) throw osa::Exception("the service is silent");
+        RefuseSilent(to);
         std::unique_lock<std::timed_mutex> lock(*_mutex, until);
         if (!lock.owns_lock()) throw osa::Exception("another call is still under way");
+        RefuseSilent(to);  // the call before may have shown it meanwhile
+        _hasItsTime = until - Clock::now() > _deadline / 2;
         CallUntil(until, to, operation, arguments, resultSignature, result);
     } catch (const osa::Exception& e) {
         throw osa::Exception("%s %s: %s", to.service.c_str(), operation, e.what());
     }
+}
+
+void CallChannel::RefuseSilent(const ServiceAddress& to) const {
+    if (_silent->IsSilent(SilentServices::TheBus().service)) throw osa::Exception("the message bus is silent");
+    if (_silent->IsSilent(to.service)) throw osa::Exception("the service is silent");
+}
+
+void CallChannel::Missed(const ServiceAddress& whose) {
+    if (_hasItsTime) _silent->Missed(whose);
 }
 
 void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, const char* operation,
@@ -80,11 +90,12 @@ void CallChannel::EnsureOpen(Clock::time_point until) {
         _bus = OpenBus(_address, until, &_socket);
     } catch (const osa::Exception& e) {
         _socket.Forget();
-        if (Clock::now() >= until) _silent->Missed(SilentServices::TheBus());
+        if (Clock::now() >= until) Missed(SilentServices::TheBus());
         _reachability->Lost(e.what());
         throw osa::Exception("the message bus cannot be reached: %s", e.what());
     }
     _reachability->Found();
+    _silent->Answered(SilentServices::TheBus().service);
 }
 
 MessagePtr CallChannel::Exchange(const ServiceAddress& to, sd_bus_message* call, Clock::time_point until) {
@@ -98,7 +109,7 @@ MessagePtr CallChannel::Exchange(const ServiceAddress& to, sd_bus_message* call,
 
     // The same number stands for what the bus answers in the name of a service that has ended in the middle of a call.
     const bool late = result == -ETIMEDOUT && !error.Is(SD_BUS_ERROR_NO_REPLY);
-    if (late) _silent->Missed(to);
+    if (late) Missed(to);
     if (late || sd_bus_is_open(_bus.get()) <= 0) {
         // A late answer has no taker; hanging up makes the bus forget it.
         _socket.Forget();

@@ -27,6 +27,9 @@ public:
               const std::string& resultSignature, const std::function<void(Reader&)>& result);
 
 private:
+    void RefuseSilent(const ServiceAddress& to) const;
+    /// A call that has spent its time behind another one says nothing of those that it calls.
+    void Missed(const ServiceAddress& whose);
     void CallUntil(Clock::time_point until, const ServiceAddress& to, const char* operation,
                    const std::function<void(Writer&)>& arguments, const std::string& resultSignature,
                    const std::function<void(Reader&)>& result);
@@ -40,6 +43,7 @@ private:
     const std::shared_ptr<Reachability> _reachability;
     const std::shared_ptr<SilentServices> _silent;
     std::unique_ptr<std::timed_mutex> _mutex;  // on the heap: a forked child leaves it behind, held or not
+    bool _hasItsTime = true;                   // the call under way
     BusPtr _bus;
     ConnectionSocket _socket;
     ForkWatch _forkWatch;

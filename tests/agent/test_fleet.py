@@ -1,6 +1,7 @@
 """./run --fleet: several desk cameras at once, each with an identity of its own."""
 
 import os
+import re
 import shutil
 import signal
 import socket
@@ -43,6 +44,13 @@ def test_a_fleet_has_identities_and_ports_of_its_own_and_ends_as_one(fleet):
     assert status == 0, error
     assert f"ports {fleet.port} to {fleet.port + COUNT - 1}" in out
     assert serial_numbers(fleet) == [b"OD20-000001", b"OD20-000002", b"OD20-000003"]
+    shown, (documented,) = [re.findall(r"^ +(for p in .*)$", text, re.MULTILINE)
+                            for text in (out, (ROOT / "docs" / "dome.md").read_text())]
+    documented = documented.replace("1161", str(fleet.port)).replace("1210", str(fleet.port + COUNT - 1))
+    for command in [*shown, documented]:
+        answers = subprocess.run(["bash", "-c", command], capture_output=True, text=True, timeout=30).stdout
+        assert len(answers.splitlines()) == COUNT, answers
+    assert "OD20-000003" in answers
     with_processes = [fleet.state, *(fleet.state / str(number) for number in range(1, COUNT + 1))]
     pids = [pid for folder in with_processes for pid in pids_of(folder)]
     assert len(pids) == 1 + 4 * COUNT

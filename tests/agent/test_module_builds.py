@@ -84,6 +84,19 @@ def test_the_module_is_built_against_another_platform_as_the_page_says(desk, tmp
     assert desk.calls()[-1]["call"] == "SetPositionAtSpeed"
 
 
+def test_the_example_of_a_service_compiles():
+    page = (ROOT / "docs" / "porting.md").read_text()
+    (example,) = re.findall(r"^    tavos::msgbus::ServiceHost(?:.*\n    .*)*", page, re.MULTILINE)
+    headers = [f"tavos/{name}.h" for name in ["interfaces/IPanProvider", "interfaces/Serve", "msgbus/ServiceHost"]]
+    # The camera's own class takes more than a page; what it derives from does for the compiler.
+    example = example.replace("MyPan pan;", "tavos::interfaces::IPanProvider& pan = MyPan();")
+    source = "\n".join([*(f'#include "{header}"' for header in headers), "extern volatile bool stop;",
+                        "tavos::interfaces::IPanProvider& MyPan();", f"void Run() {{\n{example}\n}}\n"])
+    done = subprocess.run(["c++", "-std=c++17", "-fsyntax-only", f"-I{ROOT}/tavos/include", "-x", "c++", "-"],
+                          input=source, capture_output=True, text=True)
+    assert done.returncode == 0, done.stderr
+
+
 def test_another_platform_is_for_the_module_alone(tmp_path):
     done = subprocess.run(["cmake", "-S", ROOT, "-B", tmp_path, "-G", "Ninja", "-DORVEX_OWN_PLATFORM=OFF"],
                           capture_output=True, text=True)

@@ -1,6 +1,7 @@
 #include "core/OrvexSnmpTrapSend.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +19,7 @@ constexpr int kMostWaiting = 4096;
 }  // namespace
 
 OrvexSnmpTrapSend* OrvexSnmpTrapSend::s_instance = nullptr;
+OrvexSnmpTrapSend* OrvexSnmpTrapSend::s_inChild = nullptr;
 
 OrvexSnmpTrapSend::OrvexSnmpTrapSend() : _logger(Logger::GetLogger("OrvexSnmp")), _mutex("TrapSend") {
     if (s_instance != nullptr) {
@@ -38,10 +40,16 @@ OrvexSnmpTrapSend::OrvexSnmpTrapSend() : _logger(Logger::GetLogger("OrvexSnmp"))
     if (_readDescriptor == -1 || register_readfd(_readDescriptor, &OrvexSnmpTrapSend::snmpMainCallback, nullptr) != 0) {
         _logger->Error("%s: Couldn't register the callback function for sending traps!", "OrvexSnmpTrapSend");
     }
+    static const int watchesForks = pthread_atfork(nullptr, nullptr, [] {
+        if (s_inChild != nullptr) s_inChild->RenewPipe();
+    });
+    static_cast<void>(watchesForks);
+    s_inChild = this;
     _logger->Trace("%s: Done.", "OrvexSnmpTrapSend");
 }
 
 OrvexSnmpTrapSend::~OrvexSnmpTrapSend() {
+    if (s_inChild == this) s_inChild = nullptr;
     // Unregistered before it is closed: the agent ends when a descriptor that it watches is closed.
     if (_readDescriptor != -1) {
         unregister_readfd(_readDescriptor);
@@ -57,6 +65,18 @@ OrvexSnmpTrapSend::~OrvexSnmpTrapSend() {
         snmp_free_varbind(_queue.front());
         _queue.pop_front();
     }
+}
+
+void OrvexSnmpTrapSend::RenewPipe() {
+    int descriptors[2] = {-1, -1};
+    if (_readDescriptor == -1 || pipe2(descriptors, O_CLOEXEC) != 0) return;
+    for (std::size_t i = 0; i < _queue.size(); ++i) static_cast<void>(!write(descriptors[1], "1", 1));
+    fcntl(descriptors[1], F_SETPIPE_SZ, kMostWaiting);
+    // The agent's main loop goes on watching the same number.
+    dup3(descriptors[0], _readDescriptor, O_CLOEXEC);
+    dup3(descriptors[1], _writeDescriptor, O_CLOEXEC);
+    close(descriptors[0]);
+    close(descriptors[1]);
 }
 
 int OrvexSnmpTrapSend::send_v2trap(netsnmp_variable_list* list) {

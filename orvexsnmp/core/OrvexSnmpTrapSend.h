@@ -37,7 +37,13 @@ public:
     void Close();
 
 private:
+    /// In a forked child, which the agent is once it has made itself a daemon: a pipe of its own, with a byte for each
+    /// trap that it has inherited. In the one that it shares with its parent it would find, and never get rid of, the
+    /// bytes for traps that the parent's event thread queues before the parent ends.
+    void RenewPipe();
+
     static OrvexSnmpTrapSend* s_instance;
+    static OrvexSnmpTrapSend* s_inChild;  // whose pipe a forked child renews; null once it is destroyed
 
     tavos::core::Logger* _logger;
     int _readDescriptor = -1;

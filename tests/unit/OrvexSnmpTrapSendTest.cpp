@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -391,6 +392,52 @@ TEST_F(TrapSendTest, ClosingLetsAProducerGoThatWaitsAtAFullPipe) {
     _trapSend->Close();
     producer.join();
     EXPECT_EQ(Agent().traps.size(), static_cast<std::size_t>(room) + 1);
+}
+
+// --- the agent as a daemon: the child of the process that has loaded the module ---
+
+TEST_F(TrapSendTest, AForkedChildAndItsParentSendEachTheirOwn) {
+    Construct();
+    _trapSend->send_v2trap(Trap(1));
+    int told[2];
+    ASSERT_EQ(pipe2(told, O_CLOEXEC), 0);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        alarm(20);
+        char byte = 0;
+        const bool heard = read(told[0], &byte, 1) == 1;
+        _trapSend->send_v2trap(Trap(3));
+        for (int i = 0; i < 10; ++i) {
+            if (Readable(_readDescriptor)) Agent().readCallback(_readDescriptor, nullptr);
+        }
+        const bool right = SentValues() == std::vector<unsigned long>{1, 3};
+        _exit(heard && right && !Readable(_readDescriptor) ? 0 : 1);
+    }
+    _trapSend->send_v2trap(Trap(2));  // as a thread of the parent's does that has not ended yet
+    EXPECT_EQ(write(told[1], "x", 1), 1);
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    RunAgentLoop();
+    EXPECT_THAT(SentValues(), ElementsAre(1u, 2u));
+    close(told[0]);
+    close(told[1]);
+}
+
+TEST_F(TrapSendTest, AForkedChildsPipeIsLikeTheParents) {
+    Construct();
+    const auto before = OpenDescriptors();
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const bool same = OpenDescriptors() == before && fcntl(_readDescriptor, F_GETPIPE_SZ) == 4096 &&
+                          (fcntl(_readDescriptor, F_GETFD) & FD_CLOEXEC) != 0;
+        _exit(same ? 0 : 1);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
 // --- destruction ---

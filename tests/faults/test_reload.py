@@ -95,6 +95,8 @@ def test_a_daemons_events_become_traps(daemon):
     with Sink(daemon) as sink:
         sink.read()
         await_until(lambda: daemon.domectl("event", "voltage", 5) == "" and sink.values, "a trap")
+        daemon.domectl("event", "voltage", 6)  # behind those that were told more than once
+        await_until(lambda: sink.values[-1] == 6, "their last one")
         before = len(sink.values)
         daemon.domectl("event", "voltage", 10, "--count", 1000)
         await_until(lambda: len(sink.values) >= before + 1000, "all the traps")

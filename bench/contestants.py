@@ -174,7 +174,7 @@ class Peer:
 
 
 class Agentx(Peer):
-    name, title = "agentx", "AgentX subagent in C"
+    name, title = "agentx", "AgentX program in C"
 
     def launch(self):
         path = self.folder / "agentx.sock"

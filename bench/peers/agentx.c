@@ -1,4 +1,4 @@
-/* An AgentX subagent that serves a camera's objects: bench-agentx AGENTX-SOCKET OBJECTS */
+/* A program that serves a camera's objects to an agent over AgentX: bench-agentx AGENTX-SOCKET OBJECTS */
 
 #include <net-snmp/net-snmp-config.h>
 /* in this order */

@@ -24,6 +24,18 @@ constexpr auto kRetryDelay = 200ms;
 constexpr auto kDelayInChild = 100ms;  // most forked children become another program before that
 constexpr auto kLongestDelegate = 1s;  // a fork waits no longer for one that runs
 
+/// Lets go of a lock for as long as it lives.
+class Released {
+public:
+    explicit Released(std::timed_mutex& mutex) : _mutex(mutex) { _mutex.unlock(); }
+    ~Released() { _mutex.lock(); }
+    Released(const Released&) = delete;
+    Released& operator=(const Released&) = delete;
+
+private:
+    std::timed_mutex& _mutex;
+};
+
 int NewWakeDescriptor() {
     return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 }
@@ -72,7 +84,7 @@ public:
         _nextPing = _pings.Send();
     }
 
-    void Wait(int wake) {
+    void Wait(int wake, std::timed_mutex& working) {
         constexpr auto kLongest = 60s;
         std::uint64_t due = 0;  // microseconds of the clock that steady_clock is, too
         CheckBus(sd_bus_get_timeout(_bus.get(), &due));
@@ -83,7 +95,10 @@ public:
         const int events = sd_bus_get_events(_bus.get());
         CheckBus(events);
         pollfd descriptors[] = {{sd_bus_get_fd(_bus.get()), static_cast<short>(events), 0}, {wake, POLLIN, 0}};
-        if (poll(descriptors, 2, timeout) < 0) return;
+        {
+            const Released rest(working);
+            if (poll(descriptors, 2, timeout) < 0) return;
+        }
         std::uint64_t count = 0;
         if (descriptors[1].revents != 0) static_cast<void>(!read(wake, &count, sizeof count));
     }
@@ -110,6 +125,7 @@ EventThread::EventThread(std::string address, std::chrono::milliseconds deadline
       _silent(std::move(silent)),
       _wake(NewWakeDescriptor()),
       _delivery(std::make_unique<std::timed_mutex>()),
+      _working(std::make_unique<std::timed_mutex>()),
       _forkWatch({[this] { BeforeFork(); }, [this] { AfterForkInParent(); }, [this] { AfterForkInChild(); }}) {}
 
 EventThread::~EventThread() {
@@ -131,7 +147,11 @@ void EventThread::Start() {
 void EventThread::StartAfter(std::chrono::milliseconds delay) {
     const SignalsBlocked guard;  // the new thread inherits it: the process's signals are for its own threads
     _stop = false;
-    _thread = std::make_unique<std::thread>([this, delay] { Run(delay); });
+    std::promise<void> begun;
+    const auto works = begun.get_future();
+    _thread = std::make_unique<std::thread>(
+        [this, delay](std::promise<void> itsBegun) { Run(delay, std::move(itsBegun)); }, std::move(begun));
+    works.wait();  // from here on a fork waits for it
     _silent->SetAsker([this] { Wake(); });
 }
 
@@ -157,7 +177,10 @@ void EventThread::Pause(std::chrono::milliseconds time) const {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
         if (left <= 0) return;
         pollfd descriptor{_wake, POLLIN, 0};
-        poll(&descriptor, 1, static_cast<int>(left));
+        {
+            const Released rest(*_working);
+            poll(&descriptor, 1, static_cast<int>(left));
+        }
         std::uint64_t count = 0;
         static_cast<void>(!read(_wake, &count, sizeof count));
     }
@@ -168,9 +191,11 @@ std::vector<std::shared_ptr<EventRecord>> EventThread::Records() {
     return _records;
 }
 
-void EventThread::Run(std::chrono::milliseconds delay) noexcept {
+void EventThread::Run(std::chrono::milliseconds delay, std::promise<void> begun) noexcept {
+    const std::lock_guard<std::timed_mutex> working(*_working);
     _threadId = std::this_thread::get_id();
     pthread_setname_np(pthread_self(), "tavos-events");
+    begun.set_value();
     Pause(delay);
     while (!_stop) {
         try {
@@ -190,7 +215,8 @@ void EventThread::RunSession() {
         session.Update(Records());
         const int progress = sd_bus_process(session.Bus(), nullptr);
         CheckBus(progress);
-        if (progress == 0) session.Wait(_wake);
+        if (progress == 0) session.Wait(_wake, *_working);
+        if (_forkAhead) Pause(1ms);
     }
 }
 
@@ -237,23 +263,28 @@ void EventThread::Deliver(EventRecord& record, sd_bus_message* signal) {
 
 void EventThread::BeforeFork() {
     _startMutex.lock();
+    // At the fork the thread is to stand where it waits. The child does not have it: what it held there, a lock of a
+    // delegate's or one inside a library, would stay held.
+    _forkAhead = true;
+    _workHeldForFork = std::this_thread::get_id() != _threadId && _working->try_lock_for(kLongestDelegate);
+    _forkAhead = false;
     _recordsMutex.lock();
-    // So that no lock of a delegate's is held in the child by a thread that it does not have.
-    _deliveryHeldForFork = std::this_thread::get_id() != _threadId && _delivery->try_lock_for(kLongestDelegate);
     _silent->BeforeFork();  // last: a delegate's calls take it, too
 }
 
 void EventThread::AfterForkInParent() {
     _silent->AfterFork();
-    if (_deliveryHeldForFork) _delivery->unlock();
     _recordsMutex.unlock();
+    if (_workHeldForFork) _working->unlock();
     _startMutex.unlock();
 }
 
 void EventThread::AfterForkInChild() {
     _silent->AfterFork();
-    static_cast<void>(_delivery.release());
-    _delivery = std::make_unique<std::timed_mutex>();
+    for (auto* const mutex : {&_delivery, &_working}) {
+        static_cast<void>(mutex->release());  // held or not
+        *mutex = std::make_unique<std::timed_mutex>();
+    }
     _socket.CloseInChild();
     if (_wake >= 0) close(_wake);  // still shared with the parent
     _wake = NewWakeDescriptor();

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -49,7 +50,7 @@ private:
     class Session;
 
     void StartAfter(std::chrono::milliseconds delay);
-    void Run(std::chrono::milliseconds delay) noexcept;
+    void Run(std::chrono::milliseconds delay, std::promise<void> begun) noexcept;
     void RunSession();
     void Pause(std::chrono::milliseconds time) const;
     void Wake() const;
@@ -75,7 +76,9 @@ private:
     std::vector<std::shared_ptr<EventRecord>> _records;
 
     std::unique_ptr<std::timed_mutex> _delivery;  // held while a handler runs
-    bool _deliveryHeldForFork = false;
+    std::unique_ptr<std::timed_mutex> _working;   // held by the thread wherever it does not wait; before _delivery
+    std::atomic<bool> _forkAhead{false};
+    bool _workHeldForFork = false;
     ForkWatch _forkWatch;
 };
 

@@ -119,6 +119,9 @@ class Desk:
     def alive(self, name):
         return self.processes[name].poll() is None
 
+    def agent_pid(self):
+        return self.processes["agent"].pid
+
     def try_domectl(self, *words):
         command = [BUILD / "bin" / "domectl", "--state", self.state, *map(str, words)]
         return subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=20)

@@ -29,7 +29,7 @@ def burst(started):
 
 
 def check_agent(desk, asking, before, figure, what):
-    after = footprint(desk.processes["agent"].pid)
+    after = footprint(desk.agent_pid())
     taken = asking.taken()
     figure(f"{what}; {len(taken)} GETs meanwhile, 99 % within {percentile(taken, 99) * 1e3:.1f} ms, at most "
            f"{max(taken) * 1e3:.0f} ms; agent before {before}, after {after}")

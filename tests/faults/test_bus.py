@@ -52,7 +52,7 @@ def test_the_bus_restarts_over_and_over(started, figure):
                 started.start_bus()
                 served.await_answer(ber.NO_ERROR)
                 await_until(events_arrive, "events arrive again")
-        after = footprint(started.processes["agent"].pid)
+        after = footprint(started.agent_pid())
     for asking in (served, model):
         assert None not in asking.statuses
     assert model.statuses == {ber.NO_ERROR}

@@ -161,7 +161,7 @@ def noise(running, figure):
     before = settled(running)
     with Noise(running) as noise:
         yield noise
-    after = footprint(running.processes["agent"].pid)
+    after = footprint(running.agent_pid())
     figure(f"{noise.sent} messages, {noise.answers} answers; agent before {before}, after {after}")
     assert (after.threads, after.descriptors) == (before.threads, before.descriptors)
     assert SANITIZED or after.resident - before.resident < 1024

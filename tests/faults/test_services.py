@@ -91,7 +91,7 @@ def test_a_service_that_is_missing_at_the_start(desk, service):
                 sink.read()
                 desk.domectl("set", service, 2)
                 await_until(lambda: sink.values == [2], "the trap of a sensor that is not served")
-            os.kill(desk.processes["agent"].pid, signal.SIGHUP)
+            os.kill(desk.agent_pid(), signal.SIGHUP)
             await_until(lambda: manager.get(OID[service]).bindings[0].value == 2, "the sensor is served")
             desk.clear_calls()
         if service in USES:

@@ -52,7 +52,7 @@ def footprint(pid):
 def settled(desk):
     """The agent's footprint once it has closed the store that it writes when it has started."""
     def look():
-        now = footprint(desk.processes["agent"].pid)
+        now = footprint(desk.agent_pid())
         return now if not any(name.endswith("/snmpd.conf") for name in now.descriptors) else None
 
     return await_until(look, "the agent has closed its store")

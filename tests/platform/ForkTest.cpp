@@ -99,7 +99,6 @@ protected:
 };
 
 TEST_F(ForkTest, CallsAndEventsGoOnInTheChildAndInTheParent) {
-    if (kAllocatorBreaksInChildren) GTEST_SKIP() << "AddressSanitizer's allocator does not survive a fork";
     Child service([this] { return ServeForever(); });
     MsgBus messages;
     messages.StartServer();

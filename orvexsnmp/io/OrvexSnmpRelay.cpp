@@ -34,7 +34,8 @@ struct PendingRelaySet {
     int relayId = 0;
     int oldState = 0;
     int newValue = 0;
-    bool known = false;  // read in RESERVE2 of this SET
+    bool known = false;     // read in RESERVE2 of this SET
+    bool hasValue = false;  // taken in ACTION of this SET
 };
 
 PendingRelaySet s_pending;
@@ -148,8 +149,8 @@ int OrvexSnmpRelay::RememberRow(netsnmp_agent_request_info* info, netsnmp_reques
 
 int OrvexSnmpRelay::CommitRow(netsnmp_request_info* request) const {
     _logger->Information("%s: newRelayState in MODE_SET_COMMIT is %d", kTableHandler, s_pending.newValue);
-    // A row that was away in RESERVE2 alone: the pending one is that of an earlier SET.
-    if (!s_pending.known) return SNMP_ERR_GENERR;
+    // A row that was away in RESERVE2 or in ACTION: relay or value would be those of an earlier SET.
+    if (!s_pending.known || !s_pending.hasValue) return SNMP_ERR_GENERR;
     if (Drive(kTableHandler, s_pending.bank, s_pending.relayId, s_pending.newValue == kEnergise) == -1) {
         return SNMP_ERR_GENERR;
     }
@@ -161,13 +162,13 @@ int OrvexSnmpRelay::HandleCell(netsnmp_agent_request_info* info, netsnmp_request
                                const BankEntry& entry) {
     switch (info->mode) {
         case MODE_SET_RESERVE1:
-            s_pending.known = false;
             if (request->requestvb->type != ASN_INTEGER) netsnmp_set_request_error(info, request, SNMP_ERR_WRONGTYPE);
             return SNMP_ERR_NOERROR;
         case MODE_SET_RESERVE2:
             return RememberRow(info, request);
         case MODE_SET_ACTION:
             s_pending.newValue = ReadInteger(*request->requestvb);
+            s_pending.hasValue = true;
             _logger->Information("%s: newRelayValue in MODE_SET_ACTION is %d", kTableHandler, s_pending.newValue);
             return SNMP_ERR_NOERROR;
         case MODE_SET_COMMIT:
@@ -193,6 +194,7 @@ int OrvexSnmpRelay::handle_relayStates(netsnmp_mib_handler*, netsnmp_handler_reg
     auto& relay = *GetInstance();
     const auto& logger = relay.GetLogger();
     if (relay._table.Pass() == BankTable::PassState::kOutside) relay.BeginTableRequest(info, requests);
+    if (info->mode == MODE_SET_RESERVE1) s_pending = PendingRelaySet();
     for (auto* request = requests; request != nullptr; request = request->next) {
         // Reads that the agent has answered already: a GETNEXT past the last row.
         if (request->processed && IsReadMode(info)) continue;

@@ -3,6 +3,7 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
@@ -130,8 +131,11 @@ private:
     }
 
     [[noreturn]] void Refuse(const toml::source_region& source, const std::string& key, const std::string& what) const {
-        throw Exception("%s:%u: %s %s", _file.c_str(), static_cast<unsigned>(source.begin.line), key.c_str(),
-                        what.c_str());
+        std::string reason = key + ' ' + what;
+        // Keys and names are the file's own; what they have of line ends and the like is not to break the line.
+        std::replace_if(
+            reason.begin(), reason.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
+        throw Exception("%s:%u: %s", _file.c_str(), static_cast<unsigned>(source.begin.line), reason.c_str());
     }
 
     std::string _file;

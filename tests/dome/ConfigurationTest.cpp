@@ -77,6 +77,7 @@ TEST_F(ConfigurationTest, TellsFileLineAndKeyOfWhatIsWrong) {
     };
     refused("\nwiper = 1\n", "2", "wiper is not known");
     refused("[pan]\nminimum = 0\n", "2", "pan.minimum is not known");
+    refused("\"two\\nlines\" = 1\n", "1", "two?lines is not known");
     refused("[sensors]\n\ndrfit = 1\n", "3", "sensors.drfit is not known");
     refused("presets = \"many\"\n", "1", "presets is to be a whole number");
     refused("presets = 64.0\n", "1", "presets is to be a whole number");

@@ -36,6 +36,7 @@ Dome::Dome(const std::string& busAddress, const Configuration& configuration, co
           _host.SetPresent(std::find_if(_names.begin(), _names.end(), named)->busName, present);
       }) {
     _settings.Restore();  // before the first call is served
+    _camera.relays.OnChange([this] { _settings.KeepRelays(); });
     Serve(_host, static_cast<IControl&>(*this));
     _host.SetCallFilter([this](const ReceivedCall& call) { return Treat(call); });
 }

@@ -15,11 +15,11 @@ namespace dome {
 namespace {
 
 using nlohmann::json;
+using Client = tavos::settings::TavosSettingsClient;
 using tavos::osa::Exception;
 using namespace std::chrono_literals;
 
 constexpr auto kLookEvery = 1s;
-constexpr auto kLeaveAlone = 10s;
 const char* const kSection = "Dome/State";
 const char* const kRelays = "Relays";
 const char* const kPositions = "Positions";
@@ -93,7 +93,19 @@ void SettingsLink::Work(Clock::time_point now) {
         _seen = stamp;  // from before the reading: a change in the meantime is seen next time
         if (!_camera.IsMoving()) Keep();
     } catch (const Exception&) {
-        _next = now + kLeaveAlone;
+        LeaveAlone(now);
+    }
+}
+
+void SettingsLink::KeepRelays() {
+    const auto now = Clock::now();
+    if (now < _nextRelays || !Look().exists) return;
+    try {
+        tavos::core::IniFile changed;
+        changed.SetValue(kSection, kRelays, RelaysAsText());
+        _settings.SetSettings(changed, Client::Survives::kKill);
+    } catch (const Exception&) {
+        LeaveAlone(now);
     }
 }
 
@@ -115,15 +127,19 @@ void SettingsLink::Keep() {
     _kept = std::move(kept);
 }
 
-SettingsLink::Kept SettingsLink::Picture() const {
+std::string SettingsLink::RelaysAsText() const {
     json relays = json::object();
     for (const Banks::Bank& bank : _camera.relays.All()) {
         std::string states;
         for (const bool energised : bank.states) states += energised ? '1' : '0';
         relays[bank.name] = states;
     }
+    return relays.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+SettingsLink::Kept SettingsLink::Picture() const {
     Kept kept;
-    kept.relays = relays.dump(-1, ' ', false, json::error_handler_t::replace);
+    kept.relays = RelaysAsText();
     if (!_keepPosition) return kept;
     const json positions = {{"pan", _camera.pan.Position()},
                             {"tilt", _camera.tilt.Position()},

@@ -34,20 +34,28 @@ public:
     /// is none of ours) is left out.
     void Restore();
 
+    /// To be called when relays have changed and before anybody is told so: what was acknowledged survives a kill of
+    /// the camera. Takes a fraction of a millisecond.
+    void KeepRelays();
+
     /// To be called now and then. At most once a second it looks whether the store's files have changed, and only then
     /// reads it; and when the camera is at rest and other than it was stored, it writes. A store that refuses is left
     /// alone for ten seconds.
     void Work(Clock::time_point now);
 
 private:
+    static constexpr std::chrono::seconds kLeaveAlone{10};
+
     struct Kept {
         std::string relays;
         std::string positions;
     };
 
+    void LeaveAlone(Clock::time_point now) { _next = _nextRelays = now + kLeaveAlone; }
     Stamp Look() const;
     void Follow();
     void Keep();
+    std::string RelaysAsText() const;
     Kept Picture() const;
     void PlaceRelays(const std::string& text);
     void PlaceLensAndHead(const std::string& text);
@@ -59,7 +67,7 @@ private:
     Stamp _seen;
     std::string _focusMode = "Auto";
     Kept _kept;
-    Clock::time_point _next{};
+    Clock::time_point _next{}, _nextRelays{};
 };
 
 }  // namespace dome

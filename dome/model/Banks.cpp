@@ -47,7 +47,10 @@ bool Banks::State(const std::string& bank, int number) const {
 
 void Banks::Set(const std::string& bank, int number, bool state) {
     const Bank& found = Get(bank);
-    _banks[static_cast<std::size_t>(&found - _banks.data())].states[Index(found, number)] = state;
+    auto current = _banks[static_cast<std::size_t>(&found - _banks.data())].states[Index(found, number)];
+    if (current == state) return;
+    current = state;
+    if (_told) _told();
 }
 
 std::size_t Banks::Index(const Bank& bank, int number) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,12 +35,16 @@ public:
     bool State(const std::string& bank, int number) const;
     void Set(const std::string& bank, int number, bool state);
 
+    /// Called at the end of each Set that changes something; one function for all.
+    void OnChange(std::function<void()> told) { _told = std::move(told); }
+
 private:
     const Bank* Find(const std::string& name) const;
     const Bank& Get(const std::string& name) const;
     static std::size_t Index(const Bank& bank, int number);
 
     std::vector<Bank> _banks;
+    std::function<void()> _told;
 };
 
 }  // namespace dome

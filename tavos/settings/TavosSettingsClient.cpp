@@ -150,6 +150,13 @@ bool IsEmpty(sqlite3* database) {
     return !Statement(database, "SELECT 1 FROM sqlite_schema").Step();
 }
 
+/// Changes stay in the log beside the file, and the system writes that to the disk in its own time. The next one who
+/// closes the file as the last brings them into it.
+void LeaveToTheSystem(sqlite3* database) {
+    Run(database, "PRAGMA synchronous = NORMAL");
+    Check(database, sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr));
+}
+
 /// Makes the table in an empty database. Safe against other processes that do the same at the same time.
 void MakeTable(sqlite3* database) {
     Run(database, "PRAGMA journal_mode = WAL");
@@ -310,9 +317,10 @@ void TavosSettingsClient::GetSettings(const std::string& path, core::IniFile& in
     }
 }
 
-void TavosSettingsClient::SetSettings(const core::IniFile& ini) {
+void TavosSettingsClient::SetSettings(const core::IniFile& ini, Survives what) {
     _store->Write([&](sqlite3* database) {
         if (_store->mode == kReadOnly) throw osa::Exception("it is open for reading only");
+        if (what == Survives::kKill) LeaveToTheSystem(database);
         Run(database, "BEGIN IMMEDIATE");
         Statement insert(database, "INSERT OR REPLACE INTO settings (section, key, value) VALUES (?1, ?2, ?3)");
         for (const auto& [section, values] : ini.Sections()) {

@@ -98,6 +98,35 @@ TEST_F(SettingsLinkTest, KeepsTheRelays) {
     EXPECT_EQ(other.relays.All()[1].states, (std::vector<bool>{false, false}));
 }
 
+TEST_F(SettingsLinkTest, KeepsRelaysAtOnceWhenItIsTold) {
+    SettingsLink link(camera, store, false);
+    link.Restore();
+    int changes = 0;
+    camera.relays.OnChange([&] { ++changes, link.KeepRelays(); });
+    camera.relays.Set("BNK1", 3, false);
+    EXPECT_EQ(changes, 0) << "it was so";
+    camera.relays.Set("BNK1", 3, true);
+    EXPECT_EQ(changes, 1);
+    const std::string log = store + "-wal";
+    EXPECT_GT(std::filesystem::file_size(log), 0u);
+    EXPECT_EQ(settings->GetValue("[Dome/State]Relays"), R"({"BNK1":"0001","BNK2":"00"})");
+    Look(link);
+    EXPECT_FALSE(std::filesystem::exists(log)) << "a second later it is stored for good";
+    EXPECT_EQ(settings->GetValue("[Dome/State]Relays"), R"({"BNK1":"0001","BNK2":"00"})");
+}
+
+TEST_F(SettingsLinkTest, SwitchesRelaysWithoutAStoreThatTakesThem) {
+    SettingsLink link(camera, store, false);
+    link.Restore();
+    std::ofstream(store, std::ios::trunc) << "no store";
+    camera.relays.OnChange([&] { link.KeepRelays(); });
+    camera.relays.Set("BNK1", 3, true);  // refused
+    std::filesystem::remove(store);
+    camera.relays.Set("BNK1", 2, true);  // left alone
+    EXPECT_FALSE(std::filesystem::exists(store));
+    EXPECT_EQ(camera.relays.All()[0].states, (std::vector<bool>{false, false, true, true}));
+}
+
 TEST_F(SettingsLinkTest, StoresNothingForACameraAsItWas) {
     SettingsLink link(camera, store, true);
     link.Restore();

@@ -319,6 +319,22 @@ TEST_F(SettingsTest, ValuesSurviveAKill) {
     EXPECT_GE(last, 20);
 }
 
+TEST_F(SettingsTest, WhatIsToSurviveAKillOnlyWaitsForNoDisk) {
+    TavosSettingsClient writer(TavosSettingsClient::kCreate);
+    writer.SetValue("[a]b", "old");
+    ASSERT_EQ(FileText(store + "-wal"), "");
+    const auto before = FileText(store);
+    IniFile values;
+    values.SetValue("a", "b", "new");
+    writer.SetSettings(values, TavosSettingsClient::Survives::kKill);
+    EXPECT_EQ(FileText(store), before) << "the file is not written, so nothing has to reach the disk first";
+    EXPECT_NE(FileText(store + "-wal"), "");
+    EXPECT_EQ(TavosSettingsClient(TavosSettingsClient::kReadOnly).GetValue("[a]b"), "new");
+    writer.SetValue("[c]d", "1");
+    EXPECT_EQ(FileText(store + "-wal"), "") << "the next one who stores leaves nothing beside the file";
+    EXPECT_EQ(writer.GetValue("[a]b"), "new");
+}
+
 TEST_F(SettingsTest, TheLogTellsOnceWhatIsWrong) {
     const std::string file = folder.File("log");
     IniFile ini;

@@ -15,14 +15,21 @@ namespace tavos::settings {
 /// file, named by the environment's TAVOS_SETTINGS_STORE or else /var/lib/tavos/settings.db, shared by every process
 /// of the camera. It is opened for each operation, so that construction never fails; each operation throws
 /// tavos::osa::Exception with the file's name and the reason when the store is missing, damaged or busy for more
-/// than a second. A value that SetValue returned for survives a kill and a loss of power. On a disk that is full or is
-/// not to be written values can still be read. One client is for one thread at a time.
+/// than a second. A value that SetValue returned for survives a kill and a loss of power: that takes a disk some
+/// milliseconds. On a disk that is full or is not to be written values can still be read. One client is for one thread
+/// at a time.
 class TAVOS_API TavosSettingsClient {
 public:
     enum OperationMode : int {
         kReadOnly = 0,
         kReadWrite = 1,  ///< the store must exist
         kCreate = 2,     ///< makes an empty store where there is none
+    };
+
+    /// What a stored value survives.
+    enum class Survives {
+        kPowerLoss,
+        kKill,  ///< no loss of power, until anybody stores for that; much quicker: nothing waits for the disk
     };
 
     explicit TavosSettingsClient(int operationMode);
@@ -40,7 +47,7 @@ public:
     void GetSettings(const std::string& path, core::IniFile& ini) const;
 
     /// Stores every value of `ini` in one transaction: all of them or, when it throws, none.
-    void SetSettings(const core::IniFile& ini);
+    void SetSettings(const core::IniFile& ini, Survives what = Survives::kPowerLoss);
 
 private:
     struct Store;

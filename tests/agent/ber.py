@@ -1,4 +1,4 @@
-"""SNMPv2c messages octet by octet: enough BER to ask an agent anything, well-formed values or not."""
+"""SNMP messages octet by octet: enough BER to ask an agent anything, well-formed values or not."""
 
 import itertools
 import socket
@@ -85,14 +85,21 @@ class Binding:
 
 
 class Message:
-    """A decoded SNMPv2c message. For a GETBULK, error_status and error_index are its two counts."""
+    """A decoded message; one of SNMPv3 must not be encrypted, and has an engine instead of a community. For a GETBULK,
+    error_status and error_index are its two counts."""
 
     def __init__(self, octets):
         ((_, message),) = split(octets)
-        (_, version), (_, community), (self.pdu, pdu) = split(message)
-        (_, request_id), (_, status), (_, index), (_, bindings) = split(pdu)
+        (_, version), *parts = split(message)
         self.version = int.from_bytes(version, "big")
-        self.community = community.decode()
+        if self.version == 3:
+            _, (_, security), (_, scoped) = parts
+            self.engine = split(split(security)[0][1])[0][1]
+            self.pdu, pdu = split(scoped)[2]
+        else:
+            (_, community), (self.pdu, pdu) = parts
+            self.community = community.decode()
+        (_, request_id), (_, status), (_, index), (_, bindings) = split(pdu)
         self.request_id = int.from_bytes(request_id, "big", signed=True)
         self.error_status = int.from_bytes(status, "big")
         self.error_index = int.from_bytes(index, "big")

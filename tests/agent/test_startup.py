@@ -1,7 +1,9 @@
 """The agent's start when something of the camera is missing or broken."""
 
+import fcntl
 import os
 import pathlib
+import signal
 
 import pytest
 
@@ -136,6 +138,40 @@ def test_a_quiet_camera_logs_errors_only(desk):
         manager.set_octets(OID["positionPan"], bytes.fromhex("09000000"))
     assert module_lines(desk, "unknown pan mode")
     assert not module_lines(desk, "Enter.")
+
+
+def test_a_reader_of_the_log_that_stops_and_goes_on(desk):
+    """Lines are lost meanwhile; no request is."""
+    desk.environment["TAVOS_LOG_LEVEL"] = "8"
+    log = desk.state / "agent.out"
+    os.mkfifo(log)
+    reader = os.open(log, os.O_RDWR | os.O_NONBLOCK)
+    try:
+        desk.start()
+        with ManagerOf(desk) as manager:
+            for _ in range(2000):
+                assert manager.get(OID["positionPan"]).error_status == ber.NO_ERROR
+            room = fcntl.fcntl(reader, fcntl.F_GETPIPE_SZ)
+            assert 0 < os.read(reader, room).count(b"handle_positionPan: Enter.") < 2000, "it has room for all"
+            manager.get(OID["positionPan"])
+        assert b"handle_positionPan: Enter." in os.read(reader, room)
+    finally:
+        log.unlink()
+        os.close(reader)
+
+
+def test_the_module_loaded_twice_ends_the_start(desk):
+    configuration = desk.state / "snmpd.conf"
+    text = configuration.read_text()
+    (line,) = [line for line in text.splitlines() if line.startswith("dlmod ")]
+    configuration.write_text(text.replace(line, f"{line}\n{line}"))
+    desk.start_bus()
+    desk.start_dome()
+    desk.launch_agent()
+    await_until(lambda: not desk.alive("agent"), "the agent gives up")
+    assert desk.processes.pop("agent").returncode == -signal.SIGABRT
+    assert module_lines(desk, "Error OrvexSnmpMain: Duplicate instance, exiting!")
+    assert "Duplicate Instance" in desk.log("agent")
 
 
 def test_the_bus_may_restart(desk):

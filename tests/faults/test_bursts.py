@@ -1,6 +1,7 @@
 """Changes that come by the hundred thousand, and a trap sink that is slow, or not there."""
 
 import time
+from collections import Counter
 
 import pytest
 
@@ -28,9 +29,13 @@ def burst(started):
         yield lambda values: service.tell("VoltageStatusChange", values)
 
 
-def check_agent(desk, asking, before, figure, what):
+def check_agent(desk, asking, before, figure, what, start, end):
+    """From `start` to `end` events were on their way: in each quarter of that time GETs were answered."""
     after = footprint(desk.agent_pid())
-    taken = asking.taken()
+    meanwhile = [answer for answer in asking.answers if start <= answer.sent <= end]
+    quarters = Counter(int(4 * (answer.sent - start) / (end - start)) for answer in meanwhile)
+    assert all(quarters[quarter] > 0 for quarter in range(4)), quarters
+    taken = [answer.seconds for answer in meanwhile]
     figure(f"{what}; {len(taken)} GETs meanwhile, 99 % within {percentile(taken, 99) * 1e3:.1f} ms, at most "
            f"{max(taken) * 1e3:.0f} ms; agent before {before}, after {after}")
     assert None not in asking.statuses
@@ -39,27 +44,37 @@ def check_agent(desk, asking, before, figure, what):
     assert SANITIZED or after.highest - before.highest < ROOM
 
 
-def test_a_sink_that_reads_late_gets_every_trap_in_order(started, burst, figure):
+@pytest.mark.parametrize("how", ["late", "slowly"])
+def test_a_sink_that_takes_its_time_gets_every_trap_in_order(started, burst, figure, how):
     with Sink(started, BUFFER) as sink, Asking(started, OID["modelName"]) as asking:
         before = settled(started)
+        if how == "slowly":
+            sink.read(pause=0.01)
+        start = time.monotonic()
         burst(range(COUNT))
         burst([LAST])
-        await_until(lambda: len(asking.answers) > 100, "GETs are answered")
-        sink.read()
+        if how == "late":
+            answered = len(asking.answers)
+            await_until(lambda: len(asking.answers) > answered + 100, "GETs are answered")
+            sink.read()
         await_until(lambda: sink.values[-1:] == [LAST], "the last trap", 60)
+        end = time.monotonic()
     assert sink.values == [*range(COUNT), LAST]
-    check_agent(started, asking, before, figure, f"{COUNT} events, each one a trap, in order")
+    check_agent(started, asking, before, figure, f"{COUNT} events, each one a trap, in order; the sink reads {how}", start, end)
 
 
 def test_a_sink_that_is_gone(started, burst, figure):
     with Asking(started, OID["modelName"]) as asking:
         before = settled(started)
+        start = time.monotonic()
         burst(range(COUNT))
         with Sink(started) as sink:
             sink.read()
             burst([LAST])
             await_until(lambda: sink.values[-1:] == [LAST], "a trap when the sink is back", 60)
-    check_agent(started, asking, before, figure, f"{COUNT} events, nobody listens; {len(sink.values)} traps afterwards")
+        end = time.monotonic()
+    check_agent(started, asking, before, figure, f"{COUNT} events, nobody listens; {len(sink.values)} traps afterwards",
+                start, end)
     assert sink.values == [*range(COUNT - len(sink.values) + 1, COUNT), LAST]
 
 
@@ -69,11 +84,13 @@ def test_every_sensor_at_once_told_by_the_camera(started, figure):
             Asking(started, OID["voltage"]) as called:
         sink.read()
         before = settled(started)
+        start = time.monotonic()
         started.domectl("event", "temperature", 0, 1, "--count", COUNT)
         await_until(lambda: len(sink.values) >= COUNT, "the last trap", 60)
+        end = time.monotonic()
     assert sink.values == list(range(1, COUNT + 1))
     check_agent(started, asking, before, figure, f"{COUNT} events of the camera, called "
-                f"{len(called.answers)} times meanwhile, at most {max(called.taken()) * 1e3:.0f} ms")
+                f"{len(called.answers)} times meanwhile, at most {max(called.taken()) * 1e3:.0f} ms", start, end)
     assert None not in called.statuses
 
 

@@ -15,6 +15,7 @@ import pytest
 import ber
 from desk import BUILD, ROOT, ManagerOf, await_until
 from expected_tree import OID, ROWS
+from traps import Sink
 from users import AGENT, DOME, STRANGER, PolicedDesk, as_user
 
 pytestmark = pytest.mark.skipif(os.getuid() != 0, reason="only root can run processes as other users")
@@ -83,6 +84,9 @@ def test_the_agent_moves_the_camera_and_drives_its_relays(camera):
         assert manager.set_integer(OID["relayState.5"], 1).error_status == ber.NO_ERROR
         assert manager.get(OID["relayState.5"]).bindings[0].value == 1
         manager.set_integer(OID["relayState.5"], 0)
+        # The dome's user has just noted the relay in the store, and left its log beside it: the agent's user stores, too.
+        assert manager.set_octets(OID["systemLensFeatureControl"], b"\x40\0").error_status == ber.NO_ERROR
+        assert manager.get(OID["modelName"]).bindings[0].value == b"Orvex Dome D20"
         await_until(lambda: camera.dome_state()["pan"]["position"] == 90000, "the pan is at 90 degrees")
 
 
@@ -94,6 +98,15 @@ def test_events_become_traps(camera):
             camera.domectl("event", *words)
             trap = ber.Message(sink.recv(65536))
             assert trap.bindings[-1].value == words[-1]
+
+
+def test_a_burst_of_events_passes_the_bus(camera):
+    count = 20000
+    with Sink(camera) as sink:
+        sink.read()
+        camera.domectl("event", "voltage", 1, "--count", count)
+        await_until(lambda: len(sink.values) >= count, "the last trap", 60)
+    assert sink.values == list(range(1, count + 1))
 
 
 @pytest.mark.parametrize("name", [*SERVICES, CONTROL, "org.tavos", "org.tavos.Other1"])

@@ -136,7 +136,6 @@ EventThread::~EventThread() {
 void EventThread::Start() {
     std::lock_guard<std::mutex> lock(_startMutex);
     if (_thread) return;
-    if (_wake < 0) throw osa::Exception("no descriptor for the event thread");
     try {
         StartAfter(0ms);
     } catch (const std::system_error& e) {
@@ -145,6 +144,8 @@ void EventThread::Start() {
 }
 
 void EventThread::StartAfter(std::chrono::milliseconds delay) {
+    if (_wake < 0) _wake = NewWakeDescriptor();
+    if (_wake < 0) throw osa::Exception("no descriptor for the event thread");
     const SignalsBlocked guard;  // the new thread inherits it: the process's signals are for its own threads
     _stop = false;
     std::promise<void> begun;

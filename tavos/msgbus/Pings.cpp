@@ -20,11 +20,17 @@ int Pings::OnAnswer(sd_bus_message* answer, void* question, sd_bus_error*) {
     asked.ended = true;
     asked.again = Clock::now() + kPause;
     // Nobody else gives these for an answer: the time is over, the service has ended meanwhile, or too many of the
-    // questions are still with it. Any other error shows that somebody is there, or that nobody of that name is.
+    // questions are still with it. Any other error but those of a missing name shows that somebody is there.
     const bool none = sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NO_REPLY) > 0 ||
                       sd_bus_message_is_method_error(answer, SD_BUS_ERROR_TIMEOUT) > 0 ||
                       sd_bus_message_is_method_error(answer, SD_BUS_ERROR_LIMITS_EXCEEDED) > 0;
-    if (!none) asked.silent->Heard(asked.service);
+    const bool ended = sd_bus_message_is_method_error(answer, SD_BUS_ERROR_SERVICE_UNKNOWN) > 0 ||
+                       sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0;
+    if (ended) {
+        asked.silent->Ended(asked.service);
+    } else if (!none) {
+        asked.silent->Heard(asked.service);
+    }
     return 0;
 }
 

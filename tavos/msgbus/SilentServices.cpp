@@ -1,6 +1,7 @@
 #include "tavos/msgbus/SilentServices.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "tavos/core/Logger.h"
 
@@ -57,22 +58,32 @@ void SilentServices::Missed(const ServiceAddress& service) {
                                             service.service.c_str());
 }
 
+bool SilentServices::EndSilence(const std::string& service) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    const auto record = _records.find(service);
+    return record != _records.end() && std::exchange(record->second.silent, false);
+}
+
+void SilentServices::Forget(const std::string& service) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _records.erase(service);
+    _any = !_records.empty();
+}
+
 void SilentServices::Heard(const std::string& service) {
-    {
-        const std::lock_guard<std::mutex> lock(_mutex);
-        const auto record = _records.find(service);
-        if (record == _records.end() || !record->second.silent) return;
-        record->second.silent = false;
-    }
+    if (!EndSilence(service)) return;
     core::Logger::GetLogger("tavos")->Information("%s answers again", service.c_str());
+}
+
+void SilentServices::Ended(const std::string& service) {
+    Forget(service);
+    core::Logger::GetLogger("tavos")->Information("%s has ended", service.c_str());
 }
 
 void SilentServices::Answered(const std::string& service) {
     if (!_any) return;
     Heard(service);
-    const std::lock_guard<std::mutex> lock(_mutex);
-    _records.erase(service);
-    _any = !_records.empty();
+    Forget(service);
 }
 
 std::vector<SilentServices::Question> SilentServices::Questions() const {

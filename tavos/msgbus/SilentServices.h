@@ -29,7 +29,9 @@ public:
     void Missed(const ServiceAddress& service);
     /// A sign of life.
     void Heard(const std::string& service);
-    /// A call was answered: what was missed before is forgotten.
+    /// It is gone: what its successor does is its own.
+    void Ended(const std::string& service);
+    /// A call was answered, be it with an error: what was missed before is forgotten.
     void Answered(const std::string& service);
 
     /// A service that is to be asked for a sign of life, and when first. One that has given a sign and then missed the
@@ -52,6 +54,9 @@ private:
         int misses = 0;  // since the last answer
         Clock::time_point due;
     };
+
+    bool EndSilence(const std::string& service);
+    void Forget(const std::string& service);
 
     mutable std::mutex _mutex;
     std::function<void()> _wakeAsker;

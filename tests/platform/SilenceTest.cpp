@@ -31,6 +31,7 @@ namespace {
 
 constexpr const char* kLate = "org.tavos.Pan1 GetMaxPosition: no answer within 300 ms";
 constexpr const char* kSilent = "org.tavos.Pan1 GetMaxPosition: the service is silent";
+constexpr const char* kRefused = "org.tavos.Pan1 GetMaxPosition: the service has failed";
 constexpr const char* kMissing = "org.tavos.Pan1 GetMaxPosition: the service is missing";
 
 std::size_t Count(const std::string& text, const std::string& part) {
@@ -69,6 +70,7 @@ protected:
         }
         if (call.operation == "Ping") return pingsHang ? Treatment::kHang : Treatment::kServe;
         ++arrived;
+        if (callsFail) return Treatment::kFail;
         return callsHang ? Treatment::kHang : Treatment::kServe;
     }
 
@@ -106,6 +108,7 @@ protected:
     fake::Temperature temperature;
     std::atomic<bool> pingsHang{false};
     std::atomic<bool> callsHang{false};
+    std::atomic<bool> callsFail{false};
     std::atomic<int> arrived{0};
     std::atomic<int> temperatureTakes{0};  // milliseconds
     std::unique_ptr<HostThread> host;
@@ -159,6 +162,8 @@ TEST_F(SilenceTest, AServiceThatEndsIsMissing) {
     EXPECT_EQ(PanFailure(), kLate);
     host.reset();
     EXPECT_TRUE(ComesTo(kMissing));
+    EXPECT_EQ(Logged(" tavos Information org.tavos.Pan1 has ended\n"), 1U);
+    EXPECT_EQ(Logged("answers again"), 0U);
 }
 
 TEST_F(SilenceTest, AServiceThatEndsInTheMiddleOfACallIsNotSilent) {
@@ -185,6 +190,24 @@ TEST_F(SilenceTest, AServiceThatOnlySeemsAliveIsAskedLessOften) {
     EXPECT_GT(failures, 5);
     callsHang = false;
     EXPECT_TRUE(ComesTo(""));
+}
+
+TEST_F(SilenceTest, AServiceThatAnswersWithErrorsBeginsAnewEachTime) {
+    for (int round = 0; round < 4; ++round) {
+        callsHang = true;
+        EXPECT_TRUE(ComesTo(kLate)) << round;
+        callsHang = false;
+        callsFail = true;
+        EXPECT_TRUE(ComesTo(kRefused)) << round;
+        callsFail = false;
+    }
+    callsHang = true;
+    EXPECT_TRUE(ComesTo(kLate));
+    callsHang = false;
+    // Had these been misses in a row, it would be left alone for 1600 ms now: some 300 calls.
+    int failures = 0;
+    EXPECT_TRUE(Eventually([&] { return PanFailure().empty() || ++failures < 0; }));
+    EXPECT_LT(failures, 100);
 }
 
 TEST_F(SilenceTest, ABusThatHangsIsWaitedForOnce) {

@@ -20,6 +20,7 @@ using tavos::osa::Exception;
 using namespace std::chrono_literals;
 
 constexpr auto kLookEvery = 1s;
+constexpr auto kLeaveAlone = 10s;
 const char* const kSection = "Dome/State";
 const char* const kRelays = "Relays";
 const char* const kPositions = "Positions";
@@ -93,19 +94,20 @@ void SettingsLink::Work(Clock::time_point now) {
         _seen = stamp;  // from before the reading: a change in the meantime is seen next time
         if (!_camera.IsMoving()) Keep();
     } catch (const Exception&) {
-        LeaveAlone(now);
+        _next = now + kLeaveAlone;
     }
 }
 
 void SettingsLink::KeepRelays() {
+    _kept.relays.clear();  // whatever becomes of this note, the relays are to be stored for good
     const auto now = Clock::now();
-    if (now < _nextRelays || !Look().exists) return;
+    if (now < _nextNote || !Look().exists) return;
     try {
         tavos::core::IniFile changed;
         changed.SetValue(kSection, kRelays, RelaysAsText());
         _settings.SetSettings(changed, Client::Survives::kKill);
     } catch (const Exception&) {
-        LeaveAlone(now);
+        _nextNote = now + kLookEvery;
     }
 }
 

@@ -35,7 +35,8 @@ public:
     void Restore();
 
     /// To be called when relays have changed and before anybody is told so: what was acknowledged survives a kill of
-    /// the camera. Takes a fraction of a millisecond.
+    /// the camera. Mostly takes a fraction of a millisecond; some where the disk has to be waited for, and a tenth of a
+    /// second when another process is storing. After a refusal nothing is noted for a second: Work stores the relays.
     void KeepRelays();
 
     /// To be called now and then. At most once a second it looks whether the store's files have changed, and only then
@@ -44,14 +45,11 @@ public:
     void Work(Clock::time_point now);
 
 private:
-    static constexpr std::chrono::seconds kLeaveAlone{10};
-
     struct Kept {
         std::string relays;
         std::string positions;
     };
 
-    void LeaveAlone(Clock::time_point now) { _next = _nextRelays = now + kLeaveAlone; }
     Stamp Look() const;
     void Follow();
     void Keep();
@@ -67,7 +65,7 @@ private:
     Stamp _seen;
     std::string _focusMode = "Auto";
     Kept _kept;
-    Clock::time_point _next{}, _nextRelays{};
+    Clock::time_point _next{}, _nextNote{};
 };
 
 }  // namespace dome

@@ -34,8 +34,8 @@ struct PendingRelaySet {
     int relayId = 0;
     int oldState = 0;
     int newValue = 0;
-    bool known = false;     // read in RESERVE2 of this SET
-    bool hasValue = false;  // taken in ACTION of this SET
+    unsigned long row = 0;  // whose relay was read in RESERVE2 of this SET; 0 is none
+    bool hasValue = false;  // of that row, taken in ACTION of this SET
 };
 
 PendingRelaySet s_pending;
@@ -143,14 +143,14 @@ int OrvexSnmpRelay::RememberRow(netsnmp_agent_request_info* info, netsnmp_reques
     s_pending.bank = entry->first.first;
     s_pending.relayId = entry->first.second;
     s_pending.oldState = entry->second;
-    s_pending.known = true;
+    s_pending.row = RequestedRow(*request);
     return SNMP_ERR_NOERROR;
 }
 
 int OrvexSnmpRelay::CommitRow(netsnmp_request_info* request) const {
     _logger->Information("%s: newRelayState in MODE_SET_COMMIT is %d", kTableHandler, s_pending.newValue);
-    // A row that was away in RESERVE2 or in ACTION: relay or value would be those of an earlier SET.
-    if (!s_pending.known || !s_pending.hasValue) return SNMP_ERR_GENERR;
+    // A row that was away in RESERVE2 or in ACTION: relay or value would be those of another row or an earlier SET.
+    if (s_pending.row == 0 || !s_pending.hasValue) return SNMP_ERR_GENERR;
     if (Drive(kTableHandler, s_pending.bank, s_pending.relayId, s_pending.newValue == kEnergise) == -1) {
         return SNMP_ERR_GENERR;
     }
@@ -168,7 +168,7 @@ int OrvexSnmpRelay::HandleCell(netsnmp_agent_request_info* info, netsnmp_request
             return RememberRow(info, request);
         case MODE_SET_ACTION:
             s_pending.newValue = ReadInteger(*request->requestvb);
-            s_pending.hasValue = true;
+            s_pending.hasValue = RequestedRow(*request) == s_pending.row;
             _logger->Information("%s: newRelayValue in MODE_SET_ACTION is %d", kTableHandler, s_pending.newValue);
             return SNMP_ERR_NOERROR;
         case MODE_SET_COMMIT:

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 #include "tavos/core/Logger.h"
 #include "tavos/osa/Exception.h"
@@ -46,7 +47,14 @@ int MillisecondsUntil(Clock::time_point until) {
     return static_cast<int>(std::clamp(left, 0LL, kLongest));
 }
 
-BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSocket* socket) {
+bool IsAnswer(const char* error) {
+    if (error == nullptr) return false;
+    // No service gives these: the time is over, it has ended in the middle of the call, too many calls wait for it.
+    const std::string name = error;
+    return name != SD_BUS_ERROR_NO_REPLY && name != SD_BUS_ERROR_TIMEOUT && name != SD_BUS_ERROR_LIMITS_EXCEEDED;
+}
+
+BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSocket* socket, std::timed_mutex* held) {
     sd_bus* made = nullptr;
     CheckBus(sd_bus_new(&made));
     BusPtr bus(made);
@@ -63,6 +71,8 @@ BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSo
         const int progress = sd_bus_process(made, nullptr);
         CheckBus(progress);
         if (progress > 0) continue;
+        std::optional<Released> rest;
+        if (held) rest.emplace(*held);
         const int waited = sd_bus_wait(made, MicrosecondsUntil(until));
         if (waited != -EINTR) CheckBus(waited);
     }

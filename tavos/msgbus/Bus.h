@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace tavos::msgbus {
@@ -29,6 +30,10 @@ struct MessageRelease {
 };
 using MessagePtr = std::unique_ptr<sd_bus_message, MessageRelease>;
 
+/// Whether an error of that name comes from the one who was called, or says that nobody of that name is there; null is
+/// no error. The others are the bus's, in the place of a service that does not answer.
+bool IsAnswer(const char* error);
+
 class BusError {
 public:
     BusError() = default;
@@ -38,6 +43,7 @@ public:
     sd_bus_error* operator&() { return &_error; }
     bool Is(const char* name) const { return sd_bus_error_has_name(&_error, name) > 0; }
     const char* Message() const { return _error.message ? _error.message : _error.name; }
+    bool IsAnswer() const { return tavos::msgbus::IsAnswer(_error.name); }
 
 private:
     sd_bus_error _error{};
@@ -78,9 +84,23 @@ private:
     std::atomic<ino_t> _inode{0};
 };
 
+/// Lets go of a lock for as long as it lives.
+class Released {
+public:
+    explicit Released(std::timed_mutex& mutex) : _mutex(mutex) { _mutex.unlock(); }
+    ~Released() { _mutex.lock(); }
+    Released(const Released&) = delete;
+    Released& operator=(const Released&) = delete;
+
+private:
+    std::timed_mutex& _mutex;
+};
+
 /// A connection that is ready for use. Throws tavos::osa::Exception with the reason when there is none by `until`.
-/// `socket`, when given, knows the socket from the beginning.
-BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSocket* socket = nullptr);
+/// `socket`, when given, knows the socket from the beginning; `held`, when given, is the caller's and let go of while
+/// the bus is waited for.
+BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSocket* socket = nullptr,
+               std::timed_mutex* held = nullptr);
 
 /// Tells the log once when the bus goes and once when it comes back, however many connections notice. Any thread.
 class Reachability {

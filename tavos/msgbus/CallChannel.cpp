@@ -114,7 +114,7 @@ MessagePtr CallChannel::Exchange(const ServiceAddress& to, sd_bus_message* call,
         // A late answer has no taker; hanging up makes the bus forget it.
         _socket.Forget();
         _bus.reset();
-    } else if (error.Message()) {
+    } else if (error.IsAnswer()) {
         _silent->Answered(to.service);
     }
     if (error.Is(SD_BUS_ERROR_SERVICE_UNKNOWN) || error.Is(SD_BUS_ERROR_NAME_HAS_NO_OWNER)) {

@@ -24,18 +24,6 @@ constexpr auto kRetryDelay = 200ms;
 constexpr auto kDelayInChild = 100ms;  // most forked children become another program before that
 constexpr auto kLongestDelegate = 1s;  // a fork waits no longer for one that runs
 
-/// Lets go of a lock for as long as it lives.
-class Released {
-public:
-    explicit Released(std::timed_mutex& mutex) : _mutex(mutex) { _mutex.unlock(); }
-    ~Released() { _mutex.lock(); }
-    Released(const Released&) = delete;
-    Released& operator=(const Released&) = delete;
-
-private:
-    std::timed_mutex& _mutex;
-};
-
 int NewWakeDescriptor() {
     return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 }
@@ -210,14 +198,17 @@ void EventThread::Run(std::chrono::milliseconds delay, std::promise<void> begun)
 }
 
 void EventThread::RunSession() {
-    Session session(OpenBus(_address, Clock::now() + _deadline, &_socket), *_silent);
+    Session session(OpenBus(_address, Clock::now() + _deadline, &_socket, _working.get()), *_silent);
     _reachability->Found();
     while (!_stop) {
         session.Update(Records());
         const int progress = sd_bus_process(session.Bus(), nullptr);
         CheckBus(progress);
         if (progress == 0) session.Wait(_wake, *_working);
-        if (_forkAhead) Pause(1ms);
+        while (_forkAhead) {
+            const Released rest(*_working);
+            poll(nullptr, 0, 1);  // long enough for whoever waits for the lock to get it
+        }
     }
 }
 

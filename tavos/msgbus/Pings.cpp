@@ -19,16 +19,12 @@ int Pings::OnAnswer(sd_bus_message* answer, void* question, sd_bus_error*) {
     auto& asked = *static_cast<Question*>(question);
     asked.ended = true;
     asked.again = Clock::now() + kPause;
-    // Nobody else gives these for an answer: the time is over, the service has ended meanwhile, or too many of the
-    // questions are still with it. Any other error but those of a missing name shows that somebody is there.
-    const bool none = sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NO_REPLY) > 0 ||
-                      sd_bus_message_is_method_error(answer, SD_BUS_ERROR_TIMEOUT) > 0 ||
-                      sd_bus_message_is_method_error(answer, SD_BUS_ERROR_LIMITS_EXCEEDED) > 0;
-    const bool ended = sd_bus_message_is_method_error(answer, SD_BUS_ERROR_SERVICE_UNKNOWN) > 0 ||
-                       sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0;
+    const sd_bus_error* const error = sd_bus_message_get_error(answer);
+    const bool ended = error && (sd_bus_error_has_name(error, SD_BUS_ERROR_SERVICE_UNKNOWN) > 0 ||
+                                 sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0);
     if (ended) {
         asked.silent->Ended(asked.service);
-    } else if (!none) {
+    } else if (!error || IsAnswer(error->name)) {
         asked.silent->Heard(asked.service);
     }
     return 0;

@@ -22,7 +22,9 @@ namespace tavos::settings {
 
 namespace {
 
-constexpr int kBusyTime = 1000;  // milliseconds
+constexpr int kBusyTime = 1000;      // milliseconds
+constexpr int kQuickBusyTime = 100;  // for what only a kill is to be survived
+constexpr off_t kLongestLog = 1 << 20;
 
 struct DatabaseCloser {
     void operator()(sqlite3* database) const { sqlite3_close(database); }
@@ -152,9 +154,11 @@ bool IsEmpty(sqlite3* database) {
 
 /// Changes stay in the log beside the file, and the system writes that to the disk in its own time. The next one who
 /// closes the file as the last brings them into it.
-void LeaveToTheSystem(sqlite3* database) {
+void LeaveToTheSystem(sqlite3* database, off_t logSize) {
     Run(database, "PRAGMA synchronous = NORMAL");
-    Check(database, sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr));
+    if (logSize < kLongestLog)
+        Check(database, sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr));
+    sqlite3_busy_timeout(database, kQuickBusyTime);
 }
 
 /// Makes the table in an empty database. Safe against other processes that do the same at the same time.
@@ -320,7 +324,7 @@ void TavosSettingsClient::GetSettings(const std::string& path, core::IniFile& in
 void TavosSettingsClient::SetSettings(const core::IniFile& ini, Survives what) {
     _store->Write([&](sqlite3* database) {
         if (_store->mode == kReadOnly) throw osa::Exception("it is open for reading only");
-        if (what == Survives::kKill) LeaveToTheSystem(database);
+        if (what == Survives::kKill) LeaveToTheSystem(database, Stamp(_store->path).logSize);
         Run(database, "BEGIN IMMEDIATE");
         Statement insert(database, "INSERT OR REPLACE INTO settings (section, key, value) VALUES (?1, ?2, ?3)");
         for (const auto& [section, values] : ini.Sections()) {

@@ -96,7 +96,7 @@ class Desk:
     def start_agent(self):
         self.launch_agent()
         with ManagerOf(self, timeout=0.2) as manager:
-            self._await("agent", lambda: _answers(manager))
+            self._await("agent", lambda: answers(manager))
 
     def launch_agent(self):
         """Starts the agent without waiting for its first answer."""
@@ -187,7 +187,7 @@ class Desk:
         await_until(ready, f"the {name} is ready")
 
 
-def _answers(manager):
+def answers(manager):
     try:
         return manager.get(SYS_UP_TIME).error_status == ber.NO_ERROR
     except (socket.timeout, ConnectionRefusedError):

@@ -8,7 +8,7 @@ import signal
 import pytest
 
 import ber
-from desk import ManagerOf, await_until
+from desk import ManagerOf, answers, await_until
 from expected_tree import OID
 
 
@@ -147,8 +147,11 @@ def test_a_reader_of_the_log_that_stops_and_goes_on(desk):
     os.mkfifo(log)
     reader = os.open(log, os.O_RDWR | os.O_NONBLOCK)
     try:
-        desk.start()
+        desk.start_bus()
+        desk.start_dome()
+        desk.launch_agent()
         with ManagerOf(desk) as manager:
+            await_until(lambda: answers(manager) or not desk.alive("agent"), "the agent answers")
             for _ in range(2000):
                 assert manager.get(OID["positionPan"]).error_status == ber.NO_ERROR
             room = fcntl.fcntl(reader, fcntl.F_GETPIPE_SZ)

@@ -115,6 +115,19 @@ TEST_F(SettingsLinkTest, KeepsRelaysAtOnceWhenItIsTold) {
     EXPECT_EQ(settings->GetValue("[Dome/State]Relays"), R"({"BNK1":"0001","BNK2":"00"})");
 }
 
+TEST_F(SettingsLinkTest, StoresForGoodWhatWasSwitchedBackWithoutANote) {
+    SettingsLink link(camera, store, false);
+    link.Restore();
+    camera.relays.OnChange([&] { link.KeepRelays(); });
+    camera.relays.Set("BNK1", 3, true);
+    EXPECT_EQ(settings->GetValue("[Dome/State]Relays"), R"({"BNK1":"0001","BNK2":"00"})");
+    std::filesystem::rename(store, store + ".away");
+    camera.relays.Set("BNK1", 3, false);
+    std::filesystem::rename(store + ".away", store);
+    Look(link);
+    EXPECT_EQ(settings->GetValue("[Dome/State]Relays"), R"({"BNK1":"0000","BNK2":"00"})");
+}
+
 TEST_F(SettingsLinkTest, SwitchesRelaysWithoutAStoreThatTakesThem) {
     SettingsLink link(camera, store, false);
     link.Restore();

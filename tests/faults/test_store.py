@@ -84,6 +84,7 @@ class Switching:
         self.desk = desk
         self.acknowledged = self.asked = states
         self.count = 0
+        self.ended = False
         self.thread = threading.Thread(target=self.run)
 
     def __enter__(self):
@@ -91,10 +92,11 @@ class Switching:
         return self
 
     def __exit__(self, *_):
+        self.ended = True
         self.thread.join()
 
     def run(self):
-        while True:
+        while not self.ended:
             point = random.randrange(6)
             new = "10"[int(self.acknowledged[point])]
             self.asked = self.acknowledged[:point] + new + self.acknowledged[point + 1:]

@@ -3,7 +3,6 @@
 import collections
 import socket
 import threading
-import time
 
 import ber
 
@@ -31,9 +30,8 @@ class Sink:
         if self._thread:
             self._thread.join(5)
 
-    def read(self, pause=0.0):
-        """Begins to read, in the background, with a pause of so many seconds after every hundred."""
-        self._pause = pause
+    def read(self):
+        """Begins to read, in the background."""
         self._socket.settimeout(0.5)
         self._thread = threading.Thread(target=self._run, daemon=True)
         self._thread.start()
@@ -42,8 +40,6 @@ class Sink:
         while True:
             try:
                 self._messages.append(self._socket.recv(65536))
-                if self._pause and len(self._messages) % 100 == 0:
-                    time.sleep(self._pause)
             except socket.timeout:
                 if self._socket.fileno() < 0:
                     return

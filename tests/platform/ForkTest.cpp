@@ -144,6 +144,38 @@ std::set<std::string> Sockets() {
     return sockets;
 }
 
+TEST_F(ForkTest, AForkDuringABurstIsNotInTheMiddleOfAHandler) {
+    Child service([this] {
+        fake::Temperature temperature;
+        ServiceHost host(bus.Address());
+        Serve(host, temperature);
+        for (;;) {
+            for (int i = 0; i < 100; ++i) temperature.change.Fire(0, 1);
+            host.Process(1);
+        }
+        return 0;
+    });
+    struct Slow {
+        void Pair(int, int) {
+            works = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            works = false;
+            ++count;
+        }
+        std::atomic<bool> works{false};
+        std::atomic<int> count{0};
+    } slow;
+    MsgBus messages;
+    messages.StartServer();
+    const std::unique_ptr<ITemperatureV2Provider> client(ITemperatureV2Provider::CreateClient(&messages));
+    client->OnTemperatureChange().AddHandler(tavos::core::CreateDelegate(&slow, &Slow::Pair));
+    for (int round = 0; round < 8; ++round) {
+        const int before = slow.count;
+        ASSERT_TRUE(Eventually([&] { return slow.count > before + 5; }));
+        EXPECT_EQ(Child([&] { return slow.works ? 1 : 0; }).Wait(), 0) << round;
+    }
+}
+
 TEST_F(ForkTest, TheChildKeepsNoConnectionOfTheParents) {
     Child service([this] { return ServeForever(); });
     const auto before = Sockets();

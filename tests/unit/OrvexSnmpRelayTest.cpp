@@ -970,6 +970,23 @@ TEST_F(RelayTest, TableAndControlDoNotTouchEachOther) {
     EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK2 0 1", "call relay ClearRelay BNK1 0 0"));
 }
 
+TEST_F(RelayTest, SetOfSeveralRowsDrivesNoneByTheValueOfAnother) {
+    BuildTwoBanks();
+    const auto banks = Camera().relays.banks;
+    Camera().onCall = [&, phase = 0](const std::string& call) mutable {
+        if (call != "relay GetRelayCount") return;
+        Camera().relays.banks = banks;
+        if (++phase == 3) Camera().relays.banks = {{"BNK1", {true}}};  // ACTION: the last row is away
+    };
+    CellRequest first(3, 1);
+    CellRequest last(3, 3);
+    first.WithInteger(1);
+    last.WithInteger(0);
+    first.Chain(last);
+    EXPECT_EQ(Set(first), SNMP_ERR_GENERR);
+    EXPECT_THAT(Driven(), IsEmpty());
+}
+
 TEST_F(RelayTest, SetWhoseRowIsAwayInAPhaseDrivesNothingThatAnEarlierSetHasLeft) {
     // The first is RESERVE1. Away in ACTION it would get the value of the earlier one, which is none of its own.
     for (const std::set<int>& away : {std::set<int>{2}, {1, 2}, {3}, {1, 3}, {2, 3}, {1, 2, 3}}) {

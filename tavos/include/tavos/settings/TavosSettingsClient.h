@@ -29,7 +29,9 @@ public:
     /// What a stored value survives.
     enum class Survives {
         kPowerLoss,
-        kKill,  ///< no loss of power, until anybody stores for that; much quicker: nothing waits for the disk
+        /// No loss of power, until somebody stores for that. The disk is waited for now and then only, and another
+        /// process that stores for a tenth of a second.
+        kKill,
     };
 
     explicit TavosSettingsClient(int operationMode);

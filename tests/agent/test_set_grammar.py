@@ -374,6 +374,7 @@ def expected_error_1(name, sent):
     return NO_CREATION if sent.tag == ber.COUNTER64 else expected_error(name, sent)
 
 
+@pytest.mark.slow
 @pytest.mark.parametrize("row", WRITABLE, ids=lambda row: row.name)
 def test_version_1_says_it_in_its_own_words(every_version, readable, row):
     with desks.ManagerOf(every_version) as manager:
@@ -404,6 +405,7 @@ def engine(every_version):
         return ber.Message(manager._socket.recv(65536)).engine
 
 
+@pytest.mark.slow
 @pytest.mark.parametrize("row", WRITABLE, ids=lambda row: row.name)
 def test_version_3_says_it_as_version_2_does(every_version, readable, engine, row):
     def sets():

@@ -52,5 +52,5 @@ build_preset() {
             }
         fi
         cmake --build --preset "$preset" "$@" "${progress[@]}" | sed -u '/^ninja: no work to do/d'
-    ) 8>"$root/build/.lock"
+    ) 8>"$root/build/.$preset.lock"
 }

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "core/FixedLogging.h"
 #include "core/HandlerSteps.h"
 #include "core/NetSnmp.h"
 #include "core/OrvexSnmpOid.h"
 #include "core/OrvexSnmpTrapSend.h"
-#include "tavos/core/IniFile.h"
 #include "tavos/core/Logger.h"
 #include "tavos/osa/Exception.h"
 
@@ -50,11 +50,7 @@ OrvexSnmpBaseProvider<T>* OrvexSnmpBaseProvider<T>::s_instance = nullptr;
 
 template <class T>
 OrvexSnmpBaseProvider<T>::OrvexSnmpBaseProvider() : _logger(tavos::core::Logger::GetLogger("OrvexSnmp")) {
-    tavos::core::Logger::ClearAppenders();
-    tavos::core::IniFile fixedSetup;
-    fixedSetup.SetValue("log", "log.stdout", "true");
-    fixedSetup.SetValue("log", "log.level", "3");
-    tavos::core::Logger::ConfigureLogging(fixedSetup, "log");
+    ApplyFixedLogging();
     if (s_instance != nullptr) {
         _logger->Error("%s: Duplicate instance, exiting!", "OrvexSnmpBaseProvider");
         throw tavos::osa::Exception("Duplicate Instance");

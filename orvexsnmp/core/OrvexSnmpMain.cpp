@@ -1,5 +1,8 @@
 #include "core/OrvexSnmpMain.h"
 
+#include <exception>
+#include <utility>
+
 #include "core/OrvexSnmpOid.h"
 #include "core/OrvexSnmpTrapSend.h"
 #include "core/ScalarRegistration.h"
@@ -30,12 +33,14 @@ OrvexSnmpMain::~OrvexSnmpMain() {
     _logger = nullptr;
 }
 
-int init_orvexsnmp() {
-    constexpr auto kName = "init_orvexsnmp";
-    new OrvexSnmpMain();
-    const auto& logger = *OrvexSnmpMain::GetLogger();
-    logger.Trace("%s: Enter.", kName);
+namespace {
 
+constexpr auto kName = "init_orvexsnmp";
+
+// Set by deinit_orvexsnmp: what the start has made waits for the next init_orvexsnmp.
+bool s_unloaded = false;
+
+int RegisterEverything(const Logger& logger) {
     ApplySensorAvailability();
     if (RegisterScalars() != 0) return -1;
     OrvexSnmpAlarm::GetInstance()->init_alarmTable(false);
@@ -51,16 +56,38 @@ int init_orvexsnmp() {
     return 0;
 }
 
+// A reload: nothing is made anew, so nothing that fails now can end an agent that works.
+int Resume(const Logger& logger) {
+    try {
+        logger.Trace("%s: Enter.", kName);
+        OrvexSnmpDevice::GetInstance()->Reload();
+        OrvexSnmpTrapSend::GetInstance()->Resume();
+        return RegisterEverything(logger);
+    } catch (const std::exception& e) {
+        logger.Error("%s: the module cannot be loaded again: %s", kName, e.what());
+    } catch (...) {
+        logger.Error("%s: the module cannot be loaded again", kName);
+    }
+    return -1;
+}
+
+}  // namespace
+
+int init_orvexsnmp() {
+    const bool reload = std::exchange(s_unloaded, false) && OrvexSnmpMain::GetInstance() != nullptr;
+    if (reload) return Resume(*OrvexSnmpMain::GetLogger());
+    new OrvexSnmpMain();
+    const auto& logger = *OrvexSnmpMain::GetLogger();
+    logger.Trace("%s: Enter.", kName);
+    return RegisterEverything(logger);
+}
+
 int deinit_orvexsnmp() {
+    if (OrvexSnmpMain::GetInstance() == nullptr) return 0;
     UnregisterInstances();
-    if (auto* trapSend = OrvexSnmpTrapSend::GetInstance()) trapSend->Close();
-    // The last of the providers' events has been delivered when their clients are gone.
-    OrvexSnmpDevice::DeleteProviders();
-    delete OrvexSnmpDevice::GetInstance();
-    OrvexSnmpDevice::ForgetInstance();
-    delete OrvexSnmpTrapSend::GetInstance();
-    OrvexSnmpTrapSend::ForgetInstance();
-    delete OrvexSnmpMain::GetInstance();
-    OrvexSnmpMain::ForgetInstance();
+    OrvexSnmpAlarm::GetInstance()->UnregisterTable();
+    OrvexSnmpRelay::GetInstance()->UnregisterTable();
+    OrvexSnmpTrapSend::GetInstance()->Suspend();
+    s_unloaded = true;
     return 0;
 }

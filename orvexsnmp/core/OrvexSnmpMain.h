@@ -15,7 +15,7 @@ public:
 
     static OrvexSnmpMain* GetInstance() { return s_instance; }
 
-    /// For the unloading of the module, after the destructor.
+    /// After the destructor, for whoever makes another one. Nothing in the module destroys it.
     static void ForgetInstance() { s_instance = nullptr; }
 
     /// Only once there is an instance.
@@ -29,11 +29,14 @@ private:
 
 extern "C" {
 
-/// What the agent calls after loading. 0, or -1 when the agent refuses a registration; an exception of a constructor
-/// leaves it and ends the agent's start.
+/// What the agent calls after loading. 0, or -1 when the agent refuses a registration.
+/// The first call starts the module; an exception of a constructor leaves it and ends the agent's start. A call after
+/// deinit_orvexsnmp goes on with what the start has made: it reads identity and configuration again, keeps what cannot
+/// be read, registers everything anew, and throws nothing.
 __attribute__((visibility("default"))) int init_orvexsnmp();
 
 /// What the agent calls before it unloads the module, as it does when it reads its configuration again: takes back
-/// every registration, descriptor and thread, so that the module can be loaded anew in the same process.
+/// every registration and leaves the agent's main loop. The module's objects, their clients and the event thread stay
+/// for the next init_orvexsnmp, and so does what they remember.
 __attribute__((visibility("default"))) int deinit_orvexsnmp();
 }

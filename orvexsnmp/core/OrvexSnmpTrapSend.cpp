@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <new>
 
 using tavos::core::Logger;
 using tavos::osa::kWaitForever;
@@ -14,7 +15,19 @@ namespace {
 
 /// Traps, one byte each in the pipe; it is a pipe's smallest size. A waiting trap takes about 2.4 kB, which the process
 /// does not give back; an event that still waits in the bus takes a quarter of that.
-constexpr int kMostWaiting = 4096;
+constexpr int kMaxWaiting = 4096;
+
+/// Holds a mutex, also over an exception.
+class Held {
+public:
+    explicit Held(tavos::osa::Mutex& mutex) : _mutex(mutex) { _mutex.Lock(kWaitForever); }
+    ~Held() { _mutex.Release(); }
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
+
+private:
+    tavos::osa::Mutex& _mutex;
+};
 
 }  // namespace
 
@@ -29,23 +42,30 @@ OrvexSnmpTrapSend::OrvexSnmpTrapSend() : _logger(Logger::GetLogger("OrvexSnmp"))
     s_instance = this;
     Logger::EnableDebugLogging();
     _logger->Trace("%s: Enter", "OrvexSnmpTrapSend");
-
-    // Close-on-exec: the restart script and other children must not keep the pipe open.
-    int descriptors[2] = {-1, -1};
-    if (pipe2(descriptors, O_CLOEXEC) != 0) _logger->Error("%s: Could not create pipe!", "OrvexSnmpTrapSend");
-    fcntl(descriptors[1], F_SETPIPE_SZ, kMostWaiting);
-    _readDescriptor = descriptors[0];
-    _writeDescriptor = descriptors[1];
-    // The agent's main loop does not survive a descriptor of -1.
-    if (_readDescriptor == -1 || register_readfd(_readDescriptor, &OrvexSnmpTrapSend::snmpMainCallback, nullptr) != 0) {
-        _logger->Error("%s: Couldn't register the callback function for sending traps!", "OrvexSnmpTrapSend");
-    }
+    OpenPipe();
+    WatchPipe();
     static const int watchesForks = pthread_atfork(nullptr, nullptr, [] {
         if (s_inChild != nullptr) s_inChild->RenewPipe();
     });
     static_cast<void>(watchesForks);
     s_inChild = this;
     _logger->Trace("%s: Done.", "OrvexSnmpTrapSend");
+}
+
+void OrvexSnmpTrapSend::OpenPipe() {
+    // Close-on-exec: the restart script and other children must not keep the pipe open.
+    int descriptors[2] = {-1, -1};
+    if (pipe2(descriptors, O_CLOEXEC) != 0) _logger->Error("%s: Could not create pipe!", "OrvexSnmpTrapSend");
+    fcntl(descriptors[1], F_SETPIPE_SZ, kMaxWaiting);
+    _readDescriptor = descriptors[0];
+    _writeDescriptor = descriptors[1];
+}
+
+void OrvexSnmpTrapSend::WatchPipe() {
+    // The agent's main loop does not survive a descriptor of -1.
+    if (_readDescriptor == -1 || register_readfd(_readDescriptor, &OrvexSnmpTrapSend::snmpMainCallback, nullptr) != 0) {
+        _logger->Error("%s: Couldn't register the callback function for sending traps!", "OrvexSnmpTrapSend");
+    }
 }
 
 OrvexSnmpTrapSend::~OrvexSnmpTrapSend() {
@@ -71,7 +91,7 @@ void OrvexSnmpTrapSend::RenewPipe() {
     int descriptors[2] = {-1, -1};
     if (_readDescriptor == -1 || pipe2(descriptors, O_CLOEXEC) != 0) return;
     for (std::size_t i = 0; i < _queue.size(); ++i) static_cast<void>(!write(descriptors[1], "1", 1));
-    fcntl(descriptors[1], F_SETPIPE_SZ, kMostWaiting);
+    fcntl(descriptors[1], F_SETPIPE_SZ, kMaxWaiting);
     // The agent's main loop goes on watching the same number.
     dup3(descriptors[0], _readDescriptor, O_CLOEXEC);
     dup3(descriptors[1], _writeDescriptor, O_CLOEXEC);
@@ -81,21 +101,29 @@ void OrvexSnmpTrapSend::RenewPipe() {
 
 int OrvexSnmpTrapSend::send_v2trap(netsnmp_variable_list* list) {
     _logger->Trace("%s: enter...", "send_v2trap");
-    _mutex.Lock(kWaitForever);
-    const bool closed = _closed;
-    if (!closed) _queue.push_back(list);
-    _mutex.Release();
-    if (closed) {
-        snmp_free_varbind(list);
-        return 0;
-    }
-
+    const int descriptor = Keep(list);
     // Without the lock, so that a full pipe never keeps the agent's thread from emptying it.
     const char byte = '1';
-    while (write(_writeDescriptor, &byte, 1) == -1 && errno == EINTR) {
+    while (write(descriptor, &byte, 1) == -1 && errno == EINTR) {
     }
     _logger->Trace("%s: Done.", "send_v2trap");
     return 0;
+}
+
+int OrvexSnmpTrapSend::Keep(netsnmp_variable_list* list) {
+    const Held held(_mutex);
+    // Without a pipe nothing wakes the agent's thread, and nothing holds back whoever queues.
+    const bool full = _writeDescriptor == -1 && _queue.size() >= std::size_t{kMaxWaiting};
+    try {
+        if (list != nullptr && !full) {
+            _queue.push_back(list);
+            return _writeDescriptor;
+        }
+    } catch (const std::bad_alloc&) {
+        // No memory for one more.
+    }
+    snmp_free_varbind(list);
+    return -1;
 }
 
 void OrvexSnmpTrapSend::snmpMainCallback(int /*descriptor*/, void* /*data*/) {
@@ -107,25 +135,35 @@ void OrvexSnmpTrapSend::snmpMainCallback(int /*descriptor*/, void* /*data*/) {
 
 void OrvexSnmpTrapSend::CallSnmpSendTrap() {
     _logger->Trace("%s: enter...", "CallSnmpSendTrap");
-    _mutex.Lock(kWaitForever);
-    while (!_queue.empty()) {
-        // One byte for one trap. It may still be on its way from the thread that queued the trap.
-        char byte;
-        while (read(_readDescriptor, &byte, 1) == -1 && errno == EINTR) {
+    {
+        const Held held(_mutex);
+        while (!_queue.empty()) {
+            // One byte for one trap. It may still be on its way from the thread that queued the trap.
+            char byte;
+            while (read(_readDescriptor, &byte, 1) == -1 && errno == EINTR) {
+            }
+            _logger->Information("%s: Calling into snmp code to send trap.", "CallSnmpSendTrap");
+            ::send_v2trap(_queue.front());
+            snmp_free_varbind(_queue.front());
+            _logger->Information("%s: Removing from queue...", "CallSnmpSendTrap");
+            _queue.pop_front();
         }
-        _logger->Information("%s: Calling into snmp code to send trap.", "CallSnmpSendTrap");
-        ::send_v2trap(_queue.front());
-        snmp_free_varbind(_queue.front());
-        _logger->Information("%s: Removing from queue...", "CallSnmpSendTrap");
-        _queue.pop_front();
     }
-    _mutex.Release();
     _logger->Trace("%s: Done.", "CallSnmpSendTrap");
 }
 
-void OrvexSnmpTrapSend::Close() {
-    _mutex.Lock(kWaitForever);
-    _closed = true;
-    _mutex.Release();
+void OrvexSnmpTrapSend::Suspend() {
     CallSnmpSendTrap();
+    if (_readDescriptor != -1) unregister_readfd(_readDescriptor);
+}
+
+void OrvexSnmpTrapSend::Resume() {
+    {
+        const Held held(_mutex);
+        if (_readDescriptor == -1) {
+            OpenPipe();
+            for (std::size_t i = 0; i < _queue.size(); ++i) static_cast<void>(!write(_writeDescriptor, "1", 1));
+        }
+    }
+    WatchPipe();
 }

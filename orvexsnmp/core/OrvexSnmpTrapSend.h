@@ -19,11 +19,12 @@ public:
 
     static OrvexSnmpTrapSend* GetInstance() { return s_instance; }
 
-    /// For the unloading of the module, after the destructor.
+    /// After the destructor, for whoever makes another one. Nothing in the module destroys it.
     static void ForgetInstance() { s_instance = nullptr; }
 
     /// Any thread. Takes ownership of a finished variable list, snmpTrapOID.0 first; traps are sent in the order of
-    /// these calls. Always returns 0. Blocks while the pipe is full, that is, while 4096 traps wait.
+    /// these calls. Always returns 0. Blocks while the pipe is full, that is, while 4096 traps wait. Without a pipe, or
+    /// without memory, a trap that cannot be kept is dropped.
     int send_v2trap(netsnmp_variable_list* list);
 
     /// Agent's thread: the main loop's callback for the read descriptor.
@@ -32,11 +33,19 @@ public:
     /// Agent's thread: sends and frees everything that is queued.
     void CallSnmpSendTrap();
 
-    /// Agent's thread, for the unloading of the module: sends what is queued and drops what comes later, so that no
-    /// event thread is left waiting at a full pipe.
-    void Close();
+    /// Agent's thread, for the unloading of the module: sends what is queued and leaves the main loop. What comes later
+    /// waits for Resume.
+    void Suspend();
+
+    /// Agent's thread: joins the main loop again, with a new pipe where there was none.
+    void Resume();
 
 private:
+    void OpenPipe();
+    void WatchPipe();
+    /// Queues a trap, or frees it where it cannot be kept. The descriptor to which its byte goes, or -1.
+    int Keep(netsnmp_variable_list* list);
+
     /// In a forked child, which the agent is once it has made itself a daemon: a pipe of its own, with a byte for each
     /// trap that it has inherited. In the one that it shares with its parent it would find, and never get rid of, the
     /// bytes for traps that the parent's event thread queues before the parent ends.
@@ -50,5 +59,4 @@ private:
     int _writeDescriptor = -1;
     tavos::osa::Mutex _mutex;
     std::deque<netsnmp_variable_list*> _queue;
-    bool _closed = false;
 };

@@ -2,9 +2,13 @@
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <memory>
+#include <tuple>
 
+#include "core/FixedLogging.h"
+#include "core/NetSnmp.h"
 #include "core/TextUtilities.h"
 #include "io/OrvexSnmpAlarm.h"
 #include "io/OrvexSnmpPressure.h"
@@ -30,6 +34,15 @@ struct ClosePipe {
     void operator()(std::FILE* pipe) const { pclose(pipe); }
 };
 
+constexpr auto kFailed = "ERROR";
+
+constexpr auto kModelNameKey = "[Device/ReadOnly]ProductFamily";
+constexpr auto kManufacturerKey = "[Device/ReadOnly]Manufacturer";
+
+bool IsLost(const std::string& text) {
+    return text.empty() || text == kFailed;
+}
+
 }  // namespace
 
 OrvexSnmpDevice* OrvexSnmpDevice::s_instance = nullptr;
@@ -48,8 +61,8 @@ OrvexSnmpDevice::OrvexSnmpDevice()
     LoadFwVersion();
     LoadHwVersion();
     ReloadConfigs();
-    _modelName = _settings.GetValue("[Device/ReadOnly]ProductFamily");
-    _manufacturer = _settings.GetValue("[Device/ReadOnly]Manufacturer");
+    _modelName = _settings.GetValue(kModelNameKey);
+    _manufacturer = _settings.GetValue(kManufacturerKey);
     LoadModuleVersion();
     CreateProviders();
     _bus.StartServer();
@@ -76,20 +89,34 @@ void OrvexSnmpDevice::CreateProviders() {
     new OrvexSnmpPressure(_bus);
 }
 
-void OrvexSnmpDevice::DeleteProviders() {
-    delete OrvexSnmpPressure::GetInstance();
-    delete OrvexSnmpWiper::GetInstance();
-    delete OrvexSnmpTilt::GetInstance();
-    delete OrvexSnmpPan::GetInstance();
-    delete OrvexSnmpZoom::GetInstance();
-    delete OrvexSnmpIris::GetInstance();
-    delete OrvexSnmpFocus::GetInstance();
-    delete OrvexSnmpPresets::GetInstance();
-    delete OrvexSnmpVoltage::GetInstance();
-    delete OrvexSnmpPower::GetInstance();
-    delete OrvexSnmpRelay::GetInstance();
-    delete OrvexSnmpAlarm::GetInstance();
-    delete OrvexSnmpTemp::GetInstance();
+void OrvexSnmpDevice::Reload() {
+    const auto before = std::make_tuple(_modelNumber, _serialNumber, _assyId, _assyVer);
+    LoadModelInfo();
+    if (IsLost(_modelNumber)) _modelNumber = std::get<0>(before);
+    if (IsLost(_serialNumber)) _serialNumber = std::get<1>(before);
+    if (IsLost(_assyId)) std::tie(std::ignore, std::ignore, _assyId, _assyVer) = before;
+    LoadFwVersion();
+    LoadHwVersion();
+    ReloadSettings();
+    LoadModuleVersion();
+}
+
+void OrvexSnmpDevice::ReloadSettings() {
+    std::string reason;
+    try {
+        _modelName = _settings.GetValue(kModelNameKey);
+        _manufacturer = _settings.GetValue(kManufacturerKey);
+        ApplyConfiguration();
+    } catch (const std::exception& e) {
+        reason = e.what();
+    } catch (...) {
+        reason = "unknown exception";
+    }
+    // As after a start. It comes before the line: a configuration that fails leaves no appender to write it.
+    ApplyFixedLogging();
+    if (!reason.empty()) {
+        _logger->Error("%s: the configuration stays as it was: %s", "OrvexSnmpDevice", reason.c_str());
+    }
 }
 
 std::string OrvexSnmpDevice::myname(const std::string& option) const {
@@ -100,10 +127,10 @@ std::string OrvexSnmpDevice::myname(const std::string& option) const {
             char piece[128];
             while (std::fgets(piece, sizeof piece, pipe.get()) != nullptr) result += piece;
         } else {
-            result = "ERROR";
+            result = kFailed;
         }
     } catch (...) {
-        result = "ERROR";
+        result = kFailed;
     }
     return trim(result, " \t\n");
 }
@@ -125,8 +152,11 @@ void OrvexSnmpDevice::LoadModelInfo() {
 
 void OrvexSnmpDevice::LoadFwVersion() {
     constexpr auto kName = "LoadFwVersion";
-    std::ifstream file(ORVEX_VERSION_FILE);
-    if (!file) {
+    std::error_code error;
+    std::ifstream file;
+    // Nothing else: opening a FIFO would wait for its writer.
+    if (std::filesystem::is_regular_file(ORVEX_VERSION_FILE, error)) file.open(ORVEX_VERSION_FILE);
+    if (!file.is_open()) {
         _logger->Error("%s: could not open %s", kName, ORVEX_VERSION_FILE);
         return;
     }
@@ -150,15 +180,21 @@ void OrvexSnmpDevice::LoadModuleVersion() {
     _moduleVersion = build + " - v" + base;
 }
 
+void OrvexSnmpDevice::ApplyConfiguration() const {
+    tavos::core::IniFile configuration;
+    _settings.GetSettings(_settingsPath, configuration);
+    Logger::ClearAppenders();
+    Logger::ConfigureLogging(configuration, "Applications/OrvexSnmp");
+    _logger->Information("just reconfigured!");
+}
+
 void OrvexSnmpDevice::ReloadConfigs() const {
     try {
-        tavos::core::IniFile configuration;
-        _settings.GetSettings(_settingsPath, configuration);
-        Logger::ClearAppenders();
-        Logger::ConfigureLogging(configuration, "Applications/OrvexSnmp");
-        _logger->Information("just reconfigured!");
-    } catch (const std::exception&) {
+        ApplyConfiguration();
+    } catch (const std::exception& e) {
         _logger->Error("Error reloading, invalid configuration");
+        // The agent ends now, and the exception's text is fixed: this is where the reason can be found.
+        snmp_log(LOG_ERR, "orvexsnmp: invalid configuration: %s\n", e.what());
         throw tavos::osa::Exception("invalid configuration");
     }
 }

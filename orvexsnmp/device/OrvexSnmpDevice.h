@@ -6,8 +6,8 @@
 #include "tavos/msgbus/MsgBus.h"
 #include "tavos/settings/TavosSettingsClient.h"
 
-/// What the camera is: its identity, gathered once at start-up from the identity command, the version file and the
-/// settings store. Owns the message bus and makes every provider. Agent's thread only.
+/// What the camera is: its identity, gathered at start-up and at each reload from the identity command, the version
+/// file and the settings store. Owns the message bus and makes every provider. Agent's thread only.
 class OrvexSnmpDevice {
 public:
     /// Throws tavos::osa::Exception for a second instance and when the settings store cannot be read, and whatever a
@@ -20,11 +20,12 @@ public:
 
     static OrvexSnmpDevice* GetInstance() { return s_instance; }
 
-    /// For the unloading of the module, after the destructor.
+    /// After the destructor, for whoever makes another one. Nothing in the module destroys it.
     static void ForgetInstance() { s_instance = nullptr; }
 
-    /// For the unloading of the module: deletes the providers, last made first.
-    static void DeleteProviders();
+    /// Reads identity and configuration again. A text or a configuration that cannot be read or applied stays as it
+    /// was; what stood in the way of the configuration is logged in one Error line.
+    void Reload();
 
     std::string GetModelName() const { return _modelName; }
     std::string GetModelNumber() const { return _modelNumber; }
@@ -42,6 +43,8 @@ private:
     void LoadHwVersion();
     void LoadModuleVersion();
     void ReloadConfigs() const;
+    void ApplyConfiguration() const;
+    void ReloadSettings();
     void CreateProviders();
 
     /// What the identity command prints for an option, without the blanks around it; "ERROR" when it cannot be run.

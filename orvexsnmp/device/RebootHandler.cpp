@@ -3,7 +3,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <vector>
 
 #include "core/HandlerSteps.h"
 #include "core/OrvexSnmpMain.h"
@@ -14,12 +16,23 @@ constexpr auto kName = "handle_rebootDevice";
 
 std::int32_t s_rebootDeviceValue = 0;
 
+// A camera ends before its restart script does. Where it does not, the ended children are collected by an alarm of the
+// agent's, which runs for as long as there is a child.
+std::vector<pid_t> s_children;
+unsigned int s_collector = 0;  // the alarm; 0 is none
+
+void CollectEnded(unsigned int /*alarm*/, void* /*data*/) {
+    const auto ended = [](pid_t child) { return waitpid(child, nullptr, WNOHANG) != 0; };
+    s_children.erase(std::remove_if(s_children.begin(), s_children.end(), ended), s_children.end());
+    if (!s_children.empty()) return;
+    snmp_alarm_unregister(s_collector);
+    s_collector = 0;
+}
+
 // Runs the restart script in a child; the agent goes on at once. A child that cannot be had is not reported.
 void StartRestart(const tavos::core::Logger& logger) {
-    static pid_t s_lastChild = -1;
-    // A camera ends before its script does; where it does not, the last script's process is collected here.
-    if (s_lastChild > 0) waitpid(s_lastChild, nullptr, WNOHANG);
-
+    constexpr unsigned int kSeconds = 1;
+    s_children.reserve(s_children.size() + 1);  // there must be room before there is a child
     constexpr auto kCommand =
         "/bin/chmod +x " ORVEX_RESTART_SCRIPT " && /bin/sleep 3 && " ORVEX_RESTART_SCRIPT " -s -k";
     const char* const arguments[] = {"/bin/sh", "-c", kCommand, nullptr};
@@ -32,7 +45,9 @@ void StartRestart(const tavos::core::Logger& logger) {
         static_cast<void>(ignored);
         _exit(2);
     }
-    s_lastChild = child;
+    if (child < 0) return;
+    s_children.push_back(child);
+    if (s_collector == 0) s_collector = snmp_alarm_register(kSeconds, SA_REPEAT, CollectEnded, nullptr);
 }
 
 }  // namespace

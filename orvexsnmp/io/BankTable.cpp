@@ -1,5 +1,7 @@
 #include "io/BankTable.h"
 
+#include <utility>
+
 namespace {
 
 // Positions in an instance's name: orvexEnterprise.1.3.T, entry, column, row.
@@ -80,12 +82,18 @@ BankTable::BankTable(Owner& owner, const char* name, bool stateWritable)
     : _owner(owner), _name(name), _stateWritable(stateWritable) {}
 
 BankTable::~BankTable() {
-    if (_registration != nullptr) netsnmp_unregister_handler(_registration);
+    Unregister();
+}
+
+void BankTable::Unregister() {
+    _waitingRows = nullptr;
+    if (auto* const registration = std::exchange(_registration, nullptr)) netsnmp_unregister_handler(registration);
     if (_dataSet == nullptr) return;
     RemoveRows();
 #ifdef ORVEX_HAVE_DELETE_TABLE_DATA_SET
     netsnmp_delete_table_data_set(_dataSet);
 #endif  // otherwise each reload leaves an empty data set behind
+    _dataSet = nullptr;
 }
 
 void BankTable::Create() {

@@ -88,7 +88,6 @@ public:
 
     /// `name` must live as long as the table.
     BankTable(Owner& owner, const char* name, bool stateWritable);
-    /// Takes the registration back and frees the data set.
     ~BankTable();
     BankTable(const BankTable&) = delete;
     BankTable& operator=(const BankTable&) = delete;
@@ -99,6 +98,9 @@ public:
 
     /// Registers the data set for `handler`. Returns the agent's answer, 0 for success.
     int Register(Netsnmp_Node_Handler* handler, const oid* tableId, std::size_t tableIdLength);
+
+    /// Takes the registration back and frees the data set. Create and Register may follow.
+    void Unregister();
 
     /// Serves the list's entries from now on; an empty list as one row without values. During the later phases of a
     /// SET the rows are replaced at the next request instead. `list` must live as long as the table.

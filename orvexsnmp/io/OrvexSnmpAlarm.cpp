@@ -76,6 +76,11 @@ int OrvexSnmpAlarm::init_alarmTable(bool update) {
     return 0;
 }
 
+void OrvexSnmpAlarm::UnregisterTable() {
+    _table.Unregister();
+    _firstTime = true;
+}
+
 bool OrvexSnmpAlarm::BeginTableRequest(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     if (!BeginRead(*_logger, kTableHandler, info, requests)) return false;
     FollowService(

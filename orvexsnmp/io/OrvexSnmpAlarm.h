@@ -30,6 +30,9 @@ public:
     /// refuses the registration.
     int init_alarmTable(bool update);
 
+    /// Takes the table's registration back; the next init_alarmTable registers it again.
+    void UnregisterTable();
+
     static Netsnmp_Node_Handler handle_alarmStates;
     static Netsnmp_Node_Handler handle_inputStatus;
 

@@ -93,10 +93,10 @@ int OrvexSnmpRelay::init_relayTable(bool update) {
     constexpr auto kName = "init_relayTable";
     _logger->Information("%s: Enter. update=%d\n", kName, update ? 1 : 0);
     CreateRelayTable(update);
-    if (update) {
-        _logger->Information("%s: deleting table to make new one", kName);
-        _logger->Information("%s: making new relay table", kName);
-    }
+    if (update) _logger->Information("%s: deleting table to make new one", kName);
+    // At the start the table is the constructor's.
+    if (update || !_table.IsCreated()) _logger->Information("%s: making new relay table", kName);
+    _table.Create();
     if (_firstTime) {
         if (_table.Register(&OrvexSnmpRelay::handle_relayStates, OrvexSnmpOid::oid_relay,
                             OID_LENGTH(OrvexSnmpOid::oid_relay)) != 0) {
@@ -108,6 +108,11 @@ int OrvexSnmpRelay::init_relayTable(bool update) {
     }
     _table.ReplaceRows(_list);
     return 0;
+}
+
+void OrvexSnmpRelay::UnregisterTable() {
+    _table.Unregister();
+    _firstTime = true;
 }
 
 bool OrvexSnmpRelay::BeginTableRequest(netsnmp_agent_request_info*, netsnmp_request_info* requests) {

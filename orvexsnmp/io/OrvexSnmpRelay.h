@@ -34,6 +34,9 @@ public:
     /// refuses the registration.
     int init_relayTable(bool update);
 
+    /// Takes the table's registration back; the next init_relayTable registers it again.
+    void UnregisterTable();
+
     static Netsnmp_Node_Handler handle_relayStates;
     static Netsnmp_Node_Handler handle_outputStatus;
     static Netsnmp_Node_Handler handle_outputControl;

@@ -114,8 +114,13 @@ constexpr const char* kStandardOutput = "";  // no file has this path
 
 using Appenders = std::map<std::string, spdlog::sink_ptr>;  // by path
 
+void AddStandardOutput(Appenders& appenders) {
+    if (appenders.count(kStandardOutput) != 0) return;
+    appenders[kStandardOutput] = std::make_shared<DescriptorSink>(STDOUT_FILENO, false);
+}
+
 struct State {
-    State() { appenders[kStandardOutput] = std::make_shared<DescriptorSink>(STDOUT_FILENO, false); }
+    State() { AddStandardOutput(appenders); }
 
     std::mutex mutex;  // guards all below, and the writing of lines
     Appenders appenders;
@@ -142,9 +147,18 @@ std::optional<int> Number(const std::string& text) {
     return number;
 }
 
+/// The level that the section sets, if it sets one.
+std::optional<int> LevelOf(const IniFile& ini, const char* section) {
+    if (!ini.HasValue(section, "log.level")) return std::nullopt;
+    const std::string text = ini.GetValue(section, "log.level");
+    const auto level = Number(text);
+    if (!level) throw osa::Exception("log.level is no number: \"%s\"", IniFile::Escaped(text).c_str());
+    return level;
+}
+
 spdlog::sink_ptr OpenFile(const std::string& path) {
     const int descriptor = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0640);
-    if (descriptor < 0) throw osa::Exception("log.file %s: %s", path.c_str(), std::strerror(errno));
+    if (descriptor < 0) throw osa::Exception("log.file %s: %s", IniFile::Escaped(path).c_str(), std::strerror(errno));
     return std::make_shared<DescriptorSink>(descriptor, true);
 }
 
@@ -192,24 +206,20 @@ void Logger::ClearAppenders() {
 }
 
 void Logger::ConfigureLogging(const IniFile& ini, const char* section) {
-    std::optional<int> level;
-    if (ini.HasValue(section, "log.level")) {
-        const std::string text = ini.GetValue(section, "log.level");
-        level = Number(text);
-        if (!level) throw osa::Exception("log.level is no number: \"%s\"", text.c_str());
-    }
-    const bool toStandardOutput = ini.GetValue(section, "log.stdout") == "true";
-    const std::string file = ini.GetValue(section, "log.file");
-
     State& state = Shared();
     std::lock_guard<std::mutex> lock(state.mutex);
-    Appenders appenders = state.appenders;
-    if (toStandardOutput && appenders.count(kStandardOutput) == 0) {
-        appenders[kStandardOutput] = std::make_shared<DescriptorSink>(STDOUT_FILENO, false);
+    try {
+        const auto level = LevelOf(ini, section);
+        Appenders appenders = state.appenders;
+        if (ini.GetValue(section, "log.stdout") == "true") AddStandardOutput(appenders);
+        const std::string file = ini.GetValue(section, "log.file");
+        if (!file.empty() && appenders.count(file) == 0) appenders[file] = OpenFile(file);
+        state.appenders.swap(appenders);
+        if (level && !state.overridden) s_level = *level;
+    } catch (...) {
+        if (state.appenders.empty()) AddStandardOutput(state.appenders);
+        throw;
     }
-    if (!file.empty() && appenders.count(file) == 0) appenders[file] = OpenFile(file);
-    state.appenders.swap(appenders);
-    if (level && !state.overridden) s_level = *level;
 }
 
 void Logger::EnableDebugLogging() {

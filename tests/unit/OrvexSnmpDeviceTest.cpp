@@ -8,6 +8,7 @@
 #include "device/OrvexSnmpDevice.h"
 #include "support/CameraFolder.h"
 #include "support/ModuleTest.h"
+#include "support/Providers.h"
 #include "tavos/osa/Exception.h"
 
 namespace {
@@ -21,7 +22,7 @@ protected:
         Camera().settings["[Device/ReadOnly]Manufacturer"] = "Maker";
     }
     ~DeviceTest() override {
-        OrvexSnmpDevice::DeleteProviders();
+        DeleteProviders();
         _device.reset();
         OrvexSnmpDevice::ForgetInstance();
     }
@@ -154,7 +155,7 @@ TEST_F(DeviceTest, FieldsAreFixedAfterConstruction) {
 
 TEST_F(DeviceTest, DestructionClosesTheSettingsAndThenTheBus) {
     Construct();
-    OrvexSnmpDevice::DeleteProviders();
+    DeleteProviders();
     journal::Clear();
     _device.reset();
     EXPECT_THAT(journal::All(), ElementsAre("settings Close", "bus Close"));
@@ -187,7 +188,7 @@ TEST_F(DeviceTest, JoinsAnOutputOfSeveralPieces) {
         const std::string text = std::string(length - 1, 'x') + "y";
         _folder.Identity(text, "", "");
         EXPECT_EQ(Construct().GetModelNumber(), text) << length;
-        OrvexSnmpDevice::DeleteProviders();
+        DeleteProviders();
         _device.reset();
         OrvexSnmpDevice::ForgetInstance();
     }

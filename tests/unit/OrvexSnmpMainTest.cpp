@@ -2,6 +2,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -278,7 +279,10 @@ TEST_F(InitTest, AFailedConstructionLeavesTheEntryPointAndNothingIsRegistered) {
 TEST_F(InitTest, AnInvalidConfigurationLeavesTheEntryPoint) {
     Camera().failing = {"settings.GetSettings"};
     EXPECT_EQ(FailureOf([] { init_orvexsnmp(); }), "invalid configuration");
-    EXPECT_THAT(journal::All("agent"), ElementsAre("agent register_readfd"));
+    EXPECT_THAT(journal::All("agent "), ElementsAre("agent register_readfd"));
+    // What the exception does not say, the agent's own log does.
+    EXPECT_THAT(journal::All("agentlog"),
+                ElementsAre("agentlog 3 orvexsnmp: invalid configuration: settings.GetSettings fails\n"));
 }
 
 TEST_F(InitTest, WhateverAConstructorThrowsLeavesTheEntryPoint) {
@@ -328,8 +332,9 @@ TEST_F(InitTest, UnloadingSendsTheTrapsThatWait) {
     EXPECT_EQ(Agent().traps[0].value, 2u);
 }
 
-TEST_F(InitTest, UnloadingTakesEverythingBackAndTheModuleCanBeLoadedAgain) {
+TEST_F(InitTest, UnloadingTakesEveryRegistrationBackAndKeepsTheModulesObjects) {
     EXPECT_EQ(init_orvexsnmp(), 0);
+    const auto* const pan = OrvexSnmpPan::GetInstance();
     journal::Clear();
     EXPECT_EQ(deinit_orvexsnmp(), 0);
     EXPECT_EQ(journal::All("agent unregister ").size(), 53u);
@@ -337,16 +342,178 @@ TEST_F(InitTest, UnloadingTakesEverythingBackAndTheModuleCanBeLoadedAgain) {
     EXPECT_THAT(journal::All(), Contains("agent unregister alarmStatesTable"));
     EXPECT_THAT(journal::All(), Contains("agent unregister relayStatesTable"));
     EXPECT_THAT(journal::All("agent unregister_readfd").size(), 1u);
-    EXPECT_EQ(journal::All("bus DeleteClient").size(), 16u);
-    EXPECT_EQ(journal::All("bus Close").size(), 1u);
-    EXPECT_EQ(OrvexSnmpMain::GetInstance(), nullptr);
-    EXPECT_EQ(OrvexSnmpDevice::GetInstance(), nullptr);
-    EXPECT_EQ(OrvexSnmpTrapSend::GetInstance(), nullptr);
-    EXPECT_EQ(OrvexSnmpPressure::GetInstance(), nullptr);
+    EXPECT_THAT(journal::All("bus"), IsEmpty());
+    EXPECT_EQ(OrvexSnmpPan::GetInstance(), pan);
 
     journal::Clear();
     EXPECT_EQ(init_orvexsnmp(), 0);
-    EXPECT_THAT(EntryPointLines(), ElementsAreArray(AllAccepted()));
+    auto expected = AllAccepted();
+    expected.insert(expected.begin() + 1, "agent register_readfd");
+    EXPECT_THAT(EntryPointLines(), ElementsAreArray(expected));
+    EXPECT_THAT(journal::All("bus"), IsEmpty());
+    EXPECT_EQ(OrvexSnmpPan::GetInstance(), pan);
+}
+
+TEST_F(InitTest, UnloadingAModuleThatHasNotStartedDoesNothing) {
+    EXPECT_EQ(deinit_orvexsnmp(), 0);
+    EXPECT_THAT(journal::All(), IsEmpty());
+}
+
+// --- loading again ---
+
+class ReloadTest : public InitTest {
+protected:
+    ReloadTest() {
+        EXPECT_EQ(init_orvexsnmp(), 0);
+        journal::Clear();
+    }
+
+    static int Reload() {
+        EXPECT_EQ(deinit_orvexsnmp(), 0);
+        journal::Clear();
+        return init_orvexsnmp();
+    }
+
+    static void Set(const oid (&object)[13], Netsnmp_Node_Handler* handler, std::vector<u_char> octets) {
+        SnmpRequest request(object);
+        request.WithOctets(octets);
+        for (const int mode : {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_COMMIT}) {
+            request.Call(handler, mode);
+        }
+    }
+
+    static std::vector<u_char> Get(const oid (&object)[13], Netsnmp_Node_Handler* handler) {
+        SnmpRequest request(object);
+        EXPECT_EQ(request.Call(handler, MODE_GET), SNMP_ERR_NOERROR);
+        return request.Octets();
+    }
+};
+
+TEST_F(ReloadTest, WhatTheProcessRemembersOutlivesIt) {
+    using Oid = OrvexSnmpOid;
+    const std::vector<u_char> command = {0, 0, 0, 9};
+    const std::vector<u_char> control = {2, 3};
+    const std::vector<std::pair<const oid(*)[13], Netsnmp_Node_Handler*>> motions = {
+        {&Oid::oid_positionPan, OrvexSnmpPan::handle_positionPan},
+        {&Oid::oid_positionTilt, OrvexSnmpTilt::handle_positionTilt},
+        {&Oid::oid_positionZoomLens, OrvexSnmpZoom::handle_positionZoomLens},
+        {&Oid::oid_positionFocusLens, OrvexSnmpFocus::handle_positionFocusLens},
+        {&Oid::oid_positionIrisLens, OrvexSnmpIris::handle_positionIrisLens}};
+    const std::vector<std::pair<const oid(*)[13], Netsnmp_Node_Handler*>> controls = {
+        {&Oid::oid_systemCameraFeatureControl, OrvexSnmpWiper::handle_systemCameraFeatureControl},
+        {&Oid::oid_systemLensFeatureControl, OrvexSnmpFocus::handle_systemLensFeatureControl},
+        {&Oid::oid_outputControl, OrvexSnmpRelay::handle_outputControl}};
+    for (const auto& [object, handler] : motions) Set(*object, handler, command);
+    for (const auto& [object, handler] : controls) Set(*object, handler, control);
+    Set(Oid::oid_systemLensEquipped, OrvexSnmpFocus::handle_systemLensEquipped, {0});
+    Set(Oid::oid_systemCameraEquipped, OrvexSnmpWiper::handle_systemCameraEquipped, {1});
+    Camera().alarms.banks = {{"BNK2", {true}}};
+    EXPECT_EQ(Get(Oid::oid_inputStatus, OrvexSnmpAlarm::handle_inputStatus), std::vector<u_char>{1});
+
+    EXPECT_EQ(Reload(), 0);
+    for (const auto& [object, handler] : motions) EXPECT_EQ(Get(*object, handler), command);
+    for (const auto& [object, handler] : controls) EXPECT_EQ(Get(*object, handler), control);
+    EXPECT_EQ(Get(Oid::oid_systemLensEquipped, OrvexSnmpFocus::handle_systemLensEquipped), std::vector<u_char>{0});
+    EXPECT_EQ(Get(Oid::oid_systemCameraEquipped, OrvexSnmpWiper::handle_systemCameraEquipped), std::vector<u_char>{1});
+    Camera().failing = {"alarm.GetAlarmState"};
+    EXPECT_EQ(Get(Oid::oid_inputStatus, OrvexSnmpAlarm::handle_inputStatus), std::vector<u_char>{1});
+}
+
+TEST_F(ReloadTest, ReadsIdentityAndSensorsAgain) {
+    _folder.Identity("MODEL-2", "SERIAL-2", "5678-06");
+    _folder.Version("03.00.00-20130101\n");
+    Camera().settings["[Device/ReadOnly]ProductFamily"] = "Family 2";
+    Camera().settings["[Device/ReadOnly]Manufacturer"] = "";
+    Camera().failing = {"voltage.GetVoltageStatus"};
+    EXPECT_EQ(Reload(), 0);
+    const auto& device = *OrvexSnmpDevice::GetInstance();
+    EXPECT_EQ(device.GetModelNumber(), "MODEL-2");
+    EXPECT_EQ(device.GetSerialNumber(), "SERIAL-2");
+    EXPECT_EQ(device.GetHwVer(), "5678-06");
+    EXPECT_EQ(device.GetFwVer(), "03.00.00-20130101");
+    EXPECT_EQ(device.GetModuleVersion(), "20130101 - v03.00.00");
+    EXPECT_EQ(device.GetModelName(), "Family 2");
+    EXPECT_EQ(device.GetManufacturer(), "");
+    EXPECT_THAT(journal::All(), Not(Contains(HasSubstr("register_instance voltage"))));
+    EXPECT_THAT(journal::All(), Contains(HasSubstr("register_instance power")));
+}
+
+TEST_F(ReloadTest, KeepsIdentityTextsThatCannotBeReadAgain) {
+    Camera().failing = {"settings.GetValue"};
+    std::filesystem::remove(ORVEX_VERSION_FILE);
+    for (const char* const script : {"exit 1", "echo ERROR"}) {
+        _folder.Identity(script);
+        EXPECT_EQ(Reload(), 0);
+        const auto& device = *OrvexSnmpDevice::GetInstance();
+        EXPECT_EQ(device.GetModelNumber(), "MODEL-1");
+        EXPECT_EQ(device.GetSerialNumber(), "SERIAL-1");
+        EXPECT_EQ(device.GetAssyId(), "1234");
+        EXPECT_EQ(device.GetAssyVer(), "05");
+        EXPECT_EQ(device.GetHwVer(), "1234-05");
+        EXPECT_EQ(device.GetFwVer(), "02.01.00-20120531b");
+        EXPECT_EQ(device.GetModuleVersion(), "20120531 - v02.01.00");
+        EXPECT_EQ(device.GetModelName(), "Family");
+        EXPECT_EQ(device.GetManufacturer(), "Maker");
+    }
+}
+
+TEST_F(ReloadTest, AConfigurationThatCannotBeReadOrAppliedIsOneErrorLineAndEverythingIsServed) {
+    for (const char* const operation : {"settings.GetValue", "settings.GetSettings", "logger.ConfigureLogging"}) {
+        Camera().failingOnce = {operation};
+        EXPECT_EQ(Reload(), 0);
+        EXPECT_THAT(
+            journal::Logged(3),
+            ElementsAre("OrvexSnmpDevice: the configuration stays as it was: " + std::string(operation) + " fails"));
+        // The line comes after the setup that writes it.
+        const auto all = journal::All();
+        const auto line = std::find_if(all.begin(), all.end(), [](const auto& l) { return l.find("stays") != l.npos; });
+        EXPECT_EQ(*(line - 1), "logger ConfigureLogging log log.level=3 log.stdout=true");
+        EXPECT_EQ(journal::All("agent register_instance").size(), 51u);
+        EXPECT_EQ(journal::All("agent register_table_data_set").size(), 2u);
+    }
+}
+
+TEST_F(ReloadTest, AppliesTheConfigurationAndThenTheFixedSetup) {
+    Camera().settings["[Applications/OrvexSnmp]log.level"] = "8";
+    EXPECT_EQ(Reload(), 0);
+    EXPECT_THAT(journal::All("logger"),
+                ElementsAre("logger ClearAppenders", "logger ConfigureLogging Applications/OrvexSnmp log.level=8",
+                            "logger ClearAppenders", "logger ConfigureLogging log log.level=3 log.stdout=true"));
+    EXPECT_THAT(journal::Logged(6), Contains("just reconfigured!"));
+}
+
+TEST_F(ReloadTest, NothingThatIsThrownLeavesIt) {
+    Camera().failing = {"logger.ConfigureLogging"};
+    EXPECT_EQ(Reload(), -1);
+    EXPECT_THAT(journal::Logged(3),
+                ElementsAre("init_orvexsnmp: the module cannot be loaded again: logger.ConfigureLogging fails"));
+    Camera().throwsInt = true;
+    EXPECT_EQ(Reload(), -1);
+    EXPECT_THAT(journal::Logged(3), ElementsAre("init_orvexsnmp: the module cannot be loaded again"));
+    Camera().failing = {};
+    EXPECT_EQ(Reload(), 0);
+    EXPECT_EQ(journal::All("agent register_instance").size(), 51u);
+}
+
+TEST_F(ReloadTest, EventsMeanwhileBecomeTrapsAfterwards) {
+    EXPECT_EQ(deinit_orvexsnmp(), 0);
+    std::thread([] { Camera().powerChange.Fire(3); }).join();
+    EXPECT_THAT(Agent().traps, IsEmpty());
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    pollfd polled{Agent().readDescriptor, POLLIN, 0};
+    ASSERT_EQ(poll(&polled, 1, 0), 1);
+    Agent().readCallback(Agent().readDescriptor, nullptr);
+    ASSERT_EQ(Agent().traps.size(), 1u);
+    EXPECT_EQ(Agent().traps[0].value, 3u);
+}
+
+TEST_F(ReloadTest, TakesUpARegistrationThatTheAgentRefusedBefore) {
+    Agent().refusing = {"positionPan"};
+    EXPECT_EQ(Reload(), -1);
+    Agent().refusing = {};
+    EXPECT_EQ(Reload(), 0);
+    EXPECT_EQ(journal::All("agent register_instance").size(), 51u);
+    EXPECT_EQ(journal::All("agent register_table_data_set").size(), 2u);
 }
 
 }  // namespace

@@ -363,25 +363,28 @@ TEST_F(TrapSendTest, ManyThreadsLoseNoTrap) {
     EXPECT_FALSE(Readable(_readDescriptor));
 }
 
-// --- the end of queueing ---
+// --- unloading and loading again ---
 
-TEST_F(TrapSendTest, ClosingSendsWhatIsQueuedAndDropsWhatComesLater) {
+TEST_F(TrapSendTest, SuspensionSendsWhatIsQueuedAndKeepsWhatComesLater) {
     Construct();
     _trapSend->send_v2trap(Trap(1));
     _trapSend->send_v2trap(Trap(2));
-    _trapSend->Close();
+    journal::Clear();
+    _trapSend->Suspend();
     EXPECT_THAT(SentValues(), ElementsAre(1u, 2u));
     EXPECT_FALSE(Readable(_readDescriptor));
+    EXPECT_EQ(journal::All("agent unregister_readfd").size(), 1u);
 
-    s_journalFrees = true;
     EXPECT_EQ(_trapSend->send_v2trap(Trap(3)), 0);
-    EXPECT_THAT(journal::All("agent snmp_free_varbind"), ElementsAre("agent snmp_free_varbind"));
-    EXPECT_FALSE(Readable(_readDescriptor));
-    Agent().readCallback(_readDescriptor, nullptr);
     EXPECT_THAT(SentValues(), ElementsAre(1u, 2u));
+    _trapSend->Resume();
+    EXPECT_EQ(Agent().readDescriptor, _readDescriptor);
+    RunAgentLoop();
+    EXPECT_THAT(SentValues(), ElementsAre(1u, 2u, 3u));
+    EXPECT_FALSE(Readable(_readDescriptor));
 }
 
-TEST_F(TrapSendTest, ClosingLetsAProducerGoThatWaitsAtAFullPipe) {
+TEST_F(TrapSendTest, SuspensionLetsAProducerGoThatWaitsAtAFullPipe) {
     Construct();
     const int room = fcntl(_readDescriptor, F_GETPIPE_SZ);
     ASSERT_EQ(room, 4096);
@@ -389,9 +392,46 @@ TEST_F(TrapSendTest, ClosingLetsAProducerGoThatWaitsAtAFullPipe) {
     auto* const oneMore = Trap(room);
     std::thread producer([&] { _trapSend->send_v2trap(oneMore); });
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    _trapSend->Close();
+    _trapSend->Suspend();
     producer.join();
+    _trapSend->Resume();
+    RunAgentLoop();
     EXPECT_EQ(Agent().traps.size(), static_cast<std::size_t>(room) + 1);
+}
+
+TEST_F(TrapSendTest, ResumptionMakesThePipeThatTheStartCouldNotHaveAndSendsWhatWaited) {
+    ConstructWithoutPipe();
+    for (int value = 0; value < 3; ++value) _trapSend->send_v2trap(Trap(value));
+    journal::Clear();
+    _trapSend->Resume();
+    EXPECT_THAT(journal::Logged(3), IsEmpty());
+    ASSERT_NE(Agent().readDescriptor, -1);
+    RunAgentLoop();
+    EXPECT_THAT(SentValues(), ElementsAre(0u, 1u, 2u));
+    EXPECT_FALSE(Readable(Agent().readDescriptor));
+    _trapSend->send_v2trap(Trap(3));
+    RunAgentLoop();
+    EXPECT_THAT(SentValues(), ElementsAre(0u, 1u, 2u, 3u));
+}
+
+TEST_F(TrapSendTest, ResumptionWithoutDescriptorsSaysSoAndGoesOn) {
+    ConstructWithoutPipe();
+    journal::Clear();
+    {
+        const NoMoreDescriptors noMore;
+        _trapSend->Resume();
+    }
+    EXPECT_THAT(journal::Logged(3),
+                ElementsAre("OrvexSnmpTrapSend: Could not create pipe!",
+                            "OrvexSnmpTrapSend: Couldn't register the callback function for sending traps!"));
+}
+
+TEST_F(TrapSendTest, WithoutAPipeNoMoreWaitThanAFullPipeLetsWait) {
+    ConstructWithoutPipe();
+    for (int value = 0; value < 5000; ++value) _trapSend->send_v2trap(Trap(value));
+    _trapSend->Suspend();
+    EXPECT_EQ(Agent().traps.size(), 4096u);
+    EXPECT_EQ(Agent().traps.back().value, 4095u);
 }
 
 // --- the agent as a daemon: the child of the process that has loaded the module ---

@@ -5,7 +5,10 @@
 
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -60,6 +63,7 @@ protected:
         request.Call(handle_rebootDevice, MODE_SET_UNDO);
         while (WaitForChild() != -1) {
         }
+        for (const auto& [number, callback] : std::map(Agent().alarms)) callback(number, nullptr);
         s_exec = Exec::kReal;
     }
 
@@ -346,6 +350,50 @@ TEST_F(RebootTest, TheScriptRunsThreeSecondsLaterWhileTheAgentGoesOn) {
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
     EXPECT_EQ(_folder.Read("restarted"), "2 -s -k\n");
     EXPECT_THAT(journal::Logged(3), Each(HasSubstr("rebooting system now")));
+}
+
+/// Children of this process that have ended and wait to be collected, or still run.
+int Children() {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream file(entry.path() / "stat");
+        std::string id, name, state;
+        pid_t parent = 0;
+        if (file >> id >> name >> state >> parent && parent == getpid()) ++count;
+    }
+    return count;
+}
+
+TEST_F(RebootTest, EveryChildIsCollectedWhateverComesNext) {
+    for (int i = 0; i < 20; ++i) {
+        SnmpRequest request(OrvexSnmpOid::oid_rebootDevice);
+        request.WithInteger(1);
+        EXPECT_EQ(Call(request, MODE_SET_COMMIT), SNMP_ERR_NOERROR);
+    }
+    EXPECT_EQ(Children(), 20);
+    EXPECT_EQ(Agent().alarms.size(), 1u);
+    // The agent calls its alarms once a second, whether there are requests or not.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!Agent().alarms.empty() && std::chrono::steady_clock::now() < deadline) {
+        const auto [number, callback] = *Agent().alarms.begin();
+        callback(number, nullptr);
+    }
+    EXPECT_EQ(Children(), 0);
+    EXPECT_THAT(Agent().alarms, IsEmpty());
+}
+
+TEST_F(RebootTest, AChildThatStillRunsKeepsTheAlarm) {
+    _folder.RestartScript("exit 0");
+    s_exec = Exec::kReal;
+    SnmpRequest request(OrvexSnmpOid::oid_rebootDevice);
+    request.WithInteger(1);
+    EXPECT_EQ(Call(request, MODE_SET_COMMIT), SNMP_ERR_NOERROR);
+    ASSERT_EQ(Agent().alarms.size(), 1u);
+    Agent().alarms.begin()->second(1, nullptr);
+    EXPECT_EQ(Agent().alarms.size(), 1u);
+    EXPECT_EQ(WaitForChild(), 0);
+    Agent().alarms.begin()->second(1, nullptr);
+    EXPECT_THAT(Agent().alarms, IsEmpty());
 }
 
 TEST_F(RebootTest, TheSetSucceedsWhenThereCanBeNoChild) {

@@ -94,6 +94,16 @@ int unregister_readfd(int descriptor) {
     return FD_UNREGISTERED_OK;
 }
 
+unsigned int snmp_alarm_register(unsigned int, unsigned int, SNMPAlarmCallback* callback, void*) {
+    if (Refused("alarm")) return 0;
+    s_agent.alarms[++s_agent.lastAlarm] = callback;
+    return s_agent.lastAlarm;
+}
+
+void snmp_alarm_unregister(unsigned int alarm) {
+    s_agent.alarms.erase(alarm);
+}
+
 void send_v2trap(netsnmp_variable_list* list) {
     journal::Add("agent send_v2trap");
     FakeAgent::SentTrap trap{};

@@ -45,6 +45,8 @@ struct FakeAgent {
     int readDescriptor = -1;  ///< what the module has registered
     void (*readCallback)(int, void*) = nullptr;
     void* readData = nullptr;
+    std::map<unsigned, SNMPAlarmCallback*> alarms;  ///< by the number that the module was given, 1 and up
+    unsigned lastAlarm = 0;
     bool unregisteredOpen = false;  ///< the descriptor was still open when it was unregistered
 };
 

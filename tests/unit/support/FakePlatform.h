@@ -16,6 +16,8 @@ struct FakeCamera {
     /// Operations that throw, as "pan.SetPosition", "pan.CreateClient", "settings.GetValue", "bus.StartServer",
     /// "logger.ConfigureLogging".
     std::set<std::string> failing;
+    /// The same, for the next call of each only.
+    std::set<std::string> failingOnce;
     /// What they throw: tavos::osa::Exception, or an int, or a std::runtime_error.
     bool throwsInt = false;
     bool throwsRuntimeError = false;

@@ -6,6 +6,7 @@
 #include "device/OrvexSnmpDevice.h"
 #include "support/CameraFolder.h"
 #include "support/ModuleTest.h"
+#include "support/Providers.h"
 
 /// Takes the module down again, also one whose start has failed half-way: whatever was made then is gone, but for what
 /// an exception has destroyed already.
@@ -14,7 +15,14 @@ inline void ForgetModule(bool startFailed) {
         OrvexSnmpMain::ForgetInstance();
         OrvexSnmpDevice::ForgetInstance();
     }
-    deinit_orvexsnmp();
+    UnregisterInstances();
+    DeleteProviders();
+    delete OrvexSnmpDevice::GetInstance();
+    OrvexSnmpDevice::ForgetInstance();
+    delete OrvexSnmpTrapSend::GetInstance();
+    OrvexSnmpTrapSend::ForgetInstance();
+    delete OrvexSnmpMain::GetInstance();
+    OrvexSnmpMain::ForgetInstance();
 }
 
 /// A test of the whole module on a camera of its own: a folder with an identity command and a version file, and the

@@ -27,8 +27,9 @@ public:
     ///   log.level   a level number, 0 (nothing) to 8 (everything)
     ///   log.stdout  "true" adds standard output
     ///   log.file    a path adds that file, lines appended
-    /// Throws tavos::osa::Exception when log.level is no number or the file cannot be opened; the level and the
-    /// appenders are then as before the call.
+    /// Throws tavos::osa::Exception, with the key and its value on one line, when log.level is no number or the file
+    /// cannot be opened. The level is then as before the call, and so are the appenders; where there are none, standard
+    /// output is added, so that the failure can be logged.
     static void ConfigureLogging(const IniFile& ini, const char* section);
 
     /// Arms the operator's override: when the environment has TAVOS_LOG_LEVEL, a level number, that level wins over

@@ -131,6 +131,12 @@ class Desk:
         assert done.returncode == 0, f"domectl {words}: {done.stderr}"
         return done.stdout
 
+    def settings(self, *words, text=None):
+        """Runs tavos-settings on the desk's store; what it prints."""
+        command = [BUILD / "bin" / "tavos-settings", *map(str, words)]
+        return subprocess.run(command, env=self.environment, input=text, stdout=subprocess.PIPE, text=True, timeout=20,
+                              check=True).stdout
+
     def dome_state(self):
         return json.loads(self.domectl("state"))
 

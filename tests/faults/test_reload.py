@@ -1,7 +1,11 @@
-"""SIGHUP over and over under load, and an agent that makes itself a daemon."""
+"""SIGHUP over and over under load, while something is wrong, and an agent that makes itself a daemon."""
 
 import os
+import pathlib
+import re
 import signal
+import sqlite3
+import subprocess
 
 import pytest
 
@@ -56,6 +60,163 @@ def test_reloads_under_load(desk, figure, sinks):
     expected = sorted([*before.descriptors, *["socket"] * (sinks * reloads)])
     assert sorted(after.descriptors) == expected
     assert tree(desk) == rows_without()
+
+
+# --- what a reload keeps ---
+
+COMMANDS = ["positionPan", "positionTilt", "positionZoomLens", "positionFocusLens", "positionIrisLens"]
+CONTROLS = ["systemCameraFeatureControl", "systemLensFeatureControl", "outputControl"]
+
+
+def test_what_the_agent_remembers_outlives_a_reload(started):
+    with ManagerOf(started) as manager:
+        octets = {OID[name]: bytes([1, 5, 0, number]) for number, name in enumerate(COMMANDS)}
+        octets.update({OID[name]: bytes([0, number]) for number, name in enumerate(CONTROLS)})
+        octets[OID["systemLensEquipped"]] = b"\0"
+        numbers = {OID["rangeTrueNorthOffset"]: 0, OID["rebootDevice"]: 7}
+        for oid, value in octets.items():
+            assert manager.set_octets(oid, value).error_status == ber.NO_ERROR, oid
+        for oid, value in numbers.items():
+            assert manager.set_integer(oid, value).error_status == ber.NO_ERROR, oid
+        for _ in range(2):
+            reload(started)
+            for oid, value in {**octets, **numbers}.items():
+                assert manager.get(oid).bindings[0].value == value, oid
+
+
+def test_identity_that_cannot_be_read_again_stays(desk):
+    desk.start()
+    (desk.state / "etc" / "version").unlink()
+    (desk.state / "settings.db").unlink()  # the desk's identity command reads it, too
+    reload(desk)
+    assert rows_that_need_no_store(desk) == rows_without(STORED)
+
+
+# --- settings that a reload cannot apply ---
+
+def set_level(desk, value):
+    desk.settings("set", "[Applications/OrvexSnmp]log.level", value)
+
+
+def damage(store):
+    for file in store.parent.glob(store.name + "*"):
+        file.unlink()
+    store.write_bytes(b"no database at all" * 100)
+
+
+HINDRANCES = {
+    "a level that is no number": (lambda desk: set_level(desk, "loud\nand more"),
+                                  r'log\.level is no number: "loud\\nand more"'),
+    "a log file in no folder": (lambda desk: desk.settings("set", "[Applications/OrvexSnmp]log.file", "/no/such/file"),
+                                r"log\.file /no/such/file: No such file or directory"),
+    "a damaged store": (lambda desk: damage(desk.state / "settings.db"), r"settings\.db: file is not a database"),
+    "no store": (lambda desk: (desk.state / "settings.db").unlink(),
+                 r"settings\.db: unable to open database file \(No such file or directory\)"),
+}
+
+
+@pytest.mark.parametrize("what", HINDRANCES)
+def test_a_reload_that_cannot_apply_the_settings_says_why_in_one_line_and_serves_everything(desk, what):
+    hinder, reason = HINDRANCES[what]
+    desk.start()
+    saved = desk.settings("export")
+    hinder(desk)
+    for _ in range(2):
+        before = len(lines_of_module(desk))
+        reload(desk)
+        said = lines_of_module(desk)[before:]
+        assert len(said) == 1, said
+        assert re.fullmatch(r".* OrvexSnmp Error OrvexSnmpDevice: the configuration stays as it was: .*" + reason, said[0])
+        assert rows_that_need_no_store(desk) == rows_without(STORED)
+
+    for file in desk.state.glob("settings.db*"):
+        file.unlink()
+    desk.settings("import", "-", text=saved)
+    before = len(lines_of_module(desk))
+    reload(desk)
+    assert lines_of_module(desk)[before:] == []
+    assert tree(desk) == rows_without()
+
+
+STORED = "systemLensFeatureStatus"  # reads the settings store at each request
+
+
+def rows_that_need_no_store(desk):
+    return [row for row in tree(desk) if row[0] != OID[STORED]]
+
+
+def lines_of_module(desk):
+    return [line for line in desk.output("agent").splitlines() if " OrvexSnmp " in line]
+
+
+def test_a_locked_store_holds_a_reload_up_for_a_moment_only(started):
+    store = sqlite3.connect(started.state / "settings.db", isolation_level=None)
+    store.execute("PRAGMA locking_mode = EXCLUSIVE")
+    store.execute("BEGIN EXCLUSIVE")
+    try:
+        reload(started)
+    finally:
+        store.close()
+    assert tree(started) == rows_without()
+
+
+def test_a_start_that_cannot_apply_the_settings_says_why_before_it_ends(desk):
+    desk.start_bus()
+    desk.start_dome()
+    set_level(desk, "loud")
+    desk.launch_agent()
+    assert desk.processes.pop("agent").wait(20) != 0
+    assert "OrvexSnmp Error Error reloading, invalid configuration" in desk.output("agent")
+    assert 'orvexsnmp: invalid configuration: log.level is no number: "loud"' in desk.log("agent")
+
+
+# --- out of descriptors ---
+
+class FewDescriptors(Desk):
+    def agent_command(self):
+        return ["prlimit", "--nofile=36:4096", *map(str, super().agent_command())]
+
+
+def test_an_agent_that_has_run_out_of_descriptors_serves_everything_and_recovers(figure):
+    """The stock agent keeps a socket for each trap sink and reload."""
+    with FewDescriptors() as desk:
+        desk.start()
+        with ManagerOf(desk) as manager:
+            manager.set_octets(OID["positionIrisLens"], bytes([1, 0, 0, 0]))
+        expected = [(oid, tag, bytes([1, 0, 0, 0]) if oid == OID["positionIrisLens"] else value)
+                    for oid, tag, value in rows_without()]
+        reloads = 0
+        while "Too many open files" not in desk.log("agent"):
+            assert reloads < 40
+            reload(desk)
+            reloads += 1
+        for _ in range(5):
+            reload(desk)
+            # The settings store is opened for each request that needs it.
+            assert rows_that_need_no_store(desk) == [row for row in expected if row[0] != OID[STORED]]
+        subprocess.run(["prlimit", "--pid", str(desk.agent_pid()), "--nofile=4096:4096"], check=True)
+        before = len(lines_of_module(desk))
+        reload(desk)
+        assert lines_of_module(desk)[before:] == []
+        assert tree(desk) == expected
+        with Sink(desk) as sink:
+            sink.read()
+            await_until(lambda: desk.domectl("event", "voltage", 5) == "" and sink.values, "a trap")
+        figure(f"no descriptor was left after {reloads} reloads; five more with none, everything served")
+
+
+# --- restart scripts ---
+
+def test_every_restart_script_is_collected_also_over_a_reload(started):
+    sets = times(30, 300)
+    with ManagerOf(started) as manager:
+        for number in range(sets):
+            assert manager.set_integer(OID["rebootDevice"], 1).error_status == ber.NO_ERROR
+            if number == sets // 2:
+                reload(started)
+    children = pathlib.Path(f"/proc/{started.agent_pid()}/task/{started.agent_pid()}/children")
+    await_until(lambda: children.read_text() == "", "no child is left", 15)
+    assert len((started.state / "restart.log").read_text().splitlines()) == sets
 
 
 class Daemon(Desk):

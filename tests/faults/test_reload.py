@@ -84,6 +84,22 @@ def test_what_the_agent_remembers_outlives_a_reload(started):
                 assert manager.get(oid).bindings[0].value == value, oid
 
 
+def test_an_agent_without_the_modules_line_serves_nothing_of_it_until_the_line_is_back(desk):
+    desk.start()
+    configuration = desk.state / "snmpd.conf"
+    text = configuration.read_text()
+    with ManagerOf(desk) as manager:
+        manager.set_octets(OID["positionIrisLens"], b"\1\0\0\7")
+        configuration.write_text("".join(line for line in text.splitlines(True) if not line.startswith("dlmod ")))
+        os.kill(desk.agent_pid(), signal.SIGHUP)
+        await_until(lambda: manager.get(OID["modelName"]).bindings[0].tag == ber.NO_SUCH_OBJECT, "the module is gone")
+        assert tree(desk) == []
+        configuration.write_text(text)
+        os.kill(desk.agent_pid(), signal.SIGHUP)
+        await_until(lambda: manager.get(OID["modelName"]).bindings[0].tag == ber.OCTET_STRING, "the module is back")
+        assert manager.get(OID["positionIrisLens"]).bindings[0].value == b"\1\0\0\7"
+
+
 def test_identity_that_cannot_be_read_again_stays(desk):
     desk.start()
     (desk.state / "etc" / "version").unlink()

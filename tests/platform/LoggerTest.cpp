@@ -169,6 +169,24 @@ TEST_F(LoggerTest, ARefusedConfigurationChangesNothing) {
     EXPECT_EQ(Lines(), "Test Error e\nTest Information i\n");
 }
 
+TEST_F(LoggerTest, ARefusedConfigurationWithoutAppendersLeavesStandardOutputToSayWhy) {
+    for (const auto& [key, value, text] :
+         {std::tuple{"log.level", "loud\nand more", "log.level is no number: \"loud\\nand more\""},
+          std::tuple{"log.file", "/no/such\n/file", "log.file /no/such\\n/file: No such file or directory"}}) {
+        testing::internal::CaptureStdout();
+        Logger::ClearAppenders();
+        std::string thrown;
+        try {
+            Logger::ConfigureLogging(Settings({{key, value}}), "log");
+        } catch (const tavos::osa::Exception& exception) {
+            thrown = exception.what();
+        }
+        log->Error("said");
+        EXPECT_EQ(thrown, text);
+        EXPECT_EQ(WithoutTimes(testing::internal::GetCapturedStdout()), "Test Error said\n");
+    }
+}
+
 TEST_F(LoggerTest, TheOperatorsLevelWins) {
     const auto body = [this] {
         setenv("TAVOS_LOG_LEVEL", "8", 1);

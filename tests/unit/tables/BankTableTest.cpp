@@ -627,4 +627,23 @@ TEST_F(TablesTest, AnyRequestsWhileAnythingChangesAtAnyTime) {
     EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kOne)));
 }
 
+// --- unloading and loading again ---
+
+TEST_F(TablesTest, TablesThatWereTakenBackAreGoneAndServeAgainOnceTheyAreBuilt) {
+    for (int i = 0; i < 3; ++i) {
+        _alarm->UnregisterTable();
+        _relay->UnregisterTable();
+        for (const auto table : {Table::kAlarm, Table::kRelay}) {
+            EXPECT_THAT(Get({Ask(table, 1, 1)}).Text(), ElementsAre(Line(table, 1, 1, "noSuchObject")));
+        }
+        SetBanks(i % 2 == 0 ? kOne : kThree);
+        EXPECT_EQ(_alarm->init_alarmTable(false), 0);
+        EXPECT_EQ(_relay->init_relayTable(false), 0);
+        for (const auto table : {Table::kAlarm, Table::kRelay}) {
+            EXPECT_THAT(Get({Ask(table, 1, 1)}).Text(), ElementsAre(Line(table, 1, 1, i % 2 == 0 ? "North" : "BNK1")));
+        }
+        EXPECT_EQ(Set({Put(1, 0)}).error, SNMP_ERR_NOERROR);
+    }
+}
+
 }  // namespace

@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <memory>
@@ -358,6 +360,13 @@ TEST_F(DeviceTest, UnreadableStoreIsAnInvalidConfiguration) {
     EXPECT_THAT(journal::All("settings"),
                 ElementsAre("settings Open 1", "settings GetSettings Applications/OrvexSnmp", "settings Close"));
     EXPECT_THAT(journal::All("bus"), ElementsAre("bus Open", "bus Close"));
+}
+
+TEST_F(DeviceTest, AVersionFileThatIsNoFileIsNotWaitedFor) {
+    std::filesystem::remove(ORVEX_VERSION_FILE);
+    ASSERT_EQ(mkfifo(ORVEX_VERSION_FILE, 0600), 0);
+    EXPECT_EQ(Construct().GetFwVer(), "");
+    EXPECT_THAT(journal::Logged(3), ElementsAre("LoadFwVersion: could not open " ORVEX_VERSION_FILE));
 }
 
 TEST_F(DeviceTest, RefusedLoggingSetupIsAnInvalidConfiguration) {

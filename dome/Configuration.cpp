@@ -144,8 +144,11 @@ private:
 };
 
 toml::table Parsed(const std::string& file) {
+    // The open of a FIFO waits for a writer, without a deadline.
     std::error_code ignored;
-    if (std::filesystem::is_directory(file, ignored)) throw Exception("%s:0: is a folder", file.c_str());
+    const auto kind = std::filesystem::status(file, ignored);
+    if (std::filesystem::is_directory(kind)) throw Exception("%s:0: is a folder", file.c_str());
+    if (std::filesystem::is_other(kind)) throw Exception("%s:0: is no regular file", file.c_str());
     try {
         return toml::parse_file(file);
     } catch (const toml::parse_error& error) {

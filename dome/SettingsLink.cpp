@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cmath>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -55,13 +56,15 @@ SettingsLink::SettingsLink(Camera& camera, std::string store, bool keepPosition)
 
 SettingsLink::Stamp SettingsLink::Look() const {
     Stamp stamp;
+    std::error_code error;  // the log lies beside the file that symbolic links lead to
+    const std::string store = std::filesystem::canonical(_store, error).string();
     struct stat status {};
-    if (stat(_store.c_str(), &status) != 0) return stamp;
+    if (error || stat(store.c_str(), &status) != 0) return stamp;
     stamp.exists = true;
     stamp.size = status.st_size;
     stamp.time = Nanoseconds(status.st_mtim);
     // A reader may leave an empty one behind: that is no change.
-    if (stat((_store + "-wal").c_str(), &status) == 0 && status.st_size > 0) {
+    if (stat((store + "-wal").c_str(), &status) == 0 && status.st_size > 0) {
         stamp.logSize = status.st_size;
         stamp.logTime = Nanoseconds(status.st_mtim);
     }

@@ -157,8 +157,13 @@ std::optional<int> LevelOf(const IniFile& ini, const char* section) {
 }
 
 spdlog::sink_ptr OpenFile(const std::string& path) {
-    const int descriptor = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0640);
-    if (descriptor < 0) throw osa::Exception("log.file %s: %s", IniFile::Escaped(path).c_str(), std::strerror(errno));
+    // Without O_NONBLOCK the open of a FIFO waits for a reader, without a deadline.
+    const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    const int descriptor = open(path.c_str(), flags, 0640);
+    if (descriptor < 0) {
+        const char* const reason = errno == ENXIO ? "it is a FIFO without a reader, or a socket" : std::strerror(errno);
+        throw osa::Exception("log.file %s: %s", IniFile::Escaped(path).c_str(), reason);
+    }
     return std::make_shared<DescriptorSink>(descriptor, true);
 }
 

@@ -8,11 +8,13 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <initializer_list>
+#include <thread>
 
 #include "tavos/core/IniFile.h"
 #include "tavos/core/Logger.h"
@@ -22,8 +24,11 @@ namespace tavos::settings {
 
 namespace {
 
-constexpr int kBusyTime = 1000;      // milliseconds
-constexpr int kQuickBusyTime = 100;  // for what only a kill is to be survived
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kBusyTime{1000};
+constexpr std::chrono::milliseconds kBusyPoll{1};
+constexpr int kQuickBusyTime = 100;  // milliseconds, for what only a kill is to be survived
 constexpr off_t kLongestLog = 1 << 20;
 
 struct DatabaseCloser {
@@ -40,6 +45,9 @@ public:
     bool MayBeOfWriting() const {
         return _kind == SQLITE_CANTOPEN || _kind == SQLITE_IOERR || _kind == SQLITE_READONLY || _kind == SQLITE_FULL;
     }
+
+    /// Whether another process has the database locked.
+    bool IsBusy() const { return _kind == SQLITE_BUSY; }
 
 private:
     int _kind;
@@ -115,15 +123,48 @@ std::string StorePath() {
     return error ? given : absolute.string();
 }
 
+/// The file that symbolic links lead to: the database library keeps its other files beside that one. The name itself
+/// when there is none.
+std::string Resolved(const std::string& path) {
+    std::error_code error;
+    const auto resolved = std::filesystem::canonical(path, error);
+    return error ? path : resolved.string();
+}
+
+bool IsNoRegularFile(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+}
+
+/// A FIFO in the place of one of the files that the database library opens would block that open, without a deadline.
+/// One that replaces a file between this look and the open, microseconds later, still does.
+void RefuseOtherThanRegularFiles(const std::string& path) {
+    if (IsNoRegularFile(path)) throw osa::Exception("it is no regular file");
+    const std::string resolved = Resolved(path);
+    for (const char* suffix : {"-wal", "-shm", "-journal"}) {
+        const std::string beside = resolved + suffix;
+        if (IsNoRegularFile(beside)) throw osa::Exception("%s is no regular file; remove it", beside.c_str());
+    }
+}
+
+/// The database library's busy handler. Its own one waits up to 100 ms between two attempts, and is overtaken again and
+/// again by processes that store one value after the other: it gave up although nobody held the lock for long.
+int WaitForLock(void* deadline, int /*attempts*/) {
+    if (Clock::now() >= *static_cast<const Clock::time_point*>(deadline)) return 0;
+    std::this_thread::sleep_for(kBusyPoll);
+    return 1;
+}
+
 /// What a database file and the log beside it look like from outside: a change of its contents changes this.
 struct Stamp {
     explicit Stamp(const std::string& path) {
+        const std::string resolved = Resolved(path);
         struct stat status {};
-        if (stat(path.c_str(), &status) == 0) {
+        if (stat(resolved.c_str(), &status) == 0) {
             size = status.st_size;
             time = status.st_mtim;
         }
-        if (stat((path + "-wal").c_str(), &status) == 0) logSize = status.st_size;
+        if (stat((resolved + "-wal").c_str(), &status) == 0) logSize = status.st_size;
     }
     bool operator==(const Stamp& other) const {
         return size == other.size && logSize == other.logSize && time.tv_sec == other.time.tv_sec &&
@@ -161,9 +202,17 @@ void LeaveToTheSystem(sqlite3* database, off_t logSize) {
     sqlite3_busy_timeout(database, kQuickBusyTime);
 }
 
-/// Makes the table in an empty database. Safe against other processes that do the same at the same time.
-void MakeTable(sqlite3* database) {
-    Run(database, "PRAGMA journal_mode = WAL");
+/// Makes the table in an empty database. Safe against other processes that do the same at the same time: the change of
+/// the journal mode, for which the library calls no busy handler, waits here.
+void MakeTable(sqlite3* database, Clock::time_point deadline) {
+    for (bool done = false; !done;) {
+        try {
+            Run(database, "PRAGMA journal_mode = WAL");
+            done = true;
+        } catch (const DatabaseFailure& e) {
+            if (!e.IsBusy() || !WaitForLock(&deadline, 0)) throw;
+        }
+    }
     Run(database, "BEGIN IMMEDIATE");
     Run(database,
         "CREATE TABLE IF NOT EXISTS settings (section TEXT NOT NULL, key TEXT NOT NULL, value TEXT NOT NULL, "
@@ -238,6 +287,7 @@ struct TavosSettingsClient::Store {
     }
 
     DatabasePtr OpenAsItIs() const {
+        RefuseOtherThanRegularFiles(path);
         sqlite3* opened = nullptr;
         const std::string uri = AsUri(path) + "?immutable=1";
         const int result = sqlite3_open_v2(uri.c_str(), &opened,
@@ -248,16 +298,18 @@ struct TavosSettingsClient::Store {
         return database;
     }
 
-    DatabasePtr Open() const {
+    DatabasePtr Open() {
+        RefuseOtherThanRegularFiles(path);
+        deadline = Clock::now() + kBusyTime;
         if (mode == kCreate) CreateFile();
         sqlite3* opened = nullptr;
         const int flags = (mode == kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) | SQLITE_OPEN_PRIVATECACHE;
         const int result = sqlite3_open_v2(path.c_str(), &opened, flags, nullptr);
         DatabasePtr database(opened);
         Check(opened, result);
-        sqlite3_busy_timeout(opened, kBusyTime);
+        sqlite3_busy_handler(opened, WaitForLock, &deadline);
         if (mode != kReadOnly) Run(opened, "PRAGMA synchronous = FULL");
-        if (mode == kCreate && IsEmpty(opened)) MakeTable(opened);
+        if (mode == kCreate && IsEmpty(opened)) MakeTable(opened, deadline);
         if (!HasTable(opened)) throw osa::Exception("it is no settings store");
         return database;
     }
@@ -274,6 +326,7 @@ struct TavosSettingsClient::Store {
 
     const int mode;
     const std::string path;
+    Clock::time_point deadline{};  // of the operation under way, for another process's lock
     bool readingFails = false;
     bool writingFails = false;
 };

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <fstream>
@@ -132,6 +133,14 @@ temperatures = [30]
     EXPECT_EQ(state["relay"]["BNK1"].size(), 4u);
     EXPECT_EQ(state["temperature"], json::parse("[30]"));
     EXPECT_EQ(state["pan"]["maximum"], 359999);
+}
+
+TEST_F(ConfigurationTest, RefusesAFifo) {
+    const std::string fifo = desk.Folder() + "/fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const Result result = desk.Run("orvex-dome", {"--state", desk.Folder(), "--config", fifo});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors, "orvex-dome: " + fifo + ":0: is no regular file\n");
 }
 
 TEST_F(ConfigurationTest, EndsTheCameraWithOneLineWhenItIsWrong) {

@@ -260,3 +260,38 @@ def test_a_store_damaged_while_they_run(started, damage):
         store.write_bytes(whole)
         assert manager.get(status).bindings[0].value == b"\xc0"
     assert started.alive("dome")
+
+
+@pytest.mark.parametrize("suffix", ["", "-wal", "-shm", "-journal"])
+def test_a_fifo_in_the_place_of_one_of_the_stores_files(started, suffix):
+    """The open of a FIFO waits without a deadline: agent, camera and command refuse it, and go on when the store is
+    back."""
+    store = started.state / "settings.db"
+    path = started.state / f"settings.db{suffix}"
+    away = started.state / "away"
+    reason = f"settings store {store}: " + (f"{path} is no regular file" if suffix else "it is no regular file")
+    status, features = OID["systemLensFeatureStatus"], OID["systemLensFeatureControl"]
+    with ManagerOf(started, timeout=1) as manager:
+        assert manager.get(status).bindings[0].value == b"\xc0"
+        if not suffix:
+            path.rename(away)
+        os.mkfifo(path)
+        assert manager.get(status).bindings[0].value == b"\x80"  # whether the focus is automatic cannot be told
+        manager.set_octets(features, b"\x40\x00")
+        assert manager.get(OID["modelName"]).bindings[0].value == b"Orvex Dome D20"
+        assert manager.set_octets(OID["positionPan"], bytes.fromhex("02000064")).error_status == ber.NO_ERROR
+        assert manager.set_integer(RELAY_STATE, 1).error_status == ber.NO_ERROR  # the camera notes it in its store
+        lines = [line for line in started.output("agent").splitlines() if reason in line]
+        assert 1 <= len(lines) <= 2, lines  # one for reading, one for writing
+        assert reason in started.output("dome") + started.log("dome")
+        done = settings(store, "get", FOCUS_MODE)
+        assert (done.returncode, done.stderr.count("\n")) == (1, 1)
+        assert reason in done.stderr
+
+        path.unlink()
+        if not suffix:
+            away.rename(path)
+        assert manager.get(status).bindings[0].value == b"\xc0"
+        assert manager.set_octets(features, b"\x40\x00").error_status == ber.NO_ERROR
+        assert value(store, FOCUS_MODE) == "Manual"
+    assert started.alive("dome")

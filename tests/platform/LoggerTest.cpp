@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "Failure.h"
 #include "TemporaryFolder.h"
 #include "tavos/core/IniFile.h"
 #include "tavos/core/Logger.h"
@@ -293,6 +295,35 @@ TEST_F(LoggerTest, AReaderThatStopsReadingHoldsNobodyUp) {
     close(pipe[1]);
     const std::string lines = Lines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 2001) << "the other appenders lose nothing";
+}
+
+TEST_F(LoggerTest, AFifoThatNobodyReadsIsRefused) {
+    const std::string fifo = folder.File("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    alarm(30);  // ends this program when the open waits
+    EXPECT_EQ(Failure([&] {
+                  Logger::ConfigureLogging(Settings({{"log.file", fifo}}), "log");
+              }),
+              "log.file " + fifo + ": it is a FIFO without a reader, or a socket");
+    alarm(0);
+
+    const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    Logger::ClearAppenders();
+    Logger::ConfigureLogging(Settings({{"log.level", "3"}, {"log.file", fifo}}), "log");
+    const std::string text(100, 'x');
+    for (int i = 0; i < 2000; ++i) log->Error("%s", text.c_str());  // three times what it holds
+    std::string read;
+    char buffer[4096];
+    for (ssize_t size = 0; (size = ::read(reader, buffer, sizeof buffer)) > 0;) {
+        read.append(buffer, static_cast<std::size_t>(size));
+    }
+    EXPECT_THAT(read, testing::EndsWith(" Test Error " + text + "\n")) << "no line is cut";
+    log->Error("once more");
+    const ssize_t size = ::read(reader, buffer, sizeof buffer);
+    ASSERT_GT(size, 0);
+    EXPECT_THAT(std::string(buffer, static_cast<std::size_t>(size)), testing::EndsWith(" Test Error once more\n"));
+    close(reader);
+    log->Error("nobody reads");  // and no SIGPIPE
 }
 
 TEST_F(LoggerTest, AFileThatCannotGrowHarmsNobody) {

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
@@ -26,8 +27,8 @@ protected:
     Outcome Run(const std::string& words) { return RunWith("--store '" + store + "' " + words); }
 
     Outcome RunWith(const std::string& words) {
-        const std::string line = std::string(TAVOS_SETTINGS_COMMAND) + " " + words + " >'" + folder.File("out") +
-                                 "' 2>'" + folder.File("err") + "'";
+        const std::string line = std::string("timeout 20 ") + TAVOS_SETTINGS_COMMAND + " " + words + " >'" +
+                                 folder.File("out") + "' 2>'" + folder.File("err") + "'";
         const int status = std::system(line.c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, FileText(folder.File("out")),
                 FileText(folder.File("err"))};
@@ -99,6 +100,15 @@ TEST_F(SettingsCommandTest, FailuresAreOneLine) {
     ExpectFailure("set '[a]' 1", "\"[a]\" is no key of the form [Section]Key");
     ExpectFailure("import '" + folder.File("") + "'", "cannot be read");
     ExpectFailure("export /nonexistent/file", "/nonexistent/file: cannot be written");
+}
+
+TEST_F(SettingsCommandTest, AFifoInTheStoresPlaceIsRefused) {
+    Import("[a]\nb = 1\n");
+    std::filesystem::remove(store);
+    ASSERT_EQ(mkfifo(store.c_str(), 0600), 0);
+    for (const char* words : {"get '[a]b'", "set '[a]b' 2", "list", "export", "import -"}) {
+        ExpectFailure(words, "settings store " + store + ": it is no regular file");
+    }
 }
 
 TEST_F(SettingsCommandTest, WrongUsage) {

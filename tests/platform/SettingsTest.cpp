@@ -3,11 +3,17 @@
 #include <signal.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
 #include <vector>
 
 #include "Failure.h"
@@ -225,6 +231,89 @@ TEST_F(SettingsTest, AFailureTellsWhatStandsInTheWay) {
     EXPECT_THAT(Failure([&] { client.GetValue("[a]b"); }), HasSubstr("No such file or directory"));
 }
 
+/// Ends the test program when an open waits without a deadline.
+class EndsInTime {
+public:
+    EndsInTime() { alarm(30); }
+    ~EndsInTime() { alarm(0); }
+};
+
+void MakeSocket(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(path.size(), sizeof address.sun_path);
+    path.copy(address.sun_path, path.size());
+    const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    close(descriptor);
+}
+
+const std::map<std::string, std::function<void(const std::string&)>> kOtherFiles = {
+    {"a FIFO", [](const std::string& path) { EXPECT_EQ(mkfifo(path.c_str(), 0600), 0); }},
+    {"a socket", MakeSocket},
+    {"a folder", [](const std::string& path) { EXPECT_TRUE(std::filesystem::create_directory(path)); }},
+    {"a link to a device", [](const std::string& path) { EXPECT_EQ(symlink("/dev/zero", path.c_str()), 0); }},
+};
+
+TEST_F(SettingsTest, OtherThanARegularFileIsRefusedBeforeItIsOpened) {
+    const EndsInTime guard;
+    TavosSettingsClient(TavosSettingsClient::kCreate).SetValue("[a]b", "1");
+    const std::string whole = FileText(store);
+    for (const auto& [kind, make] : kOtherFiles) {
+        for (const std::string suffix : {"", "-wal", "-shm", "-journal"}) {
+            const std::string path = store + suffix;
+            std::filesystem::remove(path);
+            make(path);
+            const std::string reason =
+                suffix.empty() ? store + ": it is no regular file" : store + ": " + path + " is no regular file";
+            for (const int mode : {0, 1, 2}) {
+                TavosSettingsClient client(mode);
+                EXPECT_THAT(Failure([&] { client.GetValue("[a]b"); }), HasSubstr(reason)) << kind << mode;
+                EXPECT_THAT(Failure([&] { client.SetValue("[a]b", "2"); }), HasSubstr(reason)) << kind << mode;
+            }
+            std::filesystem::remove(path);
+            if (suffix.empty()) WriteFile(store, whole);
+            EXPECT_EQ(TavosSettingsClient(TavosSettingsClient::kReadWrite).GetValue("[a]b"), "1") << kind << path;
+        }
+    }
+}
+
+TEST_F(SettingsTest, AStoreMayBeALinkToARegularFile) {
+    const EndsInTime guard;
+    const std::string elsewhere = folder.File("elsewhere");
+    std::filesystem::create_directory(elsewhere);
+    const std::string target = elsewhere + "/the store.db";
+    ASSERT_EQ(symlink(target.c_str(), store.c_str()), 0);
+    WriteFile(target, "");
+    TavosSettingsClient client(TavosSettingsClient::kCreate);
+    client.SetValue("[a]b", "1");
+    EXPECT_EQ(client.GetValue("[a]b"), "1");
+    ASSERT_EQ(mkfifo((target + "-journal").c_str(), 0600), 0);  // the library looks for it beside the target
+    EXPECT_THAT(Failure([&] { client.GetValue("[a]b"); }), HasSubstr(target + "-journal is no regular file"));
+    std::filesystem::remove(target + "-journal");
+    EXPECT_EQ(client.GetValue("[a]b"), "1");
+}
+
+TEST_F(SettingsTest, WhatIsInTheLogBesideALinksTargetIsNotPassedOver) {
+    const std::string elsewhere = folder.File("elsewhere");
+    std::filesystem::create_directory(elsewhere);
+    const std::string target = elsewhere + "/the store.db";
+    ASSERT_EQ(symlink(target.c_str(), store.c_str()), 0);
+    WriteFile(target, "");
+    TavosSettingsClient client(TavosSettingsClient::kCreate);
+    client.SetValue("[a]b", "old");
+    IniFile values;
+    values.SetValue("a", "b", "new");
+    client.SetSettings(values, TavosSettingsClient::Survives::kKill);
+    ASSERT_NE(FileText(target + "-wal"), "");
+    unlink((target + "-shm").c_str());
+    {
+        const NothingCanBeWritten guard;
+        EXPECT_NE(Failure([&] { client.GetValue("[a]b"); }), "") << "the old value is not the value";
+    }
+    EXPECT_EQ(client.GetValue("[a]b"), "new");
+}
+
 TEST_F(SettingsTest, ManyValuesOrNone) {
     TavosSettingsClient client(TavosSettingsClient::kCreate);
     client.SetValue("[a]a", "old");
@@ -288,6 +377,37 @@ TEST_F(SettingsTest, ManyProcessesShareAStore) {
     for (int p = 0; p < kProcesses; ++p) {
         for (int i = 0; i < kValues; ++i) {
             EXPECT_EQ(ini.GetValue("p" + std::to_string(p), "k" + std::to_string(i)), std::to_string(i));
+        }
+    }
+}
+
+TEST_F(SettingsTest, ProcessesThatMakeAStoreAtTheSameTimeAllMakeIt) {
+    constexpr int kProcesses = 6;
+    for (int round = 0; round < 10; ++round) {
+        setenv("TAVOS_SETTINGS_STORE", folder.File("store" + std::to_string(round)).c_str(), 1);
+        int start[2];
+        ASSERT_EQ(pipe(start), 0);
+        std::vector<pid_t> children;
+        for (int p = 0; p < kProcesses; ++p) {
+            children.push_back(fork());
+            if (children.back() != 0) continue;
+            tavos::core::Logger::ClearAppenders();
+            close(start[1]);
+            char none;
+            [[maybe_unused]] const ssize_t ended = read(start[0], &none, 1);  // until the parent closes it
+            const std::string fault = Failure([] {
+                IniFile ini;
+                TavosSettingsClient(TavosSettingsClient::kCreate).GetSettings("", ini);
+            });
+            if (!fault.empty()) fprintf(stderr, "%s\n", fault.c_str());
+            _exit(fault.empty() ? 0 : 1);
+        }
+        close(start[0]);
+        close(start[1]);
+        for (const pid_t child : children) {
+            int status = -1;
+            waitpid(child, &status, 0);
+            EXPECT_EQ(status, 0) << "round " << round;
         }
     }
 }

@@ -26,7 +26,7 @@ public:
     /// Takes the level and the appenders from a section of `ini`; a key that is missing leaves its setting as it is:
     ///   log.level   a level number, 0 (nothing) to 8 (everything)
     ///   log.stdout  "true" adds standard output
-    ///   log.file    a path adds that file, lines appended
+    ///   log.file    a path adds that file, lines appended; a FIFO requires a reader
     /// Throws tavos::osa::Exception, with the key and its value on one line, when log.level is no number or the file
     /// cannot be opened. The level is then as before the call, and so are the appenders; where there are none, standard
     /// output is added, so that the failure can be logged.

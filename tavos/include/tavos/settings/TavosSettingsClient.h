@@ -14,10 +14,10 @@ namespace tavos::settings {
 /// A process's view of the camera's settings store: text values under "[Section/Name]Key". The store is one SQLite
 /// file, named by the environment's TAVOS_SETTINGS_STORE or else /var/lib/tavos/settings.db, shared by every process
 /// of the camera. It is opened for each operation, so that construction never fails; each operation throws
-/// tavos::osa::Exception with the file's name and the reason when the store is missing, damaged or busy for more
-/// than a second. A value that SetValue returned for survives a kill and a loss of power: that takes a disk some
-/// milliseconds. On a disk that is full or is not to be written values can still be read. One client is for one thread
-/// at a time.
+/// tavos::osa::Exception with the file's name and the reason when the store is missing, damaged, no regular file (a
+/// link to one is fine; a FIFO is not opened) or busy for more than a second. A value that SetValue returned for
+/// survives a kill and a loss of power: that takes a disk some milliseconds. On a disk that is full or is not to be
+/// written values can still be read. One client is for one thread at a time.
 class TAVOS_API TavosSettingsClient {
 public:
     enum OperationMode : int {

@@ -7,6 +7,72 @@ fail() {
     exit "${2:-1}"
 }
 
+# Fails for a thing that exists and is no regular file: to open a FIFO may wait without a deadline. A link to a file is
+# fine.
+check_files() {
+    local file
+    for file; do
+        [[ ! -e $file || -f $file ]] || fail "$file is no regular file; remove it and start again"
+    done
+}
+
+check_folders() {
+    local folder
+    for folder; do
+        [[ ! -e $folder || -d $folder ]] || fail "$folder is no folder; remove it and start again"
+    done
+}
+
+# Runs a command that makes or writes something; when it fails, fails with `what` and the command's own reason.
+attempt() {
+    local what=$1 reason
+    shift
+    reason=$("$@" 2>&1) || fail "$what: ${reason##*: }"
+}
+
+# Fails for a name that cannot be a camera's folder. It goes into a bus address, an XML file and the agent's configuration,
+# which each have characters of their own that end a name. A unix socket's address has room for 108 bytes, and the bus
+# daemon itself takes no more than 99.
+check_folder_name() {
+    local socket folder
+    folder=$(realpath -m "$1")
+    socket=$folder/bus.sock
+    [[ $1 =~ $plain_name && $folder =~ $plain_name ]] ||
+        fail "a folder's name may hold letters, digits and _ . / - only: $folder"
+    ((${#socket} <= 99)) ||
+        fail "the state folder's name is too long for the bus's socket (${#socket} of 99 bytes): $socket"
+}
+readonly plain_name='^[A-Za-z0-9_./-]+$'
+
+# own_folder DIR MARK WHAT: makes DIR, private to its owner, for a camera or a fleet. A folder of somebody else's is not
+# made private, nor filled: only an empty one is taken, or one with the file MARK. A start that was cut short before it
+# wrote that one has left its lock.
+own_folder() {
+    local folder=$1 mark=$2 what=$3
+    # shellcheck disable=SC2010,SC2143  # any name but these two; grep -q would end ls early, by a signal
+    if [[ -d $folder && ! -e $folder/$mark && $(ls -A "$folder" | grep -vx -e lock -e "$mark.new") ]]; then
+        fail "$folder is not empty and is no $what"
+    fi
+    attempt "cannot make the $what $folder" mkdir -p "$folder"
+    attempt "cannot make the $what $folder private" chmod 700 "$folder"
+    [[ -w $folder && -x $folder ]] || fail "cannot write into the $what $folder"
+}
+
+# What a camera's parts and net-snmp's tools open in its folder, as far as it is there.
+check_camera_files() {
+    check_folders "$1"/{etc,sbin,snmp,v3}
+    check_files "$1"/{lock,pids,ready,run.log,restart.log} "$1"/{bus,dome,agent}.{out,log} "$1"/{bus,snmpd}.conf{,.new} \
+        "$1"/etc/version{,.new} "$1"/sbin/restart.sh{,.new} "$1"/v3/snmp.conf.new "$1"/{snmp,v3}/*.conf \
+        "$1"/settings.{db,new}{,-wal,-shm,-journal}
+    [[ ! -d $1/bus.sock ]] || fail "$1/bus.sock is a folder; remove it and start again"
+}
+
+# write_whole FILE MODE: writes standard input to the file, under its own name only when it is whole.
+write_whole() {
+    attempt "cannot write $1" install -m "$2" /dev/stdin "$1.new"
+    mv "$1.new" "$1"
+}
+
 # Installs the packages of the named groups that are missing. Without a missing one nothing is asked of apt.
 install_packages() {
     local group name packages=() missing=() as_root=()
@@ -34,6 +100,15 @@ installed_packages() {
         sed 's/([^)]*)//g' | tr -s ', ' '\n' | sed '/^$/d' | sort -u
 }
 
+# True for a build folder that was copied or moved here with its checkout. Its rules would build the other folder's
+# sources, into that folder.
+is_of_another_folder() {
+    local home
+    home=$(sed -n 's/^CMAKE_HOME_DIRECTORY:INTERNAL=//p' "$1/CMakeCache.txt" 2>/dev/null)
+    [[ $home && ! $home -ef $root ]] || return 1
+    echo "This checkout was copied or moved here from $home: building anew"
+}
+
 # Configures and builds a preset; further arguments go to the build. The first build, a long one, shows its progress.
 # Two commands started at once in one checkout take turns.
 build_preset() {
@@ -44,9 +119,10 @@ build_preset() {
     (
         flock 8
         cd "$root" || exit 1
-        if [[ ! -f build/$preset/build.ninja ]]; then
+        export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 # what one clone has compiled serves another in another folder
+        if [[ ! -f build/$preset/build.ninja ]] || is_of_another_folder "build/$preset"; then
             progress=()
-            cmake --preset "$preset" "${launcher[@]}" >"build/$preset.configure.log" 2>&1 || {
+            cmake --fresh --preset "$preset" "${launcher[@]}" >"build/$preset.configure.log" 2>&1 || {
                 tail -n 30 "build/$preset.configure.log" >&2
                 exit 1
             }

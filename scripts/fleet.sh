@@ -7,29 +7,34 @@ console_port_of() {
     ((console_port == 0)) && echo 0 || echo $((console_port + $1 - 1))
 }
 
+check_fleet_files() {
+    local n
+    check_files "$state"/{lock,pids,ready,run.log,fleet{,.new}}
+    for ((n = 1; n <= fleet; n++)); do
+        check_folders "$state/$n"
+        check_camera_files "$state/$n"
+    done
+}
+
 # A folder for each camera, and an identity of its own the first time.
 prepare_fleet() {
-    local n camera
-    if [[ -d $state && ! -e $state/fleet && -n $(ls -A "$state") ]]; then
-        fail "$state is not empty and is no fleet's folder"
-    fi
-    mkdir -p "$state" 2>/dev/null || fail "cannot make the fleet's folder $state"
-    chmod 700 "$state" || fail "the fleet's folder $state is somebody else's"
-    state=$(realpath "$state")
+    local n
+    [[ ! -e $state/lock ]] || take_lock
+    own_folder "$state" fleet "fleet's folder"
     take_lock
-    echo "$fleet" >"$state/fleet"
-    for ((n = 1; n <= fleet; n++)); do
-        camera=$state/$n
-        (
-            [[ ! -e $camera/lock ]] || { exec 9>"$camera/lock" && flock -n 9; } || fail "a camera runs in $camera already"
-            new=$([[ -e $camera/settings.db ]] || echo yes)
-            "$root/scripts/prepare-state" "$build" "$camera" $((port + n - 1)) "$trap_port"
-            [[ ! $new ]] || "$build/bin/tavos-settings" --store "$camera/settings.db" \
-                set "[Device/ReadOnly]SerialNumber" "$(printf 'OD20-%06d' "$n")"
-        ) || exit 1
-        state=$camera end_camera # what a killed run may have left
-        check_ports $((port + n - 1)) "$(console_port_of "$n")"
-    done
+    state=$(realpath "$state")
+    write_whole "$state/fleet" 644 <<<"$fleet"
+    for ((n = 1; n <= fleet; n++)); do (prepare_fleet_camera "$n") || exit 1; done
+}
+
+# In a subshell: its camera's lock is given up with it.
+prepare_fleet_camera() {
+    local n=$1 new
+    state=$state/$n port=$((port + n - 1)) console_port=$(console_port_of "$n")
+    new=$([[ -e $state/settings.db ]] || echo yes)
+    prepare_camera
+    [[ ! $new ]] || "$build/bin/tavos-settings" --store "$state/settings.db" \
+        set "[Device/ReadOnly]SerialNumber" "$(printf 'OD20-%06d' "$n")"
 }
 
 declare -A fleet_pids=() # by the camera's number
@@ -37,7 +42,7 @@ declare -A fleet_pids=() # by the camera's number
 start_fleet_camera() {
     local n=$1 camera=$state/$1
     (
-        exec 9>"$camera/lock"
+        exec 9>>"$camera/lock"
         flock -n 9 || fail "a camera runs in $camera already"
         exec setsid setpriv --pdeathsig TERM "$root/run" --supervise --state "$camera" --port $((port + n - 1)) \
             --trap-port "$trap_port" --console-port "$(console_port_of "$n")" ${config:+--config "$config"}
@@ -46,13 +51,13 @@ start_fleet_camera() {
 }
 
 await_fleet_camera() {
-    local n=$1 deadline=$((SECONDS + 60))
+    local n=$1 deadline=$(($(now) + 6000))
     until [[ -f $state/$n/ready ]]; do
         if [[ ! $(started_at "${fleet_pids[$n]}") ]]; then
             cat "$state/$n/run.log" >&2
             fail "camera $n does not start"
         fi
-        ((SECONDS < deadline)) || fail "camera $n is not ready after 60 seconds; see the logs in $state/$n"
+        (($(now) < deadline)) || fail "camera $n is not ready after 60 seconds; see the logs in $state/$n"
         sleep 0.05
     done
 }

@@ -1,5 +1,7 @@
 """./run as a person uses it."""
 
+import concurrent.futures
+import contextlib
 import os
 import pathlib
 import shutil
@@ -7,6 +9,7 @@ import signal
 import socket
 import subprocess
 import tempfile
+import time
 import urllib.request
 
 import pytest
@@ -261,3 +264,204 @@ def test_folders_that_cannot_be(started):
 def test_stop_without_a_camera(started):
     status, _, error = started.stop()
     assert (status, len(message(error))) == (1, 1)
+
+
+def at_once(*commands):
+    """Starts ./run that often at the same time; what each returned, said and said about errors."""
+    with concurrent.futures.ThreadPoolExecutor(len(commands)) as pool:
+        return list(pool.map(lambda words: run(*words), commands))
+
+
+def one_line(error):
+    """The only line that a refused start says beside the build's."""
+    (line,) = message(error)
+    return line
+
+
+def prepare(state, port):
+    build = ROOT / "build" / "desk"
+    subprocess.run([ROOT / "scripts" / "prepare-state", build, state, str(port), str(port - 1)], check=True)
+
+
+@pytest.mark.parametrize("more", [[], ["--fleet", "2"]], ids=["camera", "fleet"])
+def test_of_two_starts_at_once_one_wins(started, neighbour, more):
+    neighbour.state = started.state  # the same new folder, other ports
+    outcomes = at_once(started.words("--detach", *more), neighbour.words("--detach", *more))
+    assert sorted(status for status, _, _ in outcomes) == [0, 1], outcomes
+    (refusal,) = [error for status, _, error in outcomes if status == 1]
+    assert one_line(refusal) == f"run: a camera runs in {started.state} already"
+    winner = (started, neighbour)[[status for status, _, _ in outcomes].index(0)]
+    assert winner.model_name()
+    neighbour.state = neighbour.folder / "state"
+
+
+def test_of_two_starts_in_the_foreground_one_wins(started, neighbour):
+    neighbour.state = started.state
+    with open(started.folder / "error", "wb") as error, open(started.folder / "out", "wb") as out:
+        processes = [subprocess.Popen([str(word) for word in camera.words()], stdin=subprocess.DEVNULL, stdout=out,
+                                      stderr=error, start_new_session=True) for camera in (started, neighbour)]
+    try:
+        await_until(lambda: any(process.poll() is not None for process in processes), "one gives up", 60)
+        await_until(lambda: started.model_name() or neighbour.model_name(), "the other answers", 60)
+        assert sorted(process.poll() is None for process in processes) == [False, True]
+        assert one_line((started.folder / "error").read_text()) == f"run: a camera runs in {started.state} already"
+    finally:
+        for process in processes:
+            process.terminate()
+            process.wait(20)
+        neighbour.state = neighbour.folder / "state"
+
+
+OPENED = ["lock", "pids", "ready", "run.log", "bus.out", "bus.log", "dome.out", "dome.log", "agent.out", "agent.log",
+          "bus.conf", "snmpd.conf", "settings.db", "settings.db-wal", "settings.new", "etc/version", "sbin/restart.sh",
+          "snmp/snmpd.conf", "snmp/snmpget.conf", "v3/snmp.conf", "etc", "v3"]
+
+
+def test_what_is_no_regular_file_is_refused_before_it_is_opened(started):
+    prepare(started.state, started.port)
+    for name in OPENED:
+        path, away = started.state / name, started.folder / "away"
+        if path.exists():
+            path.rename(away)
+        os.mkfifo(path)
+        begin = time.monotonic()
+        status, _, error = started.run("--detach")
+        assert time.monotonic() - begin < 5, name  # some milliseconds; in a busy machine more
+        what = "folder" if name in ("etc", "v3") else "regular file"
+        assert (status, one_line(error)) == (1, f"run: {path} is no {what}; remove it and start again")
+        path.unlink()
+        if away.exists():
+            away.rename(path)
+    status, _, error = started.run("--detach")
+    assert status == 0, error
+
+
+def test_what_is_no_regular_file_in_a_fleet_is_refused(started):
+    started.state.mkdir()
+    for name in ("fleet", "lock", "2"):
+        os.mkfifo(started.state / name)
+        status, _, error = started.run("--detach", "--fleet", "2")
+        what = "folder" if name == "2" else "regular file"
+        assert (status, one_line(error)) == (1, f"run: {started.state / name} is no {what}; remove it and start again")
+        (started.state / name).unlink()
+
+
+@pytest.mark.parametrize("text", ["", "defVersion 3\n", "defAuthPassphrase long enough\ndefPrivPassphrase short\n"])
+def test_missing_pass_phrases_are_named(started, text):
+    prepare(started.state, started.port)
+    phrases = started.state / "v3" / "snmp.conf"
+    phrases.write_text(text)
+    status, _, error = started.run("--detach")
+    assert status == 1
+    assert one_line(error) == (f"prepare-state: {phrases} has no defAuthPassphrase and defPrivPassphrase of 8 characters "
+                               "or more; mend it, or remove it for new ones")
+    assert phrases.read_text() == text
+
+
+def test_a_start_that_was_cut_short_does_not_bar_the_next(started):
+    started.state.mkdir()
+    (started.state / "lock").touch()
+    (started.state / "bus.conf.new").write_text("<!DOC")
+    status, _, error = started.run("--detach")
+    assert status == 0, error
+
+
+def test_a_strangers_lock_is_left_alone(started):
+    started.state.mkdir()
+    (started.state / "lock").write_text("dear")
+    (started.state / "letter").write_text("dear")
+    status, _, error = started.run("--detach")
+    assert status == 1 and "is no camera's state folder" in one_line(error)
+    assert (started.state / "lock").read_text() == "dear"
+
+
+def test_a_copied_state_folder_is_not_the_running_cameras(started, neighbour):
+    assert started.run("--detach")[0] == 0
+    pids = started.pids()
+    shutil.copytree(started.state, neighbour.state, ignore=shutil.ignore_patterns("bus.sock"))
+    status, _, error = neighbour.stop()
+    assert not any(gone(pid) for pid in pids.values()), "the copy's notes ended the first camera"
+    status, _, error = neighbour.run("--detach")
+    assert status == 0, error
+    assert started.model_name() and neighbour.model_name()
+
+
+def test_all_ends_when_the_state_folder_is_gone(started):
+    with open(started.folder / "out", "wb") as out:
+        process = subprocess.Popen(list(map(str, started.words())), stdin=subprocess.DEVNULL, stdout=out, stderr=out,
+                                   start_new_session=True)
+    try:
+        await_until(lambda: "answers on" in (started.folder / "out").read_text(), "the camera answers", 300)
+        pids = started.pids()
+        shutil.rmtree(started.state)
+        process.terminate()
+        assert process.wait(20) == 0
+    finally:
+        process.kill()
+    assert all(gone(pid) for pid in pids.values())
+
+
+# The wall clock as the shell sees it: an hour later, or the same, each time that it is read.
+STEPPED_CLOCK = r"""
+#define _GNU_SOURCE
+#include <errno.h>
+#include <string.h>
+#include <sys/time.h>
+#include <time.h>
+static time_t step(void) {
+    static time_t now = 1800000000;
+    const char* name = program_invocation_short_name;
+    return !strcmp(name, "bash") || !strcmp(name, "run") ? (now += STEP) : 0;
+}
+time_t time(time_t* result) {
+    struct timespec real;
+    clock_gettime(CLOCK_REALTIME, &real);
+    time_t now = step();
+    if (!now) now = real.tv_sec;
+    if (result) *result = now;
+    return now;
+}
+int gettimeofday(struct timeval* restrict result, void* restrict zone) {
+    struct timespec real;
+    (void)zone;
+    clock_gettime(CLOCK_REALTIME, &real);
+    const time_t now = step();
+    result->tv_sec = now ? now : real.tv_sec;
+    result->tv_usec = real.tv_nsec / 1000;
+    return 0;
+}
+"""
+
+
+def stepped_clock(folder, step):
+    source, library = folder / "clock.c", folder / f"clock{step}.so"
+    source.write_text(STEPPED_CLOCK)
+    subprocess.run(["cc", "-shared", "-fPIC", f"-DSTEP={step}", "-o", library, source], check=True)
+    shell = ["bash", "-c", "a=$SECONDS; sleep 1.1; echo $((SECONDS - a))"]
+    seen = subprocess.run(shell, env=dict(os.environ, LD_PRELOAD=str(library)), capture_output=True, text=True)
+    assert int(seen.stdout) >= step if step else int(seen.stdout) == 0, f"the shell sees another clock: {seen}"
+    return str(library)
+
+
+@pytest.mark.parametrize("more", [[], ["--fleet", "2"]], ids=["camera", "fleet"])
+def test_a_clock_that_is_set_ahead_does_not_end_a_start(started, monkeypatch, more):
+    monkeypatch.setenv("LD_PRELOAD", stepped_clock(started.folder, 3600))
+    status, _, error = started.run("--detach", *more)
+    assert status == 0, error
+
+
+def test_a_clock_that_is_set_back_does_not_prolong_a_start(started, monkeypatch):
+    """The bus is stopped as soon as it is noted, so that the dome never gets ready."""
+    monkeypatch.setenv("LD_PRELOAD", stepped_clock(started.folder, 0))
+    with concurrent.futures.ThreadPoolExecutor(1) as pool:
+        outcome = pool.submit(started.run, "--detach")
+        pids = started.state / "pids"
+        bus = await_until(lambda: pids.exists() and started.pids().get("bus"), "the bus is started", 60)
+        os.kill(bus, signal.SIGSTOP)
+        try:
+            status, _, error = outcome.result(45)
+            assert status == 1
+            assert "is not ready after 15 seconds" in error
+        finally:
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(bus, signal.SIGCONT)

@@ -465,3 +465,46 @@ def test_a_clock_that_is_set_back_does_not_prolong_a_start(started, monkeypatch)
     finally:
         process.terminate()
         process.wait(20)
+
+
+def copied_checkout(folder):
+    """The sources as they are here, with a desk build's own notes of where it was made."""
+    checkout = folder / "checkout"
+    listed = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, capture_output=True, text=True, check=True).stdout
+    for name in filter(None, listed.split("\0")):
+        if not (ROOT / name).exists():
+            continue
+        (checkout / name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy2(ROOT / name, checkout / name)
+    (checkout / "build" / "desk").mkdir(parents=True)
+    for name in ("CMakeCache.txt", "build.ninja", "CMakeFiles/rules.ninja"):
+        (checkout / "build" / "desk" / name).parent.mkdir(exist_ok=True)
+        shutil.copy2(ROOT / "build" / "desk" / name, checkout / "build" / "desk" / name)
+    return checkout
+
+
+def test_a_copied_checkout_builds_its_own_sources(tmp_path):
+    checkout = copied_checkout(tmp_path)
+    build = ["bash", "-c", 'set -e; root=$PWD; source scripts/common.sh; build_preset desk --target myname']
+    done = subprocess.run(build, cwd=checkout, capture_output=True, text=True, timeout=600)
+    assert done.returncode == 0, done.stdout + done.stderr
+    assert f"was copied or moved here from {ROOT}: building anew" in done.stdout
+    cache = (checkout / "build" / "desk" / "CMakeCache.txt").read_text()
+    assert f"CMAKE_HOME_DIRECTORY:INTERNAL={checkout}\n" in cache
+    program = checkout / "build" / "desk" / "bin" / "myname"
+    loaded = subprocess.run(["ldd", program], capture_output=True, text=True, check=True).stdout
+    assert f"{checkout}/build/desk/bin/../lib/libtavos" in loaded and f"{ROOT}/" not in loaded
+
+    again = subprocess.run(build, cwd=checkout, capture_output=True, text=True, timeout=600)
+    assert (again.returncode, again.stdout) == (0, ""), again.stderr
+
+
+def test_a_copied_builds_programs_load_their_own_libraries(tmp_path):
+    copy = tmp_path / "desk"
+    for folder in ("bin", "lib"):
+        shutil.copytree(ROOT / "build" / "desk" / folder, copy / folder, symlinks=True)
+    for file in [*(copy / "bin").iterdir(), copy / "lib" / "orvexsnmp.so"]:
+        loaded = subprocess.run(["ldd", file], capture_output=True, text=True).stdout
+        assert f"{ROOT}/" not in loaded, file
+    loaded = subprocess.run(["ldd", copy / "bin" / "orvex-dome"], capture_output=True, text=True, check=True).stdout
+    assert f"{copy}/bin/../lib/libtavos" in loaded

@@ -69,8 +69,11 @@ check_camera_files() {
 
 # write_whole FILE MODE: writes standard input to the file, under its own name only when it is whole.
 write_whole() {
-    attempt "cannot write $1" install -m "$2" /dev/stdin "$1.new"
+    attempt "cannot write $1" write_new "$1.new" "$2"
     mv "$1.new" "$1"
+}
+write_new() {
+    rm -f "$1" && (umask 077 && cat >"$1") && chmod "$2" "$1"
 }
 
 # Installs the packages of the named groups that are missing. Without a missing one nothing is asked of apt.

@@ -1,6 +1,7 @@
 """./run as a person uses it."""
 
 import concurrent.futures
+import contextlib
 import os
 import pathlib
 import shutil
@@ -508,3 +509,59 @@ def test_a_copied_builds_programs_load_their_own_libraries(tmp_path):
         assert f"{ROOT}/" not in loaded, file
     loaded = subprocess.run(["ldd", copy / "bin" / "orvex-dome"], capture_output=True, text=True, check=True).stdout
     assert f"{copy}/bin/../lib/libtavos" in loaded
+
+
+@contextlib.contextmanager
+def disk(folder, size):
+    folder.mkdir()
+    done = subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", folder], capture_output=True, text=True)
+    if done.returncode != 0:
+        pytest.skip(f"no file system can be mounted here: {done.stderr.strip()}")
+    try:
+        yield folder
+    finally:
+        subprocess.run(["umount", folder], check=True)
+
+
+@pytest.mark.parametrize("pages", [0, 1, 2, 3, 5])
+def test_a_full_disk_is_named_and_leaves_nothing_half_written(started, pages):
+    with disk(started.folder / "disk", "64k") as folder:
+        started.state = folder / "state"
+        fill = folder / "fill"
+        fill.write_bytes(bytes(4096 * (16 - pages)))
+        status, _, error = started.run("--detach")
+        assert status == 1
+        (line,) = [line for line in error.splitlines() if "No space left on device" in line]
+        assert str(started.state) in line
+        for name in ("etc/version", "sbin/restart.sh", "v3/snmp.conf", "bus.conf", "snmpd.conf"):
+            path = started.state / name
+            assert not path.exists() or path.stat().st_size > 0, name
+
+        fill.unlink()
+        subprocess.run(["mount", "-o", "remount,size=8m", folder], check=True)
+        status, _, error = started.run("--detach")
+        assert status == 0, error
+        assert started.model_name()
+        assert started.stop()[0] == 0
+
+
+def test_a_read_only_disk_is_named(started):
+    with disk(started.folder / "disk", "64k") as folder:
+        (folder / "state").mkdir()
+        subprocess.run(["mount", "-o", "remount,ro", folder], check=True)
+        for state in (folder / "state", folder / "new"):
+            status, _, error = run("--detach", "--state", state)
+            assert status == 1
+            assert one_line(error).startswith(f"run: cannot make the camera's state folder {state}")
+            assert one_line(error).endswith(": Read-only file system")
+
+
+def test_two_stops_at_once(started):
+    assert started.run("--detach")[0] == 0
+    pids = started.pids()
+    stop = ["--stop", "--state", started.state]
+    outcomes = at_once(stop, stop)
+    assert all(map(gone, pids.values()))
+    assert 0 in [status for status, _, _ in outcomes]
+    for status, _, error in outcomes:  # the later one may come when all is over
+        assert status == 0 or one_line(error) == f"run: no camera runs in {started.state}"

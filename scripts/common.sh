@@ -116,13 +116,13 @@ is_of_another_folder() {
 # Two commands started at once in one checkout take turns.
 build_preset() {
     local preset=$1 launcher=() progress=(-- --quiet)
+    local -x CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 # what one clone has compiled serves another in another folder
     shift
     mkdir -p "$root/build"
     command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
     (
         flock 8
         cd "$root" || exit 1
-        export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 # what one clone has compiled serves another in another folder
         if [[ ! -f build/$preset/build.ninja ]] || is_of_another_folder "build/$preset"; then
             progress=()
             cmake --fresh --preset "$preset" "${launcher[@]}" >"build/$preset.configure.log" 2>&1 || {

@@ -21,6 +21,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "tavos/core/IniFile.h"
@@ -173,24 +174,37 @@ const char* LevelWord(int level) {
     return level <= kDebug ? "Debug" : "Trace";
 }
 
-std::string Formatted(const char* format, va_list arguments) {
-    va_list again;
-    va_copy(again, arguments);
-    char buffer[512];
-    const int length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
-    std::string text;
-    if (length < 0) {
-        text = format;
-    } else if (static_cast<std::size_t>(length) < sizeof buffer) {
-        text.assign(buffer, static_cast<std::size_t>(length));
-    } else {
-        text.resize(static_cast<std::size_t>(length) + 1);
-        std::vsnprintf(text.data(), text.size(), format, again);
-        text.pop_back();
+/// A line's level and text. A short line needs no memory: it may be the one that says that there is none.
+class LineText {
+public:
+    LineText(int level, const char* format, va_list arguments) {
+        va_list again;
+        va_copy(again, arguments);
+        _start = static_cast<std::size_t>(std::snprintf(_short, sizeof _short, "%s ", LevelWord(level)));
+        const int length = std::vsnprintf(_short + _start, sizeof _short - _start, format, arguments);
+        if (length < 0) {
+            _long = std::string(_short, _start) + format;
+        } else if (_start + static_cast<std::size_t>(length) >= sizeof _short) {
+            _long.assign(_short, _start);
+            _long.resize(_start + static_cast<std::size_t>(length) + 1);
+            std::vsnprintf(_long.data() + _start, static_cast<std::size_t>(length) + 1, format, again);
+            _long.pop_back();
+        }
+        va_end(again);
     }
-    va_end(again);
-    return text;
-}
+
+    /// Without the newline that may end it.
+    std::string_view View() const {
+        std::string_view text = _long.empty() ? std::string_view(_short) : std::string_view(_long);
+        if (text.back() == '\n') text.remove_suffix(1);
+        return text;
+    }
+
+private:
+    char _short[512];
+    std::size_t _start;
+    std::string _long;  // empty for a line that fits into _short
+};
 
 }  // namespace
 
@@ -239,14 +253,13 @@ void Logger::EnableDebugLogging() {
 
 void Logger::LogMessageV(int level, const char* format, va_list arguments) const {
     try {
-        std::string text = LevelWord(level);
-        text += ' ';
-        text += Formatted(format, arguments);
-        if (text.back() == '\n') text.pop_back();
+        const LineText line(level, format, arguments);
+        const auto text = line.View();
         State& state = Shared();
         std::lock_guard<std::mutex> lock(state.mutex);
         // Taken under the lock, so that the lines' times never run backwards.
-        const spdlog::details::log_msg message(_name, spdlog::level::info, text);
+        const spdlog::details::log_msg message(_name, spdlog::level::info,
+                                               spdlog::string_view_t(text.data(), text.size()));
         for (const auto& [path, sink] : state.appenders) sink->log(message);
     } catch (...) {
         // A line that cannot be written is lost.

@@ -26,6 +26,14 @@ void CheckBus(int result) {
     if (result < 0) throw osa::Exception("%s", std::strerror(-result));
 }
 
+void ServeNobody(sd_bus* bus) {
+    const auto drop = [](sd_bus_message* message, void*, sd_bus_error*) {
+        std::uint8_t type = 0;
+        return sd_bus_message_get_type(message, &type) >= 0 && type == SD_BUS_MESSAGE_METHOD_CALL ? 1 : 0;
+    };
+    CheckBus(sd_bus_add_filter(bus, nullptr, drop, nullptr));
+}
+
 SignalsBlocked::SignalsBlocked() {
     sigset_t all;
     sigfillset(&all);

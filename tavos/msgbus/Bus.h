@@ -30,24 +30,13 @@ struct MessageRelease {
 };
 using MessagePtr = std::unique_ptr<sd_bus_message, MessageRelease>;
 
+/// For a connection that only calls or listens: calls of others are dropped, not answered with errors, which would pile
+/// up when nobody takes them. Throws tavos::osa::Exception.
+void ServeNobody(sd_bus* bus);
+
 /// Whether an error of that name comes from the one who was called, or says that nobody of that name is there; null is
 /// no error. The others are the bus's, in the place of a service that does not answer.
 bool IsAnswer(const char* error);
-
-class BusError {
-public:
-    BusError() = default;
-    ~BusError() { sd_bus_error_free(&_error); }
-    BusError(const BusError&) = delete;
-    BusError& operator=(const BusError&) = delete;
-    sd_bus_error* operator&() { return &_error; }
-    bool Is(const char* name) const { return sd_bus_error_has_name(&_error, name) > 0; }
-    const char* Message() const { return _error.message ? _error.message : _error.name; }
-    bool IsAnswer() const { return tavos::msgbus::IsAnswer(_error.name); }
-
-private:
-    sd_bus_error _error{};
-};
 
 /// Throws tavos::osa::Exception with the reason when `result` is negative.
 void CheckBus(int result);

@@ -1,6 +1,9 @@
 #include "tavos/msgbus/CallChannel.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <limits>
 
 #include "tavos/osa/Exception.h"
 
@@ -25,17 +28,40 @@ void CallChannel::Abandon() {
 
 void CallChannel::Call(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
                        const std::string& resultSignature, const std::function<void(Reader&)>& result) {
-    const auto until = Clock::now() + _deadline;
+    const auto start = Clock::now();
     try {
-        RefuseSilent(to);
-        std::unique_lock<std::timed_mutex> lock(*_mutex, until);
-        if (!lock.owns_lock()) throw osa::Exception("another call is still under way");
-        RefuseSilent(to);  // the call before may have shown it meanwhile
-        _hasItsTime = until - Clock::now() > _deadline / 2;
-        CallUntil(until, to, operation, arguments, resultSignature, result);
+        CallInTime(to, operation, arguments, resultSignature, result);
+        Spend(to, Clock::now() - start);
     } catch (const osa::Exception& e) {
+        Spend(to, Clock::now() - start);
         throw osa::Exception("%s %s: %s", to.service.c_str(), operation, e.what());
     }
+}
+
+void CallChannel::CallInTime(const ServiceAddress& to, const char* operation,
+                             const std::function<void(Writer&)>& arguments, const std::string& resultSignature,
+                             const std::function<void(Reader&)>& result) {
+    RefuseSilent(to);
+    const auto left = _work.Left();
+    if (left <= Clock::duration::zero()) throw osa::Exception("the request has waited too long for services already");
+    const auto time = std::min<Clock::duration>(_deadline, left);
+    const auto until = Clock::now() + time;
+    std::unique_lock<std::timed_mutex> lock(*_mutex, until);
+    if (!lock.owns_lock()) throw osa::Exception("another call is still under way");
+    RefuseSilent(to);  // the call before may have shown it meanwhile
+    _time = std::chrono::ceil<std::chrono::milliseconds>(time);
+    _hasItsTime = until - Clock::now() > _deadline / 2;
+    CallUntil(until, to, operation, arguments, resultSignature, result);
+}
+
+void CallChannel::Spend(const ServiceAddress& on, Clock::duration time) {
+    const auto* const slowest = _work.Spend(on, time, IsSlow(time));
+    if (slowest != nullptr && !_silent->IsSilent(slowest->service)) _silent->UsedUpTime(*slowest);
+}
+
+/// A service that takes so long makes everybody wait who asks for more than a few of its values.
+bool CallChannel::IsSlow(Clock::duration time) const {
+    return time > _deadline / 10;
 }
 
 void CallChannel::RefuseSilent(const ServiceAddress& to) const {
@@ -73,56 +99,80 @@ void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, c
 
 /// What has come since the last call (answers that were late, the bus's own notices) is of no use to anybody; reading
 /// it shows whether the bus has hung up.
-void CallChannel::DropIfClosed() {
-    constexpr int kMostMessages = 1000;
+void CallChannel::DropIfClosed(Clock::time_point until) {
+    constexpr int kMaxMessages = 1000;  // somebody who never stops sending must not keep the call from going out
     int progress = 1;
-    for (int i = 0; progress > 0 && i < kMostMessages; ++i) progress = sd_bus_process(_bus.get(), nullptr);
-    if (progress < 0 || sd_bus_is_open(_bus.get()) <= 0) {
-        _socket.Forget();
-        _bus.reset();
+    for (int i = 0; progress > 0 && i < kMaxMessages && Clock::now() < until; ++i) {
+        progress = sd_bus_process(_bus.get(), nullptr);
     }
+    if (progress < 0 || sd_bus_is_open(_bus.get()) <= 0) Close();
+}
+
+void CallChannel::Close() {
+    _socket.Forget();
+    _bus.reset();
 }
 
 void CallChannel::EnsureOpen(Clock::time_point until) {
-    if (_bus) DropIfClosed();
+    if (_bus) DropIfClosed(until);
     if (_bus) return;
     try {
         _bus = OpenBus(_address, until, &_socket);
+        ServeNobody(_bus.get());
     } catch (const osa::Exception& e) {
-        _socket.Forget();
+        Close();
         if (Clock::now() >= until) Missed(SilentServices::TheBus());
         _reachability->Lost(e.what());
         throw osa::Exception("the message bus cannot be reached: %s", e.what());
     }
     _reachability->Found();
-    _silent->Answered(SilentServices::TheBus().service);
+    _silent->Answered(SilentServices::TheBus().service, false);
+}
+
+namespace {
+
+int OnAnswer(sd_bus_message* message, void* answer, sd_bus_error*) {
+    static_cast<MessagePtr*>(answer)->reset(sd_bus_message_ref(message));
+    return 0;
+}
+
+}  // namespace
+
+/// The library's own waiting call would keep all that arrives before the answer, 65,536 messages of any size.
+int CallChannel::Await(sd_bus_message* call, Clock::time_point until, MessagePtr& answer) {
+    constexpr auto kNever = std::numeric_limits<std::uint64_t>::max();  // the time is kept here
+    sd_bus_slot* made = nullptr;
+    int result = sd_bus_call_async(_bus.get(), &made, call, OnAnswer, &answer, kNever);
+    const SlotPtr slot(made);
+    while (result >= 0 && !answer) {
+        if (Clock::now() >= until) return -ETIMEDOUT;
+        result = sd_bus_process(_bus.get(), nullptr);
+        if (result != 0 || answer) continue;
+        result = sd_bus_wait(_bus.get(), MicrosecondsUntil(until));
+        if (result == -EINTR) result = 0;
+    }
+    return result;
 }
 
 MessagePtr CallChannel::Exchange(const ServiceAddress& to, sd_bus_message* call, Clock::time_point until) {
-    BusError error;
-    sd_bus_message* answer = nullptr;
-    const int result = sd_bus_call(_bus.get(), call, MicrosecondsUntil(until), &error, &answer);
-    if (result >= 0) {
-        _silent->Answered(to.service);
-        return MessagePtr(answer);
-    }
+    const auto start = Clock::now();
+    MessagePtr answer;
+    const int result = Await(call, until, answer);
+    const sd_bus_error* const error = answer ? sd_bus_message_get_error(answer.get()) : nullptr;
+    if (answer && (!error || IsAnswer(error->name))) _silent->Answered(to.service, IsSlow(Clock::now() - start));
+    if (answer && !error) return answer;
 
-    // The same number stands for what the bus answers in the name of a service that has ended in the middle of a call.
-    const bool late = result == -ETIMEDOUT && !error.Is(SD_BUS_ERROR_NO_REPLY);
+    const bool late = result == -ETIMEDOUT;
     if (late) Missed(to);
-    if (late || sd_bus_is_open(_bus.get()) <= 0) {
-        // A late answer has no taker; hanging up makes the bus forget it.
-        _socket.Forget();
-        _bus.reset();
-    } else if (error.IsAnswer()) {
-        _silent->Answered(to.service);
-    }
-    if (error.Is(SD_BUS_ERROR_SERVICE_UNKNOWN) || error.Is(SD_BUS_ERROR_NAME_HAS_NO_OWNER)) {
+    // A late answer has no taker; hanging up makes the bus forget it.
+    if (late || sd_bus_is_open(_bus.get()) <= 0) Close();
+    if (late) throw osa::Exception("no answer within %d ms", static_cast<int>(_time.count()));
+    if (!error) throw osa::Exception("%s", std::strerror(-result));
+    if (sd_bus_error_has_name(error, SD_BUS_ERROR_SERVICE_UNKNOWN) > 0 ||
+        sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0) {
         throw osa::Exception("the service is missing");
     }
-    if (late) throw osa::Exception("no answer within %d ms", static_cast<int>(_deadline.count()));
-    const char* const message = error.Message();
-    throw osa::Exception("%s", message ? message : std::strerror(-result));
+    throw osa::Exception("%s", error->message ? error->message : error->name);
 }
 
 }  // namespace tavos::msgbus

@@ -10,11 +10,13 @@
 #include "tavos/msgbus/Connection.h"
 #include "tavos/msgbus/ForkWatch.h"
 #include "tavos/msgbus/SilentServices.h"
+#include "tavos/msgbus/WorkTime.h"
 
 namespace tavos::msgbus {
 
-/// The connection for calls: one call at a time, from any thread, each within the deadline, whatever it waits for. A
-/// call to a service that is known to be silent fails at once.
+/// The connection for calls: one call at a time, from any thread, each within the deadline and within the time of the
+/// work it belongs to, whatever it waits for. A call to a service that is known to be silent fails at once. What else
+/// arrives is dropped, message by message: nobody can make it pile up.
 class CallChannel {
 public:
     CallChannel(std::string address, std::chrono::milliseconds deadline, std::shared_ptr<Reachability> reachability,
@@ -22,19 +24,28 @@ public:
     CallChannel(const CallChannel&) = delete;
     CallChannel& operator=(const CallChannel&) = delete;
 
+    /// As Connection::BeginWork.
+    void BeginWork(Clock::duration limit) { _work.Begin(limit); }
+
     /// As Connection::Call.
     void Call(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
               const std::string& resultSignature, const std::function<void(Reader&)>& result);
 
 private:
     void RefuseSilent(const ServiceAddress& to) const;
-    /// A call that has spent its time behind another one says nothing of those that it calls.
+    /// A call that has spent its time behind another one, or had little left, says nothing of those that it calls.
     void Missed(const ServiceAddress& whose);
+    void CallInTime(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
+                    const std::string& resultSignature, const std::function<void(Reader&)>& result);
     void CallUntil(Clock::time_point until, const ServiceAddress& to, const char* operation,
                    const std::function<void(Writer&)>& arguments, const std::string& resultSignature,
                    const std::function<void(Reader&)>& result);
     void EnsureOpen(Clock::time_point until);
-    void DropIfClosed();
+    void DropIfClosed(Clock::time_point until);
+    void Close();
+    int Await(sd_bus_message* call, Clock::time_point until, MessagePtr& answer);
+    bool IsSlow(Clock::duration time) const;
+    void Spend(const ServiceAddress& on, Clock::duration time);
     MessagePtr Exchange(const ServiceAddress& to, sd_bus_message* call, Clock::time_point until);
     void Abandon();
 
@@ -43,7 +54,9 @@ private:
     const std::shared_ptr<Reachability> _reachability;
     const std::shared_ptr<SilentServices> _silent;
     std::unique_ptr<std::timed_mutex> _mutex;  // on the heap: a forked child leaves it behind, held or not
+    std::chrono::milliseconds _time{};         // of the call under way, from when it was made
     bool _hasItsTime = true;                   // the call under way
+    WorkTime _work;
     BusPtr _bus;
     ConnectionSocket _socket;
     ForkWatch _forkWatch;

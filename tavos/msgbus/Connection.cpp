@@ -28,6 +28,10 @@ void Connection::StartServer() {
     _events->Start();
 }
 
+void Connection::BeginWork(std::chrono::milliseconds limit) {
+    _calls->BeginWork(limit);
+}
+
 void Connection::Call(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
                       const std::string& resultSignature, const std::function<void(Reader&)>& result) {
     _calls->Call(to, operation, arguments, resultSignature, result);

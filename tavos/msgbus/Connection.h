@@ -50,9 +50,12 @@ public:
 
     void StartServer();
 
+    /// As IMsgBus::BeginWork, with the limit.
+    void BeginWork(std::chrono::milliseconds limit);
+
     /// Calls and waits for the answer, which must have the signature `resultSignature`. Throws tavos::osa::Exception
     /// with service, operation and reason. Once the server is started, calls to a service that has let one wait for the
-    /// whole deadline fail at once, until it gives a sign of life.
+    /// whole deadline, or has used up the time of the work in hand, fail at once until it answers a ping.
     void Call(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
               const std::string& resultSignature, const std::function<void(Reader&)>& result);
 

@@ -56,7 +56,9 @@ int OnMatchInstalled(sd_bus_message* answer, void* userdata, sd_bus_error*) {
 /// One connection's life.
 class EventThread::Session {
 public:
-    Session(BusPtr bus, SilentServices& silent) : _bus(std::move(bus)), _pings(_bus.get(), silent) {}
+    Session(BusPtr bus, SilentServices& silent) : _bus(std::move(bus)), _pings(_bus.get(), silent) {
+        ServeNobody(_bus.get());
+    }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 

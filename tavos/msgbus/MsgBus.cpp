@@ -16,17 +16,24 @@ std::string Address() {
     return address ? address : "";
 }
 
-std::chrono::milliseconds Deadline() {
-    constexpr long kUsual = 500;
-    constexpr long kLongest = 60000;
-    const char* const text = std::getenv("TAVOS_CALL_TIMEOUT_MS");
-    const long milliseconds = text ? std::strtol(text, nullptr, 10) : kUsual;
-    return std::chrono::milliseconds(milliseconds > 0 ? std::min(milliseconds, kLongest) : kUsual);
+std::chrono::milliseconds Milliseconds(const char* variable, long byDefault) {
+    constexpr long kMax = 60000;
+    const char* const text = std::getenv(variable);
+    const long milliseconds = text ? std::strtol(text, nullptr, 10) : byDefault;
+    return std::chrono::milliseconds(milliseconds > 0 ? std::min(milliseconds, kMax) : byDefault);
+}
+
+std::chrono::milliseconds CallTime() {
+    return Milliseconds("TAVOS_CALL_TIMEOUT_MS", 500);
+}
+
+std::chrono::milliseconds RequestTime() {
+    return Milliseconds("TAVOS_REQUEST_TIMEOUT_MS", 2 * CallTime().count());
 }
 
 }  // namespace
 
-MsgBus::MsgBus() : _connection(std::make_unique<Connection>(Address(), Deadline())) {}
+MsgBus::MsgBus() : _connection(std::make_unique<Connection>(Address(), CallTime())), _requestTime(RequestTime()) {}
 
 MsgBus::~MsgBus() = default;
 
@@ -36,6 +43,12 @@ void MsgBus::StartServer() {
 
 Connection& MsgBus::GetConnection() {
     return *_connection;
+}
+
+void MsgBus::BeginWork(Work work) {
+    // The start asks for everything once: three readings, and every input and relay.
+    constexpr int kRequestsOfAStart = 5;
+    _connection->BeginWork(work == Work::kStart ? kRequestsOfAStart * _requestTime : _requestTime);
 }
 
 }  // namespace tavos::msgbus

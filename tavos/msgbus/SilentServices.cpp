@@ -44,6 +44,16 @@ bool SilentServices::IsSilent(const std::string& service) const {
 }
 
 void SilentServices::Missed(const ServiceAddress& service) {
+    Avoid(service, "%s does not answer: until it does, calls to it fail at once");
+}
+
+void SilentServices::UsedUpTime(const ServiceAddress& service) {
+    Avoid(service,
+          "%s is so slow that a request has waited too long: until it answers a ping, calls to it fail at once");
+}
+
+/// `line` takes the service's name.
+void SilentServices::Avoid(const ServiceAddress& service, const char* line) {
     {
         const std::lock_guard<std::mutex> lock(_mutex);
         if (!_wakeAsker) return;
@@ -54,8 +64,7 @@ void SilentServices::Missed(const ServiceAddress& service) {
         _any = true;
         _wakeAsker();
     }
-    core::Logger::GetLogger("tavos")->Error("%s does not answer: until it does, calls to it fail at once",
-                                            service.service.c_str());
+    core::Logger::GetLogger("tavos")->Error(line, service.service.c_str());
 }
 
 bool SilentServices::EndSilence(const std::string& service) {
@@ -80,10 +89,10 @@ void SilentServices::Ended(const std::string& service) {
     core::Logger::GetLogger("tavos")->Information("%s has ended", service.c_str());
 }
 
-void SilentServices::Answered(const std::string& service) {
+void SilentServices::Answered(const std::string& service, bool slowly) {
     if (!_any) return;
     Heard(service);
-    Forget(service);
+    if (!slowly) Forget(service);
 }
 
 std::vector<SilentServices::Question> SilentServices::Questions() const {

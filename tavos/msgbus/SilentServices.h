@@ -27,12 +27,15 @@ public:
     bool IsSilent(const std::string& service) const;
     /// A call has waited for its whole deadline.
     void Missed(const ServiceAddress& service);
+    /// Its answers come, but so slowly that one request has waited for them as long as a request may.
+    void UsedUpTime(const ServiceAddress& service);
     /// A sign of life.
     void Heard(const std::string& service);
     /// It is gone: what its successor does is its own.
     void Ended(const std::string& service);
-    /// A call was answered, be it with an error: what was missed before is forgotten.
-    void Answered(const std::string& service);
+    /// A call was answered, be it with an error. What was missed before is forgotten, unless the answer was slow: a
+    /// service that is slow all the time must be retried later and later.
+    void Answered(const std::string& service, bool slowly);
 
     /// A service that is to be asked for a sign of life, and when first. One that has given a sign and then missed the
     /// next call all the same is left alone for longer each time.
@@ -55,12 +58,13 @@ private:
         Clock::time_point due;
     };
 
+    void Avoid(const ServiceAddress& service, const char* line);
     bool EndSilence(const std::string& service);
     void Forget(const std::string& service);
 
     mutable std::mutex _mutex;
     std::function<void()> _wakeAsker;
-    std::map<std::string, Record> _records;  // those that have missed a call and not answered one since
+    std::map<std::string, Record> _records;  // those that have missed a call and not answered one quickly since
     std::atomic<bool> _any{false};           // calls look here first: nearly always there is none
 };
 

@@ -106,7 +106,7 @@ namespace tavos::msgbus {
 
 class Connection {};
 
-MsgBus::MsgBus() {
+MsgBus::MsgBus() : _requestTime(1000) {
     journal::Add("bus Open");
 }
 MsgBus::~MsgBus() {
@@ -115,6 +115,9 @@ MsgBus::~MsgBus() {
 void MsgBus::StartServer() {
     journal::Add("bus StartServer");
     MayFail("bus.StartServer");
+}
+void MsgBus::BeginWork(Work work) {
+    Camera().begun.push_back(work);
 }
 Connection& MsgBus::GetConnection() {
     return *_connection;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tavos/core/Event.h"
+#include "tavos/msgbus/IMsgBus.h"
 
 /// The platform as the unit tests have it: the logger, the bus, the settings store and every service client of
 /// tavos/, replaced at link time by recorders that write into the journal and answer what a test has put here.
@@ -21,6 +22,8 @@ struct FakeCamera {
     /// What they throw: tavos::osa::Exception, or an int, or a std::runtime_error.
     bool throwsInt = false;
     bool throwsRuntimeError = false;
+    /// What the module has begun on the bus, in order.
+    std::vector<tavos::msgbus::Work> begun;
     /// Sees every call of a service as its journal line has it, "relay GetRelayCount", before it is answered: here a
     /// test changes the camera between the steps of one request.
     std::function<void(const std::string& call)> onCall;

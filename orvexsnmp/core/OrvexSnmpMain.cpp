@@ -3,6 +3,7 @@
 #include <exception>
 #include <utility>
 
+#include "core/GuardedHandler.h"
 #include "core/OrvexSnmpOid.h"
 #include "core/OrvexSnmpTrapSend.h"
 #include "core/ScalarRegistration.h"
@@ -41,6 +42,7 @@ constexpr auto kName = "init_orvexsnmp";
 bool s_unloaded = false;
 
 int RegisterEverything(const Logger& logger) {
+    BeginGuardedStart();
     ApplySensorAvailability();
     if (RegisterScalars() != 0) return -1;
     OrvexSnmpAlarm::GetInstance()->init_alarmTable(false);

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "core/GuardedHandler.h"
+
 using tavos::core::Logger;
 using tavos::osa::kWaitForever;
 
@@ -127,10 +129,15 @@ int OrvexSnmpTrapSend::Keep(netsnmp_variable_list* list) {
 }
 
 void OrvexSnmpTrapSend::snmpMainCallback(int /*descriptor*/, void* /*data*/) {
-    auto* trapSend = GetInstance();
-    trapSend->_logger->Trace("%s: enter...", "snmpMainCallback");
-    trapSend->CallSnmpSendTrap();
-    trapSend->_logger->Trace("%s: Done.", "snmpMainCallback");
+    constexpr auto kName = "snmpMainCallback";
+    try {
+        auto* trapSend = GetInstance();
+        trapSend->_logger->Trace("%s: enter...", kName);
+        trapSend->CallSnmpSendTrap();
+        trapSend->_logger->Trace("%s: Done.", kName);
+    } catch (...) {
+        LogGuardedFailure(kName);
+    }
 }
 
 void OrvexSnmpTrapSend::CallSnmpSendTrap() {

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <vector>
 
+#include "core/GuardedHandler.h"
 #include "core/OrvexSnmpMain.h"
 #include "core/OrvexSnmpOid.h"
 #include "device/IdentityHandlers.h"
@@ -147,8 +148,8 @@ int RegisterScalars() {
 int RegisterInstance(const char* name, Netsnmp_Node_Handler* handler, const oid* objectId, std::size_t oidLength,
                      int access) {
     // As an instance: the agent's scalar helper would append one more sub-identifier to what the table gives.
-    auto* registration =
-        netsnmp_create_handler_registration(name, handler, const_cast<oid*>(objectId), oidLength, access);
+    auto* registration = CreateGuardedRegistration(name, handler, objectId, oidLength, access);
+    if (registration == nullptr) return MIB_REGISTRATION_FAILED;
     const int result = netsnmp_register_instance(registration);
     // A registration that was refused has been freed by the agent.
     if (result == 0) s_registered.push_back(registration);

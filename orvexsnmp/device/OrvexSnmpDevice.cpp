@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "core/FixedLogging.h"
+#include "core/GuardedHandler.h"
 #include "core/NetSnmp.h"
 #include "core/TextUtilities.h"
 #include "io/OrvexSnmpAlarm.h"
@@ -66,9 +67,11 @@ OrvexSnmpDevice::OrvexSnmpDevice()
     LoadModuleVersion();
     CreateProviders();
     _bus.StartServer();
+    SetGuardedBus(&_bus);
 }
 
 OrvexSnmpDevice::~OrvexSnmpDevice() {
+    SetGuardedBus(nullptr);
     _logger = nullptr;
 }
 

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 
+#include "core/GuardedHandler.h"
 #include "support/Journal.h"
 
 namespace {
@@ -47,7 +48,7 @@ extern "C" {
 
 int netsnmp_register_instance(netsnmp_handler_registration* registration) {
     const std::string name = registration->handlerName;
-    auto* const handler = registration->handler->access_method;
+    auto* const handler = GuardedHandlerOf(registration->handler);
     const int result = Register("register_instance", registration);
     if (result == MIB_REGISTERED_OK) s_agent.handlers[name] = handler;
     return result;

@@ -1,6 +1,9 @@
 #include "io/BankTable.h"
 
+#include <algorithm>
 #include <utility>
+
+#include "core/GuardedHandler.h"
 
 namespace {
 
@@ -78,6 +81,21 @@ netsnmp_table_row* NewRow(long number) {
 
 }  // namespace
 
+bool IsTaken(const tavos::core::Logger& logger, const char* name, const char* what, long long number, int maxNumber) {
+    if (number >= 0 && number <= maxNumber) return true;
+    logger.Error("%s: the service gives %lld for %s, which must be 0 to %d: the rows stay as they were", name, number,
+                 what, maxNumber);
+    return false;
+}
+
+bool AreTaken(const tavos::core::Logger& logger, const char* name, const std::vector<std::string>& banks) {
+    const auto count = static_cast<long long>(banks.size());
+    if (!IsTaken(logger, name, "the number of banks", count, kMaxBanks)) return false;
+    return std::all_of(banks.begin(), banks.end(), [&](const std::string& bank) {
+        return IsTaken(logger, name, "the octets of a bank's name", static_cast<long long>(bank.size()), kMaxBankName);
+    });
+}
+
 BankTable::BankTable(Owner& owner, const char* name, bool stateWritable)
     : _owner(owner), _name(name), _stateWritable(stateWritable) {}
 
@@ -110,8 +128,8 @@ void BankTable::Create() {
 }
 
 int BankTable::Register(Netsnmp_Node_Handler* handler, const oid* tableId, std::size_t tableIdLength) {
-    auto* registration = netsnmp_create_handler_registration(_name, handler, const_cast<oid*>(tableId), tableIdLength,
-                                                             HANDLER_CAN_RWRITE);
+    auto* registration = CreateGuardedRegistration(_name, handler, tableId, tableIdLength, HANDLER_CAN_RWRITE);
+    if (registration == nullptr) return MIB_REGISTRATION_FAILED;
     const int result = netsnmp_register_table_data_set(registration, _dataSet, nullptr);
     if (result != 0) return result;
     // Without the front handler rows would change under the agent's hands: no table then.
@@ -127,7 +145,12 @@ int BankTable::Register(Netsnmp_Node_Handler* handler, const oid* tableId, std::
 
 int BankTable::FrontHandler(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                             netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return static_cast<BankTable*>(handler->myvoid)->HandlePass(handler, registration, info, requests);
+    auto& table = *static_cast<BankTable*>(handler->myvoid);
+    const int result =
+        Guarded(table._name, info, [&] { return table.HandlePass(handler, registration, info, requests); });
+    table._pass = PassState::kOutside;
+    table._rowsInUse = false;
+    return result;
 }
 
 int BankTable::HandlePass(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
@@ -135,10 +158,7 @@ int BankTable::HandlePass(netsnmp_mib_handler* handler, netsnmp_handler_registra
     _rowsInUse = !RowsMayChange(info->mode);
     if (_waitingRows != nullptr) ReplaceRows(*_waitingRows);
     _pass = _owner.BeginTableRequest(info, requests) ? PassState::kBegun : PassState::kRefused;
-    const int result = CallTableHandlers(handler, registration, info, requests);
-    _pass = PassState::kOutside;
-    _rowsInUse = false;
-    return result;
+    return CallTableHandlers(handler, registration, info, requests);
 }
 
 void BankTable::ReplaceRows(const BankList& list) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +18,21 @@ using BankList = std::vector<BankEntry>;
 
 enum BankColumn : unsigned { kBankNameColumn = 1, kBankIdColumn = 2, kBankStateColumn = 3, kUnusedColumn = 4 };
 
+/// What a service may name, for a table to take it. No camera comes near it: a service that does says something wrong,
+/// which would otherwise cost the agent its memory, or a call for each row. A SET of a relay asks for every state again
+/// and must end within a request's time.
+constexpr int kMaxRows = 1024;  ///< of all banks together
+constexpr int kMaxBanks = 100;
+constexpr int kMaxBankName = 255;  ///< octets, as in a DisplayString
+
+constexpr int kOnlyAttempt = 0;  ///< in the log lines
+
+/// False, and one Error line, for a number that a table does not take. `what` is what is counted.
+bool IsTaken(const tavos::core::Logger& logger, const char* name, const char* what, long long number, int maxNumber);
+
+/// The same for the names of a service's banks.
+bool AreTaken(const tavos::core::Logger& logger, const char* name, const std::vector<std::string>& banks);
+
 /// The words in which the two providers' list building differs; every line takes `name` first.
 struct BankListLines {
     const char* name;
@@ -26,13 +42,38 @@ struct BankListLines {
     const char* noState;       ///< Error
 };
 
-/// Asks a service for its banks, each bank's count and each entry's state, every one of them once. What fails is
-/// logged and replaced: no names by none, a count by that of the bank before, a state by that of the entry before.
-/// With `update` every state is 0 and not asked for.
+/// Each bank's count and each entry's state, every one of them asked for once. What fails is logged and replaced: a
+/// count by that of the bank before, a state by that of the entry before. Nothing, with a line, as soon as a count is
+/// none that a table takes.
+template <class EntryCount, class State>
+std::optional<BankList> ReadBanks(const tavos::core::Logger& logger, const BankListLines& lines, bool update,
+                                  const std::vector<std::string>& banks, EntryCount&& entryCount, State&& getState) {
+    BankList list;
+    int count = 0;
+    int state = 0;
+    for (const auto& bank : banks) {
+        try {
+            count = entryCount(bank);
+        } catch (...) {
+            logger.Error(lines.noEntryCount, lines.name, kOnlyAttempt);
+        }
+        const int room = kMaxRows - static_cast<int>(list.size());
+        if (!IsTaken(logger, lines.name, "a bank's count", count, room)) return std::nullopt;
+        for (int id = 0; id < count; ++id) {
+            if (!update) {
+                CaughtCall(logger, lines.name, lines.noState, [&] { state = getState(bank, id) ? 1 : 0; });
+            }
+            list.push_back({{bank, id}, state});
+        }
+    }
+    return list;
+}
+
+/// Builds the list anew from a service; names that it does not give are replaced by none. With `update` every state is
+/// 0 and not asked for. A list that no table takes is not asked for to its end, and `list` stays as it was.
 template <class BankNames, class EntryCount, class State>
 void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines, bool update, BankList& list,
                    BankNames&& bankNames, EntryCount&& entryCount, State&& getState) {
-    constexpr int kAttempt = 0;  // the only one
     logger.Trace("%s: Enter.", lines.name);
     logger.Information("%s: update=%d", lines.name, update ? 1 : 0);
     std::vector<std::string> banks;
@@ -40,24 +81,10 @@ void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines
         banks = bankNames();
         logger.Information(lines.bankCount, lines.name, static_cast<int>(banks.size()));
     } catch (...) {
-        logger.Error(lines.noBankNames, lines.name, kAttempt);
+        logger.Error(lines.noBankNames, lines.name, kOnlyAttempt);
     }
-
-    list.clear();
-    int count = 0;
-    int state = 0;
-    for (const auto& bank : banks) {
-        try {
-            count = entryCount(bank);
-        } catch (...) {
-            logger.Error(lines.noEntryCount, lines.name, kAttempt);
-        }
-        for (int id = 0; id < count; ++id) {
-            if (!update) {
-                CaughtCall(logger, lines.name, lines.noState, [&] { state = getState(bank, id) ? 1 : 0; });
-            }
-            list.push_back({{bank, id}, state});
-        }
+    if (AreTaken(logger, lines.name, banks)) {
+        if (auto read = ReadBanks(logger, lines, update, banks, entryCount, getState)) list = std::move(*read);
     }
     logger.Trace("%s: Done.", lines.name);
 }
@@ -144,7 +171,7 @@ struct BankCountLines {
 };
 
 /// Compares the service's count with the list and has the table rebuilt where they differ. A count that cannot be
-/// read changes nothing. `getCount` is the provider's wrapper.
+/// read, or that no table takes, changes nothing. `getCount` is the provider's wrapper.
 template <class GetCount, class Rebuild>
 void FollowService(const tavos::core::Logger& logger, const BankCountLines& lines, const BankList& list,
                    GetCount&& getCount, Rebuild&& rebuild) {
@@ -153,6 +180,7 @@ void FollowService(const tavos::core::Logger& logger, const BankCountLines& line
     const bool counted = getCount(count) == 0;
     logger.Information(lines.size, lines.name);
     if (!counted || static_cast<int>(list.size()) == count) return;
+    if (!IsTaken(logger, lines.name, "the number of rows", count, kMaxRows)) return;
     logger.Information(lines.update, lines.name);
     rebuild();
 }

@@ -1,5 +1,8 @@
 #include "io/OrvexSnmpRelay.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "core/PlatformCall.h"
 
 namespace {
@@ -34,8 +37,9 @@ struct PendingRelaySet {
     int relayId = 0;
     int oldState = 0;
     int newValue = 0;
-    unsigned long row = 0;  // whose relay was read in RESERVE2 of this SET; 0 is none
-    bool hasValue = false;  // of that row, taken in ACTION of this SET
+    unsigned long row = 0;                // whose relay was read in RESERVE2 of this SET; 0 is none
+    bool hasValue = false;                // of that row, taken in ACTION of this SET
+    std::vector<unsigned long> promised;  // rows that RESERVE1 of this SET has found
 };
 
 PendingRelaySet s_pending;
@@ -136,6 +140,17 @@ int OrvexSnmpRelay::Drive(const char* name, const std::string& bank, int relayId
     return result;
 }
 
+// The one rule for a row that is not there. A request whose row RESERVE1 has not found is skipped without an error: the
+// agent has refused it already. From then on a SET succeeds only by driving the relay: when list and service change
+// under it and the row is away in a later phase, that phase fails, before COMMIT with nothing driven. A row that is
+// back by then does not help: whether it is the same relay's nobody knows (see CommitRow).
+bool OrvexSnmpRelay::IsRowMissed(const netsnmp_agent_request_info* info, const netsnmp_request_info& request) {
+    const bool isLaterPhase =
+        info->mode == MODE_SET_RESERVE2 || info->mode == MODE_SET_ACTION || info->mode == MODE_SET_COMMIT;
+    const auto& promised = s_pending.promised;
+    return isLaterPhase && std::find(promised.begin(), promised.end(), RequestedRow(request)) != promised.end();
+}
+
 // The refreshed list may be shorter than the one in which the row was found, or empty where the service has failed.
 // Such a SET must not go on: it would drive the relay of an earlier one.
 int OrvexSnmpRelay::RememberRow(netsnmp_agent_request_info* info, netsnmp_request_info* request) {
@@ -167,6 +182,7 @@ int OrvexSnmpRelay::HandleCell(netsnmp_agent_request_info* info, netsnmp_request
                                const BankEntry& entry) {
     switch (info->mode) {
         case MODE_SET_RESERVE1:
+            s_pending.promised.push_back(RequestedRow(*request));
             if (request->requestvb->type != ASN_INTEGER) netsnmp_set_request_error(info, request, SNMP_ERR_WRONGTYPE);
             return SNMP_ERR_NOERROR;
         case MODE_SET_RESERVE2:
@@ -200,16 +216,28 @@ int OrvexSnmpRelay::handle_relayStates(netsnmp_mib_handler*, netsnmp_handler_reg
     const auto& logger = relay.GetLogger();
     if (relay._table.Pass() == BankTable::PassState::kOutside) relay.BeginTableRequest(info, requests);
     if (info->mode == MODE_SET_RESERVE1) s_pending = PendingRelaySet();
+    const int result = relay.HandleRequests(info, requests);
+    const bool isLastPhase =
+        info->mode == MODE_SET_COMMIT || info->mode == MODE_SET_FREE || info->mode == MODE_SET_UNDO;
+    if (isLastPhase) s_pending.promised.clear();
+    if (result == SNMP_ERR_NOERROR) logger.Trace("%s: Done.", kTableHandler);
+    return result;
+}
+
+int OrvexSnmpRelay::HandleRequests(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     for (auto* request = requests; request != nullptr; request = request->next) {
         // Reads that the agent has answered already: a GETNEXT past the last row.
         if (request->processed && IsReadMode(info)) continue;
-        logger.Information("%s: relayNumber is %d, col no is %d", kTableHandler,
-                           static_cast<int>(RequestedRow(*request)), static_cast<int>(RequestedColumn(*request)));
-        const auto* entry = RequestedEntry(relay._list, *request);
+        _logger->Information("%s: relayNumber is %d, col no is %d", kTableHandler,
+                             static_cast<int>(RequestedRow(*request)), static_cast<int>(RequestedColumn(*request)));
+        const auto* entry = RequestedEntry(_list, *request);
+        if (entry == nullptr && IsRowMissed(info, *request)) {
+            netsnmp_set_request_error(info, request, SNMP_ERR_GENERR);
+            return SNMP_ERR_GENERR;
+        }
         if (entry == nullptr) continue;
-        if (const int result = relay.HandleCell(info, request, *entry); result != SNMP_ERR_NOERROR) return result;
+        if (const int result = HandleCell(info, request, *entry); result != SNMP_ERR_NOERROR) return result;
     }
-    logger.Trace("%s: Done.", kTableHandler);
     return SNMP_ERR_NOERROR;
 }
 

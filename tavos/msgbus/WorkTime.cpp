@@ -6,6 +6,7 @@ namespace tavos::msgbus {
 
 void WorkTime::Begin(Clock::duration limit) {
     _owner = std::this_thread::get_id();
+    _limit = limit;
     _left = limit;
     _slowCalls.clear();
 }
@@ -32,7 +33,7 @@ const ServiceAddress* WorkTime::Spend(const ServiceAddress& service, Clock::dura
 const ServiceAddress* WorkTime::Slowest() const {
     const auto slowest = std::max_element(_slowCalls.begin(), _slowCalls.end(),
                                           [](const auto& a, const auto& b) { return a.second < b.second; });
-    return slowest == _slowCalls.end() ? nullptr : &slowest->first;
+    return slowest == _slowCalls.end() || slowest->second < _limit / 4 ? nullptr : &slowest->first;
 }
 
 }  // namespace tavos::msgbus

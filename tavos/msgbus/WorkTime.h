@@ -21,8 +21,10 @@ public:
     /// Zero or less when the time is over; max() on a thread that has begun no work.
     Clock::duration Left() const;
 
-    /// A call has waited. `slow`: longer than a service may take for an answer; only such a service is blamed. Returns
-    /// the service that has taken the max of the time, when the time is over with this call; null otherwise.
+    /// A call has waited. `slow`: longer than a good service takes for an answer. Returns the service to blame, when
+    /// the time is over with this call: the one whose slow answers have taken the max of it, if that is a quarter at
+    /// least. Null otherwise: many quick answers are the work's own fault, and a slow one now and then is the
+    /// machine's.
     const ServiceAddress* Spend(const ServiceAddress& service, Clock::duration time, bool slow);
 
 private:
@@ -30,7 +32,8 @@ private:
     const ServiceAddress* Slowest() const;
 
     std::atomic<std::thread::id> _owner{};
-    Clock::duration _left{};                                             // the owner's, as all below
+    Clock::duration _limit{};  // the owner's, as all below
+    Clock::duration _left{};
     std::vector<std::pair<ServiceAddress, Clock::duration>> _slowCalls;  // a few at most: each takes its time
 };
 

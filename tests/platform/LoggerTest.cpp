@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <regex>
 #include <thread>
 #include <vector>
@@ -22,6 +23,25 @@
 using tavos::core::IniFile;
 using tavos::core::Logger;
 using testing::MatchesRegex;
+
+namespace {
+
+thread_local bool t_outOfMemory = false;
+
+}  // namespace
+
+/// Like the library's own, while a test has not taken the memory away from its thread.
+void* operator new(std::size_t size) {
+    if (t_outOfMemory) throw std::bad_alloc();
+    if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace {
 
@@ -114,6 +134,28 @@ TEST_F(LoggerTest, ANewlineAtTheEndIsNotDoubled) {
     log->Error("%s", std::string(3000, 'x').c_str());
     EXPECT_EQ(Lines(), "Test Error one\nTest Error two\n\nTest Error \nTest Error \nTest Error " +
                            std::string(3000, 'x') + "\n");
+}
+
+TEST_F(LoggerTest, AShortLineIsWrittenWithoutMemory) {
+    UseFile("3");
+    t_outOfMemory = true;
+    Logger::GetLogger("Test")->Error("%s: given up after an exception: %s", "relayStatesTable", "std::bad_alloc");
+    log->Error("again\n");
+    t_outOfMemory = false;
+    EXPECT_EQ(Lines(),
+              "Test Error relayStatesTable: given up after an exception: std::bad_alloc\n"
+              "Test Error again\n");
+}
+
+TEST_F(LoggerTest, LinesOfEveryLengthAreWhole) {
+    UseFile("3");
+    std::string expected;
+    for (std::size_t length = 490; length < 530; ++length) {
+        const std::string text(length, 'x');
+        log->Error("%s", text.c_str());
+        expected += "Test Error " + text + "\n";
+    }
+    EXPECT_EQ(Lines(), expected);
 }
 
 TEST_F(LoggerTest, LoggersOfOneNameAreOne) {

@@ -91,7 +91,7 @@ public:
             Banks::Size bank{"", -1};
             const Table table(_file, Full(key) + '.', *element.as_table(), {"name", "count"});
             table.Read("name", bank.name);
-            table.ReadWhole("count", bank.count, 0, Banks::kGreatestCount);
+            table.ReadWhole("count", bank.count, 0, Banks::kMaxRows);
             if (bank.name.empty() || bank.count < 0) Refuse(element, key, "wants a name and a count in each bank");
             target.push_back(bank);
         }

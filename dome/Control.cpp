@@ -243,7 +243,7 @@ void Control::SetBank(Banks& banks, const Words& arguments) {
 }
 
 void Control::ReplaceBanks(const Words& arguments) {
-    CheckWords("banks", arguments, 1, 1 + Banks::kGreatestBanks);
+    CheckWords("banks", arguments, 1, 1 + Banks::kMaxBanks);
     const bool isAlarm = arguments[0] == "alarm";
     if (!isAlarm && arguments[0] != "relay") throw Exception("unknown banks %s", arguments[0].c_str());
     std::vector<Banks::Size> sizes;

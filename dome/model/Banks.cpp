@@ -6,13 +6,20 @@
 namespace dome {
 
 void Banks::Replace(const std::vector<Size>& sizes) {
-    if (sizes.size() > kGreatestBanks) throw std::invalid_argument("more than 100 banks");
+    if (sizes.size() > kMaxBanks) throw std::invalid_argument("more than " + std::to_string(kMaxBanks) + " banks");
     std::vector<Bank> banks;
+    int room = kMaxRows;
     for (const Size& size : sizes) {
         if (size.name.empty()) throw std::invalid_argument("a bank without a name");
-        if (size.count < 0 || size.count > kGreatestCount) {
-            throw std::invalid_argument("bank " + size.name + ": a count is 0 to " + std::to_string(kGreatestCount));
+        if (size.name.size() > kMaxName) {
+            throw std::invalid_argument("a bank's name has more than " + std::to_string(kMaxName) + " octets");
         }
+        if (size.count < 0) throw std::invalid_argument("bank " + size.name + ": a count below 0");
+        if (size.count > room) {
+            throw std::invalid_argument("bank " + size.name + ": all banks together have more than " +
+                                        std::to_string(kMaxRows) + " rows");
+        }
+        room -= size.count;
         const auto same = [&](const Bank& bank) { return bank.name == size.name; };
         if (std::any_of(banks.begin(), banks.end(), same)) {
             throw std::invalid_argument("bank " + size.name + " twice");

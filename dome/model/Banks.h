@@ -18,13 +18,15 @@ public:
         std::string name;
         int count;
     };
-    static constexpr int kGreatestCount = 100000;  ///< of one bank
-    static constexpr int kGreatestBanks = 100;
+    /// What the agent's tables take; more is refused here rather than there.
+    static constexpr int kMaxRows = 1024;  ///< of all banks together
+    static constexpr int kMaxBanks = 100;
+    static constexpr int kMaxName = 255;  ///< octets
 
     explicit Banks(const std::vector<Size>& sizes) { Replace(sizes); }
 
     /// New banks in place of the old ones; what stays, by bank and number, keeps its state. Throws
-    /// std::invalid_argument, changing nothing, for an empty or doubled name or a size that is too large.
+    /// std::invalid_argument, changing nothing, for an empty, doubled or too long name or a size that is too large.
     void Replace(const std::vector<Size>& sizes);
 
     const std::vector<Bank>& All() const { return _banks; }

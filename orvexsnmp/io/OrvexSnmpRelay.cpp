@@ -141,7 +141,7 @@ int OrvexSnmpRelay::Drive(const char* name, const std::string& bank, int relayId
 }
 
 // The one rule for a row that is not there. A request whose row RESERVE1 has not found is skipped without an error: the
-// agent has refused it already. From then on a SET succeeds only by driving the relay: when list and service change
+// agent's own look-up refuses it. From then on a SET succeeds only by driving the relay: when list and service change
 // under it and the row is away in a later phase, that phase fails, before COMMIT with nothing driven. A row that is
 // back by then does not help: whether it is the same relay's nobody knows (see CommitRow).
 bool OrvexSnmpRelay::IsRowMissed(const netsnmp_agent_request_info* info, const netsnmp_request_info& request) {

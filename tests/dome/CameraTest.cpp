@@ -298,11 +298,14 @@ TEST(Banks, AreUnchangedByARefusedReplacement) {
     Banks banks({{"A", 2}});
     EXPECT_THROW(banks.Replace({{"B", 1}, {"B", 2}}), std::invalid_argument);
     EXPECT_THROW(banks.Replace({{"B", -1}}), std::invalid_argument);
-    EXPECT_THROW(banks.Replace({{"B", 100001}}), std::invalid_argument);
+    EXPECT_THROW(banks.Replace({{"B", 1025}}), std::invalid_argument);
+    EXPECT_THROW(banks.Replace({{"B", 1000}, {"C", 25}}), std::invalid_argument);
+    EXPECT_THROW(banks.Replace({{"B", 2147483647}, {"C", 2147483647}}), std::invalid_argument);
     EXPECT_THROW(banks.Replace({{"", 1}}), std::invalid_argument);
+    EXPECT_THROW(banks.Replace({{std::string(256, 'x'), 1}}), std::invalid_argument);
     EXPECT_EQ(banks.Names(), std::vector<std::string>{"A"});
-    banks.Replace({{"B", 100000}});
-    EXPECT_EQ(banks.Total(), 100000);
+    banks.Replace({{"B", 1000}, {std::string(255, 'x'), 24}});
+    EXPECT_EQ(banks.Total(), 1024);
 }
 
 TEST(Sensors, ReportChangesOnly) {

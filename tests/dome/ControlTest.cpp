@@ -119,7 +119,8 @@ TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
         {"banks", "alarm", "A="},
         {"banks", "alarm", "=1"},
         {"banks", "alarm", "A=-1"},
-        {"banks", "alarm", "A=100001"},
+        {"banks", "alarm", "A=1025"},
+        {"banks", "relay", "A=1000", "B=25"},
         {"banks", "relay", "A=1", "A=2"},
         {"clock"},
         {"clock", "back"},
@@ -156,13 +157,22 @@ TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
     EXPECT_TRUE(presence.empty());
 }
 
+TEST_F(ControlTest, SaysHowManyRowsAreTooMany) {
+    try {
+        Execute({"banks", "relay", "A=1000", "B=25"});
+        ADD_FAILURE() << "taken";
+    } catch (const Exception& refused) {
+        EXPECT_STREQ(refused.what(), "bank B: all banks together have more than 1024 rows");
+    }
+}
+
 TEST_F(ControlTest, ReplacesBanks) {
     Execute({"set", "alarm", "BNK2", "1", "1"});
     Execute({"banks", "alarm", "zz=1", "BNK2=3", "a=b=2"});
     EXPECT_EQ(State()["alarm"].dump(), R"({"zz":[false],"BNK2":[false,true,false],"a=b":[false,false]})");
     EXPECT_EQ(State()["relay"]["BNK1"].size(), 4u);
-    Execute({"banks", "relay", "R=100000"});
-    EXPECT_EQ(State()["relay"]["R"].size(), 100000u);
+    Execute({"banks", "relay", "R=1000", "S=24"});
+    EXPECT_EQ(State()["relay"]["R"].size(), 1000u);
     Execute({"banks", "relay"});
     EXPECT_EQ(State()["relay"].dump(), "{}");
 }

@@ -1,14 +1,17 @@
 """A stand-in for a service of the camera, on the wire: takes a name on the bus, receives calls, tells events as fast as
-the bus takes them, and can be gone at any moment."""
+the bus takes them, can lie, be slow, flood others, and be gone at any moment."""
 
 import os
 import socket
 import struct
+import threading
+import time
 
 BUS = ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus")
 CALL, RETURN, ERROR, SIGNAL = 1, 2, 3, 4
-PATH, INTERFACE, MEMBER, REPLY_SERIAL, DESTINATION, SIGNATURE = 1, 2, 3, 5, 6, 8
+PATH, INTERFACE, MEMBER, REPLY_SERIAL, DESTINATION, SENDER, SIGNATURE = 1, 2, 3, 5, 6, 7, 8
 _TYPES = {PATH: "o", INTERFACE: "s", MEMBER: "s", DESTINATION: "s", SIGNATURE: "g", REPLY_SERIAL: "u"}
+NO_REPLY_EXPECTED = 1
 
 
 def _text(text):
@@ -29,6 +32,43 @@ def message(kind, serial, fields, body=b""):
         else:
             head = _pad(head, 4) + (struct.pack("<I", value) if _TYPES[code] == "u" else _text(value))
     return _pad(struct.pack("<BBBBIII", ord("l"), kind, 0, 1, len(body), serial, len(head)) + head, 8) + body
+
+
+def fields_of(header):
+    """The fields of a message's header, by code."""
+    fields, at = {}, 0
+    while at + 4 <= len(header) and header[at]:
+        code, kind = header[at], chr(header[at + 2])
+        at += 4
+        if kind == "g":
+            length, at = header[at], at + 1
+            fields[code], at = header[at:at + length].decode(), at + length + 1
+        else:
+            at = (at + 3) // 4 * 4
+            (number,) = struct.unpack_from("<I", header, at)
+            at += 4
+            if kind == "u":
+                fields[code] = number
+            else:
+                fields[code], at = header[at:at + number].decode(), at + number + 1
+        at = (at + 7) // 8 * 8
+    return fields
+
+
+def number(value):
+    return "i", struct.pack("<i", value)
+
+
+def truth(value):
+    return "b", struct.pack("<I", value)
+
+
+def texts(values):
+    body = b"".join(_pad(_text(value), 4) for value in values[:-1]) + b"".join(map(_text, values[-1:]))
+    return "as", struct.pack("<I", len(body)) + body
+
+
+NOTHING = "", b""
 
 
 class Service:
@@ -74,6 +114,42 @@ class Service:
             if kind == CALL and b"\0Ping\0" not in header:
                 return
 
+    def answer(self, header, serial, signature, body):
+        """Answers the call with that header and serial."""
+        self._serial += 1
+        fields = {REPLY_SERIAL: serial, DESTINATION: fields_of(header)[SENDER]}
+        if signature:
+            fields[SIGNATURE] = signature
+        self._socket.sendall(message(RETURN, self._serial, fields, body))
+
+    def connections_of(self, pid):
+        """The unique names of a process."""
+        body = self._ask_bus("ListNames", "", b"")
+        names, at = [], 4
+        while at < len(body):
+            at = (at + 3) // 4 * 4
+            (length,) = struct.unpack_from("<I", body, at)
+            names.append(body[at + 4:at + 4 + length].decode())
+            at += 4 + length + 1
+        return [name for name in names if name.startswith(":") and self._pid_of(name) == pid]
+
+    def _pid_of(self, name):
+        return struct.unpack("<I", self._ask_bus("GetConnectionUnixProcessID", "s", _text(name)))[0]
+
+    def flood(self, targets, seconds):
+        """Calls that nobody has asked for, 60 kB each, to all targets in turn. Returns the octets that the bus took."""
+        fields = {PATH: "/x", INTERFACE: "x.x", MEMBER: "X", SIGNATURE: "s"}
+        calls = b""
+        for target in targets:
+            call = bytearray(message(CALL, 1, {**fields, DESTINATION: target}, _text("x" * 60000)))
+            call[2] = NO_REPLY_EXPECTED
+            calls += bytes(call)
+        sent, end = 0, time.monotonic() + seconds
+        while time.monotonic() < end:
+            self._socket.sendall(calls)
+            sent += len(calls)
+        return sent
+
     def tell(self, event, values):
         """One event of one number for each of the values, all of them at once. Nobody is waited for but the bus."""
         fields = {PATH: self._path, INTERFACE: self._interface, MEMBER: event, SIGNATURE: "i"}
@@ -99,3 +175,31 @@ class Service:
             assert kind != ERROR, f"{member}: {answer}"
             if kind == RETURN:
                 return answer
+
+
+class Answering(Service):
+    """Answers each call, pings too, `delay` seconds after it has got it, with what `answers` has for its name: a pair of
+    signature and body. What it has answered is in `served`, in order."""
+
+    def __init__(self, bus_socket, name, answers, delay=0.0):
+        super().__init__(bus_socket, name)
+        self.answers, self.delay, self.served = {"Ping": NOTHING, **answers}, delay, []
+        self._thread = threading.Thread(target=self._serve, daemon=True)
+        self._thread.start()
+
+    def close(self):
+        self._socket.shutdown(socket.SHUT_RDWR)
+        self._thread.join()
+        super().close()
+
+    def _serve(self):
+        try:
+            while True:
+                kind, serial, header, _ = self.receive()
+                member = fields_of(header).get(MEMBER)
+                if kind == CALL and member in self.answers:
+                    time.sleep(self.delay)
+                    self.served.append(member)
+                    self.answer(header, serial, *self.answers[member])
+        except (EOFError, OSError):
+            pass

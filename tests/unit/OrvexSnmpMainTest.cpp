@@ -155,6 +155,14 @@ TEST_F(InitTest, RegistersEverythingInTheTablesOrder) {
     }
 }
 
+TEST_F(InitTest, BeginsTheStartBeforeTheFirstCall) {
+    Camera().onCall = [](const std::string& call) {
+        EXPECT_EQ(Camera().begun, std::vector{tavos::msgbus::Work::kStart}) << call;
+    };
+    EXPECT_EQ(init_orvexsnmp(), 0);
+    EXPECT_THAT(journal::Calls(), Not(IsEmpty()));
+}
+
 TEST_F(InitTest, HandsEveryRowsHandlerToTheAgent) {
     EXPECT_EQ(init_orvexsnmp(), 0);
     for (const auto& row : ScalarTable()) EXPECT_EQ(Agent().handlers[row.name], row.handler) << row.name;

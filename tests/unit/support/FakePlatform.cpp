@@ -82,6 +82,7 @@ void Logger::EnableDebugLogging() {
 void Logger::LogMessageV(int level, const char* format, va_list arguments) const {
     char text[4096];
     std::vsnprintf(text, sizeof text, format, arguments);
+    if (Camera().onLog) Camera().onLog(text);
     journal::Add("log " + std::to_string(level) + " " + text);
 }
 
@@ -293,7 +294,7 @@ int Count(const FakeCamera::Banks& banks, const std::string& name) {
 }
 
 int Total(const FakeCamera::Banks& banks) {
-    if (banks.total >= 0) return banks.total;
+    if (banks.total) return *banks.total;
     int total = 0;
     for (const auto& bank : banks.banks) total += static_cast<int>(bank.second.size());
     return total;

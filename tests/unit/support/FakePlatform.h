@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -27,6 +28,8 @@ struct FakeCamera {
     /// Sees every call of a service as its journal line has it, "relay GetRelayCount", before it is answered: here a
     /// test changes the camera between the steps of one request.
     std::function<void(const std::string& call)> onCall;
+    /// Sees every log line before it is written; what it throws leaves the logger, which the real one's never does.
+    std::function<void(const std::string& line)> onLog;
 
     std::uint32_t panPosition = 0;
     std::uint32_t panMinPosition = 0;
@@ -56,7 +59,7 @@ struct FakeCamera {
     struct Banks {
         std::vector<std::pair<std::string, std::vector<bool>>> banks;
         std::map<std::string, int> bankCount;
-        int total = -1;
+        std::optional<int> total;
     };
     Banks alarms;
     Banks relays;

@@ -6,6 +6,7 @@
 #include <random>
 #include <tuple>
 
+#include "core/GuardedHandler.h"
 #include "io/OrvexSnmpAlarm.h"
 #include "io/OrvexSnmpRelay.h"
 #include "support/FakePlatform.h"
@@ -533,6 +534,157 @@ TEST_F(TablesTest, UndoneSetDrivesNothing) {
     EXPECT_THAT(Driven(), IsEmpty());
     EXPECT_THAT(journal::Logged(6), Contains("handle_relayStates: newRelayState in MODE_SET_UNDO is 1"));
     EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kThree)));
+}
+
+// --- relays whose rows go away under a SET ---
+
+class GoneRowTest : public TablesTest {
+protected:
+    /// A SET of row 3 during which the banks change before phase `nth` and, unless it is 0, come back before `back`.
+    RealAgent::Answer SetWhileGone(int nth, int back = 0) {
+        auto phase = std::make_shared<int>(0);
+        Camera().onCall = [=](const std::string& call) {
+            if (call != "relay GetRelayCount") return;
+            if (++*phase == nth) SetBanks(kOne);
+            if (*phase == back) SetBanks(kThree);
+        };
+        auto answer = Set({Put(3, 1)});
+        Camera().onCall = nullptr;
+        return answer;
+    }
+};
+
+TEST_F(GoneRowTest, ASetBeforeWhichTheRowHasGoneIsRefused) {
+    EXPECT_EQ(SetWhileGone(1).error, SNMP_ERR_NOCREATION);
+    EXPECT_THAT(Driven(), IsEmpty());
+}
+
+TEST_F(GoneRowTest, ASetFromWhoseMiddleOnTheRowIsAwayFails) {
+    for (int phase = 2; phase <= kPhases; ++phase) {
+        SetBanks(kThree);
+        Walk(Table::kRelay);
+        EXPECT_EQ(SetWhileGone(phase).error, SNMP_ERR_GENERR) << phase;
+        EXPECT_THAT(Driven(), IsEmpty());
+    }
+}
+
+TEST_F(GoneRowTest, ASetWhoseRowIsBackAtTheCommitFailsAllTheSame) {
+    for (int phase = 2; phase < kPhases; ++phase) {
+        SetBanks(kThree);
+        Walk(Table::kRelay);
+        EXPECT_EQ(SetWhileGone(phase, kPhases).error, SNMP_ERR_GENERR) << phase;
+        EXPECT_THAT(Driven(), IsEmpty());
+    }
+}
+
+TEST_F(GoneRowTest, TheNextSetIsCarriedOut) {
+    SetWhileGone(kPhases);
+    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay North 0 1"));
+}
+
+// --- services that say what cannot be ---
+
+class AbsurdTest : public BothTablesTest {
+protected:
+    FakeCamera::Banks& Service() { return GetParam() == Table::kAlarm ? Camera().alarms : Camera().relays; }
+    std::string Name(const char* alarm, const char* relay) { return GetParam() == Table::kAlarm ? alarm : relay; }
+
+    void ExpectTheOldRows(const std::string& refusal, std::size_t maxCalls) {
+        SCOPED_TRACE(refusal);
+        journal::Clear();
+        const auto answer = Get({Ask(GetParam(), 1, 3)});
+        EXPECT_THAT(answer.Text(), ElementsAre(Line(GetParam(), 1, 3, "BNK2")));
+        EXPECT_THAT(journal::Logged(3), ElementsAre(refusal + ": the rows stay as they were"));
+        EXPECT_LE(journal::Calls().size(), maxCalls);
+        EXPECT_EQ(Walk(GetParam()).size(), 9u);
+    }
+    std::string List() { return Name("CreateAlarmTable", "CreateRelayTable"); }
+    std::string Handler() { return Name("handle_alarmStates", "handle_relayStates"); }
+};
+INSTANTIATE_TEST_SUITE_P(Of, AbsurdTest, testing::Values(Table::kAlarm, Table::kRelay), TableName);
+
+TEST_P(AbsurdTest, TotalsThatNoCameraHasAreRefusedWithoutFurtherCalls) {
+    for (const int total : {2147483647, 1025, -1, -2147483647 - 1}) {
+        Service().total = total;
+        ExpectTheOldRows(Handler() + ": the service gives " + std::to_string(total) +
+                             " for the number of rows, which must be 0 to 1024",
+                         1);
+    }
+}
+
+TEST_P(AbsurdTest, CountsOfABankThatNoCameraHasAreRefusedWithoutFurtherCalls) {
+    for (const int count : {2147483647, 1025, 1024, -1, -2147483647 - 1}) {
+        Service().bankCount["BNK2"] = count;
+        Service().total = 100;
+        ExpectTheOldRows(
+            List() + ": the service gives " + std::to_string(count) + " for a bank's count, which must be 0 to 1023",
+            4);
+    }
+}
+
+TEST_P(AbsurdTest, MoreBanksThanACameraHasAreRefusedWithoutFurtherCalls) {
+    Banks banks;
+    for (int i = 0; i < 101; ++i) banks.push_back({"B" + std::to_string(i), {true}});
+    Service().banks = banks;
+    ExpectTheOldRows(List() + ": the service gives 101 for the number of banks, which must be 0 to 100", 2);
+}
+
+TEST_P(AbsurdTest, NamesOfBanksThatAreTooLongAreRefusedWithoutFurtherCalls) {
+    Service().banks = {{"BNK1", {true}}, {std::string(256, 'x'), {true}}};
+    ExpectTheOldRows(List() + ": the service gives 256 for the octets of a bank's name, which must be 0 to 255", 2);
+}
+
+TEST_P(AbsurdTest, AsManyAsATableTakesAreServed) {
+    Banks banks;
+    for (int i = 0; i < 100; ++i) banks.push_back({std::string(252, 'x') + std::to_string(100 + i), {}});
+    banks[0].second.assign(1000, true);
+    banks[99].second.assign(24, true);
+    SetBanks(banks);
+    EXPECT_EQ(Get({Ask(GetParam(), 2, 1024)}).Text(), Lines{Line(GetParam(), 2, 1024, "23")});
+    EXPECT_THAT(journal::Logged(3), IsEmpty());
+}
+
+TEST_P(AbsurdTest, ServicesThatComeToReasonAreServedAgain) {
+    Service().total = 2147483647;
+    Walk(GetParam());
+    Service() = FakeCamera::Banks{kFive, {}, {}};
+    EXPECT_THAT(Walk(GetParam()), ElementsAreArray(Expected(GetParam(), kFive)));
+}
+
+TEST_F(TablesTest, ASetWithAnAbsurdServiceDrivesTheRelayThatTheRowNames) {
+    Camera().relays.bankCount["BNK1"] = 2147483647;
+    Camera().relays.total = 3;
+    EXPECT_EQ(Set({Put(3, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK2 1 1"));
+}
+
+// --- the guard before the handlers ---
+
+TEST_P(BothTablesTest, WhatIsThrownWithinATableRequestIsAGenErrAndNoMore) {
+    Camera().onLog = [](const std::string& line) {
+        if (line.find("calling ") != std::string::npos) throw std::bad_alloc();
+    };
+    EXPECT_EQ(Get({Ask(GetParam(), 1, 1)}).error, SNMP_ERR_GENERR);
+    Camera().onLog = [](const std::string& line) {
+        if (line.find("colnum is") != std::string::npos) throw std::bad_alloc();
+    };
+    EXPECT_EQ(Get({Ask(GetParam(), 1, 1)}).error, SNMP_ERR_GENERR);
+    Camera().onLog = nullptr;
+    EXPECT_EQ(journal::Logged(3).size(), 2u);
+    SetBanks(kFive);
+    EXPECT_THAT(Walk(GetParam()), ElementsAreArray(Expected(GetParam(), kFive)));
+}
+
+TEST_F(TablesTest, EachRequestBeginsOnce) {
+    SetGuardedBus(&_bus);
+    Get({Ask(Table::kAlarm, 1, 1), Ask(Table::kRelay, 1, 1), Ask(Table::kRelay, 3, 2)});
+    EXPECT_EQ(Camera().begun.size(), 1u);
+    Set({Put(1, 1), Put(2, 0)});
+    EXPECT_EQ(Camera().begun.size(), 2u);
+    Walk(Table::kRelay, 50);
+    EXPECT_EQ(Camera().begun.size(), 3u);
+    SetGuardedBus(nullptr);
 }
 
 // --- registration ---

@@ -140,15 +140,27 @@ int OrvexSnmpRelay::Drive(const char* name, const std::string& bank, int relayId
     return result;
 }
 
-// The one rule for a row that is not there. A request whose row RESERVE1 has not found is skipped without an error: the
-// agent's own look-up refuses it. From then on a SET succeeds only by driving the relay: when list and service change
-// under it and the row is away in a later phase, that phase fails, before COMMIT with nothing driven. A row that is
-// back by then does not help: whether it is the same relay's nobody knows (see CommitRow).
-bool OrvexSnmpRelay::IsRowMissed(const netsnmp_agent_request_info* info, const netsnmp_request_info& request) {
-    const bool isLaterPhase =
-        info->mode == MODE_SET_RESERVE2 || info->mode == MODE_SET_ACTION || info->mode == MODE_SET_COMMIT;
-    const auto& promised = s_pending.promised;
-    return isLaterPhase && std::find(promised.begin(), promised.end(), RequestedRow(request)) != promised.end();
+// The one rule for a row that the list does not have: no SET succeeds for a relay that was not driven. A request whose
+// row the agent has not found either is skipped without an error: the agent has refused it. A row that the agent still
+// has, after a refresh has failed, is refused in RESERVE1 as the agent refuses one that it has not. A row that RESERVE1
+// has found and that is away in a later phase, when list and service change under the SET, fails that phase, before
+// COMMIT with nothing driven. That it is back by then does not help: whether it is the same relay's nobody knows (see
+// CommitRow). Returns the SNMP error, or SNMP_ERR_NOERROR for a request to skip.
+int OrvexSnmpRelay::RefusalOfMissingRow(const netsnmp_agent_request_info* info, netsnmp_request_info* request) {
+    switch (info->mode) {
+        case MODE_SET_RESERVE1:
+            return netsnmp_extract_table_row(request) != nullptr ? SNMP_ERR_NOCREATION : SNMP_ERR_NOERROR;
+        case MODE_SET_RESERVE2:
+        case MODE_SET_ACTION:
+        case MODE_SET_COMMIT: {
+            const auto& promised = s_pending.promised;
+            const bool isPromised =
+                std::find(promised.begin(), promised.end(), RequestedRow(*request)) != promised.end();
+            return isPromised ? SNMP_ERR_GENERR : SNMP_ERR_NOERROR;
+        }
+        default:
+            return SNMP_ERR_NOERROR;
+    }
 }
 
 // The refreshed list may be shorter than the one in which the row was found, or empty where the service has failed.
@@ -231,11 +243,12 @@ int OrvexSnmpRelay::HandleRequests(netsnmp_agent_request_info* info, netsnmp_req
         _logger->Information("%s: relayNumber is %d, col no is %d", kTableHandler,
                              static_cast<int>(RequestedRow(*request)), static_cast<int>(RequestedColumn(*request)));
         const auto* entry = RequestedEntry(_list, *request);
-        if (entry == nullptr && IsRowMissed(info, *request)) {
-            netsnmp_set_request_error(info, request, SNMP_ERR_GENERR);
-            return SNMP_ERR_GENERR;
+        if (entry == nullptr) {
+            const int refusal = RefusalOfMissingRow(info, request);
+            if (refusal == SNMP_ERR_NOERROR) continue;
+            netsnmp_set_request_error(info, request, refusal);
+            return refusal;
         }
-        if (entry == nullptr) continue;
         if (const int result = HandleCell(info, request, *entry); result != SNMP_ERR_NOERROR) return result;
     }
     return SNMP_ERR_NOERROR;

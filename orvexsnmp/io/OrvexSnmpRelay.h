@@ -45,7 +45,7 @@ private:
     bool BeginTableRequest(netsnmp_agent_request_info* info, netsnmp_request_info* requests) override;
     int HandleRequests(netsnmp_agent_request_info* info, netsnmp_request_info* requests);
     int HandleCell(netsnmp_agent_request_info* info, netsnmp_request_info* request, const BankEntry& entry);
-    static bool IsRowMissed(const netsnmp_agent_request_info* info, const netsnmp_request_info& request);
+    static int RefusalOfMissingRow(const netsnmp_agent_request_info* info, netsnmp_request_info* request);
     int RememberRow(netsnmp_agent_request_info* info, netsnmp_request_info* request);
     int CommitRow(netsnmp_request_info* request) const;
     int ReadCell(const std::string& bank, int id) const;

@@ -67,7 +67,7 @@ def test_a_request_for_many_cells_of_a_slow_service_waits_a_second(undisturbed, 
 @pytest.mark.slow
 @pytest.mark.alone
 def test_a_service_that_is_slow_again_and_again_is_asked_less_often(undisturbed, started, figure):
-    seconds = times(8, 60)
+    seconds, max_waits = times(10, 60), times(6, 12)
     with slow_relays(started), ManagerOf(started) as manager:
         waits, end = [], time.monotonic() + seconds
         while time.monotonic() < end:
@@ -78,7 +78,7 @@ def test_a_service_that_is_slow_again_and_again_is_asked_less_often(undisturbed,
     long = [wait for wait in waits if wait > 0.1]
     figure(f"{len(waits)} GETBULKs in {seconds} s, {len(long)} waited ({sum(long):.1f} s, at most {max(waits):.2f} s)")
     assert max(waits) < REQUEST + SPARE
-    assert sum(long) < seconds * 0.6
+    assert len(long) <= max_waits
     assert percentile(others, 50) < 0.05
 
 
@@ -91,9 +91,8 @@ def test_a_set_of_a_slow_relay_fails_within_a_second_and_drives_nothing(undistur
         assert answer.error_status == ber.GEN_ERR
         assert taken < REQUEST + SPARE
         relays.delay = 0.0
-        await_until(lambda: manager.get(relay_state(6)).bindings[0].value == 0, "the service is asked again")
         assert "SetRelay" not in relays.served
-        assert manager.set_integer(relay_state(1), 1).error_status == ber.NO_ERROR
+        await_until(lambda: manager.set_integer(relay_state(1), 1).error_status == ber.NO_ERROR, "the service is called")
         assert relays.served.count("SetRelay") == 1
 
 

@@ -309,7 +309,7 @@ private:
         return !_isDisturbed && Camera().failing.empty() && IsOrdinary(Camera().alarms) && IsOrdinary(Camera().relays);
     }
     static bool IsOrdinary(const FakeCamera::Banks& banks) {
-        return banks.total < 0 && banks.bankCount.empty() && HasOwnNames(banks);
+        return !banks.total && banks.bankCount.empty() && HasOwnNames(banks);
     }
 
     /// A service that throws, or works again; or banks that change in the middle of a request.

@@ -577,6 +577,18 @@ TEST_F(GoneRowTest, ASetWhoseRowIsBackAtTheCommitFailsAllTheSame) {
     }
 }
 
+TEST_F(GoneRowTest, ASetAfterAFailedRefreshIsRefusedUntilTheServiceAnswers) {
+    Camera().failing = {"relay.GetRelayCount", "relay.GetBankNames", "relay.SetRelay"};
+    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_GENERR);
+    const auto answer = Set({Put(2, 1), Put(1, 1)});
+    EXPECT_EQ(answer.error, SNMP_ERR_NOCREATION);
+    EXPECT_EQ(answer.index, 1);
+    EXPECT_THAT(Driven(), IsEmpty());
+    Camera().failing.clear();
+    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK1 0 1"));
+}
+
 TEST_F(GoneRowTest, TheNextSetIsCarriedOut) {
     SetWhileGone(kPhases);
     EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);

@@ -18,6 +18,8 @@ BUILD = pathlib.Path(os.environ.get("ORVEX_BUILD", ROOT / "build" / "desk")).res
 MODULE = BUILD / "lib" / "orvexsnmp.so"
 SYS_UP_TIME = "1.3.6.1.2.1.1.3.0"
 SNMPD = "/usr/sbin/snmpd"
+# As ./run and the units start it: without SMUX, the agent listens on no TCP port.
+AGENT_PARTS = ["-I", "-smux,mteTrigger,mteTriggerConf"]
 
 
 def await_until(condition, what, seconds=15.0):
@@ -106,7 +108,7 @@ class Desk:
         self._launch("agent", self.agent_command(), environment)
 
     def agent_command(self):
-        return [SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", "-A", "-Lf", self.state / "agent.log"]
+        return [SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", *AGENT_PARTS, "-A", "-Lf", self.state / "agent.log"]
 
     def output(self, name):
         """What the process has written to its standard output; the module logs to the agent's."""

@@ -10,7 +10,7 @@ import subprocess
 import pytest
 
 import ber
-from desk import SNMPD, Desk, ManagerOf, await_until
+from desk import AGENT_PARTS, SNMPD, Desk, ManagerOf, await_until
 from expected_tree import OID
 from watching import SANITIZED, Asking, footprint, settled, times
 from test_services import rows_without, tree
@@ -241,7 +241,7 @@ class Daemon(Desk):
     pid = 0
 
     def agent_command(self):
-        return [SNMPD, "-C", "-c", self.state / "snmpd.conf", "-A", "-Lf", self.state / "agent.log", "-p",
+        return [SNMPD, "-C", "-c", self.state / "snmpd.conf", *AGENT_PARTS, "-A", "-Lf", self.state / "agent.log", "-p",
                 self.state / "agent.pid"]
 
     def start_agent(self):

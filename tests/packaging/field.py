@@ -5,7 +5,7 @@ import os
 import re
 import subprocess
 
-from desk import BUILD, ROOT, SNMPD, Desk
+from desk import AGENT_PARTS, BUILD, ROOT, SNMPD, Desk
 from tools import Answer
 
 PACKAGING = ROOT / "packaging"
@@ -52,8 +52,8 @@ class FieldDesk(Desk):
         self.environment["SNMPCONFPATH"] = f"{self.state}:{self.state}/snmp"
 
     def agent_command(self):
-        # Without -C, which would keep the agent from its persistent store; -I as Debian's unit has it.
-        return [SNMPD, "-f", "-I", "-smux,mteTrigger,mteTriggerConf", "-A", "-Lf", self.state / "agent.log"]
+        # Without -C, which would keep the agent from its persistent store.
+        return [SNMPD, "-f", *AGENT_PARTS, "-A", "-Lf", self.state / "agent.log"]
 
     def add_users(self, *users):
         for user in users:

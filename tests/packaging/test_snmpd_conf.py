@@ -9,6 +9,7 @@ import pytest
 from desk import await_until
 from expected_tree import CCTV, INTEGER, OID, ORVEX, ROWS, RW
 from field import NO_SUCH_OBJECT, READY, ROLES, FieldDesk, authentication, privacy, replace_once
+from sockets import sockets_of
 
 RELAYS = [OID["outputControl"], *(row.oid for row in ROWS if row.name.startswith("relayState."))]
 REBOOT = OID["rebootDevice"]
@@ -206,6 +207,10 @@ def test_there_is_no_secret_in_the_configuration(camera):
     code = [line for line in text.splitlines() if line and not line.startswith("#")]
     assert not [line for line in code if re.match(r"\s*(createUser|rocommunity|rwcommunity|com2sec|community)", line, re.I)]
     assert not [line for line in code if " -A " in line or " -X " in line]
+
+
+def test_it_listens_for_managers_only(camera):
+    assert set(sockets_of(camera.agent_pid())) == {f"udp 127.0.0.1:{camera.port}", "netlink", "unix connected"}
 
 
 def test_traps_go_to_whoever_knows_the_notifiers_pass_phrases():

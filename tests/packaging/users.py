@@ -6,7 +6,7 @@ import re
 import shutil
 import subprocess
 
-from desk import BUILD, SNMPD, Desk
+from desk import AGENT_PARTS, BUILD, SNMPD, Desk
 
 # Users that every Debian has, in the parts of the policy's.
 DOME, AGENT, STRANGER = "daemon", "nobody", "games"
@@ -87,7 +87,7 @@ class PolicedDesk(Desk):
         self._await("dome", lambda: "ready" in self.output("dome").splitlines())
 
     def agent_command(self):
-        return as_user(AGENT, SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", "-Le", group=SETTINGS_GROUP)
+        return as_user(AGENT, SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", *AGENT_PARTS, "-Le", group=SETTINGS_GROUP)
 
     def bus(self, user, *words):
         """One dbus-send of that user, waiting for the answer."""

@@ -1,0 +1,94 @@
+"""Where the processes of a desk camera can be reached: each in a network of its own, so that no port is taken there."""
+
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import tempfile
+
+import pytest
+
+from desk import AGENT_PARTS, ROOT, Desk, await_until
+from sockets import Network, sockets_of
+
+
+@pytest.fixture
+def network():
+    with Network() as network:
+        yield network
+
+
+class DeskIn(Desk):
+    """A desk whose processes live in that network."""
+
+    def __init__(self, network):
+        super().__init__()
+        self._network = network
+
+    def _launch(self, name, command, environment=None):
+        super()._launch(name, self._network.command(*map(str, command)), environment)
+
+    def start_agent(self):
+        self.launch_agent()
+        self._await("agent", lambda: "NET-SNMP version" in self.log("agent"))
+
+
+def reload(pid, log):
+    os.kill(pid, signal.SIGHUP)
+    await_until(lambda: "restarted" in log(), "the agent has read its configuration again")
+
+
+def without_ports_of_traps(sockets):
+    """The ports that the kernel gave to the trap sessions, on loopback, have no number here."""
+    return {"udp 127.0.0.1:any" if is_of_a_trap_session(text) else text for text in sockets}
+
+
+def is_of_a_trap_session(text):
+    return text.startswith("udp 127.0.0.1:") and " to " not in text and int(text.rpartition(":")[2]) > 32767
+
+
+def check(pids, state, port, console):
+    assert set(sockets_of(pids["bus"])) == {f"unix {state}/bus.sock listens", "unix connected"}
+    assert set(sockets_of(pids["dome"])) == {"unix connected", *console}
+    sockets = lambda: without_ports_of_traps(sockets_of(pids["agent"]))  # noqa: E731
+    # A module that has just been loaded connects to the bus a little later.
+    await_until(lambda: "unix connected" in sockets(), "the module is on the bus")
+    # Interfaces come and go over netlink, from the kernel only.
+    assert sockets() == {f"udp 127.0.0.1:{port}", "udp 127.0.0.1:any", "netlink", "unix connected"}
+
+
+def test_a_test_desk_is_open_to_its_own_machine_only(network):
+    with DeskIn(network) as desk:
+        desk.start()
+        pids = {name: process.pid for name, process in desk.processes.items()}
+        check(pids, desk.state, desk.port, [])
+        reload(pids["agent"], lambda: desk.log("agent"))
+        check(pids, desk.state, desk.port, [])
+
+
+@pytest.mark.slow
+@pytest.mark.commands
+def test_what_run_starts_is_open_to_its_own_machine_only(network):
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="orvex-run-"))
+    state = folder / "state"
+    try:
+        with open(folder / "out", "w") as out:
+            subprocess.run(network.command(ROOT / "run", "--detach", "--state", state), stdin=subprocess.DEVNULL,
+                           stdout=out, stderr=out, timeout=300)
+        assert (state / "ready").exists(), (folder / "out").read_text()
+        pids = {name: int(pid) for name, pid, _ in map(str.split, (state / "pids").read_text().splitlines())}
+        assert sockets_of(pids["run"]) == []
+        check(pids, state, 1161, ["tcp 127.0.0.1:8205 listens"])
+        reload(pids["agent"], (state / "agent.log").read_text)
+        check(pids, state, 1161, ["tcp 127.0.0.1:8205 listens"])
+    finally:
+        subprocess.run([ROOT / "run", "--stop", "--state", state], capture_output=True, timeout=60)
+        shutil.rmtree(folder)
+
+
+@pytest.mark.parametrize("file", ["run", "packaging/systemd/orvex-agent@.service.in",
+                                  "packaging/systemd/snmpd.service.d-orvexsnmp.conf.in"])
+def test_every_agent_is_started_as_the_one_that_was_looked_at(file):
+    (command,) = [line for line in (ROOT / file).read_text().splitlines() if "/usr/sbin/snmpd -" in line]
+    assert " ".join(AGENT_PARTS) in command

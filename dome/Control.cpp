@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <functional>
+#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -30,9 +32,31 @@ Number ParseNumber(const std::string& text) {
     return number;
 }
 
-double ParsePercent(const std::string& text) {
+/// A whole number; `what` names it in the refusal.
+template <class Number>
+Number ParseWithin(const std::string& what, const std::string& text, Number minimum, Number maximum) {
+    std::int64_t number = 0;
+    const char* end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number);
+    const bool isTooLarge = parsed.ec == std::errc::result_out_of_range;
+    if (parsed.ptr != end || (parsed.ec != std::errc() && !isTooLarge)) {
+        throw Exception("%s: not a whole number: %s", what.c_str(), text.c_str());
+    }
+    if (isTooLarge || number < std::int64_t{minimum} || number > std::int64_t{maximum}) {
+        throw Exception("%s %s outside %s to %s", what.c_str(), text.c_str(), std::to_string(minimum).c_str(),
+                        std::to_string(maximum).c_str());
+    }
+    return static_cast<Number>(number);
+}
+
+template <class Number>
+Number ParseWithin(const std::string& what, const std::string& text) {
+    return ParseWithin(what, text, std::numeric_limits<Number>::min(), std::numeric_limits<Number>::max());
+}
+
+double ParsePercent(const std::string& what, const std::string& text) {
     const double percent = ParseNumber<double>(text);
-    CheckPercent("position", percent, 0);
+    CheckPercent(what.c_str(), percent, 0);
     return percent;
 }
 
@@ -47,12 +71,17 @@ void CheckWords(const std::string& what, const Words& words, std::size_t least, 
     }
 }
 
-double ParseWithin(const Axis& axis, const std::string& text) {
-    const int position = ParseNumber<int>(text);
-    if (position < axis.Minimum() || position > axis.Maximum()) {
-        throw Exception("%d outside %.0f to %.0f", position, axis.Minimum(), axis.Maximum());
-    }
-    return position;
+/// Of an axis whose unit is thousandths: whole numbers, as its service gives them.
+long LowestThousandth(const Axis& axis) {
+    return std::lround(axis.Minimum());
+}
+
+long HighestThousandth(const Axis& axis) {
+    return std::lround(axis.Maximum()) - (axis.IsEndless() ? 1 : 0);
+}
+
+double ParsePosition(const std::string& what, const Axis& axis, const std::string& text) {
+    return static_cast<double>(ParseWithin(what, text, LowestThousandth(axis), HighestThousandth(axis)));
 }
 
 std::string Text(const Json& json) {
@@ -70,13 +99,12 @@ Json DriveState(const Axis& axis) {
     return state;
 }
 
-/// Of an axis whose unit is thousandths: whole numbers, as its service gives them.
 Json ThousandthsState(const Axis& axis) {
     Json state = DriveState(axis);
     state["position"] = Thousandths(axis);
     if (axis.Target()) state["target"] = std::lround(*axis.Target());
-    state["minimum"] = std::lround(axis.Minimum());
-    state["maximum"] = std::lround(axis.Maximum()) - (axis.IsEndless() ? 1 : 0);
+    state["minimum"] = LowestThousandth(axis);
+    state["maximum"] = HighestThousandth(axis);
     return state;
 }
 
@@ -202,25 +230,26 @@ void Control::Set(const Words& arguments) {
 
     using Setter = std::function<void()>;
     const std::map<std::string, Setter> setters = {
-        {"pan", [&] { _camera.pan.Place(ParseNumber<int>(value)); }},
-        {"tilt", [&] { _camera.tilt.Place(ParseWithin(_camera.tilt, value)); }},
-        {"zoom", [&] { _camera.zoom.Place(ParseWithin(_camera.zoom.Drive(), value)); }},
-        {"zoom-max", [&] { _camera.zoom.SetMaximum(ParseNumber<std::uint32_t>(value)); }},
-        {"focus", [&] { _camera.focus.Place(ParsePercent(value)); }},
-        {"iris", [&] { _camera.iris.Place(ParsePercent(value)); }},
-        {"light", [&] { _camera.iris.SetLight(ParsePercent(value)); }},
+        {"pan", [&] { _camera.pan.Place(ParsePosition(thing, _camera.pan, value)); }},
+        {"tilt", [&] { _camera.tilt.Place(ParsePosition(thing, _camera.tilt, value)); }},
+        {"zoom", [&] { _camera.zoom.Place(ParsePosition(thing, _camera.zoom.Drive(), value)); }},
+        {"zoom-max", [&] { SetMaxZoom(value); }},
+        {"focus", [&] { _camera.focus.Place(ParsePercent(thing, value)); }},
+        {"iris", [&] { _camera.iris.Place(ParsePercent(thing, value)); }},
+        {"light", [&] { _camera.iris.SetLight(ParsePercent(thing, value)); }},
         {"auto-focus", [&] { _camera.focus.SetAuto(ParseSwitch(value)); }},
         {"auto-iris", [&] { _camera.iris.SetAuto(ParseSwitch(value)); }},
-        {"presets", [&] { _camera.presets = ParseNumber<std::uint32_t>(value); }},
-        {"voltage", [&] { _camera.sensors.SetVoltageStatus(ParseNumber<int>(value)); }},
-        {"power", [&] { _camera.sensors.SetPowerStatus(ParseNumber<int>(value)); }},
+        {"presets", [&] { _camera.presets = ParseWithin<std::uint32_t>(thing, value); }},
+        // Codes that are none as well: what reads them must cope.
+        {"voltage", [&] { _camera.sensors.SetVoltageStatus(ParseWithin<int>(thing, value)); }},
+        {"power", [&] { _camera.sensors.SetPowerStatus(ParseWithin<int>(thing, value)); }},
     };
     const std::map<std::string, Setter> longSetters = {
         {"temperature",
          [&] {
              CheckWords(thing, arguments, 2, 3);
-             const int sensor = arguments.size() == 3 ? ParseNumber<int>(value) : 0;
-             _camera.sensors.SetTemperature(sensor, ParseNumber<int>(arguments.back()));
+             const int sensor = arguments.size() == 3 ? ParseSensor(value) : 0;
+             _camera.sensors.SetTemperature(sensor, ParseWithin<int>(thing, arguments.back()));
          }},
         {"alarm", [&] { SetBank(_camera.alarms, arguments); }},
         {"relay", [&] { SetBank(_camera.relays, arguments); }},
@@ -239,15 +268,30 @@ void Control::Set(const Words& arguments) {
 
 void Control::SetBank(Banks& banks, const Words& arguments) {
     CheckWords(arguments[0], arguments, 4, 4);
-    banks.Set(arguments[1], ParseNumber<int>(arguments[2]), ParseSwitch(arguments[3]));
+    const std::string& bank = arguments[1];
+    const int count = banks.Count(bank);
+    if (count == 0) throw Exception("bank %s has nothing to set", bank.c_str());
+    banks.Set(bank, ParseWithin("number in bank " + bank + ':', arguments[2], 0, count - 1), ParseSwitch(arguments[3]));
+}
+
+void Control::SetMaxZoom(const std::string& value) {
+    _camera.zoom.SetMaximum(ParseWithin("zoom-max", value, Zoom::kMinimum, _camera.zoom.GreatestMaximum()));
+}
+
+int Control::ParseSensor(const std::string& text) const {
+    const int count = static_cast<int>(_camera.sensors.Temperatures().size());
+    return ParseWithin("temperature sensor", text, 0, count - 1);
 }
 
 void Control::ReplaceBanks(const Words& arguments) {
     CheckWords("banks", arguments, 1, 1 + Banks::kMaxBanks);
     const bool isAlarm = arguments[0] == "alarm";
     if (!isAlarm && arguments[0] != "relay") throw Exception("unknown banks %s", arguments[0].c_str());
+    // A command that has lost its words must not take every bank away.
+    if (arguments.size() == 1) throw Exception("banks %s: NAME=COUNT or none is missing", arguments[0].c_str());
+    const bool wantsNone = arguments.size() == 2 && arguments[1] == "none";
     std::vector<Banks::Size> sizes;
-    for (std::size_t i = 1; i < arguments.size(); ++i) {
+    for (std::size_t i = 1; i < arguments.size() && !wantsNone; ++i) {
         const std::string& word = arguments[i];
         const std::size_t equals = word.rfind('=');
         if (equals == std::string::npos) throw Exception("not NAME=COUNT: %s", word.c_str());
@@ -260,7 +304,7 @@ std::uint64_t Control::AddEvents(const Words& arguments) {
     Words values = arguments;
     int count = 1;
     if (values.size() >= 2 && values[values.size() - 2] == "--count") {
-        count = ParseNumber<int>(values.back());
+        count = ParseWithin("--count", values.back(), 1, EventRows::kMostWaiting);
         values.resize(values.size() - 2);
     }
     if (values.empty()) throw Exception("event: wrong number of values (0)");
@@ -268,10 +312,10 @@ std::uint64_t Control::AddEvents(const Words& arguments) {
     const bool isTemperature = thing == "temperature";
     if (!isTemperature && thing != "voltage" && thing != "power") throw Exception("unknown event %s", thing.c_str());
     CheckWords(thing, values, isTemperature ? 3 : 2, isTemperature ? 3 : 2);
-    const int first = ParseNumber<int>(values.back());
+    const int first = ParseWithin<int>(thing, values.back());
     std::uint64_t last = 0;
     if (isTemperature) {
-        const int sensor = ParseNumber<int>(values[1]);
+        const int sensor = ParseSensor(values[1]);
         auto& event = _services.temperature.OnTemperatureChange();
         last = _events.Add(first, count, [&event, sensor](int degrees) { event.Fire(sensor, degrees); });
     } else {

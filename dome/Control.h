@@ -45,6 +45,8 @@ private:
     void SetClock(const std::vector<std::string>& arguments);
     std::string Calls(const std::vector<std::string>& arguments);
     void Set(const std::vector<std::string>& arguments);
+    void SetMaxZoom(const std::string& value);
+    int ParseSensor(const std::string& text) const;
     void SetBank(Banks& banks, const std::vector<std::string>& arguments);
     void ReplaceBanks(const std::vector<std::string>& arguments);
     std::uint64_t AddEvents(const std::vector<std::string>& arguments);

@@ -12,7 +12,9 @@ using tavos::osa::Exception;
 std::uint64_t EventRows::Add(int first, int count, Tell tell) {
     if (count < 1 || count > kMostWaiting) throw Exception("%d events: 1 to %d can be had", count, kMostWaiting);
     if (count > kMostWaiting - _waiting) throw Exception("%d events still wait to be told", _waiting);
-    if (first > std::numeric_limits<int>::max() - (count - 1)) throw Exception("number out of range: %d", first);
+    if (first > std::numeric_limits<int>::max() - (count - 1)) {
+        throw Exception("%d events from %d on end above %d", count, first, std::numeric_limits<int>::max());
+    }
     _rows.push_back({first, count, std::move(tell)});
     _waiting += count;
     return Asked();

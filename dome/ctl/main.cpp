@@ -30,7 +30,8 @@ constexpr const char* kUsage = R"(usage: domectl --state DIR [--bus ADDRESS] COM
   set temperature [SENSOR] DEGREES       sensor 0 unless given
   set voltage|power STATUS
   set alarm|relay BANK NUMBER 0|1
-  banks alarm|relay [NAME=COUNT]...      these banks in place of those there are
+  banks alarm|relay NAME=COUNT...        these banks replace those there are
+  banks alarm|relay none                 there is no bank any more
   clock pause|run                        stops the camera's time; lets it go on
   clock step SECONDS                     advances it at once by so much
   clock rate X                           0.01 to 100 of the camera's seconds a second
@@ -52,7 +53,7 @@ struct Command {
 constexpr std::size_t kAnyNumber = 1000;
 constexpr Command kCommands[] = {
     {"state", 0, 0},          {"calls", 0, 1}, {"set", 2, 4},   {"fault", 2, 2},
-    {"banks", 1, kAnyNumber}, {"event", 2, 5}, {"clock", 1, 2},
+    {"banks", 2, kAnyNumber}, {"event", 2, 5}, {"clock", 1, 2},
 };
 
 bool IsCommand(const Words& words) {

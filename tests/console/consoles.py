@@ -95,8 +95,8 @@ class ConsoleDesk(Desk):
         """Puts the camera into the state in which it is started, at rest."""
         for service in self.dome_state()["faults"]:
             self.domectl("fault", service, "ok")
-        self.domectl("banks", "alarm")  # so that no state stays
-        self.domectl("banks", "relay")
+        self.domectl("banks", "alarm", "none")  # so that no state stays
+        self.domectl("banks", "relay", "none")
         for kind in ("alarm", "relay"):
             self.domectl("banks", kind, "BNK1=4", "BNK2=2")
         self.domectl("clock", "run")

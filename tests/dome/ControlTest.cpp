@@ -27,7 +27,7 @@ struct ControlTest : testing::Test {
 };
 
 TEST_F(ControlTest, SetsThings) {
-    Execute({"set", "pan", "-1000"});
+    Execute({"set", "pan", "359999"});
     Execute({"set", "tilt", "-45000"});
     Execute({"set", "zoom-max", "30000"});
     Execute({"set", "zoom", "25000"});
@@ -44,7 +44,7 @@ TEST_F(ControlTest, SetsThings) {
     Execute({"set", "alarm", "BNK1", "3", "1"});
     Execute({"set", "relay", "BNK2", "0", "1"});
     const Json state = State();
-    EXPECT_EQ(state["pan"]["position"], 359000);
+    EXPECT_EQ(state["pan"]["position"], 359999);
     EXPECT_EQ(state["tilt"]["position"], -45000);
     EXPECT_EQ(state["zoom"]["maximum"], 30000);
     EXPECT_EQ(state["zoom"]["position"], 25000);
@@ -93,6 +93,8 @@ TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
         {"set", "pan", "1.5"},
         {"set", "pan", "99999999999"},
         {"set", "pan", "1", "2"},
+        {"set", "pan", "-1"},
+        {"set", "pan", "360000"},
         {"set", "tilt", "90001"},
         {"set", "tilt", "-90001"},
         {"set", "zoom", "999"},
@@ -115,6 +117,9 @@ TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
         {"set", "wiper", "1"},
         {"banks"},
         {"banks", "lamps", "A=1"},
+        {"banks", "alarm"},
+        {"banks", "relay"},
+        {"banks", "relay", "none", "A=1"},
         {"banks", "alarm", "A"},
         {"banks", "alarm", "A="},
         {"banks", "alarm", "=1"},
@@ -137,6 +142,8 @@ TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
         {"event"},
         {"event", "wiper", "1"},
         {"event", "temperature", "30"},
+        {"event", "temperature", "2", "30"},
+        {"event", "temperature", "-1", "30"},
         {"event", "voltage", "x"},
         {"event", "voltage", "1", "2"},
         {"event", "voltage", "1", "--count", "0"},
@@ -166,6 +173,42 @@ TEST_F(ControlTest, SaysHowManyRowsAreTooMany) {
     }
 }
 
+TEST_F(ControlTest, NamesTheValueAndItsRange) {
+    Execute({"banks", "alarm", "BNK1=4", "EMPTY=0"});
+    const std::vector<std::pair<std::vector<std::string>, std::string>> refusals = {
+        {{"set", "pan", "999999"}, "pan 999999 outside 0 to 359999"},
+        {{"set", "pan", "99999999999999999999"}, "pan 99999999999999999999 outside 0 to 359999"},
+        {{"set", "pan", "1.5"}, "pan: not a whole number: 1.5"},
+        {{"set", "tilt", "-90001"}, "tilt -90001 outside -90000 to 90000"},
+        {{"set", "zoom", "20001"}, "zoom 20001 outside 1000 to 20000"},
+        {{"set", "zoom-max", "240001"}, "zoom-max 240001 outside 1000 to 240000"},
+        {{"set", "zoom-max", "-1"}, "zoom-max -1 outside 1000 to 240000"},
+        {{"set", "focus", "100.5"}, "focus 100.5 outside 0 to 100"},
+        {{"set", "iris", "-1"}, "iris -1 outside 0 to 100"},
+        {{"set", "light", "nan"}, "light nan outside 0 to 100"},
+        {{"set", "auto-iris", "2"}, "not 0 or 1: 2"},
+        {{"set", "presets", "4294967296"}, "presets 4294967296 outside 0 to 4294967295"},
+        {{"set", "voltage", "2147483648"}, "voltage 2147483648 outside -2147483648 to 2147483647"},
+        {{"set", "temperature", "2", "30"}, "temperature sensor 2 outside 0 to 1"},
+        {{"set", "temperature", "9999999999"}, "temperature 9999999999 outside -2147483648 to 2147483647"},
+        {{"set", "alarm", "BNK1", "4", "1"}, "number in bank BNK1: 4 outside 0 to 3"},
+        {{"set", "alarm", "EMPTY", "0", "1"}, "bank EMPTY has nothing to set"},
+        {{"banks", "relay"}, "banks relay: NAME=COUNT or none is missing"},
+        {{"event", "temperature", "7", "30"}, "temperature sensor 7 outside 0 to 1"},
+        {{"event", "power", "2147483648"}, "power 2147483648 outside -2147483648 to 2147483647"},
+        {{"event", "power", "1", "--count", "100001"}, "--count 100001 outside 1 to 100000"},
+        {{"event", "power", "2147483647", "--count", "2"}, "2 events from 2147483647 on end above 2147483647"},
+    };
+    for (const auto& [words, reason] : refusals) {
+        try {
+            Execute(words);
+            ADD_FAILURE() << "accepted, not refused with: " << reason;
+        } catch (const Exception& refused) {
+            EXPECT_EQ(refused.what(), reason);
+        }
+    }
+}
+
 TEST_F(ControlTest, ReplacesBanks) {
     Execute({"set", "alarm", "BNK2", "1", "1"});
     Execute({"banks", "alarm", "zz=1", "BNK2=3", "a=b=2"});
@@ -173,7 +216,7 @@ TEST_F(ControlTest, ReplacesBanks) {
     EXPECT_EQ(State()["relay"]["BNK1"].size(), 4u);
     Execute({"banks", "relay", "R=1000", "S=24"});
     EXPECT_EQ(State()["relay"]["R"].size(), 1000u);
-    Execute({"banks", "relay"});
+    Execute({"banks", "relay", "none"});
     EXPECT_EQ(State()["relay"].dump(), "{}");
 }
 
@@ -193,11 +236,11 @@ TEST_F(ControlTest, FiresEventsThatLeaveTheReadingsAlone) {
     services.voltage.OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(&voltage, &Recorder::OnStatus));
     services.power.OnPowerStatusChange().AddHandler(tavos::core::CreateDelegate(&power, &Recorder::OnStatus));
     const std::string before = control.State();
-    Execute({"event", "temperature", "7", "-3"});
+    Execute({"event", "temperature", "1", "-3"});
     Execute({"event", "temperature", "0", "40", "--count", "2"});
     Execute({"event", "voltage", "1"});
     Execute({"event", "power", "5", "--count", "3"});
-    EXPECT_EQ(temperature.temperatures, (std::vector<std::pair<int, int>>{{7, -3}, {0, 40}, {0, 41}}));
+    EXPECT_EQ(temperature.temperatures, (std::vector<std::pair<int, int>>{{1, -3}, {0, 40}, {0, 41}}));
     EXPECT_EQ(voltage.statuses, std::vector<int>{1});
     EXPECT_EQ(power.statuses, (std::vector<int>{5, 6, 7}));
     EXPECT_EQ(control.State(), before);

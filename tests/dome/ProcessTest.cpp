@@ -451,6 +451,9 @@ TEST_F(ProcessTest, IsSteeredWithClearErrors) {
     fails({"banks", "alarm", "A=many"}, 1, "many");
     fails({"event", "temperature", "0", "hot"}, 1, "hot");
     fails({"dance"}, 2, "usage");
+    fails({"set", "pan", "999999"}, 1, "pan 999999 outside 0 to 359999");
+    fails({"event", "temperature", "7", "30"}, 1, "temperature sensor 7 outside 0 to 1");
+    fails({"banks", "relay"}, 2, "usage");
     fails({"set", "pan"}, 2, "usage");
     fails({"calls", "--all"}, 1, "--all");
     EXPECT_EQ(desk.Run("domectl", {"state"}).status, 2);

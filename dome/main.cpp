@@ -23,7 +23,8 @@ constexpr const char* kUsage = R"(usage: orvex-dome --state DIR [--bus ADDRESS] 
   --config FILE         what the camera can do, as dome/desk.toml describes it (default: just that)
   --console-port N      TCP port of the page that shows the camera (default 0: none)
   --console-address IP  where the page is served (default 127.0.0.1: to this machine only)
-  --agent-port N        UDP port of the agent in front of the camera, for commands that the page shows (default 1161)
+  --agent-port N        UDP port of the agent in front of the camera, for commands that the page shows (default 1161);
+                        when it is given, the page says whether that agent answers
 )";
 
 std::atomic<bool> s_stop{false};
@@ -70,6 +71,7 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
             const std::optional<std::uint16_t> port = ParsePort(argv[i + 1]);
             if (!port) return std::nullopt;
             (name == "--agent-port" ? options.console.agentPort : options.console.port) = *port;
+            if (name == "--agent-port") options.console.watchesAgent = *port != 0;
         } else {
             return std::nullopt;
         }

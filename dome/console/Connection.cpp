@@ -95,6 +95,11 @@ bool IsHttpError(beast::error_code error) {
 
 }  // namespace
 
+Hub::Hub(Handover& sharedHandover, Api sharedApi, const std::string& address)
+    : handover(sharedHandover), api(std::move(sharedApi)), guard(address) {
+    if (api.agentPort != 0) _probe.emplace(io, api.agentPort, [this](bool answers) { NoteAgent(answers); });
+}
+
 Hub::~Hub() {
     _streams.clear();
     _connections.clear();
@@ -116,7 +121,10 @@ void Hub::Open(asio::ip::tcp::socket socket) {
 }
 
 void Hub::Close(Connection& connection) {
-    if (_streams.erase(&connection) != 0) handover.SetWatchers(static_cast<int>(_streams.size()));
+    if (_streams.erase(&connection) != 0) {
+        handover.SetWatchers(static_cast<int>(_streams.size()));
+        if (_streams.empty() && _probe) _probe->Stop();
+    }
     _connections.erase(&connection);
 }
 
@@ -128,7 +136,11 @@ bool Hub::AddStream(Connection& connection) {
     }
     _streams.insert(&connection);
     handover.SetWatchers(static_cast<int>(_streams.size()));
-    if (_streams.size() == 1) KeepAlive();
+    if (_streams.size() == 1) {
+        KeepAlive();
+        agentAnswers.reset();
+        if (_probe) _probe->Start();
+    }
     return true;
 }
 
@@ -148,8 +160,18 @@ void Hub::Refresh() {
     if (_streams.empty()) return;
     state = handover.State();
     FetchActivities();
+    PumpAll(false);
+}
+
+void Hub::PumpAll(bool keepAlive) {
     const std::unordered_set<Connection*> streams = _streams;  // a stream that fails leaves the set
-    for (Connection* stream : streams) stream->Pump(false);
+    for (Connection* stream : streams) stream->Pump(keepAlive);
+}
+
+void Hub::NoteAgent(bool answers) {
+    if (agentAnswers == answers) return;
+    agentAnswers = answers;
+    PumpAll(false);
 }
 
 void Hub::FetchActivities() {
@@ -166,8 +188,7 @@ void Hub::KeepAlive() {
     _keepAlive.expires_after(kKeepAliveEvery);
     _keepAlive.async_wait([this](beast::error_code error) {
         if (error || _streams.empty()) return;
-        const std::unordered_set<Connection*> streams = _streams;
-        for (Connection* stream : streams) stream->Pump(true);
+        PumpAll(true);
         KeepAlive();
     });
 }
@@ -370,6 +391,10 @@ void Connection::Pump(bool keepAlive) {
     if (_hub.state && !_hub.state->empty() && _hub.state != _sentState) {
         _sentState = _hub.state;
         _events += Event("state", *_sentState);
+    }
+    if (_hub.agentAnswers && _hub.agentAnswers != _sentAgent) {
+        _sentAgent = _hub.agentAnswers;
+        _events += Event("agent", Dump({{"answers", *_sentAgent}}));
     }
     _hub.AppendActivities(_cursor, _events);
     if (_events.empty() && keepAlive) _events = ":\n\n";

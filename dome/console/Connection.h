@@ -13,6 +13,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "AgentProbe.h"
 #include "Guard.h"
 #include "Handover.h"
 #include "Server.h"
@@ -27,8 +28,7 @@ public:
     static constexpr std::size_t kMostConnections = 512;
     static constexpr std::size_t kMostStreams = 384;
 
-    Hub(Handover& sharedHandover, Api sharedApi, const std::string& address)
-        : handover(sharedHandover), api(std::move(sharedApi)), guard(address) {}
+    Hub(Handover& sharedHandover, Api sharedApi, const std::string& address);
     ~Hub();
 
     /// Serves the connection, or turns it away when there are too many.
@@ -49,6 +49,7 @@ public:
     const Api api;
     const Guard guard;
     std::shared_ptr<const std::string> state;
+    std::optional<bool> agentAnswers;     ///< none: it is not known, or nobody asks
     std::atomic<bool> refreshing{false};  ///< Refresh is on its way
 
 private:
@@ -59,11 +60,14 @@ private:
 
     void FetchActivities();
     void KeepAlive();
+    void PumpAll(bool keepAlive);
+    void NoteAgent(bool answers);
 
     std::unordered_map<Connection*, std::shared_ptr<Connection>> _connections;
     std::unordered_set<Connection*> _streams;
     std::deque<Line> _lines;
     boost::asio::steady_timer _keepAlive{io};
+    std::optional<AgentProbe> _probe;  // runs while there are streams
 };
 
 /// One browser's connection: requests one after the other, or, from a GET of the stream on, events only. An event
@@ -115,6 +119,7 @@ private:
     bool _isWriting = false;
     std::string _events;
     std::shared_ptr<const std::string> _sentState;
+    std::optional<bool> _sentAgent;
     std::uint64_t _cursor = 0;
     std::size_t _drained = 0;
     char _scrap[1024];

@@ -78,7 +78,11 @@ json Arguments(const json& body) {
 Console::Console(const Options& options, Services& services, CameraAccess camera)
     : _services(services), _camera(std::move(camera)) {
     Api api;
-    api.hello = json{{"agentPort", options.agentPort}, {"started", MillisecondsSince1970()}}.dump();
+    api.hello = json{{"agentPort", options.agentPort},
+                     {"agentWatched", options.watchesAgent},
+                     {"started", MillisecondsSince1970()}}
+                    .dump();
+    if (options.watchesAgent) api.agentPort = options.agentPort;
     api.readState = [this] { return Reply{200, _camera.state(kMostPoints)}; };
     api.prepare = [this](const std::string& path, const json& body) { return Prepare(path, body); };
     _server = std::make_unique<Server>(options.address, options.port, _handover, std::move(api));

@@ -20,6 +20,7 @@ struct Options {
     std::string address = "127.0.0.1";
     std::uint16_t port = 0;          ///< TCP; 0: any free one
     std::uint16_t agentPort = 1161;  ///< UDP port of the agent in front of this camera, for the text of commands
+    bool watchesAgent = false;       ///< asks that agent whether it answers, while somebody watches
 };
 
 /// What the console needs of the camera beside its services. All of it is called on the camera's thread.

@@ -18,7 +18,8 @@ struct Refusal {
 
 /// What stands behind the HTTP interface.
 struct Api {
-    std::string hello;  ///< JSON; the first event of every stream
+    std::string hello;            ///< JSON; the first event of every stream
+    std::uint16_t agentPort = 0;  ///< UDP, on this machine: the agent that streams say of whether it answers; 0: none
     /// On the camera's thread.
     std::function<Reply()> readState;
     /// On the server's thread: what the camera is to do for a POST to "/api/control" or "/api/call", whose body is a

@@ -3,8 +3,10 @@
 import contextlib
 import http.client
 import json
+import math
 import random
 import socket
+import time
 
 from desk import BUILD, Desk
 
@@ -119,20 +121,28 @@ class ConsoleDesk(Desk):
     @contextlib.contextmanager
     def events(self):
         with self.open_stream() as stream:
-            yield Events(stream)
+            events = Events(stream)
+            try:
+                yield events
+            finally:
+                events.close()
 
 
 class Events:
     """The events of a stream, one after the other: (name, data)."""
 
     def __init__(self, stream):
-        self._file = stream.makefile("rb")
+        self._file, self._deadline = stream.makefile("rb"), math.inf
         status = self._file.readline()
         assert status.startswith(b"HTTP/1.1 200 "), status
         self.headers = {}
         for line in iter(self._file.readline, b"\r\n"):
             name, _, value = line.decode().partition(":")
             self.headers[name.lower()] = value.strip()
+
+    def close(self):
+        """The socket stays open until this is closed as well."""
+        self._file.close()
 
     def __iter__(self):
         return self
@@ -141,6 +151,7 @@ class Events:
         name = data = None
         while True:
             line = self._file.readline().decode()
+            assert time.monotonic() < self._deadline, "the event has not come in time"
             if not line:
                 raise StopIteration
             if line.startswith("event: "):
@@ -150,6 +161,10 @@ class Events:
             elif line == "\n" and name:
                 return name, data
 
-    def next(self, name):
-        """The next event of that name."""
-        return next(data for found, data in self if found == name)
+    def next(self, name, seconds=30):
+        """The next event of that name. A stream without events brings a line every ten seconds."""
+        self._deadline = time.monotonic() + seconds
+        try:
+            return next(data for found, data in self if found == name)
+        finally:
+            self._deadline = math.inf

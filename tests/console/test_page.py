@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import signal
 import subprocess
 import time
 
@@ -370,6 +371,32 @@ def test_the_camera_comes_back(camera, page):
     camera.domectl("set", "pan", 12000)
     page.await_text("pan-value", "12.00°")
     page.complaints()  # the browser tells of the refused connections
+
+
+def test_an_agent_that_does_not_answer_is_named(camera, page):
+    os.kill(camera.agent_pid(), signal.SIGSTOP)
+    try:
+        page.await_text("link", "Agent does not answer")
+        assert page.find("link").is_displayed() and page.find("link").get_attribute("role") == "status"
+        assert page.run(CONTRAST) == []
+        camera.control("set", "pan", 21000)
+        page.await_text("pan-value", "21.00°")
+        assert page.all(".reticle")[0].is_displayed(), "the camera itself is there"
+    finally:
+        os.kill(camera.agent_pid(), signal.SIGCONT)
+    page.await_text("link", "Live")
+
+
+def test_without_the_agents_port_the_page_is_live(desk, browser):
+    desk.console_options = desk.console_options[:2]
+    desk.start_bus()
+    desk.start_dome()
+    browser.open(desk)
+    assert browser.text("link") == "Live"
+    desk.end("dome")
+    browser.await_text("link", "No connection")
+    browser.driver.get("about:blank")
+    browser.complaints()  # the browser tells of the refused connections
 
 
 def test_everything_that_can_be_used_has_a_name_and_shows_its_focus(page):

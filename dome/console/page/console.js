@@ -265,13 +265,24 @@ for (const [id, service, operation] of [['auto-focus', 'focus', 'SetAutoFocus'],
 
 // ---------------------------------------------------------------- the stream
 
+const kLinks = {waiting: 'Connecting', live: 'Live', silent: 'Agent does not answer', lost: 'No connection'};
+
+/// The line to the camera, and to the agent in front of it.
+function showLink(link) {
+  $('link').dataset.link = link;
+  setText($('link'), kLinks[link]);
+  $('frame').classList.toggle('lost', link === 'lost');
+}
+
 new Stream({
-  onLink(link) {
-    $('link').dataset.link = link;
-    setText($('link'), link === 'live' ? 'Live' : 'No connection');
-    $('frame').classList.toggle('lost', link !== 'live');
+  onLost() {
+    showLink('lost');
   },
-  onHello({agentPort, started}) {
+  onAgent({answers}) {
+    showLink(answers ? 'live' : 'silent');
+  },
+  onHello({agentPort, agentWatched, started}) {
+    showLink(agentWatched ? 'waiting' : 'live'); // until the agent has answered, or has not
     setText($('agent'), `127.0.0.1:${agentPort}`);
     panel.setPort(agentPort);
     motion.reset();

@@ -20,7 +20,7 @@ export async function act(path, body, options = {}) {
 export const call = async (service, operation, args, options) => ({service, ...(await act('/api/call', {service, operation, args}, options))});
 export const control = (...words) => act('/api/control', {words: words.map(String)});
 
-/// Follows the camera while the page is visible. `listener` has onHello, onState, onActivity and onLink.
+/// Follows the camera while the page is visible. `listener` has onHello, onState, onActivity, onAgent and onLost.
 export class Stream {
   constructor(listener) {
     this.listener = listener;
@@ -31,15 +31,14 @@ export class Stream {
   open() {
     if (this.source || document.hidden) return;
     this.source = new EventSource('/api/stream');
-    this.source.addEventListener('open', () => this.listener.onLink('live'));
     this.source.addEventListener('error', () => {
-      this.listener.onLink('lost');
+      this.listener.onLost();
       if (this.source?.readyState === EventSource.CLOSED) {
         this.close();
         setTimeout(() => this.open(), 2000);
       }
     });
-    for (const name of ['Hello', 'State', 'Activity']) {
+    for (const name of ['Hello', 'State', 'Activity', 'Agent']) {
       this.source.addEventListener(name.toLowerCase(), (event) => this.listener[`on${name}`](JSON.parse(event.data)));
     }
   }

@@ -1,0 +1,92 @@
+"""Whether the agent in front of the camera answers, as the stream says it."""
+
+import os
+import signal
+import time
+
+import pytest
+
+from desk import ManagerOf, await_until
+from sockets import sockets_of
+
+PACKETS_READ = "1.3.6.1.2.1.11.1.0"  # snmpInPkts
+
+
+def probes(desk):
+    return [text for text in sockets_of(desk.processes["dome"].pid) if text.startswith("udp")]
+
+
+def test_an_agent_that_answers(camera):
+    assert probes(camera) == []
+    before = camera.get("/api/activities").json
+    with camera.events() as events:
+        assert events.next("hello")["agentWatched"] is True
+        assert events.next("agent") == {"answers": True}
+        (probe,) = probes(camera)
+        assert probe.startswith("udp 127.0.0.1:") and probe.endswith(f" to 127.0.0.1:{camera.port}")
+        with camera.events() as second:
+            assert second.next("agent") == {"answers": True}, "whoever comes later learns it as well"
+    await_until(lambda: probes(camera) == [], "the socket is closed when nobody watches any more")
+    assert camera.calls() == [] and camera.get("/api/activities").json == before, "no call reaches the camera for that"
+
+
+class Packets:
+    """How many requests of others the agent has received since this was asked last."""
+
+    def __init__(self, manager):
+        self._manager, self._read = manager, 0
+        self.of_others()
+
+    def of_others(self):
+        before, self._read = self._read, self._manager.get(PACKETS_READ).bindings[0].value
+        return self._read - before - 1
+
+
+def test_an_agent_is_asked_only_while_somebody_watches(camera):
+    with ManagerOf(camera) as manager:
+        packets = Packets(manager)
+        with camera.events() as events:
+            events.next("agent")
+            assert packets.of_others() == 1
+            await_until(packets.of_others, "it is asked again")
+        await_until(lambda: probes(camera) == [], "the socket is closed")
+        packets.of_others()
+        time.sleep(1.5)  # half as long again as from one question to the next
+        assert packets.of_others() == 0
+
+
+@pytest.mark.slow
+def test_an_agent_that_ends_and_comes_back(desk):
+    desk.start_bus()
+    desk.start_dome()
+    with desk.events() as events:
+        assert events.next("agent") == {"answers": False}
+        desk.start_agent()
+        assert events.next("agent") == {"answers": True}
+        desk.end("agent")
+        assert events.next("agent") == {"answers": False}
+
+
+@pytest.mark.slow
+def test_an_agent_that_hangs(camera):
+    with camera.events() as events:
+        assert events.next("agent") == {"answers": True}
+        os.kill(camera.agent_pid(), signal.SIGSTOP)
+        try:
+            assert events.next("agent") == {"answers": False}
+            camera.control("set", "pan", 5000)  # the camera waits for nothing
+        finally:
+            os.kill(camera.agent_pid(), signal.SIGCONT)
+        assert events.next("agent") == {"answers": True}
+
+
+def test_without_the_agents_port_nobody_asks(desk):
+    desk.console_options = desk.console_options[:2]
+    desk.start()
+    with desk.events() as events:
+        hello = events.next("hello")
+        assert (hello["agentWatched"], hello["agentPort"]) == (False, 1161)
+        time.sleep(1.5)  # by then an agent that is asked has answered
+        assert probes(desk) == []
+        desk.control("set", "power", 1)
+        assert next(name for name, _ in events if name in ("agent", "activity")) == "activity"

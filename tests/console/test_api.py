@@ -193,6 +193,17 @@ def test_many_points_are_shortened(camera):
     assert len(camera.dome_state()["relay"]["B"]) == 521
 
 
+def test_512_points_are_not_shortened(camera):
+    camera.domectl("banks", "relay", "A=500", "B=12")
+    state = camera.console_state()
+    assert [len(bank) for bank in state["relay"].values()] == [500, 12]
+    assert "shortened" not in state
+    camera.domectl("banks", "relay", "A=500", "B=13")
+    state = camera.console_state()
+    assert [len(bank) for bank in state["relay"].values()] == [500, 12]
+    assert state["shortened"] is True
+
+
 def test_a_name_that_is_no_text_harms_nothing(camera):
     camera.domectl("banks", "alarm", "<b>\"'&=1")
     assert camera.console_state()["alarm"] == {"<b>\"'&": [False]}

@@ -143,6 +143,20 @@ TEST_F(ConfigurationTest, RefusesAFifo) {
     EXPECT_EQ(result.errors, "orvex-dome: " + fifo + ":0: is no regular file\n");
 }
 
+TEST_F(ConfigurationTest, GivesMovesThatNameNoSpeedTheAxissOwn) {
+    const CameraProperties properties =
+        ReadConfiguration(Write("[pan]\nown_speed = 0.25\n[tilt]\nown_speed = 0.125\n")).camera;
+    Camera camera(properties);
+    camera.pan.MoveTo(170000, 0, 300);
+    camera.tilt.MoveTo(-80000, 0, 300);
+    camera.Tick(1);  // past speeding up, far from the end
+    EXPECT_NEAR(camera.pan.Velocity(), 0.25, 1e-9);
+    EXPECT_NEAR(camera.tilt.Velocity(), -0.125, 1e-9);
+    camera.pan.MoveTo(0, 1, 300);
+    camera.Tick(1);
+    EXPECT_NEAR(camera.pan.Velocity(), 1, 1e-9) << "a move that names a speed has that one";
+}
+
 TEST_F(ConfigurationTest, EndsTheCameraWithOneLineWhenItIsWrong) {
     Write("presets = 7\nwiper = true\n");
     const Result result = desk.Run("orvex-dome", {"--state", desk.Folder(), "--config", File()});

@@ -220,6 +220,21 @@ TEST_F(ControlTest, ReplacesBanks) {
     EXPECT_EQ(State()["relay"].dump(), "{}");
 }
 
+TEST_F(ControlTest, ShowsAsManyPointsAsItIsAskedFor) {
+    for (const char* kind : {"alarm", "relay"}) {
+        Execute({"banks", kind, "A=500", "B=12"});
+        const Json all = Json::parse(control.State(512));
+        EXPECT_EQ(all[kind]["A"].size(), 500u);
+        EXPECT_EQ(all[kind]["B"].size(), 12u);
+        EXPECT_FALSE(all.contains("shortened")) << "512 are not too many";
+        Execute({"banks", kind, "A=500", "B=13"});
+        const Json first = Json::parse(control.State(512));
+        EXPECT_EQ(first[kind]["B"].size(), 12u);
+        EXPECT_EQ(first["shortened"], true);
+        Execute({"banks", kind, "A=1"});
+    }
+}
+
 struct Recorder {
     void OnTemperature(int sensor, int degrees) { temperatures.emplace_back(sensor, degrees); }
     void OnStatus(int status) { statuses.push_back(status); }

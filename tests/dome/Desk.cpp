@@ -113,6 +113,19 @@ double Process::ResidentMegabytes() const {
     return resident * static_cast<double>(sysconf(_SC_PAGESIZE)) / (1024 * 1024);
 }
 
+double Process::ProcessorSeconds() const {
+    std::ifstream file("/proc/" + std::to_string(_pid) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    std::istringstream fields(stat.substr(stat.rfind(')') + 1));  // the name may hold anything
+    std::string skipped;
+    for (int field = 3; field < 14; ++field) fields >> skipped;
+    double user = -1;
+    double system = -1;
+    fields >> user >> system;
+    return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
 int Process::Wait(std::chrono::milliseconds time) {
     if (!Await([&] { return !IsRunning(); }, time)) {
         ADD_FAILURE() << "the process does not end";

@@ -28,6 +28,8 @@ public:
     void Signal(int number) const;
     bool IsRunning();
     double ResidentMegabytes() const;
+    /// What the process itself has used of the processor since its start, user and system time.
+    double ProcessorSeconds() const;
 
     /// The exit status, or minus the number of the signal that ended it. Fails the test after the time, and kills.
     int Wait(std::chrono::milliseconds time = std::chrono::seconds(10));

@@ -98,6 +98,19 @@ TEST_F(ProcessTest, LetsNoMoreTimePassForAMoveThanThereWas) {
     EXPECT_GE(to - from, 0.3 * 120000 - 2);
 }
 
+// Its own processor time: how busy the machine is makes no difference.
+TEST_F(ProcessTest, RestsWhileNothingHappens) {
+    fan->IsRunning();
+    const double before = desk.Dome().ProcessorSeconds();
+    std::this_thread::sleep_for(3s);
+    const double after = desk.Dome().ProcessorSeconds();
+    EXPECT_LT(after - before, 0.15) << "an idle camera takes far less than 5 % of a core";
+    EXPECT_TRUE(Await([&] {
+        for (int i = 0; i < 100; ++i) fan->IsRunning();
+        return desk.Dome().ProcessorSeconds() > after;
+    })) << "its work shows in what is measured";
+}
+
 TEST_F(ProcessTest, ServesEveryService) {
     const Client<IAxisProvider> tilt(IAxisProvider::CreateClient(bus.get(), "tilt"));
     const Client<IZoomProvider> zoom(IZoomProvider::CreateClient(bus.get()));

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "Failure.h"
@@ -283,14 +284,80 @@ struct Listener {
     Journal journal;
 };
 
-TEST_F(BusTest, CallsAndEventsOutliveTheBus) {
-    TemporaryFolder folder;
-    tavos::core::IniFile log;
-    log.SetValue("log", "log.file", folder.File("log"));
-    log.SetValue("log", "log.level", "6");
-    tavos::core::Logger::ClearAppenders();
-    tavos::core::Logger::ConfigureLogging(log, "log");
+/// What the platform logs while this lives, in a file.
+class LogFile {
+public:
+    LogFile() {
+        tavos::core::IniFile log;
+        log.SetValue("log", "log.file", _folder.File("log"));
+        log.SetValue("log", "log.level", "6");
+        tavos::core::Logger::ClearAppenders();
+        tavos::core::Logger::ConfigureLogging(log, "log");
+    }
+    ~LogFile() { tavos::core::Logger::ClearAppenders(); }
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
 
+    std::string Text() const { return FileText(_folder.File("log")); }
+    std::size_t Count(const std::string& part) const {
+        const std::string text = Text();
+        std::size_t found = 0;
+        for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++found;
+        return found;
+    }
+
+private:
+    TemporaryFolder _folder;
+};
+
+TEST_F(BusTest, ANameThatSomebodyElseHasIsTakenWhenItIsFree) {
+    const LogFile log;
+    HostThread host(bus.Address());
+    host.Do([&](ServiceHost& h) { Serve(h, pan); });
+    fake::Pan other;
+    std::optional<HostThread> stranger;
+    // The host stands still while the bus restarts, so that the stranger is the first one there.
+    host.Do([&](ServiceHost&) {
+        bus.Stop();
+        bus.Start();
+        stranger.emplace(bus.Address());
+        stranger->Do([&](ServiceHost& h) { Serve(h, other); });
+    });
+    const std::string refused = " tavos Error org.tavos.Pan1: the name cannot be had: File exists\n";
+    EXPECT_TRUE(Eventually([&] { return log.Count(refused) >= 1; })) << log.Text();
+    const auto since = std::chrono::steady_clock::now();
+    MsgBus messages;
+    const auto client = PanClient(messages);
+    client->SetPosition(1, 2);
+    EXPECT_THAT(other.Take(), ElementsAre("SetPosition 1 2")) << "the host's own service is not in the way";
+    stranger.reset();
+    EXPECT_TRUE(Eventually([&] {
+        Failure([&] { client->SetPosition(3, 4); });
+        return !pan.Take().empty();
+    })) << log.Text();
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - since);
+    EXPECT_LE(log.Count(refused), 2U + static_cast<std::size_t>(seconds.count())) << "it asks once a second";
+}
+
+TEST_F(BusTest, ABusThatRefusesToDeliverAnEventIsNamed) {
+    const PrivateBus strict("  <limit name=\"max_match_rules_per_connection\">0</limit>\n");
+    const LogFile log;
+    HostThread host(strict.Address());
+    host.Do([&](ServiceHost& h) {
+        Serve(h, pan);
+        Serve(h, temperature);
+    });
+    MsgBus messages;
+    messages.StartServer();
+    const std::unique_ptr<ITemperatureV2Provider> client(ITemperatureV2Provider::CreateClient(&messages));
+    const std::string refused =
+        " tavos Error the message bus refuses to deliver TemperatureChange of org.tavos.Temperature2\n";
+    EXPECT_TRUE(Eventually([&] { return log.Count(refused) == 1; })) << log.Text();
+    EXPECT_EQ(PanClient(messages)->GetMinPosition(), 1U) << "calls need no rule";
+}
+
+TEST_F(BusTest, CallsAndEventsOutliveTheBus) {
+    const LogFile log;
     HostThread host(bus.Address());
     host.Do([&](ServiceHost& h) {
         Serve(h, pan);
@@ -327,16 +394,10 @@ TEST_F(BusTest, CallsAndEventsOutliveTheBus) {
     EXPECT_TRUE(heard(first, 30));
     EXPECT_TRUE(heard(second, 31));
 
-    tavos::core::Logger::ClearAppenders();
-    const std::string lines = FileText(folder.File("log"));
-    const auto count = [&](const std::string& text) {
-        std::size_t found = 0;
-        for (auto at = lines.find(text); at != std::string::npos; at = lines.find(text, at + 1)) ++found;
-        return found;
-    };
-    // The host and the client are two ends, each of which tells it once.
-    EXPECT_EQ(count(" tavos Error the message bus at " + bus.Address() + " cannot be reached: "), 2U) << lines;
-    EXPECT_EQ(count(" tavos Information the message bus at " + bus.Address() + " is reachable again\n"), 2U) << lines;
+    // The host and the client are two ends, each of which logs it once.
+    EXPECT_EQ(log.Count(" tavos Error the message bus at " + bus.Address() + " cannot be reached: "), 2U) << log.Text();
+    EXPECT_EQ(log.Count(" tavos Information the message bus at " + bus.Address() + " is reachable again\n"), 2U)
+        << log.Text();
 }
 
 TEST_F(BusTest, ARestartOfTheBusBetweenTwoCallsIsNotNoticed) {
@@ -354,6 +415,7 @@ TEST_F(BusTest, ARestartOfTheBusBetweenTwoCallsIsNotNoticed) {
 }
 
 TEST_F(BusTest, AnEventOfTheWrongFormIsDropped) {
+    const LogFile log;
     HostThread host(bus.Address());
     host.Do([&](ServiceHost& h) { Serve(h, temperature); });
     MsgBus messages;
@@ -379,6 +441,9 @@ TEST_F(BusTest, AnEventOfTheWrongFormIsDropped) {
         for (const auto& line : lines) EXPECT_THAT(line, testing::AnyOf("Pair 1 2", "Pair 3 4"));
         return !lines.empty() && lines.back() == "Pair 3 4";
     }));
+    const std::string lost =
+        " tavos Error TemperatureChange of org.tavos.Temperature2 is lost: it has the wrong form\n";
+    EXPECT_EQ(log.Count(lost), 2U) << log.Text();
 }
 
 TEST_F(BusTest, OnlyTheServiceItselfIsListenedTo) {

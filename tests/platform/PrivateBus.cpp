@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-PrivateBus::PrivateBus() : _address("unix:path=" + _folder.File("bus")) {
+PrivateBus::PrivateBus(const std::string& limits) : _address("unix:path=" + _folder.File("bus")) {
     WriteFile(_folder.File("bus.conf"),
               "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
               " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
@@ -26,8 +26,8 @@ PrivateBus::PrivateBus() : _address("unix:path=" + _folder.File("bus")) {
                   "    <allow user=\"*\"/>\n"
                   "  </policy>\n"
                   // Calls that nobody has answered yet; small, so that those who leave them behind are found out.
-                  "  <limit name=\"max_replies_per_connection\">4</limit>\n"
-                  "</busconfig>\n");
+                  "  <limit name=\"max_replies_per_connection\">4</limit>\n" +
+                  limits + "</busconfig>\n");
     setenv("TAVOS_BUS_ADDRESS", _address.c_str(), 1);
     Start();
 }

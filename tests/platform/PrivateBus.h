@@ -9,7 +9,8 @@
 /// A message bus of the test's own, in a folder of its own. TAVOS_BUS_ADDRESS points at it while it lives.
 class PrivateBus {
 public:
-    PrivateBus();
+    /// `limits` are further elements of the daemon's configuration.
+    explicit PrivateBus(const std::string& limits = "");
     ~PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;

@@ -18,8 +18,11 @@ OrvexSnmpOid::~OrvexSnmpOid() {
 
 char* OrvexSnmpOid::OidString(const oid* name, std::int32_t length, char** out) {
     constexpr std::size_t kTextRoom = 256;
-    const std::size_t room = static_cast<std::size_t>(std::max(length, 0)) * 11 + 1;
-    if (*out == nullptr) *out = static_cast<char*>(std::malloc(room));
+    std::size_t room = kTextRoom;
+    if (*out == nullptr) {
+        room = static_cast<std::size_t>(std::max(length, 0)) * 11 + 1;
+        *out = static_cast<char*>(std::malloc(room));
+    }
     if (*out == nullptr) return nullptr;
 
     char before[kTextRoom] = "";
@@ -30,7 +33,7 @@ char* OrvexSnmpOid::OidString(const oid* name, std::int32_t length, char** out) 
         if (std::snprintf(text, sizeof text, "%s.%ld", before, subIdentifier) < 0) break;
         std::memcpy(before, text, sizeof before);
     }
-    // A negative sub-identifier of ten digits needs one character more than its 11.
+    // A negative sub-identifier of ten digits needs one character more than the 11 that were allocated for it.
     std::snprintf(*out, room, "%s", text);
     return *out;
 }

@@ -17,8 +17,9 @@ public:
     OrvexSnmpOid& operator=(const OrvexSnmpOid&) = delete;
 
     /// The OID as dotted text with a leading dot, at most 255 characters; empty for a length of 0 or less. A null
-    /// `*out` is replaced by malloc'd memory of length * 11 + 1 bytes, which the caller frees; otherwise `*out` must
-    /// have that much room. Returns `*out`. Sub-identifiers are printed as signed 32-bit numbers.
+    /// `*out` is replaced by malloc'd memory of length * 11 + 1 bytes, which the caller frees and to which the text is
+    /// cut; otherwise `*out` must have room for the whole text and its end: 256 bytes are always enough. Returns
+    /// `*out`. Sub-identifiers are printed as signed 32-bit numbers, at most 12 characters each with the dot.
     static char* OidString(const oid* name, std::int32_t length, char** out);
 
     // The private subtree, orvexEnterprise.1.1

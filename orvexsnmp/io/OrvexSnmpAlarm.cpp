@@ -37,16 +37,18 @@ OrvexSnmpAlarm::OrvexSnmpAlarm(tavos::msgbus::MsgBus& bus) : _table(*this, "alar
 int OrvexSnmpAlarm::GetAlarmCount(int& count) const {
     constexpr auto kName = "GetAlarmCount";
     return PlatformCall(*_logger, kName, "Exception while GetAlarmCount", [&] {
-        count = _client->GetAlarmCount();
-        _logger->Information("%s: count=%d", kName, count);
+        const int total = _client->GetAlarmCount();
+        _logger->Information("%s: count=%d", kName, total);
+        count = total;
     });
 }
 
 int OrvexSnmpAlarm::GetAlarmState(const std::string& bank, int alarmId, bool& state) const {
     constexpr auto kName = "GetAlarmState";
     return PlatformCall(*_logger, kName, "%s:Exception while GetAlarmState", [&] {
-        state = _client->GetAlarmState(bank, alarmId);
-        _logger->Information("%s: bankName=%s alarmId=%d state=%d", kName, bank.c_str(), alarmId, state ? 1 : 0);
+        const bool active = _client->GetAlarmState(bank, alarmId);
+        _logger->Information("%s: bankName=%s alarmId=%d state=%d", kName, bank.c_str(), alarmId, active ? 1 : 0);
+        state = active;
     });
 }
 

@@ -17,8 +17,9 @@ OrvexSnmpPressure::OrvexSnmpPressure(tavos::msgbus::MsgBus& bus) {
 int OrvexSnmpPressure::GetAlarmState(bool& state) const {
     constexpr auto kName = "GetAlarmState";
     return PlatformCall(*_logger, kName, "Exception while GetAlarmState", [&] {
-        state = _client->GetAlarmState("BNK2", 0);
-        _logger->Information("%s: bankName=BNK2 alarmId=0 state=%d", kName, state ? 1 : 0);
+        const bool active = _client->GetAlarmState("BNK2", 0);
+        _logger->Information("%s: bankName=BNK2 alarmId=0 state=%d", kName, active ? 1 : 0);
+        state = active;
     });
 }
 

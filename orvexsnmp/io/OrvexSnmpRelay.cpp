@@ -57,16 +57,18 @@ OrvexSnmpRelay::OrvexSnmpRelay(tavos::msgbus::MsgBus& bus) : _table(*this, "rela
 int OrvexSnmpRelay::GetRelayCount(int& count) const {
     constexpr auto kName = "GetRelayCount";
     return PlatformCall(*_logger, kName, "Exception while GetRelayCount", [&] {
-        count = _client->GetRelayCount();
-        _logger->Information("%s: count=%d", kName, count);
+        const int total = _client->GetRelayCount();
+        _logger->Information("%s: count=%d", kName, total);
+        count = total;
     });
 }
 
 int OrvexSnmpRelay::GetRelayState(const std::string& bank, int relayId, bool& state) const {
     constexpr auto kName = "GetRelayState";
     return PlatformCall(*_logger, kName, "%s:Exception while GetRelayState", [&] {
-        state = _client->GetRelayState(bank, relayId);
-        _logger->Information("%s: bankName = %s relayId=%d state=%d", kName, bank.c_str(), relayId, state ? 1 : 0);
+        const bool energised = _client->GetRelayState(bank, relayId);
+        _logger->Information("%s: bankName = %s relayId=%d state=%d", kName, bank.c_str(), relayId, energised ? 1 : 0);
+        state = energised;
     });
 }
 

@@ -32,8 +32,9 @@ template <class Read>
 int GetPercent(const tavos::core::Logger& logger, const char* name, const char* failure, const char* line,
                double& percent, Read&& read) {
     return PlatformCall(logger, name, failure, [&] {
-        percent = read();
-        logger.Information(line, name, percent);
+        const double current = read();
+        logger.Information(line, name, current);
+        percent = current;
     });
 }
 
@@ -65,8 +66,9 @@ int OrvexSnmpFocus::SetAutoIrisEnabled(bool enabled) const {
 int OrvexSnmpFocus::GetAutoIrisEnabled(bool& enabled) const {
     constexpr auto kName = "GetAutoIrisEnabled";
     return PlatformCall(*_logger, kName, "Exception while GetAutoIrisEnabled", [&] {
-        enabled = _irisClient->GetAutoIris();
-        _logger->Information("%s: GetAutoIrisEnabled()=%s", kName, TruthWord(enabled));
+        const bool current = _irisClient->GetAutoIris();
+        _logger->Information("%s: GetAutoIrisEnabled()=%s", kName, TruthWord(current));
+        enabled = current;
     });
 }
 
@@ -83,9 +85,10 @@ int OrvexSnmpFocus::GetAutoFocusEnabled(bool& enabled) const {
     constexpr auto kName = "GetAutoFocusEnabled";
     return PlatformCall(*_logger, kName, "Exception while _settings.GetValue", [&] {
         const std::string mode = _settings.GetValue(kModeKey);
-        enabled = mode != kModeManual;
+        const bool automatic = mode != kModeManual;
         _logger->Information("%s: _settings.GetValue([Imaging/Focus/AutoFocus]Mode) = %s,%d", kName, mode.c_str(),
-                             enabled ? 1 : 0);
+                             automatic ? 1 : 0);
+        enabled = automatic;
     });
 }
 

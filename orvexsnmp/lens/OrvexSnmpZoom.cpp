@@ -17,8 +17,9 @@ template <class Read>
 int GetMagnification(const tavos::core::Logger& logger, const char* name, const char* failure, const char* line,
                      unsigned int& magnification, Read&& read) {
     return PlatformCall(logger, name, failure, [&] {
-        magnification = read();
-        logger.Information(line, name, static_cast<int>(magnification));
+        const unsigned int current = read();
+        logger.Information(line, name, static_cast<int>(current));
+        magnification = current;
     });
 }
 

@@ -23,8 +23,9 @@ template <class Client>
 int GetAxisVelocity(const tavos::core::Logger& logger, Client& client, double& velocity) {
     constexpr auto kName = "GetRelativeVelocity";
     return PlatformCall(logger, kName, "Exception while GetRelativeVelocity", [&] {
-        velocity = client.GetRelativeVelocity();
-        logger.Information("%s: velocity=%f", kName, velocity);
+        const double current = client.GetRelativeVelocity();
+        logger.Information("%s: velocity=%f", kName, current);
+        velocity = current;
     });
 }
 
@@ -34,7 +35,8 @@ template <class Value, class Read>
 int GetAxisPosition(const tavos::core::Logger& logger, const char* name, const char* failure, const char* line,
                     Value& value, Read&& read) {
     return PlatformCall(logger, name, failure, [&] {
-        value = read();
-        logger.Information(line, name, static_cast<int>(value));
+        const Value current = read();
+        logger.Information(line, name, static_cast<int>(current));
+        value = current;
     });
 }

@@ -37,8 +37,9 @@ OrvexSnmpPresets::~OrvexSnmpPresets() {
 int OrvexSnmpPresets::GetMaxPresets(unsigned int& count) const {
     constexpr auto kName = "GetMaxPresets";
     return PlatformCall(*_logger, kName, "Exception while GetMaxPresets", [&] {
-        count = _clientV2->GetMaxPresets();
-        _logger->Trace("%s: count=%d", kName, static_cast<int>(count));
+        const unsigned int presets = _clientV2->GetMaxPresets();
+        _logger->Trace("%s: count=%d", kName, static_cast<int>(presets));
+        count = presets;
     });
 }
 

@@ -15,8 +15,9 @@ int OrvexSnmpPower::GetMibIntData(int& value, unsigned char& type) const {
     _logger->Trace("%s: Enter.", kName);
     // No exit trace here.
     return CaughtCall(*_logger, kName, "%s: Exception in GetPowerStatus call", [&] {
-        value = _client->GetPowerStatus();
-        _logger->Information("%s: GetPowerStatus returned %d.", kName, value);
+        const int reading = _client->GetPowerStatus();
+        _logger->Information("%s: GetPowerStatus returned %d.", kName, reading);
+        value = reading;
     });
 }
 

@@ -19,8 +19,9 @@ int OrvexSnmpTemp::GetMibIntData(int& value, unsigned char& type) const {
     constexpr auto kName = "GetMibIntData";
     type = ASN_GAUGE;
     return PlatformCall(*_logger, kName, "Exception while GetTemperatureDegreesCelsius", [&] {
-        value = _client->GetTemperatureDegreesCelsius(kSensor);
-        _logger->Information("%s: GetTemperatureDegreesCelsius returned %d.", kName, value);
+        const int reading = _client->GetTemperatureDegreesCelsius(kSensor);
+        _logger->Information("%s: GetTemperatureDegreesCelsius returned %d.", kName, reading);
+        value = reading;
     });
 }
 

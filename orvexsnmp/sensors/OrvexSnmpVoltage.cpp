@@ -13,8 +13,9 @@ int OrvexSnmpVoltage::GetMibIntData(int& value, unsigned char& type) const {
     constexpr auto kName = "GetMibIntData";
     type = ASN_INTEGER;
     return PlatformCall(*_logger, kName, "%s: Exception in GetVoltageStatus call", [&] {
-        value = _client->GetVoltageStatus();
-        _logger->Information("%s: GetVoltageStatus returned %d.", kName, value);
+        const int reading = _client->GetVoltageStatus();
+        _logger->Information("%s: GetVoltageStatus returned %d.", kName, reading);
+        value = reading;
     });
 }
 

@@ -647,4 +647,17 @@ TEST_F(AlarmTest, InputStatusRefusesEveryOtherMode) {
     }
 }
 
+TEST_F(AlarmTest, WhatWasReadIsHandedOutAfterTheSuccessWasLogged) {
+    Camera().alarms.banks = {{"North", {true}}};
+    Camera().failing = {"log 6 GetAlarmCount: count=1", "log 6 GetAlarmState: bankName=North alarmId=0 state=1"};
+    int count = -5;
+    bool state = false;
+    EXPECT_EQ(_provider.GetAlarmCount(count), -1);
+    EXPECT_EQ(_provider.GetAlarmState("North", 0, state), -1);
+    EXPECT_EQ(count, -5);
+    EXPECT_FALSE(state);
+    EXPECT_THAT(journal::Logged(3),
+                ElementsAre("Exception while GetAlarmCount", "GetAlarmState:Exception while GetAlarmState"));
+}
+
 }  // namespace

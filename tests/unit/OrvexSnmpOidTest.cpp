@@ -148,4 +148,37 @@ TEST(OrvexSnmpOidTest, ThePrivateArrayLengthsFollowFromASevenSubIdentifierEnterp
     EXPECT_EQ(OID_LENGTH(OrvexSnmpOid::oid_snmpTrap), 11u);
 }
 
+TEST(OidStringTest, WritesTheWholeTextIntoTheCallersBuffer) {
+    // Twelve characters for each sub-identifier, one more than the function would allocate.
+    const std::vector<oid> name(21, 0x80000000);
+    std::string whole;
+    for (std::size_t i = 0; i < name.size(); ++i) whole += ".-2147483648";
+    ASSERT_EQ(whole.size(), 252u);
+    char buffer[256];
+    char* text = buffer;
+    EXPECT_EQ(OrvexSnmpOid::OidString(name.data(), 1, &text), buffer);
+    EXPECT_STREQ(buffer, ".-2147483648");
+    EXPECT_EQ(OrvexSnmpOid::OidString(name.data(), 21, &text), buffer);
+    EXPECT_EQ(buffer, whole);
+}
+
+TEST(OidStringTest, CutsTheTextInTheCallersBufferAt255CharactersAndWritesNothingBehindThem) {
+    const std::vector<oid> name(30, 0x80000000);
+    std::string whole;
+    for (std::size_t i = 0; i < name.size(); ++i) whole += ".-2147483648";
+    std::vector<char> buffer(400, 'x');
+    char* text = buffer.data();
+    OrvexSnmpOid::OidString(name.data(), 30, &text);
+    EXPECT_EQ(std::string(buffer.data()), whole.substr(0, 255));
+    EXPECT_EQ(std::string(buffer.begin() + 256, buffer.end()), std::string(144, 'x'));
+}
+
+TEST(OidStringTest, WritesNoMoreIntoTheCallersBufferThanTheTextAndItsEnd) {
+    const oid name[] = {1, 3, 6};
+    std::vector<char> buffer(32, 'x');
+    char* text = buffer.data();
+    OrvexSnmpOid::OidString(name, 3, &text);
+    EXPECT_EQ(std::string(buffer.begin(), buffer.end()), std::string(".1.3.6") + '\0' + std::string(25, 'x'));
+}
+
 }  // namespace

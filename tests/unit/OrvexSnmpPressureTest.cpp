@@ -133,4 +133,13 @@ TEST_F(PressureTest, EveryOtherModeIsRefused) {
     }
 }
 
+TEST_F(PressureTest, WhatWasReadIsHandedOutAfterTheSuccessWasLogged) {
+    Camera().alarms.banks = {{"BNK2", {true}}};
+    Camera().failing = {"log 6 GetAlarmState: bankName=BNK2 alarmId=0 state=1"};
+    bool state = false;
+    EXPECT_EQ(_provider.GetAlarmState(state), -1);
+    EXPECT_FALSE(state);
+    EXPECT_THAT(journal::Logged(3), ElementsAre("Exception while GetAlarmState"));
+}
+
 }  // namespace

@@ -1,5 +1,7 @@
 #include <cstdio>
+#include <limits>
 
+#include "lens/OrvexSnmpFocus.h"
 #include "lens/OrvexSnmpZoom.h"
 #include "support/CameraTest.h"
 
@@ -304,6 +306,36 @@ TEST_F(ZoomTest, ContinuousAtMinus128EndsAtOnceWithoutAnAnswerOrAnExitTrace) {
 TEST_F(ZoomTest, AnUnknownModeIsReportedByItsSpeed) {
     EXPECT_EQ(Command({7, 9, 0, 0}), SNMP_ERR_GENERR);
     EXPECT_EQ(Done(), Handled("handle_positionZoomLens", {"3 handle_positionZoomLens: unknown zoom mode (9)"}));
+}
+
+// --- scaling at its limits ---
+
+TEST_F(ZoomTest, ScalingMultipliesBeforeItDivides) {
+    const OrvexSnmpFocus focus{_bus};
+    // Dividing first, these come out one lower.
+    EXPECT_EQ(_provider.ScaleValues(56283, 0, 65535, 1000, 35000), 30200);
+    EXPECT_EQ(_provider.ScaleValues(39321, 0, 65535, 1000, 12000), 7600);
+    EXPECT_EQ(focus.ScaleValues(56283, 0, 65535, 1000, 35000), 30200);
+    EXPECT_EQ(focus.ScaleValues(39321, 0, 65535, 1000, 12000), 7600);
+}
+
+TEST_F(ZoomTest, ScalingTruncatesBeforeItAsksWhetherTheResultFits) {
+    constexpr auto kAll = std::numeric_limits<std::uint32_t>::max();
+    constexpr auto kSmallest = std::numeric_limits<int>::min();
+    EXPECT_EQ(_provider.ScaleValues(1, 0, 2, 0, kAll), 2147483647);                // 2147483647.5
+    EXPECT_EQ(_provider.ScaleValues(0, 1, 3, 0, kAll), 2147483647);                // -2147483647.5
+    EXPECT_EQ(_provider.ScaleValues(2147483647, 0, 1, 0, 1), 2147483647);          // exactly
+    EXPECT_EQ(_provider.ScaleValues(2147483648, 0, 1, 0, 1), kSmallest);           // 2147483648
+    EXPECT_EQ(_provider.ScaleValues(0, 2147483648, 2147483649, 0, 1), kSmallest);  // -2147483648
+    EXPECT_EQ(_provider.ScaleValues(kAll, 0, 1, 0, kAll), kSmallest);              // about 2^64
+}
+
+TEST_F(ZoomTest, ScalingOfAnEmptyRangeIsTheSmallestInt) {
+    constexpr auto kSmallest = std::numeric_limits<int>::min();
+    EXPECT_EQ(_provider.ScaleValues(8, 7, 7, 0, 100), kSmallest);  // infinity
+    EXPECT_EQ(_provider.ScaleValues(6, 7, 7, 0, 100), kSmallest);  // minus infinity
+    EXPECT_EQ(_provider.ScaleValues(7, 7, 7, 0, 100), kSmallest);  // not a number
+    EXPECT_EQ(_provider.ScaleValues(8, 7, 7, 50, 50), kSmallest);  // not a number
 }
 
 }  // namespace

@@ -103,8 +103,8 @@ std::function<int(const Provider&)> Reads(int (Provider::*getter)(Value&) const,
     };
 }
 
-/// The wrapper's whole protocol: its lines and calls in order and its result, with a service that works and with one
-/// that throws anything.
+/// The wrapper's whole protocol: its lines and calls in order and its result, with a service that works, with one
+/// that throws anything, and with a logger that throws where the success is reported.
 template <class Provider>
 void ExpectProtocol(const Provider& provider, const Wrapper<Provider>& wrapper) {
     SCOPED_TRACE(wrapper.name);
@@ -129,6 +129,14 @@ void ExpectProtocol(const Provider& provider, const Wrapper<Provider>& wrapper) 
         EXPECT_EQ(wrapper.call(provider), -1);
         EXPECT_EQ(Done(), failed);
     }
+
+    const auto& success = worked[worked.size() - 2];
+    failed.insert(failed.end() - 2, success);
+    Camera().failing.clear();
+    Fail("log " + success, Thrown::kInt);
+    journal::Clear();
+    EXPECT_EQ(wrapper.call(provider), -1);
+    EXPECT_EQ(Done(), failed);
     Camera().failing.clear();
 }
 
@@ -182,7 +190,7 @@ inline int Commit(const CameraObject& object, const std::vector<u_char>& octets)
 }
 
 /// Request modes that are neither GET, GETNEXT nor a phase of a SET.
-constexpr int kUnknownModes[] = {-1, 6, 100, 159, 162, 255};
+constexpr int kUnknownModes[] = {-1, 6, 100, 159, 162, MODE_GETBULK, 255};
 /// The phases of a SET but the commit.
 constexpr int kPhasesBeforeAndAfterCommit[] = {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_FREE,
                                                MODE_SET_UNDO};

@@ -46,6 +46,7 @@ FakeCamera& Camera() {
 
 void ResetCamera() {
     s_camera = std::make_unique<FakeCamera>();
+    journal::Watch(nullptr);
     journal::Clear();
 }
 
@@ -64,6 +65,7 @@ Logger* Logger::GetLogger(const char* name) {
 
 void Logger::ClearAppenders() {
     journal::Add("logger ClearAppenders");
+    MayFail("logger.ClearAppenders");
 }
 
 void Logger::ConfigureLogging(const IniFile& ini, const char* section) {
@@ -83,7 +85,9 @@ void Logger::LogMessageV(int level, const char* format, va_list arguments) const
     char text[4096];
     std::vsnprintf(text, sizeof text, format, arguments);
     if (Camera().onLog) Camera().onLog(text);
-    journal::Add("log " + std::to_string(level) + " " + text);
+    const auto line = "log " + std::to_string(level) + " " + text;
+    journal::Add(line);
+    MayFail(line);
 }
 
 #define LEVEL_OPERATION(operation, level)                   \
@@ -109,6 +113,7 @@ class Connection {};
 
 MsgBus::MsgBus() : _requestTime(1000) {
     journal::Add("bus Open");
+    Camera().openedBuses.push_back(this);
 }
 MsgBus::~MsgBus() {
     journal::Add("bus Close");
@@ -176,8 +181,9 @@ void Record(const char* service, const char* operation, const Arguments&... argu
 }
 
 template <class Client>
-Client* Create(const char* service) {
+Client* Create(const char* service, const tavos::msgbus::IMsgBus* bus) {
     journal::Add(journal::Join("bus CreateClient", service));
+    Camera().clientBuses.emplace_back(service, bus);
     MayFail(std::string(service) + ".CreateClient");
     return new Client();
 }
@@ -377,47 +383,47 @@ namespace tavos::interfaces {
 
 using msgbus::IMsgBus;
 
-IPanProvider* IPanProvider::CreateClient(IMsgBus*) {
-    return Create<Pan>("pan");
+IPanProvider* IPanProvider::CreateClient(IMsgBus* bus) {
+    return Create<Pan>("pan", bus);
 }
-IAxisProvider* IAxisProvider::CreateClient(IMsgBus*, const char* axis) {
-    return Create<Tilt>(axis);
+IAxisProvider* IAxisProvider::CreateClient(IMsgBus* bus, const char* axis) {
+    return Create<Tilt>(axis, bus);
 }
-IZoomProvider* IZoomProvider::CreateClient(IMsgBus*) {
-    return Create<Zoom>("zoom");
+IZoomProvider* IZoomProvider::CreateClient(IMsgBus* bus) {
+    return Create<Zoom>("zoom", bus);
 }
-IFocusProvider* IFocusProvider::CreateClient(IMsgBus*) {
-    return Create<Focus>("focus");
+IFocusProvider* IFocusProvider::CreateClient(IMsgBus* bus) {
+    return Create<Focus>("focus", bus);
 }
-IFocusV2Provider* IFocusV2Provider::CreateClient(IMsgBus*) {
-    return Create<FocusV2>("focus2");
+IFocusV2Provider* IFocusV2Provider::CreateClient(IMsgBus* bus) {
+    return Create<FocusV2>("focus2", bus);
 }
-IIrisProvider* IIrisProvider::CreateClient(IMsgBus*) {
-    return Create<Iris>("iris");
+IIrisProvider* IIrisProvider::CreateClient(IMsgBus* bus) {
+    return Create<Iris>("iris", bus);
 }
-IPresetsProvider* IPresetsProvider::CreateClient(IMsgBus*) {
-    return Create<Presets>("presets");
+IPresetsProvider* IPresetsProvider::CreateClient(IMsgBus* bus) {
+    return Create<Presets>("presets", bus);
 }
-IPresetsV2Provider* IPresetsV2Provider::CreateClient(IMsgBus*) {
-    return Create<PresetsV2>("presets2");
+IPresetsV2Provider* IPresetsV2Provider::CreateClient(IMsgBus* bus) {
+    return Create<PresetsV2>("presets2", bus);
 }
-IAlarmV3Provider* IAlarmV3Provider::CreateClient(IMsgBus*) {
-    return Create<Alarm>("alarm");
+IAlarmV3Provider* IAlarmV3Provider::CreateClient(IMsgBus* bus) {
+    return Create<Alarm>("alarm", bus);
 }
-IRelayV3Provider* IRelayV3Provider::CreateClient(IMsgBus*) {
-    return Create<Relay>("relay");
+IRelayV3Provider* IRelayV3Provider::CreateClient(IMsgBus* bus) {
+    return Create<Relay>("relay", bus);
 }
-ITemperatureV2Provider* ITemperatureV2Provider::CreateClient(IMsgBus*) {
-    return Create<Temperature>("temperature");
+ITemperatureV2Provider* ITemperatureV2Provider::CreateClient(IMsgBus* bus) {
+    return Create<Temperature>("temperature", bus);
 }
-IVoltageV2Provider* IVoltageV2Provider::CreateClient(IMsgBus*) {
-    return Create<Voltage>("voltage");
+IVoltageV2Provider* IVoltageV2Provider::CreateClient(IMsgBus* bus) {
+    return Create<Voltage>("voltage", bus);
 }
-IPowerV2Provider* IPowerV2Provider::CreateClient(IMsgBus*) {
-    return Create<Power>("power");
+IPowerV2Provider* IPowerV2Provider::CreateClient(IMsgBus* bus) {
+    return Create<Power>("power", bus);
 }
-IFanV2Provider* IFanV2Provider::CreateClient(IMsgBus*) {
-    return Create<Fan>("fan");
+IFanV2Provider* IFanV2Provider::CreateClient(IMsgBus* bus) {
+    return Create<Fan>("fan", bus);
 }
 
 }  // namespace tavos::interfaces

@@ -16,7 +16,7 @@
 /// tavos/, replaced at link time by recorders that write into the journal and answer what a test has put here.
 struct FakeCamera {
     /// Operations that throw, as "pan.SetPosition", "pan.CreateClient", "settings.GetValue", "bus.StartServer",
-    /// "logger.ConfigureLogging".
+    /// "logger.ConfigureLogging", and log lines as the journal has them, "log 6 just reconfigured!".
     std::set<std::string> failing;
     /// The same, for the next call of each only.
     std::set<std::string> failingOnce;
@@ -30,6 +30,10 @@ struct FakeCamera {
     std::function<void(const std::string& call)> onCall;
     /// Sees every log line before it is written; what it throws leaves the logger, which the real one's never does.
     std::function<void(const std::string& line)> onLog;
+
+    /// The buses that were opened, and each client's service with the bus that it was made with.
+    std::vector<const tavos::msgbus::IMsgBus*> openedBuses;
+    std::vector<std::pair<std::string, const tavos::msgbus::IMsgBus*>> clientBuses;
 
     std::uint32_t panPosition = 0;
     std::uint32_t panMinPosition = 0;

@@ -1,6 +1,7 @@
 #include "support/Journal.h"
 
 #include <mutex>
+#include <utility>
 
 namespace journal {
 
@@ -8,6 +9,7 @@ namespace {
 
 std::mutex s_mutex;
 Lines s_lines;
+std::function<void(const std::string&)> s_watcher;
 
 Lines After(const std::string& prefix) {
     Lines found;
@@ -18,13 +20,22 @@ Lines After(const std::string& prefix) {
 }  // namespace
 
 void Add(const std::string& line) {
-    std::lock_guard<std::mutex> lock(s_mutex);
+    std::unique_lock<std::mutex> lock(s_mutex);
     s_lines.push_back(line);
+    if (!s_watcher) return;
+    const auto watcher = s_watcher;
+    lock.unlock();
+    watcher(line);
 }
 
 void Clear() {
     std::lock_guard<std::mutex> lock(s_mutex);
     s_lines.clear();
+}
+
+void Watch(std::function<void(const std::string&)> watcher) {
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_watcher = std::move(watcher);
 }
 
 Lines All(const std::string& prefix) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <charconv>
+#include <functional>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -19,6 +20,10 @@ using Lines = std::vector<std::string>;
 
 void Add(const std::string& line);
 void Clear();
+
+/// Sees every line from now on, when it has been added and on the thread that has: here a test looks at the module in
+/// the middle of what it does. May throw into it. An empty function ends it, and so does ResetCamera.
+void Watch(std::function<void(const std::string& line)> watcher);
 
 /// Everything so far, or only the lines that begin with `prefix`.
 Lines All(const std::string& prefix = "");

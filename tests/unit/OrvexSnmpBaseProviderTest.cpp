@@ -316,4 +316,29 @@ TEST(DelegateTest, AnEventCallsWhatWasAddedUntilItIsRemoved) {
     EXPECT_THAT(second.values, ElementsAre(1, 2));
 }
 
+// --- what finds the instance while it is being made ---
+
+template <class Provider>
+class MakingTest : public ModuleTest {};
+
+using EveryProvider = testing::Types<OrvexSnmpTemp, OrvexSnmpAlarm, OrvexSnmpRelay, OrvexSnmpPower, OrvexSnmpVoltage,
+                                     OrvexSnmpPresets, OrvexSnmpFocus, OrvexSnmpIris, OrvexSnmpZoom, OrvexSnmpPan,
+                                     OrvexSnmpTilt, OrvexSnmpWiper, OrvexSnmpPressure>;
+TYPED_TEST_SUITE(MakingTest, EveryProvider);
+
+TYPED_TEST(MakingTest, AProviderIsFoundOnceLoggingIsSetUpAndBeforeItsClientsAreMade) {
+    tavos::msgbus::MsgBus bus;
+    std::vector<std::pair<std::string, TypeParam*>> found;
+    journal::Watch([&](const std::string& line) { found.emplace_back(line, TypeParam::GetInstance()); });
+    const TypeParam provider(bus);
+    journal::Watch(nullptr);
+    ASSERT_GT(found.size(), 4u);
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        EXPECT_EQ(found[i].second, i < 2 ? nullptr : &provider) << found[i].first;
+    }
+    EXPECT_THAT(found[0].first, testing::StartsWith("logger ClearAppenders"));
+    EXPECT_THAT(found[1].first, testing::StartsWith("logger ConfigureLogging"));
+    EXPECT_EQ(Camera().clientBuses.at(0).second, &bus);
+}
+
 }  // namespace

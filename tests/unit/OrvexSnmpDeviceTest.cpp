@@ -1,4 +1,5 @@
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -427,6 +428,112 @@ INSTANTIATE_TEST_SUITE_P(All, FailingClientTest,
 TEST_F(DeviceTest, AFailureOfTheBusServersStartPassesUnchanged) {
     Camera().failing = {"bus.StartServer"};
     EXPECT_EQ(FailedConstruction(), "bus.StartServer fails");
+}
+
+// --- what is handed on ---
+
+TEST_F(DeviceTest, EveryClientIsMadeWithTheOneBusThatTheDeviceHasOpened) {
+    Construct();
+    ASSERT_EQ(Camera().openedBuses.size(), 1u);
+    EXPECT_EQ(Camera().clientBuses.size(), 16u);
+    for (const auto& [service, bus] : Camera().clientBuses) EXPECT_EQ(bus, Camera().openedBuses[0]) << service;
+}
+
+// --- an identity command that cannot be read ---
+
+TEST_F(DeviceTest, FieldsHoldErrorWhateverThrowsWhileTheIdentityCommandIsRead) {
+    // The second piece is read after a first one was taken, the third is the end.
+    _folder.Identity("printf '%0200d' 7");
+    for (const bool throwsInt : {false, true}) {
+        for (const int piece : {0, 1, 2, 3}) {
+            SCOPED_TRACE(journal::Join(throwsInt, piece));
+            _folder.ThrowInCommands(piece, throwsInt);
+            journal::Clear();
+            const auto& device = Construct();
+            EXPECT_EQ(device.GetModelNumber(), "ERROR");
+            EXPECT_EQ(device.GetSerialNumber(), "ERROR");
+            EXPECT_EQ(device.GetAssyId(), "ERROR");
+            EXPECT_EQ(device.GetAssyVer(), "ERROR");
+            EXPECT_EQ(device.GetHwVer(), "ERROR-ERROR");
+            EXPECT_THAT(journal::Logged(3), IsEmpty());
+            // The commands that were started are waited for all the same.
+            EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+            DeleteProviders();
+            _device.reset();
+            OrvexSnmpDevice::ForgetInstance();
+        }
+    }
+}
+
+// --- each step of the logging configuration ---
+
+class FailingConfigurationTest : public DeviceTest, public testing::WithParamInterface<int> {
+protected:
+    /// The steps, in their order, as the journal has them and as they fail.
+    struct Step {
+        std::string line;
+        std::string failing;
+    };
+    const Step _steps[4] = {
+        {"settings GetSettings Applications/OrvexSnmp", "settings.GetSettings"},
+        {"logger ClearAppenders", "logger.ClearAppenders"},
+        {"logger ConfigureLogging Applications/OrvexSnmp", "logger.ConfigureLogging"},
+        {"log 6 just reconfigured!", "log 6 just reconfigured!"},
+    };
+
+    /// The steps up to the one that fails, without anything after it.
+    Lines UpToTheFailure() const {
+        Lines lines;
+        for (int step = 0; step <= GetParam(); ++step) lines.push_back(_steps[step].line);
+        return lines;
+    }
+    static Lines FromTheStoreOn() {
+        const auto all = journal::All();
+        return {std::find(all.begin(), all.end(), "settings GetSettings Applications/OrvexSnmp"), all.end()};
+    }
+    const std::string& Failing() const { return _steps[GetParam()].failing; }
+};
+
+TEST_P(FailingConfigurationTest, AStandardExceptionIsAnInvalidConfiguration) {
+    for (const bool runtimeError : {false, true}) {
+        Camera().throwsRuntimeError = runtimeError;
+        Camera().failing = {Failing()};
+        journal::Clear();
+        EXPECT_EQ(FailedConstruction(), "invalid configuration");
+        auto expected = UpToTheFailure();
+        expected.insert(expected.end(),
+                        {"log 3 Error reloading, invalid configuration", "settings Close", "bus Close"});
+        EXPECT_EQ(FromTheStoreOn(), expected);
+        OrvexSnmpDevice::ForgetInstance();
+    }
+}
+
+TEST_P(FailingConfigurationTest, AnotherExceptionPassesUnchangedAndWithoutALine) {
+    Camera().throwsInt = true;
+    Camera().failing = {Failing()};
+    EXPECT_EQ(FailedConstruction(), "an int");
+    auto expected = UpToTheFailure();
+    expected.insert(expected.end(), {"settings Close", "bus Close"});
+    EXPECT_EQ(FromTheStoreOn(), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryStep, FailingConfigurationTest, testing::Range(0, 4));
+
+// --- the instance ---
+
+TEST_F(DeviceTest, CanBeFoundFromItsFirstLineOn) {
+    bool first = true;
+    int lines = 0;
+    journal::Watch([&](const std::string& line) {
+        if (first && line != "log 8 OrvexSnmpDevice: Enter.") return;
+        first = false;
+        ++lines;
+        EXPECT_NE(OrvexSnmpDevice::GetInstance(), nullptr) << line;
+    });
+    const auto& device = Construct();
+    journal::Watch(nullptr);
+    EXPECT_EQ(OrvexSnmpDevice::GetInstance(), &device);
+    EXPECT_GT(lines, 60);
 }
 
 }  // namespace

@@ -580,4 +580,11 @@ TEST_F(FocusConstructionTest, WhatWasSetIsForgottenWithTheProvider) {
     }
 }
 
+TEST_F(FocusTest, ARefusedEquippedOctetIsTracedToItsEnd) {
+    for (const u_char octet : {u_char{0x80}, u_char{0x41}, u_char{0xC0}, u_char{0x01}}) {
+        EXPECT_EQ(Command({octet}, kEquipped), SNMP_ERR_GENERR);
+        EXPECT_EQ(Done(), Handled("handle_systemLensEquipped", {}));
+    }
+}
+
 }  // namespace

@@ -524,4 +524,19 @@ TEST_F(ReloadTest, TakesUpARegistrationThatTheAgentRefusedBefore) {
     EXPECT_EQ(journal::All("agent register_table_data_set").size(), 2u);
 }
 
+// --- what finds the module while it is being made ---
+
+TEST_F(MainTest, CanBeFoundFromItsFirstLineOn) {
+    OrvexSnmpMain* found = nullptr;
+    OrvexSnmpMain* foundByTheQueue = nullptr;
+    journal::Watch([&](const std::string& line) {
+        if (line == "log 8 OrvexSnmpMain: Enter") found = OrvexSnmpMain::GetInstance();
+        if (line == "logger EnableDebugLogging") foundByTheQueue = OrvexSnmpMain::GetInstance();
+    });
+    const auto* const instance = new OrvexSnmpMain();
+    journal::Watch(nullptr);
+    EXPECT_EQ(found, instance);
+    EXPECT_EQ(foundByTheQueue, instance);
+}
+
 }  // namespace

@@ -1009,4 +1009,185 @@ TEST_F(RelayTest, SetWhoseRowIsAwayInAPhaseDrivesNothingThatAnEarlierSetHasLeft)
     }
 }
 
+TEST_F(RelayTest, WhatWasReadIsHandedOutAfterTheSuccessWasLogged) {
+    Camera().relays.banks = {{"North", {true}}};
+    Camera().failing = {"log 6 GetRelayCount: count=1", "log 6 GetRelayState: bankName = North relayId=0 state=1"};
+    int count = -5;
+    bool state = false;
+    EXPECT_EQ(_provider.GetRelayCount(count), -1);
+    EXPECT_EQ(_provider.GetRelayState("North", 0, state), -1);
+    EXPECT_EQ(count, -5);
+    EXPECT_FALSE(state);
+    EXPECT_THAT(journal::Logged(3),
+                ElementsAre("Exception while GetRelayCount", "GetRelayState:Exception while GetRelayState"));
+}
+
+TEST_F(RelayTest, ABulkRequestIsAnUnknownMode) {
+    BuildTwoBanks();
+    CellRequest cell(3, 1);
+    EXPECT_EQ(Call(cell, MODE_GETBULK), SNMP_ERR_GENERR);
+    EXPECT_EQ(cell.Type(), ASN_NULL);
+    EXPECT_THAT(journal::All(),
+                ElementsAreArray(Begun() + Lines{Place(1, 3), "log 3 handle_relayStates: unknown mode (165)"}));
+
+    journal::Clear();
+    SnmpRequest status(OrvexSnmpOid::oid_outputStatus);
+    EXPECT_EQ(status.Call(&OrvexSnmpRelay::handle_outputStatus, MODE_GETBULK), SNMP_ERR_GENERR);
+    EXPECT_EQ(status.Type(), ASN_NULL);
+    EXPECT_THAT(journal::All(),
+                ElementsAre("log 6 handle_outputStatus: Enter.", "log 3 handle_outputStatus: unknown mode (165)"));
+
+    journal::Clear();
+    SnmpRequest control(OrvexSnmpOid::oid_outputControl);
+    EXPECT_EQ(control.Call(&OrvexSnmpRelay::handle_outputControl, MODE_GETBULK), SNMP_ERR_GENERR);
+    EXPECT_EQ(control.Mark(), SNMP_ERR_GENERR);
+    EXPECT_EQ(control.Type(), ASN_NULL);
+    EXPECT_THAT(journal::All(),
+                ElementsAre("log 6 handle_outputControl: Enter.", "log 6 handle_outputControl: Received OID "));
+}
+
+// --- the refresh of RESERVE2 ---
+
+TEST_F(RelayTest, UndoGoesBackToTheStateThatReserve2HasRead) {
+    BuildTwoBanks();
+    CellRequest request(3, 2);
+    request.WithInteger(17);
+    Call(request, MODE_SET_RESERVE1);
+    Camera().relays.banks[1].second[0] = true;
+    Call(request, MODE_SET_RESERVE2);
+    Camera().relays.banks[1].second[0] = false;
+    Call(request, MODE_SET_ACTION);
+    Call(request, MODE_SET_UNDO);
+    EXPECT_THAT(journal::Logged(6), Contains("handle_relayStates: newRelayState in MODE_SET_UNDO is 1"));
+}
+
+TEST_F(RelayTest, TheRelayDrivenIsTheOneThatReserve2HasFoundInTheRow) {
+    BuildTwoBanks();
+    CellRequest request(3, 2);
+    request.WithInteger(1);
+    Call(request, MODE_SET_RESERVE1);
+    // As many relays as before: no rebuild is due.
+    Camera().relays.banks = {{"North", {true, false, true}}};
+    Call(request, MODE_SET_RESERVE2);
+    Camera().relays.banks = {{"South", {true, false, true}}};
+    Call(request, MODE_SET_ACTION);
+    EXPECT_EQ(Call(request, MODE_SET_COMMIT), SNMP_ERR_NOERROR);
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay North 1 1"));
+    EXPECT_THAT(journal::Logged(6), Not(Contains("handle_relayStates: Updating relayTable...")));
+}
+
+// --- requests that the agent has dealt with already ---
+
+TEST_F(RelayTest, ASetIsCarriedOutAlsoForARequestThatTheAgentHasMarkedAsProcessed) {
+    BuildTwoBanks();
+    CellRequest wrong(3, 1);
+    wrong.WithOctets({1});
+    wrong.Raw().processed = 1;
+    Call(wrong, MODE_SET_RESERVE1);
+    EXPECT_EQ(wrong.Mark(), SNMP_ERR_WRONGTYPE);
+
+    CellRequest request(3, 3);
+    request.WithInteger(1);
+    request.Raw().processed = 1;
+    journal::Clear();
+    EXPECT_EQ(Set(request), SNMP_ERR_NOERROR);
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK2 1 1"));
+    EXPECT_EQ(request.Integer(), 1);
+
+    journal::Clear();
+    for (const int mode : {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_UNDO}) Call(request, mode);
+    EXPECT_THAT(journal::Logged(6), Contains("handle_relayStates: newRelayState in MODE_SET_UNDO is 1"));
+}
+
+TEST_F(RelayTest, AReadThatTheAgentHasAnsweredIsLeftAlone) {
+    BuildTwoBanks();
+    for (const int mode : {static_cast<int>(MODE_GET), static_cast<int>(MODE_GETNEXT)}) {
+        CellRequest answered(1, 1);
+        CellRequest open(1, 2);
+        answered.Raw().processed = 1;
+        answered.Chain(open);
+        journal::Clear();
+        EXPECT_EQ(Call(answered, mode), SNMP_ERR_NOERROR);
+        EXPECT_EQ(answered.Type(), ASN_NULL);
+        EXPECT_THAT(open.Octets(), ElementsAre('B', 'N', 'K', '2'));
+        EXPECT_THAT(journal::Logged(6), Not(Contains("handle_relayStates: relayNumber is 1, col no is 1")));
+    }
+}
+
+// --- what the two scalars keep ---
+
+TEST_F(OutputStatusTest, KeepsItsOctetOverEveryFailureAndWhateverIsControlled) {
+    Camera().relays.banks = {{"BNK2", {true}}};
+    SnmpRequest good(OrvexSnmpOid::oid_outputStatus);
+    Call(good);
+    Camera().failing = {"relay.GetRelayState"};
+    for (int failure = 0; failure < 3; ++failure) {
+        SnmpRequest control(OrvexSnmpOid::oid_outputControl);
+        control.WithOctets({0x01, 0x00}).Set(&OrvexSnmpRelay::handle_outputControl);
+        SnmpRequest bad(OrvexSnmpOid::oid_outputStatus);
+        EXPECT_EQ(Call(bad), SNMP_ERR_NOERROR);
+        EXPECT_THAT(bad.Octets(), ElementsAre(0x01));
+    }
+    Camera().failing.clear();
+    Camera().relays.banks[0].second[0] = false;
+    SnmpRequest released(OrvexSnmpOid::oid_outputStatus);
+    Call(released);
+    Camera().failing = {"relay.GetRelayState"};
+    SnmpRequest bad(OrvexSnmpOid::oid_outputStatus);
+    Call(bad);
+    EXPECT_THAT(bad.Octets(), ElementsAre(0x00));
+}
+
+TEST_F(OutputControlTest, AGetBetweenActionAndCommitTakesTheActionBack) {
+    SetOctets({0x02, 0x11});
+    SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+    request.WithOctets({0x01, 0x80});
+    Call(request, MODE_SET_ACTION);
+    EXPECT_THAT(Get(), ElementsAre(0x02, 0x11));
+    journal::Clear();
+    EXPECT_EQ(Call(request, MODE_SET_COMMIT), SNMP_ERR_NOERROR);
+    // Driven by the request's own value, kept and answered from the buffer.
+    EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK2 0 1"));
+    EXPECT_THAT(request.Octets(), ElementsAre(0x02, 0x11));
+    EXPECT_THAT(Get(), ElementsAre(0x02, 0x11));
+}
+
+TEST_F(OutputControlTest, NothingButAGetTakesTheActionBackBeforeTheCommit) {
+    for (const int mode : {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_FREE, static_cast<int>(MODE_GETNEXT), 77}) {
+        SetOctets({0x02, 0x11});
+        SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+        request.WithOctets({0x00, 0x42});
+        Call(request, MODE_SET_ACTION);
+        SnmpRequest between(OrvexSnmpOid::oid_outputControl);
+        between.WithOctets({0x7F, 0x7F});
+        Call(between, mode);
+        EXPECT_EQ(Call(request, MODE_SET_COMMIT), SNMP_ERR_NOERROR);
+        EXPECT_THAT(request.Octets(), ElementsAre(0x00, 0x42)) << mode;
+    }
+}
+
+TEST_F(OutputControlTest, TheNewValueIsKeptBeforeTheRelayIsDriven) {
+    SetOctets({0x02, 0x11});
+    std::vector<u_char> kept;
+    Camera().onCall = [&](const std::string& call) {
+        if (call == "relay SetRelay BNK2 0 1") kept = Get();
+    };
+    SetOctets({0x01, 0x80});
+    EXPECT_THAT(kept, ElementsAre(0x01, 0x80));
+}
+
+TEST_F(OutputControlTest, UndoAfterAFailedCommitKeepsTheNewValueInTheBuffer) {
+    SetOctets({0x02, 0x11});
+    Camera().failing = {"relay.SetRelay"};
+    SnmpRequest request(OrvexSnmpOid::oid_outputControl);
+    request.WithOctets({0x01, 0x80});
+    Call(request, MODE_SET_ACTION);
+    EXPECT_EQ(Call(request, MODE_SET_COMMIT), SNMP_ERR_GENERR);
+    EXPECT_EQ(Call(request, MODE_SET_UNDO), SNMP_ERR_NOERROR);
+    SnmpRequest commit(OrvexSnmpOid::oid_outputControl);
+    commit.WithOctets({0x00, 0x00});
+    Call(commit, MODE_SET_COMMIT);
+    EXPECT_THAT(commit.Octets(), ElementsAre(0x01, 0x80));
+}
+
 }  // namespace

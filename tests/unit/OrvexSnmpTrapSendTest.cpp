@@ -8,7 +8,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
+#include <fstream>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -28,11 +31,27 @@ struct QueueMutex {
 };
 template struct Opened<QueueMutex, &OrvexSnmpTrapSend::_mutex>;
 
+struct QueueWriteDescriptor {
+    using Type = int OrvexSnmpTrapSend::*;
+    friend Type MemberOf(QueueWriteDescriptor);
+};
+template struct Opened<QueueWriteDescriptor, &OrvexSnmpTrapSend::_writeDescriptor>;
+
 namespace {
 
 std::atomic<bool> s_journalFrees{false};
+std::atomic<bool> s_journalLocks{false};
 
 }  // namespace
+
+/// The linker hands the queue's calls of Mutex::Lock to the first of these, and calls of the second to Mutex::Lock.
+extern "C" {
+bool __real__ZN5tavos3osa5Mutex4LockEj(tavos::osa::Mutex* mutex, std::uint32_t timeout);
+bool __wrap__ZN5tavos3osa5Mutex4LockEj(tavos::osa::Mutex* mutex, std::uint32_t timeout) {
+    if (s_journalLocks) journal::Add(journal::Join("lock", mutex->Name(), timeout));
+    return __real__ZN5tavos3osa5Mutex4LockEj(mutex, timeout);
+}
+}
 
 /// Only listens, and only while a test of this file wants it: the library's own does the work.
 extern "C" void snmp_free_varbind(netsnmp_variable_list* list) {
@@ -90,6 +109,7 @@ protected:
     }
     ~TrapSendTest() override {
         s_journalFrees = false;
+        s_journalLocks = false;
         Destroy();
         alarm(0);
     }
@@ -519,6 +539,81 @@ TEST_F(TrapSendTest, DestructionLeavesTheInstancePointer) {
     EXPECT_EQ(OrvexSnmpTrapSend::GetInstance(), instance);
     OrvexSnmpTrapSend::ForgetInstance();
     EXPECT_EQ(OrvexSnmpTrapSend::GetInstance(), nullptr);
+}
+
+// --- waiting ---
+
+TEST_F(TrapSendTest, WaitsForItsMutexWithoutALimit) {
+    Construct();
+    journal::Clear();
+    s_journalLocks = true;
+    _trapSend->send_v2trap(Trap(1));
+    EXPECT_THAT(journal::All(),
+                ElementsAre("log 8 send_v2trap: enter...", "lock TrapSend 4294967295", "log 8 send_v2trap: Done."));
+    journal::Clear();
+    _trapSend->CallSnmpSendTrap();
+    EXPECT_THAT(journal::All("lock"), ElementsAre("lock TrapSend 4294967295"));
+    EXPECT_EQ(journal::All().at(1), "lock TrapSend 4294967295");
+    EXPECT_THAT(SentValues(), ElementsAre(1u));
+}
+
+/// The state of one of the process's threads as the kernel has it, 'S' for one that sleeps.
+char StateOfThread(pid_t thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string text;
+    std::getline(file, text);
+    const auto name = text.rfind(") ");
+    return name == std::string::npos ? '?' : text[name + 2];
+}
+
+bool Comes(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+TEST_F(TrapSendTest, TheAgentWaitsForTheByteOfATrapThatIsQueuedAlready) {
+    Construct();
+    _trapSend->send_v2trap(Trap(1));
+    // As long as its producer has not come to write it.
+    char byte = 0;
+    ASSERT_EQ(read(_readDescriptor, &byte, 1), 1);
+
+    std::atomic<pid_t> agent{0};
+    std::atomic<bool> returned{false};
+    std::thread consumer([&] {
+        agent = gettid();
+        _trapSend->CallSnmpSendTrap();
+        returned = true;
+    });
+    EXPECT_TRUE(Comes([] { return !journal::All("log 8 CallSnmpSendTrap: enter...").empty(); }));
+    // Asleep a while, not only between two steps.
+    int asleep = 0;
+    EXPECT_TRUE(Comes([&] {
+        asleep = StateOfThread(agent) == 'S' ? asleep + 1 : 0;
+        return returned || asleep == 20;
+    }));
+    EXPECT_FALSE(returned);
+    EXPECT_THAT(journal::All("log 6"), IsEmpty());
+    EXPECT_THAT(journal::All("agent send_v2trap"), IsEmpty());
+
+    EXPECT_EQ(write(_trapSend.get()->*MemberOf(QueueWriteDescriptor()), "1", 1), 1);
+    consumer.join();
+    EXPECT_THAT(SentValues(), ElementsAre(1u));
+    EXPECT_FALSE(Readable(_readDescriptor));
+}
+
+// --- what finds the queue while it is being made ---
+
+TEST_F(TrapSendTest, CanBeFoundFromItsFirstStepOn) {
+    std::vector<const OrvexSnmpTrapSend*> found;
+    journal::Watch([&](const std::string&) { found.push_back(OrvexSnmpTrapSend::GetInstance()); });
+    Construct();
+    journal::Watch(nullptr);
+    EXPECT_EQ(found, std::vector<const OrvexSnmpTrapSend*>(4, _trapSend.get()));
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include <cstdio>
+
 #include "lens/OrvexSnmpWiper.h"
 #include "support/CameraTest.h"
 
@@ -202,6 +204,18 @@ TEST_F(WiperTest, StatusIsZeroWhateverWasSet) {
         EXPECT_EQ(request.Type(), ASN_OCTET_STR);
         EXPECT_THAT(request.Octets(), ElementsAre(0x00));
         EXPECT_THAT(Agent().answers, ElementsAre(Answer{ASN_OCTET_STR, 1}));
+    }
+}
+
+TEST_F(WiperTest, ControlKeepsEveryBitOfBothOctets) {
+    for (int octet = 0; octet <= 255; ++octet) {
+        const auto bits = static_cast<u_char>(octet);
+        const auto others = static_cast<u_char>(~octet);
+        EXPECT_EQ(Set(kControl, {others, bits}), SNMP_ERR_NOERROR);
+        EXPECT_THAT(Get(kControl), ElementsAre(others, bits));
+        char line[80];
+        std::snprintf(line, sizeof line, "6 handle_systemCameraFeatureControl: last=%02x %02x", others, bits);
+        EXPECT_THAT(Done(), Contains(line));
     }
 }
 

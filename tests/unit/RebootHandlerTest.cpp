@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -21,6 +22,7 @@ namespace {
 /// What becomes of the program that the module starts.
 enum class Exec { kReal, kRecorded, kFailing };
 Exec s_exec = Exec::kReal;
+pid_t s_agent = -1;  // the process that must go on
 
 }  // namespace
 
@@ -33,6 +35,10 @@ static void JournalExecution(const char* program, char* const* arguments) {
 /// The module's child still has the memory of the test, journal included: it runs in it until here.
 extern "C" int execv(const char* program, char* const* arguments) {
     static const auto original = reinterpret_cast<decltype(&execv)>(dlsym(RTLD_NEXT, "execv"));
+    if (getpid() == s_agent) {
+        std::cerr << "the agent itself runs " << program << std::endl;
+        std::abort();
+    }
     if (s_exec == Exec::kReal) return original(program, arguments);
     JournalExecution(program, arguments);
     if (s_exec == Exec::kRecorded) _exit(0);
@@ -54,6 +60,7 @@ class RebootTest : public StartedModuleTest {
 protected:
     RebootTest() {
         s_exec = Exec::kRecorded;
+        s_agent = getpid();
         // The first call of dlsym must not be the child's.
         dlsym(RTLD_NEXT, "execv");
     }
@@ -398,6 +405,7 @@ TEST_F(RebootTest, AChildThatStillRunsKeepsTheAlarm) {
 
 TEST_F(RebootTest, TheSetSucceedsWhenThereCanBeNoChild) {
     const auto commitWithoutChildren = [] {
+        s_agent = getpid();
         // The number of processes binds only a user without privileges.
         const rlimit none{0, 0};
         setrlimit(RLIMIT_NPROC, &none);
@@ -418,6 +426,38 @@ TEST_F(RebootTest, TheSetSucceedsWhenThereCanBeNoChild) {
         commitWithoutChildren(), testing::ExitedWithCode(0),
         "^\\[log 7 handle_rebootDevice: Received OID \n\\]\\[log 3 handle_rebootDevice: rebootDevice variable set "
         "for this camera using snmpset, rebooting system now!!!!\\];\n$");
+}
+
+// --- requests with several bindings ---
+
+TEST_F(RebootTest, ASetActsOnTheFirstRequestOfItsListAlone) {
+    SnmpRequest first(OrvexSnmpOid::oid_rebootDevice);
+    SnmpRequest next(OrvexSnmpOid::oid_rebootDevice);
+    first.WithInteger(6).Chain(next);
+    next.WithOctets({1});
+    EXPECT_EQ(Call(first, MODE_SET_RESERVE1), SNMP_ERR_NOERROR);
+    EXPECT_EQ(first.Mark(), SNMP_ERR_NOERROR);
+    EXPECT_EQ(next.Mark(), SNMP_ERR_NOERROR);
+
+    next.WithInteger(9);
+    EXPECT_EQ(Call(first, MODE_SET_ACTION), SNMP_ERR_NOERROR);
+    EXPECT_EQ(Value(), 6);
+    journal::Clear();
+    EXPECT_EQ(Call(first, MODE_SET_COMMIT), SNMP_ERR_NOERROR);
+    EXPECT_EQ(first.Integer(), 6);
+    EXPECT_EQ(next.Integer(), 9);
+    EXPECT_THAT(Agent().answers, ElementsAre(FakeAgent::Answer{ASN_INTEGER, 4}));
+    EXPECT_THAT(journal::All(), ElementsAre(kOid, kRebooting, kExecuted));
+}
+
+TEST_F(RebootTest, AWrongTypeOfTheFirstRequestIsMarkedThereAlone) {
+    SnmpRequest first(OrvexSnmpOid::oid_rebootDevice);
+    SnmpRequest next(OrvexSnmpOid::oid_rebootDevice);
+    first.WithOctets({1}).Chain(next);
+    next.WithInteger(9);
+    EXPECT_EQ(Call(first, MODE_SET_RESERVE1), SNMP_ERR_NOERROR);
+    EXPECT_EQ(first.Mark(), SNMP_ERR_WRONGTYPE);
+    EXPECT_EQ(next.Mark(), SNMP_ERR_NOERROR);
 }
 
 }  // namespace

@@ -14,6 +14,10 @@
 namespace {
 
 bool s_refuseCommands = false;
+constexpr int kNever = -1;
+int s_throwAt = kNever;
+int s_reading = 0;  // of the command in hand, 0 is its start
+bool s_throwsInt = false;
 
 void Write(const std::filesystem::path& file, const std::string& text) {
     std::filesystem::create_directories(file.parent_path());
@@ -25,14 +29,29 @@ void WriteScript(const std::filesystem::path& file, const std::string& body, mod
     chmod(file.c_str(), mode);
 }
 
+void MayThrow() {
+    if (s_reading != s_throwAt) return;
+    if (s_throwsInt) throw 42;
+    throw std::runtime_error("a reading fails");
+}
+
 }  // namespace
 
 extern "C" std::FILE* popen(const char* command, const char* type) {
     static const auto original = reinterpret_cast<decltype(&popen)>(dlsym(RTLD_NEXT, "popen"));
+    s_reading = 0;
+    MayThrow();
     if (!s_refuseCommands) return original(command, type);
     journal::Add(journal::Join("popen", command, type));
     errno = EMFILE;
     return nullptr;
+}
+
+extern "C" char* fgets(char* text, int room, std::FILE* file) {
+    static const auto original = reinterpret_cast<decltype(&fgets)>(dlsym(RTLD_NEXT, "fgets"));
+    ++s_reading;
+    MayThrow();
+    return original(text, room, file);
 }
 
 CameraFolder::CameraFolder() : _workingFolder(std::filesystem::current_path()), _searchPath(std::getenv("PATH")) {
@@ -50,6 +69,7 @@ CameraFolder::CameraFolder() : _workingFolder(std::filesystem::current_path()), 
 
 CameraFolder::~CameraFolder() {
     s_refuseCommands = false;
+    s_throwAt = kNever;
     setenv("PATH", _searchPath.c_str(), 1);
     std::error_code ignored;
     std::filesystem::current_path(_workingFolder, ignored);
@@ -79,6 +99,11 @@ void CameraFolder::HideOtherPrograms() const {
 
 void CameraFolder::RefuseCommands() const {
     s_refuseCommands = true;
+}
+
+void CameraFolder::ThrowInCommands(int piece, bool throwsInt) const {
+    s_throwAt = piece;
+    s_throwsInt = throwsInt;
 }
 
 std::string CameraFolder::Read(const std::string& file) const {

@@ -30,6 +30,10 @@ public:
     /// From now on popen fails, with a line in the journal: "popen myname -m r".
     void RefuseCommands() const;
 
+    /// From now on the `piece`th reading of a command's output throws, 1 and up, or for 0 the command's start: an
+    /// int, or a std::runtime_error.
+    void ThrowInCommands(int piece, bool throwsInt) const;
+
     /// What a file of the folder holds, empty when there is none.
     std::string Read(const std::string& file) const;
 

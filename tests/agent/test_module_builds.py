@@ -1,4 +1,4 @@
-"""docs/adding-an-object.md and docs/porting.md: a module that is made as they say serves what they say."""
+"""Modules that are built anew: as docs/adding-an-object.md and docs/porting.md say, and for a camera."""
 
 import os
 import re
@@ -95,6 +95,27 @@ def test_the_example_of_a_service_compiles():
     done = subprocess.run(["c++", "-std=c++17", "-fsyntax-only", f"-I{ROOT}/tavos/include", "-x", "c++", "-"],
                           input=source, capture_output=True, text=True)
     assert done.returncode == 0, done.stderr
+
+
+def texts_of(module):
+    """Every NUL-terminated text of a shared object."""
+    return set(module.read_bytes().split(b"\0"))
+
+
+def test_a_cameras_module_has_the_cameras_own_paths(tmp_path):
+    environment = dict(os.environ, CCACHE_BASEDIR=str(ROOT), CCACHE_NOHASHDIR="1")
+    launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
+    for command in (["cmake", "--preset", "camera", "-B", tmp_path, *launcher],
+                    ["cmake", "--build", tmp_path, "--target", "orvexsnmp"]):
+        subprocess.run(command, cwd=ROOT, env=environment, check=True, stdout=subprocess.DEVNULL)
+    paths = {b"/etc/version",
+             b"/bin/chmod +x /sbin/restart.sh && /bin/sleep 3 && /sbin/restart.sh -s -k",
+             b"chmod +x /sbin/restart.sh && /sbin/restart.sh -s -k"}
+    assert paths <= texts_of(tmp_path / "lib" / "orvexsnmp.so")
+    # The desk's lie in the agent's working directory, and none of the machine's own is in it.
+    desk = texts_of(BUILD / "lib" / "orvexsnmp.so")
+    assert {b"etc/version", b"chmod +x sbin/restart.sh && sbin/restart.sh -s -k"} <= desk
+    assert not [text for text in desk if b"/etc/version" in text or b"/sbin/restart.sh" in text]
 
 
 def test_another_platform_is_for_the_module_alone(tmp_path):

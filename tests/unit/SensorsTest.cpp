@@ -320,4 +320,15 @@ TEST_F(SensorsOfTheModuleTest, SensorsAreServedByTheirOwnProviders) {
     }
 }
 
+TYPED_TEST(SensorTest, WhatWasReadIsHandedOutAfterTheSuccessWasLogged) {
+    TypeParam::Reading() = 12;
+    Camera().failing = {std::string("log 6 GetMibIntData: ") + TypeParam::kReading + " returned 12."};
+    int value = 77;
+    unsigned char type = 0;
+    EXPECT_EQ(this->_provider->GetMibIntData(value, type), -1);
+    EXPECT_EQ(value, 77);
+    EXPECT_EQ(type, TypeParam::kType);
+    EXPECT_THAT(journal::Logged(3), ElementsAre(TypeParam::kFailure));
+}
+
 }  // namespace

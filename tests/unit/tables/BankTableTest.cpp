@@ -11,12 +11,9 @@
 #include "io/OrvexSnmpRelay.h"
 #include "support/FakePlatform.h"
 #include "support/Journal.h"
+#include "tables/ExpectedLeak.h"
 #include "tables/RealAgent.h"
 #include "tavos/msgbus/MsgBus.h"
-
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/lsan_interface.h>
-#endif
 
 // The bank tables in the agent itself: its table handlers look rows up, keep them over the phases of a SET, and the
 // module replaces rows. Run under a memory checker, these tests show that no request goes on with a row that is gone.
@@ -700,20 +697,6 @@ TEST_F(TablesTest, EachRequestBeginsOnce) {
 }
 
 // --- registration ---
-
-#ifdef __SANITIZE_ADDRESS__
-/// The agent's library does not free its own description of a table whose registration it refuses.
-struct ExpectedLeak {
-    ExpectedLeak() { __lsan_disable(); }
-    ~ExpectedLeak() { __lsan_enable(); }
-    ExpectedLeak(const ExpectedLeak&) = delete;
-    ExpectedLeak& operator=(const ExpectedLeak&) = delete;
-};
-#else
-struct ExpectedLeak {
-    ~ExpectedLeak() {}
-};
-#endif
 
 TEST_F(TablesTest, TablesGoAndComeBackWithTheirProviders) {
     for (int i = 0; i < 5; ++i) {

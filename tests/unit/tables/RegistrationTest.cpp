@@ -12,6 +12,7 @@
 #include "support/CameraFolder.h"
 #include "support/FakePlatform.h"
 #include "support/Journal.h"
+#include "tables/ExpectedLeak.h"
 #include "tables/RealAgent.h"
 
 // The module's start in the agent itself, where another module has taken one of its OIDs: the agent refuses the second
@@ -132,6 +133,7 @@ TEST_F(RegistrationTest, TakenTablesAreLeftOutAndRegisteredByTheFirstBuildThatCa
     {
         const Occupant alarms(Name(OrvexSnmpOid::oid_alarm), Occupant::kSubtree);
         const Occupant relays(Name(OrvexSnmpOid::oid_relay), Occupant::kSubtree);
+        const ExpectedLeak expectedLeak;
         EXPECT_EQ(init_orvexsnmp(), 0);
         EXPECT_THAT(journal::Logged(3), IsEmpty());
         EXPECT_THAT(journal::Logged(6), Contains("init_relayTable: Registration for Relay table OID not OK"));

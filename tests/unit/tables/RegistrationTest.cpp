@@ -5,13 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "core/OrvexSnmpMain.h"
 #include "core/OrvexSnmpOid.h"
 #include "io/OrvexSnmpAlarm.h"
 #include "io/OrvexSnmpRelay.h"
-#include "support/CameraFolder.h"
-#include "support/FakePlatform.h"
-#include "support/Journal.h"
+#include "support/StartedModule.h"
 #include "tables/ExpectedLeak.h"
 #include "tables/RealAgent.h"
 
@@ -19,10 +16,6 @@
 // registration and frees it.
 
 namespace {
-
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 template <std::size_t Length>
 std::vector<oid> Name(const oid (&name)[Length]) {
@@ -73,7 +66,7 @@ protected:
         Camera().alarms.banks = {{"BNK2", {true}}};
         Camera().relays.banks = {{"BNK2", {true}}};
     }
-    ~RegistrationTest() override { deinit_orvexsnmp(); }
+    ~RegistrationTest() override { ForgetModule(false); }
 
     /// What the agent answers, after the equals sign.
     static std::string Get(const std::vector<oid>& name) {

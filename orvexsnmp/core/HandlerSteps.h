@@ -58,15 +58,16 @@ bool IsReadMode(const netsnmp_agent_request_info* info);
 /// The Error line for a mode that a handler does not know; returns SNMP_ERR_GENERR.
 int UnknownMode(const tavos::core::Logger& logger, const char* name, const netsnmp_agent_request_info* info);
 
-/// A whole handler: answers reads with a constant INTEGER of Value's width and refuses everything else. `line`, if
-/// there is one, is logged at Information with the handler's name and the value.
+/// A whole handler: answers reads with a constant of Value's width and refuses everything else. `line`, if there is
+/// one, is logged at Information with the handler's name and the value; `done` is the level of the exit's line.
 template <class Value>
 int AnswerConstant(const tavos::core::Logger& logger, const char* name, const netsnmp_agent_request_info* info,
-                   netsnmp_request_info* requests, Value value, const char* line = nullptr) {
+                   netsnmp_request_info* requests, Value value, const char* line, u_char type,
+                   tavos::core::LogLevel done) {
     if (!BeginRead(logger, name, info, requests)) return SNMP_ERR_GENERR;
     if (line != nullptr) logger.Information(line, name, static_cast<int>(value));
-    AnswerInteger(requests, value);
-    logger.Trace("%s: Done.", name);
+    snmp_set_var_typed_value(requests->requestvb, type, reinterpret_cast<const u_char*>(&value), sizeof value);
+    done == tavos::core::kInformation ? logger.Information("%s: Done.", name) : logger.Trace("%s: Done.", name);
     return SNMP_ERR_NOERROR;
 }
 

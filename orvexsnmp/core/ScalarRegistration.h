@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "core/NetSnmp.h"
+#include "objects/ScalarCount.h"
 
 /// One scalar object of the module. Managers use exactly the OID that stands here, instance included.
 struct ScalarRegistration {
@@ -19,9 +20,7 @@ struct ScalarRegistration {
     std::int32_t access;   ///< HANDLER_CAN_RONLY or HANDLER_CAN_RWRITE
 };
 
-constexpr std::size_t kScalarCount = 50;
-
-/// The table, in the order of registration. ApplySensorAvailability and RegisterScalars write into it.
+/// The table, in the order of registration: objects.toml's. ApplySensorAvailability and RegisterScalars write into it.
 std::array<ScalarRegistration, kScalarCount>& ScalarTable();
 
 /// Switches the sensors' rows on or off by a first reading of each. Agent's thread, once, after the providers exist.

@@ -1,5 +1,6 @@
 #include "device/IdentityHandlers.h"
 
+#include <cstring>
 #include <string>
 
 #include "core/HandlerSteps.h"
@@ -45,15 +46,23 @@ int AnswerText(const char* name, const netsnmp_agent_request_info* info, netsnmp
     return SNMP_ERR_NOERROR;
 }
 
-int AnswerNumber(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests, int value,
-                 const char* line) {
+}  // namespace
+
+int AnswerIdentity(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests, int value,
+                   const char* line) {
     if (!Begin(name, info, requests)) return SNMP_ERR_GENERR;
     OrvexSnmpMain::GetLogger()->Information(line, name, value);
     AnswerInteger(requests, value);
     return SNMP_ERR_NOERROR;
 }
 
-}  // namespace
+int AnswerIdentity(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests,
+                   const char* text, const char* line) {
+    if (!Begin(name, info, requests)) return SNMP_ERR_GENERR;
+    OrvexSnmpMain::GetLogger()->Information(line, name, text);
+    AnswerOctets(requests, text, std::strlen(text));
+    return SNMP_ERR_NOERROR;
+}
 
 int handle_modelNumber(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
                        netsnmp_request_info* requests) {
@@ -85,27 +94,6 @@ int handle_hwVersion(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnm
                       SentAs("Error: Hardware Version not defined"), nullptr);
 }
 
-int handle_globalMaxModules(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
-                            netsnmp_request_info* requests) {
-    return AnswerNumber("handle_globalMaxModules", info, requests, 1, "%s: max NTCIP modules = %d");
-}
-
-int handle_moduleNumber(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
-                        netsnmp_request_info* requests) {
-    return AnswerNumber("handle_moduleNumber", info, requests, 1, "%s: model number = %d");
-}
-
-int handle_moduleDeviceNode(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
-                            netsnmp_request_info* requests) {
-    // The device node as text, not as an object identifier.
-    constexpr auto kName = "handle_moduleDeviceNode";
-    if (!Begin(kName, info, requests)) return SNMP_ERR_GENERR;
-    const std::string node = "1.3.6.1.4.1.1206.4.2.7";
-    OrvexSnmpMain::GetLogger()->Information("%s: manufactuer = %s", kName, node.c_str());
-    AnswerOctets(requests, node.data(), node.size());
-    return SNMP_ERR_NOERROR;
-}
-
 int handle_moduleMake(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
                       netsnmp_request_info* requests) {
     return AnswerText("handle_moduleMake", info, requests, &OrvexSnmpDevice::GetManufacturer, kReportedOnly,
@@ -122,9 +110,4 @@ int handle_moduleVersion(netsnmp_mib_handler*, netsnmp_handler_registration*, ne
                          netsnmp_request_info* requests) {
     return AnswerText("handle_moduleVersion", info, requests, &OrvexSnmpDevice::GetModuleVersion, kReportedOnly,
                       "%s: moduleVersion = %s");
-}
-
-int handle_moduleType(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
-                      netsnmp_request_info* requests) {
-    return AnswerNumber("handle_moduleType", info, requests, 2, "%s: moduleType = %d");
 }

@@ -4,15 +4,10 @@
 
 /// The camera's identity (orvexEnterprise.1.1) and its NTCIP 1201 module objects: read-only, answered from what
 /// OrvexSnmpDevice gathered at start-up, without a call of any service. Agent's thread.
-Netsnmp_Node_Handler handle_modelNumber;
-Netsnmp_Node_Handler handle_modelName;
-Netsnmp_Node_Handler handle_serialNumber;
-Netsnmp_Node_Handler handle_fwVersion;  ///< fwVersion and swVersion
-Netsnmp_Node_Handler handle_hwVersion;
-Netsnmp_Node_Handler handle_globalMaxModules;
-Netsnmp_Node_Handler handle_moduleNumber;
-Netsnmp_Node_Handler handle_moduleDeviceNode;
-Netsnmp_Node_Handler handle_moduleMake;
-Netsnmp_Node_Handler handle_moduleModel;
-Netsnmp_Node_Handler handle_moduleVersion;
-Netsnmp_Node_Handler handle_moduleType;
+#include "objects/IdentityHandlers.inc"
+
+/// A whole handler of a constant object. `line` is logged at Information with the handler's name and the value.
+int AnswerIdentity(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests, int value,
+                   const char* line);
+int AnswerIdentity(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests,
+                   const char* text, const char* line);

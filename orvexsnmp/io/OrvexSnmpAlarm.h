@@ -34,7 +34,8 @@ public:
     void UnregisterTable();
 
     static Netsnmp_Node_Handler handle_alarmStates;
-    static Netsnmp_Node_Handler handle_inputStatus;
+    // The handlers of its objects.
+#include "objects/OrvexSnmpAlarm.inc"
 
 private:
     bool BeginTableRequest(netsnmp_agent_request_info* info, netsnmp_request_info* requests) override;

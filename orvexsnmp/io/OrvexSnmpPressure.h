@@ -16,7 +16,8 @@ public:
     /// 0, or -1 for a call that failed, with `state` left alone.
     int GetAlarmState(bool& state) const;
 
-    static Netsnmp_Node_Handler handle_alarmStatus;
+    // The handlers of its objects.
+#include "objects/OrvexSnmpPressure.inc"
 
 private:
     std::unique_ptr<tavos::interfaces::IAlarmV3Provider> _client;

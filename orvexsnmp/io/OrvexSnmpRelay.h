@@ -38,8 +38,8 @@ public:
     void UnregisterTable();
 
     static Netsnmp_Node_Handler handle_relayStates;
-    static Netsnmp_Node_Handler handle_outputStatus;
-    static Netsnmp_Node_Handler handle_outputControl;
+    // The handlers of its objects.
+#include "objects/OrvexSnmpRelay.inc"
 
 private:
     bool BeginTableRequest(netsnmp_agent_request_info* info, netsnmp_request_info* requests) override;

@@ -208,18 +208,6 @@ int OrvexSnmpFocus::handle_positionFocusLens(netsnmp_mib_handler*, netsnmp_handl
         [&](const PositionCommand& command) { return focus.Commit(command, current); });
 }
 
-int OrvexSnmpFocus::handle_rangeFocusLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                           netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangeFocusLimit", info, requests, 0,
-                                        "%s: focusLimit=%d...");
-}
-
-int OrvexSnmpFocus::handle_timeoutFocus(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                        netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_timeoutFocus", info, requests, 0,
-                                        "%s: timeoutFocus=%d...");
-}
-
 void OrvexSnmpFocus::ApplyFeatureControl() const {
     const auto [features, state] = _lastControl;
     const bool enable = (state & kEnable) != 0;

@@ -40,12 +40,8 @@ public:
     int ScaleValues(std::uint32_t value, std::uint32_t inMin, std::uint32_t inMax, std::uint32_t outMin,
                     std::uint32_t outMax) const;
 
-    static Netsnmp_Node_Handler handle_positionFocusLens;
-    static Netsnmp_Node_Handler handle_rangeFocusLimit;
-    static Netsnmp_Node_Handler handle_timeoutFocus;
-    static Netsnmp_Node_Handler handle_systemLensFeatureControl;
-    static Netsnmp_Node_Handler handle_systemLensFeatureStatus;
-    static Netsnmp_Node_Handler handle_systemLensEquipped;
+    // The handlers of its objects.
+#include "objects/OrvexSnmpFocus.inc"
 
 private:
     int Commit(const PositionCommand& command, double current) const;

@@ -77,14 +77,3 @@ int OrvexSnmpIris::handle_positionIrisLens(netsnmp_mib_handler*, netsnmp_handler
         [&](const PositionCommand& command) { iris.LogCommand(command); },
         [&](const PositionCommand& command) { return iris.Commit(command); });
 }
-
-int OrvexSnmpIris::handle_rangeIrisLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                         netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::uint8_t>(GetInstance()->GetLogger(), "handle_rangeIrisLimit", info, requests, 0);
-}
-
-int OrvexSnmpIris::handle_timeoutIris(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                      netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_timeoutIris", info, requests, 0,
-                                        "%s: timeoutIris=%d");
-}

@@ -24,9 +24,8 @@ public:
     /// -1, 0 (stop) or +1. Returns 0, or -1 for a call that failed.
     int MoveIris(int direction) const;
 
-    static Netsnmp_Node_Handler handle_positionIrisLens;
-    static Netsnmp_Node_Handler handle_rangeIrisLimit;
-    static Netsnmp_Node_Handler handle_timeoutIris;
+    // The handlers of its objects.
+#include "objects/OrvexSnmpIris.inc"
 
 private:
     void LogCommand(const PositionCommand& command) const;

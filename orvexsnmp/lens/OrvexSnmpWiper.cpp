@@ -2,8 +2,6 @@
 
 namespace {
 
-constexpr std::uint8_t kFeatureStatus = 0;  // no feature is ever on
-
 // The reserve phase of the two writable objects. The line is logged for the right type too.
 void CheckOctetString(const tavos::core::Logger& logger, const char* name, netsnmp_agent_request_info* info,
                       netsnmp_request_info* requests) {
@@ -50,16 +48,6 @@ int OrvexSnmpWiper::handle_systemCameraFeatureControl(netsnmp_mib_handler*, nets
     }
     logger.Trace("%s: Done.", kName);
     return result;
-}
-
-int OrvexSnmpWiper::handle_systemCameraFeatureStatus(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                                     netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    constexpr auto kName = "handle_systemCameraFeatureStatus";
-    const auto& logger = GetInstance()->GetLogger();
-    if (!BeginRead(logger, kName, info, requests)) return SNMP_ERR_GENERR;
-    AnswerOctets(requests, &kFeatureStatus, sizeof kFeatureStatus);
-    logger.Trace("%s: Done.", kName);
-    return SNMP_ERR_NOERROR;
 }
 
 int OrvexSnmpWiper::handle_systemCameraEquipped(netsnmp_mib_handler*, netsnmp_handler_registration*,

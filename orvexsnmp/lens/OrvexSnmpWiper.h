@@ -16,9 +16,8 @@ public:
     explicit OrvexSnmpWiper(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpWiper() override = default;
 
-    static Netsnmp_Node_Handler handle_systemCameraFeatureControl;
-    static Netsnmp_Node_Handler handle_systemCameraFeatureStatus;
-    static Netsnmp_Node_Handler handle_systemCameraEquipped;
+    // The handlers of its objects.
+#include "objects/OrvexSnmpWiper.inc"
 
 private:
     std::unique_ptr<tavos::interfaces::IFanV2Provider> _client;

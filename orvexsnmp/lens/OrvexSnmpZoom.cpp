@@ -150,13 +150,3 @@ int OrvexSnmpZoom::handle_positionZoomLens(netsnmp_mib_handler*, netsnmp_handler
         kHandler, zoom.GetLogger(), zoom._lastZoom, info, requests, [](const PositionCommand&) {},
         [&](const PositionCommand& command) { return zoom.Commit(command); });
 }
-
-int OrvexSnmpZoom::handle_rangeZoomLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                         netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangeZoomLimit", info, requests, 0);
-}
-
-int OrvexSnmpZoom::handle_timeoutZoom(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                      netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_timeoutZoom", info, requests, 0);
-}

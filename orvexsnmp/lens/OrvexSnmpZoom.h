@@ -30,9 +30,8 @@ public:
     int ScaleValues(std::uint32_t value, std::uint32_t inMin, std::uint32_t inMax, std::uint32_t outMin,
                     std::uint32_t outMax) const;
 
-    static Netsnmp_Node_Handler handle_positionZoomLens;
-    static Netsnmp_Node_Handler handle_rangeZoomLimit;
-    static Netsnmp_Node_Handler handle_timeoutZoom;
+    // The handlers of its objects.
+#include "objects/OrvexSnmpZoom.inc"
 
 private:
     int Commit(const PositionCommand& command) const;

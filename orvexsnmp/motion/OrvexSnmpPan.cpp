@@ -97,33 +97,6 @@ int OrvexSnmpPan::handle_positionPan(netsnmp_mib_handler*, netsnmp_handler_regis
         [&](const PositionCommand& command) { return Commit(pan, command); });
 }
 
-int OrvexSnmpPan::handle_rangePanLeftLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                           netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangePanLeftLimit", info, requests, 0);
-}
-
-int OrvexSnmpPan::handle_rangePanRightLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                            netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangePanRightLimit", info, requests, 0);
-}
-
-int OrvexSnmpPan::handle_rangePanHomePosition(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                              netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangePanHomePosition", info, requests,
-                                        65535);
-}
-
-int OrvexSnmpPan::handle_rangeMinimumPanStepAngle(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                                  netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangeMinimumPanStepAngle", info, requests,
-                                        65535);
-}
-
-int OrvexSnmpPan::handle_timeoutPan(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                    netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int16_t>(GetInstance()->GetLogger(), "handle_timeoutPan", info, requests, 0);
-}
-
 int OrvexSnmpPan::handle_rangeTrueNorthOffset(netsnmp_mib_handler*, netsnmp_handler_registration*,
                                               netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     constexpr auto kName = "handle_rangeTrueNorthOffset";

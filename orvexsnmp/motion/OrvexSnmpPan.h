@@ -28,13 +28,8 @@ public:
     int SetRelativeVelocity(int speed) const;
     int GetRelativeVelocity(double& velocity) const;
 
-    static Netsnmp_Node_Handler handle_positionPan;
-    static Netsnmp_Node_Handler handle_rangePanLeftLimit;
-    static Netsnmp_Node_Handler handle_rangePanRightLimit;
-    static Netsnmp_Node_Handler handle_rangePanHomePosition;
-    static Netsnmp_Node_Handler handle_rangeTrueNorthOffset;
-    static Netsnmp_Node_Handler handle_rangeMinimumPanStepAngle;
-    static Netsnmp_Node_Handler handle_timeoutPan;
+    // The handlers of its objects.
+#include "objects/OrvexSnmpPan.inc"
 
 private:
     std::unique_ptr<tavos::interfaces::IPanProvider> _client;

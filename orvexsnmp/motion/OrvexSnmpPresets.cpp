@@ -43,18 +43,6 @@ int OrvexSnmpPresets::GetMaxPresets(unsigned int& count) const {
     });
 }
 
-int OrvexSnmpPresets::handle_rangeMaximumPreset(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                                netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    constexpr auto kName = "handle_rangeMaximumPreset";
-    const auto& logger = GetInstance()->GetLogger();
-    if (!BeginRead(logger, kName, info, requests)) return SNMP_ERR_GENERR;
-    // Always 0: presets cannot be reached through these objects.
-    const std::uint8_t count = 0;
-    AnswerInteger(requests, count);
-    logger.Information("%s: Done.", kName);
-    return SNMP_ERR_NOERROR;
-}
-
 int OrvexSnmpPresets::handle_presetGotoPosition(netsnmp_mib_handler*, netsnmp_handler_registration*,
                                                 netsnmp_agent_request_info*, netsnmp_request_info* requests) {
     return AnswerAlways("handle_presetGotoPosition", requests, kGotoValue);

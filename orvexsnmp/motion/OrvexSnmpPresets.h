@@ -18,9 +18,8 @@ public:
     /// How many presets the camera has. 0, or -1 for a call that failed, with `count` left alone.
     int GetMaxPresets(unsigned int& count) const;
 
-    static Netsnmp_Node_Handler handle_rangeMaximumPreset;
-    static Netsnmp_Node_Handler handle_presetGotoPosition;
-    static Netsnmp_Node_Handler handle_presetStorePosition;
+    // The handlers of its objects.
+#include "objects/OrvexSnmpPresets.inc"
 
 private:
     std::unique_ptr<tavos::interfaces::IPresetsProvider> _client;

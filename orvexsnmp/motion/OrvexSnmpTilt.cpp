@@ -106,24 +106,3 @@ int OrvexSnmpTilt::handle_positionTilt(netsnmp_mib_handler*, netsnmp_handler_reg
         kLines.name, tilt.GetLogger(), tilt._lastTilt, info, requests, [](const PositionCommand&) {},
         [&](const PositionCommand& command) { return Commit(tilt, command); });
 }
-
-int OrvexSnmpTilt::handle_rangeTiltUpLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                           netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int16_t>(GetInstance()->GetLogger(), "handle_rangeTiltUpLimit", info, requests, 0);
-}
-
-int OrvexSnmpTilt::handle_rangeTiltDownLimit(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                             netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int16_t>(GetInstance()->GetLogger(), "handle_rangeTiltDownLimit", info, requests, 0);
-}
-
-int OrvexSnmpTilt::handle_rangeMinimumTiltStepAngle(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                                    netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_rangeMinimumTiltStepAngle", info, requests,
-                                        65535);
-}
-
-int OrvexSnmpTilt::handle_timeoutTilt(netsnmp_mib_handler*, netsnmp_handler_registration*,
-                                      netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    return AnswerConstant<std::int32_t>(GetInstance()->GetLogger(), "handle_timeoutTilt", info, requests, 0);
-}

@@ -28,11 +28,8 @@ public:
     int GetMinPosition(int& limit) const;
     int GetMaxPosition(int& limit) const;
 
-    static Netsnmp_Node_Handler handle_positionTilt;
-    static Netsnmp_Node_Handler handle_rangeTiltUpLimit;
-    static Netsnmp_Node_Handler handle_rangeTiltDownLimit;
-    static Netsnmp_Node_Handler handle_rangeMinimumTiltStepAngle;
-    static Netsnmp_Node_Handler handle_timeoutTilt;
+    // The handlers of its objects.
+#include "objects/OrvexSnmpTilt.inc"
 
 private:
     /// The platform position of an NTCIP position, by quadrant. False, with an Error line, above 35999; negative

@@ -59,6 +59,7 @@ enum class Kind {
     kLensEquipped,
     kOutputControl,
     kReboot,
+    kOther,  // nothing is known but whether it can be written
 };
 
 struct Object {
@@ -68,7 +69,8 @@ struct Object {
     long value = 0;            // of a constant
 };
 
-constexpr std::array<Object, kScalarCount + 1> kObjects = {{
+// The objects of which more is known than whether they are constant and whether they can be written.
+constexpr Object kKnown[] = {
     {"modelNumber", Kind::kText},
     {"modelName", Kind::kText},
     {"serialNumber", Kind::kText},
@@ -78,30 +80,11 @@ constexpr std::array<Object, kScalarCount + 1> kObjects = {{
     {"temperature", Kind::kSensor, "temperature"},
     {"power", Kind::kSensor, "power"},
     {"voltage", Kind::kSensor, "voltage"},
-    {"globalMaxModules", Kind::kConstant, "", 1},
-    {"moduleNumber", Kind::kConstant, "", 1},
     {"moduleDeviceNode", Kind::kText},
     {"moduleMake", Kind::kText},
     {"moduleModel", Kind::kText},
     {"moduleVersion", Kind::kText},
-    {"moduleType", Kind::kConstant, "", 2},
-    {"rangeMaximumPreset", Kind::kConstant},
-    {"rangePanLeftLimit", Kind::kConstant},
-    {"rangePanRightLimit", Kind::kConstant},
-    {"rangePanHomePosition", Kind::kConstant, "", 65535},
     {"rangeTrueNorthOffset", Kind::kTrueNorth},
-    {"rangeTiltUpLimit", Kind::kConstant},
-    {"rangeTiltDownLimit", Kind::kConstant},
-    {"rangeZoomLimit", Kind::kConstant},
-    {"rangeFocusLimit", Kind::kConstant},
-    {"rangeIrisLimit", Kind::kConstant},
-    {"rangeMinimumPanStepAngle", Kind::kConstant, "", 65535},
-    {"rangeMinimumTiltStepAngle", Kind::kConstant, "", 65535},
-    {"timeoutPan", Kind::kConstant},
-    {"timeoutTilt", Kind::kConstant},
-    {"timeoutZoom", Kind::kConstant},
-    {"timeoutFocus", Kind::kConstant},
-    {"timeoutIris", Kind::kConstant},
     {"presetGotoPosition", Kind::kPreset},
     {"presetStorePosition", Kind::kPreset},
     {"positionPan", Kind::kPosition, "pan"},
@@ -120,7 +103,31 @@ constexpr std::array<Object, kScalarCount + 1> kObjects = {{
     {"outputStatus", Kind::kStatus, "relay"},
     {"outputControl", Kind::kOutputControl, "relay"},
     {"rebootDevice", Kind::kReboot},
-}};
+};
+
+constexpr struct {
+    const char* name;
+    long value;
+} kConstants[] = {
+#include "objects/ConstantValues.inc"
+};
+
+Object ObjectOf(const char* name) {
+    const auto isIt = [&](const auto& known) { return std::strcmp(known.name, name) == 0; };
+    const auto* known = std::find_if(std::begin(kKnown), std::end(kKnown), isIt);
+    if (known != std::end(kKnown)) return *known;
+    const auto* constant = std::find_if(std::begin(kConstants), std::end(kConstants), isIt);
+    if (constant != std::end(kConstants)) return {name, Kind::kConstant, "", constant->value};
+    return {name, Kind::kOther};
+}
+
+// The registration table's objects in its order, and the reboot.
+const std::array<Object, kScalarCount + 1> kObjects = [] {
+    std::array<Object, kScalarCount + 1> objects;
+    for (std::size_t i = 0; i < kScalarCount; ++i) objects[i] = ObjectOf(ScalarTable()[i].name);
+    objects[kScalarCount] = ObjectOf("rebootDevice");
+    return objects;
+}();
 
 constexpr const char* kOperations[] = {
     "pan.SetPositionAtSpeed",
@@ -284,7 +291,7 @@ public:
         const bool storesSettings = !journal::All("settings SetValue").empty();
         MUST(!storesSettings || (object.kind == Kind::kLensControl && mode == MODE_SET_COMMIT), "%s, mode %d",
              object.name, mode);
-        if (object.kind != Kind::kLensControl) {
+        if (object.kind != Kind::kLensControl && object.kind != Kind::kOther) {
             for (const auto& call : _calls) {
                 MUST(*object.service != 0 && Begins(call, std::string(object.service) + " "), "%s, mode %d, calls %s",
                      object.name, mode, call.c_str());
@@ -372,6 +379,8 @@ private:
                 return CheckOutputControl();
             case Kind::kReboot:
                 return CheckReboot();
+            case Kind::kOther:
+                return CheckOther();
         }
     }
 
@@ -550,6 +559,15 @@ private:
         if (_mode == MODE_SET_UNDO) _reboot = 0;
         if (_mode == MODE_GET || _mode == MODE_SET_COMMIT) return AnswersInteger(_reboot);
         NoAnswer();
+    }
+
+    void CheckOther() const {
+        if (ScalarTable()[_index].access == HANDLER_CAN_RWRITE) return;
+        Driving(0);
+        if (!IsReading()) return Nothing(SNMP_ERR_GENERR);
+        MUST(_result == 0 || _result == SNMP_ERR_GENERR, "%s, mode %d: %d", kObjects[_index].name, _mode, _result);
+        if (_result != 0) return NoAnswer();
+        MUST(_mode != MODE_GET || Agent().answers.size() == 1, "%s", kObjects[_index].name);
     }
 
     std::size_t _index = 0;

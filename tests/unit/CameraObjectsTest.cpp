@@ -11,10 +11,8 @@ using Octets = std::vector<u_char>;
 // --- constants ---
 
 struct Constant : CameraObject {
-    template <std::size_t Length>
-    Constant(const char* handlerName, Netsnmp_Node_Handler* itsHandler, const oid (&itsName)[Length], long itsValue,
-             std::size_t itsWidth, const char* itsLine = nullptr)
-        : CameraObject(handlerName, itsHandler, itsName), value(itsValue), width(itsWidth), line(itsLine) {}
+    Constant(const char* itsName, long itsValue, std::size_t itsWidth, const char* itsLine = nullptr)
+        : CameraObject(itsName), value(itsValue), width(itsWidth), line(itsLine) {}
 
     long value;
     std::size_t width;  ///< in which it is handed over, in bytes; 0: does not matter
@@ -22,26 +20,22 @@ struct Constant : CameraObject {
 };
 
 const std::vector<Constant>& Constants() {
-    using Pan = OrvexSnmpPan;
-    using Tilt = OrvexSnmpTilt;
-    using Oid = OrvexSnmpOid;
     static const std::vector<Constant> constants{
-        {"rangePanLeftLimit", Pan::handle_rangePanLeftLimit, Oid::oid_rangePanLeftLimit, 0, 4},
-        {"rangePanRightLimit", Pan::handle_rangePanRightLimit, Oid::oid_rangePanRightLimit, 0, 4},
-        {"rangePanHomePosition", Pan::handle_rangePanHomePosition, Oid::oid_rangePanHomePosition, 65535, 4},
-        {"rangeMinimumPanStepAngle", Pan::handle_rangeMinimumPanStepAngle, Oid::oid_rangeMinimumPanStepAngle, 65535, 4},
-        {"timeoutPan", Pan::handle_timeoutPan, Oid::oid_timeoutPan, 0, 2},
-        {"rangeTiltUpLimit", Tilt::handle_rangeTiltUpLimit, Oid::oid_rangeTiltUpLimit, 0, 2},
-        {"rangeTiltDownLimit", Tilt::handle_rangeTiltDownLimit, Oid::oid_rangeTiltDownLimit, 0, 2},
-        {"rangeMinimumTiltStepAngle", Tilt::handle_rangeMinimumTiltStepAngle, Oid::oid_rangeMinimumTiltStepAngle, 65535,
-         4},
-        {"timeoutTilt", Tilt::handle_timeoutTilt, Oid::oid_timeoutTilt, 0, 4},
-        {"rangeZoomLimit", OrvexSnmpZoom::handle_rangeZoomLimit, Oid::oid_rangeZoomLimit, 0, 4},
-        {"timeoutZoom", OrvexSnmpZoom::handle_timeoutZoom, Oid::oid_timeoutZoom, 0, 4},
-        {"rangeFocusLimit", OrvexSnmpFocus::handle_rangeFocusLimit, Oid::oid_rangeFocusLimit, 0, 0, "focusLimit=0..."},
-        {"timeoutFocus", OrvexSnmpFocus::handle_timeoutFocus, Oid::oid_timeoutFocus, 0, 0, "timeoutFocus=0..."},
-        {"rangeIrisLimit", OrvexSnmpIris::handle_rangeIrisLimit, Oid::oid_rangeIrisLimit, 0, 1},
-        {"timeoutIris", OrvexSnmpIris::handle_timeoutIris, Oid::oid_timeoutIris, 0, 4, "timeoutIris=0"},
+        {"rangePanLeftLimit", 0, 4},
+        {"rangePanRightLimit", 0, 4},
+        {"rangePanHomePosition", 65535, 4},
+        {"rangeMinimumPanStepAngle", 65535, 4},
+        {"timeoutPan", 0, 2},
+        {"rangeTiltUpLimit", 0, 2},
+        {"rangeTiltDownLimit", 0, 2},
+        {"rangeMinimumTiltStepAngle", 65535, 4},
+        {"timeoutTilt", 0, 4},
+        {"rangeZoomLimit", 0, 4},
+        {"timeoutZoom", 0, 4},
+        {"rangeFocusLimit", 0, 0, "focusLimit=0..."},
+        {"timeoutFocus", 0, 0, "timeoutFocus=0..."},
+        {"rangeIrisLimit", 0, 1},
+        {"timeoutIris", 0, 4, "timeoutIris=0"},
     };
     return constants;
 }
@@ -73,12 +67,9 @@ INSTANTIATE_TEST_SUITE_P(All, ConstantTest, testing::ValuesIn(Constants()), Name
 
 std::vector<CameraObject> OnlyRead() {
     std::vector<CameraObject> objects(Constants().begin(), Constants().end());
-    objects.push_back(
-        {"rangeMaximumPreset", OrvexSnmpPresets::handle_rangeMaximumPreset, OrvexSnmpOid::oid_rangeMaximumPreset});
-    objects.push_back({"systemLensFeatureStatus", OrvexSnmpFocus::handle_systemLensFeatureStatus,
-                       OrvexSnmpOid::oid_systemLensFeatureStatus});
-    objects.push_back({"systemCameraFeatureStatus", OrvexSnmpWiper::handle_systemCameraFeatureStatus,
-                       OrvexSnmpOid::oid_systemCameraFeatureStatus});
+    objects.emplace_back("rangeMaximumPreset");
+    objects.emplace_back("systemLensFeatureStatus");
+    objects.emplace_back("systemCameraFeatureStatus");
     return objects;
 }
 
@@ -130,10 +121,8 @@ struct Outcome {
 using Expected = Outcome (*)(u_char type, const Octets& value, const Octets& octets);
 
 struct Writable : CameraObject {
-    template <std::size_t Length>
-    Writable(const char* handlerName, Netsnmp_Node_Handler* itsHandler, const oid (&itsName)[Length],
-             const Octets& firstOctets, Expected outcome, std::size_t itsStored = 0)
-        : CameraObject(handlerName, itsHandler, itsName), first(firstOctets), expected(outcome), stored(itsStored) {}
+    Writable(const char* itsName, const Octets& firstOctets, Expected outcome, std::size_t itsStored = 0)
+        : CameraObject(itsName), first(firstOctets), expected(outcome), stored(itsStored) {}
 
     Octets first;  ///< of the values that are tried
     Expected expected;
@@ -159,77 +148,64 @@ Outcome Preset(u_char, const Octets&, const Octets&) {
 }
 
 std::vector<Writable> Writables() {
-    using Oid = OrvexSnmpOid;
     const Octets command{3, kSpeed, 0x12, 0x34, 0x56};
     return {
-        {"positionPan", OrvexSnmpPan::handle_positionPan, Oid::oid_positionPan, command,
+        {"positionPan", command,
          [](u_char, const Octets&, const Octets& octets) {
              return Motion(octets, "pan SetRelativeVelocity 0 300", "pan SetRelativeVelocity 0 300",
                            "pan SetRelativeVelocity -1 300");
          },
          4},
-        {"positionTilt", OrvexSnmpTilt::handle_positionTilt, Oid::oid_positionTilt, command,
+        {"positionTilt", command,
          [](u_char, const Octets&, const Octets& octets) {
              return Motion(octets, "tilt SetRelativeVelocity 0 300", "tilt SetRelativeVelocity 0 300",
                            "tilt SetRelativeVelocity -1 300");
          },
          4},
-        {"positionZoomLens", OrvexSnmpZoom::handle_positionZoomLens, Oid::oid_positionZoomLens, command,
+        {"positionZoomLens", command,
          [](u_char, const Octets&, const Octets& octets) {
              return Motion(octets, "zoom ZoomRelative 0 300", "zoom ZoomRelative 1 300", "zoom ZoomRelative -1 300");
          },
          4},
-        {"positionFocusLens", OrvexSnmpFocus::handle_positionFocusLens, Oid::oid_positionFocusLens, command,
+        {"positionFocusLens", command,
          [](u_char, const Octets&, const Octets& octets) {
              auto outcome = Motion(octets, "focus2 SetPosition 50", "focus2 SetPosition 0", "focus2 SetPosition 100");
              outcome.calls.insert(outcome.calls.begin(), 4, "focus2 GetPosition");
              return outcome;
          },
          4},
-        {"positionIrisLens", OrvexSnmpIris::handle_positionIrisLens, Oid::oid_positionIrisLens, command,
+        {"positionIrisLens", command,
          [](u_char, const Octets&, const Octets& octets) {
              return Motion(octets, "iris MoveIris 0", "iris MoveIris -1", "iris MoveIris 1");
          },
          4},
         {"rangeTrueNorthOffset",
-         OrvexSnmpPan::handle_rangeTrueNorthOffset,
-         Oid::oid_rangeTrueNorthOffset,
          // The octets of 65535 as an INTEGER's buffer begins; cut after one, they are 255.
          {0xFF, 0xFF, 0, 0},
          [](u_char type, const Octets& value, const Octets&) {
              if (type != ASN_INTEGER) return Outcome{SNMP_ERR_WRONGTYPE, {}, {}};
              return Outcome{value.size() == 1 ? SNMP_ERR_GENERR : SNMP_ERR_NOERROR, {}, {}};
          }},
-        {"timeoutPan", OrvexSnmpPan::handle_timeoutPan, Oid::oid_timeoutPan, {1}, Refused},
-        {"timeoutTilt", OrvexSnmpTilt::handle_timeoutTilt, Oid::oid_timeoutTilt, {1}, Refused},
-        {"timeoutZoom", OrvexSnmpZoom::handle_timeoutZoom, Oid::oid_timeoutZoom, {1}, Refused},
-        {"timeoutFocus", OrvexSnmpFocus::handle_timeoutFocus, Oid::oid_timeoutFocus, {1}, Refused},
-        {"timeoutIris", OrvexSnmpIris::handle_timeoutIris, Oid::oid_timeoutIris, {1}, Refused},
-        {"presetGotoPosition", OrvexSnmpPresets::handle_presetGotoPosition, Oid::oid_presetGotoPosition, {9}, Preset},
-        {"presetStorePosition",
-         OrvexSnmpPresets::handle_presetStorePosition,
-         Oid::oid_presetStorePosition,
-         {9},
-         Preset},
+        {"timeoutPan", {1}, Refused},
+        {"timeoutTilt", {1}, Refused},
+        {"timeoutZoom", {1}, Refused},
+        {"timeoutFocus", {1}, Refused},
+        {"timeoutIris", {1}, Refused},
+        {"presetGotoPosition", {9}, Preset},
+        {"presetStorePosition", {9}, Preset},
         {"systemCameraFeatureControl",
-         OrvexSnmpWiper::handle_systemCameraFeatureControl,
-         Oid::oid_systemCameraFeatureControl,
          {1, 2, 3},
          [](u_char type, const Octets&, const Octets&) {
              return Outcome{type == ASN_OCTET_STR ? SNMP_ERR_NOERROR : SNMP_ERR_WRONGTYPE, {}, {}};
          },
          2},
         {"systemCameraEquipped",
-         OrvexSnmpWiper::handle_systemCameraEquipped,
-         Oid::oid_systemCameraEquipped,
          {1, 2},
          [](u_char type, const Octets&, const Octets&) {
              return Outcome{type == ASN_OCTET_STR ? SNMP_ERR_GENERR : SNMP_ERR_WRONGTYPE, {}, {}};
          },
          1},
         {"systemLensFeatureControl",
-         OrvexSnmpFocus::handle_systemLensFeatureControl,
-         Oid::oid_systemLensFeatureControl,
          {0x80, 0x80, 3},
          [](u_char, const Octets&, const Octets& octets) {
              Lines calls;
@@ -240,8 +216,6 @@ std::vector<Writable> Writables() {
          },
          2},
         {"systemLensEquipped",
-         OrvexSnmpFocus::handle_systemLensEquipped,
-         Oid::oid_systemLensEquipped,
          {0x40, 2, 3, 4, 5},
          [](u_char, const Octets&, const Octets& octets) {
              return Outcome{SNMP_ERR_NOERROR, {}, First(4, octets)};

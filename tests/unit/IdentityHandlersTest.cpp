@@ -6,6 +6,7 @@
 #include "core/OrvexSnmpOid.h"
 #include "device/IdentityHandlers.h"
 #include "support/Opened.h"
+#include "support/Rows.h"
 #include "support/StartedModule.h"
 
 // On a camera, the texts of the hardware and module versions hold at least a dash. The tests see what becomes of empty
@@ -134,12 +135,8 @@ INSTANTIATE_TEST_SUITE_P(All, IdentityObjectTest, testing::ValuesIn(kObjects),
                          [](const auto& object) { return std::string(object.param.name); });
 
 TEST_F(IdentityTest, SoftwareVersionIsTheFirmwares) {
-    const auto& table = ScalarTable();
-    const auto handlerOf = [&](const std::string& name) {
-        return std::find_if(table.begin(), table.end(), [&](const auto& row) { return name == row.name; })->handler;
-    };
-    EXPECT_EQ(Get(handlerOf("swVersion")), "02.01.00-20120531b");
-    EXPECT_EQ(Get(handlerOf("swVersion")), Get(handlerOf("fwVersion")));
+    EXPECT_EQ(RowOf("swVersion").handler, RowOf("fwVersion").handler);
+    EXPECT_EQ(Get(RowOf("swVersion").handler), "02.01.00-20120531b");
 }
 
 TEST_F(IdentityTest, DeviceNodeIsATextOf22Octets) {

@@ -119,13 +119,8 @@ Outcome Iris(int mode, int speed) {
 }
 
 struct MotionObject : CameraObject {
-    template <std::size_t Length>
-    MotionObject(const char* handlerName, Netsnmp_Node_Handler* itsHandler, const oid (&itsName)[Length],
-                 Outcome (*outcome)(int, int), const Lines& always, const Lines& operations)
-        : CameraObject(handlerName, itsHandler, itsName),
-          expected(outcome),
-          callsOfEveryRequest(always),
-          failingOperations(operations) {}
+    MotionObject(const char* itsName, Outcome (*outcome)(int, int), const Lines& always, const Lines& operations)
+        : CameraObject(itsName), expected(outcome), callsOfEveryRequest(always), failingOperations(operations) {}
 
     Outcome (*expected)(int mode, int speed);
     Lines callsOfEveryRequest;
@@ -134,37 +129,15 @@ struct MotionObject : CameraObject {
 
 const std::vector<MotionObject>& Objects() {
     static const std::vector<MotionObject> objects{
-        {"positionPan",
-         OrvexSnmpPan::handle_positionPan,
-         OrvexSnmpOid::oid_positionPan,
-         Pan,
-         {},
-         {"pan.GetPosition", "pan.SetPositionAtSpeed", "pan.SetRelativeVelocity"}},
-        {"positionTilt",
-         OrvexSnmpTilt::handle_positionTilt,
-         OrvexSnmpOid::oid_positionTilt,
-         Tilt,
-         {},
-         {"tilt.GetPosition", "tilt.SetPositionAtSpeed", "tilt.SetRelativeVelocity"}},
+        {"positionPan", Pan, {}, {"pan.GetPosition", "pan.SetPositionAtSpeed", "pan.SetRelativeVelocity"}},
+        {"positionTilt", Tilt, {}, {"tilt.GetPosition", "tilt.SetPositionAtSpeed", "tilt.SetRelativeVelocity"}},
         {"positionZoomLens",
-         OrvexSnmpZoom::handle_positionZoomLens,
-         OrvexSnmpOid::oid_positionZoomLens,
          Zoom,
          {},
          {"zoom.GetMagnificationThousandthsX", "zoom.GetMaxMagnificationThousandthsX",
           "zoom.SetMagnificationThousandthsX", "zoom.ZoomRelative"}},
-        {"positionFocusLens",
-         OrvexSnmpFocus::handle_positionFocusLens,
-         OrvexSnmpOid::oid_positionFocusLens,
-         Focus,
-         {"focus2 GetPosition"},
-         {"focus2.GetPosition", "focus2.SetPosition"}},
-        {"positionIrisLens",
-         OrvexSnmpIris::handle_positionIrisLens,
-         OrvexSnmpOid::oid_positionIrisLens,
-         Iris,
-         {},
-         {"iris.MoveIris"}},
+        {"positionFocusLens", Focus, {"focus2 GetPosition"}, {"focus2.GetPosition", "focus2.SetPosition"}},
+        {"positionIrisLens", Iris, {}, {"iris.MoveIris"}},
     };
     return objects;
 }

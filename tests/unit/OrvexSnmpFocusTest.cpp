@@ -5,14 +5,10 @@
 
 namespace {
 
-const CameraObject kPosition{"positionFocusLens", OrvexSnmpFocus::handle_positionFocusLens,
-                             OrvexSnmpOid::oid_positionFocusLens};
-const CameraObject kControl{"systemLensFeatureControl", OrvexSnmpFocus::handle_systemLensFeatureControl,
-                            OrvexSnmpOid::oid_systemLensFeatureControl};
-const CameraObject kStatus{"systemLensFeatureStatus", OrvexSnmpFocus::handle_systemLensFeatureStatus,
-                           OrvexSnmpOid::oid_systemLensFeatureStatus};
-const CameraObject kEquipped{"systemLensEquipped", OrvexSnmpFocus::handle_systemLensEquipped,
-                             OrvexSnmpOid::oid_systemLensEquipped};
+const CameraObject kPosition{"positionFocusLens"};
+const CameraObject kControl{"systemLensFeatureControl"};
+const CameraObject kStatus{"systemLensFeatureStatus"};
+const CameraObject kEquipped{"systemLensEquipped"};
 const std::string kMode = "[Imaging/Focus]Mode";
 
 class FocusTest : public ProviderTest<OrvexSnmpFocus> {

@@ -5,8 +5,7 @@
 
 namespace {
 
-const CameraObject kPosition{"positionIrisLens", OrvexSnmpIris::handle_positionIrisLens,
-                             OrvexSnmpOid::oid_positionIrisLens};
+const CameraObject kPosition{"positionIrisLens"};
 
 class IrisTest : public ProviderTest<OrvexSnmpIris> {
 protected:

@@ -7,7 +7,7 @@
 
 namespace {
 
-const CameraObject kPosition{"positionPan", OrvexSnmpPan::handle_positionPan, OrvexSnmpOid::oid_positionPan};
+const CameraObject kPosition{"positionPan"};
 
 class PanTest : public ProviderTest<OrvexSnmpPan> {
 protected:

@@ -5,7 +5,7 @@
 
 namespace {
 
-const CameraObject kPosition{"positionTilt", OrvexSnmpTilt::handle_positionTilt, OrvexSnmpOid::oid_positionTilt};
+const CameraObject kPosition{"positionTilt"};
 
 class TiltTest : public ProviderTest<OrvexSnmpTilt> {
 protected:

@@ -5,10 +5,8 @@
 
 namespace {
 
-const CameraObject kControl{"systemCameraFeatureControl", OrvexSnmpWiper::handle_systemCameraFeatureControl,
-                            OrvexSnmpOid::oid_systemCameraFeatureControl};
-const CameraObject kEquipped{"systemCameraEquipped", OrvexSnmpWiper::handle_systemCameraEquipped,
-                             OrvexSnmpOid::oid_systemCameraEquipped};
+const CameraObject kControl{"systemCameraFeatureControl"};
+const CameraObject kEquipped{"systemCameraEquipped"};
 
 class WiperTest : public ProviderTest<OrvexSnmpWiper> {
 protected:

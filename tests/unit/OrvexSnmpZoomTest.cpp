@@ -7,8 +7,7 @@
 
 namespace {
 
-const CameraObject kPosition{"positionZoomLens", OrvexSnmpZoom::handle_positionZoomLens,
-                             OrvexSnmpOid::oid_positionZoomLens};
+const CameraObject kPosition{"positionZoomLens"};
 
 class ZoomTest : public ProviderTest<OrvexSnmpZoom> {
 protected:

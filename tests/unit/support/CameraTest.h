@@ -12,18 +12,18 @@
 #include "motion/OrvexSnmpPresets.h"
 #include "motion/OrvexSnmpTilt.h"
 #include "support/ModuleTest.h"
+#include "support/Rows.h"
 #include "tavos/osa/Exception.h"
 
-/// A scalar of motion or lens, as tests of many objects alike take it.
+/// A scalar of motion or lens, as tests of many objects alike take it: what its row says.
 struct CameraObject {
     const char* name;
     Netsnmp_Node_Handler* handler;
     const oid* oidName;
     std::size_t length;
 
-    template <std::size_t Length>
-    constexpr CameraObject(const char* handlerName, Netsnmp_Node_Handler* itsHandler, const oid (&itsName)[Length])
-        : name(handlerName), handler(itsHandler), oidName(itsName), length(Length) {}
+    explicit CameraObject(const char* itsName)
+        : name(itsName), handler(RowOf(name).handler), oidName(RowOf(name).objectId), length(RowOf(name).oidLength) {}
 
     /// The handler's name, with which its log lines begin.
     std::string Handler() const { return std::string("handle_") + name; }

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <algorithm>
+#include <string>
+
+#include "core/ScalarRegistration.h"
+
+/// An object's row of the registration table; there must be one.
+inline ScalarRegistration& RowOf(const std::string& name) {
+    auto& table = ScalarTable();
+    return *std::find_if(table.begin(), table.end(), [&](const auto& row) { return name == row.name; });
+}

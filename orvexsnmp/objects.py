@@ -2,13 +2,14 @@
 """Makes from objects.toml what else names the scalar objects.
 
 objects.py code FOLDER          the C++ that core/ and the providers include
-objects.py mib TEMPLATE OUTPUT  a MIB: fills the template's lines "@OBJECTS SECTION@", "@MEMBERS SECTION...@" and
-                                "@VARIATIONS SECTION...@"
+objects.py mib TEMPLATE OUTPUT  a MIB: fills the template's lines "@OBJECTS SECTION...@" and "@VARIATIONS SECTION...@",
+                                and "@MEMBERS SECTION...@" within a line
 objects.py page PAGE            writes the rows of docs/objects.md anew, below each "<!-- objects.toml: SECTION... -->"
 
 A file that is right already is left untouched, so that a build compiles nothing anew.
 """
 
+import dataclasses
 import pathlib
 import re
 import sys
@@ -26,26 +27,29 @@ PARAMETERS = """(netsnmp_mib_handler*, netsnmp_handler_registration*,
     netsnmp_agent_request_info* info, netsnmp_request_info* requests)"""
 
 
+@dataclasses.dataclass
 class Object:
-    """An object's attributes; those that it has not got itself are its section's, or the defaults here."""
+    """A row: what it says itself, then what its section says. objects.toml explains the attributes."""
 
-    oid = node = syntax = description = units = provider = handler = constant = log = summary = None
-    access = "read-only"
-    bytes = 4
-    done = "Trace"
-    enabled = True
-    apart = False
-    variation = None
+    name: str
+    oid: str
+    node: str
+    syntax: str
+    description: str
+    units: str = ""
+    access: str = "read-only"
+    provider: str = ""
+    handler: str = ""
+    constant: int | str | None = None
+    bytes: int = 4
+    log: str = ""
+    done: str = "Trace"
+    enabled: bool = True
+    apart: bool = False
+    summary: str = ""
+    variation: dict | None = None
 
-    def __init__(self, name, attributes):
-        self.name = name
-        for key, value in attributes.items():
-            if key.startswith("_") or not hasattr(Object, key):
-                self.refuse(f"no attribute is called {key}")
-            setattr(self, key, value)
-        for key in ("oid", "node", "syntax", "description"):
-            if getattr(self, key) is None:
-                self.refuse(f"{key} is missing")
+    def __post_init__(self):
         if not re.fullmatch(r"(orvexEnterprise|\d+)(\.\d+)+", self.oid):
             self.refuse(f"oid must be numbers, from 1.3.6 or from orvexEnterprise on, not {self.oid}")
         if self.access not in ("read-only", "read-write"):
@@ -54,13 +58,14 @@ class Object:
             self.refuse(f"bytes must be 1, 2 or 4, not {self.bytes}")
         if '"' in self.description:
             self.refuse("a MIB's description cannot hold double quotes")
-        if self.summary is None and not isinstance(self.constant, int):
-            self.refuse("summary is missing: what docs/objects.md says")
         self.is_octets = self.syntax.startswith("Orvex")  # the MIBs' textual conventions
+        self.is_number = self.constant is not None and not self.is_octets
+        if not self.summary and not self.is_number:
+            self.refuse("summary is missing: what docs/objects.md says")
         self.is_writable = self.access == "read-write"
 
     def refuse(self, why):
-        sys.exit(f"{TABLE.name}: {self.name}: {why}")
+        refuse(self.name, why)
 
     # C++
 
@@ -105,7 +110,7 @@ class Object:
     def mib_variation(self):
         """What the capabilities say of it, empty for nothing."""
         clauses = self.variation
-        if clauses is None and isinstance(self.constant, int):
+        if clauses is None and self.is_number:
             named = self.syntax.startswith("INTEGER")
             clauses = {"syntax": self.syntax if named else f"Integer32 ({self.constant})", "description": "Constant."}
             if self.is_writable:
@@ -116,7 +121,7 @@ class Object:
         for key in ("syntax", "write-syntax", "access"):
             if key in clauses:
                 text += f"            {key.upper()} {clauses[key]}\n"
-        return text + textwrap.fill(f"DESCRIPTION \"{' '.join(clauses['description'].split())}\"", 117,
+        return text + textwrap.fill(f"DESCRIPTION \"{' '.join(clauses['description'].split())}\"", 115,
                                     initial_indent=" " * 12, subsequent_indent=" " * 16, break_on_hyphens=False) + "\n"
 
     # docs/objects.md
@@ -127,12 +132,23 @@ class Object:
         return f"| `{self.name}` | `{self.oid}` | {kind} | {self.access} | {' '.join(summary.split())} |\n"
 
 
+def refuse(name, why):
+    sys.exit(f"{TABLE.name}: {name}: {why}")
+
+
+def made(name, attributes):
+    try:
+        return Object(name, **attributes)
+    except TypeError as error:  # an attribute that is missing or that there is not
+        return refuse(name, str(error).removeprefix("Object.__init__() "))
+
+
 def read_table():
     """The objects of each section, in the table's order."""
     sections = {}
     for section, content in tomllib.loads(TABLE.read_text()).items():
         shared = {key: value for key, value in content.items() if not isinstance(value, dict)}
-        sections[section] = [Object(name, shared | own) for name, own in content.items() if isinstance(own, dict)]
+        sections[section] = [made(name, shared | own) for name, own in content.items() if isinstance(own, dict)]
     objects = [thing for things in sections.values() for thing in things]
     for number, thing in enumerate(objects):
         for earlier in objects[:number]:
@@ -166,8 +182,7 @@ def write_code(sections, folder):
         "OidArrays": [f"const {array} = {{{parts}}};\n" for array, parts in arrays],
         "ScalarRows": [thing.row() for thing in rows],
         "Constants": [thing.constant_handler() for thing in constants],
-        "ConstantValues": [f"{{\"{thing.name}\", {thing.constant}}},\n" for thing in constants
-                           if isinstance(thing.constant, int) and not thing.is_octets],
+        "ConstantValues": [f"{{\"{thing.name}\", {thing.constant}}},\n" for thing in objects if thing.is_number],
         **handlers,
     }
     for name, lines in files.items():
@@ -187,14 +202,15 @@ def fill_template(sections, text):
         return "\n".join(thing.mib_object() for thing in named(sections, match[1]))
 
     def members(match):
-        names = ", ".join(thing.mib_name() for thing in named(sections, match[2]))
-        return textwrap.fill(names, 120, initial_indent=match[1], subsequent_indent=match[1]) + "\n"
+        indent, before, names, after = match.groups()
+        members = ", ".join(thing.mib_name() for thing in named(sections, names))
+        return textwrap.fill(before + members + after, 120, initial_indent=indent, subsequent_indent=indent) + "\n"
 
     def variations(match):
         return "".join(thing.mib_variation() for thing in named(sections, match[1]))
 
     text = re.sub(r"^@OBJECTS (.+)@\n", objects, text, flags=re.MULTILINE)
-    text = re.sub(r"^( +)@MEMBERS (.+)@\n", members, text, flags=re.MULTILINE)
+    text = re.sub(r"^( +)(.*)@MEMBERS (.+)@(.*)\n", members, text, flags=re.MULTILINE)
     return re.sub(r"^@VARIATIONS (.+)@\n", variations, text, flags=re.MULTILINE)
 
 

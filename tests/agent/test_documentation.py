@@ -1,7 +1,9 @@
 """docs/objects.md names exactly what the agent serves, and what README.md and docs/dome.md show is what happens."""
 
 import re
+import shutil
 import subprocess
+import sys
 
 import pytest
 
@@ -10,6 +12,7 @@ from expected_tree import ORVEX, ROWS
 from pages import agrees, commands_of
 from test_tree import NAMES_OF_TAGS
 
+PAGE = ROOT / "docs" / "objects.md"
 TYPES = {tag: "OCTET STRING" if name == "Hex-STRING" else name for tag, name in NAMES_OF_TAGS.items()}
 
 
@@ -20,7 +23,7 @@ def is_cell(row):
 def documented():
     line = re.compile(r"^\| `([^`]+)` \| `([^`]+)` \| ([\w ]+) \| (read-\w+) \| (.+) \|$", re.MULTILINE)
     return [(match[1], match[2].replace("orvexEnterprise", ORVEX), match[3], match[4], match[5])
-            for match in line.finditer((ROOT / "docs" / "objects.md").read_text())]
+            for match in line.finditer(PAGE.read_text())]
 
 
 def test_every_object_is_documented_with_its_type_and_access():
@@ -36,6 +39,14 @@ def test_every_column_is_documented_with_its_type_and_access():
 def test_names_are_the_objects_own():
     names = {name for name, oid, *_ in documented() if not oid.endswith(".ROW")}
     assert names == {row.name for row in ROWS if not is_cell(row)}
+
+
+def test_rows_are_what_the_table_of_objects_makes(tmp_path):
+    made = tmp_path / "objects.md"
+    shutil.copy(PAGE, made)
+    subprocess.run([sys.executable, ROOT / "orvexsnmp" / "objects.py", "page", made], check=True)
+    stale = set(made.read_text().splitlines()) ^ set(PAGE.read_text().splitlines())
+    assert made.read_text() == PAGE.read_text(), f"run orvexsnmp/objects.py page docs/objects.md: {stale}"
 
 
 @pytest.mark.parametrize(("page", "count"), [("README.md", 4), ("docs/dome.md", 6)])

@@ -4,6 +4,7 @@ import os
 import re
 import shutil
 import subprocess
+import sys
 
 import pytest
 
@@ -14,32 +15,49 @@ from expected_tree import OID, ORVEX
 pytestmark = [pytest.mark.slow, pytest.mark.commands]
 
 
-@pytest.fixture
-def changed_sources(tmp_path):
-    """The module and the platform as they are in the checkout, with the page's changes."""
-    sources = tmp_path / "sources"
-    sources.mkdir()
-    listed = subprocess.run(["git", "ls-files", "-z", "CMakeLists.txt", "CMakePresets.json", "orvexsnmp", "tavos", "mibs",
-                             "packaging", "bench"], cwd=ROOT, capture_output=True, text=True, check=True).stdout
-    for name in filter(None, listed.split("\0")):
-        target = sources / name
-        target.parent.mkdir(parents=True, exist_ok=True)
-        shutil.copy2(ROOT / name, target)
-    page = (ROOT / "docs" / "adding-an-object.md").read_text()
-    changes = re.findall(r"^```diff\n(.*?)^```$", page, re.MULTILINE | re.DOTALL)
-    assert len(changes) == 3
-    subprocess.run(["git", "apply", "--unidiff-zero"], cwd=sources, input="".join(changes), text=True, check=True)
-    return sources
+class Sources:
+    """The checkout once more, with a build of its own, to which the changes of docs/adding-an-object.md are made."""
+
+    def __init__(self, folder):
+        self.folder, self.build = folder, folder / "build" / "desk"
+        left_out = re.compile(r"tests/unit/(?!Identity|ReadOnly)[^/]*Test\.cpp|bench/results/")  # they take long
+        for name in git_files():
+            if not left_out.match(name):
+                target = folder / name
+                target.parent.mkdir(parents=True, exist_ok=True)
+                shutil.copy2(ROOT / name, target)
+        self.page = (ROOT / "docs" / "adding-an-object.md").read_text()
+        self.changes = {re.search(r"^\+\+\+ b/(.*)$", change, re.MULTILINE)[1]: change
+                        for change in re.findall(r"^```diff\n(.*?)^```$", self.page, re.MULTILINE | re.DOTALL)}
+
+    def change(self, name):
+        subprocess.run(["git", "apply"], cwd=self.folder, input=self.changes[name], text=True, check=True)
+
+    def make(self, target):
+        """Configures and builds; (whether that worked, what it said)."""
+        environment = dict(os.environ, CCACHE_BASEDIR=str(self.folder), CCACHE_NOHASHDIR="1")
+        launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
+        for command in (["cmake", "--preset", "desk", "-DORVEX_DOME=OFF", *launcher],
+                        ["cmake", "--build", "--preset", "desk", "--target", target]):
+            done = subprocess.run(command, cwd=self.folder, env=environment, capture_output=True, text=True)
+            if done.returncode != 0:
+                break
+        return done.returncode == 0, done.stdout + done.stderr
+
+    def agent_tests(self, *options):
+        """Runs them on the built module and the checkout's desk camera."""
+        for program in ("orvex-dome", "domectl", "myname", "tavos-settings"):
+            link = self.build / "bin" / program
+            link.unlink(missing_ok=True)
+            link.symlink_to(BUILD / "bin" / program)
+        done = subprocess.run([sys.executable, "-m", "pytest", "-q", *options], cwd=self.folder / "tests" / "agent",
+                              env=dict(os.environ, ORVEX_BUILD=str(self.build)), capture_output=True, text=True)
+        return done.returncode == 0, done.stdout + done.stderr
 
 
-def build(sources):
-    environment = dict(os.environ, CCACHE_BASEDIR=str(sources), CCACHE_NOHASHDIR="1")
-    launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
-    subprocess.run(["cmake", "--preset", "desk", "-DORVEX_TESTS=OFF", "-DORVEX_DOME=OFF", *launcher], cwd=sources,
-                   env=environment, check=True, stdout=subprocess.DEVNULL)
-    subprocess.run(["cmake", "--build", "--preset", "desk", "--target", "orvexsnmp"], cwd=sources, env=environment,
-                   check=True, stdout=subprocess.DEVNULL)
-    return sources / "build" / "desk" / "lib" / "orvexsnmp.so"
+def git_files():
+    listed = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, capture_output=True, text=True, check=True).stdout
+    return list(filter(None, listed.split("\0")))
 
 
 def start_with(desk, module):
@@ -50,15 +68,35 @@ def start_with(desk, module):
     desk.start()
 
 
-def test_the_pages_changes_make_an_object(desk, changed_sources):
-    start_with(desk, build(changed_sources))
-    desk.domectl("set", "pan", 123450)
-    with ManagerOf(desk) as manager:
-        answer = manager.get(f"{ORVEX}.1.1.10.0")
-        assert (answer.error_status, answer.bindings[0].value) == (ber.NO_ERROR, 12345)
-        assert manager.set_integer(f"{ORVEX}.1.1.10.0", 1).error_status == ber.NOT_WRITABLE
-        desk.domectl("fault", "pan", "fail")
-        assert manager.get(f"{ORVEX}.1.1.10.0").error_status == ber.GEN_ERR
+def test_the_pages_changes_make_an_object_and_what_is_missing_is_named(tmp_path):
+    sources = Sources(tmp_path / "sources")
+    table, function, tree, unit_test = sources.changes
+    sources.change(table)
+    worked, said = sources.make("orvexsnmp")
+    assert not worked and "undefined reference to `handle_assemblyId(" in said, said
+
+    worked, said = sources.agent_tests("test_documentation.py", "-k", "table_of_objects")
+    assert not worked and "| `assemblyId` |" in said, said
+    (command,) = re.findall(r"^    \$ (orvexsnmp/.*)$", sources.page, re.MULTILINE)
+    subprocess.run(command.split(), cwd=sources.folder, check=True)
+
+    sources.change(function)
+    worked, said = sources.make("orvexsnmp")
+    assert worked, said
+    worked, said = sources.agent_tests("test_tree.py", "-k", "walk")
+    assert not worked and f"{ORVEX}.1.1.10.0" in said, said
+
+    sources.change(tree)
+    worked, said = sources.agent_tests("test_tree.py", "test_mibs.py", "test_documentation.py", "-k",
+                                       "not another_enterprise_number and not documented_commands and not page_shows")
+    assert worked, said
+
+    sources.change(unit_test)
+    worked, said = sources.make("unit-tests")
+    assert worked, said
+    passed = subprocess.run([sources.build / "bin" / "unit-tests", "--gtest_filter=*assemblyId*"], capture_output=True,
+                            text=True)
+    assert passed.returncode == 0 and "[  PASSED  ] 7 tests" in passed.stdout, passed.stdout
 
 
 def test_the_module_is_built_against_another_platform_as_the_page_says(desk, tmp_path):

@@ -181,7 +181,8 @@ def write_code(sections, folder):
         "OrvexSnmpOid": [f"static const {array.replace('OrvexSnmpOid::', '')};\n" for array, _ in arrays],
         "OidArrays": [f"const {array} = {{{parts}}};\n" for array, parts in arrays],
         "ScalarRows": [thing.row() for thing in rows],
-        "Constants": [thing.constant_handler() for thing in constants],
+        "Constants": [thing.constant_handler() for thing in constants if thing.provider],
+        "IdentityConstants": [thing.constant_handler() for thing in constants if not thing.provider],
         "ConstantValues": [f"{{\"{thing.name}\", {thing.constant}}},\n" for thing in objects if thing.is_number],
         **handlers,
     }

@@ -46,8 +46,7 @@ int AnswerText(const char* name, const netsnmp_agent_request_info* info, netsnmp
     return SNMP_ERR_NOERROR;
 }
 
-}  // namespace
-
+// The handlers of constants.
 int AnswerIdentity(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests, int value,
                    const char* line) {
     if (!Begin(name, info, requests)) return SNMP_ERR_GENERR;
@@ -63,6 +62,10 @@ int AnswerIdentity(const char* name, const netsnmp_agent_request_info* info, net
     AnswerOctets(requests, text, std::strlen(text));
     return SNMP_ERR_NOERROR;
 }
+
+}  // namespace
+
+#include "objects/IdentityConstants.inc"
 
 int handle_modelNumber(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
                        netsnmp_request_info* requests) {

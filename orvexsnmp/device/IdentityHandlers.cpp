@@ -46,11 +46,11 @@ int AnswerText(const char* name, const netsnmp_agent_request_info* info, netsnmp
     return SNMP_ERR_NOERROR;
 }
 
-// The handlers of constants.
+// The handlers of constants; `line` as above.
 int AnswerIdentity(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests, int value,
                    const char* line) {
     if (!Begin(name, info, requests)) return SNMP_ERR_GENERR;
-    OrvexSnmpMain::GetLogger()->Information(line, name, value);
+    if (line != nullptr) OrvexSnmpMain::GetLogger()->Information(line, name, value);
     AnswerInteger(requests, value);
     return SNMP_ERR_NOERROR;
 }
@@ -58,7 +58,7 @@ int AnswerIdentity(const char* name, const netsnmp_agent_request_info* info, net
 int AnswerIdentity(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests,
                    const char* text, const char* line) {
     if (!Begin(name, info, requests)) return SNMP_ERR_GENERR;
-    OrvexSnmpMain::GetLogger()->Information(line, name, text);
+    if (line != nullptr) OrvexSnmpMain::GetLogger()->Information(line, name, text);
     AnswerOctets(requests, text, std::strlen(text));
     return SNMP_ERR_NOERROR;
 }

@@ -1,5 +1,7 @@
 """SETs of several bindings, some of which no manager should send."""
 
+import pytest
+
 import ber
 from expected_tree import OID
 
@@ -28,3 +30,13 @@ def test_a_second_binding_that_is_refused_keeps_the_first_from_acting(camera, ma
     answer = manager.set((zoom, ber.OCTET_STRING, bytes.fromhex("02008000")), (equipped, ber.INTEGER, b"\x01"))
     assert (answer.error_status, answer.error_index) == (ber.WRONG_TYPE, 2)
     assert not any(call["call"] == "SetMagnificationThousandthsX" for call in camera.calls())
+
+
+@pytest.mark.parametrize("refused_first", [False, True])
+def test_a_command_that_is_refused_keeps_no_other_from_acting(camera, manager, refused_first):
+    """Commands are checked when they are carried out; the answer does not say which of them was refused."""
+    refused, moved = (OID["positionPan"], "07000000"), (OID["positionZoomLens"], "02004000")
+    pair = [refused, moved] if refused_first else [moved, refused]
+    answer = manager.set(*[(name, ber.OCTET_STRING, bytes.fromhex(command)) for name, command in pair])
+    assert (answer.error_status, answer.error_index) == (ber.GEN_ERR, 0)
+    assert [call["call"] for call in camera.calls() if call["call"].startswith("Set")] == ["SetMagnificationThousandthsX"]

@@ -4,6 +4,7 @@
 #include "tavos/core/Logger.h"
 
 void ApplyFixedLogging() {
+    // Fixed: docs/contract.md, fixed-logging.
     tavos::core::Logger::ClearAppenders();
     tavos::core::IniFile fixedSetup;
     fixedSetup.SetValue("log", "log.stdout", "true");

@@ -44,7 +44,9 @@ void AnswerOctets(netsnmp_request_info* requests, const void* octets, std::size_
 void LogReceivedOid(const Logger& logger, LogLevel level, const char* name, const netsnmp_request_info* requests,
                     const char* format) {
     if (!logger.IsEnabled(level)) return;
+    // Fixed: docs/contract.md, range-end-line.
     char* text = nullptr;
+    // See docs/contract.md, oid-text-freed.
     const std::unique_ptr<char, Free> owned(
         OrvexSnmpOid::OidString(requests->range_end, static_cast<std::int32_t>(requests->range_end_len), &text));
     if (owned != nullptr) Log(logger, level, format, name, owned.get());
@@ -62,6 +64,7 @@ int UnknownMode(const Logger& logger, const char* name, const netsnmp_agent_requ
 bool BeginRead(const Logger& logger, const char* name, const netsnmp_agent_request_info* info,
                const netsnmp_request_info* requests, LogLevel entryLevel, LogLevel oidLevel) {
     Log(logger, entryLevel, "%s: Enter.", name);
+    // Fixed: docs/contract.md, timeouts-refuse-sets.
     if (!IsReadMode(info)) {
         UnknownMode(logger, name, info);
         return false;

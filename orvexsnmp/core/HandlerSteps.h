@@ -13,7 +13,7 @@
 /// which every log line begins.
 
 /// The first N octets of a value's buffer, whatever its BER type; octets that the value lacks are 0. An INTEGER's
-/// buffer is a native long.
+/// buffer is a native long. See docs/contract.md, any-type-taken and docs/contract.md, missing-octets-0.
 template <std::size_t N>
 std::array<std::uint8_t, N> ReadOctets(const netsnmp_variable_list& variable) {
     std::array<std::uint8_t, N> octets{};

@@ -52,6 +52,7 @@ template <class T>
 OrvexSnmpBaseProvider<T>::OrvexSnmpBaseProvider() : _logger(tavos::core::Logger::GetLogger("OrvexSnmp")) {
     ApplyFixedLogging();
     if (s_instance != nullptr) {
+        // Fixed: docs/contract.md, duplicate-instance.
         _logger->Error("%s: Duplicate instance, exiting!", "OrvexSnmpBaseProvider");
         throw tavos::osa::Exception("Duplicate Instance");
     }
@@ -63,6 +64,7 @@ void OrvexSnmpBaseProvider<T>::SendTrap(const oid* trapOid, std::size_t trapOidL
     netsnmp_variable_list* list = nullptr;
     snmp_varlist_add_variable(&list, OrvexSnmpOid::oid_snmpTrap, OID_LENGTH(OrvexSnmpOid::oid_snmpTrap), ASN_OBJECT_ID,
                               reinterpret_cast<const u_char*>(trapOid), trapOidLength * sizeof(oid));
+    // Fixed: docs/contract.md, trap-names-itself.
     snmp_varlist_add_variable(&list, trapOid, trapOidLength, ASN_GAUGE, reinterpret_cast<const u_char*>(&value),
                               sizeof value);
     OrvexSnmpTrapSend::GetInstance()->send_v2trap(list);

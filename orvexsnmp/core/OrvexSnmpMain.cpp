@@ -39,11 +39,13 @@ namespace {
 constexpr auto kName = "init_orvexsnmp";
 
 // Set by deinit_orvexsnmp: what the start has made waits for the next init_orvexsnmp.
+// See docs/contract.md, unload-path.
 bool s_unloaded = false;
 
 int RegisterEverything(const Logger& logger) {
     BeginGuardedStart();
     ApplySensorAvailability();
+    // Fixed: docs/contract.md, refused-registration.
     if (RegisterScalars() != 0) return -1;
     OrvexSnmpAlarm::GetInstance()->init_alarmTable(false);
     OrvexSnmpRelay::GetInstance()->init_relayTable(false);

@@ -7,6 +7,7 @@
 
 OrvexSnmpOid::OrvexSnmpOid(const oid* source, std::int32_t count)
     : _name(static_cast<oid*>(std::malloc(static_cast<std::size_t>(count) * sizeof(oid)))), _length(count) {
+    // Fixed: docs/contract.md, oid-copies-bytes.
     if (_name != nullptr && count > 0) std::memcpy(_name, source, static_cast<std::size_t>(count));
 }
 

@@ -29,7 +29,7 @@ public:
     static const oid oid_alarm[10];
     static const oid oid_relay[10];
 
-    static const oid oid_globalSetIDParameter[13];  ///< NTCIP 1201, not served
+    static const oid oid_globalSetIDParameter[13];  ///< NTCIP 1201, not served (docs/contract.md, unused-set-id)
 
     /// snmpTrapOID.0 (RFC 3418), the first binding of every SNMPv2 trap.
     static const oid oid_snmpTrap[11];

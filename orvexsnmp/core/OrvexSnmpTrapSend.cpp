@@ -17,6 +17,7 @@ namespace {
 
 /// Traps, one byte each in the pipe; it is a pipe's smallest size. A waiting trap takes about 2.4 kB, which the process
 /// does not give back; an event that still waits in the bus takes a quarter of that.
+/// See docs/contract.md, bounded-traps.
 constexpr int kMaxWaiting = 4096;
 
 /// Holds a mutex, also over an exception.
@@ -47,6 +48,7 @@ OrvexSnmpTrapSend::OrvexSnmpTrapSend() : _logger(Logger::GetLogger("OrvexSnmp"))
     OpenPipe();
     WatchPipe();
     static const int watchesForks = pthread_atfork(nullptr, nullptr, [] {
+        // See docs/contract.md, forked-pipe.
         if (s_inChild != nullptr) s_inChild->RenewPipe();
     });
     static_cast<void>(watchesForks);

@@ -30,6 +30,7 @@ void ApplySensorAvailability() {
     int value = 0;
     unsigned char type = 0;
     // -1 is how the power and voltage services say that they have no reading; to a thermometer it is a temperature.
+    // Fixed: docs/contract.md, minus-1-reading.
     const bool power = OrvexSnmpPower::GetInstance()->GetMibIntData(value, type) != -1 && value != -1;
     value = 0;
     const bool voltage = OrvexSnmpVoltage::GetInstance()->GetMibIntData(value, type) != -1 && value != -1;
@@ -39,6 +40,7 @@ void ApplySensorAvailability() {
     EnableRows("temperature", temperature);
     EnableRows("voltage", voltage);
     EnableRows("power", power);
+    // Fixed: docs/contract.md, presets-rule.
     EnableRows("presets", kPresetsAvailable);
 }
 

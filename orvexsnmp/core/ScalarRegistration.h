@@ -30,7 +30,7 @@ void ApplySensorAvailability();
 int RegisterScalars();
 
 /// Registers one object at exactly `objectId`. Returns the agent's answer, 0 for success; the module remembers what
-/// was registered for UnregisterInstances.
+/// was registered for UnregisterInstances. See docs/contract.md, registered-as-instances.
 int RegisterInstance(const char* name, Netsnmp_Node_Handler* handler, const oid* objectId, std::size_t oidLength,
                      int access);
 

@@ -9,7 +9,7 @@
 
 namespace {
 
-// What a text object answers when there is nothing to answer.
+// What a text object answers when there is nothing to answer. Fixed: docs/contract.md, missing-texts.
 struct EmptyRule {
     bool tested;             // an empty text is worth an Error line
     const char* substitute;  // sent instead, null: the empty text is sent
@@ -87,6 +87,7 @@ int handle_serialNumber(netsnmp_mib_handler*, netsnmp_handler_registration*, net
 
 int handle_fwVersion(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
                      netsnmp_request_info* requests) {
+    // Fixed: docs/contract.md, sw-is-fw.
     return AnswerText("handle_fwVersion", info, requests, &OrvexSnmpDevice::GetFwVer,
                       SentAs("Error: Firmware Version not defined"), "%s: fw version = %s");
 }
@@ -99,6 +100,7 @@ int handle_hwVersion(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnm
 
 int handle_moduleMake(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
                       netsnmp_request_info* requests) {
+    // Fixed: docs/contract.md, identity-lines.
     return AnswerText("handle_moduleMake", info, requests, &OrvexSnmpDevice::GetManufacturer, kReportedOnly,
                       "%s: manufactuer = %s");
 }

@@ -57,6 +57,7 @@ OrvexSnmpDevice::OrvexSnmpDevice()
         throw tavos::osa::Exception("Duplicate Instance");
     }
     s_instance = this;
+    // Fixed: docs/contract.md, enter-lines.
     _logger->Trace("%s: Enter.", "OrvexSnmpDevice");
     LoadModelInfo();
     LoadFwVersion();
@@ -147,7 +148,7 @@ void OrvexSnmpDevice::LoadModelInfo() {
     const std::string assembly = myname("w");
     const auto split = assembly.find('-');
     _assyId = assembly.substr(0, split);
-    // Without a "-" the version is the whole text too: npos + 1 is 0.
+    // Without a "-" both are the whole text: npos + 1 is 0. Fixed: docs/contract.md, assembly-without-dash.
     _assyVer = assembly.substr(split + 1);
     _logger->Debug("%s: Read Assembly ID %s", kName, _assyId.c_str());
     _logger->Debug("%s: Read Assembly Version %s", kName, _assyVer.c_str());
@@ -157,7 +158,7 @@ void OrvexSnmpDevice::LoadFwVersion() {
     constexpr auto kName = "LoadFwVersion";
     std::error_code error;
     std::ifstream file;
-    // Nothing else: opening a FIFO would wait for its writer.
+    // See docs/contract.md, version-file.
     if (std::filesystem::is_regular_file(ORVEX_VERSION_FILE, error)) file.open(ORVEX_VERSION_FILE);
     if (!file.is_open()) {
         _logger->Error("%s: could not open %s", kName, ORVEX_VERSION_FILE);
@@ -180,6 +181,7 @@ void OrvexSnmpDevice::LoadModuleVersion() {
         base = _fwVer.substr(0, split);
         build = _fwVer.substr(split + 1, kBuildCharacters);
     }
+    // Fixed: docs/contract.md, module-version-turned.
     _moduleVersion = build + " - v" + base;
 }
 
@@ -196,7 +198,7 @@ void OrvexSnmpDevice::ReloadConfigs() const {
         ApplyConfiguration();
     } catch (const std::exception& e) {
         _logger->Error("Error reloading, invalid configuration");
-        // The agent ends now, and the exception's text is fixed: this is where the reason can be found.
+        // See docs/contract.md, configuration-reason.
         snmp_log(LOG_ERR, "orvexsnmp: invalid configuration: %s\n", e.what());
         throw tavos::osa::Exception("invalid configuration");
     }

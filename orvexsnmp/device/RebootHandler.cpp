@@ -17,7 +17,7 @@ constexpr auto kName = "handle_rebootDevice";
 std::int32_t s_rebootDeviceValue = 0;
 
 // A camera ends before its restart script does. Where it does not, the ended children are collected by an alarm of the
-// agent's, which runs for as long as there is a child.
+// agent's, which runs for as long as there is a child. See docs/contract.md, children-collected.
 std::vector<pid_t> s_children;
 unsigned int s_collector = 0;  // the alarm; 0 is none
 
@@ -76,6 +76,7 @@ int handle_rebootDevice(netsnmp_mib_handler*, netsnmp_handler_registration*, net
             StartRestart(logger);
             break;
         case MODE_SET_UNDO:
+            // Fixed: docs/contract.md, reboot-any-integer.
             s_rebootDeviceValue = 0;
             break;
         case MODE_GET:

@@ -64,6 +64,7 @@ private:
 int CallTableHandlers(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                       netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     if (!MODE_IS_SET(info->mode)) return netsnmp_call_next_handler(handler, registration, info, requests);
+    // See docs/contract.md, column-check.
     const ColumnRequests columns(info, requests);
     return columns.First() == nullptr ? SNMP_ERR_NOERROR
                                       : netsnmp_call_next_handler(handler, registration, info, columns.First());
@@ -185,6 +186,7 @@ void BankTable::AddRows(const BankList& list) {
         if (_stateWritable) netsnmp_mark_row_column_writable(row, kBankStateColumn, 1);
         netsnmp_table_dataset_add_row(_dataSet, row);
     }
+    // Fixed: docs/contract.md, row-without-values.
     if (list.empty()) netsnmp_table_dataset_add_row(_dataSet, NewRow(1));
 }
 
@@ -200,5 +202,6 @@ unsigned RequestedColumn(const netsnmp_request_info& request) {
 
 const BankEntry* RequestedEntry(const BankList& list, const netsnmp_request_info& request) {
     const auto row = RequestedRow(request);
+    // See docs/contract.md, row-0-refused.
     return row >= 1 && row <= list.size() ? &list[row - 1] : nullptr;
 }

@@ -95,6 +95,7 @@ void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines
 /// Rows may therefore only change before that look-up. For this the table puts a handler of its own in front of the
 /// agent's: it calls the owner's BeginTableRequest, which compares the service with the list and may call
 /// ReplaceRows; the owner's handler, called last, then finds Pass() at kBegun or kRefused and does not do so again.
+/// See docs/contract.md, rows-before-look-up.
 class BankTable {
 public:
     /// Where a request for the table stands.
@@ -179,6 +180,7 @@ void FollowService(const tavos::core::Logger& logger, const BankCountLines& line
     int count = 0;
     const bool counted = getCount(count) == 0;
     logger.Information(lines.size, lines.name);
+    // See docs/contract.md, count-unread; fixed: docs/contract.md, same-total-unnoticed.
     if (!counted || static_cast<int>(list.size()) == count) return;
     if (!IsTaken(logger, lines.name, "the number of rows", count, kMaxRows)) return;
     logger.Information(lines.update, lines.name);
@@ -202,6 +204,7 @@ int AnswerCell(const tavos::core::Logger& logger, const char* name, netsnmp_requ
         case kBankStateColumn:
             AnswerInteger(request, readState(bank, id));
             return SNMP_ERR_NOERROR;
+        // Fixed: docs/contract.md, column-4.
         case kUnusedColumn:
             return SNMP_ERR_NOERROR;
         default:

@@ -10,6 +10,7 @@ constexpr std::uint8_t kInputAlarm1 = 0x01;
 
 constexpr auto kTableHandler = "handle_alarmStates";
 
+// Fixed: docs/contract.md, one-attempt.
 constexpr BankListLines kListLines = {
     "CreateAlarmTable",
     "%s: Alarm bankNames size is %d",
@@ -31,6 +32,7 @@ OrvexSnmpAlarm::OrvexSnmpAlarm(tavos::msgbus::MsgBus& bus) : _table(*this, "alar
     _logger->Trace("%s: Enter", "OrvexSnmpAlarm");
     _client.reset(tavos::interfaces::IAlarmV3Provider::CreateClient(&bus));
     _logger->Trace("%s: making new alarm table", "OrvexSnmpAlarm");
+    // Fixed: docs/contract.md, enter-lines.
     _logger->Information("%s: Done.", "OrvexSnmpAlarm");
 }
 
@@ -62,6 +64,7 @@ void OrvexSnmpAlarm::CreateAlarmTable(bool update) {
 int OrvexSnmpAlarm::init_alarmTable(bool update) {
     _logger->Information("%s: Enter. update=%d\n", "init_alarmTable", update ? 1 : 0);
     CreateAlarmTable(update);
+    // Fixed: docs/contract.md, table-logs.
     if (update) snmp_log(LOG_DEBUG, "init_alarmTable deleting table to make new one\n");
     snmp_log(LOG_DEBUG, "init_alarmTable making new table\n");
     _table.Create();
@@ -87,12 +90,14 @@ bool OrvexSnmpAlarm::BeginTableRequest(netsnmp_agent_request_info* info, netsnmp
     if (!BeginRead(*_logger, kTableHandler, info, requests)) return false;
     FollowService(
         *_logger, kCountLines, _list, [this](int& count) { return GetAlarmCount(count); },
+        // Fixed: docs/contract.md, rebuilt-states-0.
         [this] { init_alarmTable(true); });
     return true;
 }
 
 int OrvexSnmpAlarm::ReadCell(const std::string& bank, int id) const {
     bool state = false;
+    // Fixed: docs/contract.md, state-unread-is-0.
     if (GetAlarmState(bank, id, state) != 0) return 0;
     const int value = state ? 1 : 0;
     _logger->Information("%s bankname=%s: bankvalue=%d, state=%d", kTableHandler, bank.c_str(), id, value);
@@ -106,9 +111,9 @@ int OrvexSnmpAlarm::handle_alarmStates(netsnmp_mib_handler*, netsnmp_handler_reg
     if (pass == BankTable::PassState::kRefused) return SNMP_ERR_GENERR;
     if (pass == BankTable::PassState::kOutside && !alarm.BeginTableRequest(info, requests)) return SNMP_ERR_GENERR;
 
-    // Only the first request with a row of the list is answered here; the others keep what the agent's data set has
-    // put into them from its stored rows.
+    // Fixed: docs/contract.md, alarm-first-cell.
     for (auto* request = requests; request != nullptr; request = request->next) {
+        // See docs/contract.md, already-answered.
         if (request->processed) continue;
         const auto* entry = RequestedEntry(alarm._list, *request);
         if (entry == nullptr) continue;
@@ -138,6 +143,7 @@ int OrvexSnmpAlarm::handle_inputStatus(netsnmp_mib_handler*, netsnmp_handler_reg
     } else {
         logger.Error("%s: GetAlarmState(%s,0,%s)returned with exception", kName, kBank.c_str(), TruthWord(state));
     }
+    // Fixed: docs/contract.md, input-words.
     logger.Information("%s bankname=%s: bankvalue=%d, state=%s", kName, kBank.c_str(), kInput, state ? "1" : "0:");
     AnswerOctets(requests, &octet, sizeof octet);
     return SNMP_ERR_NOERROR;

@@ -20,6 +20,7 @@ public:
     int GetAlarmCount(int& count) const;
     int GetAlarmState(const std::string& bank, int alarmId, bool& state) const;
 
+    // Fixed: docs/contract.md, unused-operations.
     /// The table's rows, in row order.
     BankList* GetAlarmTableVar() { return &_list; }
 

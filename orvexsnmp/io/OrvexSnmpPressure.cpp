@@ -29,9 +29,10 @@ int OrvexSnmpPressure::handle_alarmStatus(netsnmp_mib_handler*, netsnmp_handler_
     const auto& pressure = *GetInstance();
     const auto& logger = pressure.GetLogger();
     if (!BeginRead(logger, kName, info, requests)) return SNMP_ERR_GENERR;
-    // All clear when it cannot be read: no earlier state is kept.
+    // Fixed: docs/contract.md, state-unread-is-0.
     bool state = false;
     pressure.GetAlarmState(state);
+    // Fixed: docs/contract.md, alarm-temp.
     logger.Information("%s: alarmTemp=%s", kName, TruthWord(state));
     const std::uint8_t octet = state ? kPressureAlarm : 0;
     AnswerOctets(requests, &octet, sizeof octet);

@@ -12,10 +12,11 @@ constexpr int kRelay = 0;
 constexpr std::uint8_t kOutputStatus1 = 0x01;
 constexpr std::uint8_t kControlSelect = 0x01;    // outputControl, octet 0: relay 0 is meant
 constexpr std::uint8_t kControlEnergise = 0x80;  // outputControl, octet 1: its new state
-constexpr int kEnergise = 1;                     // any other value of a table cell releases
+constexpr int kEnergise = 1;                     // fixed: docs/contract.md, relay-only-1
 
 constexpr auto kTableHandler = "handle_relayStates";
 
+// Fixed: docs/contract.md, one-attempt.
 constexpr BankListLines kListLines = {
     "CreateRelayTable",
     "%s: Relay bankNames size is %d",
@@ -31,7 +32,7 @@ constexpr BankCountLines kCountLines = {
     "%s: Updating relayTable...",
 };
 
-// The row that the SET in hand addresses. One only: of several rows in a request the last one stays.
+// The row that the SET in hand addresses, one only. Fixed: docs/contract.md, relay-last-row.
 struct PendingRelaySet {
     std::string bank;
     int relayId = 0;
@@ -135,7 +136,7 @@ int OrvexSnmpRelay::ReadCell(const std::string& bank, int id) const {
     return GetRelayState(bank, id, state) == 0 && state ? 1 : 0;
 }
 
-// 0, or -1 for a call that failed; the line is the same for both calls.
+// 0, or -1 for a call that failed. Fixed: docs/contract.md, relay-words.
 int OrvexSnmpRelay::Drive(const char* name, const std::string& bank, int relayId, bool energise) const {
     const int result = energise ? SetRelay(bank, relayId, kEnergise) : ClearRelay(bank, relayId);
     if (result == -1) _logger->Information("%s: SetRelay returned with exception", name);
@@ -166,8 +167,9 @@ int OrvexSnmpRelay::RefusalOfMissingRow(const netsnmp_agent_request_info* info, 
 }
 
 // The refreshed list may be shorter than the one in which the row was found, or empty where the service has failed.
-// Such a SET must not go on: it would drive the relay of an earlier one.
+// Such a SET must not go on: it would drive the relay of an earlier one. See docs/contract.md, relay-guard.
 int OrvexSnmpRelay::RememberRow(netsnmp_agent_request_info* info, netsnmp_request_info* request) {
+    // Fixed: docs/contract.md, relay-set-asks-all.
     CreateRelayTable(false);
     const auto* entry = RequestedEntry(_list, *request);
     if (entry == nullptr) {
@@ -211,7 +213,7 @@ int OrvexSnmpRelay::HandleCell(netsnmp_agent_request_info* info, netsnmp_request
         case MODE_SET_FREE:
             return SNMP_ERR_NOERROR;
         case MODE_SET_UNDO:
-            // Only what is remembered: the relay is not driven back.
+            // Fixed: docs/contract.md, relay-undo.
             s_pending.newValue = s_pending.oldState;
             _logger->Information("%s: newRelayState in MODE_SET_UNDO is %d", kTableHandler, s_pending.newValue);
             return SNMP_ERR_NOERROR;
@@ -279,9 +281,10 @@ int OrvexSnmpRelay::handle_outputStatus(netsnmp_mib_handler*, netsnmp_handler_re
 }
 
 int OrvexSnmpRelay::CommitControl(const char* name, netsnmp_request_info* requests) {
-    // Remembered before the relay is driven, so that an undo after a failure gives the new value back.
+    // Fixed: docs/contract.md, output-undo.
     _committedControl = _control;
     const auto received = ReadOctets<2>(*requests->requestvb);
+    // Fixed: docs/contract.md, output-unselected.
     if ((received[0] & kControlSelect) != 0 &&
         Drive(name, kBank, kRelay, (received[1] & kControlEnergise) != 0) == -1) {
         return SNMP_ERR_GENERR;

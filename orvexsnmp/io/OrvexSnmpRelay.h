@@ -24,6 +24,7 @@ public:
     int SetRelay(const std::string& bank, int relayId, int value) const;
     int ClearRelay(const std::string& bank, int relayId) const;
 
+    // Fixed: docs/contract.md, unused-operations.
     /// The table's rows, in row order.
     BankList* GetRelayTableVar() { return &_list; }
 

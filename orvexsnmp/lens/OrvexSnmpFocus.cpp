@@ -84,6 +84,7 @@ int OrvexSnmpFocus::SetAutoFocusEnabled(bool enabled) const {
 int OrvexSnmpFocus::GetAutoFocusEnabled(bool& enabled) const {
     constexpr auto kName = "GetAutoFocusEnabled";
     return PlatformCall(*_logger, kName, "Exception while _settings.GetValue", [&] {
+        // Fixed: docs/contract.md, auto-focus-mode.
         const std::string mode = _settings.GetValue(kModeKey);
         const bool automatic = mode != kModeManual;
         _logger->Information("%s: _settings.GetValue([Imaging/Focus/AutoFocus]Mode) = %s,%d", kName, mode.c_str(),
@@ -154,7 +155,7 @@ int OrvexSnmpFocus::ScaleValues(std::uint32_t value, std::uint32_t inMin, std::u
     return ScaleLinearly(value, inMin, inMax, outMin, outMax);
 }
 
-// A move toward one end of the range; a later stop holds the position read at that moment.
+// Fixed: docs/contract.md, focus-continuous.
 int OrvexSnmpFocus::CommitContinuous(const PositionCommand& command) const {
     int result = SNMP_ERR_NOERROR;
     if (SpeedInRange(*_logger, kHandler, command.speed)) {
@@ -162,6 +163,7 @@ int OrvexSnmpFocus::CommitContinuous(const PositionCommand& command) const {
     } else {
         result = SNMP_ERR_GENERR;
     }
+    // Fixed: docs/contract.md, continuous-line.
     _logger->Information("%s: continuous focus=%d, speed=%d", kHandler, command.mode, command.speed);
     return result;
 }
@@ -170,6 +172,7 @@ int OrvexSnmpFocus::Commit(const PositionCommand& command, double current) const
     switch (command.mode) {
         case PositionCommand::kStop:
             return StopCommand(*_logger, kHandler, command, "%s: stop focus (%d)", "%s: stop focus speed not zero(%d)",
+                               // Fixed: docs/contract.md, focus-stop.
                                [&] { SetPosition(current); });
         case PositionCommand::kDelta: {
             _logger->Information("%s: delta focus (%d)", kHandler, command.mode);
@@ -189,7 +192,7 @@ int OrvexSnmpFocus::Commit(const PositionCommand& command, double current) const
         case PositionCommand::kContinuous:
             return CommitContinuous(command);
         default:
-            // The speed, not the mode.
+            // Fixed: docs/contract.md, unknown-mode-line.
             _logger->Error("%s: unknown focus mode (%d)", kHandler, command.speed);
             return SNMP_ERR_GENERR;
     }
@@ -202,6 +205,7 @@ int OrvexSnmpFocus::handle_positionFocusLens(netsnmp_mib_handler*, netsnmp_handl
     return HandlePosition(
         kHandler, focus.GetLogger(), focus._lastFocus, info, requests,
         [&](const PositionCommand&) {
+            // Fixed: docs/contract.md, focus-reads-first.
             if (focus.GetPosition(current) != 0) return;
             focus.GetLogger().Information("%s: current focus position %0.2f", kHandler, current);
         },
@@ -228,6 +232,7 @@ int OrvexSnmpFocus::handle_systemLensFeatureControl(netsnmp_mib_handler*, netsnm
     logger.Information("%s: last=%02x %02x", kName, focus._lastControl[0], focus._lastControl[1]);
     if (info->mode == MODE_SET_COMMIT) {
         focus._lastControl = ReadOctets<2>(*requests->requestvb);
+        // Fixed: docs/contract.md, lens-control-no-error.
         focus.ApplyFeatureControl();
     } else if (info->mode == MODE_GET) {
         AnswerOctets(requests, focus._lastControl);
@@ -268,6 +273,7 @@ int OrvexSnmpFocus::handle_systemLensEquipped(netsnmp_mib_handler*, netsnmp_hand
         const auto received = ReadOctets<4>(*requests->requestvb);
         if ((received[0] & ~kAutoFocus) == 0) {
             focus._equipped = received[0];
+            // Fixed: docs/contract.md, lens-equipped-four.
             AnswerOctets(requests, received);
         } else {
             result = SNMP_ERR_GENERR;

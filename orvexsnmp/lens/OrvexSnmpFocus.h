@@ -21,6 +21,7 @@ public:
     explicit OrvexSnmpFocus(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpFocus() override;
 
+    // Fixed: docs/contract.md, unused-operations.
     // The services' operations. 0, or -1 for a call that failed; outputs are written on success only.
     int SetAutoIrisEnabled(bool enabled) const;
     int GetAutoIrisEnabled(bool& enabled) const;

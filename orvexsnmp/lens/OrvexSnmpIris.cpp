@@ -7,7 +7,7 @@ namespace {
 
 constexpr auto kHandler = "handle_positionIrisLens";
 
-// The log shows octets 2 and 3 the other way round than they are decoded.
+// Fixed: docs/contract.md, iris-lines.
 unsigned LittleEndianPosition(const std::array<std::uint8_t, 4>& octets) {
     return static_cast<unsigned>(octets[3] << 8 | octets[2]);
 }
@@ -40,11 +40,12 @@ void OrvexSnmpIris::LogCommand(const PositionCommand& command) const {
 int OrvexSnmpIris::CommitContinuous(const PositionCommand& command) const {
     int result = SNMP_ERR_NOERROR;
     if (SpeedInRange(*_logger, kHandler, command.speed)) {
-        // The reverse of the zoom's rule.
+        // Fixed: docs/contract.md, iris-sign.
         MoveIris(command.speed < 0 ? 1 : -1);
     } else {
         result = SNMP_ERR_GENERR;
     }
+    // Fixed: docs/contract.md, continuous-line.
     _logger->Information("%s: continuous iris=%d, speed=%d", kHandler, command.mode, command.speed);
     return result;
 }
@@ -55,6 +56,7 @@ int OrvexSnmpIris::Commit(const PositionCommand& command) const {
             return StopCommand(*_logger, kHandler, command, "%s: stop iris (%d)", "%s: stop iris speed not zero(%d)",
                                [this] { MoveIris(0); });
         case PositionCommand::kDelta:
+            // Fixed: docs/contract.md, iris-not-implemented.
             _logger->Error("%s: delta iris (%d), NOT IMPLEMENTED", kHandler, command.mode);
             return SNMP_ERR_NOERROR;
         case PositionCommand::kAbsolute:
@@ -63,7 +65,7 @@ int OrvexSnmpIris::Commit(const PositionCommand& command) const {
         case PositionCommand::kContinuous:
             return CommitContinuous(command);
         default:
-            // The speed, not the mode.
+            // Fixed: docs/contract.md, unknown-mode-line.
             _logger->Error("%s: unknown iris mode (%d)", kHandler, command.speed);
             return SNMP_ERR_GENERR;
     }

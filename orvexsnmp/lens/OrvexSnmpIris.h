@@ -19,6 +19,7 @@ public:
 
     /// The four octets of the last command, as received.
     int GetLastIris() const { return static_cast<int>(_lastIris); }
+    // Fixed: docs/contract.md, unused-operations.
     void SetLastIris(int last) { _lastIris = static_cast<std::uint32_t>(last); }
 
     /// -1, 0 (stop) or +1. Returns 0, or -1 for a call that failed.

@@ -5,6 +5,7 @@ namespace {
 // The reserve phase of the two writable objects. The line is logged for the right type too.
 void CheckOctetString(const tavos::core::Logger& logger, const char* name, netsnmp_agent_request_info* info,
                       netsnmp_request_info* requests) {
+    // Fixed: docs/contract.md, wrong-type-line.
     logger.Information("%s: Wrong type, must be octet string...", name);
     if (requests->requestvb->type != ASN_OCTET_STR) netsnmp_set_request_error(info, requests, SNMP_ERR_WRONGTYPE);
 }
@@ -38,6 +39,7 @@ int OrvexSnmpWiper::handle_systemCameraFeatureControl(netsnmp_mib_handler*, nets
         case MODE_GETNEXT:
             break;
         case MODE_SET_COMMIT:
+            // Fixed: docs/contract.md, camera-features-stored.
             wiper._lastControl = ReadOctets<2>(*requests->requestvb);
             break;
         case MODE_GET:
@@ -68,7 +70,7 @@ int OrvexSnmpWiper::handle_systemCameraEquipped(netsnmp_mib_handler*, netsnmp_ha
         case MODE_SET_UNDO:
             break;
         case MODE_SET_COMMIT:
-            // Kept and answered from now on, although the manager is told that the SET has failed.
+            // Fixed: docs/contract.md, camera-equipped-refused.
             wiper._equipped = ReadOctets<1>(*requests->requestvb)[0];
             result = SNMP_ERR_GENERR;
             break;

@@ -20,6 +20,7 @@ public:
 #include "objects/OrvexSnmpWiper.inc"
 
 private:
+    // Fixed: docs/contract.md, unused-clients.
     std::unique_ptr<tavos::interfaces::IFanV2Provider> _client;
     std::array<std::uint8_t, 2> _lastControl{};
     std::uint8_t _equipped = 0;

@@ -89,18 +89,19 @@ int OrvexSnmpZoom::ScaleValues(std::uint32_t value, std::uint32_t inMin, std::ui
 
 void OrvexSnmpZoom::CommitDelta(const PositionCommand& command) const {
     _logger->Information("%s: delta zoom (%d)", kHandler, command.mode);
-    // 0 when they cannot be read.
+    // Fixed: docs/contract.md, zoom-unread-is-0.
     unsigned int max = 0;
     unsigned int current = 0;
     GetMaxMagnificationThousandthsX(max);
     GetMagnificationThousandthsX(current);
 
-    // 16 bits, two's complement: the position's own sign counts as well as the speed's.
+    // Fixed: docs/contract.md, zoom-delta-sign.
     const int step = static_cast<std::int16_t>(command.speed < 0 ? -command.position : command.position);
     const std::int64_t ntcipCurrent = ScaleValues(current, kMinMagnification, max, 0, kGreatestZoom);
     const auto target =
         static_cast<int>(std::clamp<std::int64_t>(ntcipCurrent + step, 0, static_cast<std::int64_t>(kGreatestZoom)));
     const int requested = ScaleValues(static_cast<std::uint32_t>(target), 0, kGreatestZoom, kMinMagnification, max);
+    // Fixed: docs/contract.md, zoom-lines.
     _logger->Information("%s: NTCIP zoom cur=%d,req=%d,delta=%f percent, tavos cur=%d,req=%d,max=%d", kHandler, target,
                          command.position, command.position / 65535.0, static_cast<int>(current), requested,
                          static_cast<int>(max));
@@ -130,14 +131,16 @@ int OrvexSnmpZoom::Commit(const PositionCommand& command) const {
             return SNMP_ERR_NOERROR;
         case PositionCommand::kContinuous: {
             if (!SpeedInRange(*_logger, kHandler, command.speed)) return kRefusedAtOnce;
+            // Fixed: docs/contract.md, zoom-continuous-0.
             const bool out = command.speed < 0;
             ZoomRelative(out ? -1 : 1);
+            // Fixed: docs/contract.md, continuous-line.
             _logger->Information("%s: continuous zoom=%d, direction=%s", kHandler, command.mode,
                                  out ? "ZoomOut" : "ZoomIn");
             return SNMP_ERR_NOERROR;
         }
         default:
-            // The speed, not the mode.
+            // Fixed: docs/contract.md, unknown-mode-line.
             _logger->Error("%s: unknown zoom mode (%d)", kHandler, command.speed);
             return SNMP_ERR_GENERR;
     }

@@ -19,6 +19,7 @@ public:
 
     // The service's operations. 0, or -1 for a call that failed; outputs are written on success only.
     int SetMagnificationThousandthsX(unsigned int magnification) const;
+    // Fixed: docs/contract.md, unused-operations.
     int SetMaxMagnificationThousandthsX(unsigned int magnification) const;
     int GetMagnificationThousandthsX(unsigned int& magnification) const;
     int GetMaxMagnificationThousandthsX(unsigned int& magnification) const;

@@ -31,7 +31,7 @@ int PlatformPosition(int position) {
 int Commit(const OrvexSnmpPan& pan, const PositionCommand& command) {
     bool known;
     const int result = CommitAxisCommand(pan, kLines, command, known);
-    // The speed, not the mode.
+    // Fixed: docs/contract.md, unknown-mode-line.
     if (!known) pan.GetLogger().Error("%s: unknown pan mode (%d)", kLines.name, command.speed);
     return result;
 }
@@ -44,7 +44,7 @@ OrvexSnmpPan::OrvexSnmpPan(tavos::msgbus::MsgBus& bus) {
     _logger->Trace("%s: Done.", "OrvexSnmpPan");
 }
 
-// No range check: the pan is endless.
+// Fixed: docs/contract.md, pan-unchecked.
 int OrvexSnmpPan::SetPosition(int position) const {
     constexpr auto kName = "SetPosition";
     return PlatformCall(*_logger, kName, "Exception while SetPosition", [&] {
@@ -62,6 +62,7 @@ int OrvexSnmpPan::SetPositionAtSpeed(int position, int speed) const {
     return GuardedCall(*_logger, kName, "Exception while SetPositionAtSpeed", [&] {
         const int target = PlatformPosition(position);
         _client->SetPositionAtSpeed(target, tavosSpeed, kTimeLimit);
+        // Fixed: docs/contract.md, axis-success-line.
         _logger->Information("%s: SetPositionAtSpeed(%d,%f,300)", kName, target, tavosSpeed);
     });
 }
@@ -102,6 +103,7 @@ int OrvexSnmpPan::handle_rangeTrueNorthOffset(netsnmp_mib_handler*, netsnmp_hand
     constexpr auto kName = "handle_rangeTrueNorthOffset";
     const auto& logger = GetInstance()->GetLogger();
     auto* variable = requests->requestvb;
+    // Fixed: docs/contract.md, true-north-lines.
     logger.Debug("%s: Enter.", kName);
     int result = SNMP_ERR_NOERROR;
     switch (info->mode) {
@@ -114,12 +116,13 @@ int OrvexSnmpPan::handle_rangeTrueNorthOffset(netsnmp_mib_handler*, netsnmp_hand
         case MODE_SET_RESERVE2:
             if (const auto value = ReadInteger(*variable); value != 0 && value != kNoNorth) {
                 logger.Error("%s: true north offset can only be 0 or 65535", kName);
-                // The manager sees the mark, the agent's chain the result; they differ.
+                // Fixed: docs/contract.md, true-north-two-errors.
                 netsnmp_set_request_error(info, requests, SNMP_ERR_WRONGVALUE);
                 result = SNMP_ERR_GENERR;
             }
             break;
         case MODE_SET_ACTION:
+            // Fixed: docs/contract.md, true-north-not-undone.
             s_trueNorthOffset = ReadInteger(*variable);
             break;
         case MODE_SET_COMMIT:

@@ -23,9 +23,11 @@ public:
     int SetPosition(int position) const;
     int SetPositionAtSpeed(int position, int speed) const;
     int GetPosition(unsigned int& position) const;  ///< platform units
+    // Fixed: docs/contract.md, limits-of-0.
     int GetMinPosition(unsigned int& limit) const;
     int GetMaxPosition(unsigned int& limit) const;
     int SetRelativeVelocity(int speed) const;
+    // Fixed: docs/contract.md, unused-operations.
     int GetRelativeVelocity(double& velocity) const;
 
     // The handlers of its objects.

@@ -10,7 +10,7 @@ namespace {
 constexpr std::int32_t kGotoValue = 0;
 constexpr std::int32_t kStoreValue = 0;
 
-// Whatever the mode, a phase of a SET included.
+// Fixed: docs/contract.md, presets-do-nothing.
 int AnswerAlways(const char* name, netsnmp_request_info* requests, std::int32_t value) {
     const auto& logger = OrvexSnmpPresets::GetInstance()->GetLogger();
     logger.Trace("%s: Enter.", name);
@@ -34,6 +34,7 @@ OrvexSnmpPresets::~OrvexSnmpPresets() {
     _clientV2.reset();
 }
 
+// Fixed: docs/contract.md, preset-lines.
 int OrvexSnmpPresets::GetMaxPresets(unsigned int& count) const {
     constexpr auto kName = "GetMaxPresets";
     return PlatformCall(*_logger, kName, "Exception while GetMaxPresets", [&] {

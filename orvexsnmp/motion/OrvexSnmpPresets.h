@@ -22,6 +22,7 @@ public:
 #include "objects/OrvexSnmpPresets.inc"
 
 private:
+    // Fixed: docs/contract.md, unused-clients.
     std::unique_ptr<tavos::interfaces::IPresetsProvider> _client;
     std::unique_ptr<tavos::interfaces::IPresetsV2Provider> _clientV2;
 };

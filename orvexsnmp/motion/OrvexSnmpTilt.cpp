@@ -25,7 +25,7 @@ int Commit(const OrvexSnmpTilt& tilt, const PositionCommand& command) {
     return result;
 }
 
-// The second quadrant repeats the first; it is not its mirror image.
+// Fixed: docs/contract.md, tilt-second-quadrant.
 int SignedAngle(int position) {
     if (position <= 8999) return position;
     if (position <= 17999) return position - 9000;
@@ -71,7 +71,7 @@ int OrvexSnmpTilt::SetPositionAtSpeed(int position, int speed) const {
     if (!MapPosition(kName, position, target)) return -1;
     return GuardedCall(*_logger, kName, "Exception while SetPositionAtSpeed", [&] {
         _client->SetPositionAtSpeed(target, tavosSpeed, kTimeLimit);
-        // The NTCIP position, not the platform's.
+        // Fixed: docs/contract.md, axis-success-line.
         _logger->Information("%s: SetPositionAtSpeed(%d,%f, 300)", kName, position, tavosSpeed);
     });
 }

@@ -24,7 +24,9 @@ public:
     int SetPositionAtSpeed(int position, int speed) const;
     int GetPosition(unsigned int& position) const;  ///< platform units, the 32 bits of a signed angle
     int SetRelativeVelocity(int speed) const;
+    // Fixed: docs/contract.md, unused-operations.
     int GetRelativeVelocity(double& velocity) const;
+    // Fixed: docs/contract.md, limits-of-0.
     int GetMinPosition(int& limit) const;
     int GetMaxPosition(int& limit) const;
 

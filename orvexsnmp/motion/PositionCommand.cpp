@@ -19,6 +19,7 @@ PositionCommand::PositionCommand(const std::array<std::uint8_t, 4>& received)
       position(BigEndian(received[2], received[3])) {}
 
 bool SpeedInRange(const tavos::core::Logger& logger, const char* name, int speed) {
+    // Fixed: docs/contract.md, speed-minus-128.
     if (speed != -128) return true;
     logger.Information("%s: NTCIP speed %d outside range of -127 to +127", name, speed);
     return false;

@@ -59,6 +59,7 @@ constexpr int kRefusedAtOnce = -1;
 /// The handler of a motion object. Everything happens in the commit phase; GET answers the last command received
 /// there, valid or not. `before` is called with the command on every request, whatever its mode; `commit` acts on it
 /// and returns an SNMP error or kRefusedAtOnce. `last` holds the four octets as they arrived.
+/// Fixed: docs/contract.md, checked-in-commit.
 template <class Before, class Commit>
 int HandlePosition(const char* name, const tavos::core::Logger& logger, std::uint32_t& last,
                    const netsnmp_agent_request_info* info, netsnmp_request_info* requests, Before&& before,
@@ -70,7 +71,7 @@ int HandlePosition(const char* name, const tavos::core::Logger& logger, std::uin
 
     int result = SNMP_ERR_NOERROR;
     if (info->mode == MODE_SET_COMMIT) {
-        // Remembered before anything is checked.
+        // Fixed: docs/contract.md, rejected-command-stored.
         std::memcpy(&last, command.octets.data(), sizeof last);
         result = commit(command);
         if (result == kRefusedAtOnce) return SNMP_ERR_GENERR;
@@ -100,10 +101,12 @@ struct AxisLines {
 template <class Axis>
 int DeltaTarget(const Axis& axis, const AxisLines& lines, const PositionCommand& command, unsigned current) {
     const unsigned base = current / kPlatformUnits;
+    // Fixed: docs/contract.md, tilt-delta-unmapped.
     const bool forward = command.speed >= 0;
     const unsigned target = forward ? base + command.position : base - command.position;
     axis.GetLogger().Information(forward ? lines.deltaForward : lines.deltaBackward, lines.name, command.speed,
                                  static_cast<int>(target));
+    // Fixed: docs/contract.md, delta-across-zero.
     return static_cast<int>(target > kGreatestPosition ? target - kTurn : target);
 }
 
@@ -113,6 +116,7 @@ template <class Axis>
 int CommitAxisCommand(const Axis& axis, const AxisLines& lines, const PositionCommand& command, bool& known) {
     const auto& logger = axis.GetLogger();
     known = true;
+    // Fixed: docs/contract.md, failed-service-no-error.
     switch (command.mode) {
         case PositionCommand::kStop:
             return StopCommand(logger, lines.name, command, lines.stop, lines.stopSpeed,
@@ -120,7 +124,9 @@ int CommitAxisCommand(const Axis& axis, const AxisLines& lines, const PositionCo
         case PositionCommand::kDelta: {
             logger.Information(lines.delta, lines.name, command.mode);
             unsigned current = 0;
+            // Fixed: docs/contract.md, delta-without-position.
             if (axis.GetPosition(current) != 0) return SNMP_ERR_NOERROR;
+            // Fixed: docs/contract.md, delta-speed-sign.
             axis.SetPositionAtSpeed(DeltaTarget(axis, lines, command, current), command.speed);
             return SNMP_ERR_NOERROR;
         }
@@ -133,6 +139,7 @@ int CommitAxisCommand(const Axis& axis, const AxisLines& lines, const PositionCo
             axis.SetPositionAtSpeed(command.position, command.speed);
             return SNMP_ERR_NOERROR;
         case PositionCommand::kContinuous:
+            // Fixed: docs/contract.md, continuous-line.
             logger.Information(lines.continuous, lines.name, command.mode, command.speed);
             axis.SetRelativeVelocity(command.speed);
             return SNMP_ERR_NOERROR;

@@ -13,7 +13,7 @@ int OrvexSnmpPower::GetMibIntData(int& value, unsigned char& type) const {
     constexpr auto kName = "GetMibIntData";
     type = ASN_INTEGER;
     _logger->Trace("%s: Enter.", kName);
-    // No exit trace here.
+    // Fixed: docs/contract.md, sensor-lines.
     return CaughtCall(*_logger, kName, "%s: Exception in GetPowerStatus call", [&] {
         const int reading = _client->GetPowerStatus();
         _logger->Information("%s: GetPowerStatus returned %d.", kName, reading);

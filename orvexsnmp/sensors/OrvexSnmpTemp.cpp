@@ -17,6 +17,7 @@ OrvexSnmpTemp::OrvexSnmpTemp(tavos::msgbus::MsgBus& bus) {
 
 int OrvexSnmpTemp::GetMibIntData(int& value, unsigned char& type) const {
     constexpr auto kName = "GetMibIntData";
+    // Fixed: docs/contract.md, gauge-of-celsius.
     type = ASN_GAUGE;
     return PlatformCall(*_logger, kName, "Exception while GetTemperatureDegreesCelsius", [&] {
         const int reading = _client->GetTemperatureDegreesCelsius(kSensor);
@@ -26,6 +27,7 @@ int OrvexSnmpTemp::GetMibIntData(int& value, unsigned char& type) const {
 }
 
 void OrvexSnmpTemp::SendTemperatureTrap(int sensor, int degrees) {
+    // Fixed: docs/contract.md, sensor-0-only.
     if (sensor != kSensor) {
         _logger->Error("%s: Temp Change on sensor %d, only sensor 0 supported", "SendTemperatureTrap", sensor);
         return;

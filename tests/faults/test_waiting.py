@@ -188,3 +188,17 @@ def test_a_flood_neither_fills_the_agent_nor_stops_it(undisturbed, started, figu
         assert SANITIZED or after.highest - before.resident < GROWTH
         assert max(waits) < REQUEST + SPARE
         await_until(lambda: manager.get(OID["voltage"]).error_status == ber.NO_ERROR, "the agent answers")
+
+
+@pytest.mark.slow
+@pytest.mark.alone
+def test_a_flood_does_not_fill_the_desk_camera(started, figure):
+    dome = started.processes["dome"].pid
+    with Service(started.state / "bus.sock", "Flood1") as flood, ManagerOf(started) as manager:
+        before = footprint(dome)
+        sent = flood.flood(flood.connections_of(dome), times(3, 30))
+        await_until(lambda: manager.get(OID["voltage"]).error_status == ber.NO_ERROR, "the camera answers")
+        after = footprint(dome)
+        figure(f"{sent / 1e6:.0f} MB of foreign calls: {after.highest - before.resident} kB larger at most")
+        assert sent > 20_000_000
+        assert SANITIZED or after.highest - before.resident < GROWTH

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes from objects.toml what else names the scalar objects.
 
-objects.py code FOLDER          the C++ that core/ and the providers include
+objects.py code FOLDER          the C++ that core/, frame/ and the providers include
 objects.py mib TEMPLATE OUTPUT  a MIB: fills the template's lines "@OBJECTS SECTION...@" and "@VARIATIONS SECTION...@",
                                 and "@MEMBERS SECTION...@" within a line
 objects.py page PAGE            writes the rows of docs/objects.md anew, below each "<!-- objects.toml: SECTION... -->"

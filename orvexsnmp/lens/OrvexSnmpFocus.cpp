@@ -4,8 +4,8 @@
 #include <string>
 
 #include "core/PlatformCall.h"
-#include "lens/ScaleValues.h"
-#include "motion/PositionCommand.h"
+#include "position/PositionCommand.h"
+#include "position/ScaleValues.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "lens/OrvexSnmpIris.h"
 
 #include "core/PlatformCall.h"
-#include "motion/PositionCommand.h"
+#include "position/PositionCommand.h"
 
 namespace {
 

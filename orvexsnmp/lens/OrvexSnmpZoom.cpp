@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "core/PlatformCall.h"
-#include "lens/ScaleValues.h"
-#include "motion/PositionCommand.h"
+#include "position/PositionCommand.h"
+#include "position/ScaleValues.h"
 
 namespace {
 

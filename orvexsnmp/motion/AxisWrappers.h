@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/PlatformCall.h"
-#include "motion/PositionCommand.h"
+#include "position/PositionCommand.h"
 #include "tavos/core/Logger.h"
 
 /// The wrappers that pan and tilt have alike; Client is the service interface of the axis. 0, or -1 for a call that

@@ -2,7 +2,7 @@
 
 #include "core/PlatformCall.h"
 #include "motion/AxisWrappers.h"
-#include "motion/PositionCommand.h"
+#include "position/PositionCommand.h"
 
 namespace {
 

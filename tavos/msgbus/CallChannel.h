@@ -7,8 +7,9 @@
 #include <string>
 
 #include "tavos/msgbus/Bus.h"
-#include "tavos/msgbus/Connection.h"
 #include "tavos/msgbus/ForkWatch.h"
+#include "tavos/msgbus/Message.h"
+#include "tavos/msgbus/ServiceAddress.h"
 #include "tavos/msgbus/SilentServices.h"
 #include "tavos/msgbus/WorkTime.h"
 

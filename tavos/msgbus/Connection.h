@@ -7,6 +7,7 @@
 
 #include "tavos/Api.h"
 #include "tavos/msgbus/Message.h"
+#include "tavos/msgbus/ServiceAddress.h"
 
 namespace tavos::msgbus {
 
@@ -15,13 +16,6 @@ class EventThread;
 class Reachability;
 class SilentServices;
 struct EventRecord;
-
-/// Where a service is found on the bus.
-struct ServiceAddress {
-    std::string service;  ///< well-known name
-    std::string path;
-    std::string interface;
-};
 
 /// Delivery of one event, for as long as the object lives. When the destructor has returned, the handler does not run
 /// and never will again; on the event thread itself (in a handler) the destructor does not wait.

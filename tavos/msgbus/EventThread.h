@@ -10,11 +10,14 @@
 #include <vector>
 
 #include "tavos/msgbus/Bus.h"
-#include "tavos/msgbus/Connection.h"
 #include "tavos/msgbus/ForkWatch.h"
+#include "tavos/msgbus/Message.h"
+#include "tavos/msgbus/ServiceAddress.h"
 #include "tavos/msgbus/SilentServices.h"
 
 namespace tavos::msgbus {
+
+class EventThread;
 
 struct EventRecord {
     ServiceAddress from;

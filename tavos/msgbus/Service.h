@@ -10,8 +10,8 @@
 
 #include "tavos/Api.h"
 #include "tavos/core/Event.h"
-#include "tavos/msgbus/Connection.h"
 #include "tavos/msgbus/Message.h"
+#include "tavos/msgbus/ServiceAddress.h"
 #include "tavos/msgbus/ServiceHost.h"
 
 namespace tavos::msgbus {

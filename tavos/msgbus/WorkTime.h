@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tavos/msgbus/Bus.h"
-#include "tavos/msgbus/Connection.h"
+#include "tavos/msgbus/ServiceAddress.h"
 
 namespace tavos::msgbus {
 

@@ -4,10 +4,10 @@
 #include <atomic>
 
 #include "Bytes.h"
-#include "core/OrvexSnmpMain.h"
 #include "core/OrvexSnmpOid.h"
-#include "core/ScalarRegistration.h"
-#include "device/RebootHandler.h"
+#include "frame/OrvexSnmpMain.h"
+#include "frame/RebootHandler.h"
+#include "frame/ScalarRegistration.h"
 #include "motion/OrvexSnmpPan.h"
 #include "support/CameraFolder.h"
 #include "support/FakeAgent.h"

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "core/OrvexSnmpOid.h"
-#include "device/IdentityHandlers.h"
+#include "frame/IdentityHandlers.h"
 #include "support/Opened.h"
 #include "support/Rows.h"
 #include "support/StartedModule.h"

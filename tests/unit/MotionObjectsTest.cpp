@@ -1,6 +1,6 @@
 // What the five motion objects have alike: the four octets, what is remembered and answered, which phase acts. The
 // sweeps try every mode octet with every speed octet.
-#include "motion/PositionCommand.h"
+#include "position/PositionCommand.h"
 #include "support/CameraTest.h"
 
 namespace {

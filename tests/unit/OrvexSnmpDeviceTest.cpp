@@ -8,7 +8,7 @@
 #include <string>
 #include <type_traits>
 
-#include "device/OrvexSnmpDevice.h"
+#include "frame/OrvexSnmpDevice.h"
 #include "support/CameraFolder.h"
 #include "support/ModuleTest.h"
 #include "support/Providers.h"

@@ -7,9 +7,9 @@
 #include <thread>
 #include <type_traits>
 
-#include "core/OrvexSnmpMain.h"
 #include "core/OrvexSnmpOid.h"
-#include "device/RebootHandler.h"
+#include "frame/OrvexSnmpMain.h"
+#include "frame/RebootHandler.h"
 #include "io/OrvexSnmpPressure.h"
 #include "motion/OrvexSnmpPan.h"
 #include "sensors/OrvexSnmpTemp.h"

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "core/OrvexSnmpOid.h"
-#include "device/RebootHandler.h"
+#include "frame/RebootHandler.h"
 #include "support/StartedModule.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "core/ScalarRegistration.h"
+#include "frame/ScalarRegistration.h"
 #include "sensors/OrvexSnmpPower.h"
 #include "sensors/OrvexSnmpTemp.h"
 #include "sensors/OrvexSnmpVoltage.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "core/ScalarRegistration.h"
+#include "frame/ScalarRegistration.h"
 
 /// An object's row of the registration table; there must be one.
 inline ScalarRegistration& RowOf(const std::string& name) {

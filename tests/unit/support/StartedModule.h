@@ -1,9 +1,9 @@
 #pragma once
 
-#include "core/OrvexSnmpMain.h"
 #include "core/OrvexSnmpTrapSend.h"
-#include "core/ScalarRegistration.h"
-#include "device/OrvexSnmpDevice.h"
+#include "frame/OrvexSnmpDevice.h"
+#include "frame/OrvexSnmpMain.h"
+#include "frame/ScalarRegistration.h"
 #include "support/CameraFolder.h"
 #include "support/ModuleTest.h"
 #include "support/Providers.h"

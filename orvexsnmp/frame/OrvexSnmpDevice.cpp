@@ -1,4 +1,4 @@
-#include "device/OrvexSnmpDevice.h"
+#include "frame/OrvexSnmpDevice.h"
 
 #include <cstdio>
 #include <exception>

@@ -1,10 +1,10 @@
-#include "core/ScalarRegistration.h"
+#include "frame/ScalarRegistration.h"
 
 #include <cstring>
 #include <vector>
 
 #include "core/GuardedHandler.h"
-#include "core/OrvexSnmpMain.h"
+#include "frame/OrvexSnmpMain.h"
 #include "sensors/OrvexSnmpPower.h"
 #include "sensors/OrvexSnmpTemp.h"
 #include "sensors/OrvexSnmpVoltage.h"

@@ -1,4 +1,4 @@
-#include "core/OrvexSnmpMain.h"
+#include "frame/OrvexSnmpMain.h"
 
 #include <exception>
 #include <utility>
@@ -6,9 +6,9 @@
 #include "core/GuardedHandler.h"
 #include "core/OrvexSnmpOid.h"
 #include "core/OrvexSnmpTrapSend.h"
-#include "core/ScalarRegistration.h"
-#include "device/OrvexSnmpDevice.h"
-#include "device/RebootHandler.h"
+#include "frame/OrvexSnmpDevice.h"
+#include "frame/RebootHandler.h"
+#include "frame/ScalarRegistration.h"
 #include "io/OrvexSnmpAlarm.h"
 #include "io/OrvexSnmpRelay.h"
 #include "tavos/osa/Exception.h"

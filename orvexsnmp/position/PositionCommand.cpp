@@ -1,4 +1,4 @@
-#include "motion/PositionCommand.h"
+#include "position/PositionCommand.h"
 
 #include "core/TextUtilities.h"
 

@@ -1,11 +1,11 @@
-#include "device/IdentityHandlers.h"
+#include "frame/IdentityHandlers.h"
 
 #include <cstring>
 #include <string>
 
 #include "core/HandlerSteps.h"
-#include "core/OrvexSnmpMain.h"
-#include "device/OrvexSnmpDevice.h"
+#include "frame/OrvexSnmpDevice.h"
+#include "frame/OrvexSnmpMain.h"
 
 namespace {
 

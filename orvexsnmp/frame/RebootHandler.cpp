@@ -1,4 +1,4 @@
-#include "device/RebootHandler.h"
+#include "frame/RebootHandler.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "core/HandlerSteps.h"
-#include "core/OrvexSnmpMain.h"
+#include "frame/OrvexSnmpMain.h"
 
 namespace {
 

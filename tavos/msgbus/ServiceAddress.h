@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+namespace tavos::msgbus {
+
+/// Where a service is found on the bus.
+struct ServiceAddress {
+    std::string service;  ///< well-known name
+    std::string path;
+    std::string interface;
+};
+
+}  // namespace tavos::msgbus

@@ -26,10 +26,19 @@ bool NamesColumn(const netsnmp_variable_list& variable) {
            variable.name[kColumnPlace] >= kBankNameColumn && variable.name[kColumnPlace] <= kBankStateColumn;
 }
 
+/// Of a name that names a column. The table's only index is one number behind it.
+bool NamesRow(const netsnmp_variable_list& variable) {
+    return variable.name_length == kRowPlace + 1;
+}
+
 /// The requests of a SET that name a column of the table, the others taken out of their list while this object lives.
 /// The agent's table handlers refuse those others, and then go through a null pointer when the SET, for their sake, is
 /// freed: one PDU with a cell and such a name would take the agent down. They are refused here instead, as the agent
 /// does it.
+///
+/// So is a name of a column with an index that is none, missing or too long. net-snmp 5.4 goes on to its data set with
+/// it, without a table information, and dies there. Later agents refuse the SET before that, with whatever else stands
+/// in it: for each of them its handlers are not called at all.
 class ColumnRequests {
 public:
     ColumnRequests(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
@@ -38,12 +47,16 @@ public:
         }
         auto** link = &_first;
         for (const auto& [request, next] : _all) {
-            if (NamesColumn(*request->requestvb)) {
-                *link = request;
-                link = &request->next;
-            } else if (info->mode == MODE_SET_RESERVE1) {
-                netsnmp_set_request_error(info, request, SNMP_ERR_NOTWRITABLE);
+            if (!NamesColumn(*request->requestvb)) {
+                Refuse(info, request, SNMP_ERR_NOTWRITABLE);
+                continue;
             }
+            if (!NamesRow(*request->requestvb)) {
+                Refuse(info, request, SNMP_ERR_NOCREATION);
+                _allNameRows = false;
+            }
+            *link = request;
+            link = &request->next;
         }
         *link = nullptr;
     }
@@ -53,12 +66,18 @@ public:
     ColumnRequests(const ColumnRequests&) = delete;
     ColumnRequests& operator=(const ColumnRequests&) = delete;
 
-    /// Null when there is none.
-    netsnmp_request_info* First() const { return _first; }
+    /// What the agent's table handlers may get. Null when there is nothing for them.
+    netsnmp_request_info* First() const { return _allNameRows ? _first : nullptr; }
 
 private:
+    // In the first phase; the phase that frees the SET has the same names and refuses nothing.
+    static void Refuse(netsnmp_agent_request_info* info, netsnmp_request_info* request, int error) {
+        if (info->mode == MODE_SET_RESERVE1) netsnmp_set_request_error(info, request, error);
+    }
+
     std::vector<std::pair<netsnmp_request_info*, netsnmp_request_info*>> _all;  // each with the one behind it
     netsnmp_request_info* _first = nullptr;
+    bool _allNameRows = true;
 };
 
 int CallTableHandlers(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,

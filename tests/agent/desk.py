@@ -17,7 +17,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("ORVEX_BUILD", ROOT / "build" / "desk")).resolve()
 MODULE = BUILD / "lib" / "orvexsnmp.so"
 SYS_UP_TIME = "1.3.6.1.2.1.1.3.0"
-SNMPD = "/usr/sbin/snmpd"
+SNMPD = os.environ.get("ORVEX_SNMPD", "/usr/sbin/snmpd")  # tests/compat/agents names others
 # As ./run and the units start it: without SMUX, the agent listens on no TCP port.
 AGENT_PARTS = ["-I", "-smux,mteTrigger,mteTriggerConf"]
 

@@ -107,6 +107,35 @@ def test_a_set_of_what_cannot_be_set_drives_nothing(camera, manager, row, column
     assert not any(call.startswith(("relay SetRelay", "relay ClearRelay")) for call in calls(camera))
 
 
+# What net-snmp 5.9.3 answers to a SET of two names, each with an INTEGER 1: the error's status and index.
+# A row of the matrix is the first name, a column the second, both in the order of the names.
+PAIRS = {
+    "cell": (cell(RELAYS, 3, 1), "0/0  17/2  17/2  17/2  11/2  11/2  11/2   7/2  17/2  17/2   6/2"),
+    "readOnly": (cell(RELAYS, 1, 1), "17/1  17/1  17/1  17/1  11/2  11/2  17/1  17/1  17/1  17/1   6/2"),
+    "noColumn": (cell(RELAYS, 4, 1), "17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1   6/2"),
+    "tooShort": (f"{RELAYS}.1", "17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1   6/2"),
+    "noIndex": (f"{RELAYS}.1.3", "11/1  11/1  11/1  11/1  11/1  11/1  11/1  11/1  11/1  11/1   6/2"),
+    "longIndex": (cell(RELAYS, 3, "77.5"), "11/1  11/1  11/1  11/1  11/1  11/1  11/1  11/1  11/1  11/1   6/2"),
+    "noRow": (cell(RELAYS, 3, 99), "11/1  11/1  11/1  11/1  11/2  11/2  11/1  11/1  11/1  11/1   6/2"),
+    "octets": (OID["outputControl"], " 7/1   7/1   7/1   7/1   7/1   7/1   7/1   7/1   7/1   7/1   6/2"),
+    "readOnlyScalar": (OID["outputStatus"], "17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1   6/2"),
+    "unknown": (f"{ORVEX}.77.1.0", "17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1  17/1   6/2"),
+    "outOfView": ("1.3.6.1.2.1.1.5.0", " 6/1   6/1   6/1   6/1   6/1   6/1   6/1   6/1   6/1   6/1   6/1"),
+}
+
+
+@pytest.mark.parametrize("first", PAIRS)
+def test_a_set_of_two_names_is_refused_for_the_right_one(camera, manager, first):
+    """Some agents die of a name with an index that is too long."""
+    name, answers = PAIRS[first]
+    for (second, (other, _)), expected in zip(PAIRS.items(), answers.split(), strict=True):
+        answer = manager.set((name, ber.INTEGER, b"\x01"), (other, ber.INTEGER, b"\x01"))
+        assert f"{answer.error_status}/{answer.error_index}" == expected, second
+        assert camera.alive("agent")
+    driven = [call for call in calls(camera) if call.startswith(("relay SetRelay", "relay ClearRelay"))]
+    assert driven == ["relay SetRelay BNK1 0 1"] * (2 if first == "cell" else 0)
+
+
 @pytest.mark.parametrize("column", [1, 2, 3])
 def test_alarms_cannot_be_set(camera, manager, column):
     answer = manager.set((cell(ALARMS, column, 1), ber.INTEGER, b"\x01"))

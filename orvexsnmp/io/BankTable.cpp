@@ -31,62 +31,79 @@ bool NamesRow(const netsnmp_variable_list& variable) {
     return variable.name_length == kRowPlace + 1;
 }
 
-/// The requests of a SET that name a column of the table, the others taken out of their list while this object lives.
-/// The agent's table handlers refuse those others, and then go through a null pointer when the SET, for their sake, is
-/// freed: one PDU with a cell and such a name would take the agent down. They are refused here instead, as the agent
-/// does it.
-///
-/// So is a name of a column with an index that is none, missing or too long. net-snmp 5.4 goes on to its data set with
-/// it, without a table information, and dies there. Later agents refuse the SET before that, with whatever else stands
-/// in it: for each of them its handlers are not called at all.
-class ColumnRequests {
+/// Nothing of the table follows such a name.
+bool LiesBehindTable(const netsnmp_variable_list& variable) {
+    if (variable.name_length <= kEntryPlace || variable.name[kEntryPlace] != 1) {
+        return variable.name_length > kEntryPlace && variable.name[kEntryPlace] > 1;
+    }
+    return variable.name_length > kColumnPlace && variable.name[kColumnPlace] > kBankStateColumn;
+}
+
+/// The requests that the agent's table handlers may get, the others taken out of their list while this object lives and
+/// answered here, as net-snmp 5.9 does it. The handlers do not bear every name among others:
+/// - SET, a name of no column: all releases refuse it, and then go through a null pointer when the SET, for its sake,
+/// is
+///   freed: one PDU with a cell and such a name would take the agent down.
+/// - SET, a column with an index that is missing or too long: 5.4 goes through a null pointer at once. Later ones
+/// refuse
+///   the whole SET for the first of these, whatever is wrong with its other cells: no handler is called then.
+/// - GET of a column without an index: 5.4 answers the list's first name with noSuchInstance instead.
+/// - GETNEXT of a name behind the table: 5.4 reads a column 0 for it, which is an error to all names.
+class TableRequests {
 public:
-    ColumnRequests(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    TableRequests(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
         for (auto* request = requests; request != nullptr; request = request->next) {
             _all.push_back({request, request->next});
         }
         auto** link = &_first;
         for (const auto& [request, next] : _all) {
-            if (!NamesColumn(*request->requestvb)) {
-                Refuse(info, request, SNMP_ERR_NOTWRITABLE);
-                continue;
-            }
-            if (!NamesRow(*request->requestvb)) {
-                Refuse(info, request, SNMP_ERR_NOCREATION);
-                _allNameRows = false;
-            }
+            if (!IsFit(info, request)) continue;
             *link = request;
             link = &request->next;
         }
         *link = nullptr;
     }
-    ~ColumnRequests() {
+    ~TableRequests() {
         for (const auto& [request, next] : _all) request->next = next;
     }
-    ColumnRequests(const ColumnRequests&) = delete;
-    ColumnRequests& operator=(const ColumnRequests&) = delete;
+    TableRequests(const TableRequests&) = delete;
+    TableRequests& operator=(const TableRequests&) = delete;
 
-    /// What the agent's table handlers may get. Null when there is nothing for them.
-    netsnmp_request_info* First() const { return _allNameRows ? _first : nullptr; }
+    /// Null when there is none.
+    netsnmp_request_info* First() const { return _isSetRefused ? nullptr : _first; }
 
 private:
-    // In the first phase; the phase that frees the SET has the same names and refuses nothing.
-    static void Refuse(netsnmp_agent_request_info* info, netsnmp_request_info* request, int error) {
-        if (info->mode == MODE_SET_RESERVE1) netsnmp_set_request_error(info, request, error);
+    bool IsFit(netsnmp_agent_request_info* info, netsnmp_request_info* request) {
+        const auto& variable = *request->requestvb;
+        const bool isSet = MODE_IS_SET(info->mode);
+        if (!isSet && info->mode != MODE_GET) return !LiesBehindTable(variable);
+        if (!NamesColumn(variable)) {
+            Refuse(info, request, SNMP_ERR_NOTWRITABLE, SNMP_NOSUCHOBJECT);
+            return false;
+        }
+        if (NamesRow(variable)) return true;
+        Refuse(info, request, SNMP_ERR_NOCREATION, SNMP_NOSUCHINSTANCE);
+        _isSetRefused = isSet;
+        return false;
+    }
+
+    // A SET in its first phase; the phase that frees it has the same names.
+    static void Refuse(netsnmp_agent_request_info* info, netsnmp_request_info* request, int setError, int getError) {
+        if (info->mode == MODE_SET_RESERVE1) netsnmp_set_request_error(info, request, setError);
+        if (info->mode == MODE_GET) netsnmp_set_request_error(info, request, getError);
     }
 
     std::vector<std::pair<netsnmp_request_info*, netsnmp_request_info*>> _all;  // each with the one behind it
     netsnmp_request_info* _first = nullptr;
-    bool _allNameRows = true;
+    bool _isSetRefused = false;
 };
 
 int CallTableHandlers(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                       netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    if (!MODE_IS_SET(info->mode)) return netsnmp_call_next_handler(handler, registration, info, requests);
     // See docs/contract.md, column-check.
-    const ColumnRequests columns(info, requests);
-    return columns.First() == nullptr ? SNMP_ERR_NOERROR
-                                      : netsnmp_call_next_handler(handler, registration, info, columns.First());
+    const TableRequests fit(info, requests);
+    return fit.First() == nullptr ? SNMP_ERR_NOERROR
+                                  : netsnmp_call_next_handler(handler, registration, info, fit.First());
 }
 
 void SetInteger(netsnmp_table_row* row, BankColumn column, int value) {

@@ -107,6 +107,24 @@ def test_a_set_of_what_cannot_be_set_drives_nothing(camera, manager, row, column
     assert not any(call.startswith(("relay SetRelay", "relay ClearRelay")) for call in calls(camera))
 
 
+NO_CELLS = [".1", ".1.3", ".1.1", ".1.3.77.5", ".1.0.1", ".1.4.1", ".2.3.1", ".2", ""]
+
+
+@pytest.mark.parametrize("table", [ALARMS, RELAYS])
+@pytest.mark.parametrize("suffix", NO_CELLS)
+def test_a_name_that_is_no_cell_changes_nothing_for_others(manager, table, suffix):
+    one, other = cell(table, 2, 2), table + suffix
+    for names in ([one, other], [other, one], [one, other, one]):
+        for binding in manager.get(*names).bindings:
+            assert (binding.oid, binding.value) == ((one, 1) if binding.oid == one else (other, None))
+        (alone,) = manager.get_next(other).bindings
+        for ask in (manager.get_next, lambda *oids: manager.get_bulk(1, *oids)):
+            answer = ask(*names)
+            assert answer.error_status == ber.NO_ERROR
+            following = [cell(table, 2, 3) if name == one else alone.oid for name in names]
+            assert [binding.oid for binding in answer.bindings] == following
+
+
 # What net-snmp 5.9.3 answers to a SET of two names, each with an INTEGER 1: the error's status and index.
 # A row of the matrix is the first name, a column the second, both in the order of the names.
 PAIRS = {

@@ -8,7 +8,7 @@ import pytest
 
 import ber
 import desk as desks
-from desk import ManagerOf
+from desk import AGENT, ManagerOf
 from expected_tree import OID, ROWS, SUBTREES
 from watching import times
 
@@ -70,6 +70,7 @@ def test_more_non_repeaters_than_names(manager, others):
     assert bulk(manager, SUBTREES, 2**31 - 1, others) == [rows_below(subtree)[0] for subtree in SUBTREES]
 
 
+@pytest.mark.skipif(AGENT <= (5, 4, 2), reason="this message ends net-snmp 5.4.2, with the module or without")
 def test_many_names_and_huge_repetitions(manager):
     names = [row.oid for row in ROWS[:40]]
     answered = bulk(manager, names, 2**31 - 1)

@@ -15,10 +15,11 @@ from watching import SANITIZED, footprint, settled, times
 from test_services import tree
 from tools import Answer
 
+DIGEST = "SHA-256" if desks.AGENT >= (5, 8) else "SHA"
 SECURITY = {
     "1": ["-v1", "-c", "private"],
     "2c": ["-v2c", "-c", "private"],
-    "3": ["-v3", "-u", "tester", "-l", "authPriv", "-a", "SHA-256", "-A", "authentic tester 1", "-x", "AES", "-X",
+    "3": ["-v3", "-u", "tester", "-l", "authPriv", "-a", DIGEST, "-A", "authentic tester 1", "-x", "AES", "-X",
           "private tester 2"],
 }
 KINDS = {ber.INTEGER: "INTEGER", ber.OCTET_STRING: "Hex-STRING", ber.GAUGE32: "Gauge32"}
@@ -31,7 +32,7 @@ def running():
     """One camera for the whole file; its agent knows one more user."""
     with desks.Desk() as desk:
         with open(desk.state / "snmpd.conf", "a") as configuration:
-            configuration.write('createUser tester SHA-256 "authentic tester 1" AES "private tester 2"\n'
+            configuration.write(f'createUser tester {DIGEST} "authentic tester 1" AES "private tester 2"\n'
                                 'group testers usm tester\n'
                                 'access testers "" usm priv exact readable camera none\n')
         desk.start()

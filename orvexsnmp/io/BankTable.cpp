@@ -31,12 +31,15 @@ bool NamesRow(const netsnmp_variable_list& variable) {
     return variable.name_length == kRowPlace + 1;
 }
 
-/// Nothing of the table follows such a name.
-bool LiesBehindTable(const netsnmp_variable_list& variable) {
-    if (variable.name_length <= kEntryPlace || variable.name[kEntryPlace] != 1) {
-        return variable.name_length > kEntryPlace && variable.name[kEntryPlace] > 1;
+/// Nothing of the table follows such a name. The agent asks also with names of what lies before the table.
+bool LiesBehindColumns(const netsnmp_variable_list& variable, const netsnmp_handler_registration& table) {
+    if (variable.name_length <= kEntryPlace ||
+        snmp_oidtree_compare(variable.name, variable.name_length, table.rootoid, table.rootoid_len) != 0) {
+        return false;
     }
-    return variable.name_length > kColumnPlace && variable.name[kColumnPlace] > kBankStateColumn;
+    const auto entry = variable.name[kEntryPlace];
+    const auto column = variable.name_length > kColumnPlace ? variable.name[kColumnPlace] : 0;
+    return entry > 1 || (entry == 1 && column > kBankStateColumn);
 }
 
 /// The requests that the agent's table handlers may get, the others taken out of their list while this object lives and
@@ -51,13 +54,14 @@ bool LiesBehindTable(const netsnmp_variable_list& variable) {
 /// - GETNEXT of a name behind the table: 5.4 reads a column 0 for it, which is an error to all names.
 class TableRequests {
 public:
-    TableRequests(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    TableRequests(const netsnmp_handler_registration& table, netsnmp_agent_request_info* info,
+                  netsnmp_request_info* requests) {
         for (auto* request = requests; request != nullptr; request = request->next) {
             _all.push_back({request, request->next});
         }
         auto** link = &_first;
         for (const auto& [request, next] : _all) {
-            if (!IsFit(info, request)) continue;
+            if (!IsFit(table, info, request)) continue;
             *link = request;
             link = &request->next;
         }
@@ -73,10 +77,11 @@ public:
     netsnmp_request_info* First() const { return _isSetRefused ? nullptr : _first; }
 
 private:
-    bool IsFit(netsnmp_agent_request_info* info, netsnmp_request_info* request) {
+    bool IsFit(const netsnmp_handler_registration& table, netsnmp_agent_request_info* info,
+               netsnmp_request_info* request) {
         const auto& variable = *request->requestvb;
         const bool isSet = MODE_IS_SET(info->mode);
-        if (!isSet && info->mode != MODE_GET) return !LiesBehindTable(variable);
+        if (!isSet && info->mode != MODE_GET) return !LiesBehindColumns(variable, table);
         if (!NamesColumn(variable)) {
             Refuse(info, request, SNMP_ERR_NOTWRITABLE, SNMP_NOSUCHOBJECT);
             return false;
@@ -101,7 +106,7 @@ private:
 int CallTableHandlers(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                       netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     // See docs/contract.md, column-check.
-    const TableRequests fit(info, requests);
+    const TableRequests fit(*registration, info, requests);
     return fit.First() == nullptr ? SNMP_ERR_NOERROR
                                   : netsnmp_call_next_handler(handler, registration, info, fit.First());
 }

@@ -125,6 +125,11 @@ def test_a_name_that_is_no_cell_changes_nothing_for_others(manager, table, suffi
             assert [binding.oid for binding in answer.bindings] == following
 
 
+@pytest.mark.parametrize("suffix", [".1.4.1", ".1.4", ".2.3.1", ".2", ".1.3.6"])
+def test_the_relays_follow_the_alarms(manager, suffix):
+    assert manager.get_next(ALARMS + suffix).bindings[0].oid == cell(RELAYS, 1, 1)
+
+
 # What net-snmp 5.9.3 answers to a SET of two names, each with an INTEGER 1: the error's status and index.
 # A row of the matrix is the first name, a column the second, both in the order of the names.
 PAIRS = {

@@ -42,16 +42,13 @@ bool LiesBehindColumns(const netsnmp_variable_list& variable, const netsnmp_hand
     return entry > 1 || (entry == 1 && column > kBankStateColumn);
 }
 
-/// The requests that the agent's table handlers may get, the others taken out of their list while this object lives and
-/// answered here, as net-snmp 5.9 does it. The handlers do not bear every name among others:
-/// - SET, a name of no column: all releases refuse it, and then go through a null pointer when the SET, for its sake,
-/// is
-///   freed: one PDU with a cell and such a name would take the agent down.
-/// - SET, a column with an index that is missing or too long: 5.4 goes through a null pointer at once. Later ones
-/// refuse
-///   the whole SET for the first of these, whatever is wrong with its other cells: no handler is called then.
-/// - GET of a column without an index: 5.4 answers the list's first name with noSuchInstance instead.
-/// - GETNEXT of a name behind the table: 5.4 reads a column 0 for it, which is an error to all names.
+/// The requests that the agent's table handlers may get. The others are taken out of their list while this object
+/// lives, and answered here as net-snmp 5.9 does it: one name of these would spoil the answers to other names.
+/// SET of no column: every release refuses it, and then goes through a null pointer when that SET is freed.
+/// SET of a column whose index is missing or too long: 5.4 goes through a null pointer at once. Later releases refuse
+/// the whole SET for it and call no handler.
+/// GET of a column without an index: 5.4 answers the list's first name with noSuchInstance instead.
+/// GETNEXT of a name behind the table: 5.4 reads a column 0 for it, which is an error to all names.
 class TableRequests {
 public:
     TableRequests(const netsnmp_handler_registration& table, netsnmp_agent_request_info* info,

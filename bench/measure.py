@@ -256,6 +256,16 @@ KINDS = {
 }
 
 
+def as_text(results):
+    """JSON with a line for each part, and for each entry of a list: short, and a change shows where it is."""
+    def part(value):
+        if not isinstance(value, list):
+            return json.dumps(value)
+        return "[" + ",".join("\n  " + json.dumps(entry) for entry in value) + "\n ]"
+
+    return "{\n" + ",\n".join(f" {json.dumps(name)}: {part(value)}" for name, value in results.items()) + "\n}\n"
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--kind", choices=KINDS, default="full")
@@ -275,7 +285,7 @@ def main():
         measurement.close()
     out = pathlib.Path(options.out)
     out.parent.mkdir(parents=True, exist_ok=True)
-    out.write_text(json.dumps(measurement.results, indent=1) + "\n")
+    out.write_text(as_text(measurement.results))
     measurement.say(f"written: {out}")
 
 

@@ -8,7 +8,6 @@ from desk import await_until
 from expected_tree import OID, ORVEX
 
 ALARMS, RELAYS = f"{ORVEX}.1.3.1", f"{ORVEX}.1.3.2"
-NO_CREATION = 11
 
 
 @pytest.fixture(autouse=True)
@@ -93,8 +92,8 @@ def test_what_is_no_cell_is_not_there(manager, table):
 @pytest.mark.parametrize(
     ("row", "column", "tag", "value", "error"),
     [
-        (7, 3, ber.INTEGER, b"\x01", NO_CREATION),
-        (0, 3, ber.INTEGER, b"\x01", NO_CREATION),
+        (7, 3, ber.INTEGER, b"\x01", ber.NO_CREATION),
+        (0, 3, ber.INTEGER, b"\x01", ber.NO_CREATION),
         (1, 4, ber.INTEGER, b"\x01", ber.NOT_WRITABLE),
         (1, 2, ber.INTEGER, b"\x01", ber.NOT_WRITABLE),
         (1, 3, ber.OCTET_STRING, b"\x01", ber.WRONG_TYPE),

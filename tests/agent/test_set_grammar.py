@@ -14,7 +14,6 @@ from expected_tree import CCTV, OID, ORVEX, RO, ROWS
 
 BITS, NSAP, UINTEGER = 0x03, 0x45, 0x47
 OPAQUE_COUNTER64, OPAQUE_FLOAT, OPAQUE_DOUBLE, OPAQUE_I64, OPAQUE_U64 = 0x76, 0x78, 0x79, 0x7A, 0x7B
-NO_CREATION = 11
 
 LONGS = (ber.COUNTER32, ber.GAUGE32, ber.TIMETICKS, UINTEGER)
 WIDE = (ber.COUNTER64, OPAQUE_COUNTER64, OPAQUE_I64, OPAQUE_U64)
@@ -216,7 +215,7 @@ def readable(running):
         answers = set_all(manager, UNSERVED, VALUES)
     readable = [sent for sent, answer in zip(VALUES, answers) if answer]
     odd = [(str(sent), answer.error_status) for sent, answer in zip(VALUES, answers)
-           if answer and answer.error_status not in refusals(sent, NO_CREATION, ber.NOT_WRITABLE)]
+           if answer and answer.error_status not in refusals(sent, ber.NO_CREATION, ber.NOT_WRITABLE)]
     assert odd == []
     # The agent's parser is not ours; but these it must read, and nothing of a type that SNMP does not have.
     must = [sent for sent in VALUES if sent.tag == ber.OCTET_STRING and sent.encoded[1] != 0x80]
@@ -289,7 +288,7 @@ def test_the_relays_other_columns_are_refused(camera, manager, readable, name):
 @pytest.mark.parametrize("oid", ABSENT.values(), ids=ABSENT.keys())
 def test_what_is_not_there_cannot_be_made(camera, manager, readable, oid):
     for sent, answer in zip(VALUES, set_all(manager, oid, VALUES)):
-        wanted = refusals(sent, NO_CREATION, ber.NOT_WRITABLE, ber.WRONG_TYPE) if sent in readable else (None,)
+        wanted = refusals(sent, ber.NO_CREATION, ber.NOT_WRITABLE, ber.WRONG_TYPE) if sent in readable else (None,)
         assert (answer.error_status if answer else None) in wanted, sent
     assert drives(camera) == []
     assert camera.alive("agent")
@@ -367,7 +366,7 @@ def answers_still(camera):
 # --- the other versions ---
 
 # How SNMPv1 says what SNMPv2 says (RFC 3584, 4.4).
-V1 = {ber.NO_ERROR: 0, ber.GEN_ERR: 5, ber.WRONG_TYPE: 3, ber.WRONG_VALUE: 3, ber.NOT_WRITABLE: 2, NO_CREATION: 2}
+V1 = {ber.NO_ERROR: 0, ber.GEN_ERR: 5, ber.WRONG_TYPE: 3, ber.WRONG_VALUE: 3, ber.NOT_WRITABLE: 2, ber.NO_CREATION: 2}
 
 
 @pytest.fixture(scope="module")
@@ -387,7 +386,7 @@ def every_version():
 
 def expected_error_1(name, sent):
     """SNMPv1 has no Counter64: to the agent such a name is none that can be set."""
-    return NO_CREATION if sent.tag == ber.COUNTER64 else expected_error(name, sent)
+    return ber.NO_CREATION if sent.tag == ber.COUNTER64 else expected_error(name, sent)
 
 
 @pytest.mark.slow

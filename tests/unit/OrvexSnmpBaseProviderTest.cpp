@@ -321,10 +321,7 @@ TEST(DelegateTest, AnEventCallsWhatWasAddedUntilItIsRemoved) {
 template <class Provider>
 class MakingTest : public ModuleTest {};
 
-using EveryProvider = testing::Types<OrvexSnmpTemp, OrvexSnmpAlarm, OrvexSnmpRelay, OrvexSnmpPower, OrvexSnmpVoltage,
-                                     OrvexSnmpPresets, OrvexSnmpFocus, OrvexSnmpIris, OrvexSnmpZoom, OrvexSnmpPan,
-                                     OrvexSnmpTilt, OrvexSnmpWiper, OrvexSnmpPressure>;
-TYPED_TEST_SUITE(MakingTest, EveryProvider);
+TYPED_TEST_SUITE(MakingTest, Providers, ProviderNames);
 
 TYPED_TEST(MakingTest, AProviderIsFoundOnceLoggingIsSetUpAndBeforeItsClientsAreMade) {
     tavos::msgbus::MsgBus bus;

@@ -24,7 +24,7 @@ bool IsPlain(const std::string& name) {
            std::none_of(name.begin(), name.end(), control);
 }
 
-/// The blanks at both ends dropped, but for the one that a backslash stands before.
+/// Drops the blanks at both ends, except one that a backslash precedes.
 std::string TrimmedValue(const std::string& text) {
     std::string value = Trimmed(text);
     const auto lastOther = value.find_last_not_of('\\');

@@ -59,8 +59,8 @@ private:
     bool _broken = false;
 };
 
-/// Writes each line with one write, so that nothing is left in a buffer when the process is killed. What cannot be
-/// written is lost: neither a full disk nor a reader that has stopped reading is a reason for the camera to stop.
+/// Writes each line with one write, so that no line is left in a buffer when the process is killed. A line that cannot
+/// be written is lost: a full disk or a reader that has stopped must not stop the camera.
 class DescriptorSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
 public:
     DescriptorSink(int descriptor, bool owned) : _descriptor(descriptor), _owned(owned) {
@@ -91,10 +91,10 @@ private:
     }
     void flush_() override {}
 
-    /// A pipe that is ready takes so much at least without waiting for its reader.
+    /// A pipe that is ready takes at least this much without blocking.
     static std::size_t AtMost(std::size_t size) { return std::min<std::size_t>(size, PIPE_BUF); }
 
-    /// Waits a little for a reader that is slow; one that has stopped is waited for once.
+    /// Waits briefly for a slow reader. After a timeout it does not wait again until the reader continues.
     bool CanTake() {
         constexpr int kPatience = 100;  // milliseconds
         pollfd descriptor{_descriptor, POLLOUT, 0};
@@ -129,11 +129,11 @@ struct State {
     bool overridden = false;
 };
 
-/// Never destroyed: loggers are used until the very end of the process.
+/// Never destroyed: loggers are used until the process ends.
 State& Shared() {
     static State* const state = [] {
         auto* const made = new State;
-        // A child gets the mutex as it is at the fork, so nobody else may hold it then.
+        // The child copies the mutex, so only the forking thread may hold it at the fork.
         pthread_atfork([] { Shared().mutex.lock(); }, [] { Shared().mutex.unlock(); }, [] { Shared().mutex.unlock(); });
         return made;
     }();
@@ -148,7 +148,7 @@ std::optional<int> Number(const std::string& text) {
     return number;
 }
 
-/// The level that the section sets, if it sets one.
+/// The section's level, if it sets one.
 std::optional<int> LevelOf(const IniFile& ini, const char* section) {
     if (!ini.HasValue(section, "log.level")) return std::nullopt;
     const std::string text = ini.GetValue(section, "log.level");
@@ -174,7 +174,7 @@ const char* LevelWord(int level) {
     return level <= kDebug ? "Debug" : "Trace";
 }
 
-/// A line's level and text. A short line needs no memory: it may be the one that says that there is none.
+/// A line's level and text. A short line allocates nothing, so that "out of memory" can be logged.
 class LineText {
 public:
     LineText(int level, const char* format, va_list arguments) {

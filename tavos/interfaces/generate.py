@@ -4,9 +4,9 @@
 generate.py FILE.xml OUTPUT.cpp
 
 The interface carries annotations: org.tavos.Cpp.Class, the abstract class that it is in C++ (its methods, and an
-accessor On<signal> for each signal); org.tavos.Cpp.Header, where that class is declared; and, for a service of which
-there are several, org.tavos.Cpp.Instance, the parameter that names one: it is appended to the well-known name and
-to the path. Defined are CLASS::CreateClient and, in the class's namespace, Serve.
+accessor On<signal> for each signal); org.tavos.Cpp.Header, where that class is declared; and, for a service with
+several instances, org.tavos.Cpp.Instance, the parameter that names one: it is appended to the well-known name and to
+the path. The output defines CLASS::CreateClient and, in the class's namespace, Serve.
 """
 
 import sys
@@ -73,7 +73,7 @@ class Signal:
 
     def members(self):
         return (f"    {self.type} {self.member};\n"
-                f"    tavos::msgbus::Subscription {self.member}Subscription;  // ends before the event goes\n")
+                f"    tavos::msgbus::Subscription {self.member}Subscription;  // destroyed before the event\n")
 
     def server(self):
         return f"{{\"{self.name}\", \"{signature(self.arguments)}\"}}"

@@ -50,14 +50,15 @@ std::uint64_t MicrosecondsUntil(Clock::time_point until) {
 }
 
 int MillisecondsUntil(Clock::time_point until) {
-    constexpr long long kLongest = 3'600'000;
+    constexpr long long kMaxMilliseconds = 3'600'000;
     const long long left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
-    return static_cast<int>(std::clamp(left, 0LL, kLongest));
+    return static_cast<int>(std::clamp(left, 0LL, kMaxMilliseconds));
 }
 
 bool IsAnswer(const char* error) {
     if (error == nullptr) return false;
-    // No service gives these: the time is over, it has ended in the middle of the call, too many calls wait for it.
+    // No service sends these. They mean: the deadline passed, the service ended during the call, or too many calls
+    // wait.
     const std::string name = error;
     return name != SD_BUS_ERROR_NO_REPLY && name != SD_BUS_ERROR_TIMEOUT && name != SD_BUS_ERROR_LIMITS_EXCEEDED;
 }
@@ -70,7 +71,7 @@ BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSo
     CheckBus(sd_bus_set_bus_client(made, 1));
     CheckBus(sd_bus_start(made));
     if (socket) socket->Remember(made);
-    // The library itself would wait up to 90 s for the bus's welcome.
+    // The library itself would wait up to 90 s for the bus's first answer.
     for (;;) {
         const int ready = sd_bus_is_ready(made);
         CheckBus(ready);

@@ -30,18 +30,18 @@ struct MessageRelease {
 };
 using MessagePtr = std::unique_ptr<sd_bus_message, MessageRelease>;
 
-/// For a connection that only calls or listens: calls of others are dropped, not answered with errors, which would pile
-/// up when nobody takes them. Throws tavos::osa::Exception.
+/// For a connection that only calls or listens: drops incoming calls. Error answers would pile up when the caller does
+/// not read them. Throws tavos::osa::Exception.
 void ServeNobody(sd_bus* bus);
 
-/// Whether an error of that name comes from the one who was called, or says that nobody of that name is there; null is
-/// no error. The others are the bus's, in the place of a service that does not answer.
+/// True for an error that the called service sent, or that says that the service does not exist. False for an error
+/// that the bus or its library makes up because no answer came, and for null, which is no error.
 bool IsAnswer(const char* error);
 
 /// Throws tavos::osa::Exception with the reason when `result` is negative.
 void CheckBus(int result);
 
-/// Keeps the thread's signals waiting: the bus library gives a call up when one arrives.
+/// Blocks the thread's signals: the bus library aborts a call when one arrives.
 class SignalsBlocked {
 public:
     SignalsBlocked();
@@ -53,19 +53,19 @@ private:
     sigset_t _before;
 };
 
-/// Microseconds from now until `until`, at least 1: the bus library takes 0 for its own default.
+/// Microseconds from now until `until`, at least 1: the bus library reads 0 as its default timeout.
 std::uint64_t MicrosecondsUntil(Clock::time_point until);
 
-/// As poll takes it: rounded up, so that it is not asked again and again within the last one. At most an hour.
+/// A timeout for poll. Rounded up, or the caller would spin through the last millisecond. At most an hour.
 int MillisecondsUntil(Clock::time_point until);
 
-/// A connection's socket, remembered so that a forked child can close its copy: the bus library lets nobody but the
-/// process that has opened a connection free it. Written by one thread.
+/// A connection's socket, remembered so that a forked child can close its copy: the bus library frees a connection only
+/// in the process that opened it. Written by one thread.
 class ConnectionSocket {
 public:
     void Remember(sd_bus* bus);
     void Forget() { _descriptor = -1; }
-    /// Leaves a descriptor alone that has meanwhile become something else.
+    /// Does not close a descriptor that has been reused for something else.
     void CloseInChild();
 
 private:
@@ -73,7 +73,7 @@ private:
     std::atomic<ino_t> _inode{0};
 };
 
-/// Lets go of a lock for as long as it lives.
+/// Releases a lock for as long as the object lives.
 class Released {
 public:
     explicit Released(std::timed_mutex& mutex) : _mutex(mutex) { _mutex.unlock(); }
@@ -86,12 +86,12 @@ private:
 };
 
 /// A connection that is ready for use. Throws tavos::osa::Exception with the reason when there is none by `until`.
-/// `socket`, when given, knows the socket from the beginning; `held`, when given, is the caller's and let go of while
-/// the bus is waited for.
+/// `socket`, when given, gets the socket before the first wait. `held`, when given, is a lock that the caller holds; it
+/// is released during each wait for the bus.
 BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSocket* socket = nullptr,
                std::timed_mutex* held = nullptr);
 
-/// Tells the log once when the bus goes and once when it comes back, however many connections notice. Any thread.
+/// Logs once when the bus is lost and once when it is back, however many connections notice. Any thread.
 class Reachability {
 public:
     explicit Reachability(std::string address) : _address(std::move(address)) {}

@@ -15,9 +15,9 @@
 
 namespace tavos::msgbus {
 
-/// The connection for calls: one call at a time, from any thread, each within the deadline and within the time of the
-/// work it belongs to, whatever it waits for. A call to a service that is known to be silent fails at once. What else
-/// arrives is dropped, message by message: nobody can make it pile up.
+/// The connection for calls: one call at a time, from any thread. The deadline and the time limit of the work bound
+/// each call, including its wait for the call before. A call to a service that is known to be silent fails at once. All
+/// other messages are dropped as they arrive, so that no sender can make them pile up.
 class CallChannel {
 public:
     CallChannel(std::string address, std::chrono::milliseconds deadline, std::shared_ptr<Reachability> reachability,
@@ -34,7 +34,8 @@ public:
 
 private:
     void RefuseSilent(const ServiceAddress& to) const;
-    /// A call that has spent its time behind another one, or had little left, says nothing of those that it calls.
+    /// A call that spent its deadline queued behind another, or had little time left, is no evidence that the service
+    /// is silent.
     void Missed(const ServiceAddress& whose);
     void CallInTime(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
                     const std::string& resultSignature, const std::function<void(Reader&)>& result);
@@ -56,7 +57,7 @@ private:
     const std::shared_ptr<SilentServices> _silent;
     std::unique_ptr<std::timed_mutex> _mutex;  // on the heap: a forked child leaves it behind, held or not
     std::chrono::milliseconds _time{};         // of the call under way, from when it was made
-    bool _hasItsTime = true;                   // the call under way
+    bool _hasItsTime = true;                   // the call under way began with more than half a deadline
     WorkTime _work;
     BusPtr _bus;
     ConnectionSocket _socket;

@@ -22,7 +22,7 @@ namespace {
 
 constexpr auto kRetryDelay = 200ms;
 constexpr auto kDelayInChild = 100ms;  // most forked children become another program before that
-constexpr auto kLongestDelegate = 1s;  // a fork waits no longer for one that runs
+constexpr auto kMaxDelegateTime = 1s;  // a fork waits no longer for a running delegate
 
 int NewWakeDescriptor() {
     return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -70,15 +70,15 @@ public:
             const auto known = _slots.find(record);
             slots[record] = known != _slots.end() ? std::move(known->second) : NewSlot(*record);
         }
-        _slots.swap(slots);  // the slots that are left over give up their match rules
+        _slots.swap(slots);  // destroying the slots that are left over removes their match rules
         _nextPing = _pings.Send();
     }
 
     void Wait(int wake, std::timed_mutex& working) {
-        constexpr auto kLongest = 60s;
-        std::uint64_t due = 0;  // microseconds of the clock that steady_clock is, too
+        constexpr auto kMaxWait = 60s;
+        std::uint64_t due = 0;  // microseconds of the clock that steady_clock uses, too
         CheckBus(sd_bus_get_timeout(_bus.get(), &due));
-        auto until = std::min(_nextPing, Clock::now() + kLongest);
+        auto until = std::min(_nextPing, Clock::now() + kMaxWait);
         constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
         if (due != kNever) until = std::min(until, Clock::time_point(std::chrono::microseconds(due)));
         const int timeout = MillisecondsUntil(until);
@@ -136,13 +136,13 @@ void EventThread::Start() {
 void EventThread::StartAfter(std::chrono::milliseconds delay) {
     if (_wake < 0) _wake = NewWakeDescriptor();
     if (_wake < 0) throw osa::Exception("no descriptor for the event thread");
-    const SignalsBlocked guard;  // the new thread inherits it: the process's signals are for its own threads
+    const SignalsBlocked guard;  // the new thread inherits it: other threads handle the process's signals
     _stop = false;
     std::promise<void> begun;
     const auto works = begun.get_future();
     _thread = std::make_unique<std::thread>(
         [this, delay](std::promise<void> itsBegun) { Run(delay, std::move(itsBegun)); }, std::move(begun));
-    works.wait();  // from here on a fork waits for it
+    works.wait();  // from now on a fork waits for the thread
     _silent->SetAsker([this] { Wake(); });
 }
 
@@ -209,7 +209,7 @@ void EventThread::RunSession() {
         if (progress == 0) session.Wait(_wake, *_working);
         while (_forkAhead) {
             const Released rest(*_working);
-            poll(nullptr, 0, 1);  // long enough for whoever waits for the lock to get it
+            poll(nullptr, 0, 1);  // gives the forking thread time to take the lock
         }
     }
 }
@@ -238,7 +238,7 @@ void EventThread::Remove(const std::shared_ptr<EventRecord>& record) {
 }
 
 void EventThread::Deliver(EventRecord& record, sd_bus_message* signal) {
-    // An event is for everybody; one that is addressed to this process alone need not come from the service.
+    // Events are broadcast. A signal that is addressed to this process alone may come from anybody.
     if (sd_bus_message_get_destination(signal) != nullptr) return;
     std::lock_guard<std::timed_mutex> lock(*_delivery);
     if (!record.active) return;
@@ -257,13 +257,13 @@ void EventThread::Deliver(EventRecord& record, sd_bus_message* signal) {
 
 void EventThread::BeforeFork() {
     _startMutex.lock();
-    // At the fork the thread is to stand where it waits. The child does not have it: what it held there, a lock of a
-    // delegate's or one inside a library, would stay held.
+    // The thread must be waiting when the process forks. The child does not have the thread: a lock that it held, in a
+    // delegate or inside a library, would stay locked there.
     _forkAhead = true;
-    _workHeldForFork = std::this_thread::get_id() != _threadId && _working->try_lock_for(kLongestDelegate);
+    _workHeldForFork = std::this_thread::get_id() != _threadId && _working->try_lock_for(kMaxDelegateTime);
     _forkAhead = false;
     _recordsMutex.lock();
-    _silent->BeforeFork();  // last: a delegate's calls take it, too
+    _silent->BeforeFork();  // last, because a delegate's calls take this lock, too
 }
 
 void EventThread::AfterForkInParent() {

@@ -29,7 +29,7 @@ struct EventRecord {
 };
 
 /// The connection for events, and the thread that owns it. Subscriptions may come and go at any time, from any thread.
-/// Between events it asks silent services for a sign of life.
+/// Between events it pings silent services.
 class EventThread {
 public:
     EventThread(std::string address, std::chrono::milliseconds deadline, std::shared_ptr<Reachability> reachability,
@@ -38,15 +38,15 @@ public:
     EventThread(const EventThread&) = delete;
     EventThread& operator=(const EventThread&) = delete;
 
-    /// Throws tavos::osa::Exception when no thread can be had.
+    /// Throws tavos::osa::Exception when the thread cannot be started.
     void Start();
     void Stop();
 
     void Add(const std::shared_ptr<EventRecord>& record);
-    /// When it has returned, the record's handler does not run; see Subscription.
+    /// Once it has returned, the record's handler no longer runs; see Subscription.
     void Remove(const std::shared_ptr<EventRecord>& record);
 
-    /// On the event thread, for each signal that came for the record.
+    /// On the event thread, for each signal of the record.
     void Deliver(EventRecord& record, sd_bus_message* signal);
 
 private:
@@ -79,7 +79,7 @@ private:
     std::vector<std::shared_ptr<EventRecord>> _records;
 
     std::unique_ptr<std::timed_mutex> _delivery;  // held while a handler runs
-    std::unique_ptr<std::timed_mutex> _working;   // held by the thread wherever it does not wait; before _delivery
+    std::unique_ptr<std::timed_mutex> _working;   // held by the thread except while it waits; locked before _delivery
     std::atomic<bool> _forkAhead{false};
     bool _workHeldForFork = false;
     ForkWatch _forkWatch;

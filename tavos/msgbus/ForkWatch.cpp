@@ -17,7 +17,7 @@ struct Registry {
     std::vector<ForkWatch*> watches;
 };
 
-/// Never destroyed: a process may fork to its very end.
+/// Never destroyed: a process may fork until it ends.
 Registry& Shared() {
     static Registry* const registry = new Registry;
     return *registry;
@@ -43,8 +43,8 @@ void AfterForkInChild() {
 ForkWatch::ForkWatch(Functions functions) : _functions(std::move(functions)) {
     static std::once_flag once;
     std::call_once(once, [] {
-        // The logger's own handlers come first into the list, so that at a fork its lock is taken last: the lines of
-        // a delegate that is waited for can still be written.
+        // The logger must register its handlers first: then a fork takes its lock last, and a delegate that the fork
+        // waits for can still log.
         core::Logger::GetLogger("tavos");
         pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
     });

@@ -4,14 +4,14 @@
 
 namespace tavos::msgbus {
 
-/// What is to be done around a fork, for as long as the object lives. snmpd turns itself into a daemon by forking after
-/// the modules are loaded: the child has no threads but its own, and the bus library refuses connections that another
-/// process has opened. Declare it as the last member, so that it never outlives what its functions use.
+/// Runs functions around each fork, for as long as the object lives. snmpd forks into the background after it has
+/// loaded the modules: the child has only the forking thread, and the bus library refuses connections that another
+/// process opened. Declare it as the last member, so that it never outlives what its functions use.
 class ForkWatch {
 public:
     struct Functions {
-        std::function<void()> before;    ///< takes the locks that the child needs free
-        std::function<void()> inParent;  ///< gives them back
+        std::function<void()> before;    ///< takes the locks that must be free in the child
+        std::function<void()> inParent;  ///< releases them
         std::function<void()> inChild;
     };
 

@@ -12,7 +12,7 @@ namespace tavos::msgbus {
 namespace {
 
 void Check(int result) {
-    if (result < 0) throw osa::Exception("a message cannot be put together: %s", std::strerror(-result));
+    if (result < 0) throw osa::Exception("cannot build a message: %s", std::strerror(-result));
 }
 
 template <class T>

@@ -10,7 +10,7 @@ struct sd_bus_message;
 
 namespace tavos::msgbus {
 
-/// The bus's code of a C++ type. No other types travel.
+/// The bus's code of a C++ type. The bus carries no other types.
 template <class T>
 struct TypeCode;
 template <>
@@ -47,8 +47,8 @@ inline std::string Signature<void>() {
     return {};
 }
 
-/// Puts values behind one another into a message. Throws tavos::osa::Exception for a string that cannot travel: one
-/// with a zero octet, or not in UTF-8 (the bus would hang up on its sender).
+/// Appends values to a message. Throws tavos::osa::Exception for a string that the bus does not carry: one with a zero
+/// octet, or not in UTF-8 (the bus would close the sender's connection).
 class TAVOS_API Writer {
 public:
     explicit Writer(sd_bus_message* message) : _message(message) {}
@@ -58,13 +58,13 @@ public:
     void Put(bool value);
     void Put(const std::string& value);
     void Put(const std::vector<std::string>& value);
-    void Put(const char*) = delete;  // would go as a bool
+    void Put(const char*) = delete;  // would convert to bool
 
 private:
     sd_bus_message* _message;
 };
 
-/// Takes the values out of a message in their order. Throws tavos::osa::Exception when another type comes next.
+/// Reads a message's values in their order. Throws tavos::osa::Exception when the next one has another type.
 class TAVOS_API Reader {
 public:
     explicit Reader(sd_bus_message* message) : _message(message) {}

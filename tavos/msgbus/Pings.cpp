@@ -8,8 +8,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// A service that only waits to be let go on answers the question that it has; another is for one that was lost. The
-/// bus keeps what a silent service does not take, so there must not be many.
+/// A service that is only stopped answers the first ping when it continues; a second one is for a ping that was lost.
+/// The bus queues the pings that a silent service does not read, so they must be few.
 constexpr std::chrono::microseconds kPatience = 10s;
 constexpr auto kPause = 200ms;
 

@@ -8,14 +8,14 @@
 
 namespace tavos::msgbus {
 
-/// Asks silent services for a sign of life over one connection, one question a service at a time. On the thread that
-/// processes the connection.
+/// Pings silent services over one connection, one ping a service at a time. On the thread that processes the
+/// connection.
 class Pings {
 public:
     /// Both outlive it.
     Pings(sd_bus* bus, SilentServices& silent) : _bus(bus), _silent(silent) {}
 
-    /// Sends the questions that are due and have not been asked yet; returns when the next one is due.
+    /// Sends the pings that are due and not under way; returns when the next one is due.
     Clock::time_point Send();
 
 private:
@@ -24,7 +24,7 @@ private:
         std::string service;
         SlotPtr slot;
         bool ended = false;
-        Clock::time_point again;  // once it has ended
+        Clock::time_point again;  // earliest time of the next ping; valid once `ended` is set
     };
 
     static int OnAnswer(sd_bus_message* answer, void* question, sd_bus_error*);

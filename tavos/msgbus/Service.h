@@ -16,7 +16,7 @@
 
 namespace tavos::msgbus {
 
-/// What the host must know of one operation to serve it; `service` points at the interface's class.
+/// What the host requires to serve one operation; `service` points at the interface's class.
 struct Operation {
     const char* name;
     const char* arguments;  ///< signature
@@ -37,14 +37,14 @@ struct TAVOS_API ServiceHost::Private {
     Private(const Private&) = delete;
     Private& operator=(const Private&) = delete;
 
-    /// Puts `service` on the bus and takes its name. Throws tavos::osa::Exception when the name is taken.
+    /// Serves `service` on the bus and takes its name. Throws tavos::osa::Exception when the name is taken.
     void Add(const ServiceAddress& address, void* service, const std::vector<Operation>& operations,
              const std::vector<EventDescription>& events);
 
-    /// Keeps something for as long as the host lives.
+    /// Keeps `object` for as long as the host lives.
     void Keep(std::shared_ptr<void> object);
 
-    /// Sends an event to whoever has subscribed to it; without a bus it is lost.
+    /// Emits an event to its subscribers; without a bus it is lost.
     void Emit(const ServiceAddress& from, const char* event, const std::function<void(Writer&)>& arguments);
 
     struct State;
@@ -83,7 +83,7 @@ constexpr Operation OperationOf(const char* name, const char* arguments, const c
     return {name, arguments, result, &MethodOperation<Method>::Render, &MethodOperation<Method>::Serve};
 }
 
-/// Sends what a service's event fires to the bus, from construction to destruction.
+/// Emits each firing of a service's event on the bus, from construction to destruction.
 template <class Event, class... Arguments>
 class EventSender {
 public:

@@ -23,7 +23,7 @@ constexpr auto kConnectTime = 2s;
 constexpr auto kRetryDelay = 200ms;
 constexpr const char* kErrorName = "org.tavos.Error.Failed";
 
-/// One service: what the bus library calls, and what it then calls.
+/// One service: the bus library's handler and the object that serves the calls.
 struct Object {
     ServiceHost::Private::State* host = nullptr;
     ServiceAddress address;
@@ -118,7 +118,7 @@ struct ServiceHost::Private::State {
         object.slot.reset(slot);
     }
 
-    /// The bus, connected anew when it is time for that; false without one.
+    /// Reconnects when the next attempt is due; false without a bus.
     bool EnsureConnected() {
         if (bus) return true;
         if (Clock::now() < nextAttempt) return false;
@@ -136,13 +136,13 @@ struct ServiceHost::Private::State {
         const SignalsBlocked guard;
         const int result = sd_bus_request_name(bus.get(), object.address.service.c_str(), 0);
         if (result < 0 && result != -EALREADY) {
-            throw osa::Exception("%s: the name cannot be had: %s", object.address.service.c_str(),
+            throw osa::Exception("%s: cannot take the name: %s", object.address.service.c_str(),
                                  std::strerror(-result));
         }
         object.owned = true;
     }
 
-    /// After a restart of the bus; a name that somebody else has taken meanwhile is asked for again and again.
+    /// After a restart of the bus. Retries a name that another process has taken meanwhile.
     void TakeMissingNames() {
         if (Clock::now() < nextAttempt) return;
         for (auto& object : objects) {
@@ -163,12 +163,12 @@ struct ServiceHost::Private::State {
         return progress > 0;
     }
 
-    /// True when it was woken through the descriptor of WakeOn.
+    /// True when the descriptor of WakeOn has become readable.
     bool WaitUntil(Clock::time_point until) {
         pollfd watched[] = {{wakeDescriptor, POLLIN, 0}, {-1, 0, 0}};
         if (bus) {
             const int events = sd_bus_get_events(bus.get());
-            std::uint64_t due = 0;  // microseconds of the clock that steady_clock is, too
+            std::uint64_t due = 0;  // microseconds of the clock that steady_clock uses, too
             if (events < 0 || sd_bus_get_timeout(bus.get(), &due) < 0) {
                 Disconnect("the connection has ended");
                 return false;
@@ -192,7 +192,7 @@ struct ServiceHost::Private::State {
 
     bool AnswersPings(const char* service) { return !filter || filter({service, "Ping", {}}) != Treatment::kHang; }
 
-    /// The pings of services that do not hang any more.
+    /// Answers the pings of services that no longer hang.
     void AnswerHeldPings() {
         for (auto ping = heldPings.begin(); ping != heldPings.end();) {
             if (AnswersPings(sd_bus_message_get_destination(ping->get()))) {
@@ -260,14 +260,14 @@ int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error) {
     }
 }
 
-/// The bus library answers a ping for the whole process; a service that hangs must not seem alive for that.
+/// The bus library answers pings for the whole process. This keeps it from answering for a service that hangs.
 int OnMessage(sd_bus_message* message, void* state, sd_bus_error*) {
-    constexpr std::size_t kMostHeld = 100;
+    constexpr std::size_t kMaxHeld = 100;
     auto& host = *static_cast<ServiceHost::Private::State*>(state);
     if (sd_bus_message_is_method_call(message, "org.freedesktop.DBus.Peer", "Ping") <= 0) return 0;
     try {
         if (host.AnswersPings(sd_bus_message_get_destination(message))) return 0;
-        if (host.heldPings.size() == kMostHeld) host.heldPings.pop_front();
+        if (host.heldPings.size() == kMaxHeld) host.heldPings.pop_front();
         host.heldPings.emplace_back(sd_bus_message_ref(message));
         return 1;
     } catch (...) {
@@ -339,7 +339,8 @@ void ServiceHost::SetPresent(const std::string& service, bool present) {
     } else if (state.bus && object.owned) {
         const SignalsBlocked guard;
         const int result = sd_bus_release_name(state.bus.get(), service.c_str());
-        if (result < 0) throw osa::Exception("%s: the name stays: %s", service.c_str(), std::strerror(-result));
+        if (result < 0)
+            throw osa::Exception("%s: cannot release the name: %s", service.c_str(), std::strerror(-result));
         object.owned = false;
     }
     object.wanted = present;
@@ -350,10 +351,10 @@ void ServiceHost::WakeOn(int descriptor) {
 }
 
 void ServiceHost::Process(int timeout) {
-    constexpr int kMostMessages = 1000;  // a caller who never stops must not keep the host's own work from running
+    constexpr int kMaxMessages = 1000;  // a caller who never stops must not keep the host's own work from running
     auto& state = *_private->state;
     const auto until = Clock::now() + std::chrono::milliseconds(timeout);
-    for (int processed = 0; processed < kMostMessages;) {
+    for (int processed = 0; processed < kMaxMessages;) {
         if (state.EnsureConnected()) {
             state.TakeMissingNames();
             state.AnswerHeldPings();

@@ -11,13 +11,13 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// Nothing after the first miss, then 200 ms, doubled for each further one.
+/// Zero after the first miss, 200 ms after the second, doubled for each further one.
 Clock::duration Delay(int misses) {
     constexpr auto kFirst = 200ms;
-    constexpr auto kLongest = 10000ms;
-    constexpr int kMostDoublings = 10;
+    constexpr auto kMaxDelay = 10000ms;
+    constexpr int kMaxDoublings = 10;
     if (misses < 2) return 0ms;
-    return std::min(kFirst * (1 << std::min(misses - 2, kMostDoublings)), kLongest);
+    return std::min(kFirst * (1 << std::min(misses - 2, kMaxDoublings)), kMaxDelay);
 }
 
 }  // namespace

@@ -12,33 +12,32 @@
 
 namespace tavos::msgbus {
 
-/// The services (the bus itself among them) that have let a call wait in vain. A caller does not wait for one of them
-/// again until it has given a sign of life: whoever owns the event connection asks for that in the background. Any
-/// thread.
+/// The services (the bus itself included) that missed a call's deadline. Calls to them fail at once until they answer a
+/// ping; the owner of the event connection pings them in the background. Any thread.
 class SilentServices {
 public:
-    /// What the bus itself is called.
+    /// The bus itself, as a service.
     static const ServiceAddress& TheBus();
 
-    /// `wake` is called, from any thread, when there is a service to ask for a sign of life. Without one (null) nobody
-    /// asks: no service is taken for silent then, and each call waits.
+    /// Calls `wake`, from any thread, when there is a service to ping. With null nobody pings: then no service counts
+    /// as silent, and each call waits.
     void SetAsker(std::function<void()> wake);
 
     bool IsSilent(const std::string& service) const;
-    /// A call has waited for its whole deadline.
+    /// A call waited for its whole deadline.
     void Missed(const ServiceAddress& service);
-    /// Its answers come, but so slowly that one request has waited for them as long as a request may.
+    /// The service answers, but so slowly that it used up the time limit of a request.
     void UsedUpTime(const ServiceAddress& service);
-    /// A sign of life.
+    /// The service answered a ping.
     void Heard(const std::string& service);
-    /// It is gone: what its successor does is its own.
+    /// The service is gone: its record must not count against its successor.
     void Ended(const std::string& service);
-    /// A call was answered, be it with an error. What was missed before is forgotten, unless the answer was slow: a
-    /// service that is slow all the time must be retried later and later.
+    /// A call was answered, possibly with an error. A quick answer resets the count of misses; a slow one does not,
+    /// because a service that is always slow must be retried later and later.
     void Answered(const std::string& service, bool slowly);
 
-    /// A service that is to be asked for a sign of life, and when first. One that has given a sign and then missed the
-    /// next call all the same is left alone for longer each time.
+    /// A service to ping, and the earliest time. The delay grows each time a service answers a ping and then misses the
+    /// next call.
     struct Question {
         std::string service;
         std::string path;
@@ -46,7 +45,8 @@ public:
     };
     std::vector<Question> Questions() const;
 
-    /// Around a fork, in the parent and in the child, so that the child gets it whole. No lock is taken within.
+    /// Around a fork, so that the child gets a consistent copy; AfterFork in the parent and in the child. No other lock
+    /// is taken while this one is held.
     void BeforeFork() { _mutex.lock(); }
     void AfterFork() { _mutex.unlock(); }
 
@@ -64,8 +64,8 @@ private:
 
     mutable std::mutex _mutex;
     std::function<void()> _wakeAsker;
-    std::map<std::string, Record> _records;  // those that have missed a call and not answered one quickly since
-    std::atomic<bool> _any{false};           // calls look here first: nearly always there is none
+    std::map<std::string, Record> _records;  // services that missed a call and have not answered quickly since
+    std::atomic<bool> _any{false};           // checked before the lock: nearly always false
 };
 
 }  // namespace tavos::msgbus

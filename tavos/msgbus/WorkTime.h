@@ -11,20 +11,19 @@
 
 namespace tavos::msgbus {
 
-/// How long the calls of one piece of work may still wait, all together, and which slow services they have waited for.
-/// Belongs to the thread that has begun the work; the calls of other threads have their own deadlines only.
+/// The time that is left to the calls of one piece of work together, and the slow services that used it. Belongs to the
+/// thread that began the work; calls of other threads have only their deadlines.
 class WorkTime {
 public:
-    /// The caller's next piece of work; the one before has ended.
+    /// Begins the calling thread's next piece of work and ends the one before.
     void Begin(Clock::duration limit);
 
-    /// Zero or less when the time is over; max() on a thread that has begun no work.
+    /// Zero or less when the time is used up; max() on a thread that has begun no work.
     Clock::duration Left() const;
 
-    /// A call has waited. `slow`: longer than a good service takes for an answer. Returns the service to blame, when
-    /// the time is over with this call: the one whose slow answers have taken the max of it, if that is a quarter at
-    /// least. Null otherwise: many quick answers are the work's own fault, and a slow one now and then is the
-    /// machine's.
+    /// Counts the time of one call. `slow`: longer than a healthy service takes to answer. When this call uses up the
+    /// limit, returns the service whose slow answers took the largest share, if that is at least a quarter of the
+    /// limit. Otherwise null: the work asked for too many answers, or the machine delayed a few.
     const ServiceAddress* Spend(const ServiceAddress& service, Clock::duration time, bool slow);
 
 private:
@@ -32,9 +31,9 @@ private:
     const ServiceAddress* Slowest() const;
 
     std::atomic<std::thread::id> _owner{};
-    Clock::duration _limit{};  // the owner's, as all below
+    Clock::duration _limit{};  // of the owner, as all members below
     Clock::duration _left{};
-    std::vector<std::pair<ServiceAddress, Clock::duration>> _slowCalls;  // a few at most: each takes its time
+    std::vector<std::pair<ServiceAddress, Clock::duration>> _slowCalls;  // few, because each call is slow
 };
 
 }  // namespace tavos::msgbus

@@ -13,7 +13,7 @@ Exception::Exception(const char* format, ...) {
     const int length = std::vsnprintf(nullptr, 0, format, arguments);
     va_end(arguments);
     if (length < 0) {
-        _text = format;  // what cannot be formatted is shown as it is
+        _text = format;  // formatting failed: show the format itself
     } else {
         _text.resize(static_cast<std::size_t>(length) + 1);
         std::vsnprintf(_text.data(), _text.size(), format, again);

@@ -28,20 +28,20 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kBusyTime{1000};
 constexpr std::chrono::milliseconds kBusyPoll{1};
-constexpr int kQuickBusyTime = 100;  // milliseconds, for what only a kill is to be survived
-constexpr off_t kLongestLog = 1 << 20;
+constexpr int kQuickBusyTime = 100;  // milliseconds, for values that must survive only a kill
+constexpr off_t kMaxLog = 1 << 20;   // bytes of the log beside the file
 
 struct DatabaseCloser {
     void operator()(sqlite3* database) const { sqlite3_close(database); }
 };
 using DatabasePtr = std::unique_ptr<sqlite3, DatabaseCloser>;
 
-/// A failure of the database library's.
+/// A failure of the database library.
 class DatabaseFailure : public osa::Exception {
 public:
     DatabaseFailure(int result, const char* text) : Exception("%s", text), _kind(result & 0xff) {}
 
-    /// Whether it may only be that a file cannot be made or written.
+    /// True when the cause may be a file that cannot be created or written.
     bool MayBeOfWriting() const {
         return _kind == SQLITE_CANTOPEN || _kind == SQLITE_IOERR || _kind == SQLITE_READONLY || _kind == SQLITE_FULL;
     }
@@ -123,8 +123,8 @@ std::string StorePath() {
     return error ? given : absolute.string();
 }
 
-/// The file that symbolic links lead to: the database library keeps its other files beside that one. The name itself
-/// when there is none.
+/// The file that symbolic links lead to: the database library keeps its other files beside it. `path` itself when the
+/// file does not exist.
 std::string Resolved(const std::string& path) {
     std::error_code error;
     const auto resolved = std::filesystem::canonical(path, error);
@@ -136,8 +136,8 @@ bool IsNoRegularFile(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
-/// A FIFO in the place of one of the files that the database library opens would block that open, without a deadline.
-/// One that replaces a file between this look and the open, microseconds later, still does.
+/// A FIFO instead of one of the files that the database library opens would block the open without a deadline. A FIFO
+/// that replaces a file in the microseconds between this check and the open still does.
 void RefuseOtherThanRegularFiles(const std::string& path) {
     if (IsNoRegularFile(path)) throw osa::Exception("it is no regular file");
     const std::string resolved = Resolved(path);
@@ -147,15 +147,15 @@ void RefuseOtherThanRegularFiles(const std::string& path) {
     }
 }
 
-/// The database library's busy handler. Its own one waits up to 100 ms between two attempts, and is overtaken again and
-/// again by processes that store one value after the other: it gave up although nobody held the lock for long.
+/// The database library's busy handler. The library's default one waits up to 100 ms between attempts. Processes that
+/// store one value after the other overtook it each time: it gave up although nobody held the lock for long.
 int WaitForLock(void* deadline, int /*attempts*/) {
     if (Clock::now() >= *static_cast<const Clock::time_point*>(deadline)) return 0;
     std::this_thread::sleep_for(kBusyPoll);
     return 1;
 }
 
-/// What a database file and the log beside it look like from outside: a change of its contents changes this.
+/// Size and time of a database file and the log beside it: a change of the contents changes them.
 struct Stamp {
     explicit Stamp(const std::string& path) {
         const std::string resolved = Resolved(path);
@@ -193,17 +193,16 @@ bool IsEmpty(sqlite3* database) {
     return !Statement(database, "SELECT 1 FROM sqlite_schema").Step();
 }
 
-/// Changes stay in the log beside the file, and the system writes that to the disk in its own time. The next one who
-/// closes the file as the last brings them into it.
+/// Leaves changes in the log beside the file; the system writes the log to the disk later. The next process that is the
+/// last to close the file moves them into it.
 void LeaveToTheSystem(sqlite3* database, off_t logSize) {
     Run(database, "PRAGMA synchronous = NORMAL");
-    if (logSize < kLongestLog)
-        Check(database, sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr));
+    if (logSize < kMaxLog) Check(database, sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr));
     sqlite3_busy_timeout(database, kQuickBusyTime);
 }
 
-/// Makes the table in an empty database. Safe against other processes that do the same at the same time: the change of
-/// the journal mode, for which the library calls no busy handler, waits here.
+/// Creates the table in an empty database. Other processes may do the same at the same time: the library calls no busy
+/// handler for the change of the journal mode, so this waits for them.
 void MakeTable(sqlite3* database, Clock::time_point deadline) {
     for (bool done = false; !done;) {
         try {
@@ -222,23 +221,23 @@ void MakeTable(sqlite3* database, Clock::time_point deadline) {
 
 }  // namespace
 
-/// The file is opened for each operation and closed after it. A database must not stay open across a fork (the child
-/// would believe in locks that it does not hold), and so a file that has been replaced or mended is noticed at once.
+/// Opens the file for each operation and closes it afterwards. A database must not stay open across a fork: the child
+/// would rely on locks that it does not hold. It also notices at once when the file is replaced or repaired.
 struct TavosSettingsClient::Store {
     explicit Store(int operationMode) : mode(operationMode), path(StorePath()) {}
 
-    /// Does `work`, which writes, with the open database.
+    /// Runs `work`, which writes, with the open database.
     template <class Work>
     void Write(const Work& work) {
-        Telling(writingFails, [&] { work(Open().get()); });
+        LogFailures(writingFails, [&] { work(Open().get()); });
     }
 
-    /// As Write, for work that only reads and may be begun anew. While a database is open there are two more files
-    /// beside it; where these cannot be made (no room is left, or nothing is to be written) it is read as it is, unless
-    /// the latest changes are still in one of them.
+    /// As Write, for work that only reads and may run twice. An open database requires two more files beside it. When
+    /// they cannot be created (full or read-only disk), this reads the database file alone, unless one of them still
+    /// holds the latest changes.
     template <class Work>
     void Read(const Work& work) {
-        Telling(readingFails, [&] {
+        LogFailures(readingFails, [&] {
             const Stamp before(path);
             try {
                 work(Open().get());
@@ -250,9 +249,9 @@ struct TavosSettingsClient::Store {
         });
     }
 
-    /// What goes wrong is told to the log when it starts to go wrong.
+    /// Logs the first failure after a success, and rethrows each one with the store's name.
     template <class Work>
-    void Telling(bool& failing, const Work& work) {
+    void LogFailures(bool& failing, const Work& work) {
         std::string fault;
         try {
             work();
@@ -269,7 +268,7 @@ struct TavosSettingsClient::Store {
         throw whole;
     }
 
-    /// What can be seen to stand in the way; the database library does not tell.
+    /// The likely reason in the file system, which the database library does not report.
     std::string Hindrance() const {
         constexpr unsigned long kRoom = 64 * 1024;  // bytes, for the files that an open database needs
         const std::string folder = std::filesystem::path(path).parent_path().string();
@@ -314,7 +313,7 @@ struct TavosSettingsClient::Store {
         return database;
     }
 
-    /// Others than its owner have no business with it: it may hold a password one day.
+    /// Readable by the owner only: the store may hold a password one day.
     void CreateFile() const {
         const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         if (descriptor >= 0) {
@@ -326,7 +325,7 @@ struct TavosSettingsClient::Store {
 
     const int mode;
     const std::string path;
-    Clock::time_point deadline{};  // of the operation under way, for another process's lock
+    Clock::time_point deadline{};  // of the current operation, for another process's lock
     bool readingFails = false;
     bool writingFails = false;
 };

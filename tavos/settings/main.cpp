@@ -25,7 +25,7 @@ IniFile Everything(const std::string& path) {
     return ini;
 }
 
-/// As TavosSettingsClient::GetValue, but tells a missing value from an empty one.
+/// As TavosSettingsClient::GetValue, but throws for a missing value.
 void Get(const std::string& key) {
     const std::string value = TavosSettingsClient(TavosSettingsClient::kReadOnly).GetValue(key);
     const auto end = key.find(']');
@@ -100,7 +100,7 @@ void Run(Words words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    tavos::core::Logger::ClearAppenders();  // what goes wrong is said once, by this command
+    tavos::core::Logger::ClearAppenders();  // this command reports each failure itself, once
     try {
         Run(Words(argv + 1, argv + argc));
         return 0;

@@ -323,7 +323,7 @@ TEST_F(BusTest, ANameThatSomebodyElseHasIsTakenWhenItIsFree) {
         stranger.emplace(bus.Address());
         stranger->Do([&](ServiceHost& h) { Serve(h, other); });
     });
-    const std::string refused = " tavos Error org.tavos.Pan1: the name cannot be had: File exists\n";
+    const std::string refused = " tavos Error org.tavos.Pan1: cannot take the name: File exists\n";
     EXPECT_TRUE(Eventually([&] { return log.Count(refused) >= 1; })) << log.Text();
     const auto since = std::chrono::steady_clock::now();
     MsgBus messages;

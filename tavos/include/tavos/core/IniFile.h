@@ -24,7 +24,7 @@ public:
 
     const std::map<std::string, Section>& Sections() const { return _sections; }
 
-    /// What Write can write as a section's or a key's name: not empty, no control characters, no blank at either end;
+    /// True for a name that Write accepts: not empty, no control characters, no blank at either end;
     /// a section's has no brackets, a key's no '=' and none of '[', '#' and ';' as its first character.
     static bool IsSectionName(const std::string& name);
     static bool IsKeyName(const std::string& name);

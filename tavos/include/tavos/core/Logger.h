@@ -13,8 +13,8 @@ class IniFile;
 /// Level numbers of the platform's logger: a line is written when the configured level is at least its number.
 enum LogLevel : int { kError = 3, kInformation = 6, kDebug = 7, kTrace = 8 };
 
-/// Printf-style logger. All loggers of a process share one level and one set of appenders; the name only tells the
-/// lines apart. Every member may be called from any thread. Nothing here throws, ConfigureLogging excepted.
+/// Printf-style logger. All loggers of a process share one level and one set of appenders; the name only
+/// labels the lines. Every member may be called from any thread. Nothing here throws, ConfigureLogging excepted.
 class TAVOS_API Logger {
 public:
     /// The logger of that name, made at its first use. Owned by the platform, valid until the process ends.
@@ -32,8 +32,8 @@ public:
     /// output is added, so that the failure can be logged.
     static void ConfigureLogging(const IniFile& ini, const char* section);
 
-    /// Arms the operator's override: when the environment has TAVOS_LOG_LEVEL, a level number, that level wins over
-    /// every configured one from now on. Without the variable (or with a value that is no number) nothing changes.
+    /// Enables the operator's override: a level number in the environment's TAVOS_LOG_LEVEL replaces every configured
+    /// level from now on. Without the variable (or with a value that is no number) nothing changes.
     static void EnableDebugLogging();
 
     bool IsEnabled(int level) const { return level <= s_level.load(std::memory_order_relaxed); }
@@ -43,7 +43,7 @@ public:
     void Debug(const char* format, ...) const __attribute__((format(printf, 2, 3)));
     void Trace(const char* format, ...) const __attribute__((format(printf, 2, 3)));
 
-    /// Writes the line whatever the level; a newline that ends the text is not doubled.
+    /// Writes the line regardless of the configured level. A newline that ends the text is not doubled.
     void LogMessageV(int level, const char* format, va_list arguments) const __attribute__((format(printf, 3, 0)));
 
     const std::string& Name() const { return _name; }

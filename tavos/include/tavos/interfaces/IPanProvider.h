@@ -11,8 +11,8 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// The endless pan axis, org.tavos.Pan1. Positions are thousandths of a degree: 360000 a turn, growing clockwise.
-/// Speeds and velocities are fractions of the axis's greatest speed, -1.0 to 1.0, positive clockwise; a speed of 0 in
-/// a positioned move stands for the axis's own speed. A time limit, in seconds, ends a move that lasts longer.
+/// Speeds and velocities are fractions of the axis's max speed, -1.0 to 1.0, positive clockwise; a speed of 0 in a
+/// positioned move selects the axis's default speed. A time limit, in seconds, ends a move that lasts longer.
 /// Here as in every service interface: operations are synchronous, throw tavos::osa::Exception when the service is
 /// missing, refuses, or does not answer in time, and may be called from any thread, one call at a time.
 class TAVOS_API IPanProvider {

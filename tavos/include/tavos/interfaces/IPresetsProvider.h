@@ -8,8 +8,8 @@ class IMsgBus;
 
 namespace tavos::interfaces {
 
-/// Stored positions, org.tavos.Presets1. No user of this platform calls it yet: a client can be had, and the service
-/// can be present or missing, but it has no operation.
+/// Stored positions, org.tavos.Presets1. It has no operation yet; a client can be created, and the service can be
+/// present or missing.
 class TAVOS_API IPresetsProvider {
 public:
     /// A client owned by the caller.

@@ -25,9 +25,9 @@ class IVoltageV2Provider;
 class IPowerV2Provider;
 class IFanV2Provider;
 
-/// Puts a service on the bus under its well-known name and returns that name. The bus's calls become calls of
-/// `service` on the host's thread, what those throw becomes the caller's error, and what its events fire on that
-/// thread becomes signals. `service` must outlive the host. Throws tavos::osa::Exception when the name is taken.
+/// Serves `service` on the bus under its well-known name and returns that name. Calls from the bus call `service` on
+/// the host's thread; an exception becomes the caller's error. Each event fired on that thread is emitted as a signal.
+/// `service` must outlive the host. Throws tavos::osa::Exception when the name is taken.
 TAVOS_API std::string Serve(msgbus::ServiceHost& host, IPanProvider& service);
 TAVOS_API std::string Serve(msgbus::ServiceHost& host, IAxisProvider& service, const char* axis);
 TAVOS_API std::string Serve(msgbus::ServiceHost& host, IZoomProvider& service);

@@ -10,7 +10,7 @@ enum class Work {
     kRequest,  ///< one SNMP request: one PDU, with all its variables and, for a SET, all its phases
 };
 
-class Connection;  // the host's own; a client library that speaks another bus has another
+class Connection;  // private to this library; another bus's client library has its own
 
 /// The message bus as the service clients see it. A client keeps the pointer: the bus must outlive its clients.
 class TAVOS_API IMsgBus {
@@ -18,17 +18,16 @@ public:
     virtual ~IMsgBus() = default;
 
     /// Starts the thread that delivers service events to their delegates. A second call does nothing. Throws
-    /// tavos::osa::Exception when no thread can be had; a bus that is not there yet is no failure, the thread
-    /// waits for it.
+    /// tavos::osa::Exception when the thread cannot be started. A missing bus is no failure: the thread retries until
+    /// it is there.
     virtual void StartServer() = 0;
 
     /// For the service clients of the platform only.
     virtual Connection& GetConnection() = 0;
 
-    /// The calls that this thread makes from now on, until it begins its next work, wait no longer than a limit, all
-    /// together: what is left of it bounds each call, and with nothing left a call fails at once, as one does whose
-    /// service is missing. One thread of the process only, the agent's; calls of other threads have their own
-    /// deadlines.
+    /// Sets a time limit for all calls together that this thread makes until it begins its next work. The rest of the
+    /// limit bounds each call; once it is used up, a call fails at once, like a call to a missing service. Only the
+    /// agent's thread may begin work; calls of other threads have only their deadlines.
     virtual void BeginWork(Work work) = 0;
 };
 

@@ -8,15 +8,14 @@
 
 namespace tavos::msgbus {
 
-/// A process's end of the message bus, spoken to the address in the environment's TAVOS_BUS_ADDRESS, or to the
-/// system bus without it. Construction never fails: a bus that is missing makes the calls throw, until it is there.
-/// Calls wait 500 ms for their answer, or as many milliseconds as the environment's TAVOS_CALL_TIMEOUT_MS says. The
-/// calls of one request together wait twice as long, or TAVOS_REQUEST_TIMEOUT_MS; those of the start five times as long
-/// as those of a request.
+/// A process's end of the message bus at the address in the environment's TAVOS_BUS_ADDRESS; without it, of the system
+/// bus. Construction never fails: while the bus is missing, calls throw. A call's deadline is 500 ms, or
+/// TAVOS_CALL_TIMEOUT_MS milliseconds. The limit for all calls of one request is twice the deadline, or
+/// TAVOS_REQUEST_TIMEOUT_MS milliseconds; the limit for the start is five times that of a request.
 class TAVOS_API MsgBus final : public IMsgBus {
 public:
     MsgBus();
-    /// Ends the event thread; returns when no delegate runs any more.
+    /// Ends the event thread; returns once no delegate runs.
     ~MsgBus() override;
     MsgBus(const MsgBus&) = delete;
     MsgBus& operator=(const MsgBus&) = delete;

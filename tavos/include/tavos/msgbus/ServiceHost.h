@@ -18,7 +18,7 @@ struct ReceivedCall {
     std::vector<std::string> arguments;
 };
 
-/// What becomes of a call: it is served, answered with an error, or never answered.
+/// A call is served, answered with an error, or never answered.
 enum class Treatment { kServe, kFail, kHang };
 
 /// The other end of the bus: a process's services. Everything runs on the thread that calls Process; no member may
@@ -32,20 +32,20 @@ public:
     ServiceHost(const ServiceHost&) = delete;
     ServiceHost& operator=(const ServiceHost&) = delete;
 
-    /// Asked before each call is served, in the order of arrival. Without it everything is served. It is also asked, as
-    /// for an operation "Ping" without arguments and perhaps over and over, whether a service gives a sign of life,
-    /// which all but one that hangs do.
+    /// Called before each call is served, in the order of arrival. Without a filter everything is served. It also
+    /// decides whether a service answers pings, as an operation "Ping" without arguments, possibly many times: only
+    /// kHang keeps the ping unanswered.
     void SetCallFilter(std::function<Treatment(const ReceivedCall&)> filter);
 
-    /// Takes or gives up a service's well-known name; a service whose name is given up is as good as not there.
+    /// Takes or gives up a service's well-known name; without its name a service is missing to its clients.
     /// Throws tavos::osa::Exception for a service that is not served here, or when another process has the name.
     void SetPresent(const std::string& service, bool present);
 
-    /// Lets Process return as well when the descriptor becomes readable; reading from it is the caller's business. One
-    /// descriptor, which must stay open as long as the host lives.
+    /// Makes Process return when the descriptor becomes readable; the caller must read it. One descriptor, which must
+    /// stay open as long as the host lives.
     void WakeOn(int descriptor);
 
-    /// Serves what has arrived; waits at most `timeout` milliseconds for something to arrive.
+    /// Serves the calls that have arrived; waits at most `timeout` milliseconds for the first one.
     void Process(int timeout);
 
     struct Private;

@@ -7,7 +7,7 @@
 
 namespace tavos::osa {
 
-/// What every failure of the platform is thrown as. The text is formatted as printf does.
+/// Thrown for every failure of the platform. The text is formatted as printf does.
 class TAVOS_API Exception : public std::exception {
 public:
     explicit Exception(const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -15,9 +15,9 @@ namespace tavos::settings {
 /// file, named by the environment's TAVOS_SETTINGS_STORE or else /var/lib/tavos/settings.db, shared by every process
 /// of the camera. It is opened for each operation, so that construction never fails; each operation throws
 /// tavos::osa::Exception with the file's name and the reason when the store is missing, damaged, no regular file (a
-/// link to one is fine; a FIFO is not opened) or busy for more than a second. A value that SetValue returned for
-/// survives a kill and a loss of power: that takes a disk some milliseconds. On a disk that is full or is not to be
-/// written values can still be read. One client is for one thread at a time.
+/// link to one is fine; a FIFO is not opened) or busy for more than a second. Once SetValue has
+/// returned, the value survives a kill and a loss of power; that takes a disk some milliseconds. Values can still be
+/// read when the disk is full or read-only. One thread at a time may use a client.
 class TAVOS_API TavosSettingsClient {
 public:
     enum OperationMode : int {
@@ -29,8 +29,8 @@ public:
     /// What a stored value survives.
     enum class Survives {
         kPowerLoss,
-        /// No loss of power, until somebody stores for that. The disk is waited for now and then only, and another
-        /// process that stores for a tenth of a second.
+        /// A kill, but no loss of power until the next store with kPowerLoss. Waits for the disk only now and then, and
+        /// up to a tenth of a second for another process that is storing.
         kKill,
     };
 

@@ -17,8 +17,8 @@ std::string Quoted(const std::string& text) {
     return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-/// Arguments arrive as text without their types. Only the banks of alarms and relays are named by strings, as the
-/// first argument; everywhere else are numbers and booleans, whose text is JSON already ("nan" and "inf" are not).
+/// Arguments arrive as text without their types. The only strings are the banks of alarms and relays, as the first
+/// argument. All others are numbers and booleans, whose text is already JSON (except "nan" and "inf").
 std::string Argument(const std::string& service, std::size_t index, const std::string& text) {
     const bool isBank = index == 0 && (service == "alarm" || service == "relay");
     const bool isJson = !isBank && nlohmann::json::accept(text);
@@ -36,7 +36,7 @@ void CallLog::Add(const std::string& service, const tavos::msgbus::ReceivedCall&
     line += std::string("],\"outcome\":\"") + Outcome(treatment) + "\"}\n";
     _bytes += line.size();
     _lines.push_back(std::move(line));
-    while (_lines.size() > kMostCalls || _bytes > kMostBytes) {
+    while (_lines.size() > kMaxCalls || _bytes > kMaxBytes) {
         _bytes -= _lines.front().size();
         _lines.pop_front();
     }

@@ -8,14 +8,13 @@
 
 namespace dome {
 
-/// The service calls that the camera has received, in the order of their arrival, oldest first; what is beyond the
-/// bounds falls out at the old end.
+/// The service calls that the camera has received, oldest first. Above either limit the oldest calls are dropped.
 class CallLog {
 public:
-    static constexpr std::size_t kMostCalls = 20000;
-    static constexpr std::size_t kMostBytes = 2 * 1024 * 1024;
+    static constexpr std::size_t kMaxCalls = 20000;
+    static constexpr std::size_t kMaxBytes = 2 * 1024 * 1024;
 
-    /// `service` is the short name ("pan"); `treatment` what became of the call.
+    /// `service` is the short name ("pan"); `treatment` how the call was treated.
     void Add(const std::string& service, const tavos::msgbus::ReceivedCall& call, tavos::msgbus::Treatment treatment);
 
     /// One JSON object a line: service, call, args, outcome ("ok", "fail" or "hang").

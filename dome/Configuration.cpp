@@ -17,9 +17,9 @@ namespace {
 
 using tavos::osa::Exception;
 
-constexpr double kThousand = 1000;  // the model's units in one of the file's
+constexpr double kThousand = 1000;  // model units in one unit of the file
 
-/// One table of the file. A key that is not among `keys` is refused at once.
+/// One table of the file. Refuses keys that are not among `keys`.
 class Table {
 public:
     Table(const std::string& file, std::string name, const toml::table& table, std::initializer_list<const char*> keys)
@@ -32,14 +32,14 @@ public:
         }
     }
 
-    /// Numbers, whole ones as well, from `least` to `most`; `target` is in `unit`ths of what the file has.
-    void Read(const char* key, double& target, double least, double most, double unit = 1) const {
+    /// A whole or real number from `min` to `max` in the file's unit; `unit` converts it to the target's.
+    void Read(const char* key, double& target, double min, double max, double unit = 1) const {
         const toml::node* node = _table.get(key);
         if (!node) return;
         const auto number = node->value<double>();
-        if (!node->is_number() || !number) Refuse(*node, key, "is to be a number");
-        if (!(*number >= least && *number <= most)) {
-            Refuse(*node, key, "is to be from " + Text(least) + " to " + Text(most));
+        if (!node->is_number() || !number) Refuse(*node, key, "must be a number");
+        if (!(*number >= min && *number <= max)) {
+            Refuse(*node, key, "must be from " + Text(min) + " to " + Text(max));
         }
         target = *number * unit;
     }
@@ -47,36 +47,36 @@ public:
     void Read(const char* key, bool& target) const {
         const toml::node* node = _table.get(key);
         if (!node) return;
-        if (!node->is_boolean()) Refuse(*node, key, "is to be true or false");
+        if (!node->is_boolean()) Refuse(*node, key, "must be true or false");
         target = *node->value<bool>();
     }
 
     void Read(const char* key, std::string& target) const {
         const toml::node* node = _table.get(key);
         if (!node) return;
-        if (!node->is_string()) Refuse(*node, key, "is to be a text");
+        if (!node->is_string()) Refuse(*node, key, "must be a text");
         target = *node->value<std::string>();
     }
 
     template <class Whole>
-    void ReadWhole(const char* key, Whole& target, std::int64_t least, std::int64_t most) const {
-        if (const toml::node* node = _table.get(key)) target = static_cast<Whole>(WholeOf(*node, key, least, most));
+    void ReadWhole(const char* key, Whole& target, std::int64_t min, std::int64_t max) const {
+        if (const toml::node* node = _table.get(key)) target = static_cast<Whole>(WholeOf(*node, key, min, max));
     }
 
-    void ReadWholes(const char* key, std::vector<int>& target, std::int64_t least, std::int64_t most) const {
+    void ReadWholes(const char* key, std::vector<int>& target, std::int64_t min, std::int64_t max) const {
         const toml::node* node = _table.get(key);
         if (!node) return;
         const toml::array* array = node->as_array();
-        if (!array || array->empty()) Refuse(*node, key, "is to be a list of whole numbers, not an empty one");
+        if (!array || array->empty()) Refuse(*node, key, "must be a list of whole numbers, not an empty one");
         target.clear();
-        for (const toml::node& element : *array) target.push_back(static_cast<int>(WholeOf(element, key, least, most)));
+        for (const toml::node& element : *array) target.push_back(static_cast<int>(WholeOf(element, key, min, max)));
     }
 
-    /// The table of that key; an empty one where there is none.
+    /// The table of that key; an empty one when the key is missing.
     Table Inner(const char* key, std::initializer_list<const char*> keys) const {
         static const toml::table s_empty;
         const toml::node* node = _table.get(key);
-        if (node && !node->is_table()) Refuse(*node, key, "is to be a table");
+        if (node && !node->is_table()) Refuse(*node, key, "must be a table");
         return {_file, Full(key) + '.', node ? *node->as_table() : s_empty, keys};
     }
 
@@ -84,15 +84,15 @@ public:
         const toml::node* node = _table.get(key);
         if (!node) return;
         const toml::array* array = node->as_array();
-        if (!array) Refuse(*node, key, "is to be a list of banks");
+        if (!array) Refuse(*node, key, "must be a list of banks");
         target.clear();
         for (const toml::node& element : *array) {
-            if (!element.is_table()) Refuse(element, key, "is to be a list of banks");
+            if (!element.is_table()) Refuse(element, key, "must be a list of banks");
             Banks::Size bank{"", -1};
             const Table table(_file, Full(key) + '.', *element.as_table(), {"name", "count"});
             table.Read("name", bank.name);
             table.ReadWhole("count", bank.count, 0, Banks::kMaxRows);
-            if (bank.name.empty() || bank.count < 0) Refuse(element, key, "wants a name and a count in each bank");
+            if (bank.name.empty() || bank.count < 0) Refuse(element, key, "requires a name and a count in each bank");
             target.push_back(bank);
         }
         try {
@@ -102,7 +102,7 @@ public:
         }
     }
 
-    /// Ends the reading with a line that begins with the place of the key.
+    /// Throws the exception of ReadConfiguration, at the key's line.
     [[noreturn]] void RefuseKey(const char* key, const std::string& what) const {
         const toml::node* node = _table.get(key);
         Refuse(node ? node->source() : _table.source(), Full(key), what);
@@ -117,11 +117,11 @@ private:
         return text;
     }
 
-    std::int64_t WholeOf(const toml::node& node, const char* key, std::int64_t least, std::int64_t most) const {
-        if (!node.is_integer()) Refuse(node, key, "is to be a whole number");
+    std::int64_t WholeOf(const toml::node& node, const char* key, std::int64_t min, std::int64_t max) const {
+        if (!node.is_integer()) Refuse(node, key, "must be a whole number");
         const std::int64_t number = *node.value<std::int64_t>();
-        if (number < least || number > most) {
-            Refuse(node, key, "is to be from " + std::to_string(least) + " to " + std::to_string(most));
+        if (number < min || number > max) {
+            Refuse(node, key, "must be from " + std::to_string(min) + " to " + std::to_string(max));
         }
         return number;
     }
@@ -132,7 +132,7 @@ private:
 
     [[noreturn]] void Refuse(const toml::source_region& source, const std::string& key, const std::string& what) const {
         std::string reason = key + ' ' + what;
-        // Keys and names are the file's own; what they have of line ends and the like is not to break the line.
+        // Keys and names come from the file: their control characters must not break the line.
         std::replace_if(
             reason.begin(), reason.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
         throw Exception("%s:%u: %s", _file.c_str(), static_cast<unsigned>(source.begin.line), reason.c_str());
@@ -144,7 +144,7 @@ private:
 };
 
 toml::table Parsed(const std::string& file) {
-    // The open of a FIFO waits for a writer, without a deadline.
+    // The open of a FIFO would wait for a writer, without a deadline.
     std::error_code ignored;
     const auto kind = std::filesystem::status(file, ignored);
     if (std::filesystem::is_directory(kind)) throw Exception("%s:0: is a folder", file.c_str());
@@ -160,7 +160,7 @@ toml::table Parsed(const std::string& file) {
 
 void ReadSpeeds(const Table& table, CameraProperties::Positioner& positioner) {
     table.Read("speed", positioner.speed, 0.1, 1000, kThousand);
-    table.Read("own_speed", positioner.ownSpeed, 0.01, 1);
+    table.Read("own_speed", positioner.defaultSpeed, 0.01, 1);
     table.Read("accelerating", positioner.accelerating, 0.01, 60);
 }
 
@@ -170,12 +170,12 @@ void ReadHead(const Table& root, CameraProperties& camera) {
     ReadSpeeds(tilt, camera.tilt);
     tilt.Read("minimum", camera.tilt.minimum, -90, 90, kThousand);
     tilt.Read("maximum", camera.tilt.maximum, -90, 90, kThousand);
-    if (camera.tilt.minimum >= camera.tilt.maximum) tilt.RefuseKey("maximum", "is to be above minimum");
+    if (camera.tilt.minimum >= camera.tilt.maximum) tilt.RefuseKey("maximum", "must be above minimum");
 }
 
-void ReadMagnification(const Table& table, const char* key, std::uint32_t& thousandths, double most) {
+void ReadMagnification(const Table& table, const char* key, std::uint32_t& thousandths, double max) {
     double magnification = thousandths;
-    table.Read(key, magnification, 1, most, kThousand);
+    table.Read(key, magnification, 1, max, kThousand);
     thousandths = static_cast<std::uint32_t>(std::lround(magnification));
 }
 

@@ -6,14 +6,14 @@
 
 namespace dome {
 
-/// What a configuration file may change about the desk camera; dome/desk.toml describes every key.
+/// The desk camera's configuration; dome/desk.toml describes every key of the file.
 struct Configuration {
     CameraProperties camera;
     bool keepPosition = false;
 };
 
-/// Throws tavos::osa::Exception, one line of text that begins with FILE:LINE, for a file that cannot be read, a key
-/// that is not known, a value of another type and one out of range.
+/// Throws tavos::osa::Exception, one line of text that begins with FILE:LINE, for a file that cannot be read, an
+/// unknown key, or a value of the wrong type or out of range.
 Configuration ReadConfiguration(const std::string& file);
 
 }  // namespace dome

@@ -32,7 +32,7 @@ Number ParseNumber(const std::string& text) {
     return number;
 }
 
-/// A whole number; `what` names it in the refusal.
+/// A whole number; `what` names it in the exception.
 template <class Number>
 Number ParseWithin(const std::string& what, const std::string& text, Number minimum, Number maximum) {
     std::int64_t number = 0;
@@ -65,13 +65,13 @@ bool ParseSwitch(const std::string& text) {
     return text == "1";
 }
 
-void CheckWords(const std::string& what, const Words& words, std::size_t least, std::size_t most) {
-    if (words.size() < least || words.size() > most) {
+void CheckWords(const std::string& what, const Words& words, std::size_t min, std::size_t max) {
+    if (words.size() < min || words.size() > max) {
         throw Exception("%s: wrong number of values (%zu)", what.c_str(), words.size());
     }
 }
 
-/// Of an axis whose unit is thousandths: whole numbers, as its service gives them.
+/// Limits of an axis whose unit is thousandths, as whole numbers, as its service returns them.
 long LowestThousandth(const Axis& axis) {
     return std::lround(axis.Minimum());
 }
@@ -108,14 +108,14 @@ Json ThousandthsState(const Axis& axis) {
     return state;
 }
 
-/// Of the first points only, where there are more.
-Json BanksState(const Banks& banks, std::size_t mostPoints) {
+/// At most `maxPoints` points, of the first banks.
+Json BanksState(const Banks& banks, std::size_t maxPoints) {
     Json state = Json::object();
     for (const Banks::Bank& bank : banks.All()) {
-        const std::size_t count = std::min(bank.states.size(), mostPoints);
+        const std::size_t count = std::min(bank.states.size(), maxPoints);
         using Difference = std::vector<bool>::difference_type;
         state[bank.name] = std::vector<bool>(bank.states.begin(), bank.states.begin() + static_cast<Difference>(count));
-        mostPoints -= count;
+        maxPoints -= count;
     }
     return state;
 }
@@ -135,7 +135,7 @@ Control::Answer Control::Execute(const Words& words) {
     if (command == "more") {
         CheckWords(command, arguments, 1, 1);
         const auto lastEvent = ParseNumber<std::uint64_t>(arguments[0]);
-        // Asked of a camera that has been started anew meanwhile, it would never be reached.
+        // A camera that was restarted meanwhile would never reach this number.
         if (lastEvent > _events.Asked()) throw Exception("there are no events up to %s", arguments[0].c_str());
         return Progress(lastEvent);
     }
@@ -154,15 +154,15 @@ Control::Answer Control::Execute(const Words& words) {
     return {};
 }
 
-void Control::TellEvents() {
+void Control::EmitEvents() {
     _events.Work(kEventsAtOnce);
 }
 
 Control::Answer Control::Progress(std::uint64_t lastEvent) const {
-    return {"", _events.Told() < lastEvent ? lastEvent : 0};
+    return {"", _events.Emitted() < lastEvent ? lastEvent : 0};
 }
 
-Json Control::Picture(std::size_t mostPoints) const {
+Json Control::Picture(std::size_t maxPoints) const {
     Json state;
     state["pan"] = ThousandthsState(_camera.pan);
     state["tilt"] = ThousandthsState(_camera.tilt);
@@ -176,10 +176,10 @@ Json Control::Picture(std::size_t mostPoints) const {
     state["iris"]["auto"] = _camera.iris.IsAuto();
     state["iris"]["light"] = _camera.iris.Light();
     state["presets"] = _camera.presets;
-    state["alarm"] = BanksState(_camera.alarms, mostPoints);
-    state["relay"] = BanksState(_camera.relays, mostPoints);
-    const auto most = static_cast<std::size_t>(std::max(_camera.alarms.Total(), _camera.relays.Total()));
-    if (most > mostPoints) state["shortened"] = true;
+    state["alarm"] = BanksState(_camera.alarms, maxPoints);
+    state["relay"] = BanksState(_camera.relays, maxPoints);
+    const auto points = static_cast<std::size_t>(std::max(_camera.alarms.Total(), _camera.relays.Total()));
+    if (points > maxPoints) state["shortened"] = true;
     state["temperature"] = _camera.sensors.Temperatures();
     state["voltage"] = _camera.sensors.VoltageStatus();
     state["power"] = _camera.sensors.PowerStatus();
@@ -188,8 +188,8 @@ Json Control::Picture(std::size_t mostPoints) const {
     return state;
 }
 
-std::string Control::State(std::size_t mostPoints) const {
-    return Text(Picture(mostPoints));
+std::string Control::State(std::size_t maxPoints) const {
+    return Text(Picture(maxPoints));
 }
 
 std::string Control::StateAndClock() const {
@@ -230,17 +230,17 @@ void Control::Set(const Words& arguments) {
 
     using Setter = std::function<void()>;
     const std::map<std::string, Setter> setters = {
-        {"pan", [&] { _camera.pan.Place(ParsePosition(thing, _camera.pan, value)); }},
-        {"tilt", [&] { _camera.tilt.Place(ParsePosition(thing, _camera.tilt, value)); }},
-        {"zoom", [&] { _camera.zoom.Place(ParsePosition(thing, _camera.zoom.Drive(), value)); }},
+        {"pan", [&] { _camera.pan.JumpTo(ParsePosition(thing, _camera.pan, value)); }},
+        {"tilt", [&] { _camera.tilt.JumpTo(ParsePosition(thing, _camera.tilt, value)); }},
+        {"zoom", [&] { _camera.zoom.JumpTo(ParsePosition(thing, _camera.zoom.Drive(), value)); }},
         {"zoom-max", [&] { SetMaxZoom(value); }},
-        {"focus", [&] { _camera.focus.Place(ParsePercent(thing, value)); }},
-        {"iris", [&] { _camera.iris.Place(ParsePercent(thing, value)); }},
+        {"focus", [&] { _camera.focus.JumpTo(ParsePercent(thing, value)); }},
+        {"iris", [&] { _camera.iris.JumpTo(ParsePercent(thing, value)); }},
         {"light", [&] { _camera.iris.SetLight(ParsePercent(thing, value)); }},
         {"auto-focus", [&] { _camera.focus.SetAuto(ParseSwitch(value)); }},
         {"auto-iris", [&] { _camera.iris.SetAuto(ParseSwitch(value)); }},
         {"presets", [&] { _camera.presets = ParseWithin<std::uint32_t>(thing, value); }},
-        // Codes that are none as well: what reads them must cope.
+        // Unknown codes as well: readers must handle them.
         {"voltage", [&] { _camera.sensors.SetVoltageStatus(ParseWithin<int>(thing, value)); }},
         {"power", [&] { _camera.sensors.SetPowerStatus(ParseWithin<int>(thing, value)); }},
     };
@@ -275,7 +275,7 @@ void Control::SetBank(Banks& banks, const Words& arguments) {
 }
 
 void Control::SetMaxZoom(const std::string& value) {
-    _camera.zoom.SetMaximum(ParseWithin("zoom-max", value, Zoom::kMinimum, _camera.zoom.GreatestMaximum()));
+    _camera.zoom.SetMaximum(ParseWithin("zoom-max", value, Zoom::kMinimum, _camera.zoom.CombinedMaximum()));
 }
 
 int Control::ParseSensor(const std::string& text) const {
@@ -287,11 +287,11 @@ void Control::ReplaceBanks(const Words& arguments) {
     CheckWords("banks", arguments, 1, 1 + Banks::kMaxBanks);
     const bool isAlarm = arguments[0] == "alarm";
     if (!isAlarm && arguments[0] != "relay") throw Exception("unknown banks %s", arguments[0].c_str());
-    // A command that has lost its words must not take every bank away.
+    // A command that lost its words must not remove every bank.
     if (arguments.size() == 1) throw Exception("banks %s: NAME=COUNT or none is missing", arguments[0].c_str());
-    const bool wantsNone = arguments.size() == 2 && arguments[1] == "none";
+    const bool isNone = arguments.size() == 2 && arguments[1] == "none";
     std::vector<Banks::Size> sizes;
-    for (std::size_t i = 1; i < arguments.size() && !wantsNone; ++i) {
+    for (std::size_t i = 1; i < arguments.size() && !isNone; ++i) {
         const std::string& word = arguments[i];
         const std::size_t equals = word.rfind('=');
         if (equals == std::string::npos) throw Exception("not NAME=COUNT: %s", word.c_str());
@@ -304,7 +304,7 @@ std::uint64_t Control::AddEvents(const Words& arguments) {
     Words values = arguments;
     int count = 1;
     if (values.size() >= 2 && values[values.size() - 2] == "--count") {
-        count = ParseWithin("--count", values.back(), 1, EventRows::kMostWaiting);
+        count = ParseWithin("--count", values.back(), 1, EventRows::kMaxWaiting);
         values.resize(values.size() - 2);
     }
     if (values.empty()) throw Exception("event: wrong number of values (0)");
@@ -323,7 +323,7 @@ std::uint64_t Control::AddEvents(const Words& arguments) {
             thing == "voltage" ? _services.voltage.OnVoltageStatusChange() : _services.power.OnPowerStatusChange();
         last = _events.Add(first, count, [&event](int status) { event.Fire(status); });
     }
-    TellEvents();  // a few are told before the answer
+    EmitEvents();  // emits the first few before the answer
     return last;
 }
 

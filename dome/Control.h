@@ -14,33 +14,33 @@
 
 namespace dome {
 
-/// What domectl can ask of the running camera; domectl's usage text tells the commands.
+/// Carries out domectl's commands on the running camera; domectl's usage text lists them.
 class Control {
 public:
     Control(Camera& camera, ModelClock& clock, Services& services, CallLog& calls, Faults& faults)
         : _camera(camera), _clock(clock), _services(services), _calls(calls), _faults(faults) {}
 
     struct Answer {
-        std::string text;        ///< to be printed
-        std::uint64_t more = 0;  ///< not 0: it goes on, and the command "more", with this number, tells how it stands
+        std::string text;        ///< for domectl to print
+        std::uint64_t more = 0;  ///< not 0: still running; the command "more" with this number asks for progress
     };
 
-    /// Carries out one command. Throws tavos::osa::Exception, with one line of text and the camera unchanged, for one
-    /// that cannot be carried out.
+    /// Carries out one command. Throws tavos::osa::Exception with one line of text when it cannot; the camera is then
+    /// unchanged.
     Answer Execute(const std::vector<std::string>& words);
 
-    /// While events wait to be told, TellEvents is to be called again and again; it tells some of them.
+    /// While events wait, EmitEvents must be called repeatedly; each call emits some of them.
     bool HasEvents() const { return !_events.IsEmpty(); }
-    void TellEvents();
+    void EmitEvents();
 
     static constexpr std::size_t kAllPoints = std::numeric_limits<std::size_t>::max();
 
-    /// The whole camera, as JSON; not its clock, so that a camera at rest stays the same text. With more inputs or more
-    /// relays than `mostPoints` it shows the first ones of each only and says so ("shortened": true).
-    std::string State(std::size_t mostPoints = kAllPoints) const;
+    /// The whole camera as JSON, without its clock, so that the text of a camera at rest does not change. With more
+    /// than `maxPoints` inputs or relays it shows only the first ones of each and contains "shortened": true.
+    std::string State(std::size_t maxPoints = kAllPoints) const;
 
 private:
-    nlohmann::ordered_json Picture(std::size_t mostPoints) const;
+    nlohmann::ordered_json Picture(std::size_t maxPoints) const;
     std::string StateAndClock() const;
     void SetClock(const std::vector<std::string>& arguments);
     std::string Calls(const std::vector<std::string>& arguments);

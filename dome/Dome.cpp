@@ -9,13 +9,13 @@ namespace {
 using tavos::msgbus::ReceivedCall;
 using tavos::msgbus::Treatment;
 
-// Milliseconds; the first is a tick of the model's clock. The idle time is also the longest that a signal may wait
-// which arrives just before the host waits.
+// Milliseconds. The first is a tick of the model's clock. The idle time is also the max delay of a signal that arrives
+// just before the host waits.
 constexpr int kTickWhileMoving = 20;
 constexpr int kIdle = 200;
 
-// The bus passes on about 100000 events a second and answers in their turn: told faster than it can, they would hold up
-// the answers to service calls.
+// The bus carries about 100000 events a second, in one queue with the answers. Events emitted faster than that would
+// delay the answers to service calls.
 constexpr std::chrono::milliseconds kEventsEvery{2};
 
 std::vector<std::string> ShortNames(const std::vector<Services::Name>& names) {
@@ -43,7 +43,7 @@ Dome::Dome(const std::string& busAddress, const Configuration& configuration, co
 
 void Dome::OpenConsole(const console::Options& options) {
     console::CameraAccess access;
-    access.state = [this](std::size_t mostPoints) { return _control.State(mostPoints); };
+    access.state = [this](std::size_t maxPoints) { return _control.State(maxPoints); };
     access.execute = [this](const std::vector<std::string>& words) { _control.Execute(words); };
     access.fault = [this](const std::string& service) { return _faults.All().at(service); };
     _console = std::make_unique<console::Console>(options, _services, std::move(access));
@@ -55,7 +55,7 @@ void Dome::Run(const std::atomic<bool>& stop) {
         const int timeout = Timeout();
         _host.Process(_console ? _console->Timeout(timeout) : timeout);
         LetTimePass();
-        TellEvents();
+        EmitEvents();
         _settings.Work(_now);
         if (_console) _console->Work();
     }
@@ -66,9 +66,9 @@ int Dome::Timeout() const {
     return _clock.IsRunning() && _camera.IsMoving() ? kTickWhileMoving : kIdle;
 }
 
-void Dome::TellEvents() {
+void Dome::EmitEvents() {
     if (_now < _nextEvents) return;
-    _control.TellEvents();
+    _control.EmitEvents();
     _nextEvents = _now + kEventsEvery;
 }
 
@@ -83,13 +83,13 @@ std::vector<std::string> Dome::Execute(const std::vector<std::string>& words) {
 }
 
 Treatment Dome::Treat(const ReceivedCall& call) {
-    // The call meets the camera as it is now, not as it was when the host began to wait for it.
+    // The call must see the camera as it is now, not as it was when the host began to wait.
     LetTimePass();
     const auto named = [&](const Services::Name& name) { return name.busName == call.service; };
     const auto name = std::find_if(_names.begin(), _names.end(), named);
     if (name == _names.end()) return Treatment::kServe;
     const Treatment treatment = _faults.Treatment(name->shortName);
-    if (call.operation == "Ping") return treatment;  // no call of the camera's
+    if (call.operation == "Ping") return treatment;  // not a call of a camera service
     _calls.Add(name->shortName, call, treatment);
     if (_console) _console->Heard(name->shortName, call, treatment);
     return treatment;

@@ -20,17 +20,17 @@
 
 namespace dome {
 
-/// The desk camera on the bus: all of it runs on the thread that calls Run.
+/// The desk camera on the bus. Everything runs on the thread that calls Run.
 class Dome final : private IControl {
 public:
-    /// A camera as configured, with that settings store (a file, which may be missing). Takes all names. Throws
+    /// A camera as configured. `store` is the settings store's file, which may be missing. Takes all bus names. Throws
     /// tavos::osa::Exception when the bus does not answer or a name is taken.
     Dome(const std::string& busAddress, const Configuration& configuration, const std::string& store);
 
-    /// Shows the camera to browsers as well. Throws tavos::osa::Exception when the port cannot be had.
+    /// Opens the console for browsers. Throws tavos::osa::Exception when it cannot listen on the port.
     void OpenConsole(const console::Options& options);
 
-    /// Serves until `stop` is set (a signal handler may do so), through a restart of the bus as well.
+    /// Serves until `stop` is set (a signal handler may set it). Survives a restart of the bus.
     void Run(const std::atomic<bool>& stop);
 
 private:
@@ -40,7 +40,7 @@ private:
     tavos::msgbus::Treatment Treat(const tavos::msgbus::ReceivedCall& call);
     int Timeout() const;
     void LetTimePass();
-    void TellEvents();
+    void EmitEvents();
 
     Camera _camera;
     SettingsLink _settings;
@@ -53,7 +53,7 @@ private:
     Control _control{_camera, _clock, _services, _calls, _faults};
     Clock::time_point _now = Clock::now();
     Clock::time_point _nextEvents{};
-    std::unique_ptr<console::Console> _console;  // null: none is wanted
+    std::unique_ptr<console::Console> _console;  // null: no console
 };
 
 }  // namespace dome

@@ -9,8 +9,8 @@
 
 namespace dome {
 
-/// How each service behaves: "ok", "fail" (its calls get an error), "hang" (never an answer) or "gone" (its name is
-/// given up). Services go by their short names.
+/// How each service behaves: "ok", "fail" (its calls get an error), "hang" (it never answers) or "gone" (it gives up
+/// its name). Services are identified by their short names.
 class Faults {
 public:
     /// Takes or gives up the name of a service; may throw.
@@ -19,8 +19,7 @@ public:
     /// All services are "ok" at first.
     Faults(const std::vector<std::string>& services, SetPresent setPresent);
 
-    /// Throws tavos::osa::Exception for an unknown service or fault, and what SetPresent throws; nothing is changed
-    /// then.
+    /// Throws tavos::osa::Exception for an unknown service or fault, and what SetPresent throws; then nothing changes.
     void Set(const std::string& service, const std::string& fault);
 
     tavos::msgbus::Treatment Treatment(const std::string& service) const;

@@ -10,8 +10,8 @@ class ServiceHost;
 
 namespace dome {
 
-/// The desk camera's own service, org.tavos.dome.Control1: looks at the camera and steers it past its interfaces. It is
-/// never under a fault and its calls are not logged.
+/// The desk camera's control service, org.tavos.dome.Control1: reads and changes the camera without its other
+/// interfaces. Faults do not affect it, and its calls are not logged.
 class IControl {
 public:
     /// A client owned by the caller.
@@ -19,14 +19,13 @@ public:
 
     virtual ~IControl() = default;
 
-    /// Carries out one command, its words as domectl takes them. The answer is two words: "ok" and what is to be
-    /// printed, "error" and one line that tells why the command cannot be carried out, or "more" and a number: it goes
-    /// on, and the command {"more", number} asks again how it stands. Throws tavos::osa::Exception when there is no
-    /// camera that answers.
+    /// Carries out one command, given as domectl's words. The answer is two words: "ok" and the text to print; "error"
+    /// and the reason, on one line; or "more" and a number while the command still runs: {"more", number} asks again.
+    /// Throws tavos::osa::Exception when no camera answers.
     virtual std::vector<std::string> Execute(const std::vector<std::string>& words) = 0;
 };
 
-/// Puts the service on the bus and returns its name, as tavos::interfaces::Serve does.
+/// Serves it on the bus and returns its name, as tavos::interfaces::Serve does.
 std::string Serve(tavos::msgbus::ServiceHost& host, IControl& service);
 
 }  // namespace dome

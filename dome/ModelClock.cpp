@@ -11,18 +11,18 @@ void ModelClock::Pass(double seconds) {
 }
 
 void ModelClock::Step(double seconds) {
-    if (!(seconds > 0 && seconds <= kLongestStep))
-        throw std::out_of_range("a step is above 0 and at most 3600 seconds");
+    if (!(seconds > 0 && seconds <= kMaxStep))
+        throw std::out_of_range("a step must be above 0 and at most 3600 seconds");
     Advance(seconds);
 }
 
 void ModelClock::SetRate(double rate) {
-    if (!(rate >= kLeastRate && rate <= kGreatestRate)) throw std::out_of_range("a rate is 0.01 to 100");
+    if (!(rate >= kMinRate && rate <= kMaxRate)) throw std::out_of_range("a rate must be from 0.01 to 100");
     _rate = rate;
 }
 
 void ModelClock::Advance(double seconds) {
-    // A seconds' value that is whole ticks but for its rounding is not to end in a tick of next to nothing.
+    // A number of whole ticks with a rounding error must not end in an almost empty tick.
     const auto ticks = static_cast<long>(seconds / kTick + 1e-9);
     for (long i = 0; i < ticks; ++i) _camera.Tick(kTick);
     const double rest = seconds - static_cast<double>(ticks) * kTick;

@@ -4,29 +4,29 @@ namespace dome {
 
 struct Camera;
 
-/// The camera's time, which a user may stop, step and stretch. Real time comes in by Pass; the camera gets it in
-/// ticks, so that what it does in a given time does not depend on how often the process looked at it.
+/// The camera's time, which a user may stop, step and stretch. Pass takes real time; the camera gets it in ticks, so
+/// that its motion does not depend on how often the process calls Pass.
 class ModelClock {
 public:
-    static constexpr double kTick = 0.02;  ///< seconds, the longest tick that the camera gets
-    static constexpr double kLeastRate = 0.01;
-    static constexpr double kGreatestRate = 100;
-    static constexpr double kLongestStep = 3600;  ///< seconds
+    static constexpr double kTick = 0.02;  ///< seconds, the max tick
+    static constexpr double kMinRate = 0.01;
+    static constexpr double kMaxRate = 100;
+    static constexpr double kMaxStep = 3600;  ///< seconds
 
     /// Runs, at rate 1. The camera must outlive the clock.
     explicit ModelClock(Camera& camera) : _camera(camera) {}
 
-    /// Lets that many real seconds pass: as many for the camera times the rate, or none while it is paused.
+    /// Advances the camera by that many real seconds times the rate; not at all while it is paused.
     void Pass(double seconds);
 
     void Pause() { _running = false; }
     void Run() { _running = true; }
 
-    /// Advances the camera by exactly that many seconds at once, in ticks of kTick and a last one of what is left;
-    /// paused or not, whatever the rate. Throws std::out_of_range unless it is above 0 and at most kLongestStep.
+    /// Advances the camera by exactly that many seconds at once, in ticks of kTick and a shorter last one, paused or
+    /// not, at any rate. Throws std::out_of_range unless it is above 0 and at most kMaxStep.
     void Step(double seconds);
 
-    /// Throws std::out_of_range outside kLeastRate to kGreatestRate.
+    /// Throws std::out_of_range outside kMinRate to kMaxRate.
     void SetRate(double rate);
 
     bool IsRunning() const { return _running; }

@@ -30,18 +30,18 @@ std::int64_t Nanoseconds(const timespec& time) {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-/// A number of the object within the range; NaN where there is none.
-double Number(const json& object, const char* key, double least, double most) {
+/// The object's number if it is within the range, else NaN.
+double Number(const json& object, const char* key, double min, double max) {
     const auto found = object.find(key);
     if (found == object.end() || !found->is_number()) return std::nan("");
     const double number = found->get<double>();
-    return number >= least && number <= most ? number : std::nan("");
+    return number >= min && number <= max ? number : std::nan("");
 }
 
 template <class Drive>
-void Place(Drive& drive, const Axis& axis, const json& positions, const char* key) {
+void RestorePosition(Drive& drive, const Axis& axis, const json& positions, const char* key) {
     const double position = Number(positions, key, axis.Minimum(), axis.Maximum());
-    if (!std::isnan(position)) drive.Place(position);
+    if (!std::isnan(position)) drive.JumpTo(position);
 }
 
 json Parsed(const std::string& text) {
@@ -63,7 +63,7 @@ SettingsLink::Stamp SettingsLink::Look() const {
     stamp.exists = true;
     stamp.size = status.st_size;
     stamp.time = Nanoseconds(status.st_mtim);
-    // A reader may leave an empty one behind: that is no change.
+    // A reader may leave an empty log behind; that is no change.
     if (stat((store + "-wal").c_str(), &status) == 0 && status.st_size > 0) {
         stamp.logSize = status.st_size;
         stamp.logTime = Nanoseconds(status.st_mtim);
@@ -78,10 +78,10 @@ void SettingsLink::Restore() {
             Follow();
             tavos::core::IniFile kept;
             _settings.GetSettings(kSection, kept);
-            PlaceRelays(kept.GetValue(kSection, kRelays));
-            if (_keepPosition) PlaceLensAndHead(kept.GetValue(kSection, kPositions));
+            RestoreRelays(kept.GetValue(kSection, kRelays));
+            if (_keepPosition) RestoreLensAndHead(kept.GetValue(kSection, kPositions));
         } catch (const Exception&) {
-            _seen = Stamp();  // the log has it; the next look tries again to follow
+            _seen = Stamp();  // already logged; Work retries at its next look
         }
     }
     _kept = Picture();
@@ -94,7 +94,7 @@ void SettingsLink::Work(Clock::time_point now) {
     if (!stamp.exists) return;
     try {
         if (!(stamp == _seen)) Follow();
-        _seen = stamp;  // from before the reading: a change in the meantime is seen next time
+        _seen = stamp;  // taken before the read: a change during the read is seen next time
         if (!_camera.IsMoving()) Keep();
     } catch (const Exception&) {
         _next = now + kLeaveAlone;
@@ -102,7 +102,7 @@ void SettingsLink::Work(Clock::time_point now) {
 }
 
 void SettingsLink::KeepRelays() {
-    _kept.relays.clear();  // whatever becomes of this note, the relays are to be stored for good
+    _kept.relays.clear();  // Work must store the relays durably, even if this write succeeds
     const auto now = Clock::now();
     if (now < _nextNote || !Look().exists) return;
     try {
@@ -116,7 +116,7 @@ void SettingsLink::KeepRelays() {
 
 void SettingsLink::Follow() {
     const std::string mode = _settings.GetValue("[Imaging/Focus]Mode");
-    if (mode == _focusMode) return;  // what a service has switched since then stays
+    if (mode == _focusMode) return;  // a later change by a service stays
     _focusMode = mode;
     const bool isAuto = mode != "Manual";
     if (isAuto != _camera.focus.IsAuto()) _camera.focus.SetAuto(isAuto);
@@ -155,7 +155,7 @@ SettingsLink::Kept SettingsLink::Picture() const {
     return kept;
 }
 
-void SettingsLink::PlaceRelays(const std::string& text) {
+void SettingsLink::RestoreRelays(const std::string& text) {
     const json relays = Parsed(text);
     for (const Banks::Bank& bank : std::vector<Banks::Bank>(_camera.relays.All())) {
         const auto found = relays.find(bank.name);
@@ -167,13 +167,13 @@ void SettingsLink::PlaceRelays(const std::string& text) {
     }
 }
 
-void SettingsLink::PlaceLensAndHead(const std::string& text) {
+void SettingsLink::RestoreLensAndHead(const std::string& text) {
     const json positions = Parsed(text);
-    Place(_camera.pan, _camera.pan, positions, "pan");
-    Place(_camera.tilt, _camera.tilt, positions, "tilt");
-    Place(_camera.zoom, _camera.zoom.Drive(), positions, "zoom");
-    Place(_camera.focus, _camera.focus.Drive(), positions, "focus");
-    Place(_camera.iris, _camera.iris.Drive(), positions, "iris");
+    RestorePosition(_camera.pan, _camera.pan, positions, "pan");
+    RestorePosition(_camera.tilt, _camera.tilt, positions, "tilt");
+    RestorePosition(_camera.zoom, _camera.zoom.Drive(), positions, "zoom");
+    RestorePosition(_camera.focus, _camera.focus.Drive(), positions, "focus");
+    RestorePosition(_camera.iris, _camera.iris.Drive(), positions, "iris");
 }
 
 }  // namespace dome

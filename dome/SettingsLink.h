@@ -10,13 +10,13 @@ namespace dome {
 
 struct Camera;
 
-/// The camera and the settings store: the auto focus follows "[Imaging/Focus]Mode", and under "[Dome/State]" stands
-/// what the camera keeps over a restart. Without a store nothing is followed or kept.
+/// Connects the camera with the settings store: the auto focus follows "[Imaging/Focus]Mode", and "[Dome/State]" keeps
+/// the camera's state over a restart. Without a store nothing is followed or kept.
 class SettingsLink {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Of the store's file and the file of its latest changes: a change of the store changes this.
+    /// Size and time of the store's file and of the log beside it: a change of the store changes them.
     struct Stamp {
         bool exists = false;
         std::int64_t size = 0, time = 0, logSize = 0, logTime = 0;
@@ -26,22 +26,23 @@ public:
         }
     };
 
-    /// `store` is the file that TAVOS_SETTINGS_STORE names, `keepPosition` whether positions are kept as the relays
-    /// are. The camera must outlive this.
+    /// `store` is the file that TAVOS_SETTINGS_STORE names; with `keepPosition` positions are kept, too, not only
+    /// relays. The camera must outlive this.
     SettingsLink(Camera& camera, std::string store, bool keepPosition);
 
-    /// Before the camera is served: puts it as it was. What does not fit it any more (a relay that is gone, a text that
-    /// is none of ours) is left out.
+    /// Restores the camera's state; call it before the camera is served. Skips whatever no longer fits, such as a relay
+    /// that is gone or a malformed text.
     void Restore();
 
-    /// To be called when relays have changed and before anybody is told so: what was acknowledged survives a kill of
-    /// the camera. Mostly takes a fraction of a millisecond; some where the disk has to be waited for, and a tenth of a
-    /// second when another process is storing. After a refusal nothing is noted for a second: Work stores the relays.
+    /// Call it when relays have changed, before the change is acknowledged: then the change survives a kill of the
+    /// camera. Usually takes a fraction of a millisecond, some milliseconds when it waits for the disk, and up to a
+    /// tenth of a second while another process is storing. After a failure it does nothing for a second; Work then
+    /// stores the relays.
     void KeepRelays();
 
-    /// To be called now and then. At most once a second it looks whether the store's files have changed, and only then
-    /// reads it; and when the camera is at rest and other than it was stored, it writes. A store that refuses is left
-    /// alone for ten seconds.
+    /// Call it repeatedly. At most once a second it checks whether the store's files have changed, and reads the store
+    /// only then. It writes when the camera is at rest and its state differs from the stored one. After a failure it
+    /// leaves the store alone for ten seconds.
     void Work(Clock::time_point now);
 
 private:
@@ -55,8 +56,8 @@ private:
     void Keep();
     std::string RelaysAsText() const;
     Kept Picture() const;
-    void PlaceRelays(const std::string& text);
-    void PlaceLensAndHead(const std::string& text);
+    void RestoreRelays(const std::string& text);
+    void RestoreLensAndHead(const std::string& text);
 
     Camera& _camera;
     const std::string _store;

@@ -4,7 +4,7 @@
 
 namespace dome {
 
-/// The bus address of the desk camera in that state folder: unix:path=FOLDER/bus.sock, escaped as D-Bus wants it.
+/// The bus address of the desk camera in that state folder: unix:path=FOLDER/bus.sock, escaped as D-Bus requires.
 /// Throws tavos::osa::Exception when there is no such folder.
 std::string BusAddress(const std::string& folder);
 

@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char* kUsage = R"(usage: orvex-dome --state DIR [--bus ADDRESS] [OPTION VALUE]...
 
-  --config FILE         what the camera can do, as dome/desk.toml describes it (default: just that)
+  --config FILE         what the camera can do, as dome/desk.toml describes it (default: the same values)
   --console-port N      TCP port of the page that shows the camera (default 0: none)
   --console-address IP  where the page is served (default 127.0.0.1: to this machine only)
   --agent-port N        UDP port of the agent in front of the camera, for commands that the page shows (default 1161);
@@ -35,7 +35,7 @@ void OnSignal(int /*signal*/) {
 
 void CatchSignals() {
     struct sigaction action {};
-    action.sa_handler = OnSignal;  // without SA_RESTART: it is to end the wait for the bus
+    action.sa_handler = OnSignal;  // without SA_RESTART: a signal must end the wait for the bus
     sigaction(SIGTERM, &action, nullptr);
     sigaction(SIGINT, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
@@ -80,8 +80,8 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     return options;
 }
 
-/// The store that the environment names or else the state folder's, by its whole name; the settings client takes it
-/// from the environment.
+/// The absolute path of the environment's store, or else of the state folder's. Sets it in the environment, where the
+/// settings client reads it.
 std::string SettingsStore(const std::string& folder) {
     const char* const given = std::getenv("TAVOS_SETTINGS_STORE");
     const std::string store = given && *given ? std::string(given) : folder + "/settings.db";
@@ -97,7 +97,7 @@ int main(int argc, char** argv) {
         std::fputs(kUsage, stderr);
         return 2;
     }
-    // Without this, the memory of one large answer is kept for ever.
+    // Without this, malloc never returns the memory of one large answer.
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     try {
         const std::string address = dome::BusAddress(options->state);

@@ -17,9 +17,9 @@ using namespace std::chrono_literals;
 using namespace std::string_view_literals;
 
 constexpr auto kAskEvery = 1s;
-constexpr int kMaxUnanswered = 2;  // a call to a service that hangs holds the agent up for half a second
+constexpr int kMaxUnanswered = 2;  // a call to a hanging service blocks the agent for half a second
 
-// An INTEGER of four octets, which every agent sends back just so.
+// An INTEGER of four octets, which every agent returns unchanged.
 constexpr auto kRequestId =
     "\x02\x04"
     "Desk"sv;
@@ -86,7 +86,7 @@ void AgentProbe::Receive() {
     _socket.async_receive(asio::buffer(_answer), [this, run = _run](error_code error, std::size_t size) {
         if (run != _run || error == asio::error::operation_aborted) return;
         if (error) {
-            Fail();  // nobody has the port, most likely
+            Fail();  // most likely the port is closed
             return;
         }
         if (IsAnswer(size)) {

@@ -11,17 +11,17 @@
 namespace dome::console {
 
 /// Asks the SNMP agent on a UDP port of this machine once a second whether it answers: an SNMPv2c GET of sysUpTime.0
-/// with the community "public" (RFC 3416), which the agent answers without a call to the camera. Nothing here waits.
+/// with the community "public" (RFC 3416), which the agent answers without a call to the camera. Nothing here blocks.
 /// All members run on the thread of `io`.
 class AgentProbe {
 public:
-    /// `report` gets each outcome: true for an answer; false when nobody has the port, or after two seconds of silence.
+    /// `report` gets each outcome: true for an answer; false when the port is closed, or after two seconds of silence.
     AgentProbe(boost::asio::io_context& io, std::uint16_t port, std::function<void(bool answers)> report);
 
     /// Asks at once, and once a second from then on; `report` is not called before this returns.
     void Start();
 
-    /// `report` is not called any more until the next Start. The socket is closed.
+    /// `report` is no longer called until the next Start. The socket is closed.
     void Stop();
 
 private:
@@ -39,7 +39,7 @@ private:
     boost::asio::steady_timer _next;
     std::array<char, 512> _answer{};
     int _unanswered = 0;
-    unsigned _run = 0;  ///< what was begun in an earlier run counts no more
+    unsigned _run = 0;  ///< handlers of an earlier run are ignored
 };
 
 }  // namespace dome::console

@@ -22,15 +22,15 @@ constexpr auto kRequestTime = 30s;  // from the end of one answer to the end of 
 constexpr auto kWriteTime = 15s;
 constexpr auto kLingerTime = 2s;
 constexpr auto kKeepAliveEvery = 10s;
-constexpr std::uint32_t kGreatestHeader = 8 * 1024;
-constexpr std::size_t kGreatestBuffer = Connection::kGreatestBody + 2 * kGreatestHeader;
-constexpr std::size_t kMostDrained = 1024 * 1024;
-constexpr std::size_t kChunk = 32 * 1024;   // octets of activities in one go
-constexpr std::uint64_t kFirstLines = 200;  // activities that a new stream begins with
-constexpr int kSendBuffer = 32 * 1024;      // a reader that has stopped keeps no more than that
+constexpr std::uint32_t kMaxHeader = 8 * 1024;
+constexpr std::size_t kMaxBuffer = Connection::kMaxBody + 2 * kMaxHeader;
+constexpr std::size_t kMaxDrained = 1024 * 1024;
+constexpr std::size_t kChunk = 32 * 1024;   // octets of activities in one chunk
+constexpr std::uint64_t kFirstLines = 200;  // activities that a new stream gets at first
+constexpr int kSendBuffer = 32 * 1024;      // max octets that a stopped reader keeps
 constexpr std::string_view kJsonType = "application/json";
 constexpr std::string_view kStreamType = "text/event-stream";
-// Nothing but the page's own files; neither framed nor sent elsewhere.
+// Only the page's own files; no framing, no requests elsewhere.
 constexpr const char* kPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; connect-src 'self'; "
     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
@@ -107,7 +107,7 @@ Hub::~Hub() {
 
 void Hub::Open(asio::ip::tcp::socket socket) {
     beast::error_code ignored;
-    if (_connections.size() >= kMostConnections) {
+    if (_connections.size() >= kMaxConnections) {
         constexpr std::string_view kBusy = "HTTP/1.1 503 Service Unavailable\r\nContent-Length: 0\r\n\r\n";
         socket.non_blocking(true, ignored);
         socket.write_some(asio::buffer(kBusy), ignored);
@@ -129,7 +129,7 @@ void Hub::Close(Connection& connection) {
 }
 
 bool Hub::AddStream(Connection& connection) {
-    if (_streams.size() >= kMostStreams) return false;
+    if (_streams.size() >= kMaxStreams) return false;
     if (_streams.empty()) {
         state = handover.State();
         FetchActivities();
@@ -146,7 +146,7 @@ bool Hub::AddStream(Connection& connection) {
 
 void Hub::AppendActivities(std::uint64_t& cursor, std::string& events) const {
     if (_lines.empty() || cursor >= _lines.back().number) return;
-    // The numbers follow each other.
+    // The numbers are consecutive.
     const std::uint64_t first = _lines.front().number;
     for (std::size_t i = cursor < first ? 0 : cursor - first + 1; i < _lines.size(); ++i) {
         if (events.size() > kChunk) return;
@@ -176,14 +176,14 @@ void Hub::NoteAgent(bool answers) {
 
 void Hub::FetchActivities() {
     for (const Activity& activity : handover.ActivitiesAfter(_lines.empty() ? 0 : _lines.back().number)) {
-        // After a gap nothing of what was before is of use.
+        // The numbers must stay consecutive, so a gap drops the older lines.
         if (!_lines.empty() && activity.number != _lines.back().number + 1) _lines.clear();
         _lines.push_back({activity.number, Event("activity", Dump(ToJson(activity)))});
     }
-    while (_lines.size() > Handover::kMostActivities) _lines.pop_front();
+    while (_lines.size() > Handover::kMaxActivities) _lines.pop_front();
 }
 
-// Whoever has gone without a word, or has stopped reading, is found out by what is sent.
+// Only a write reveals a browser that vanished or stopped reading.
 void Hub::KeepAlive() {
     _keepAlive.expires_after(kKeepAliveEvery);
     _keepAlive.async_wait([this](beast::error_code error) {
@@ -194,12 +194,12 @@ void Hub::KeepAlive() {
 }
 
 Connection::Connection(Hub& hub, asio::ip::tcp::socket socket)
-    : _hub(hub), _stream(std::move(socket)), _buffer(kGreatestBuffer) {}
+    : _hub(hub), _stream(std::move(socket)), _buffer(kMaxBuffer) {}
 
 void Connection::Read() {
     _parser.emplace();
-    _parser->header_limit(kGreatestHeader);
-    _parser->body_limit(kGreatestBody);
+    _parser->header_limit(kMaxHeader);
+    _parser->body_limit(kMaxBody);
     _stream.expires_after(kRequestTime);
     http::async_read(
         _stream, _buffer, *_parser,
@@ -249,7 +249,7 @@ void Connection::Dispatch() {
     }
 }
 
-/// Why the request is refused, whatever it asks for.
+/// The refusal of a request for its headers alone, if there is one.
 std::optional<Reply> Connection::Objection(std::string_view path) const {
     const auto& request = _parser->get();
     const auto refuse = [](unsigned status, const char* reason) { return Reply{status, Dump({{"error", reason}})}; };
@@ -281,7 +281,7 @@ void Connection::DispatchApi(const std::string& path) {
 }
 
 void Connection::Ask(std::function<Reply()> work) {
-    // The camera's thread holds nothing of this one's but a way to find it again.
+    // The camera's thread must not own a connection of this thread, so it gets a weak pointer.
     const auto finished = [weak = weak_from_this(), &io = _hub.io](Reply reply) {
         asio::post(io, [weak, reply = std::move(reply)] {
             if (const auto self = weak.lock()) self->SendJson(reply);
@@ -293,7 +293,7 @@ void Connection::Ask(std::function<Reply()> work) {
 void Connection::Post(const std::string& path) {
     const json body = json::parse(_parser->get().body(), nullptr, false);
     if (!body.is_object()) {
-        SendError(400, "the body is to be a JSON object");
+        SendError(400, "the body must be a JSON object");
         return;
     }
     try {
@@ -372,13 +372,13 @@ void Connection::StartStream() {
     WriteEvents();
 }
 
-/// A browser that leaves is noticed at once; what it sends is of no interest.
+/// Notices at once when the browser disconnects; ignores what it sends.
 void Connection::AwaitEnd() {
     _stream.expires_never();
     _stream.async_read_some(asio::buffer(_scrap),
                             [self = shared_from_this()](beast::error_code error, std::size_t size) {
                                 self->_drained += size;
-                                if (error || self->_drained > kMostDrained) {
+                                if (error || self->_drained > kMaxDrained) {
                                     self->Close();
                                 } else if (self->_isStream) {
                                     self->AwaitEnd();
@@ -403,7 +403,7 @@ void Connection::Pump(bool keepAlive) {
 
 void Connection::WriteEvents() {
     _isWriting = true;
-    _stream.expires_after(kWriteTime);  // the read that waits keeps having none
+    _stream.expires_after(kWriteTime);  // the pending read still has no timeout
     asio::async_write(_stream, asio::buffer(_events),
                       [self = shared_from_this()](beast::error_code error, std::size_t /*size*/) {
                           self->_isWriting = false;
@@ -418,7 +418,7 @@ void Connection::WriteEvents() {
                       });
 }
 
-// Closing with octets of the request unread would reset the connection, and the answer could be lost on its way.
+// Closing with unread octets of the request would reset the connection, and the answer could be lost.
 void Connection::Linger() {
     beast::error_code error;
     _stream.socket().shutdown(asio::ip::tcp::socket::shutdown_send, error);
@@ -434,7 +434,7 @@ void Connection::Drain() {
     _stream.async_read_some(asio::buffer(_scrap),
                             [self = shared_from_this()](beast::error_code error, std::size_t size) {
                                 self->_drained += size;
-                                if (error || self->_drained > kMostDrained) {
+                                if (error || self->_drained > kMaxDrained) {
                                     self->Close();
                                 } else {
                                     self->Drain();

@@ -25,23 +25,23 @@ class Connection;
 /// What the connections of one server share. Everything here and in Connection runs on the server's thread.
 class Hub {
 public:
-    static constexpr std::size_t kMostConnections = 512;
-    static constexpr std::size_t kMostStreams = 384;
+    static constexpr std::size_t kMaxConnections = 512;
+    static constexpr std::size_t kMaxStreams = 384;
 
     Hub(Handover& sharedHandover, Api sharedApi, const std::string& address);
     ~Hub();
 
-    /// Serves the connection, or turns it away when there are too many.
+    /// Serves the connection, or answers 503 when there are too many.
     void Open(boost::asio::ip::tcp::socket socket);
     void Close(Connection& connection);
 
     /// False when there are too many streams.
     bool AddStream(Connection& connection);
 
-    /// Appends what has happened after that activity, as events, some of it when it is much; moves `cursor` on.
+    /// Appends the activities after number `cursor` as events, about 32 KiB at most, and advances `cursor`.
     void AppendActivities(std::uint64_t& cursor, std::string& events) const;
 
-    /// Fetches what is new and passes it on to the streams.
+    /// Fetches the new state and activities and sends them to the streams.
     void Refresh();
 
     boost::asio::io_context io{1};
@@ -49,8 +49,8 @@ public:
     const Api api;
     const Guard guard;
     std::shared_ptr<const std::string> state;
-    std::optional<bool> agentAnswers;     ///< none: it is not known, or nobody asks
-    std::atomic<bool> refreshing{false};  ///< Refresh is on its way
+    std::optional<bool> agentAnswers;     ///< none: unknown, or the agent is not watched
+    std::atomic<bool> refreshing{false};  ///< Refresh is queued
 
 private:
     struct Line {
@@ -70,19 +70,18 @@ private:
     std::optional<AgentProbe> _probe;  // runs while there are streams
 };
 
-/// One browser's connection: requests one after the other, or, from a GET of the stream on, events only. An event
-/// stream holds at most one chunk that is on its way: whoever reads slowly skips states, and is cut off when a chunk
-/// is not taken for long.
+/// One browser's connection: requests one after the other, and after a GET of the stream only events. A stream has at
+/// most one chunk under way: a slow reader skips states, and is disconnected when a chunk takes too long.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
-    static constexpr std::size_t kGreatestBody = 64 * 1024;
+    static constexpr std::size_t kMaxBody = 64 * 1024;
 
     Connection(Hub& hub, boost::asio::ip::tcp::socket socket);
 
     /// Waits for a request.
     void Read();
 
-    /// Sends what the stream has not seen yet, unless a chunk is on its way still; `keepAlive`: at least something.
+    /// Sends the news to the stream, unless a chunk is still under way; with `keepAlive` sends at least a comment.
     void Pump(bool keepAlive);
 
 private:

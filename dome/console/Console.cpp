@@ -18,8 +18,8 @@ using namespace std::chrono_literals;
 using Words = std::vector<std::string>;
 
 constexpr auto kShowEvery = 40ms;
-constexpr std::size_t kMostWords = 128;
-constexpr std::size_t kMostCallArguments = 8;
+constexpr std::size_t kMaxWords = 128;
+constexpr std::size_t kMaxCallArguments = 8;
 
 std::int64_t MillisecondsSince1970() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -39,7 +39,7 @@ Reply Refused(const char* reason) {
     return Answer({{"error", reason}}, 422);
 }
 
-// What domectl can ask, but for its answers that can be of any length: a page has the state and the activities.
+// domectl's commands except those with answers of any length: a page has the state and the activities instead.
 bool IsControlWord(const std::string& word) {
     constexpr std::array<const char*, 5> kWords = {"set", "banks", "clock", "event", "fault"};
     return std::find(kWords.begin(), kWords.end(), word) != kWords.end();
@@ -47,18 +47,18 @@ bool IsControlWord(const std::string& word) {
 
 Words ToWords(const json& body) {
     const auto words = body.find("words");
-    if (words == body.end() || !words->is_array() || words->empty() || words->size() > kMostWords) {
-        throw Refusal{400, "\"words\" is to be an array of 1 to 128 texts"};
+    if (words == body.end() || !words->is_array() || words->empty() || words->size() > kMaxWords) {
+        throw Refusal{400, "\"words\" must be an array of 1 to 128 texts"};
     }
     for (const json& word : *words) {
-        if (!word.is_string()) throw Refusal{400, "\"words\" is to be an array of texts"};
+        if (!word.is_string()) throw Refusal{400, "\"words\" must be an array of texts"};
     }
     return words->get<Words>();
 }
 
 std::string Text(const json& body, const char* key) {
     const auto value = body.find(key);
-    if (value == body.end() || !value->is_string()) throw Refusal{400, '"' + std::string(key) + "\" is to be a text"};
+    if (value == body.end() || !value->is_string()) throw Refusal{400, '"' + std::string(key) + "\" must be a text"};
     return value->get<std::string>();
 }
 
@@ -66,9 +66,9 @@ json Arguments(const json& body) {
     const auto arguments = body.find("args");
     if (arguments == body.end()) return json::array();
     const auto isPlain = [](const json& value) { return value.is_primitive(); };
-    if (!arguments->is_array() || arguments->size() > kMostCallArguments ||
+    if (!arguments->is_array() || arguments->size() > kMaxCallArguments ||
         !std::all_of(arguments->begin(), arguments->end(), isPlain)) {
-        throw Refusal{400, "\"args\" is to be an array of at most 8 plain values"};
+        throw Refusal{400, "\"args\" must be an array of at most 8 plain values"};
     }
     return *arguments;
 }
@@ -83,7 +83,7 @@ Console::Console(const Options& options, Services& services, CameraAccess camera
                      {"started", MillisecondsSince1970()}}
                     .dump();
     if (options.watchesAgent) api.agentPort = options.agentPort;
-    api.readState = [this] { return Reply{200, _camera.state(kMostPoints)}; };
+    api.readState = [this] { return Reply{200, _camera.state(kMaxPoints)}; };
     api.prepare = [this](const std::string& path, const json& body) { return Prepare(path, body); };
     _server = std::make_unique<Server>(options.address, options.port, _handover, std::move(api));
     _services.temperature.OnTemperatureChange().AddHandler(tavos::core::CreateDelegate(this, &Console::OnTemperature));
@@ -114,13 +114,13 @@ void Console::Work() {
 
 void Console::Show() {
     if (!_handover.IsWatched()) {
-        if (!_shown.empty()) _handover.ClearState();  // the next watcher must not begin with an old one
+        if (!_shown.empty()) _handover.ClearState();  // the next watcher must not begin with an old state
         _shown.clear();
         return;
     }
     if (Clock::now() < _nextShow) return;
     _nextShow = Clock::now() + kShowEvery;
-    std::string state = _camera.state(kMostPoints);
+    std::string state = _camera.state(kMaxPoints);
     if (state != _shown) {
         const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now().time_since_epoch());
         _handover.Publish("{\"time\":" + std::to_string(now.count()) + ",\"camera\":" + state + '}');
@@ -131,11 +131,11 @@ void Console::Show() {
     _hasNews = false;
 }
 
-// On the console's thread: it looks at the body only.
+// Runs on the console's thread, so it may use only the body.
 std::function<Reply()> Console::Prepare(const std::string& path, const json& body) {
     if (path == "/api/control") {
         Words words = ToWords(body);
-        if (!IsControlWord(words.front())) throw Refusal{400, "a command is set, banks, clock, event or fault"};
+        if (!IsControlWord(words.front())) throw Refusal{400, "the command must be set, banks, clock, event or fault"};
         return [this, words = std::move(words)] { return Control(words); };
     }
     std::string service = Text(body, "service");
@@ -156,7 +156,7 @@ Reply Console::Control(const Words& words) {
     }
 }
 
-// A fault meets the console's calls as it meets those from the bus; only that nobody here waits for an answer.
+// A fault affects the console's calls like those from the bus, but nobody waits: the answer names the fault.
 Reply Console::CallService(const std::string& service, const std::string& operation, const json& arguments) {
     const std::string fault = _camera.fault(service);
     const auto note = [&](const char* outcome) { Note("console", service, operation, Texts(arguments), outcome); };

@@ -19,27 +19,27 @@ class Server;
 struct Options {
     std::string address = "127.0.0.1";
     std::uint16_t port = 0;          ///< TCP; 0: any free one
-    std::uint16_t agentPort = 1161;  ///< UDP port of the agent in front of this camera, for the text of commands
-    bool watchesAgent = false;       ///< asks that agent whether it answers, while somebody watches
+    std::uint16_t agentPort = 1161;  ///< UDP port of the agent in front of this camera, shown in commands
+    bool watchesAgent = false;       ///< probes that agent while a browser watches
 };
 
-/// What the console needs of the camera beside its services. All of it is called on the camera's thread.
+/// What the console requires of the camera besides its services. Called on the camera's thread.
 struct CameraAccess {
     /// The whole camera as JSON, at most that many inputs and that many relays.
-    std::function<std::string(std::size_t mostPoints)> state;
-    /// Carries out one of domectl's commands; throws for one that cannot be carried out.
+    std::function<std::string(std::size_t maxPoints)> state;
+    /// Carries out one of domectl's commands; throws when it cannot.
     std::function<void(const std::vector<std::string>& words)> execute;
-    /// "ok", "fail", "hang" or "gone", of a service's short name.
+    /// "ok", "fail", "hang" or "gone", for a service's short name.
     std::function<std::string(const std::string& service)> fault;
 };
 
-/// The camera as a page in a browser. All members are to be called on the camera's thread, which never waits here; the
-/// browsers are served by a thread of the console's own.
+/// The camera as a page in a browser. Call all members on the camera's thread; none of them blocks. A separate thread
+/// serves the browsers.
 class Console {
 public:
-    static constexpr std::size_t kMostPoints = 512;  ///< inputs, and as many relays, that a state shows
+    static constexpr std::size_t kMaxPoints = 512;  ///< inputs, and as many relays, that a state shows
 
-    /// Listens. Throws tavos::osa::Exception, with one line of text, when the address or the port cannot be had. The
+    /// Listens. Throws tavos::osa::Exception, with one line of text, when it cannot listen on the address and port. The
     /// services must outlive the console.
     Console(const Options& options, Services& services, CameraAccess camera);
     ~Console();
@@ -52,13 +52,13 @@ public:
     /// Readable while Work has something to do.
     int Descriptor() const { return _handover.Descriptor(); }
 
-    /// How long the camera may sleep at most before the next Work: `timeout` or less, milliseconds.
+    /// The max time until the next Work, in milliseconds: `timeout` or less.
     int Timeout(int timeout) const;
 
-    /// Carries out what browsers have asked for and shows them the camera, when somebody watches and it is time.
+    /// Carries out the browsers' requests, and publishes the camera's state when a browser watches and it is time.
     void Work();
 
-    /// A call that has come over the bus.
+    /// Notes a call from the bus.
     void Heard(const std::string& service, const tavos::msgbus::ReceivedCall& call, tavos::msgbus::Treatment treatment);
 
 private:
@@ -80,7 +80,7 @@ private:
     std::string _shown;
     bool _hasNews = false;
     Clock::time_point _nextShow{};
-    std::unique_ptr<Server> _server;  // the last one: its thread uses the others
+    std::unique_ptr<Server> _server;  // last: its thread uses the other members
 };
 
 }  // namespace dome::console

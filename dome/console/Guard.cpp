@@ -20,7 +20,7 @@ bool IsPort(std::string_view text) {
     return !text.empty() && text.size() <= 5 && std::all_of(text.begin(), text.end(), isDigit);
 }
 
-// Without its port and the brackets of version 6; empty when it is none.
+// The host without its port and IPv6 brackets; empty when it is malformed.
 std::string_view NameOf(std::string_view host) {
     const bool isBracketed = !host.empty() && host.front() == '[';
     const std::size_t end = isBracketed ? host.find(']') : host.find(':');

@@ -23,7 +23,7 @@ Handover::~Handover() {
 bool Handover::Ask(Request request) {
     {
         const std::lock_guard<std::mutex> lock(_mutex);
-        if (_requests.size() >= kMostRequests) return false;
+        if (_requests.size() >= kMaxRequests) return false;
         _requests.push_back(std::move(request));
     }
     Wake();
@@ -56,14 +56,14 @@ void Handover::Publish(std::string state) {
 }
 
 void Handover::Add(Activity activity) {
-    if (activity.arguments.size() > kMostArguments) activity.arguments.resize(kMostArguments);
+    if (activity.arguments.size() > kMaxArguments) activity.arguments.resize(kMaxArguments);
     for (std::string& text : activity.arguments) {
-        if (text.size() > kLongestText) text.resize(kLongestText);
+        if (text.size() > kMaxText) text.resize(kMaxText);
     }
     const std::lock_guard<std::mutex> lock(_mutex);
     activity.number = ++_lastNumber;
     _activities.push_back(std::move(activity));
-    if (_activities.size() > kMostActivities) _activities.pop_front();
+    if (_activities.size() > kMaxActivities) _activities.pop_front();
 }
 
 void Handover::Announce() {
@@ -84,7 +84,7 @@ std::vector<Activity> Handover::ActivitiesAfter(std::uint64_t number) const {
 }
 
 void Handover::Wake() {
-    // It cannot fill up: the camera's thread empties it long before 2^64 wake-ups.
+    // Cannot overflow: the camera's thread reads it long before 2^64 wake-ups.
     eventfd_write(_descriptor, 1);
 }
 

@@ -12,19 +12,19 @@
 
 namespace dome::console {
 
-/// What a browser is answered: an HTTP status and a JSON text.
+/// The answer to a browser: an HTTP status and a JSON text.
 struct Reply {
     unsigned status = 200;
     std::string body;
 };
 
-/// Something that the camera's thread is to do for the console's.
+/// Work that the console's thread asks of the camera's thread.
 struct Request {
     std::function<Reply()> work;          ///< on the camera's thread; throws nothing
     std::function<void(Reply)> finished;  ///< on the camera's thread as well; must not block
 };
 
-/// Something that has arrived at the camera, or that it has told.
+/// A call that the camera received, or an event that it emitted.
 struct Activity {
     std::uint64_t number = 0;  ///< counts from 1
     std::int64_t time = 0;     ///< milliseconds since 1970
@@ -32,17 +32,17 @@ struct Activity {
     std::string service;       ///< short name, "pan"
     std::string call;          ///< operation, or the event's name
     std::vector<std::string> arguments;
-    std::string outcome;  ///< "ok", "fail", "hang", "gone" or "refused"; of an event ""
+    std::string outcome;  ///< "ok", "fail", "hang", "gone" or "refused"; "" for an event
 };
 
-/// All that passes between the camera's thread and the console's. Neither waits for the other: the lock is held for
-/// copies and swaps only. Any thread may call any member.
+/// Everything that passes between the camera's thread and the console's. Neither waits for the other: the lock is held
+/// only for copies and swaps. Any thread may call any member.
 class Handover {
 public:
-    static constexpr std::size_t kMostRequests = 256;
-    static constexpr std::size_t kMostActivities = 500;
-    static constexpr std::size_t kMostArguments = 8;
-    static constexpr std::size_t kLongestText = 200;  ///< octets of an argument; longer ones are cut
+    static constexpr std::size_t kMaxRequests = 256;
+    static constexpr std::size_t kMaxActivities = 500;
+    static constexpr std::size_t kMaxArguments = 8;
+    static constexpr std::size_t kMaxText = 200;  ///< octets of an argument; longer ones are cut
 
     /// Throws tavos::osa::Exception when the system has no descriptor left.
     Handover();
@@ -59,22 +59,22 @@ public:
     /// The requests that wait, oldest first; makes the descriptor unreadable.
     std::vector<Request> TakeRequests();
 
-    /// How many want to see states.
+    /// The number of browsers that watch states.
     void SetWatchers(int count);
     bool IsWatched() const { return _watchers.load(std::memory_order_relaxed) > 0; }
 
-    /// Whom to tell that there is something new; null: nobody. Once this has returned, the one before is not called
-    /// any more. It is called with the lock held, and must neither block nor call back.
+    /// Sets the function that is called for each Publish and Announce; null: none. Once this has returned, the previous
+    /// one is no longer called. It runs with the lock held, and must neither block nor call a member.
     void OnPublished(std::function<void()> published);
 
-    /// Puts a state, a JSON text, in the place of the one before.
+    /// Replaces the state, a JSON text.
     void Publish(std::string state);
     void ClearState() { Publish(""); }
 
-    /// Gives the activity its number and keeps it, the oldest one falls out.
+    /// Numbers the activity and keeps it; drops the oldest one above the limit.
     void Add(Activity activity);
 
-    /// Tells that there are activities (a burst is told once).
+    /// Announces new activities; one call is enough for a burst.
     void Announce();
 
     std::shared_ptr<const std::string> State() const;

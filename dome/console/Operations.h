@@ -8,15 +8,15 @@
 
 namespace dome::console {
 
-/// True for an operation that the console may call: those that a manager's commands end in.
+/// True for an operation that the console may call: those that a manager's commands cause.
 bool IsOperation(const std::string& service, const std::string& operation);
 
-/// Calls one operation, IsOperation, of the camera's services. Throws tavos::osa::Exception when the arguments are of
-/// another number or type than the operation's, and what the operation throws.
+/// Calls an operation of the camera's services for which IsOperation is true. Throws tavos::osa::Exception when the
+/// number or a type of the arguments is wrong, and what the operation throws.
 void Call(Services& services, const std::string& service, const std::string& operation,
           const nlohmann::json& arguments);
 
-/// The arguments as texts, as those of a call from the bus.
+/// The arguments as texts, in the form of a call from the bus.
 std::vector<std::string> Texts(const nlohmann::json& arguments);
 
 }  // namespace dome::console

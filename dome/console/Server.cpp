@@ -52,7 +52,7 @@ const std::string& CheckedAddress(const std::string& address) {
     return address;
 }
 
-// The process's signals are for the thread that serves the bus.
+// The thread that serves the bus handles the process's signals.
 std::thread StartWithoutSignals(std::function<void()> run) {
     sigset_t all;
     sigset_t before;
@@ -73,7 +73,7 @@ struct Server::Private {
         acceptor.async_accept([this](error_code error, tcp::socket socket) {
             if (error == asio::error::operation_aborted) return;
             if (error) {
-                // Out of descriptors, most likely; the next attempt fails at once again.
+                // Most likely out of descriptors; an immediate retry would fail again.
                 pause.expires_after(100ms);
                 pause.async_wait([this](error_code stopped) {
                     if (!stopped) Accept();

@@ -10,31 +10,31 @@
 
 namespace dome::console {
 
-/// Thrown for a request that is not well formed.
+/// Thrown for a malformed request.
 struct Refusal {
     unsigned status;
     std::string reason;
 };
 
-/// What stands behind the HTTP interface.
+/// What the HTTP interface serves.
 struct Api {
     std::string hello;            ///< JSON; the first event of every stream
-    std::uint16_t agentPort = 0;  ///< UDP, on this machine: the agent that streams say of whether it answers; 0: none
+    std::uint16_t agentPort = 0;  ///< UDP, on this machine: the agent whose answering is streamed; 0: none
     /// On the camera's thread.
     std::function<Reply()> readState;
-    /// On the server's thread: what the camera is to do for a POST to "/api/control" or "/api/call", whose body is a
-    /// JSON object. Throws Refusal.
+    /// On the server's thread: the camera's work for a POST to "/api/control" or "/api/call", whose body is a JSON
+    /// object. Throws Refusal.
     std::function<std::function<Reply()>(const std::string& path, const nlohmann::json& body)> prepare;
 };
 
 /// The console's HTTP server: one thread, bounded connections, bounded memory a connection.
 class Server {
 public:
-    /// Listens at once. Throws tavos::osa::Exception when the address or the port cannot be had. `handover` must
+    /// Listens at once. Throws tavos::osa::Exception when it cannot listen on the address and port. `handover` must
     /// outlive the server.
     Server(const std::string& address, std::uint16_t port, Handover& handover, Api api);
 
-    /// Ends its thread and every connection; nothing of `api` runs any more.
+    /// Ends its thread and every connection; after that no function of `api` runs.
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;

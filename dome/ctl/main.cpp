@@ -21,22 +21,22 @@ constexpr const char* kUsage = R"(usage: domectl --state DIR [--bus ADDRESS] COM
 
   state                                  the whole camera, as JSON
   calls [--clear]                        the service calls received, the last 20000 at most, one JSON object a line;
-                                         and forgets them
+                                         --clear then empties the log
   set pan|tilt POSITION                  thousandths of a degree
   set zoom|zoom-max MAGNIFICATION        thousandths
-  set focus|iris|light PERCENT           light: what the automatic iris goes by
+  set focus|iris|light PERCENT           light: what the automatic iris follows
   set auto-focus|auto-iris 0|1
   set presets COUNT
   set temperature [SENSOR] DEGREES       sensor 0 unless given
   set voltage|power STATUS
   set alarm|relay BANK NUMBER 0|1
-  banks alarm|relay NAME=COUNT...        these banks replace those there are
-  banks alarm|relay none                 there is no bank any more
+  banks alarm|relay NAME=COUNT...        replaces all banks
+  banks alarm|relay none                 removes all banks
   clock pause|run                        stops the camera's time; lets it go on
-  clock step SECONDS                     advances it at once by so much
+  clock step SECONDS                     advances it at once by that time
   clock rate X                           0.01 to 100 of the camera's seconds a second
   event temperature SENSOR DEGREES [--count N]
-  event voltage|power STATUS [--count N] tells the event without a change of the reading; N of them, counting up
+  event voltage|power STATUS [--count N] emits the event without a change of the reading; N of them, counting up
   fault SERVICE ok|fail|hang|gone        pan tilt zoom focus focus2 iris presets presets2 alarm relay
                                          temperature voltage power fan
 )";
@@ -46,8 +46,8 @@ using Words = std::vector<std::string>;
 
 struct Command {
     const char* name;
-    std::size_t least;  // words after the name
-    std::size_t most;
+    std::size_t min;  // words after the name
+    std::size_t max;
 };
 
 constexpr std::size_t kAnyNumber = 1000;
@@ -59,7 +59,7 @@ constexpr Command kCommands[] = {
 bool IsCommand(const Words& words) {
     for (const Command& command : kCommands) {
         if (words.empty() || words[0] != command.name) continue;
-        return words.size() - 1 >= command.least && words.size() - 1 <= command.most;
+        return words.size() - 1 >= command.min && words.size() - 1 <= command.max;
     }
     return false;
 }
@@ -84,7 +84,7 @@ bool Parse(int argc, char** argv, Invocation& invocation) {
 std::string Execute(const Invocation& invocation) {
     const std::string address = dome::BusAddress(invocation.state);
     setenv("TAVOS_BUS_ADDRESS", invocation.bus.empty() ? address.c_str() : invocation.bus.c_str(), 1);
-    setenv("TAVOS_CALL_TIMEOUT_MS", "10000", 1);  // a full call log takes its time
+    setenv("TAVOS_CALL_TIMEOUT_MS", "10000", 1);  // a full call log takes long to send
     tavos::core::Logger::ClearAppenders();        // standard output is for the answer
     tavos::msgbus::MsgBus bus;
     const std::unique_ptr<dome::IControl> control(dome::IControl::CreateClient(&bus));

@@ -7,8 +7,8 @@ namespace dome {
 
 namespace {
 
-// Short enough that speeding up and slowing down in steps stays within a thousandth of the true curve.
-constexpr double kLongestStep = 0.001;
+// Seconds; short enough that acceleration in steps stays within a thousandth of the true curve.
+constexpr double kMaxIntegrationStep = 0.001;
 
 }  // namespace
 
@@ -25,8 +25,8 @@ void Axis::MoveTo(double position, double speed, double timeLimit) {
         const bool grow = speed > 0 || (speed == 0 && growing <= turn / 2) || growing == 0;
         _remaining = grow ? growing : growing - turn;
     }
-    const double magnitude = std::min(std::fabs(speed), 1.0) * _properties.greatestSpeed;
-    _cruise = speed == 0 ? _properties.ownSpeed : magnitude;
+    const double magnitude = std::min(std::fabs(speed), 1.0) * _properties.maxSpeed;
+    _cruise = speed == 0 ? _properties.defaultSpeed : magnitude;
     _target = target;
     _timeLeft = timeLimit;
     _mode = Mode::kPositioned;
@@ -34,7 +34,7 @@ void Axis::MoveTo(double position, double speed, double timeLimit) {
 }
 
 void Axis::MoveAt(double velocity, double timeLimit) {
-    _cruise = std::clamp(velocity, -1.0, 1.0) * _properties.greatestSpeed;
+    _cruise = std::clamp(velocity, -1.0, 1.0) * _properties.maxSpeed;
     _target.reset();
     _timeLeft = timeLimit;
     _mode = _cruise == 0 ? Mode::kRest : Mode::kContinuous;
@@ -44,7 +44,7 @@ void Axis::Stop() {
     MoveAt(0, 0);
 }
 
-void Axis::Place(double position) {
+void Axis::JumpTo(double position) {
     ComeToRest(_properties.endless ? Wrap(position) : Clamp(position));
     _target.reset();
 }
@@ -52,7 +52,7 @@ void Axis::Place(double position) {
 void Axis::SetLimits(double minimum, double maximum) {
     _properties.minimum = minimum;
     _properties.maximum = maximum;
-    if (Clamp(_position) != _position) Place(_position);
+    if (Clamp(_position) != _position) JumpTo(_position);
     if (_mode == Mode::kPositioned && Clamp(*_target) != *_target) {
         _target = Clamp(*_target);
         _remaining = *_target - _position;
@@ -66,7 +66,7 @@ double Axis::Tick(double seconds) {
             Stop();
             continue;
         }
-        double step = std::min(seconds, kLongestStep);
+        double step = std::min(seconds, kMaxIntegrationStep);
         if (timed) step = std::min(step, _timeLeft);
         Advance(step);
         _timeLeft -= step;
@@ -102,9 +102,9 @@ double Axis::WantedVelocity() const {
     const double distance = DistanceToGo();
     double speed = std::fabs(_cruise);
     if (std::isfinite(_properties.acceleration)) {
-        // The greatest speed from which steps of the greatest length still come to rest within the distance.
+        // The max speed from which steps of the max length still come to rest within the distance.
         const double a = _properties.acceleration;
-        const double half = kLongestStep / 2;
+        const double half = kMaxIntegrationStep / 2;
         speed = std::min(speed, a * (std::sqrt(half * half + 2 * std::fabs(distance) / a) - half));
     }
     return distance < 0 ? -speed : speed;
@@ -112,14 +112,14 @@ double Axis::WantedVelocity() const {
 
 bool Axis::Arrives(double distance, double step) const {
     if (_mode == Mode::kRest) return false;
-    // Faster than this it runs through its target and comes back; slower, the last steps, which are of uneven length,
-    // may leave it with some speed to lose at once.
-    if (std::fabs(_velocity) > 4 * _properties.acceleration * kLongestStep) return false;
+    // Above this speed it overshoots the target and comes back. Below, the last steps, of uneven length, may leave a
+    // rest of speed, which it drops at once.
+    if (std::fabs(_velocity) > 4 * _properties.acceleration * kMaxIntegrationStep) return false;
     const double travel = _velocity * step;
     if (travel * distance >= 0 && std::fabs(travel) >= std::fabs(distance)) return true;
-    // So near, ever shorter steps would only creep up to it.
+    // This near, ever shorter steps would only creep up to the target.
     return std::isfinite(_properties.acceleration) &&
-           std::fabs(distance) <= _properties.acceleration * kLongestStep * kLongestStep / 2;
+           std::fabs(distance) <= _properties.acceleration * kMaxIntegrationStep * kMaxIntegrationStep / 2;
 }
 
 void Axis::Advance(double step) {

@@ -57,7 +57,7 @@ void Banks::Set(const std::string& bank, int number, bool state) {
     auto current = _banks[static_cast<std::size_t>(&found - _banks.data())].states[Index(found, number)];
     if (current == state) return;
     current = state;
-    if (_told) _told();
+    if (_onChange) _onChange();
 }
 
 std::size_t Banks::Index(const Bank& bank, int number) {

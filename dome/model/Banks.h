@@ -6,8 +6,8 @@
 
 namespace dome {
 
-/// Alarm inputs or relays, in banks that have an order and a name; numbered from 0 within their bank. Members that
-/// take a bank or a number throw std::out_of_range for one that does not exist.
+/// Alarm inputs or relays in ordered, named banks, numbered from 0 within their bank. Members throw std::out_of_range
+/// for a bank or a number that does not exist.
 class Banks {
 public:
     struct Bank {
@@ -18,15 +18,15 @@ public:
         std::string name;
         int count;
     };
-    /// What the agent's tables take; more is refused here rather than there.
+    /// The limits of the agent's tables; refused here, before the agent sees them.
     static constexpr int kMaxRows = 1024;  ///< of all banks together
     static constexpr int kMaxBanks = 100;
     static constexpr int kMaxName = 255;  ///< octets
 
     explicit Banks(const std::vector<Size>& sizes) { Replace(sizes); }
 
-    /// New banks in place of the old ones; what stays, by bank and number, keeps its state. Throws
-    /// std::invalid_argument, changing nothing, for an empty, doubled or too long name or a size that is too large.
+    /// Replaces all banks. A point whose bank and number stay keeps its state. Throws std::invalid_argument, changing
+    /// nothing, for an empty, duplicate or too long name, and for sizes above the limits.
     void Replace(const std::vector<Size>& sizes);
 
     const std::vector<Bank>& All() const { return _banks; }
@@ -37,8 +37,8 @@ public:
     bool State(const std::string& bank, int number) const;
     void Set(const std::string& bank, int number, bool state);
 
-    /// Called at the end of each Set that changes something; one function for all.
-    void OnChange(std::function<void()> told) { _told = std::move(told); }
+    /// Sets the function that each Set calls at its end when it has changed a state; replaces the one before.
+    void OnChange(std::function<void()> onChange) { _onChange = std::move(onChange); }
 
 private:
     const Bank* Find(const std::string& name) const;
@@ -46,7 +46,7 @@ private:
     static std::size_t Index(const Bank& bank, int number);
 
     std::vector<Bank> _banks;
-    std::function<void()> _told;
+    std::function<void()> _onChange;
 };
 
 }  // namespace dome

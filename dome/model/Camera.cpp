@@ -9,16 +9,16 @@ namespace {
 
 constexpr double kRadians = 3.141592653589793 / 180000;  // a thousandth of a degree
 
-// The focus looks at the view no more rarely than this, so that it starts in time in a long tick as well.
-constexpr double kLongestTick = 0.02;
+// Seconds; longer ticks are split, so that the focus reacts in time to a change of the view.
+constexpr double kMaxTick = 0.02;
 
 AxisProperties Drive(const CameraProperties::Positioner& positioner, bool endless) {
     AxisProperties properties;
     properties.minimum = positioner.minimum;
     properties.maximum = positioner.maximum;
     properties.endless = endless;
-    properties.greatestSpeed = positioner.speed;
-    properties.ownSpeed = positioner.speed * positioner.ownSpeed;
+    properties.maxSpeed = positioner.speed;
+    properties.defaultSpeed = positioner.speed * positioner.defaultSpeed;
     properties.acceleration = positioner.speed / positioner.accelerating;
     return properties;
 }
@@ -39,7 +39,7 @@ Camera::Camera(const CameraProperties& properties)
 void Camera::Tick(double seconds) {
     sensors.Tick(seconds);
     while (seconds > 0 && IsMoving()) {
-        const double tick = std::min(seconds, kLongestTick);
+        const double tick = std::min(seconds, kMaxTick);
         const bool wasViewMoving = IsViewMoving();
         pan.Tick(tick);
         tilt.Tick(tick);

@@ -10,14 +10,14 @@
 
 namespace dome {
 
-/// What a camera is; as it stands here, the desk camera.
+/// A camera's properties; the defaults are the desk camera's.
 struct CameraProperties {
     struct Positioner {
-        double minimum;       ///< thousandths of a degree; of the pan, that turns without an end: 0
-        double maximum;       ///< likewise; of the pan: the turn
-        double speed;         ///< thousandths of a degree a second, the greatest
-        double ownSpeed;      ///< fraction of the greatest: of moves that name no speed
-        double accelerating;  ///< seconds from rest to the greatest speed
+        double minimum;       ///< thousandths of a degree; 0 for the endless pan
+        double maximum;       ///< likewise; a turn for the pan
+        double speed;         ///< max, thousandths of a degree a second
+        double defaultSpeed;  ///< of moves that name no speed, as a fraction of the max
+        double accelerating;  ///< seconds from rest to the max speed
     };
     Positioner pan{0, 360000, 120000, 0.5, 0.2};
     Positioner tilt{-90000, 90000, 60000, 0.5, 0.2};
@@ -32,7 +32,7 @@ struct CameraProperties {
     Sensors::Drift drift;
 };
 
-/// The camera. It knows no bus, no thread and no clock of its own: time passes in Tick.
+/// The camera. It knows no bus, thread or clock: time passes in Tick.
 struct Camera {
     explicit Camera(const CameraProperties& properties = {});
     Camera(const Camera&) = delete;
@@ -41,7 +41,7 @@ struct Camera {
     void Tick(double seconds);
     bool IsMoving() const;
 
-    /// Where the focus makes the picture of the present view sharp: kSharp ahead at no magnification, up to 10 more to
+    /// The focus percentage that makes the current view sharp: kSharp ahead at no magnification, up to 10 more to
     /// the right and less to the left (the sine of the pan), up to 20 more above and less below (the sine of the tilt),
     /// and up to 10 more with the zoom (its logarithm, to the end of the optical range).
     double SharpFocus() const;
@@ -60,7 +60,7 @@ private:
     bool IsViewMoving() const;
 };
 
-/// A position in the whole thousandths that the camera reports; of an endless axis it stays below the maximum.
+/// The position in whole thousandths, as the camera reports it; on an endless axis below the maximum.
 int Thousandths(const Axis& axis);
 
 }  // namespace dome

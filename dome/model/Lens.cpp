@@ -10,7 +10,8 @@ namespace dome {
 
 namespace {
 
-// Of a run of the auto focus, beside the sharp picture: their ways, the first one counted from it, make up kHuntWay.
+// Offsets from the sharp position, in percent, of the swings of an auto focus run. The moves between them, the first
+// one from the sharp position, add up to kHuntDistance.
 constexpr double kSwings[] = {6, -4, 2, -1, 0};
 
 constexpr double kNoTimeLimit = std::numeric_limits<double>::infinity();
@@ -19,8 +20,8 @@ AxisProperties LensDrive(double minimum, double maximum, double rate) {
     AxisProperties properties;
     properties.minimum = minimum;
     properties.maximum = maximum;
-    properties.greatestSpeed = rate;
-    properties.ownSpeed = rate;
+    properties.maxSpeed = rate;
+    properties.defaultSpeed = rate;
     return properties;
 }
 
@@ -30,9 +31,9 @@ Zoom::Zoom(const Properties& properties)
     : _properties(properties), _drive(LensDrive(kMinimum, properties.opticalMaximum, properties.rate)) {}
 
 void Zoom::SetMaximum(std::uint32_t maximum) {
-    if (maximum < kMinimum || maximum > GreatestMaximum()) {
+    if (maximum < kMinimum || maximum > CombinedMaximum()) {
         throw std::out_of_range("maximum magnification " + std::to_string(maximum) + " outside " +
-                                std::to_string(kMinimum) + " to " + std::to_string(GreatestMaximum()));
+                                std::to_string(kMinimum) + " to " + std::to_string(CombinedMaximum()));
     }
     _drive.SetLimits(kMinimum, maximum);
 }
@@ -45,13 +46,13 @@ std::uint32_t Zoom::Maximum() const {
     return static_cast<std::uint32_t>(std::lround(_drive.Maximum()));
 }
 
-std::uint32_t Zoom::GreatestMaximum() const {
+std::uint32_t Zoom::CombinedMaximum() const {
     return static_cast<std::uint32_t>(std::uint64_t{_properties.opticalMaximum} * _properties.digitalMaximum / 1000);
 }
 
 Focus::Focus(double rate, std::function<double()> sharp)
     : _drive(LensDrive(0, 100, rate)), _findSharp(std::move(sharp)) {
-    _drive.Place(kSharp);
+    _drive.JumpTo(kSharp);
 }
 
 void Focus::MoveTo(double percent) {
@@ -64,9 +65,9 @@ void Focus::Move(int direction) {
     _drive.MoveAt(direction, kNoTimeLimit);
 }
 
-void Focus::Place(double percent) {
+void Focus::JumpTo(double percent) {
     _focusing = false;
-    _drive.Place(percent);
+    _drive.JumpTo(percent);
 }
 
 void Focus::SetAuto(bool enabled) {
@@ -77,7 +78,7 @@ void Focus::SetAuto(bool enabled) {
 void Focus::Refocus(bool start) {
     if (start) {
         _sharp = _findSharp();
-        _side = Percent() <= _sharp ? 1 : -1;  // it runs past the sharp picture, to see that it was
+        _side = Percent() <= _sharp ? 1 : -1;  // swings past the sharp position first
         _swing = 0;
         _focusing = true;
         Swing();
@@ -108,7 +109,7 @@ void Focus::Tick(double seconds) {
 }
 
 Iris::Iris(double rate, double light) : _drive(LensDrive(0, 100, rate)), _light(light) {
-    _drive.Place(100 - light);
+    _drive.JumpTo(100 - light);
 }
 
 void Iris::SetLight(double percent) {

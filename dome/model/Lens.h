@@ -7,7 +7,7 @@
 
 namespace dome {
 
-/// The zoom. Magnifications are thousandths: 1000 is 1.0x. Up to the optical maximum the lens does it, beyond it the
+/// The zoom. Magnifications are thousandths: 1000 is 1.0x. The lens zooms up to the optical maximum; beyond it the
 /// picture is cropped.
 class Zoom {
 public:
@@ -20,16 +20,16 @@ public:
 
     explicit Zoom(const Properties& properties);
 
-    /// Goes as far as the range allows; a time limit in seconds.
+    /// Moves as far as the range allows; the time limit is in seconds.
     void MoveTo(double magnification, double timeLimit) { _drive.MoveTo(magnification, 0, timeLimit); }
 
     /// +1 in, -1 out, 0 stop.
     void Move(int direction, double timeLimit) { _drive.MoveAt(direction, timeLimit); }
 
-    void Place(double magnification) { _drive.Place(magnification); }
+    void JumpTo(double magnification) { _drive.JumpTo(magnification); }
 
-    /// Throws std::out_of_range below kMinimum and above GreatestMaximum. A magnification beyond the new maximum
-    /// falls to it.
+    /// Throws std::out_of_range below kMinimum and above CombinedMaximum. A magnification above the new maximum
+    /// is lowered to it.
     void SetMaximum(std::uint32_t maximum);
 
     void Tick(double seconds) { _drive.Tick(seconds); }
@@ -38,7 +38,7 @@ public:
     std::uint32_t Maximum() const;
     std::uint32_t OpticalMaximum() const { return _properties.opticalMaximum; }
     std::uint32_t DigitalMaximum() const { return _properties.digitalMaximum; }
-    std::uint32_t GreatestMaximum() const;  ///< both together
+    std::uint32_t CombinedMaximum() const;  ///< optical times digital: the limit of SetMaximum
     const Axis& Drive() const { return _drive; }
 
 private:
@@ -46,28 +46,28 @@ private:
     Axis _drive;
 };
 
-/// The focus, in percent from near (0) to far (100). A run of the auto focus goes to where the picture is sharp, hunts
-/// about it for kHuntWay of way and comes to rest on it.
+/// The focus, in percent from near (0) to far (100). A run of the auto focus moves to the sharp position, hunts around
+/// it over kHuntDistance and comes to rest on it.
 class Focus {
 public:
-    static constexpr double kRate = 50;     ///< percent a second, unless the camera is told otherwise
-    static constexpr double kSharp = 50;    ///< where the picture of a camera in its first position is sharp
-    static constexpr double kHuntWay = 26;  ///< percent: at kRate 0.52 s on top of the way to the sharp picture
-    static constexpr double kUnsharp = 1;   ///< percent off: a smaller error does not make the auto focus run
+    static constexpr double kRate = 50;          ///< default, percent a second
+    static constexpr double kSharp = 50;         ///< the sharp position in the camera's initial view
+    static constexpr double kHuntDistance = 26;  ///< percent: at kRate 0.52 s more than the move to the sharp position
+    static constexpr double kUnsharp = 1;        ///< percent: a smaller error does not start the auto focus
 
-    /// `sharp` tells where the picture is sharp now; it is asked when a run begins.
+    /// `sharp` returns the current sharp position; it is called when a run begins.
     Focus(double rate, std::function<double()> sharp);
 
-    /// Any move by hand breaks off a run of the auto focus; the auto focus's mode stays.
+    /// Any move by hand stops a run of the auto focus; the auto focus's mode stays.
     void MoveTo(double percent);
     void Move(int direction);  ///< +1 far, -1 near, 0 stop
-    void Place(double percent);
+    void JumpTo(double percent);
 
-    void SetAuto(bool enabled);  ///< switched on, it starts with a run
-    void Refocus(bool start);    ///< one run, whatever the mode; false breaks one off
+    void SetAuto(bool enabled);  ///< starts a run when switched on
+    void Refocus(bool start);    ///< one run, in any mode; false stops it
 
-    /// The camera or its zoom has come to rest from a move. The auto focus, if it is on and nobody moves the focus
-    /// by hand just now, runs when the picture is not sharp any more.
+    /// Call it when the camera or its zoom has come to rest. The auto focus, if it is on and no move by hand is under
+    /// way, runs when the picture is no longer sharp.
     void ViewChanged();
 
     bool IsAuto() const { return _auto; }
@@ -84,28 +84,28 @@ private:
     Axis _drive;
     std::function<double()> _findSharp;
     double _sharp = kSharp;  // of the run
-    std::size_t _swing = 0;  // of the run: what comes next
-    double _side = 1;        // of the sharp picture, on which the run swings first
+    std::size_t _swing = 0;  // of the run: index of the next swing
+    double _side = 1;        // of the sharp position, to which the run swings first
     bool _auto = true;
     bool _focusing = false;
 };
 
-/// The iris, in percent from closed (0) to open (100). Its automatic wants as much of it open as is lacking in light.
+/// The iris, in percent from closed (0) to open (100). Its automatic opens it as far as light is lacking.
 class Iris {
 public:
-    static constexpr double kRate = 50;   ///< percent a second, unless the camera is told otherwise
-    static constexpr double kLight = 50;  ///< percent, likewise
+    static constexpr double kRate = 50;   ///< default, percent a second
+    static constexpr double kLight = 50;  ///< default, percent
 
     Iris(double rate, double light);
 
-    /// How light it is before the camera, 0 (night) to 100 (glaring). The automatic, if it is on, follows.
+    /// The light in front of the camera, 0 (night) to 100 (glaring). The automatic, if it is on, follows.
     void SetLight(double percent);
     double Light() const { return _light; }
 
-    void Place(double percent) { _drive.Place(percent); }
+    void JumpTo(double percent) { _drive.JumpTo(percent); }
 
     void Move(int direction);    ///< +1 opens, -1 closes, 0 stops; the automatic's mode stays
-    void SetAuto(bool enabled);  ///< switched on, it drives to its pick
+    void SetAuto(bool enabled);  ///< moves the iris to match the light when switched on
     bool IsAuto() const { return _auto; }
 
     void Tick(double seconds) { _drive.Tick(seconds); }

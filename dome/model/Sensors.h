@@ -6,18 +6,18 @@
 
 namespace dome {
 
-/// What the camera measures about itself. An observer is called after a reading has changed, never for one that was
-/// set to what it was.
+/// The camera's readings about itself. Observers are called after a reading has changed, not when it is set to the same
+/// value.
 class Sensors {
 public:
-    /// How the temperatures go up and down by themselves, all together: `degrees` either way of what was set, once in
-    /// `period` seconds. 0 degrees: they stay.
+    /// How the temperatures drift, all together: by up to `degrees` above and below the set value, with a period of
+    /// `period` seconds. 0 degrees: no drift.
     struct Drift {
         double degrees = 0;
         double period = 3600;
     };
-    static constexpr int kFanOn = 45;   ///< degrees Celsius of the warmest sensor, and above
-    static constexpr int kFanOff = 40;  ///< and below
+    static constexpr int kFanOn = 45;   ///< at or above this, degrees Celsius of the warmest sensor
+    static constexpr int kFanOff = 40;  ///< at or below this
 
     Sensors(std::vector<int> temperatures, const Drift& drift)
         : _temperatures(std::move(temperatures)), _drift(drift), _set(_temperatures.begin(), _temperatures.end()) {}

@@ -7,15 +7,15 @@
 
 namespace dome {
 
-/// What a service refuses, it refuses with the platform's exception; the caller gets its text.
+/// Services refuse arguments with the platform's exception; the caller gets its text.
 
 inline void CheckFraction(const char* what, double value) {
     if (!(std::fabs(value) <= 1.0)) throw tavos::osa::Exception("%s %g outside -1 to 1", what, value);
 }
 
-inline void CheckPercent(const char* what, double value, double least) {
-    if (!(value >= least && value <= 100.0)) {
-        throw tavos::osa::Exception("%s %g outside %g to 100", what, value, least);
+inline void CheckPercent(const char* what, double value, double min) {
+    if (!(value >= min && value <= 100.0)) {
+        throw tavos::osa::Exception("%s %g outside %g to 100", what, value, min);
     }
 }
 
@@ -27,7 +27,7 @@ inline void CheckDirection(int direction) {
     if (direction < -1 || direction > 1) throw tavos::osa::Exception("direction %d outside -1 to 1", direction);
 }
 
-/// Runs what the camera itself may refuse.
+/// Converts any exception of the operation into the platform's.
 template <class Operation>
 auto Refusable(Operation operation) -> decltype(operation()) {
     try {

@@ -6,8 +6,8 @@
 
 namespace dome {
 
-/// Translations are lengths of way, 0 to 100, that RelativeFocus takes with either sign: positive is towards far. One
-/// that leads beyond an end of the range stops there.
+/// Translations are distances, 0 to 100; RelativeFocus takes them with either sign, positive towards far. A move stops
+/// at the end of the range.
 class FocusV2Service final : public tavos::interfaces::IFocusV2Provider {
 public:
     explicit FocusV2Service(Focus& focus) : _focus(focus) {}

@@ -35,7 +35,7 @@ public:
 
     explicit Services(Camera& camera);
 
-    /// Puts all of them on the bus and returns their names. Throws tavos::osa::Exception when a name is taken.
+    /// Serves all of them on the bus and returns their names. Throws tavos::osa::Exception when a name is taken.
     std::vector<Name> Serve(tavos::msgbus::ServiceHost& host);
 
     PanService pan;

@@ -6,7 +6,7 @@
 
 namespace dome {
 
-/// A position beyond a limit is no error: the axis stops there.
+/// A position beyond a limit is no error: the axis stops at the limit.
 class TiltService final : public tavos::interfaces::IAxisProvider {
 public:
     explicit TiltService(Axis& axis) : _axis(axis) {}

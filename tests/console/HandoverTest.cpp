@@ -31,10 +31,10 @@ Activity Named(const std::string& call) {
 TEST(HandoverTest, FillsRefusesAndDrains) {
     Handover handover;
     EXPECT_FALSE(IsReadable(handover.Descriptor()));
-    for (std::size_t i = 0; i < Handover::kMostRequests; ++i) ASSERT_TRUE(handover.Ask(Nothing()));
+    for (std::size_t i = 0; i < Handover::kMaxRequests; ++i) ASSERT_TRUE(handover.Ask(Nothing()));
     EXPECT_FALSE(handover.Ask(Nothing()));
     EXPECT_TRUE(IsReadable(handover.Descriptor()));
-    EXPECT_EQ(handover.TakeRequests().size(), Handover::kMostRequests);
+    EXPECT_EQ(handover.TakeRequests().size(), Handover::kMaxRequests);
     EXPECT_FALSE(IsReadable(handover.Descriptor()));
     EXPECT_TRUE(handover.TakeRequests().empty());
     EXPECT_TRUE(handover.Ask(Nothing()));
@@ -70,11 +70,11 @@ TEST(HandoverTest, TheFirstWatcherWakesTheCamera) {
 
 TEST(HandoverTest, ActivitiesAreNumberedAndTheOldestFallOut) {
     Handover handover;
-    for (std::size_t i = 0; i < Handover::kMostActivities + 3; ++i) handover.Add(Named("x"));
+    for (std::size_t i = 0; i < Handover::kMaxActivities + 3; ++i) handover.Add(Named("x"));
     const auto all = handover.ActivitiesAfter(0);
-    ASSERT_EQ(all.size(), Handover::kMostActivities);
+    ASSERT_EQ(all.size(), Handover::kMaxActivities);
     EXPECT_EQ(all.front().number, 4u);
-    EXPECT_EQ(all.back().number, Handover::kMostActivities + 3);
+    EXPECT_EQ(all.back().number, Handover::kMaxActivities + 3);
     EXPECT_EQ(handover.ActivitiesAfter(all.back().number - 1).size(), 1u);
     EXPECT_TRUE(handover.ActivitiesAfter(all.back().number).empty());
 }
@@ -85,8 +85,8 @@ TEST(HandoverTest, LongArgumentsAreCut) {
     activity.arguments.assign(20, std::string(1000000, 'x'));
     handover.Add(activity);
     const auto kept = handover.ActivitiesAfter(0).front().arguments;
-    ASSERT_EQ(kept.size(), Handover::kMostArguments);
-    EXPECT_EQ(kept.front().size(), Handover::kLongestText);
+    ASSERT_EQ(kept.size(), Handover::kMaxArguments);
+    EXPECT_EQ(kept.front().size(), Handover::kMaxText);
 }
 
 TEST(HandoverTest, AStateReplacesTheOneBefore) {

@@ -14,8 +14,8 @@ AxisProperties Turning() {
     AxisProperties properties;
     properties.maximum = 360000;
     properties.endless = true;
-    properties.greatestSpeed = 100000;
-    properties.ownSpeed = 50000;
+    properties.maxSpeed = 100000;
+    properties.defaultSpeed = 50000;
     return properties;
 }
 
@@ -49,7 +49,7 @@ double RunToRest(
 TEST(Axis, StandsWhereItWasPut) {
     Axis axis(Turning());
     EXPECT_DOUBLE_EQ(axis.Position(), 0);
-    axis.Place(-1000);
+    axis.JumpTo(-1000);
     EXPECT_DOUBLE_EQ(axis.Position(), 359000);
     axis.Tick(10);
     EXPECT_DOUBLE_EQ(axis.Position(), 359000);
@@ -93,7 +93,7 @@ TEST(Axis, IsNeverFasterThanItsGreatestSpeed) {
 
 TEST(Axis, GoesTheShorterWayRoundWithoutASpeed) {
     Axis axis(Turning());
-    axis.Place(10000);
+    axis.JumpTo(10000);
     axis.MoveTo(350000, 0, kLong);
     axis.Tick(0.1);
     EXPECT_NEAR(axis.Position(), 5000, 1e-3);
@@ -115,7 +115,7 @@ TEST(Axis, GoesTheShorterWayRoundWithoutASpeed) {
 
 TEST(Axis, GoesTheWayOfTheSpeedsSign) {
     Axis axis(Turning());
-    axis.Place(10000);
+    axis.JumpTo(10000);
     axis.MoveTo(350000, 1, kLong);
     axis.Tick(1);
     EXPECT_NEAR(axis.Position(), 110000, 1e-3);
@@ -131,7 +131,7 @@ TEST(Axis, GoesTheWayOfTheSpeedsSign) {
 
 TEST(Axis, StaysWhenItIsThereAlready) {
     Axis axis(Turning());
-    axis.Place(10000);
+    axis.JumpTo(10000);
     for (const double speed : {-1.0, 0.0, 1.0}) {
         axis.MoveTo(10000, speed, kLong);
         EXPECT_FALSE(axis.IsMoving());
@@ -151,7 +151,7 @@ TEST(Axis, TakesPositionsModuloATurn) {
     axis.MoveTo(3600000 + 20000, 0, kLong);
     RunToRest(axis);
     EXPECT_EQ(axis.Position(), 20000);
-    axis.Place(-1e-300);
+    axis.JumpTo(-1e-300);
     EXPECT_EQ(axis.Position(), 0);
 }
 

@@ -47,13 +47,13 @@ TEST(Camera, TurnsAtItsStatedSpeeds) {
 
 TEST(Camera, ReportsNoPositionOfAWholeTurn) {
     Camera camera;
-    camera.pan.Place(359999.7);
+    camera.pan.JumpTo(359999.7);
     EXPECT_EQ(Thousandths(camera.pan), 0);
-    camera.pan.Place(359999.2);
+    camera.pan.JumpTo(359999.2);
     EXPECT_EQ(Thousandths(camera.pan), 359999);
-    camera.tilt.Place(-89999.7);
+    camera.tilt.JumpTo(-89999.7);
     EXPECT_EQ(Thousandths(camera.tilt), -90000);
-    camera.tilt.Place(90000);
+    camera.tilt.JumpTo(90000);
     EXPECT_EQ(Thousandths(camera.tilt), 90000);
 }
 
@@ -77,7 +77,7 @@ TEST(Zoom, MovesAtItsRateWithinItsRange) {
 
 TEST(Zoom, ObeysItsMaximum) {
     Zoom zoom{Zoom::Properties{}};
-    zoom.SetMaximum(zoom.GreatestMaximum());
+    zoom.SetMaximum(zoom.CombinedMaximum());
     zoom.MoveTo(240000, 300);
     zoom.Tick(60);
     EXPECT_EQ(zoom.Magnification(), 240000u);
@@ -111,7 +111,7 @@ TEST(Focus, BreaksOffARunOfTheAutoFocus) {
     Focus focus(Focus::kRate, [] { return Focus::kSharp; });
     focus.SetAuto(false);
     EXPECT_FALSE(focus.IsAuto());
-    focus.Place(0);
+    focus.JumpTo(0);
     focus.Refocus(true);
     focus.Tick(0.5);
     focus.Refocus(false);
@@ -138,7 +138,7 @@ double RunToRest(Camera& camera) {
 
 TEST(Focus, HuntsForTheStatedTimeAndSettles) {
     Focus focus(50, [] { return 70.0; });
-    focus.Place(20);
+    focus.JumpTo(20);
     focus.Refocus(true);
     double seconds = 0;
     double least = 100;
@@ -150,7 +150,7 @@ TEST(Focus, HuntsForTheStatedTimeAndSettles) {
         most = std::max(most, focus.Percent());
         if (most > 75) least = std::min(least, focus.Percent());
     }
-    EXPECT_NEAR(seconds, (50 + Focus::kHuntWay) / 50, 0.01);
+    EXPECT_NEAR(seconds, (50 + Focus::kHuntDistance) / 50, 0.01);
     EXPECT_NEAR(most, 76, 0.1);
     EXPECT_NEAR(least, 66, 0.1);
     EXPECT_EQ(focus.Percent(), 70);
@@ -159,7 +159,7 @@ TEST(Focus, HuntsForTheStatedTimeAndSettles) {
 
 TEST(Focus, HuntsTheSameInOneTickAsInMany) {
     Focus focus(50, [] { return 70.0; });
-    focus.Place(20);
+    focus.JumpTo(20);
     focus.Refocus(true);
     focus.Tick((50 + 26) / 50.0 + 0.01);
     EXPECT_FALSE(focus.IsFocusing());
@@ -205,14 +205,14 @@ TEST(Focus, StaysForAViewThatHardlyChangesOrWasPut) {
     camera.tilt.MoveTo(2000, 1, 300);  // 0.7 percent
     RunToRest(camera);
     EXPECT_EQ(camera.focus.Percent(), 50);
-    camera.tilt.Place(90000);
+    camera.tilt.JumpTo(90000);
     camera.Tick(1);
     EXPECT_EQ(camera.focus.Percent(), 50);
 }
 
 TEST(Focus, LeavesAMoveByHandAlone) {
     Camera camera;
-    camera.focus.Place(0);
+    camera.focus.JumpTo(0);
     camera.tilt.MoveTo(30000, 1, 300);
     camera.Tick(0.3);
     camera.focus.MoveTo(90);  // for longer than the tilt

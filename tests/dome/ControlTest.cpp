@@ -270,9 +270,9 @@ TEST_F(ControlTest, GoesOnWithARowOfEventsAfterItsAnswer) {
     EXPECT_TRUE(control.HasEvents());
     const std::uint64_t next = control.Execute({"event", "power", "-1"}).more;
     const std::string number = std::to_string(row);
-    while (control.Execute({"more", number}).more == row) control.TellEvents();
+    while (control.Execute({"more", number}).more == row) control.EmitEvents();
     EXPECT_GE(power.statuses.size(), 1000u);
-    while (control.HasEvents()) control.TellEvents();
+    while (control.HasEvents()) control.EmitEvents();
     EXPECT_EQ(control.Execute({"more", std::to_string(next)}).more, 0u);
     ASSERT_EQ(power.statuses.size(), 1001u);
     for (int i = 0; i < 1000; ++i) ASSERT_EQ(power.statuses[static_cast<std::size_t>(i)], i + 1);
@@ -330,19 +330,19 @@ TEST(CallLog, WritesArgumentsByTheirKind) {
 
 TEST(CallLog, KeepsTheLatestCallsOnly) {
     CallLog log;
-    for (std::size_t i = 0; i < CallLog::kMostCalls + 5; ++i) {
+    for (std::size_t i = 0; i < CallLog::kMaxCalls + 5; ++i) {
         log.Add("power", {"org.tavos.Power2", "GetPowerStatus", {std::to_string(i)}}, Treatment::kServe);
     }
     const std::string lines = log.Lines();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), static_cast<std::ptrdiff_t>(CallLog::kMostCalls));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), static_cast<std::ptrdiff_t>(CallLog::kMaxCalls));
     EXPECT_EQ(lines.substr(0, lines.find('\n')),
               R"({"service":"power","call":"GetPowerStatus","args":[5],"outcome":"ok"})");
 
     log.Clear();
-    const std::string big(CallLog::kMostBytes / 32, 'x');
+    const std::string big(CallLog::kMaxBytes / 32, 'x');
     for (int i = 0; i < 40; ++i) log.Add("alarm", {"", "GetBankAlarmCount", {big}}, Treatment::kServe);
-    EXPECT_LE(log.Lines().size(), CallLog::kMostBytes);
-    EXPECT_GT(log.Lines().size(), CallLog::kMostBytes / 2);
+    EXPECT_LE(log.Lines().size(), CallLog::kMaxBytes);
+    EXPECT_GT(log.Lines().size(), CallLog::kMaxBytes / 2);
 }
 
 }  // namespace

@@ -30,39 +30,39 @@ TEST_F(EventRowsTest, TellsBitByBitAndInOrder) {
     EXPECT_EQ(told, Told{});
     rows.Work(2);
     EXPECT_EQ(told, (Told{{'a', 5}, {'a', 6}}));
-    EXPECT_EQ(rows.Told(), 2u);
+    EXPECT_EQ(rows.Emitted(), 2u);
     EXPECT_EQ(Add('c', 9, 1), 6u);
     rows.Work(2);
     EXPECT_EQ(told, (Told{{'a', 5}, {'a', 6}, {'a', 7}, {'b', -1}}));
     EXPECT_FALSE(rows.IsEmpty());
     rows.Work(100);
     EXPECT_EQ(told, (Told{{'a', 5}, {'a', 6}, {'a', 7}, {'b', -1}, {'b', 0}, {'c', 9}}));
-    EXPECT_EQ(rows.Told(), 6u);
+    EXPECT_EQ(rows.Emitted(), 6u);
     EXPECT_TRUE(rows.IsEmpty());
     rows.Work(1);
     EXPECT_EQ(told.size(), 6u);
 }
 
 TEST_F(EventRowsTest, RefusesWhatItCannotTell) {
-    constexpr int kGreatest = std::numeric_limits<int>::max();
+    constexpr int kMaxInt = std::numeric_limits<int>::max();
     EXPECT_THROW(Add('a', 1, 0), Exception);
     EXPECT_THROW(Add('a', 1, -1), Exception);
-    EXPECT_THROW(Add('a', 1, EventRows::kMostWaiting + 1), Exception);
-    EXPECT_THROW(Add('a', kGreatest - 1, 3), Exception);
+    EXPECT_THROW(Add('a', 1, EventRows::kMaxWaiting + 1), Exception);
+    EXPECT_THROW(Add('a', kMaxInt - 1, 3), Exception);
     EXPECT_TRUE(rows.IsEmpty());
-    Add('b', kGreatest - 1, 2);
+    Add('b', kMaxInt - 1, 2);
     rows.Work(10);
-    EXPECT_EQ(told, (Told{{'b', kGreatest - 1}, {'b', kGreatest}}));
+    EXPECT_EQ(told, (Told{{'b', kMaxInt - 1}, {'b', kMaxInt}}));
 }
 
 TEST_F(EventRowsTest, LetsNoMoreWaitThanItsBound) {
-    Add('a', 1, EventRows::kMostWaiting - 1);
+    Add('a', 1, EventRows::kMaxWaiting - 1);
     EXPECT_THROW(Add('b', 1, 2), Exception);
     Add('b', 1, 1);
     EXPECT_THROW(Add('c', 1, 1), Exception);
     rows.Work(1);
-    EXPECT_EQ(Add('c', 1, 1), EventRows::kMostWaiting + 1u);
-    rows.Work(EventRows::kMostWaiting);
+    EXPECT_EQ(Add('c', 1, 1), EventRows::kMaxWaiting + 1u);
+    rows.Work(EventRows::kMaxWaiting);
     EXPECT_EQ(told.back(), std::make_pair('c', 1));
 }
 

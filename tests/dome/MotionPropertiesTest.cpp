@@ -18,8 +18,8 @@ AxisProperties Heavy(bool endless) {
     properties.minimum = endless ? 0 : -90000;
     properties.maximum = endless ? 360000 : 90000;
     properties.endless = endless;
-    properties.greatestSpeed = 100000;
-    properties.ownSpeed = 50000;
+    properties.maxSpeed = 100000;
+    properties.defaultSpeed = 50000;
     properties.acceleration = 400000;
     return properties;
 }
@@ -71,10 +71,10 @@ void TickChecked(Axis& axis, const AxisProperties& properties, double seconds) {
     }
     ASSERT_LE(std::fabs(axis.Velocity()), 1.0 + 1e-12);
     // Arriving takes up what is left of the way: less than one internal step's.
-    const double mostWay = properties.greatestSpeed * seconds + 1e-6;
-    ASSERT_LE(std::fabs(Way(properties, position, axis.Position())), mostWay);
-    const double mostChange = properties.acceleration / properties.greatestSpeed * (seconds + 0.004);
-    ASSERT_LE(std::fabs(axis.Velocity() - velocity), mostChange + 1e-9);
+    const double maxDistance = properties.maxSpeed * seconds + 1e-6;
+    ASSERT_LE(std::fabs(Way(properties, position, axis.Position())), maxDistance);
+    const double maxChange = properties.acceleration / properties.maxSpeed * (seconds + 0.004);
+    ASSERT_LE(std::fabs(axis.Velocity() - velocity), maxChange + 1e-9);
 }
 
 void DriveAtRandom(const AxisProperties& properties, unsigned seed) {
@@ -94,9 +94,9 @@ void DriveAtRandom(const AxisProperties& properties, unsigned seed) {
         }
         if (driver.Choice(6) != 0) continue;
         const double before = axis.Position();
-        const double speed = std::fabs(axis.Velocity()) * properties.greatestSpeed;
+        const double speed = std::fabs(axis.Velocity()) * properties.maxSpeed;
         axis.Stop();
-        axis.Tick(properties.greatestSpeed / properties.acceleration + kTick);
+        axis.Tick(properties.maxSpeed / properties.acceleration + kTick);
         ASSERT_FALSE(axis.IsMoving());
         ASSERT_EQ(axis.Velocity(), 0);
         const double braking = speed * speed / (2 * properties.acceleration);
@@ -138,7 +138,7 @@ TEST(Braking, TakesTheWayOfItsAcceleration) {
         axis.Stop();
         double seconds = 0;
         for (; axis.IsMoving() && seconds < 1; seconds += 0.001) axis.Tick(0.001);
-        const double v = speed * properties.greatestSpeed;
+        const double v = speed * properties.maxSpeed;
         const double a = properties.acceleration;
         EXPECT_NEAR(seconds, v / a, 0.002) << speed;
         EXPECT_NEAR(axis.Position() - before, v * v / (2 * a), v * 0.001) << speed;

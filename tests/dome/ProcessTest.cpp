@@ -187,9 +187,9 @@ TEST_F(ProcessTest, StaysSmallHoweverManyCallsItReceives) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "a sanitizer takes memory of its own";
 #endif
-    for (std::size_t i = 0; i < CallLog::kMostCalls + 5000; ++i) fan->IsRunning();
+    for (std::size_t i = 0; i < CallLog::kMaxCalls + 5000; ++i) fan->IsRunning();
     const std::string calls = desk.Control({"calls"});
-    EXPECT_EQ(std::count(calls.begin(), calls.end(), '\n'), static_cast<std::ptrdiff_t>(CallLog::kMostCalls));
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), '\n'), static_cast<std::ptrdiff_t>(CallLog::kMaxCalls));
     EXPECT_LT(desk.Dome().ResidentMegabytes(), 20);
 }
 

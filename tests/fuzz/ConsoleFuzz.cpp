@@ -70,7 +70,7 @@ Console& TheConsole() {
     static auto* const console = [] {
         tavos::core::Logger::ClearAppenders();
         dome::console::CameraAccess access;
-        access.state = [](std::size_t mostPoints) { return s_desk->control.State(mostPoints); };
+        access.state = [](std::size_t maxPoints) { return s_desk->control.State(maxPoints); };
         access.execute = [](const std::vector<std::string>& words) { s_desk->control.Execute(words); };
         access.fault = [](const std::string& service) { return s_desk->faults.All().at(service); };
         return new Console({}, s_desk->services, std::move(access));
@@ -83,7 +83,7 @@ Hub& TheHub() {
         auto& console = TheConsole();
         dome::console::Api api;
         api.hello = "{}";
-        api.readState = [] { return dome::console::Reply{200, s_desk->control.State(Console::kMostPoints)}; };
+        api.readState = [] { return dome::console::Reply{200, s_desk->control.State(Console::kMaxPoints)}; };
         api.prepare = [&console](const std::string& path, const json& body) {
             return (console.*MemberOf(PrepareTag()))(path, body);
         };
@@ -195,8 +195,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (sent.find("POST /api/") == std::string::npos || Lower(sent).find("application/json") == std::string::npos) {
         MUST(desk.control.State(1) == atRest, "changed: %s", desk.control.State(1).c_str());
     }
-    constexpr int kMostTells = 20;
-    for (int tell = 0; tell < kMostTells && desk.control.HasEvents(); ++tell) desk.control.TellEvents();
+    constexpr int kMaxRounds = 20;
+    for (int round = 0; round < kMaxRounds && desk.control.HasEvents(); ++round) desk.control.EmitEvents();
     for (int tick = 0; tick < 3; ++tick) desk.camera.Tick(dome::ModelClock::kTick);
     CheckAxis(desk.camera.pan);
     CheckAxis(desk.camera.tilt);

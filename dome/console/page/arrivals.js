@@ -1,12 +1,12 @@
-// The list of what has arrived: calls from the bus, calls of this page's hands, events.
+// The list of arrivals: calls from the bus, calls of this page's controls, events.
 
-const kMostRows = 200;
+const kMaxRows = 200;
 const kTurn = 360000;
 
 const degrees = (thousandths) => `${(Number(thousandths) / 1000).toFixed(2)}°`.replace('-', '−');
 const percent = (fraction) => `${Math.round(Math.abs(Number(fraction)) * 100)} %`;
 const within = (seconds) => `, within ${seconds} s`;
-const speedOf = (speed) => (Number(speed) === 0 ? 'at its own speed' : `at ${percent(speed)}`);
+const speedOf = (speed) => (Number(speed) === 0 ? 'at the default speed' : `at ${percent(speed)}`);
 
 function velocity(forward, backward) {
   return ([v, limit]) => (Number(v) === 0 ? 'stop' : `${Number(v) > 0 ? forward : backward} at ${percent(v)}, at most ${limit} s`);
@@ -25,8 +25,8 @@ const bankPoint = ([bank, number]) => `${number} of ${bank}`;
 const kMeanings = {
   'pan.SetPosition': ([p, limit]) => `to ${panTarget(p)}${within(limit)}`,
   'pan.SetPositionAtSpeed': ([p, speed, limit]) => {
-    const way = Number(speed) > 0 ? ', clockwise' : Number(speed) < 0 ? ', counter-clockwise' : '';
-    return `to ${panTarget(p)} ${speedOf(speed)}${way}${within(limit)}`;
+    const turning = Number(speed) > 0 ? ', clockwise' : Number(speed) < 0 ? ', counter-clockwise' : '';
+    return `to ${panTarget(p)} ${speedOf(speed)}${turning}${within(limit)}`;
   },
   'pan.SetRelativeVelocity': velocity('clockwise', 'counter-clockwise'),
   'tilt.SetPosition': ([p, limit]) => `to ${degrees(p)}${within(limit)}`,
@@ -82,7 +82,7 @@ export class Arrivals {
     setInterval(() => this.showRate(), 1000);
   }
 
-  /// Begins anew, with a camera that counts from 1 again.
+  /// Clears the list for a restarted camera, which counts from 1 again.
   restart() {
     this.last = 0;
     this.clear();
@@ -96,12 +96,12 @@ export class Arrivals {
   }
 
   add(activity) {
-    if (activity.number <= this.last) return; // seen before the line was lost
+    if (activity.number <= this.last) return; // already shown before the connection was lost
     this.last = activity.number;
     this.times.push(performance.now());
     this.waiting.push(activity);
-    if (this.waiting.length > kMostRows) this.waiting.shift();
-    // Bursts are shown at once, not one by one.
+    if (this.waiting.length > kMaxRows) this.waiting.shift();
+    // A burst is rendered in one go, not row by row.
     if (!this.scheduled) this.scheduled = setTimeout(() => this.flush(), 60);
   }
 
@@ -109,7 +109,7 @@ export class Arrivals {
     this.scheduled = 0;
     if (this.hold.getAttribute('aria-checked') === 'true') return;
     for (const activity of this.waiting.splice(0)) this.show(activity);
-    while (this.list.childElementCount > kMostRows) this.list.lastElementChild.remove();
+    while (this.list.childElementCount > kMaxRows) this.list.lastElementChild.remove();
     this.empty.hidden = this.list.childElementCount > 0;
   }
 

@@ -1,8 +1,8 @@
-// The position objects' commands of four octets, in words: what the agent makes of them.
+// The position objects' four-octet commands, in words: what the agent does with them.
 
 const kTurn = 36000; // hundredths of a degree
-const kGreatestSpeed = 127;
-const kGreatestPosition = 65535;
+const kMaxSpeed = 127;
+const kMaxPosition = 65535;
 
 export const kObjects = [
   {name: 'positionPan', oid: '1.3.6.1.4.1.1206.4.2.7.4.1.0', explain: (c) => axis(c, pan)},
@@ -21,7 +21,7 @@ const pan = {
   forward: 'clockwise',
   backward: 'counter-clockwise',
   target: (position) => `${degrees(position)}`,
-  way: (speed) => (speed > 0 ? ', clockwise' : speed < 0 ? ', counter-clockwise' : ', the shorter way'),
+  direction: (speed) => (speed > 0 ? ', clockwise' : speed < 0 ? ', counter-clockwise' : ', in the shorter direction'),
 };
 
 const tilt = {
@@ -31,7 +31,7 @@ const tilt = {
     const angle = signedAngle(position);
     return angle === 0 ? 'the horizon (0.00°)' : `${degrees(Math.abs(angle))} ${angle > 0 ? 'up' : 'down'}`;
   },
-  way: () => '',
+  direction: () => '',
 };
 
 // The second quadrant repeats the first.
@@ -47,11 +47,11 @@ function degrees(hundredths) {
 }
 
 function percentOf(speed) {
-  return `${Math.round((Math.abs(speed) / kGreatestSpeed) * 100)} %`;
+  return `${Math.round((Math.abs(speed) / kMaxSpeed) * 100)} %`;
 }
 
 function atSpeed(speed) {
-  return speed === 0 ? "at the axis's own speed" : `at ${percentOf(speed)} of the greatest speed`;
+  return speed === 0 ? 'at the default speed' : `at ${percentOf(speed)} of the max speed`;
 }
 
 function common(command) {
@@ -68,12 +68,12 @@ function axis(command, words) {
   if (mode === 2 && position >= kTurn) return refused(`${position} is beyond 35999, the last hundredth of a turn`);
   if (speed === -128) return done('Nothing moves: the speeds are -127 to 127.');
   if (mode === 1) {
-    const way = speed < 0 ? words.backward : words.forward;
-    return done(`Move by ${degrees(position)} ${way} from where it stands, ${atSpeed(speed)}.`);
+    const direction = speed < 0 ? words.backward : words.forward;
+    return done(`Move by ${degrees(position)} ${direction} from where it stands, ${atSpeed(speed)}.`);
   }
-  if (mode === 2) return done(`Go to ${words.target(position)} ${atSpeed(speed)}${words.way(speed)}.`);
+  if (mode === 2) return done(`Go to ${words.target(position)} ${atSpeed(speed)}${words.direction(speed)}.`);
   if (speed === 0) return done('Move on at the speed 0: it comes to rest.');
-  return done(`Move ${speed < 0 ? words.backward : words.forward} at ${percentOf(speed)} of the greatest speed until stopped.`);
+  return done(`Move ${speed < 0 ? words.backward : words.forward} at ${percentOf(speed)} of the max speed until stopped.`);
 }
 
 function zoom(command, camera) {
@@ -85,21 +85,21 @@ function zoom(command, camera) {
   if (mode === 0) return done('Stop the zoom.');
   if (mode === 1) {
     const step = ((speed < 0 ? -position : position) << 16) >> 16; // 16 bits, two's complement
-    return done(`Zoom ${step < 0 ? 'out' : 'in'} by ${times((Math.abs(step) / kGreatestPosition) * range)} from where it stands.`);
+    return done(`Zoom ${step < 0 ? 'out' : 'in'} by ${times((Math.abs(step) / kMaxPosition) * range)} from where it stands.`);
   }
-  if (mode === 2) return done(`Zoom to ${times(Math.floor(1000 + (position / kGreatestPosition) * range))}.`);
+  if (mode === 2) return done(`Zoom to ${times(Math.floor(1000 + (position / kMaxPosition) * range))}.`);
   if (speed === -128) return refused('the speeds are -127 to 127');
-  return done(`Zoom ${speed < 0 ? 'out' : 'in'} until stopped, at the zoom's own rate.`);
+  return done(`Zoom ${speed < 0 ? 'out' : 'in'} until stopped, at the default rate.`);
 }
 
 function focus(command) {
   const objection = common(command);
   if (objection) return objection;
   const {mode, speed, position} = command;
-  const percent = `${((position / kGreatestPosition) * 100).toFixed(1)} %`;
+  const percent = `${((position / kMaxPosition) * 100).toFixed(1)} %`;
   if (mode === 0) return done('Stop the focus: it holds the position read at that moment.');
   if (mode === 1) return done(`Focus ${speed < 0 ? 'nearer' : 'farther'} by ${percent} of the range.`);
-  if (mode === 2) return done(`Focus at ${percent} of the way from near to far.`);
+  if (mode === 2) return done(`Focus at ${percent} of the range from near to far.`);
   if (speed === -128) return refused('the speeds are -127 to 127');
   return done(speed < 0 ? 'Focus farther until stopped, at most to 100.0 %.' : 'Focus nearer until stopped, at most to 0.0 %.');
 }
@@ -121,7 +121,7 @@ export function parseOctets(text) {
   return (digits.match(/../g) ?? []).map((pair) => parseInt(pair, 16));
 }
 
-/// {octets, mode, speed, position} of the first four octets; missing ones count as 0.
+/// {octets, mode, speed, position} of the first four octets; missing octets are 0.
 export function decode(octets) {
   const four = [0, 1, 2, 3].map((i) => octets[i] ?? 0);
   return {octets: four, mode: four[0], speed: (four[1] << 24) >> 24, position: four[2] * 256 + four[3]};

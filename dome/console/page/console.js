@@ -6,7 +6,7 @@ import {CommandPanel} from './panel.js';
 import {Joystick, HoldButtons} from './hands.js';
 
 const $ = (id) => document.getElementById(id);
-const kSharpEnough = 1; // percent of the focus that nobody sees
+const kSharpEnough = 1; // percent; a smaller error of the focus is invisible
 const kCodes = {
   voltage: ['normal', 'low', 'high'],
   power: ['mains', 'backup', 'failing'],
@@ -15,17 +15,17 @@ const kSaying = {fail: 'fails', hang: 'hangs', gone: 'is gone'};
 
 let s_failureTimer = 0;
 
-/// Carries out an action and tells when it could not be.
+/// Carries out an action and shows a failure.
 async function attempt(action) {
   try {
     const answer = await action;
-    if (answer.outcome !== 'ok') tell(`${answer.service} ${kSaying[answer.outcome] ?? answer.outcome}: nothing was done.`);
+    if (answer.outcome !== 'ok') showMessage(`${answer.service} ${kSaying[answer.outcome] ?? answer.outcome}: nothing was done.`);
   } catch (error) {
-    tell(error.message);
+    showMessage(error.message);
   }
 }
 
-function tell(text) {
+function showMessage(text) {
   $('failure').textContent = text;
   $('failure').hidden = false;
   clearTimeout(s_failureTimer);
@@ -47,7 +47,7 @@ class Picture {
   draw(view, now) {
     if (!this.still.matches) this.street.advance(Math.min(0.5, (now - this.last) / 1000));
     this.last = now;
-    // Beyond its optics the camera shows the same dots, only larger.
+    // Beyond the optical zoom the same pixels only get larger.
     const dots = Math.min(window.devicePixelRatio, 2) / Math.max(1, view.zoom / view.optical);
     const width = Math.max(64, Math.round(this.canvas.clientWidth * dots));
     const height = Math.max(36, Math.round(this.canvas.clientHeight * dots));
@@ -57,10 +57,10 @@ class Picture {
   }
 
   expose({focus, sharp, iris, light: outside, zoom, optical}) {
-    // The longer the lens, the less of the scene is sharp beside the point in focus.
+    // The higher the zoom, the smaller the depth of field.
     const off = Math.max(0, Math.abs(focus - sharp) - kSharpEnough) / 50;
     const blur = off * (8 + 16 * Math.sqrt(Math.min(1, zoom / optical)));
-    // An iris as far open as light is lacking gives the right picture.
+    // The exposure is right when the iris is as far open as light is lacking.
     const open = iris / Math.max(2, 100 - outside);
     const light = open <= 1 ? 0.03 + 0.97 * Math.pow(open, 1.5) : 1 + 1.9 * Math.pow(Math.min(1.6, open - 1), 1.3);
     const filter = `brightness(${light.toFixed(3)})${blur ? ` blur(${blur.toFixed(2)}px)` : ''}`;
@@ -95,7 +95,7 @@ function setText(element, text) {
   if (element.textContent !== text) element.textContent = text;
 }
 
-/// Where a positioned move that runs is to end; null without one.
+/// The target of the positioned move under way; null without one.
 function goalOf(axis) {
   return axis.moving && axis.target !== null ? axis.target : null;
 }
@@ -112,8 +112,8 @@ function motionNote(axis, goal, words) {
 }
 
 function zoomFraction(zoom, camera) {
-  const most = Math.max(1.001, camera.zoom.maximum / 1000);
-  return Math.min(1, Math.max(0, Math.log(zoom) / Math.log(most)));
+  const max = Math.max(1.001, camera.zoom.maximum / 1000);
+  return Math.min(1, Math.max(0, Math.log(zoom) / Math.log(max)));
 }
 
 function showInstruments(view) {
@@ -138,10 +138,10 @@ function frame(now) {
   requestAnimationFrame(frame);
   if (!s_camera) return;
   const isMoving = ['pan', 'tilt', 'zoom', 'focus', 'iris'].some((name) => s_camera[name].moving);
-  if (!isMoving && now < s_nextFrame) return; // a street at rest needs no sixty pictures a second
+  if (!isMoving && now < s_nextFrame) return; // a still street requires no sixty frames a second
   s_nextFrame = now + 30;
   const view = motion.at(now);
-  if (!view) return; // a new stream has not brought its first state yet
+  if (!view) return; // the stream's first state has not arrived yet
   showInstruments(view);
   picture.draw(view, now);
 }
@@ -219,7 +219,7 @@ for (const name of ['voltage', 'power']) {
   $(name).addEventListener('change', (event) => attempt(control('set', name, event.target.value)));
 }
 
-/// Not while somebody is about to change it.
+/// Skips a field that the user is editing.
 function setField(field, value) {
   if (field.value !== String(value) && field !== document.activeElement) field.value = value;
 }
@@ -267,7 +267,7 @@ for (const [id, service, operation] of [['auto-focus', 'focus', 'SetAutoFocus'],
 
 const kLinks = {waiting: 'Connecting', live: 'Live', silent: 'Agent does not answer', lost: 'No connection'};
 
-/// The line to the camera, and to the agent in front of it.
+/// The connection to the camera, and to the agent in front of it.
 function showLink(link) {
   $('link').dataset.link = link;
   setText($('link'), kLinks[link]);
@@ -282,7 +282,7 @@ new Stream({
     showLink(answers ? 'live' : 'silent');
   },
   onHello({agentPort, agentWatched, started}) {
-    showLink(agentWatched ? 'waiting' : 'live'); // until the agent has answered, or has not
+    showLink(agentWatched ? 'waiting' : 'live'); // until the agent's first answer or timeout
     setText($('agent'), `127.0.0.1:${agentPort}`);
     panel.setPort(agentPort);
     motion.reset();

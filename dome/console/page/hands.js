@@ -1,14 +1,14 @@
-// Joystick and keys that are held. They call the operations that a manager's commands end in.
+// Joystick and held keys. They call the operations that a manager's commands cause.
 
 import {call} from './link.js';
 
-const kEvery = 80; // milliseconds between two calls of one axis at least
-const kRenewed = 900; // a held stick says so again; its moves end by themselves when it falls silent
+const kEvery = 80; // min milliseconds between two calls of one axis
+const kRenewed = 900; // milliseconds; a held stick repeats its call, because moves end when it is silent
 const kLimit = 2; // seconds
-const kRest = 0.08; // of the way: the stick's middle
-const kReach = 66; // the knob's way, in the drawing's units
+const kRest = 0.08; // fraction of the travel: the stick's dead zone
+const kReach = 66; // the knob's travel, in the drawing's units
 
-/// One axis under the stick: sends at most so often, and the last value for certain.
+/// One axis of the stick: limits the rate of calls, but always sends the last value.
 class Velocity {
   constructor(service, attempt) {
     Object.assign(this, {service, attempt, wanted: 0, sent: 0, sentAt: 0, timer: 0});
@@ -41,8 +41,8 @@ class Velocity {
 }
 
 function curved(value) {
-  const way = Math.max(0, Math.abs(value) - kRest) / (1 - kRest);
-  return Math.sign(value) * Math.pow(way, 1.6);
+  const travel = Math.max(0, Math.abs(value) - kRest) / (1 - kRest);
+  return Math.sign(value) * Math.pow(travel, 1.6);
 }
 
 export class Joystick {
@@ -107,7 +107,7 @@ export class Joystick {
   }
 }
 
-/// A drive that knows three directions.
+/// A drive with three directions: back, stop, forward.
 class Held {
   constructor(service, operation, argumentsOf, attempt) {
     Object.assign(this, {service, operation, argumentsOf, attempt, direction: 0, timer: 0});

@@ -63,7 +63,7 @@ export class Plan {
     add(svg, 'circle', {r: 3.6, class: 'hub'});
   }
 
-  /// Degrees; `goal` null: it goes nowhere. `turn`: signed way that is left.
+  /// Degrees; `goal` null: no target. `turn`: signed distance to it.
   show(pan, zoom, goal, turn) {
     const half = visible(fieldOfView(zoom)) / 2;
     this.hand.setAttribute('transform', `rotate(${pan})`);
@@ -110,7 +110,7 @@ export class Bar {
     [this.fill, this.goal, this.thumb] = ['fill', 'goal', 'thumb'].map((name) => drive.querySelector(`.${name}`));
   }
 
-  /// Fractions, 0 to 1; `goal` null: it goes nowhere.
+  /// Fractions, 0 to 1; `goal` null: no target.
   show(position, goal) {
     this.fill.style.transform = `scaleX(${position})`;
     this.thumb.style.left = `${position * 100}%`;

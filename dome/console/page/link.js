@@ -1,6 +1,6 @@
-// The line to the camera: its event stream, its actions, and its positions between two states.
+// The connection to the camera: its event stream, its actions, and its positions between two states.
 
-const kDelay = 70; // milliseconds that the page is behind, so that there is a later state to move towards
+const kDelay = 70; // milliseconds that the page lags, so that it has a later state to move towards
 const kKept = 24;
 const kContinuous = 130; // longer silence between two states: the camera stood still meanwhile
 
@@ -66,7 +66,7 @@ export class Motion {
     else if (last && time - last.time > kContinuous) this.states.push({time: time - 40, positions: last.positions});
     this.states.push({time, positions: positionsOf(camera)});
     if (this.states.length > kKept) this.states.shift();
-    // The fastest way that a state has taken tells the difference of the clocks; it may drift.
+    // The fastest arrival of a state gives the difference of the clocks; it may drift.
     const late = performance.now() - time;
     this.offset = this.offset === null ? late : Math.min(late, this.offset + 0.05);
   }
@@ -98,8 +98,8 @@ function positionsOf(camera) {
 function between(a, b, t) {
   const result = {};
   for (const name of Object.keys(a)) {
-    const way = name === 'pan' ? ((b.pan - a.pan + 540) % 360) - 180 : b[name] - a[name];
-    result[name] = a[name] + way * t;
+    const distance = name === 'pan' ? ((b.pan - a.pan + 540) % 360) - 180 : b[name] - a[name];
+    result[name] = a[name] + distance * t;
   }
   result.pan = (result.pan + 360) % 360;
   return result;

@@ -35,7 +35,7 @@ function direction(azimuth, elevation) {
 
 // ---------------------------------------------------------------- the lens
 
-/// What is left of an outline where `inside` is not negative.
+/// Clips an outline to where `inside` is not negative.
 function cutAt(outline, inside) {
   const kept = [];
   for (let i = 0; i < outline.length; ++i) {
@@ -579,7 +579,7 @@ class Car {
     this.drawEnds(lens, l, w);
   }
 
-  /// Which way along and across it is seen from.
+  /// The directions, along and across, from which it is seen.
   sidesSeen() {
     const [dx, dy] = [kEye[0] - this.x, kEye[1] - this.y];
     const [hx, hy] = this.heading;

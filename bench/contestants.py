@@ -72,7 +72,7 @@ def processor_microseconds(pids):
 
 
 def _behind_cell(oid, table, service, kind, values):
-    """What a table's cell asks for: the table compares the number of rows with the service at every request."""
+    """The calls of a table's cell: the table compares its number of rows with the service at every request."""
     column, row = oid[len(table) + 1 :].split(".")
     if column != "3":
         return f"{service} Get{kind}Count", "keep"
@@ -147,7 +147,7 @@ class Peer:
                 stdout=log, stderr=log, cwd=self.folder, env=environment, start_new_session=True))
 
     def run_snmpd(self, *lines):
-        """A stock agent with the desk camera's configuration, these lines in place of the module's."""
+        """A stock agent with the desk camera's configuration, with these lines instead of the module's."""
         text = (self.desk.state / "snmpd.conf").read_text().replace(str(self.desk.port), str(self.port))
         kept = [line for line in text.splitlines() if not line.startswith(("dlmod", "trap2sink"))]
         configuration = self.folder / "snmpd.conf"
@@ -209,7 +209,7 @@ class PassPersistPerl(PassPersist):
 class Snmpsim(Peer):
     name, title = "snmpsim", "snmpsim"
     needs = ["snmpsimd"]
-    # It does not run as root; were it to change by itself, it would outlive a run that is killed.
+    # It does not run as root. If it changed its user itself, it would outlive a killed run.
     identity = ["--reuid=nobody", "--regid=nogroup", "--clear-groups"] if os.geteuid() == 0 else []
 
     def launch(self):

@@ -1,5 +1,5 @@
-"""The measurements that have an agent of their own: what the module costs the agent to load, its instructions a
-request, traps, other kinds of bus, and the log calls."""
+"""The measurements with a separate agent: the cost of loading the module, its instructions a request, traps, other
+kinds of bus, and the log calls."""
 
 import contextlib
 import json
@@ -109,7 +109,7 @@ class _CountingDesk(Desk):
 
 
 def instructions(options):
-    """What the agent's process executes a request, by workload; other than a time it hardly depends on the machine."""
+    """The agent's instructions a request, by workload; unlike a time they hardly depend on the machine."""
     requests = 200 if options.kind == "full" else 50
     with _closing(_CountingDesk()) as desk:
         desk.start_bus()
@@ -130,7 +130,7 @@ def instructions(options):
 
 
 class _LoggedDesk(Desk):
-    """An agent that keeps its own log of the notifications that it sends, as it does unless its settings say otherwise."""
+    """An agent that logs the notifications that it sends, as it does by default."""
 
     def __init__(self):
         super().__init__()
@@ -139,7 +139,7 @@ class _LoggedDesk(Desk):
 
 
 def traps(options):
-    """Events told by a program in the place of the camera's thermometer."""
+    """Events emitted by a program that replaces the camera's thermometer."""
     results = {"rate": options.trap_rate}
     for kind, desk_class, rate in (("paced", Desk, options.trap_rate), ("burst", Desk, 0),
                                    ("logged", _LoggedDesk, 0)):
@@ -162,7 +162,7 @@ def _trap_round(desk, events, rate):
 
 
 class _BusDesk(Desk):
-    """An agent with the module whose services do next to nothing, reached in one of several ways."""
+    """An agent with the module and services that do almost nothing, over one of several transports."""
 
     def __init__(self, kind):
         super().__init__()

@@ -112,7 +112,7 @@ class Measurement:
                 for name, port in self.agents()}
 
     def calls_of(self, name, port, workload):
-        """The median of a few tries: where a call has timed out on a busy machine, the next may be left out."""
+        """The median of a few tries: after a call's timeout on a busy machine, the agent may skip the next call."""
         counts = []
         for _ in range(3):
             with ManagerOf(self.desk) as manager:

@@ -1,9 +1,8 @@
 // Loaded into the desk camera by bench/dome_cost (LD_PRELOAD): how long the camera itself is busy with a message.
 //
-// A message that has come was not there yet when the camera's thread last looked and found nothing. What the thread has
-// worked since then, until it hands the answer to the bus, is all that it can have kept the message waiting for by
-// doings of its own: the rest of a tick, a picture of itself for the consoles, and the call. Sleeping does not count,
-// nor does the time in which the thread was not allowed to run.
+// A message had not arrived when the camera's thread last looked and found nothing. The thread's processor time from
+// then until it hands the answer to the bus is the max time that its own work delayed the message: the rest of a tick,
+// a state for the consoles, and the call. Sleep does not count, nor does time in which the thread could not run.
 //
 // Each answer appends a double, microseconds, to the file that ORVEX_OWN_TIME names.
 
@@ -25,7 +24,7 @@ double ThreadMicroseconds() {
     return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
 }
 
-// The bus is the first thread's; the consoles' sockets are another's.
+// The first thread handles the bus; another thread handles the consoles' sockets.
 bool IsBusThread() {
     return gettid() == getpid();
 }

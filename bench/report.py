@@ -29,7 +29,7 @@ def table(header, rows):
 
 
 def spread(values, form="{:.2f}"):
-    """The median, and the least and the greatest in brackets."""
+    """The median, and the min and max in brackets."""
     return f"{form.format(median(values))} ({form.format(min(values))}–{form.format(max(values))})"
 
 
@@ -125,7 +125,7 @@ def traps_goal(results):
     paced, wanted = results.data["traps"]["paced"], results.data["traps"]["rate"]
     lost = sum(one["events"] - one["traps"] for one in paced)
     achieved = median([one["traps"] / max(one["seconds"], 1e-9) for one in paced])
-    # The last of so many events is told a little before its trap arrives: the rate cannot quite be reached.
+    # The last event is emitted shortly before its trap arrives, so the measured rate is slightly below the event rate.
     return [("traps", f"{wanted:,} a second from event to sink, none lost",
              f"{achieved:,.0f} a second, {lost} of {sum(one['events'] for one in paced):,} lost",
              lost == 0 and achieved >= 0.99 * wanted)]

@@ -57,7 +57,7 @@ def _legend(picture, names, y):
 
 
 def bars(title, unit, groups, names):
-    """Horizontal bars on a logarithmic scale. `groups`: [(label, [(value, least, most) or None, one a name])]."""
+    """Horizontal bars on a logarithmic scale. `groups`: [(label, [(value, low, high) or None, one a name])]."""
     left, right, bar, gap = 120, 60, 13, 12
     height = 78 + len(groups) * (len(names) * bar + gap) + 34
     picture = Picture(900, height, title)
@@ -78,10 +78,10 @@ def bars(title, unit, groups, names):
         picture.text(left - 8, y + len(names) * bar / 2 + 4, label, anchor="end")
         for one, colour in zip(group, COLOURS):
             if one:
-                value, least, most = one
+                value, low, high = one
                 picture.box(left, y + 1, place(value) - left, bar - 2, colour)
-                picture.line(place(least), y + bar / 2, place(most), y + bar / 2, "#000")
-                picture.text(max(place(value), place(most)) + 4, y + bar - 3, short(value), size=10)
+                picture.line(place(low), y + bar / 2, place(high), y + bar / 2, "#000")
+                picture.text(max(place(value), place(high)) + 4, y + bar - 3, short(value), size=10)
             y += bar
         y += gap
     return picture.written()
@@ -120,8 +120,8 @@ def stacks(title, unit, rows, names):
     height = 70 + len(rows) * (bar + 6) + 36
     picture = Picture(900, height, title)
     _legend(picture, names, 48)
-    most = max(sum(value or 0 for value in values) for _, values in rows)
-    scale = (picture.width - left - right) / most
+    longest_row = max(sum(value or 0 for value in values) for _, values in rows)
+    scale = (picture.width - left - right) / longest_row
     y = 64.0
     for label, values in rows:
         picture.text(left - 8, y + bar - 7, label, anchor="end")

@@ -33,7 +33,7 @@ pid_t Start(const std::string& program, int controller) {
     _exit(127);
 }
 
-/// What everybody may do: connect, own every name, send and receive every message.
+/// The policy for every client: connect, own every name, send and receive every message.
 void AppendEverything(sd_bus_message* call) {
     constexpr const char* kBatch = "bta(btbs)a(btssssuutt)a(btssssuutt)";
     const std::string batch = kBatch;

@@ -4,8 +4,8 @@
 
 namespace bench {
 
-/// Runs dbus-broker, the program at that path, with a bus at that socket on which everybody may do everything, until
-/// this process is ended. Prints "ready". It stands in for dbus-broker-launch, which runs under systemd only.
+/// Runs the dbus-broker program at that path, with a bus without restrictions at that socket, until this process is
+/// ended. Prints "ready". Replaces dbus-broker-launch, which runs only under systemd.
 int RunBroker(const std::string& program, const std::string& socketPath);
 
 }  // namespace bench

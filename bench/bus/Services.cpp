@@ -43,7 +43,7 @@ int AnswerName(sd_bus_message* call, void*, sd_bus_error*) {
     return sd_bus_reply_method_return(call, "s", ":1.1");
 }
 
-/// The library's own macros for such a table are no C++17.
+/// The library's macros for such a table are not valid C++17.
 sd_bus_vtable Row(char type) {
     sd_bus_vtable row{};
     row.type = static_cast<__typeof__(row.type)>(type);

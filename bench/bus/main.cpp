@@ -1,5 +1,5 @@
-// bench-bus: what a call over the message bus takes, with nothing of this project in between, and what else D-Bus has
-// to offer: another broker, no broker at all, a message that is used again.
+// bench-bus: the time of a call over the message bus without this project's code, and over D-Bus's alternatives:
+// another broker, no broker, a reused message.
 
 #include <array>
 #include <chrono>
@@ -92,7 +92,7 @@ void Call(const Options& options) {
     std::puts("}");
 }
 
-/// What an agent would be that did nothing but wait for a request, ask the service, and answer.
+/// A minimal agent: it waits for a request, calls the service, and answers.
 [[noreturn]] void Echo(const Options& options) {
     const BusPtr bus = bench::Connected(options.Text("address"));
     bench::Udp socket;

@@ -19,7 +19,7 @@ bool Take(std::string_view& octets, std::uint8_t tag, std::string_view& content)
     return true;
 }
 
-/// Four octets, so that a message's length does not depend on the number; `number` below 0x80000000.
+/// Four octets, so that every number gives the same message length; `number` below 0x80000000.
 std::string FourOctets(std::uint32_t number) {
     std::string octets;
     for (int shift = 24; shift >= 0; shift -= 8) octets += static_cast<char>(number >> shift & 0xFF);

@@ -15,10 +15,10 @@ struct Element {
 /// An integer's content, high octet first; of more than four octets the last four.
 std::uint32_t Number(std::string_view octets);
 
-/// Takes the first element off `octets`; false when there is no whole one.
+/// Removes the first element from `octets`; false when there is no whole one.
 bool TakeElement(std::string_view& octets, Element& element);
 
-/// What the measurements want to know of a message. The views point into it.
+/// The parts of a message that the measurements use. The views point into it.
 struct Message {
     std::uint32_t requestId = 0;
     int errorStatus = 0;
@@ -31,7 +31,7 @@ constexpr std::uint8_t kTrap = 0xA7;
 /// False for anything that is not a whole SNMPv2c message with such a PDU.
 bool ParseMessage(std::string_view octets, std::uint8_t pdu, Message& message);
 
-/// Takes the first binding off `bindings`.
+/// Removes the first binding from `bindings`.
 bool TakeBinding(std::string_view& bindings, std::string_view& name, Element& value);
 
 /// True for noSuchObject, noSuchInstance and endOfMibView.

@@ -26,7 +26,7 @@ public:
         return otherwise;
     }
 
-    /// Throws std::invalid_argument for what is no number.
+    /// Throws std::invalid_argument unless the value is a number.
     double Number(const std::string& name, double otherwise) const {
         const std::string text = Text(name);
         return text.empty() ? otherwise : std::stod(text);
@@ -39,7 +39,7 @@ private:
     std::vector<std::string> _values;
 };
 
-/// The octets that a text of hexadecimal digits stands for.
+/// The octets of a text of hexadecimal digits.
 inline std::string FromHex(const std::string& text) {
     std::string octets;
     for (std::size_t i = 0; i + 1 < text.size(); i += 2) {

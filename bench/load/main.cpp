@@ -1,4 +1,5 @@
-// bench-load: asks an SNMP agent on loopback as fast as it answers, from one socket, and prints what it saw as JSON.
+// bench-load: sends requests to an SNMP agent on loopback as fast as it answers, from one socket, and prints the
+// results as JSON.
 
 #include <poll.h>
 #include <sys/resource.h>
@@ -28,16 +29,16 @@ constexpr const char* kUsage =
        bench-load walk --port N [--repetitions N] [--seconds S] [--community C] NAME
        bench-load echo --port N
 
-  requests  keeps so many requests under way, the messages (hexadecimal, SNMPv2c) in turn
+  requests  keeps that many requests in flight, the messages (hexadecimal, SNMPv2c) in turn
   walk      walks the subtree again and again by GETNEXT, or by GETBULK with so many repetitions; NAME is the object
             identifier's content octets (hexadecimal)
-  echo      sends every datagram back, until it is ended; --echo 1 tells "requests" that it asks such a server
+  echo      sends every datagram back, until it is ended; "requests" requires --echo 1 for such a server
 )";
 
 constexpr std::uint32_t kFirstId = 0x40000000;
 constexpr unsigned kSlotBits = 6;
-constexpr unsigned kMostInFlight = 1U << kSlotBits;
-constexpr std::size_t kMostOctets = 65536;
+constexpr unsigned kMaxInFlight = 1U << kSlotBits;
+constexpr std::size_t kMaxOctets = 65536;
 constexpr auto kPatience = std::chrono::seconds(2);
 
 std::uint16_t Port(const Options& options) {
@@ -58,11 +59,11 @@ bool Readable(int descriptor, Clock::duration time) {
     return poll(&watched, 1, static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(time).count())) > 0;
 }
 
-/// A datagram's memory, ready for sendmmsg and recvmmsg.
+/// Buffers for datagrams, for sendmmsg and recvmmsg.
 class Datagrams {
 public:
-    explicit Datagrams(std::size_t room) : _memory(kMostInFlight, std::string(room, '\0')) {
-        for (std::size_t i = 0; i < kMostInFlight; ++i) {
+    explicit Datagrams(std::size_t room) : _memory(kMaxInFlight, std::string(room, '\0')) {
+        for (std::size_t i = 0; i < kMaxInFlight; ++i) {
             _vectors[i] = {_memory[i].data(), room};
             _headers[i].msg_hdr.msg_iov = &_vectors[i];
             _headers[i].msg_hdr.msg_iovlen = 1;
@@ -70,7 +71,7 @@ public:
     }
 
     std::size_t Receive(int descriptor) {
-        const int count = recvmmsg(descriptor, _headers.data(), kMostInFlight, MSG_DONTWAIT, nullptr);
+        const int count = recvmmsg(descriptor, _headers.data(), kMaxInFlight, MSG_DONTWAIT, nullptr);
         if (count >= 0) return static_cast<std::size_t>(count);
         if (errno == EAGAIN || errno == EINTR || errno == ECONNREFUSED) return 0;
         throw SystemError("recvmmsg");
@@ -93,18 +94,18 @@ public:
 
 private:
     std::vector<std::string> _memory;
-    std::array<iovec, kMostInFlight> _vectors{};
-    std::array<mmsghdr, kMostInFlight> _headers{};
+    std::array<iovec, kMaxInFlight> _vectors{};
+    std::array<mmsghdr, kMaxInFlight> _headers{};
 };
 
-/// Keeps a number of requests under way and measures each.
+/// Keeps a number of requests in flight and measures each.
 class Requests {
 public:
     explicit Requests(const Options& options)
-        : _isEcho(options.Number("echo", 0) != 0), _in(kMostOctets), _out(kMostOctets) {
+        : _isEcho(options.Number("echo", 0) != 0), _in(kMaxOctets), _out(kMaxOctets) {
         const auto inFlight = static_cast<unsigned>(options.Number("in-flight", 1));
-        if (inFlight < 1 || inFlight > kMostInFlight || options.words.empty()) {
-            throw std::runtime_error("wants 1 to 64 requests in flight, and a message");
+        if (inFlight < 1 || inFlight > kMaxInFlight || options.words.empty()) {
+            throw std::runtime_error("requires 1 to 64 requests in flight, and a message");
         }
         for (const std::string& word : options.words) AddMessage(bench::FromHex(word));
         _slots.resize(inFlight);
@@ -151,7 +152,7 @@ private:
     };
 
     void AddMessage(const std::string& octets) {
-        // An INTEGER of four octets with the number that every message is made with.
+        // The placeholder id of every message, as an INTEGER of four octets.
         const std::string id("\x02\x04\x40\x00\x00\x00", 6);
         const std::size_t place = octets.find(id);
         if (place == std::string::npos) throw std::runtime_error("a message has no request id 0x40000000");
@@ -173,7 +174,7 @@ private:
         _queued = 0;
     }
 
-    /// The number of the request that a datagram answers, 0 for one that is no answer.
+    /// The id of the request that a datagram answers, 0 when it is no answer.
     std::uint32_t Answered(std::string_view datagram) {
         if (_isEcho) {
             const std::size_t place = _messages[0].idPlace;
@@ -194,7 +195,7 @@ private:
 
     void Take(std::string_view datagram, Clock::time_point now, bool askAgain) {
         const std::uint32_t id = Answered(datagram);
-        const unsigned number = id & (kMostInFlight - 1);
+        const unsigned number = id & (kMaxInFlight - 1);
         if (number >= _slots.size() || !_slots[number].waiting || _slots[number].id != id) return;
         Slot& slot = _slots[number];
         slot.waiting = false;
@@ -206,7 +207,7 @@ private:
         if (askAgain) Ask(number);
     }
 
-    /// False when nothing has come for a while.
+    /// False when nothing has arrived within 50 ms.
     bool Exchange(bool askAgain) {
         if (!Readable(_socket.Descriptor(), std::chrono::milliseconds(50))) return false;
         const std::size_t count = _in.Receive(_socket.Descriptor());
@@ -225,7 +226,7 @@ private:
         Flush();
     }
 
-    /// What is still under way must not disturb who is measured next.
+    /// Receives the rest, which would disturb the next measurement.
     void Drain() {
         const auto waiting = [this] {
             for (const Slot& slot : _slots) {
@@ -247,8 +248,8 @@ private:
     std::size_t _next = 0;
     std::uint32_t _count = 0;
     Clock::time_point _recorded;
-    std::uint64_t _answered = 0;  ///< within the time that is measured
-    std::uint64_t _all = 0;       ///< with those before and after it
+    std::uint64_t _answered = 0;  ///< within the measured time
+    std::uint64_t _all = 0;       ///< including those before and after it
     std::uint64_t _lost = 0;
     std::uint64_t _errors = 0;
     bench::Histogram _times;
@@ -261,7 +262,7 @@ public:
         : _root(bench::FromHex(options.words.empty() ? "" : options.words[0])),
           _community(options.Text("community", "public")),
           _repetitions(static_cast<int>(options.Number("repetitions", 0))) {
-        if (_root.empty()) throw std::runtime_error("wants a name");
+        if (_root.empty()) throw std::runtime_error("requires a name");
         _socket.Connect(Port(options));
     }
 
@@ -314,7 +315,7 @@ private:
     std::string _community;
     int _repetitions;
     Udp _socket;
-    std::array<char, kMostOctets> _received{};
+    std::array<char, kMaxOctets> _received{};
     std::uint32_t _count = 0;
     std::size_t _objects = 0;
     std::size_t _requests = 0;
@@ -326,7 +327,7 @@ private:
     socket.Bind(Port(options));
     std::puts("ready");
     std::fflush(stdout);
-    std::array<char, kMostOctets> datagram{};
+    std::array<char, kMaxOctets> datagram{};
     while (true) {
         sockaddr_in from{};
         socklen_t size = sizeof from;

@@ -1,5 +1,4 @@
-// bench-logger: what a log call costs when its level is off, and what formatting and writing a line takes when it is
-// on.
+// bench-logger: the time of a log call when its level is off, and of formatting and writing a line when it is on.
 
 #include <benchmark/benchmark.h>
 

@@ -38,7 +38,7 @@ async function refresh(object, node) {
   if (object.result.startsWith('bit:')) node.value = Buffer.from([answer ? Number(object.result.slice(4)) : 0]);
 }
 
-// The package takes a SET's octets for UTF-8: an octet above 7f arrives as U+FFFD, and is answered so.
+// The package decodes a SET's octets as UTF-8: an octet above 7f arrives, and is answered, as U+FFFD.
 async function command(object, text) {
   const octets = [...text].map((character) => character.codePointAt(0));
   if (object.set === 'position' && octets[0] === 2) {
@@ -70,7 +70,7 @@ function handle(request) {
   });
 }
 
-// One provider for all instances that have the same parent: the package's own scalars know the instance 0 only.
+// One provider for all instances with the same parent: the package's scalars have only the instance 0.
 function provide(object) {
   const parent = object.oid.slice(0, object.oid.lastIndexOf('.'));
   if (!mib.getProvider(parent)) {

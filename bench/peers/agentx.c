@@ -37,7 +37,7 @@ static int Handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* re
 }
 
 static int Register(Object* object) {
-    oid name[kMostNames];
+    oid name[kMaxNames];
     for (size_t i = 0; i < object->length; ++i) name[i] = object->name[i];
     netsnmp_handler_registration* registration = netsnmp_create_handler_registration(
         object->text, Handle, name, object->length, object->set == '-' ? HANDLER_CAN_RONLY : HANDLER_CAN_RWRITE);

@@ -21,7 +21,7 @@ static sd_bus* Bus(void) {
 
 static size_t FromHex(const char* text, unsigned char* octets) {
     size_t size = 0;
-    for (; text[0] != 0 && text[1] != 0 && size < kMostOctets; text += 2) {
+    for (; text[0] != 0 && text[1] != 0 && size < kMaxOctets; text += 2) {
         const char digits[] = {text[0], text[1], 0};
         octets[size++] = (unsigned char)strtoul(digits, NULL, 16);
     }
@@ -42,13 +42,13 @@ static void ParseCall(char* text, Call* call) {
 
 static void ParseCalls(char* text, Object* object) {
     if (strcmp(text, "-") == 0) return;
-    while (text != NULL && object->callCount < kMostCalls)
+    while (text != NULL && object->callCount < kMaxCalls)
         ParseCall(strsep(&text, ";"), &object->calls[object->callCount++]);
 }
 
 static void ParseName(const char* text, Object* object) {
     snprintf(object->text, sizeof object->text, ".%s", text);
-    for (char* rest = object->text; *rest == '.' && object->length < kMostNames;) {
+    for (char* rest = object->text; *rest == '.' && object->length < kMaxNames;) {
         object->name[object->length++] = strtoul(rest + 1, &rest, 10);
     }
 }
@@ -89,8 +89,8 @@ Object* ReadObjects(const char* path, size_t* count) {
 }
 
 static sd_bus_message* NewCall(const char* service, const char* member) {
-    char name[kMostText + 16];
-    char path[kMostText + 16];
+    char name[kMaxText + 16];
+    char path[kMaxText + 16];
     snprintf(name, sizeof name, "org.tavos.%s", service);
     snprintf(path, sizeof path, "/org/tavos/%s", service);
     sd_bus_message* call = NULL;
@@ -98,7 +98,7 @@ static sd_bus_message* NewCall(const char* service, const char* member) {
     return call;
 }
 
-/* Frees the call; the answer's first number. */
+/* Frees the call; stores the answer's first number. */
 static int Exchange(sd_bus_message* call, long* result) {
     sd_bus_message* answer = NULL;
     const int outcome = sd_bus_call(Bus(), call, 500000, NULL, &answer);
@@ -134,7 +134,7 @@ int Refresh(Object* object) {
 
 int Command(Object* object, const unsigned char* octets, size_t size) {
     long unused = 0;
-    if (size > kMostOctets) return -1;
+    if (size > kMaxOctets) return -1;
     memcpy(object->octets, octets, size);
     object->size = size;
     if (object->set == 'p' && size == 4 && octets[0] == 2) {

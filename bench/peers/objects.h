@@ -10,24 +10,24 @@
 
 #include <stddef.h>
 
-enum { kMostNames = 20, kMostCalls = 2, kMostOctets = 64, kMostText = 64 };
+enum { kMaxNames = 20, kMaxCalls = 2, kMaxOctets = 64, kMaxText = 64 };
 
 typedef struct {
-    char service[kMostText]; /* "Alarm3" */
-    char member[kMostText];
-    char bank[kMostText]; /* "" when it has no such argument */
-    int number;           /* -1 when it has no such argument */
+    char service[kMaxText]; /* "Alarm3" */
+    char member[kMaxText];
+    char bank[kMaxText]; /* "" when it has no such argument */
+    int number;          /* -1 when it has no such argument */
 } Call;
 
 typedef struct {
-    unsigned long name[kMostNames];
+    unsigned long name[kMaxNames];
     size_t length;
-    char text[kMostNames * 11]; /* the name, dotted, with a leading dot */
+    char text[kMaxNames * 11]; /* the name, dotted, with a leading dot */
     char type;
     long number;
-    unsigned char octets[kMostOctets];
+    unsigned char octets[kMaxOctets];
     size_t size;
-    Call calls[kMostCalls];
+    Call calls[kMaxCalls];
     size_t callCount;
     int bit;  /* of the one octet; 0: the value is the number, -1: nothing changes */
     char set; /* 'p' position, 'c' control, '-' none */
@@ -36,10 +36,10 @@ typedef struct {
 /* Ends the process for a file that cannot be read. The objects stay until the process ends. */
 Object* ReadObjects(const char* path, size_t* count);
 
-/* Makes the object's calls and takes over the answer; 0, or -1 when one has failed. */
+/* Makes the object's calls and stores the answer; 0, or -1 when a call failed. */
 int Refresh(Object* object);
 
-/* Does what a SET asks for; 0 or -1. */
+/* Carries out a SET; 0, or -1 on failure. */
 int Command(Object* object, const unsigned char* octets, size_t size);
 
 #endif

@@ -18,9 +18,9 @@ static int Compare(const Object* object, const unsigned long* name, size_t lengt
 
 /* The object of that name, or with `next` the first after it; null without one. */
 static Object* Find(const char* text, int next) {
-    unsigned long name[kMostNames];
+    unsigned long name[kMaxNames];
     size_t length = 0;
-    for (char* rest = (char*)text; *rest == '.' && length < kMostNames;) name[length++] = strtoul(rest + 1, &rest, 10);
+    for (char* rest = (char*)text; *rest == '.' && length < kMaxNames;) name[length++] = strtoul(rest + 1, &rest, 10);
     size_t low = 0;
     size_t high = s_count;
     while (low < high) {
@@ -53,7 +53,7 @@ static size_t ParseOctets(char* text, unsigned char* octets) {
     const int printable = strncmp(text, "string", 6) == 0;
     char* rest = strchr(text, '"');
     if (rest == NULL) return 0;
-    for (++rest; *rest != '"' && *rest != 0 && size < kMostOctets;) {
+    for (++rest; *rest != '"' && *rest != 0 && size < kMaxOctets;) {
         if (printable) {
             octets[size++] = (unsigned char)*rest++;
         } else {
@@ -67,7 +67,7 @@ static size_t ParseOctets(char* text, unsigned char* octets) {
 }
 
 static void Set(const char* name, char* value) {
-    unsigned char octets[kMostOctets];
+    unsigned char octets[kMaxOctets];
     Object* object = Find(name, 0);
     if (object == NULL || object->set == '-') {
         puts("not-writable");

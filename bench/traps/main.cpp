@@ -1,5 +1,5 @@
-// bench-traps: how fast events become traps. Takes the place of the camera's temperature service on the bus, tells a
-// number of changes, counts up in their readings, receives the traps, and prints what it saw as JSON.
+// bench-traps: how fast events become traps. Replaces the camera's temperature service on the bus, emits changes whose
+// readings count up, receives the traps, and prints the results as JSON.
 
 #include <poll.h>
 
@@ -27,7 +27,7 @@ using bench::Seconds;
 
 constexpr const char* kUsage = R"(usage: bench-traps --address BUS --port TRAP-PORT [--count N] [--rate EVENTS-A-SECOND]
 
-  Without a rate the events are told as fast as the bus takes them.
+  Without a rate the events are emitted as fast as the bus takes them.
 )";
 
 class Thermometer final : public tavos::interfaces::ITemperatureV2Provider {
@@ -39,7 +39,7 @@ private:
     tavos::core::Event2<int, int> _change;
 };
 
-/// Takes the traps on a thread of its own, until all are there or none has come for a while.
+/// Receives the traps on its own thread, until all have arrived or none arrives before a timeout.
 class Sink {
 public:
     Sink(std::uint16_t port, std::size_t count) : arrivals(count) {
@@ -56,10 +56,10 @@ public:
 
     bool Done() const { return _done; }
 
-    std::vector<Clock::time_point> arrivals;  ///< by the event's number; the clock's origin for one that is missing
+    std::vector<Clock::time_point> arrivals;  ///< by the event's number; the clock's origin for a missing one
     std::size_t received = 0;
-    std::size_t disordered = 0;  ///< came after a later event's trap
-    std::size_t strange = 0;     ///< no such trap, or for the second time
+    std::size_t disordered = 0;  ///< arrived after a later event's trap
+    std::size_t strange = 0;     ///< unknown or duplicate traps
 
 private:
     void Run() {
@@ -105,32 +105,32 @@ void Run(const bench::Options& options) {
     tavos::interfaces::Serve(host, thermometer);
     Sink sink(static_cast<std::uint16_t>(options.Number("port", 0)), count);
 
-    constexpr std::size_t kMostAtOnce = 100;
-    std::vector<Clock::time_point> told;
-    told.reserve(count);
+    constexpr std::size_t kMaxAtOnce = 100;
+    std::vector<Clock::time_point> emitted;
+    emitted.reserve(count);
     const auto start = Clock::now();
     while (!sink.Done()) {
         const auto due = rate > 0 ? static_cast<std::size_t>(Seconds(Clock::now() - start) * rate) : count;
-        for (std::size_t i = 0; i < kMostAtOnce && told.size() < std::min(due, count); ++i) {
-            told.push_back(Clock::now());
-            thermometer.OnTemperatureChange().Fire(0, static_cast<int>(told.size() - 1));
+        for (std::size_t i = 0; i < kMaxAtOnce && emitted.size() < std::min(due, count); ++i) {
+            emitted.push_back(Clock::now());
+            thermometer.OnTemperatureChange().Fire(0, static_cast<int>(emitted.size() - 1));
         }
-        host.Process(rate > 0 || told.size() == count ? 1 : 0);
+        host.Process(rate > 0 || emitted.size() == count ? 1 : 0);
     }
     sink.Join();
 
     bench::Histogram times;
     auto last = start;
-    for (std::size_t i = 0; i < told.size(); ++i) {
+    for (std::size_t i = 0; i < emitted.size(); ++i) {
         if (sink.arrivals[i] == Clock::time_point()) continue;
-        times.Add(static_cast<std::uint64_t>(std::chrono::nanoseconds(sink.arrivals[i] - told[i]).count()));
+        times.Add(static_cast<std::uint64_t>(std::chrono::nanoseconds(sink.arrivals[i] - emitted[i]).count()));
         last = std::max(last, sink.arrivals[i]);
     }
-    const double telling = told.empty() ? 0 : Seconds(told.back() - start);
+    const double emitting = emitted.empty() ? 0 : Seconds(emitted.back() - start);
     std::printf(
         "{\"events\":%zu,\"traps\":%zu,\"disordered\":%zu,\"strange\":%zu,\"telling_seconds\":%.6f,\"seconds\":%.6f,"
         "\"histogram\":",
-        told.size(), sink.received, sink.disordered, sink.strange, telling, Seconds(last - start));
+        emitted.size(), sink.received, sink.disordered, sink.strange, emitting, Seconds(last - start));
     times.Print(stdout);
     std::puts("}");
 }

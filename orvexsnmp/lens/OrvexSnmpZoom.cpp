@@ -10,7 +10,7 @@ namespace {
 
 constexpr auto kHandler = "handle_positionZoomLens";
 constexpr std::uint32_t kMinMagnification = 1000;  // 1.0x
-constexpr std::uint32_t kGreatestZoom = 65535;
+constexpr std::uint32_t kMaxZoom = 65535;
 
 // A read of a magnification; `line` takes the wrapper's name and the value.
 template <class Read>
@@ -97,10 +97,10 @@ void OrvexSnmpZoom::CommitDelta(const PositionCommand& command) const {
 
     // Fixed: docs/contract.md, zoom-delta-sign.
     const int step = static_cast<std::int16_t>(command.speed < 0 ? -command.position : command.position);
-    const std::int64_t ntcipCurrent = ScaleValues(current, kMinMagnification, max, 0, kGreatestZoom);
+    const std::int64_t ntcipCurrent = ScaleValues(current, kMinMagnification, max, 0, kMaxZoom);
     const auto target =
-        static_cast<int>(std::clamp<std::int64_t>(ntcipCurrent + step, 0, static_cast<std::int64_t>(kGreatestZoom)));
-    const int requested = ScaleValues(static_cast<std::uint32_t>(target), 0, kGreatestZoom, kMinMagnification, max);
+        static_cast<int>(std::clamp<std::int64_t>(ntcipCurrent + step, 0, static_cast<std::int64_t>(kMaxZoom)));
+    const int requested = ScaleValues(static_cast<std::uint32_t>(target), 0, kMaxZoom, kMinMagnification, max);
     // Fixed: docs/contract.md, zoom-lines.
     _logger->Information("%s: NTCIP zoom cur=%d,req=%d,delta=%f percent, tavos cur=%d,req=%d,max=%d", kHandler, target,
                          command.position, command.position / 65535.0, static_cast<int>(current), requested,
@@ -112,7 +112,7 @@ void OrvexSnmpZoom::CommitAbsolute(const PositionCommand& command) const {
     _logger->Information("%s: absolute zoom (%d)", kHandler, command.mode);
     unsigned int max = 0;
     GetMaxMagnificationThousandthsX(max);
-    const int requested = ScaleValues(command.position, 0, kGreatestZoom, kMinMagnification, max);
+    const int requested = ScaleValues(command.position, 0, kMaxZoom, kMinMagnification, max);
     _logger->Information("%s: NTCIP zoom=%d,%f percent, zoom thousandsths=%d,max=%d", kHandler, command.position,
                          command.position / 65535.0, requested, static_cast<int>(max));
     SetMagnificationThousandthsX(static_cast<unsigned int>(requested));

@@ -42,7 +42,7 @@ OrvexSnmpTilt::OrvexSnmpTilt(tavos::msgbus::MsgBus& bus)
 }
 
 bool OrvexSnmpTilt::MapPosition(const char* name, int position, int& tavosPosition) const {
-    if (position > static_cast<int>(kGreatestPosition)) {
+    if (position > static_cast<int>(kMaxAngle)) {
         _logger->Error("%s: position=%d outside NTCIP range of 0 - 35999", name, position);
         return false;
     }

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr double kGreatestSpeed = 127.0;
+constexpr double kMaxSpeed = 127.0;
 
 std::uint16_t BigEndian(std::uint8_t high, std::uint8_t low) {
     return ushort_swap_endian(static_cast<std::uint16_t>(low << 8 | high));
@@ -27,7 +27,7 @@ bool SpeedInRange(const tavos::core::Logger& logger, const char* name, int speed
 
 bool ScaleSpeed(const tavos::core::Logger& logger, const char* name, int speed, double& tavosSpeed) {
     if (!SpeedInRange(logger, name, speed)) return false;
-    tavosSpeed = speed / kGreatestSpeed;
+    tavosSpeed = speed / kMaxSpeed;
     logger.Information("%s: NTCIP speed %d, tavosSpeed %f", name, speed, tavosSpeed);
     return true;
 }

@@ -26,7 +26,7 @@ constexpr int kTimeLimit = 300;
 
 /// NTCIP pan and tilt positions: 36000 a turn.
 constexpr unsigned kTurn = 36000;
-constexpr unsigned kGreatestPosition = kTurn - 1;
+constexpr unsigned kMaxAngle = kTurn - 1;
 
 /// Platform units in one NTCIP pan or tilt unit.
 constexpr int kPlatformUnits = 10;
@@ -107,7 +107,7 @@ int DeltaTarget(const Axis& axis, const AxisLines& lines, const PositionCommand&
     axis.GetLogger().Information(forward ? lines.deltaForward : lines.deltaBackward, lines.name, command.speed,
                                  static_cast<int>(target));
     // Fixed: docs/contract.md, delta-across-zero.
-    return static_cast<int>(target > kGreatestPosition ? target - kTurn : target);
+    return static_cast<int>(target > kMaxAngle ? target - kTurn : target);
 }
 
 /// What pan and tilt do with a command, through the axis's wrappers, whose failures do not fail the SET. Returns an
@@ -132,7 +132,7 @@ int CommitAxisCommand(const Axis& axis, const AxisLines& lines, const PositionCo
         }
         case PositionCommand::kAbsolute:
             logger.Information(lines.absolute, lines.name, command.mode);
-            if (command.position > kGreatestPosition) {
+            if (command.position > kMaxAngle) {
                 logger.Error(lines.outsideRange, lines.name, command.position);
                 return SNMP_ERR_GENERR;
             }

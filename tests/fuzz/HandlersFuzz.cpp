@@ -696,8 +696,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Mostly without log lines: they are what takes the time.
     *MemberOf(LogLevelTag()) = bytes.Below(8) == 0 ? tavos::core::kTrace : tavos::core::kError;
     Model model;
-    constexpr int kMostSteps = 60;
-    for (int step = 0; step < kMostSteps && !bytes.IsEmpty(); ++step) {
+    constexpr int kMaxSteps = 60;
+    for (int step = 0; step < kMaxSteps && !bytes.IsEmpty(); ++step) {
         switch (bytes.Below(8)) {
             case 0:
             case 1:

@@ -366,7 +366,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Mostly without log lines: they are what takes the time.
     *MemberOf(LogLevelTag()) = size % 8 == 0 ? tavos::core::kTrace : tavos::core::kError;
     Session session(bytes);
-    constexpr int kMostSteps = 12;
-    for (int step = 0; step < kMostSteps && !bytes.IsEmpty(); ++step) session.Step();
+    constexpr int kMaxSteps = 12;
+    for (int step = 0; step < kMaxSteps && !bytes.IsEmpty(); ++step) session.Step();
     return 0;
 }

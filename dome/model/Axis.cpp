@@ -112,8 +112,8 @@ double Axis::WantedVelocity() const {
 
 bool Axis::Arrives(double distance, double step) const {
     if (_mode == Mode::kRest) return false;
-    // Above this speed it overshoots the target and comes back. Below, the last steps, of uneven length, may leave a
-    // rest of speed, which it drops at once.
+    // Above this speed it overshoots the target and comes back. Below, the last steps, of uneven length, may leave
+    // some speed, which it drops at once.
     if (std::fabs(_velocity) > 4 * _properties.acceleration * kMaxIntegrationStep) return false;
     const double travel = _velocity * step;
     if (travel * distance >= 0 && std::fabs(travel) >= std::fabs(distance)) return true;

@@ -5,7 +5,7 @@
 
 namespace dome {
 
-/// Observes the sensors: these must not be used any more once the service is gone.
+/// Observes the sensors: nobody may use them after the service is destroyed.
 class PowerService final : public tavos::interfaces::IPowerV2Provider {
 public:
     explicit PowerService(Sensors& sensors) : _sensors(sensors) {

@@ -6,7 +6,7 @@
 
 namespace dome {
 
-/// Observes the sensors: these must not be used any more once the service is gone.
+/// Observes the sensors: nobody may use them after the service is destroyed.
 class TemperatureService final : public tavos::interfaces::ITemperatureV2Provider {
 public:
     explicit TemperatureService(Sensors& sensors) : _sensors(sensors) {

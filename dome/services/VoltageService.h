@@ -5,7 +5,7 @@
 
 namespace dome {
 
-/// Observes the sensors: these must not be used any more once the service is gone.
+/// Observes the sensors: nobody may use them after the service is destroyed.
 class VoltageService final : public tavos::interfaces::IVoltageV2Provider {
 public:
     explicit VoltageService(Sensors& sensors) : _sensors(sensors) {

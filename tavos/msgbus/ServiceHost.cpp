@@ -351,7 +351,7 @@ void ServiceHost::WakeOn(int descriptor) {
 }
 
 void ServiceHost::Process(int timeout) {
-    constexpr int kMaxMessages = 1000;  // a caller who never stops must not keep the host's own work from running
+    constexpr int kMaxMessages = 1000;  // a caller that never stops must not block the host's other work
     auto& state = *_private->state;
     const auto until = Clock::now() + std::chrono::milliseconds(timeout);
     for (int processed = 0; processed < kMaxMessages;) {

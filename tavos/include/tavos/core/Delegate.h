@@ -44,7 +44,7 @@ private:
     Method _method;
 };
 
-/// A new delegate on the heap; whoever it is handed to (Event::AddHandler) owns it. `object` must outlive it.
+/// A new delegate on the heap; the receiver (Event::AddHandler) owns it. `object` must outlive it.
 template <class Object, class A>
 IVoidDelegate1<A>* CreateDelegate(Object* object, void (Object::*method)(A)) {
     return new VoidObjectMethodDelegate1<Object, void (Object::*)(A), A>(object, method);

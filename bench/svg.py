@@ -120,8 +120,8 @@ def stacks(title, unit, rows, names):
     height = 70 + len(rows) * (bar + 6) + 36
     picture = Picture(900, height, title)
     _legend(picture, names, 48)
-    longest_row = max(sum(value or 0 for value in values) for _, values in rows)
-    scale = (picture.width - left - right) / longest_row
+    largest = max(sum(value or 0 for value in values) for _, values in rows)
+    scale = (picture.width - left - right) / largest
     y = 64.0
     for label, values in rows:
         picture.text(left - 8, y + bar - 7, label, anchor="end")

@@ -10,7 +10,8 @@ namespace dome {
 using tavos::osa::Exception;
 
 std::uint64_t EventRows::Add(int first, int count, Emit emit) {
-    if (count < 1 || count > kMaxWaiting) throw Exception("%d events outside 1 to %d", count, kMaxWaiting);
+    if (count < 1 || count > kMaxWaiting)
+        throw Exception("a count of %d events is outside 1 to %d", count, kMaxWaiting);
     if (count > kMaxWaiting - _waiting) throw Exception("%d events are still waiting; try again later", _waiting);
     if (first > std::numeric_limits<int>::max() - (count - 1)) {
         throw Exception("%d events from %d on end above %d", count, first, std::numeric_limits<int>::max());

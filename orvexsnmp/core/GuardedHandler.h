@@ -5,35 +5,35 @@
 #include "core/NetSnmp.h"
 #include "tavos/msgbus/MsgBus.h"
 
-/// What stands between the agent and every handler of the module. It lets nothing be thrown into the agent, which is
-/// written in C, and limits how long one request waits for services. Agent's thread only.
+/// Stands between the agent and every handler of the module. Catches every exception, because the agent is written in
+/// C, and limits how long one request waits for services. Agent's thread only.
 ///
-/// A request is a PDU: several calls of several handlers, and several phases of a SET. What tells one from the next is
-/// the pair (transid, reqid) of the PDU that each call leads to. The agent gives each message from the network a
-/// transid of its own; its queries to itself all have transid 0, and a reqid of their own each. The session's address
-/// is of no use: the next request often gets it again. Nor is the agent's own callback for each request, before its
-/// access is checked: it does not come for the queries to itself, which would go on with what another request has left.
+/// A request is a PDU: several calls of several handlers, and several phases of a SET. The PDU's pair (transid, reqid)
+/// identifies it. The agent gives each message from the network a new transid. Its queries to itself all have transid
+/// 0, each with a new reqid. The session's address does not identify a request: the next one often gets it again. The
+/// agent's callback before a request's access check does not mark a new request: queries to itself skip it, and would
+/// inherit the previous request's state.
 
-/// As netsnmp_create_handler_registration, with the guard before `handler`. Null when there is no memory.
+/// Like netsnmp_create_handler_registration, with the guard before `handler`. Null when memory runs out.
 netsnmp_handler_registration* CreateGuardedRegistration(const char* name, Netsnmp_Node_Handler* handler,
                                                         const oid* objectId, std::size_t oidLength, int modes);
 
-/// The module's own handler of a registration that CreateGuardedRegistration has made.
+/// The handler that was passed to CreateGuardedRegistration.
 Netsnmp_Node_Handler* GuardedHandlerOf(const netsnmp_mib_handler* handler);
 
-/// Whose calls are limited; null: nobody's. It must outlive the registrations, or be taken back here.
+/// The bus whose calls are limited; null: no limit. It must outlive the registrations, or be reset to null here.
 void SetGuardedBus(tavos::msgbus::MsgBus* bus);
 
-/// The module's start begins: its calls have more time than those of a request. See IMsgBus::BeginWork.
+/// Starts the time limit of the module's start, which is longer than a request's. See IMsgBus::BeginWork.
 void BeginGuardedStart();
 
-/// Begins a request when the call belongs to another one than the last.
+/// Begins a new request when the call's request differs from the last one.
 void BeginGuardedRequest(const netsnmp_agent_request_info* info);
 
-/// Logs one Error line with `name`, the object's or the callback's, and the exception in hand.
+/// Logs one Error line with `name` (the object's or the callback's) and the current exception.
 void LogGuardedFailure(const char* name) noexcept;
 
-/// Runs `body` for the agent. What it throws is logged and answered with SNMP_ERR_GENERR.
+/// Runs `body` for the agent. Logs what it throws and returns SNMP_ERR_GENERR for it.
 template <class Body>
 int Guarded(const char* name, const netsnmp_agent_request_info* info, Body&& body) noexcept {
     try {

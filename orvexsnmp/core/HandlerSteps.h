@@ -27,7 +27,7 @@ std::array<std::uint8_t, N> ReadOctets(const netsnmp_variable_list& variable) {
 /// The low 32 bits of an INTEGER's value; octets that the value lacks are 0.
 std::int32_t ReadInteger(const netsnmp_variable_list& variable);
 
-/// Sets the first request's variable to an INTEGER, handed to the agent in as many bytes as Value has.
+/// Sets the first request's variable to an INTEGER of sizeof(Value) bytes.
 template <class Value>
 void AnswerInteger(netsnmp_request_info* requests, Value value, u_char type = ASN_INTEGER) {
     static_assert(std::is_integral_v<Value> && sizeof(Value) <= 4);

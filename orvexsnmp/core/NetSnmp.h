@@ -1,6 +1,6 @@
 #pragma once
 
-// The agent's headers, in the order in which they want to be included.
+// The agent's headers. They must be included in this order.
 #include <net-snmp/net-snmp-config.h>
 //
 #include <net-snmp/net-snmp-includes.h>

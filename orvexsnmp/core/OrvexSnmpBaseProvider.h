@@ -8,8 +8,8 @@
 #include "tavos/core/Logger.h"
 #include "tavos/osa/Exception.h"
 
-/// What every provider class is built on, with itself as T: the one instance per class, the logger, and the trap.
-/// Providers are made and unmade on the agent's thread while it serves no request.
+/// Base of every provider class T (CRTP): the one instance per class, the logger, and the trap. Create and destroy
+/// providers on the agent's thread, while it serves no request.
 template <class T>
 class OrvexSnmpBaseProvider {
 public:
@@ -25,7 +25,7 @@ public:
     /// Its one object is named by the trap's own OID: Gauge32, the 32 bits of `value`.
     virtual void SendTrap(const oid* trapOid, std::size_t trapOidLength, int value);
 
-    /// Null before the instance is constructed; never makes one.
+    /// Null before the instance is constructed; never creates one.
     static T* GetInstance() { return static_cast<T*>(s_instance); }
 
     const tavos::core::Logger& GetLogger() const { return *_logger; }
@@ -36,7 +36,7 @@ public:
 
 protected:
     /// Resets logging to standard output at level 3, the module's fixed setup. Throws tavos::osa::Exception when T
-    /// has an instance already; that one stays.
+    /// already has an instance; that instance stays.
     OrvexSnmpBaseProvider();
 
     tavos::core::Logger* _logger;

@@ -29,12 +29,12 @@ char* OrvexSnmpOid::OidString(const oid* name, std::int32_t length, char** out) 
     char before[kTextRoom] = "";
     char text[kTextRoom] = "";
     for (std::int32_t i = 0; i < length; ++i) {
-        // 32 bits, signed: an oid is wider than that on some machines.
+        // Cut to 32 bits, signed: an oid is wider than that on some machines.
         const long subIdentifier = static_cast<std::int32_t>(name[i]);
         if (std::snprintf(text, sizeof text, "%s.%ld", before, subIdentifier) < 0) break;
         std::memcpy(before, text, sizeof before);
     }
-    // A negative sub-identifier of ten digits needs one character more than the 11 that were allocated for it.
+    // A negative sub-identifier of ten digits needs 12 characters; the function allocated 11 for it.
     std::snprintf(*out, room, "%s", text);
     return *out;
 }

@@ -5,21 +5,21 @@
 #include "core/NetSnmp.h"
 
 /// The OIDs of everything that the module serves or sends, and an OID's text. An array's length is its number of
-/// sub-identifiers; the arrays of scalars include the instance, exactly as managers use them.
+/// sub-identifiers. The arrays of scalars include the instance, as managers use them.
 class OrvexSnmpOid {
 public:
     OrvexSnmpOid() = default;
 
-    /// Room for `count` sub-identifiers, of which only the first `count` bytes are copied from `source`.
+    /// Allocates `count` sub-identifiers, but copies only the first `count` bytes of `source`.
     OrvexSnmpOid(const oid* source, std::int32_t count);
     ~OrvexSnmpOid();
     OrvexSnmpOid(const OrvexSnmpOid&) = delete;
     OrvexSnmpOid& operator=(const OrvexSnmpOid&) = delete;
 
-    /// The OID as dotted text with a leading dot, at most 255 characters; empty for a length of 0 or less. A null
-    /// `*out` is replaced by malloc'd memory of length * 11 + 1 bytes, which the caller frees and to which the text is
-    /// cut; otherwise `*out` must have room for the whole text and its end: 256 bytes are always enough. Returns
-    /// `*out`. Sub-identifiers are printed as signed 32-bit numbers, at most 12 characters each with the dot.
+    /// The OID as dotted text with a leading dot, at most 255 characters; empty for a length of 0 or less. If `*out` is
+    /// null, the function mallocs length * 11 + 1 bytes, cuts the text to that, and the caller frees them. Otherwise
+    /// `*out` must have room for the whole text and its NUL; 256 bytes are always enough. Returns `*out`. Prints
+    /// sub-identifiers as signed 32-bit numbers, at most 12 characters each with the dot.
     static char* OidString(const oid* name, std::int32_t length, char** out);
 
     // One oid_NAME for each object of objects.toml.

@@ -15,12 +15,12 @@ using tavos::osa::kWaitForever;
 
 namespace {
 
-/// Traps, one byte each in the pipe; it is a pipe's smallest size. A waiting trap takes about 2.4 kB, which the process
-/// does not give back; an event that still waits in the bus takes a quarter of that.
-/// See docs/contract.md, bounded-traps.
+/// Max. queued traps: one byte each in the pipe, and 4096 is a pipe's min. size. A queued trap takes about 2.4 kB,
+/// which the process does not give back. An event that still waits in the bus takes a quarter of that. See
+/// docs/contract.md, bounded-traps.
 constexpr int kMaxWaiting = 4096;
 
-/// Holds a mutex, also over an exception.
+/// Holds a mutex and releases it on an exception, too.
 class Held {
 public:
     explicit Held(tavos::osa::Mutex& mutex) : _mutex(mutex) { _mutex.Lock(kWaitForever); }
@@ -66,7 +66,7 @@ void OrvexSnmpTrapSend::OpenPipe() {
 }
 
 void OrvexSnmpTrapSend::WatchPipe() {
-    // The agent's main loop does not survive a descriptor of -1.
+    // A descriptor of -1 would crash the agent's main loop.
     if (_readDescriptor == -1 || register_readfd(_readDescriptor, &OrvexSnmpTrapSend::snmpMainCallback, nullptr) != 0) {
         _logger->Error("%s: Couldn't register the callback function for sending traps!", "OrvexSnmpTrapSend");
     }
@@ -74,7 +74,7 @@ void OrvexSnmpTrapSend::WatchPipe() {
 
 OrvexSnmpTrapSend::~OrvexSnmpTrapSend() {
     if (s_inChild == this) s_inChild = nullptr;
-    // Unregistered before it is closed: the agent ends when a descriptor that it watches is closed.
+    // Unregister before closing: the agent ends when a descriptor that it watches is closed.
     if (_readDescriptor != -1) {
         unregister_readfd(_readDescriptor);
         close(_readDescriptor);
@@ -96,7 +96,7 @@ void OrvexSnmpTrapSend::RenewPipe() {
     if (_readDescriptor == -1 || pipe2(descriptors, O_CLOEXEC) != 0) return;
     for (std::size_t i = 0; i < _queue.size(); ++i) static_cast<void>(!write(descriptors[1], "1", 1));
     fcntl(descriptors[1], F_SETPIPE_SZ, kMaxWaiting);
-    // The agent's main loop goes on watching the same number.
+    // The agent's main loop keeps watching this number.
     dup3(descriptors[0], _readDescriptor, O_CLOEXEC);
     dup3(descriptors[1], _writeDescriptor, O_CLOEXEC);
     close(descriptors[0]);
@@ -106,7 +106,7 @@ void OrvexSnmpTrapSend::RenewPipe() {
 int OrvexSnmpTrapSend::send_v2trap(netsnmp_variable_list* list) {
     _logger->Trace("%s: enter...", "send_v2trap");
     const int descriptor = Keep(list);
-    // Without the lock, so that a full pipe never keeps the agent's thread from emptying it.
+    // Write without the lock: on a full pipe the agent's thread must still be able to empty it.
     const char byte = '1';
     while (write(descriptor, &byte, 1) == -1 && errno == EINTR) {
     }
@@ -116,7 +116,7 @@ int OrvexSnmpTrapSend::send_v2trap(netsnmp_variable_list* list) {
 
 int OrvexSnmpTrapSend::Keep(netsnmp_variable_list* list) {
     const Held held(_mutex);
-    // Without a pipe nothing wakes the agent's thread, and nothing holds back whoever queues.
+    // Without a pipe nothing wakes the agent's thread, and nothing limits the queue.
     const bool full = _writeDescriptor == -1 && _queue.size() >= std::size_t{kMaxWaiting};
     try {
         if (list != nullptr && !full) {
@@ -124,7 +124,7 @@ int OrvexSnmpTrapSend::Keep(netsnmp_variable_list* list) {
             return _writeDescriptor;
         }
     } catch (const std::bad_alloc&) {
-        // No memory for one more.
+        // No memory for this trap: drop it.
     }
     snmp_free_varbind(list);
     return -1;
@@ -147,7 +147,7 @@ void OrvexSnmpTrapSend::CallSnmpSendTrap() {
     {
         const Held held(_mutex);
         while (!_queue.empty()) {
-            // One byte for one trap. It may still be on its way from the thread that queued the trap.
+            // Take one byte for each trap. The sending thread may not have written it yet.
             char byte;
             while (read(_readDescriptor, &byte, 1) == -1 && errno == EINTR) {
             }

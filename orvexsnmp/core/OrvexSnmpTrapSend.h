@@ -6,25 +6,25 @@
 #include "tavos/core/Logger.h"
 #include "tavos/osa/Mutex.h"
 
-/// Carries traps from the platform's event threads to the agent's thread, the only one that may send them: a locked
-/// queue, and a pipe with one byte for each queued trap whose read end the agent's main loop watches.
+/// Carries traps from the platform's event threads to the agent's thread, which alone may send them. A locked queue,
+/// and a pipe with one byte for each queued trap; the agent's main loop watches the pipe's read end.
 class OrvexSnmpTrapSend {
 public:
-    /// Agent's thread. Ends the process when there is an instance already.
+    /// Agent's thread. Ends the process when an instance already exists.
     OrvexSnmpTrapSend();
-    /// Agent's thread. Frees the traps that were not sent. Leaves the instance pointer as it is (see ForgetInstance).
+    /// Agent's thread. Frees the traps that were not sent. Does not reset the instance pointer (see ForgetInstance).
     virtual ~OrvexSnmpTrapSend();
     OrvexSnmpTrapSend(const OrvexSnmpTrapSend&) = delete;
     OrvexSnmpTrapSend& operator=(const OrvexSnmpTrapSend&) = delete;
 
     static OrvexSnmpTrapSend* GetInstance() { return s_instance; }
 
-    /// After the destructor, for whoever makes another one. Nothing in the module destroys it.
+    /// Call it after the destructor, before creating another instance. Nothing in the module destroys the queue.
     static void ForgetInstance() { s_instance = nullptr; }
 
-    /// Any thread. Takes ownership of a finished variable list, snmpTrapOID.0 first; traps are sent in the order of
-    /// these calls. Always returns 0. Blocks while the pipe is full, that is, while 4096 traps wait. Without a pipe, or
-    /// without memory, a trap that cannot be kept is dropped.
+    /// Any thread. Takes ownership of a finished variable list, snmpTrapOID.0 first. Traps are sent in the order of
+    /// these calls. Always returns 0. Blocks while the pipe is full, that is, while 4096 traps wait. Drops the trap
+    /// when memory runs out, and when 4096 traps wait without a pipe.
     int send_v2trap(netsnmp_variable_list* list);
 
     /// Agent's thread: the main loop's callback for the read descriptor.
@@ -33,26 +33,26 @@ public:
     /// Agent's thread: sends and frees everything that is queued.
     void CallSnmpSendTrap();
 
-    /// Agent's thread, for the unloading of the module: sends what is queued and leaves the main loop. What comes later
-    /// waits for Resume.
+    /// Agent's thread, when the module is unloaded: sends what is queued and leaves the main loop. Later traps wait for
+    /// Resume.
     void Suspend();
 
-    /// Agent's thread: joins the main loop again, with a new pipe where there was none.
+    /// Agent's thread: joins the main loop again; creates the pipe if there is none.
     void Resume();
 
 private:
     void OpenPipe();
     void WatchPipe();
-    /// Queues a trap, or frees it where it cannot be kept. The descriptor to which its byte goes, or -1.
+    /// Queues a trap, or frees it when it cannot be queued. Returns the descriptor for the trap's byte, or -1.
     int Keep(netsnmp_variable_list* list);
 
-    /// In a forked child, which the agent is once it has made itself a daemon: a pipe of its own, with a byte for each
-    /// trap that it has inherited. In the one that it shares with its parent it would find, and never get rid of, the
-    /// bytes for traps that the parent's event thread queues before the parent ends.
+    /// Runs in a forked child; the agent is one when it runs as a daemon. Creates a new pipe, with a byte for each
+    /// inherited trap. The parent's event thread may still write into the shared pipe before the parent ends; the child
+    /// could never match those bytes to traps.
     void RenewPipe();
 
     static OrvexSnmpTrapSend* s_instance;
-    static OrvexSnmpTrapSend* s_inChild;  // whose pipe a forked child renews; null once it is destroyed
+    static OrvexSnmpTrapSend* s_inChild;  // the instance whose pipe a forked child renews; null once it is destroyed
 
     tavos::core::Logger* _logger;
     int _readDescriptor = -1;

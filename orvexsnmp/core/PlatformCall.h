@@ -2,10 +2,9 @@
 
 #include "tavos/core/Logger.h"
 
-/// How every provider wraps an operation of a platform service: an entry and an exit trace with the wrapper's name,
-/// and every exception, of whatever type, turned into one Error line and the result -1. `body` makes the call, logs
-/// the success line and stores what it read last: a wrapper that returns -1 has left its output arguments alone,
-/// whatever of this has thrown.
+/// How every provider wraps an operation of a platform service: traces entry and exit with the wrapper's name, and
+/// turns every exception of any type into one Error line and the result -1. `body` makes the call, logs the success
+/// line and stores what it read last. So a wrapper that returns -1 has not changed its output arguments.
 
 /// Only the call itself. `failure` is the Error line; it is handed `name` and may ignore it.
 template <class Body>

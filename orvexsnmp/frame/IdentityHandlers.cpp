@@ -9,10 +9,10 @@
 
 namespace {
 
-// What a text object answers when there is nothing to answer. Fixed: docs/contract.md, missing-texts.
+// What a text object answers when its text is empty. Fixed: docs/contract.md, missing-texts.
 struct EmptyRule {
-    bool tested;             // an empty text is worth an Error line
-    const char* substitute;  // sent instead, null: the empty text is sent
+    bool tested;             // an empty text logs an Error line
+    const char* substitute;  // sent instead of an empty text; null: sends the empty text
 };
 
 constexpr EmptyRule kNotTested = {false, nullptr};
@@ -22,7 +22,7 @@ constexpr EmptyRule SentAs(const char* substitute) {
     return {true, substitute};
 }
 
-// The entry of all twelve: false when the mode is not GET.
+// The entry of all twelve handlers: false when the mode is not GET.
 bool Begin(const char* name, const netsnmp_agent_request_info* info, const netsnmp_request_info* requests) {
     const auto& logger = *OrvexSnmpMain::GetLogger();
     LogReceivedOid(logger, tavos::core::kDebug, name, requests, "%s: Received OID %s\n");

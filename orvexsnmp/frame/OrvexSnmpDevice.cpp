@@ -77,7 +77,7 @@ OrvexSnmpDevice::~OrvexSnmpDevice() {
 }
 
 void OrvexSnmpDevice::CreateProviders() {
-    // Each is found through its own GetInstance from here on.
+    // Each provider is reached through its GetInstance from here on.
     new OrvexSnmpTemp(_bus);
     new OrvexSnmpAlarm(_bus);
     new OrvexSnmpRelay(_bus);
@@ -116,7 +116,8 @@ void OrvexSnmpDevice::ReloadSettings() {
     } catch (...) {
         reason = "unknown exception";
     }
-    // As after a start. It comes before the line: a configuration that fails leaves no appender to write it.
+    // Apply the logging setup of a start. It must come before the log line: a configuration that failed leaves no
+    // appender.
     ApplyFixedLogging();
     if (!reason.empty()) {
         _logger->Error("%s: the configuration stays as it was: %s", "OrvexSnmpDevice", reason.c_str());
@@ -148,7 +149,7 @@ void OrvexSnmpDevice::LoadModelInfo() {
     const std::string assembly = myname("w");
     const auto split = assembly.find('-');
     _assyId = assembly.substr(0, split);
-    // Without a "-" both are the whole text: npos + 1 is 0. Fixed: docs/contract.md, assembly-without-dash.
+    // Without a "-" both are the whole text, since npos + 1 is 0. Fixed: docs/contract.md, assembly-without-dash.
     _assyVer = assembly.substr(split + 1);
     _logger->Debug("%s: Read Assembly ID %s", kName, _assyId.c_str());
     _logger->Debug("%s: Read Assembly Version %s", kName, _assyVer.c_str());

@@ -6,25 +6,25 @@
 #include "tavos/msgbus/MsgBus.h"
 #include "tavos/settings/TavosSettingsClient.h"
 
-/// What the camera is: its identity, gathered at start-up and at each reload from the identity command, the version
-/// file and the settings store. Owns the message bus and makes every provider. Agent's thread only.
+/// The camera's identity, read at start-up and at each reload from the identity command, the version file and the
+/// settings store. Owns the message bus and creates every provider. Agent's thread only.
 class OrvexSnmpDevice {
 public:
-    /// Throws tavos::osa::Exception for a second instance and when the settings store cannot be read, and whatever a
+    /// Throws tavos::osa::Exception for a second instance and when the settings store cannot be read. Passes on what a
     /// provider's constructor throws.
     OrvexSnmpDevice();
-    /// Leaves the instance pointer as it is (see ForgetInstance). The providers must be gone by then.
+    /// Does not reset the instance pointer (see ForgetInstance). The providers must be destroyed before.
     virtual ~OrvexSnmpDevice();
     OrvexSnmpDevice(const OrvexSnmpDevice&) = delete;
     OrvexSnmpDevice& operator=(const OrvexSnmpDevice&) = delete;
 
     static OrvexSnmpDevice* GetInstance() { return s_instance; }
 
-    /// After the destructor, for whoever makes another one. Nothing in the module destroys it.
+    /// Call it after the destructor, before creating another instance. Nothing in the module destroys the device.
     static void ForgetInstance() { s_instance = nullptr; }
 
-    /// Reads identity and configuration again. A text or a configuration that cannot be read or applied stays as it
-    /// was; what stood in the way of the configuration is logged in one Error line.
+    /// Reads identity and configuration again. Keeps the old text or configuration when the new one cannot be read or
+    /// applied; one Error line gives the reason for a configuration.
     void Reload();
 
     std::string GetModelName() const { return _modelName; }
@@ -47,7 +47,7 @@ private:
     void ReloadSettings();
     void CreateProviders();
 
-    /// What the identity command prints for an option, without the blanks around it; "ERROR" when it cannot be run.
+    /// The identity command's output for an option, trimmed of blanks; "ERROR" when the command cannot run.
     std::string myname(const std::string& option) const;
 
     static OrvexSnmpDevice* s_instance;

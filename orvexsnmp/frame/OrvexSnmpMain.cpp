@@ -24,7 +24,7 @@ OrvexSnmpMain::OrvexSnmpMain() : _logger(Logger::GetLogger("OrvexSnmp")) {
     }
     s_instance = this;
     _logger->Trace("%s: Enter", "OrvexSnmpMain");
-    // Both live until the module is unloaded and are found through their own GetInstance.
+    // Both live until the module is unloaded and are reached through their GetInstance.
     new OrvexSnmpTrapSend();
     new OrvexSnmpDevice();
     _logger->Trace("%s: Done.", "OrvexSnmpMain");
@@ -38,7 +38,7 @@ namespace {
 
 constexpr auto kName = "init_orvexsnmp";
 
-// Set by deinit_orvexsnmp: what the start has made waits for the next init_orvexsnmp.
+// Set by deinit_orvexsnmp: the next init_orvexsnmp reuses the existing objects.
 // See docs/contract.md, unload-path.
 bool s_unloaded = false;
 
@@ -60,7 +60,7 @@ int RegisterEverything(const Logger& logger) {
     return 0;
 }
 
-// A reload: nothing is made anew, so nothing that fails now can end an agent that works.
+// A reload creates nothing, so no failure here can end a working agent.
 int Resume(const Logger& logger) {
     try {
         logger.Trace("%s: Enter.", kName);

@@ -2,23 +2,23 @@
 
 #include "tavos/core/Logger.h"
 
-/// The module itself: made once when the agent loads it, it makes everything else. Agent's thread only.
+/// The module itself. The agent's first load creates it, and it creates everything else. Agent's thread only.
 class OrvexSnmpMain {
 public:
-    /// Makes the trap queue and the device, and through the device every provider. Throws tavos::osa::Exception for
-    /// a second instance, and whatever one of the constructors throws.
+    /// Creates the trap queue and the device; the device creates every provider. Throws tavos::osa::Exception for a
+    /// second instance, and passes on what a constructor throws.
     OrvexSnmpMain();
-    /// Leaves the instance pointer as it is (see ForgetInstance), and everything that the constructor made.
+    /// Does not reset the instance pointer (see ForgetInstance), and destroys nothing that the constructor created.
     virtual ~OrvexSnmpMain();
     OrvexSnmpMain(const OrvexSnmpMain&) = delete;
     OrvexSnmpMain& operator=(const OrvexSnmpMain&) = delete;
 
     static OrvexSnmpMain* GetInstance() { return s_instance; }
 
-    /// After the destructor, for whoever makes another one. Nothing in the module destroys it.
+    /// Call it after the destructor, before creating another instance. Nothing in the module destroys it.
     static void ForgetInstance() { s_instance = nullptr; }
 
-    /// Only once there is an instance.
+    /// Requires an instance.
     static tavos::core::Logger* GetLogger() { return s_instance->_logger; }
 
 private:
@@ -29,14 +29,14 @@ private:
 
 extern "C" {
 
-/// What the agent calls after loading. 0, or -1 when the agent refuses a registration.
-/// The first call starts the module; an exception of a constructor leaves it and ends the agent's start. A call after
-/// deinit_orvexsnmp goes on with what the start has made: it reads identity and configuration again, keeps what cannot
-/// be read, registers everything anew, and throws nothing.
+/// The agent calls this after loading the module. 0, or -1 when the agent refuses a registration. The first call starts
+/// the module; a constructor's exception leaves it and ends the agent's start. A call after deinit_orvexsnmp reuses the
+/// existing objects: it reads identity and configuration again, keeps old values that cannot be read, registers
+/// everything again, and throws nothing.
 __attribute__((visibility("default"))) int init_orvexsnmp();
 
-/// What the agent calls before it unloads the module, as it does when it reads its configuration again: takes back
-/// every registration and leaves the agent's main loop. The module's objects, their clients and the event thread stay
-/// for the next init_orvexsnmp, and so does what they remember.
+/// The agent calls this before it unloads the module, and at each reload of its configuration. Unregisters everything
+/// and leaves the agent's main loop. The module's objects with their state, their clients and the event thread stay for
+/// the next init_orvexsnmp.
 __attribute__((visibility("default"))) int deinit_orvexsnmp();
 }

@@ -16,8 +16,8 @@ constexpr auto kName = "handle_rebootDevice";
 
 std::int32_t s_rebootDeviceValue = 0;
 
-// A camera ends before its restart script does. Where it does not, the ended children are collected by an alarm of the
-// agent's, which runs for as long as there is a child. See docs/contract.md, children-collected.
+// A camera usually ends before its restart script does. Otherwise an alarm of the agent collects the ended children.
+// The alarm runs while there is a child. See docs/contract.md, children-collected.
 std::vector<pid_t> s_children;
 unsigned int s_collector = 0;  // the alarm; 0 is none
 
@@ -29,14 +29,14 @@ void CollectEnded(unsigned int /*alarm*/, void* /*data*/) {
     s_collector = 0;
 }
 
-// Runs the restart script in a child; the agent goes on at once. A child that cannot be had is not reported.
+// Runs the restart script in a child; the agent continues at once. A failed fork is not reported.
 void StartRestart(const tavos::core::Logger& logger) {
     constexpr unsigned int kSeconds = 1;
-    s_children.reserve(s_children.size() + 1);  // there must be room before there is a child
+    s_children.reserve(s_children.size() + 1);  // reserve room before the fork: push_back must not throw after it
     constexpr auto kCommand =
         "/bin/chmod +x " ORVEX_RESTART_SCRIPT " && /bin/sleep 3 && " ORVEX_RESTART_SCRIPT " -s -k";
     const char* const arguments[] = {"/bin/sh", "-c", kCommand, nullptr};
-    // The child runs in the agent's memory until execv: it must not return from here.
+    // Hazard: the child shares the agent's memory until execv. It must not return from here.
     const pid_t child = vfork();
     if (child == 0) {
         execv("/bin/sh", const_cast<char* const*>(arguments));

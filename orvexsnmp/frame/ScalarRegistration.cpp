@@ -14,7 +14,7 @@ namespace {
 constexpr std::uint8_t kOff = 0;
 constexpr std::uint8_t kOn = 1;
 
-// What the agent has accepted, for the unloading of the module.
+// What the agent has accepted, kept for UnregisterInstances.
 std::vector<netsnmp_handler_registration*> s_registered;
 
 void EnableRows(const char* namePrefix, bool available) {
@@ -29,7 +29,7 @@ void ApplySensorAvailability() {
     constexpr bool kPresetsAvailable = true;
     int value = 0;
     unsigned char type = 0;
-    // -1 is how the power and voltage services say that they have no reading; to a thermometer it is a temperature.
+    // The power and voltage services return -1 when they have no reading; for a thermometer -1 is a temperature.
     // Fixed: docs/contract.md, minus-1-reading.
     const bool power = OrvexSnmpPower::GetInstance()->GetMibIntData(value, type) != -1 && value != -1;
     value = 0;
@@ -60,11 +60,11 @@ int RegisterScalars() {
 
 int RegisterInstance(const char* name, Netsnmp_Node_Handler* handler, const oid* objectId, std::size_t oidLength,
                      int access) {
-    // As an instance: the agent's scalar helper would append one more sub-identifier to what the table gives.
+    // Registered as an instance: the agent's scalar helper would append one more sub-identifier.
     auto* registration = CreateGuardedRegistration(name, handler, objectId, oidLength, access);
     if (registration == nullptr) return MIB_REGISTRATION_FAILED;
     const int result = netsnmp_register_instance(registration);
-    // A registration that was refused has been freed by the agent.
+    // The agent has already freed a registration that it refused.
     if (result == 0) s_registered.push_back(registration);
     return result;
 }

@@ -7,32 +7,33 @@
 #include "core/NetSnmp.h"
 #include "objects/ScalarCount.h"
 
-/// One scalar object of the module. Managers use exactly the OID that stands here, instance included.
+/// One scalar object of the module. Managers use exactly this OID, instance included.
 struct ScalarRegistration {
     static constexpr std::size_t kNameRoom = 32;
 
     std::uint32_t oidLength;  ///< sub-identifiers, the instance included
     Netsnmp_Node_Handler* handler;
     char name[kNameRoom];             ///< the object's name, NUL-padded
-    std::int32_t registrationResult;  ///< what the agent said, 0 before
+    std::int32_t registrationResult;  ///< the agent's answer; 0 before
     const oid* objectId;
     std::uint8_t enabled;  ///< 1: registered, 0: left out
     std::int32_t access;   ///< HANDLER_CAN_RONLY or HANDLER_CAN_RWRITE
 };
 
-/// The table, in the order of registration: objects.toml's. ApplySensorAvailability and RegisterScalars write into it.
+/// The table, in the order of registration and of objects.toml. ApplySensorAvailability and RegisterScalars write to
+/// it.
 std::array<ScalarRegistration, kScalarCount>& ScalarTable();
 
-/// Switches the sensors' rows on or off by a first reading of each. Agent's thread, once, after the providers exist.
+/// Enables or disables each sensor's row by a first reading. Agent's thread, once, after the providers exist.
 void ApplySensorAvailability();
 
 /// Registers the enabled rows in order; stops at the first that the agent refuses and returns -1, otherwise 0.
 int RegisterScalars();
 
-/// Registers one object at exactly `objectId`. Returns the agent's answer, 0 for success; the module remembers what
-/// was registered for UnregisterInstances. See docs/contract.md, registered-as-instances.
+/// Registers one object at exactly `objectId`. Returns the agent's answer, 0 for success, and remembers the
+/// registration for UnregisterInstances. See docs/contract.md, registered-as-instances.
 int RegisterInstance(const char* name, Netsnmp_Node_Handler* handler, const oid* objectId, std::size_t oidLength,
                      int access);
 
-/// Takes back every registration of RegisterInstance.
+/// Removes every registration of RegisterInstance.
 void UnregisterInstances();

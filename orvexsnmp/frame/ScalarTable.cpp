@@ -16,7 +16,7 @@
 #include "sensors/OrvexSnmpTemp.h"
 #include "sensors/OrvexSnmpVoltage.h"
 
-// What answers a constant.
+// The handlers of the constant objects.
 #include "objects/Constants.inc"
 
 namespace {

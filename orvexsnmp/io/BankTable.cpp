@@ -15,7 +15,7 @@ constexpr std::size_t kRowPlace = 12;
 constexpr auto kFrontHandlerName = "orvexBankTable";
 constexpr auto kTableHandlerName = "table";
 
-// Only here has the agent not looked up a row that it goes on using.
+// In the later phases of a SET the agent keeps a row that it looked up before.
 bool RowsMayChange(int mode) {
     return mode != MODE_SET_RESERVE2 && mode != MODE_SET_ACTION && mode != MODE_SET_COMMIT && mode != MODE_SET_FREE &&
            mode != MODE_SET_UNDO;
@@ -26,12 +26,12 @@ bool NamesColumn(const netsnmp_variable_list& variable) {
            variable.name[kColumnPlace] >= kBankNameColumn && variable.name[kColumnPlace] <= kBankStateColumn;
 }
 
-/// Of a name that names a column. The table's only index is one number behind it.
+/// For a name with a column. The table's only index is the one number after it.
 bool NamesRow(const netsnmp_variable_list& variable) {
     return variable.name_length == kRowPlace + 1;
 }
 
-/// Nothing of the table follows such a name. The agent asks also with names of what lies before the table.
+/// True when nothing of the table follows the name. The agent also asks with names that precede the table.
 bool LiesBehindColumns(const netsnmp_variable_list& variable, const netsnmp_handler_registration& table) {
     if (variable.name_length <= kEntryPlace ||
         snmp_oidtree_compare(variable.name, variable.name_length, table.rootoid, table.rootoid_len) != 0) {
@@ -42,13 +42,13 @@ bool LiesBehindColumns(const netsnmp_variable_list& variable, const netsnmp_hand
     return entry > 1 || (entry == 1 && column > kBankStateColumn);
 }
 
-/// The requests that the agent's table handlers may get. The others are taken out of their list while this object
-/// lives, and answered here as net-snmp 5.9 does it: one name of these would spoil the answers to other names.
-/// SET of no column: every release refuses it, and then goes through a null pointer when that SET is freed.
-/// SET of a column whose index is missing or too long: 5.4 goes through a null pointer at once. Later releases refuse
-/// the whole SET for it and call no handler.
+/// Passes to the agent's table handlers only the requests that they can take. Removes the others from their list while
+/// this object lives, and answers them as net-snmp 5.9 does. One such name would spoil the answers to other names:
+/// SET without a column: every release refuses it, then dereferences a null pointer when it frees that SET.
+/// SET of a column whose index is missing or too long: 5.4 dereferences a null pointer at once. Later releases refuse
+/// the whole SET and call no handler.
 /// GET of a column without an index: 5.4 answers the list's first name with noSuchInstance instead.
-/// GETNEXT of a name behind the table: 5.4 reads a column 0 for it, which is an error to all names.
+/// GETNEXT of a name after the table: 5.4 reads column 0 for it, which fails all names.
 class TableRequests {
 public:
     TableRequests(const netsnmp_handler_registration& table, netsnmp_agent_request_info* info,
@@ -70,7 +70,7 @@ public:
     TableRequests(const TableRequests&) = delete;
     TableRequests& operator=(const TableRequests&) = delete;
 
-    /// Null when there is none.
+    /// Null when no request is left.
     netsnmp_request_info* First() const { return _isSetRefused ? nullptr : _first; }
 
 private:
@@ -89,13 +89,13 @@ private:
         return false;
     }
 
-    // A SET in its first phase; the phase that frees it has the same names.
+    // Only the first phase of a SET refuses; FREE gets the same names again.
     static void Refuse(netsnmp_agent_request_info* info, netsnmp_request_info* request, int setError, int getError) {
         if (info->mode == MODE_SET_RESERVE1) netsnmp_set_request_error(info, request, setError);
         if (info->mode == MODE_GET) netsnmp_set_request_error(info, request, getError);
     }
 
-    std::vector<std::pair<netsnmp_request_info*, netsnmp_request_info*>> _all;  // each with the one behind it
+    std::vector<std::pair<netsnmp_request_info*, netsnmp_request_info*>> _all;  // each with its original next
     netsnmp_request_info* _first = nullptr;
     bool _isSetRefused = false;
 };
@@ -149,7 +149,7 @@ void BankTable::Unregister() {
     RemoveRows();
 #ifdef ORVEX_HAVE_DELETE_TABLE_DATA_SET
     netsnmp_delete_table_data_set(_dataSet);
-#endif  // otherwise each reload leaves an empty data set behind
+#endif  // otherwise each reload leaks an empty data set
     _dataSet = nullptr;
 }
 
@@ -157,8 +157,8 @@ void BankTable::Create() {
     if (_dataSet != nullptr) return;
     _dataSet = netsnmp_create_table_data_set(_name);
     netsnmp_table_dataset_add_index(_dataSet, ASN_INTEGER);
-    // Column, type, writable, default value and its length, for each column, then the end. The function takes a
-    // variable number of arguments: the null pointers and lengths need their types.
+    // For each column: number, type, writable, default value and its length; then the end. The arguments are variadic:
+    // null pointers and lengths need their types.
     netsnmp_table_set_multi_add_default_row(
         _dataSet, static_cast<unsigned>(kBankNameColumn), ASN_OCTET_STR, 0, static_cast<void*>(nullptr), std::size_t{0},
         static_cast<unsigned>(kBankIdColumn), ASN_INTEGER, 0, static_cast<void*>(nullptr), std::size_t{0},
@@ -171,7 +171,7 @@ int BankTable::Register(Netsnmp_Node_Handler* handler, const oid* tableId, std::
     if (registration == nullptr) return MIB_REGISTRATION_FAILED;
     const int result = netsnmp_register_table_data_set(registration, _dataSet, nullptr);
     if (result != 0) return result;
-    // Without the front handler rows would change under the agent's hands: no table then.
+    // Without the front handler rows would change while the agent uses them. So register no table.
     auto* front = netsnmp_create_handler(kFrontHandlerName, &BankTable::FrontHandler);
     if (front == nullptr || netsnmp_inject_handler_before(registration, front, kTableHandlerName) != SNMPERR_SUCCESS) {
         netsnmp_unregister_handler(registration);

@@ -10,7 +10,7 @@
 #include "core/PlatformCall.h"
 #include "tavos/core/Logger.h"
 
-/// The table of all inputs or outputs of all banks, as both providers of this folder have one. Agent's thread only.
+/// The table of all inputs or outputs of all banks. Both providers of this folder have one. Agent's thread only.
 
 /// ((bank, id within the bank), state); row n of the table is the entry n - 1.
 using BankEntry = std::pair<std::pair<std::string, int>, int>;
@@ -18,16 +18,16 @@ using BankList = std::vector<BankEntry>;
 
 enum BankColumn : unsigned { kBankNameColumn = 1, kBankIdColumn = 2, kBankStateColumn = 3, kUnusedColumn = 4 };
 
-/// What a service may name, for a table to take it. No camera comes near it: a service that does says something wrong,
-/// which would otherwise cost the agent its memory, or a call for each row. A SET of a relay asks for every state again
-/// and must end within a request's time.
+/// Limits of what a table accepts from a service. No real camera comes near them. A service above them is faulty and
+/// would cost the agent its memory, or one call for each row. A SET of a relay reads every state again and must end
+/// within a request's time.
 constexpr int kMaxRows = 1024;  ///< of all banks together
 constexpr int kMaxBanks = 100;
 constexpr int kMaxBankName = 255;  ///< octets, as in a DisplayString
 
 constexpr int kOnlyAttempt = 0;  ///< in the log lines
 
-/// False, and one Error line, for a number that a table does not take. `what` is what is counted.
+/// False, with one Error line, for a number above a table's limits. `what` says what the number counts.
 bool IsTaken(const tavos::core::Logger& logger, const char* name, const char* what, long long number, int maxNumber);
 
 /// The same for the names of a service's banks.
@@ -42,9 +42,8 @@ struct BankListLines {
     const char* noState;       ///< Error
 };
 
-/// Each bank's count and each entry's state, every one of them asked for once. What fails is logged and replaced: a
-/// count by that of the bank before, a state by that of the entry before. Nothing, with a line, as soon as a count is
-/// none that a table takes.
+/// Reads each bank's count and each entry's state once. Logs what fails and replaces it: a count by the previous
+/// bank's, a state by the previous entry's. Returns nothing, with a log line, at the first count that a table refuses.
 template <class EntryCount, class State>
 std::optional<BankList> ReadBanks(const tavos::core::Logger& logger, const BankListLines& lines, bool update,
                                   const std::vector<std::string>& banks, EntryCount&& entryCount, State&& getState) {
@@ -69,8 +68,8 @@ std::optional<BankList> ReadBanks(const tavos::core::Logger& logger, const BankL
     return list;
 }
 
-/// Builds the list anew from a service; names that it does not give are replaced by none. With `update` every state is
-/// 0 and not asked for. A list that no table takes is not asked for to its end, and `list` stays as it was.
+/// Rebuilds the list from a service; uses no names when the service gives none. With `update` every state is 0 and no
+/// state is read. Stops reading at the first count that a table refuses, and `list` stays as it was.
 template <class BankNames, class EntryCount, class State>
 void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines, bool update, BankList& list,
                    BankNames&& bankNames, EntryCount&& entryCount, State&& getState) {
@@ -89,12 +88,12 @@ void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines
     logger.Trace("%s: Done.", lines.name);
 }
 
-/// The table as the agent has it: a registered data set whose rows are replaced when the banks change.
+/// The table in the agent: a registered data set whose rows are replaced when the banks change.
 ///
-/// The agent looks a request's row up before the module's handler is called, and keeps it over the phases of a SET.
-/// Rows may therefore only change before that look-up. For this the table puts a handler of its own in front of the
-/// agent's: it calls the owner's BeginTableRequest, which compares the service with the list and may call
-/// ReplaceRows; the owner's handler, called last, then finds Pass() at kBegun or kRefused and does not do so again.
+/// The agent looks up a request's row before it calls the module's handler, and keeps the row over the phases of a SET.
+/// So rows may only change before that look-up. For this the table adds a front handler before the agent's handlers. It
+/// calls the owner's BeginTableRequest, which compares the service with the list and may call ReplaceRows. The owner's
+/// handler comes last, finds Pass() at kBegun or kRefused, and does not begin the request again.
 /// See docs/contract.md, rows-before-look-up.
 class BankTable {
 public:
@@ -127,11 +126,11 @@ public:
     /// Registers the data set for `handler`. Returns the agent's answer, 0 for success.
     int Register(Netsnmp_Node_Handler* handler, const oid* tableId, std::size_t tableIdLength);
 
-    /// Takes the registration back and frees the data set. Create and Register may follow.
+    /// Unregisters and frees the data set. Create and Register may follow.
     void Unregister();
 
-    /// Serves the list's entries from now on; an empty list as one row without values. During the later phases of a
-    /// SET the rows are replaced at the next request instead. `list` must live as long as the table.
+    /// Serves the list's entries from now on; an empty list as one row without values. In the later phases of a SET the
+    /// rows are replaced at the next request instead. `list` must live as long as the table.
     void ReplaceRows(const BankList& list);
 
     PassState Pass() const { return _pass; }
@@ -151,7 +150,7 @@ private:
     netsnmp_handler_registration* _registration = nullptr;
     PassState _pass = PassState::kOutside;
     bool _rowsInUse = false;                 ///< the agent holds rows of a SET
-    const BankList* _waitingRows = nullptr;  ///< to be served once it no longer does
+    const BankList* _waitingRows = nullptr;  ///< served once the agent no longer holds rows
 };
 
 /// The row that a request's name asks for, 1 and up, or 0 when the name has none.
@@ -171,8 +170,8 @@ struct BankCountLines {
     const char* update;
 };
 
-/// Compares the service's count with the list and has the table rebuilt where they differ. A count that cannot be
-/// read, or that no table takes, changes nothing. `getCount` is the provider's wrapper.
+/// Compares the service's count with the list and rebuilds the table when they differ. A count that cannot be read, or
+/// that a table refuses, changes nothing. `getCount` is the provider's wrapper.
 template <class GetCount, class Rebuild>
 void FollowService(const tavos::core::Logger& logger, const BankCountLines& lines, const BankList& list,
                    GetCount&& getCount, Rebuild&& rebuild) {

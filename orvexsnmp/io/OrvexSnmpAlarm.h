@@ -12,11 +12,11 @@
 /// bit 0 is input 0 of the bank "BNK2". Agent's thread only.
 class OrvexSnmpAlarm final : public OrvexSnmpBaseProvider<OrvexSnmpAlarm>, private BankTable::Owner {
 public:
-    /// Throws what the making of the client throws.
+    /// Throws what CreateClient throws.
     explicit OrvexSnmpAlarm(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpAlarm() override = default;
 
-    // The service's operations. 0, or -1 for a call that failed; outputs are written on success only.
+    // The service's operations. Return 0, or -1 for a call that failed; set outputs on success only.
     int GetAlarmCount(int& count) const;
     int GetAlarmState(const std::string& bank, int alarmId, bool& state) const;
 
@@ -24,14 +24,14 @@ public:
     /// The table's rows, in row order.
     BankList* GetAlarmTableVar() { return &_list; }
 
-    /// Builds the list anew from the service; with `update` all states are 0.
+    /// Rebuilds the list from the service; with `update` all states are 0.
     void CreateAlarmTable(bool update);
 
-    /// Builds the list and the table's rows anew and, the first time, registers the table. 0, or -1 when the agent
-    /// refuses the registration.
+    /// Rebuilds the list and the table's rows; the first call registers the table. 0, or -1 when the agent refuses the
+    /// registration.
     int init_alarmTable(bool update);
 
-    /// Takes the table's registration back; the next init_alarmTable registers it again.
+    /// Unregisters the table; the next init_alarmTable registers it again.
     void UnregisterTable();
 
     static Netsnmp_Node_Handler handle_alarmStates;
@@ -46,5 +46,5 @@ private:
     BankList _list;
     BankTable _table;
     bool _firstTime = true;
-    std::uint8_t _inputStatus = 0;  ///< the last that could be read
+    std::uint8_t _inputStatus = 0;  ///< the last value that could be read
 };

@@ -9,11 +9,11 @@
 /// NTCIP 1205 alarmStatus: bit 4, the pressure alarm, is alarm input 0 of the bank "BNK2". Agent's thread only.
 class OrvexSnmpPressure final : public OrvexSnmpBaseProvider<OrvexSnmpPressure> {
 public:
-    /// Throws what the making of the client throws.
+    /// Throws what CreateClient throws.
     explicit OrvexSnmpPressure(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpPressure() override = default;
 
-    /// 0, or -1 for a call that failed, with `state` left alone.
+    /// 0, or -1 for a call that failed; `state` then stays unchanged.
     int GetAlarmState(bool& state) const;
 
     // The handlers of its objects.

@@ -10,7 +10,7 @@ namespace {
 const std::string kBank = "BNK2";
 constexpr int kRelay = 0;
 constexpr std::uint8_t kOutputStatus1 = 0x01;
-constexpr std::uint8_t kControlSelect = 0x01;    // outputControl, octet 0: relay 0 is meant
+constexpr std::uint8_t kControlSelect = 0x01;    // outputControl, octet 0: selects relay 0
 constexpr std::uint8_t kControlEnergise = 0x80;  // outputControl, octet 1: its new state
 constexpr int kEnergise = 1;                     // fixed: docs/contract.md, relay-only-1
 
@@ -32,15 +32,15 @@ constexpr BankCountLines kCountLines = {
     "%s: Updating relayTable...",
 };
 
-// The row that the SET in hand addresses, one only. Fixed: docs/contract.md, relay-last-row.
+// The row of the current SET, one only. Fixed: docs/contract.md, relay-last-row.
 struct PendingRelaySet {
     std::string bank;
     int relayId = 0;
     int oldState = 0;
     int newValue = 0;
-    unsigned long row = 0;                // whose relay was read in RESERVE2 of this SET; 0 is none
-    bool hasValue = false;                // of that row, taken in ACTION of this SET
-    std::vector<unsigned long> promised;  // rows that RESERVE1 of this SET has found
+    unsigned long row = 0;                // RESERVE2 of this SET read this row's relay; 0 is none
+    bool hasValue = false;                // ACTION of this SET read a value for that row
+    std::vector<unsigned long> promised;  // rows that RESERVE1 of this SET found
 };
 
 PendingRelaySet s_pending;
@@ -101,7 +101,7 @@ int OrvexSnmpRelay::init_relayTable(bool update) {
     _logger->Information("%s: Enter. update=%d\n", kName, update ? 1 : 0);
     CreateRelayTable(update);
     if (update) _logger->Information("%s: deleting table to make new one", kName);
-    // At the start the table is the constructor's.
+    // The constructor has already built the table of the start.
     if (update || !_table.IsCreated()) _logger->Information("%s: making new relay table", kName);
     _table.Create();
     if (_firstTime) {
@@ -143,12 +143,13 @@ int OrvexSnmpRelay::Drive(const char* name, const std::string& bank, int relayId
     return result;
 }
 
-// The one rule for a row that the list does not have: no SET succeeds for a relay that was not driven. A request whose
-// row the agent has not found either is skipped without an error: the agent has refused it. A row that the agent still
-// has, after a refresh has failed, is refused in RESERVE1 as the agent refuses one that it has not. A row that RESERVE1
-// has found and that is away in a later phase, when list and service change under the SET, fails that phase, before
-// COMMIT with nothing driven. That it is back by then does not help: whether it is the same relay's nobody knows (see
-// CommitRow). Returns the SNMP error, or SNMP_ERR_NOERROR for a request to skip.
+// The one rule for a row that the list does not have: no SET succeeds unless its relay was driven.
+// If the agent has not found the row either, it has refused the request: skip it without an error.
+// If the agent still has the row after a failed refresh, RESERVE1 refuses it as the agent refuses unknown rows.
+// If list and service change during the SET, a row found in RESERVE1 can be missing in a later phase: that phase fails.
+// Before COMMIT nothing was driven. The SET fails even when the row comes back: it may be another relay's (see
+// CommitRow).
+// Returns the SNMP error, or SNMP_ERR_NOERROR for a request to skip.
 int OrvexSnmpRelay::RefusalOfMissingRow(const netsnmp_agent_request_info* info, netsnmp_request_info* request) {
     switch (info->mode) {
         case MODE_SET_RESERVE1:
@@ -166,8 +167,8 @@ int OrvexSnmpRelay::RefusalOfMissingRow(const netsnmp_agent_request_info* info, 
     }
 }
 
-// The refreshed list may be shorter than the one in which the row was found, or empty where the service has failed.
-// Such a SET must not go on: it would drive the relay of an earlier one. See docs/contract.md, relay-guard.
+// The refreshed list may be shorter than the one in which the row was found, or empty when the service failed. Such a
+// SET must stop: it would drive the relay of an earlier SET. See docs/contract.md, relay-guard.
 int OrvexSnmpRelay::RememberRow(netsnmp_agent_request_info* info, netsnmp_request_info* request) {
     // Fixed: docs/contract.md, relay-set-asks-all.
     CreateRelayTable(false);
@@ -185,7 +186,7 @@ int OrvexSnmpRelay::RememberRow(netsnmp_agent_request_info* info, netsnmp_reques
 
 int OrvexSnmpRelay::CommitRow(netsnmp_request_info* request) const {
     _logger->Information("%s: newRelayState in MODE_SET_COMMIT is %d", kTableHandler, s_pending.newValue);
-    // A row that was away in RESERVE2 or in ACTION: relay or value would be those of another row or an earlier SET.
+    // The row was missing in RESERVE2 or ACTION: relay or value would be those of another row or an earlier SET.
     if (s_pending.row == 0 || !s_pending.hasValue) return SNMP_ERR_GENERR;
     if (Drive(kTableHandler, s_pending.bank, s_pending.relayId, s_pending.newValue == kEnergise) == -1) {
         return SNMP_ERR_GENERR;
@@ -242,7 +243,7 @@ int OrvexSnmpRelay::handle_relayStates(netsnmp_mib_handler*, netsnmp_handler_reg
 
 int OrvexSnmpRelay::HandleRequests(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     for (auto* request = requests; request != nullptr; request = request->next) {
-        // Reads that the agent has answered already: a GETNEXT past the last row.
+        // Skips reads that the agent has already answered: a GETNEXT past the last row.
         if (request->processed && IsReadMode(info)) continue;
         _logger->Information("%s: relayNumber is %d, col no is %d", kTableHandler,
                              static_cast<int>(RequestedRow(*request)), static_cast<int>(RequestedColumn(*request)));

@@ -14,11 +14,11 @@
 /// relays, and NTCIP 1205 outputStatus and outputControl for relay 0 of the bank "BNK2". Agent's thread only.
 class OrvexSnmpRelay final : public OrvexSnmpBaseProvider<OrvexSnmpRelay>, private BankTable::Owner {
 public:
-    /// Throws what the making of the client throws.
+    /// Throws what CreateClient throws.
     explicit OrvexSnmpRelay(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpRelay() override = default;
 
-    // The service's operations. 0, or -1 for a call that failed; outputs are written on success only.
+    // The service's operations. Return 0, or -1 for a call that failed; set outputs on success only.
     int GetRelayCount(int& count) const;
     int GetRelayState(const std::string& bank, int relayId, bool& state) const;
     int SetRelay(const std::string& bank, int relayId, int value) const;
@@ -28,14 +28,14 @@ public:
     /// The table's rows, in row order.
     BankList* GetRelayTableVar() { return &_list; }
 
-    /// Builds the list anew from the service; with `update` all states are 0. The table's rows stay as they are.
+    /// Rebuilds the list from the service; with `update` all states are 0. The table's rows stay as they are.
     void CreateRelayTable(bool update);
 
-    /// Builds the list and the table's rows anew and, the first time, registers the table. 0, or -1 when the agent
-    /// refuses the registration.
+    /// Rebuilds the list and the table's rows; the first call registers the table. 0, or -1 when the agent refuses the
+    /// registration.
     int init_relayTable(bool update);
 
-    /// Takes the table's registration back; the next init_relayTable registers it again.
+    /// Unregisters the table; the next init_relayTable registers it again.
     void UnregisterTable();
 
     static Netsnmp_Node_Handler handle_relayStates;
@@ -58,6 +58,6 @@ private:
     BankTable _table;
     bool _firstTime = true;
     std::array<std::uint8_t, 2> _committedControl{};  ///< outputControl as of the last commit
-    std::array<std::uint8_t, 2> _control{};           ///< outputControl of the request in hand
-    std::uint8_t _outputStatus = 0;                   ///< the last that could be read
+    std::array<std::uint8_t, 2> _control{};           ///< outputControl of the current request
+    std::uint8_t _outputStatus = 0;                   ///< the last value that could be read
 };

@@ -17,12 +17,12 @@ struct PositionCommand;
 /// NTCIP focus positions: 0 to 65535 for 0.0 to 100.0 percent.
 class OrvexSnmpFocus final : public OrvexSnmpBaseProvider<OrvexSnmpFocus> {
 public:
-    /// Throws what the making of a client throws.
+    /// Throws what CreateClient throws.
     explicit OrvexSnmpFocus(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpFocus() override;
 
     // Fixed: docs/contract.md, unused-operations.
-    // The services' operations. 0, or -1 for a call that failed; outputs are written on success only.
+    // The services' operations. Return 0, or -1 for a call that failed; set outputs on success only.
     int SetAutoIrisEnabled(bool enabled) const;
     int GetAutoIrisEnabled(bool& enabled) const;
     int SetAutoFocusEnabled(bool enabled) const;   ///< on the focus service and in the settings store
@@ -55,6 +55,6 @@ private:
     std::uint32_t _lastFocus = 0;
     std::array<std::uint8_t, 2> _lastControl{};
     std::uint8_t _equipped;
-    /// The store itself is what a const wrapper changes.
+    /// Mutable: const wrappers change the settings store.
     mutable tavos::settings::TavosSettingsClient _settings;
 };

@@ -13,7 +13,7 @@ struct PositionCommand;
 /// Agent's thread only.
 class OrvexSnmpIris final : public OrvexSnmpBaseProvider<OrvexSnmpIris> {
 public:
-    /// Throws what the making of the client throws.
+    /// Throws what CreateClient throws.
     explicit OrvexSnmpIris(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpIris() override = default;
 

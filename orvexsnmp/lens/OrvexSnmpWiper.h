@@ -8,11 +8,11 @@
 #include "tavos/interfaces/IFanV2Provider.h"
 #include "tavos/msgbus/MsgBus.h"
 
-/// The NTCIP 1205 camera feature objects (wiper and the like): what managers write is remembered and answered;
-/// nothing on the camera is driven. Agent's thread only.
+/// The NTCIP 1205 camera feature objects (wiper and the like). They store and answer what managers write; they drive
+/// nothing on the camera. Agent's thread only.
 class OrvexSnmpWiper final : public OrvexSnmpBaseProvider<OrvexSnmpWiper> {
 public:
-    /// Throws what the making of the client throws.
+    /// Throws what CreateClient throws.
     explicit OrvexSnmpWiper(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpWiper() override = default;
 

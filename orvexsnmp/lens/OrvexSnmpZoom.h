@@ -10,14 +10,14 @@
 struct PositionCommand;
 
 /// The NTCIP 1205 zoom objects, on the platform's zoom service. Agent's thread only.
-/// NTCIP zoom positions: 0 (1.0x) to 65535 (the service's present maximum); magnifications are in thousandths.
+/// NTCIP zoom positions: 0 (1.0x) to 65535 (the service's current maximum). Magnifications: thousandths.
 class OrvexSnmpZoom final : public OrvexSnmpBaseProvider<OrvexSnmpZoom> {
 public:
-    /// Throws what the making of the client throws.
+    /// Throws what CreateClient throws.
     explicit OrvexSnmpZoom(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpZoom() override = default;
 
-    // The service's operations. 0, or -1 for a call that failed; outputs are written on success only.
+    // The service's operations. Return 0, or -1 for a call that failed; set outputs on success only.
     int SetMagnificationThousandthsX(unsigned int magnification) const;
     // Fixed: docs/contract.md, unused-operations.
     int SetMaxMagnificationThousandthsX(unsigned int magnification) const;

@@ -6,9 +6,9 @@
 
 namespace {
 
-constexpr std::int32_t kNoNorth = 65535;  // NTCIP 1205: the offset is not known
+constexpr std::int32_t kNoNorth = 65535;  // NTCIP 1205: the offset is unknown
 
-// Remembered and answered, without any effect on the pan.
+// Stored and answered; the pan does not use it.
 std::int32_t s_trueNorthOffset = kNoNorth;
 
 constexpr AxisLines kLines = {
@@ -23,7 +23,7 @@ constexpr AxisLines kLines = {
     "%s: continuous pan=%d, speed=%d",
 };
 
-// Modulo 2^32, as the steps of a delta are reckoned: a service's position may be any 32 bits.
+// Modulo 2^32, like the steps of a delta: a service's position may be any 32 bits.
 int PlatformPosition(int position) {
     return static_cast<int>(static_cast<unsigned>(position) * kPlatformUnits);
 }

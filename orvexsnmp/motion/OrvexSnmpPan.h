@@ -11,7 +11,7 @@
 /// NTCIP positions: 0 to 35999, hundredths of a degree; NTCIP speeds: -127 to 127.
 class OrvexSnmpPan final : public OrvexSnmpBaseProvider<OrvexSnmpPan> {
 public:
-    /// Throws what the making of the client throws.
+    /// Throws what CreateClient throws.
     explicit OrvexSnmpPan(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpPan() override = default;
 
@@ -19,7 +19,7 @@ public:
     int GetLastPan() const { return static_cast<int>(_lastPan); }
     void SetLastPan(int last) { _lastPan = static_cast<std::uint32_t>(last); }
 
-    // The service's operations. 0, or -1 for a call that failed or was refused; outputs are written on success only.
+    // The service's operations. Return 0, or -1 for a call that failed or was refused; set outputs on success only.
     int SetPosition(int position) const;
     int SetPositionAtSpeed(int position, int speed) const;
     int GetPosition(unsigned int& position) const;  ///< platform units

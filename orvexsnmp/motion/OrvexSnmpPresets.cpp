@@ -6,7 +6,7 @@
 
 namespace {
 
-// What the two objects answer. No SET changes them.
+// The answers of the two objects. No SET changes them.
 constexpr std::int32_t kGotoValue = 0;
 constexpr std::int32_t kStoreValue = 0;
 

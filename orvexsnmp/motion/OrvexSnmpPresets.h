@@ -7,15 +7,14 @@
 #include "tavos/interfaces/IPresetsV2Provider.h"
 #include "tavos/msgbus/MsgBus.h"
 
-/// The NTCIP 1205 preset objects. They are answered, not acted on: a SET moves nothing and stores nothing. Agent's
-/// thread only.
+/// The NTCIP 1205 preset objects. A SET moves nothing and stores nothing. Agent's thread only.
 class OrvexSnmpPresets final : public OrvexSnmpBaseProvider<OrvexSnmpPresets> {
 public:
-    /// Throws what the making of a client throws.
+    /// Throws what CreateClient throws.
     explicit OrvexSnmpPresets(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpPresets() override;
 
-    /// How many presets the camera has. 0, or -1 for a call that failed, with `count` left alone.
+    /// The camera's number of presets. 0, or -1 for a call that failed; `count` then stays unchanged.
     int GetMaxPresets(unsigned int& count) const;
 
     // The handlers of its objects.

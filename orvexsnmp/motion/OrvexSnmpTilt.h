@@ -11,7 +11,7 @@
 /// NTCIP positions: 0 to 35999, hundredths of a degree on a circle; the platform's are signed angles.
 class OrvexSnmpTilt final : public OrvexSnmpBaseProvider<OrvexSnmpTilt> {
 public:
-    /// Throws what the making of the client throws.
+    /// Throws what CreateClient throws.
     explicit OrvexSnmpTilt(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpTilt() override = default;
 
@@ -19,7 +19,7 @@ public:
     int GetLastTilt() const { return static_cast<int>(_lastTilt); }
     void SetLastTilt(int last) { _lastTilt = static_cast<std::uint32_t>(last); }
 
-    // The service's operations. 0, or -1 for a call that failed or was refused; outputs are written on success only.
+    // The service's operations. Return 0, or -1 for a call that failed or was refused; set outputs on success only.
     int SetPosition(int position) const;
     int SetPositionAtSpeed(int position, int speed) const;
     int GetPosition(unsigned int& position) const;  ///< platform units, the 32 bits of a signed angle
@@ -34,8 +34,8 @@ public:
 #include "objects/OrvexSnmpTilt.inc"
 
 private:
-    /// The platform position of an NTCIP position, by quadrant. False, with an Error line, above 35999; negative
-    /// positions are let through.
+    /// The platform position of an NTCIP position, by quadrant. Returns false, with an Error line, above 35999. Does
+    /// not check negative positions.
     bool MapPosition(const char* name, int position, int& tavosPosition) const;
 
     std::unique_ptr<tavos::interfaces::IAxisProvider> _client;

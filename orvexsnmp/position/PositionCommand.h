@@ -34,8 +34,8 @@ constexpr int kPlatformUnits = 10;
 /// False, with an Information line, for the speed -128.
 bool SpeedInRange(const tavos::core::Logger& logger, const char* name, int speed);
 
-/// The speed rule of the pan and tilt wrappers: the NTCIP speed as a fraction of the axis's greatest speed. False,
-/// with `tavosSpeed` left alone, for a speed that is out of range.
+/// The speed rule of the pan and tilt wrappers: converts the NTCIP speed to a fraction of the axis's max. speed.
+/// Returns false for a speed out of range; `tavosSpeed` then stays unchanged.
 bool ScaleSpeed(const tavos::core::Logger& logger, const char* name, int speed, double& tavosSpeed);
 
 /// The stop of every axis: a speed other than 0 is refused with the Error line `speedLine` and SNMP_ERR_GENERR,
@@ -96,8 +96,8 @@ struct AxisLines {
     const char* continuous;     ///< mode, speed
 };
 
-/// A delta's target, from a platform position and a step in NTCIP units, in unsigned 32-bit arithmetic. A turn is
-/// taken off once, whatever is left: a step backwards across 0 stays below zero.
+/// A delta's target, from a platform position and a step in NTCIP units, in unsigned 32-bit arithmetic. Subtracts at
+/// most one turn: a step backwards across 0 stays below zero.
 template <class Axis>
 int DeltaTarget(const Axis& axis, const AxisLines& lines, const PositionCommand& command, unsigned current) {
     const unsigned base = current / kPlatformUnits;
@@ -110,8 +110,8 @@ int DeltaTarget(const Axis& axis, const AxisLines& lines, const PositionCommand&
     return static_cast<int>(target > kMaxAngle ? target - kTurn : target);
 }
 
-/// What pan and tilt do with a command, through the axis's wrappers, whose failures do not fail the SET. Returns an
-/// SNMP error. The modes 4 to 255 are left to the caller: false in `known`.
+/// What pan and tilt do with a command, through the axis's wrappers. A failed wrapper does not fail the SET. Returns an
+/// SNMP error. Leaves the modes 4 to 255 to the caller: sets `known` to false.
 template <class Axis>
 int CommitAxisCommand(const Axis& axis, const AxisLines& lines, const PositionCommand& command, bool& known) {
     const auto& logger = axis.GetLogger();

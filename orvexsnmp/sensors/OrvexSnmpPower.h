@@ -9,15 +9,15 @@
 /// The power status code of the power service, an INTEGER.
 class OrvexSnmpPower final : public OrvexSnmpBaseProvider<OrvexSnmpPower> {
 public:
-    /// Subscribes to the service's changes. Throws what the making of the client throws.
+    /// Subscribes to the service's changes. Throws what CreateClient throws.
     explicit OrvexSnmpPower(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpPower() override = default;
 
-    /// Agent's thread. Always sets `type`, the SNMP type of the object. Asks the service; 0, or -1 for a call that
-    /// failed, with `value` left alone.
+    /// Agent's thread. Always sets `type`, the SNMP type of the object. Calls the service. 0, or -1 for a call that
+    /// failed; `value` then stays unchanged.
     int GetMibIntData(int& value, unsigned char& type) const;
 
-    /// The bus's event thread: a change becomes a trap.
+    /// The bus's event thread: sends a change as a trap.
     void SendPowerTrap(int status);
 
 private:

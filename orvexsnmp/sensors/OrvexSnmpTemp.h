@@ -6,18 +6,18 @@
 #include "tavos/interfaces/ITemperatureV2Provider.h"
 #include "tavos/msgbus/MsgBus.h"
 
-/// The temperature of sensor 0, degrees Celsius: a signed reading, served as a Gauge32 of its 32 bits.
+/// The temperature of sensor 0 in degrees Celsius: a signed reading, served as the Gauge32 of the same 32 bits.
 class OrvexSnmpTemp final : public OrvexSnmpBaseProvider<OrvexSnmpTemp> {
 public:
-    /// Subscribes to the service's changes. Throws what the making of the client throws.
+    /// Subscribes to the service's changes. Throws what CreateClient throws.
     explicit OrvexSnmpTemp(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpTemp() override = default;
 
-    /// Agent's thread. Always sets `type`, the SNMP type of the object. Asks the service; 0, or -1 for a call that
-    /// failed, with `value` left alone.
+    /// Agent's thread. Always sets `type`, the SNMP type of the object. Calls the service. 0, or -1 for a call that
+    /// failed; `value` then stays unchanged.
     int GetMibIntData(int& value, unsigned char& type) const;
 
-    /// The bus's event thread: a change becomes a trap.
+    /// The bus's event thread: sends a change as a trap.
     void SendTemperatureTrap(int sensor, int degrees);
 
 private:

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Makes from objects.toml what else names the scalar objects.
+"""Generates the code, the MIBs and the page of the scalar objects from objects.toml.
 
 objects.py code FOLDER          the C++ that core/, frame/ and the providers include
 objects.py mib TEMPLATE OUTPUT  a MIB: fills the template's lines "@OBJECTS SECTION...@" and "@VARIATIONS SECTION...@",
                                 and "@MEMBERS SECTION...@" within a line
-objects.py page PAGE            writes the rows of docs/objects.md anew, below each "<!-- objects.toml: SECTION... -->"
+objects.py page PAGE            rewrites the rows of docs/objects.md below each "<!-- objects.toml: SECTION... -->"
 
-A file that is right already is left untouched, so that a build compiles nothing anew.
+Does not touch a file whose content is already right, so that a build compiles nothing again.
 """
 
 import dataclasses
@@ -29,7 +29,7 @@ PARAMETERS = """(netsnmp_mib_handler*, netsnmp_handler_registration*,
 
 @dataclasses.dataclass
 class Object:
-    """A row: what it says itself, then what its section says. objects.toml explains the attributes."""
+    """A row: its attributes, then its section's. objects.toml explains the attributes."""
 
     name: str
     oid: str
@@ -74,7 +74,7 @@ class Object:
         return f"oid OrvexSnmpOid::oid_{self.name}[{len(parts)}]", ", ".join(parts)
 
     def handler_name(self):
-        """As it is called outside its class."""
+        """Its name outside its class."""
         return self.handler or (f"{self.provider}::" if self.provider else "") + f"handle_{self.name}"
 
     def row(self):
@@ -108,7 +108,7 @@ class Object:
                f"    ::= {{ {self.node} {self.oid.split('.')[-2]} }}\n"
 
     def mib_variation(self):
-        """What the capabilities say of it, empty for nothing."""
+        """What the capabilities say about it; empty for nothing."""
         clauses = self.variation
         if clauses is None and self.is_number:
             named = self.syntax.startswith("INTEGER")
@@ -139,7 +139,7 @@ def refuse(name, why):
 def made(name, attributes):
     try:
         return Object(name, **attributes)
-    except TypeError as error:  # an attribute that is missing or that there is not
+    except TypeError as error:  # a missing or an unknown attribute
         return refuse(name, str(error).removeprefix("Object.__init__() "))
 
 

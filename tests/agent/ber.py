@@ -1,4 +1,4 @@
-"""SNMP messages octet by octet: enough BER to ask an agent anything, well-formed values or not."""
+"""SNMP messages octet by octet: enough BER to ask an agent anything, with well-formed values or others."""
 
 import itertools
 import socket
@@ -49,7 +49,7 @@ def oid_text(octets):
 
 
 def split(octets):
-    """The (tag, content) pairs that stand one after the other in `octets`."""
+    """The consecutive (tag, content) pairs in `octets`."""
     pairs = []
     while octets:
         tag, length, start = octets[0], octets[1], 2
@@ -64,14 +64,14 @@ def split(octets):
 
 
 class Binding:
-    """One variable: its name as dotted text, its type's tag and its value's octets as they stood in the message."""
+    """One variable: its name as dotted text, its type's tag and its value's octets as in the message."""
 
     def __init__(self, oid, tag, octets):
         self.oid, self.tag, self.octets = oid, tag, octets
 
     @property
     def value(self):
-        """An int, dotted text, None or bytes, as the type has it."""
+        """An int, dotted text, None or bytes, depending on the type."""
         if self.tag in (INTEGER, COUNTER32, GAUGE32, TIMETICKS, COUNTER64):
             return int.from_bytes(self.octets, "big", signed=True)
         if self.tag == OID:
@@ -85,8 +85,8 @@ class Binding:
 
 
 class Message:
-    """A decoded message; one of SNMPv3 must not be encrypted, and has an engine instead of a community. For a GETBULK,
-    error_status and error_index are its two counts."""
+    """A decoded message. An SNMPv3 message must not be encrypted; it has an engine instead of a community. For a
+    GETBULK, error_status and error_index are its two counts."""
 
     def __init__(self, octets):
         ((_, message),) = split(octets)
@@ -118,8 +118,8 @@ def encode(pdu, bindings, community="public", status=0, index=0, request_id=None
 
 
 class Manager:
-    """One end of a conversation with an agent on loopback. Nothing is sent twice: a request that gets no answer
-    within `timeout` seconds raises socket.timeout."""
+    """One end of a conversation with an agent on loopback. Never retries: a request without an answer within `timeout`
+    seconds raises socket.timeout."""
 
     def __init__(self, port, timeout=5.0):
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
@@ -130,7 +130,7 @@ class Manager:
         self._socket.close()
 
     def exchange(self, octets):
-        """Sends a message and returns its answer's Message."""
+        """Sends a message and returns the answer's Message."""
         sent = Message(octets).request_id
         self._socket.send(octets)
         while True:

@@ -1,8 +1,8 @@
-"""What the dome's services were called for, in a form that a table of cases can hold."""
+"""The calls that the dome's services received, as text for a table of cases."""
 
 
 def calls(desk, *services):
-    """ "SERVICE CALL ARGUMENT ..." for each call received, of the services named or of all."""
+    """ "SERVICE CALL ARGUMENT ..." for each call received, of the given services or of all."""
     return [
         " ".join([call["service"], call["call"], *(_text(argument) for argument in call["args"])])
         for call in desk.calls()

@@ -11,7 +11,7 @@ from tools import Tools  # noqa: E402
 
 @pytest.fixture
 def desk():
-    """A desk camera of the test's own, with nothing started yet."""
+    """A desk camera of this test, not started yet."""
     with desks.Desk() as desk:
         yield desk
 
@@ -26,7 +26,7 @@ def running():
 
 @pytest.fixture
 def camera(running):
-    """The file's running desk camera, its call log empty."""
+    """The file's running desk camera with an empty call log."""
     running.clear_calls()
     return running
 

@@ -1,4 +1,4 @@
-"""A desk camera for one test: a bus, a dome and an agent of its own, in a folder of its own, on ports of its own."""
+"""A desk camera for one test: its bus, dome and agent in a temporary folder, on free ports."""
 
 import json
 import os
@@ -19,23 +19,23 @@ BUILD = pathlib.Path(os.environ.get("ORVEX_BUILD", ROOT / "build" / "desk")).res
 MODULE = BUILD / "lib" / "orvexsnmp.so"
 SYS_UP_TIME = "1.3.6.1.2.1.1.3.0"
 SNMPD = os.environ.get("ORVEX_SNMPD", "/usr/sbin/snmpd")  # tests/compat/agents names others
-# As ./run and the units start it: without SMUX, the agent listens on no TCP port.
+# As ./run and the units start it. Without SMUX the agent listens on no TCP port.
 AGENT_PARTS = ["-I", "-smux,mteTrigger,mteTriggerConf"]
 
 
 def snmpd_version():
-    """As numbers: (5, 9, 3)."""
+    """As a tuple of numbers: (5, 9, 3)."""
     said = subprocess.run([SNMPD, "-v"], capture_output=True, text=True, check=True).stdout
     return tuple(int(number) for number in re.search(r"version: +([\d.]+\d)", said)[1].split("."))
 
 
 AGENT = snmpd_version()
-# What others do themselves before 5.9 (5.4.2 and 5.7.3 were tried): a NULL in a SET reaches the handlers.
+# Agents before 5.9 differ (tried: 5.4.2 and 5.7.3): a NULL in a SET reaches the handlers.
 AGENT_REFUSES_NULL = AGENT >= (5, 9)
 
 
 def await_until(condition, what, seconds=15.0):
-    """Polls until `condition()` is true and returns what it returned; fails after `seconds`."""
+    """Polls until `condition()` is true and returns its value; fails after `seconds`."""
     deadline = time.monotonic() + seconds
     while True:
         result = condition()
@@ -46,7 +46,7 @@ def await_until(condition, what, seconds=15.0):
 
 
 def free_udp_port():
-    """A port that nobody has, below those that the kernel gives to clients."""
+    """A free port, below those that the kernel gives to clients."""
     while True:
         port = random.randint(20000, 32000)
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
@@ -58,23 +58,22 @@ def free_udp_port():
 
 
 def sanitizer_runtime():
-    """What to put before a stock program that loads a module built with sanitizers; nothing for other builds."""
+    """The LD_PRELOAD for a stock program that loads a module built with sanitizers; nothing for other builds."""
     needed = subprocess.run(["ldd", MODULE], capture_output=True, text=True, check=True).stdout
     paths = [line.split()[2] for line in needed.splitlines() if "/libasan." in line or "/libstdc++." in line]
-    # The runtime looks for the C++ library's throw when the program starts; a program in C has none of its own.
+    # The runtime looks for the C++ library's throw when the program starts, and a C program has none.
     return " ".join(sorted(paths)) if any("/libasan." in path for path in paths) else ""
 
 
 class Desk:
-    """Made but not started: settings, versions and configurations are there and can be changed before start(). A `with`
-    closes it."""
+    """Created but not started: change settings, versions and configurations before start(). A `with` closes it."""
 
     def __init__(self):
         self.state = pathlib.Path(tempfile.mkdtemp(prefix="orvex-"))
         self.port, self.trap_port = free_udp_port(), free_udp_port()
         command = [ROOT / "scripts" / "prepare-state", BUILD, self.state, str(self.port), str(self.trap_port)]
         subprocess.run(command, check=True)
-        # The tools say so when they make it, which older agents leave to them.
+        # Otherwise a tool of an older net-snmp creates it and prints a message.
         (self.state / "snmp" / "cert_indexes").mkdir()
         self.environment = dict(
             os.environ,
@@ -83,7 +82,7 @@ class Desk:
             PATH=f"{BUILD}/bin:{os.environ['PATH']}",
             MIBS="",
             SNMP_PERSISTENT_DIR=f"{self.state}/snmp",
-            # The agent itself never frees what it keeps to its end.
+            # The agent never frees some memory that it keeps until its end.
             ASAN_OPTIONS="detect_leaks=0:abort_on_error=1:log_path=stderr",
             UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1",
         )
@@ -125,11 +124,11 @@ class Desk:
         return [SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", *AGENT_PARTS, "-A", "-Lf", self.state / "agent.log"]
 
     def output(self, name):
-        """What the process has written to its standard output; the module logs to the agent's."""
+        """The process's standard output; the module logs to the agent's."""
         return (self.state / f"{name}.out").read_text(errors="replace")
 
     def log(self, name):
-        """What the process has written to its standard error and, for the agent, to its own log."""
+        """The process's standard error and, for the agent, its log file."""
         return (self.state / f"{name}.log").read_text(errors="replace")
 
     def alive(self, name):
@@ -148,7 +147,7 @@ class Desk:
         return done.stdout
 
     def settings(self, *words, text=None):
-        """Runs tavos-settings on the desk's store; what it prints."""
+        """Runs tavos-settings on the desk's store; returns its output."""
         command = [BUILD / "bin" / "tavos-settings", *map(str, words)]
         return subprocess.run(command, env=self.environment, input=text, stdout=subprocess.PIPE, text=True, timeout=20,
                               check=True).stdout
@@ -164,7 +163,7 @@ class Desk:
         self.domectl("calls", "--clear")
 
     def end(self, name):
-        """Ends one process, by SIGTERM, and returns its exit status."""
+        """Ends one process by SIGTERM and returns its exit status."""
         process = self.processes.pop(name)
         if process.poll() is None:
             process.terminate()
@@ -176,7 +175,7 @@ class Desk:
             raise AssertionError(f"the {name} does not end by itself")
 
     def close(self):
-        """Ends whatever runs, the last started first, removes the folder, and fails for a bad end."""
+        """Ends all running processes, the last started first, removes the folder, and fails if one ended badly."""
         faults = []
         for name in reversed(list(self.processes)):
             try:
@@ -194,7 +193,7 @@ class Desk:
 
     def _launch(self, name, command, environment=None):
         with open(self.state / f"{name}.out", "wb"), open(self.state / f"{name}.log", "wb"):
-            pass  # empty, whatever an earlier process wrote
+            pass  # ignore what an earlier process wrote
         with open(self.state / f"{name}.out", "ab") as out, open(self.state / f"{name}.log", "ab") as log:
             self.processes[name] = subprocess.Popen(
                 ["setpriv", "--pdeathsig", "KILL", *map(str, command)],

@@ -1,4 +1,4 @@
-"""What a fresh desk camera serves: one row an object, in the order in which a walk meets them."""
+"""What a fresh desk camera serves: one row per object, in the order of a walk."""
 
 from typing import NamedTuple, Union
 
@@ -10,7 +10,7 @@ ORVEX = "1.3.6.1.4.1.32473"
 GLOBAL = "1.3.6.1.4.1.1206.4.2.6.1"
 CCTV = "1.3.6.1.4.1.1206.4.2.7"
 
-# A walk that starts at one of these ends with the last of the rows below it.
+# A walk from one of these ends with the last of its rows below.
 SUBTREES = ["1.3.6.1.4.1.1206", ORVEX]
 
 
@@ -20,11 +20,11 @@ class Row(NamedTuple):
     tag: int
     access: str
     value: Union[int, bytes]
-    refusal: int = NOT_WRITABLE  # what a SET of a read-only object is answered
+    refusal: int = NOT_WRITABLE  # the error for a SET of a read-only object
 
     @property
     def content(self):
-        """The value as a message carries it."""
+        """The value as in a message."""
         return integer_octets(self.value) if isinstance(self.value, int) else self.value
 
 
@@ -99,7 +99,7 @@ ROWS = [
     Row(f"{ORVEX}.1.1.9.0", "voltage", INTEGER, RO, 0),
     Row(f"{ORVEX}.1.1.100.0", "rebootDevice", INTEGER, RW, 0),
     *table(f"{ORVEX}.1.3.1", "alarm", RO, NOT_WRITABLE),
-    # The relays' handler wants an INTEGER in whatever column, and has the last word.
+    # The relays' handler requires an INTEGER in every column, and decides last.
     *table(f"{ORVEX}.1.3.2", "relay", RW, WRONG_TYPE),
 ]
 

@@ -1,4 +1,4 @@
-"""The MIBs of the build, as smidump and smilint read them, and the ways in which net-snmp's tools are told of them."""
+"""The MIBs of the build, as smidump and smilint read them, and the options that make net-snmp's tools load them."""
 
 import functools
 import os
@@ -16,7 +16,7 @@ ACCESS = {"readonly": "read-only", "readwrite": "read-write", "noaccess": "not-a
 
 
 class Object(NamedTuple):
-    """A scalar or a column. `ranges` are of an integer's values or of a string's lengths; none: no limits."""
+    """A scalar or a column. `ranges` limit an integer's values or a string's lengths; empty: no limits."""
 
     module: str
     name: str
@@ -35,12 +35,12 @@ def smi_environment(folder=FOLDER):
 
 
 def naming(environment, *modules, folder=FOLDER):
-    """What a tool of net-snmp's needs to know the modules' names, and nothing else."""
+    """Exactly what a net-snmp tool needs to know the modules' names."""
     return dict(environment, MIBDIRS=f"{folder}/smi:{folder}", MIBS=":".join(modules), SNMPCONFPATH="/nonexistent")
 
 
 def findings(module, folder=FOLDER):
-    """(level, tag, text) of each thing that smilint has to say."""
+    """(level, tag, text) of each message of smilint."""
     command = ["smilint", "-c", "/dev/null", "-l", "6", "-s", "-m", f"{folder}/{module}.txt"]
     done = subprocess.run(command, env=smi_environment(folder), capture_output=True, text=True, timeout=60)
     line = re.compile(r"^\S+: \[(\d)\] \{([\w-]+)\} (.*)$")
@@ -58,7 +58,7 @@ def dump(module):
 
 @functools.cache
 def objects():
-    """Every object of the modules, those that are not accessible too."""
+    """Every object of the modules, including those that are not accessible."""
     trees = {module: dump(module) for module in OBJECT_MODULES}
     conventions = {(module, node.get("name")): node for module, tree in trees.items() for node in tree.iter("typedef")
                    if node.get("name")}
@@ -77,7 +77,7 @@ def accessible():
 
 
 def groups(module):
-    """Group by group the names of its members."""
+    """The members' names of each group."""
     return {group.get("name"): [member.get("name") for member in group.iter("member")]
             for group in dump(module).iter("group")}
 

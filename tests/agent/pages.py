@@ -2,7 +2,7 @@
 
 
 def commands_of(text):
-    """Each command that is shown with its answer, and the answer's lines without the empty ones."""
+    """Each command that the page shows with an answer, and the answer's lines without the empty ones."""
     commands = []
     for line in text.splitlines():
         if line.startswith("    $ "):
@@ -10,12 +10,12 @@ def commands_of(text):
         elif line.startswith("    ") and commands:
             answer.append(line.removeprefix("    "))
         elif line and commands:
-            answer = []  # text: what follows it belongs to no command
+            answer = []  # text: the lines after it belong to no command
     return commands
 
 
 def agrees(answer, shown):
-    """Whether the answer begins as it is shown: "..." in the place of lines, or at the end of one, stands for more."""
+    """Whether the answer matches the page: "..." replaces any lines, or the rest of one."""
     lines = [line.rstrip() for line in answer.splitlines() if line]
     whole = "..." not in shown
     shown = [line for line in shown if line != "..."]

@@ -1,4 +1,4 @@
-"""What a process listens on and where its sockets are bound, and networks in which a test is alone."""
+"""Where a process listens and where its sockets are bound; networks that only one test uses."""
 
 import ipaddress
 import pathlib
@@ -11,7 +11,7 @@ UNIX_LISTENING = 0x10000
 
 
 def _endpoint(text):
-    """The kernel writes an address as words of four octets, each the wrong way round, then the port."""
+    """The kernel writes an address as words of four octets, each in reverse order, then the port."""
     address, port = text.split(":")
     octets = b"".join(bytes.fromhex(address[i:i + 8])[::-1] for i in range(0, len(address), 8))
     return f"{ipaddress.ip_address(octets)}:{int(port, 16)}"
@@ -45,7 +45,7 @@ def _named(pid):
 
 
 def sockets_of(pid):
-    """The process's sockets as texts, sorted; those without any address cannot be reached and are left out."""
+    """The process's sockets as sorted texts, without those that have no address: nobody can reach them."""
     links = [str(link.readlink()) for link in pathlib.Path(f"/proc/{pid}/fd").iterdir()]
     inodes = [match[1] for match in (re.fullmatch(r"socket:\[(\d+)\]", link) for link in links) if match]
     named = _named(pid)
@@ -53,7 +53,7 @@ def sockets_of(pid):
 
 
 class Network:
-    """A network of the test's own that has only its loopback; every port is free there. For a `with`."""
+    """A network of this test that has only loopback; every port is free there. For a `with`."""
 
     def __enter__(self):
         self._holder = subprocess.Popen(
@@ -67,5 +67,5 @@ class Network:
         self._holder.wait()
 
     def command(self, *words):
-        """The command that runs those words in this network."""
+        """The command that runs `words` in this network."""
         return ["nsenter", f"--net=/proc/{self._holder.pid}/ns/net", "--", *words]

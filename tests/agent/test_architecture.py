@@ -1,4 +1,5 @@
-"""The includes against the drawing in docs/architecture.md: a folder, or a header, includes only what stands below it."""
+"""The includes follow the drawing in docs/architecture.md: a folder, or a header, includes only what stands below
+it."""
 
 import pathlib
 import re
@@ -12,7 +13,7 @@ INCLUDE = re.compile(r'^#include "([^"]+)"', re.MULTILINE)
 
 
 def floors(place):
-    """The drawing of a place: name -> floor, the lowest is 0. Names on one floor must not include one another."""
+    """The drawing of a folder: name -> floor; 0 is the lowest. Names on one floor must not include one another."""
     drawing = re.search(rf"^```\n{re.escape(place)}\n((?: .*\n)+)```$", PAGE.read_text(), re.MULTILINE)
     assert drawing, f"{PAGE.name} does not draw {place}"
     lines = [line.split() for line in drawing[1].splitlines()]

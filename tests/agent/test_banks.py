@@ -1,4 +1,4 @@
-"""Alarm inputs and relay outputs: the scalars and the tables, while banks and states change."""
+"""Alarm inputs and relay outputs, as scalars and tables, while banks and states change."""
 
 import pytest
 
@@ -12,7 +12,7 @@ ALARMS, RELAYS = f"{ORVEX}.1.3.1", f"{ORVEX}.1.3.2"
 
 @pytest.fixture(autouse=True)
 def banks(camera):
-    """Every test begins with the desk camera's own banks, all at rest."""
+    """Every test begins with the desk camera's default banks, all at rest."""
     for kind in ("alarm", "relay"):
         camera.domectl("banks", kind, "BNK1=4", "BNK2=2")
         for bank, count in (("BNK1", 4), ("BNK2", 2)):
@@ -26,7 +26,7 @@ def cell(table, column, row):
 
 
 def walk(manager, root):
-    """(OID below the root, value) of all there is."""
+    """(OID below the root, value) of everything."""
     met, oid = [], root
     for _ in range(20000):
         (binding,) = manager.get_next(oid).bindings
@@ -129,8 +129,8 @@ def test_the_relays_follow_the_alarms(manager, suffix):
     assert manager.get_next(ALARMS + suffix).bindings[0].oid == cell(RELAYS, 1, 1)
 
 
-# What net-snmp 5.9.3 answers to a SET of two names, each with an INTEGER 1: the error's status and index.
-# A row of the matrix is the first name, a column the second, both in the order of the names.
+# net-snmp 5.9.3's answer to a SET of two names, each with an INTEGER 1: the error's status and index. A row of the
+# matrix is the first name, a column the second, both in the order of the names.
 PAIRS = {
     "cell": (cell(RELAYS, 3, 1), "0/0  17/2  17/2  17/2  11/2  11/2  11/2   7/2  17/2  17/2   6/2"),
     "readOnly": (cell(RELAYS, 1, 1), "17/1  17/1  17/1  17/1  11/2  11/2  17/1  17/1  17/1  17/1   6/2"),
@@ -148,7 +148,7 @@ PAIRS = {
 
 @pytest.mark.parametrize("first", PAIRS)
 def test_a_set_of_two_names_is_refused_for_the_right_one(camera, manager, first):
-    """Some agents die of a name with an index that is too long."""
+    """Some agents crash on a name with an index that is too long."""
     name, answers = PAIRS[first]
     for (second, (other, _)), expected in zip(PAIRS.items(), answers.split(), strict=True):
         answer = manager.set((name, ber.INTEGER, b"\x01"), (other, ber.INTEGER, b"\x01"))
@@ -198,7 +198,7 @@ def test_tables_without_their_service_keep_their_rows_and_answer_0(camera, manag
         answer = manager.get(cell(table, 3, 2))
         assert (answer.error_status, answer.bindings[0].value) == (ber.NO_ERROR, 0)
         camera.domectl("fault", service, "ok")
-        # One that has hung is called again once it has given a sign of life.
+        # The client calls a service that hung again only after it answered a ping.
         await_until(lambda: manager.get(cell(table, 3, 2)).bindings[0].value == 1, "the state is read again")
 
 

@@ -1,5 +1,5 @@
-"""What measures must itself work: the load generator counts what it is answered, and a short run of bench/run measures
-every contestant that it names. No times are judged."""
+"""The benchmark itself works: the load generator counts its answers, and a short run of bench/run measures every
+contestant that it names. The tests judge no times."""
 
 import json
 import os
@@ -21,7 +21,7 @@ REQUEST = ber.encode(ber.GET, [(SYS_NAME, ber.NULL, b"")], request_id=0x40000000
 
 
 class Answerer:
-    """An agent of a few lines; `answer` makes an answer of each request's id, or None for none."""
+    """A minimal agent; `answer` creates an answer from each request's id, or returns None for no answer."""
 
     def __init__(self, answer):
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
@@ -69,7 +69,7 @@ def test_load_counts_what_is_answered():
         figures = load(answerer.port, "--in-flight", "8", "--seconds", "0.3")
     assert figures["lost"] == figures["errors"] == 0
     assert 8 <= figures["requests"] <= answerer.asked
-    # Each request that was sent has its time, also those that were answered after the end.
+    # Each sent request has its time, also one that was answered after the end.
     assert sum(count for _, count in figures["histogram"]) == answerer.asked
 
 
@@ -96,7 +96,7 @@ def test_load_takes_no_answer_to_another_request():
 
 @pytest.fixture(scope="module")
 def smoke():
-    """The figures of a run of a few seconds, and what it left behind in the folder for temporary files."""
+    """The figures of a run of a few seconds, and the files that it left in the folder for temporary files."""
     with tempfile.TemporaryDirectory() as folder:
         out, temporary = pathlib.Path(folder) / "out" / "smoke.json", pathlib.Path(folder) / "tmp"
         temporary.mkdir()

@@ -1,4 +1,4 @@
-"""docs/objects.md names exactly what the agent serves, and what README.md and docs/dome.md show is what happens."""
+"""docs/objects.md names exactly what the agent serves; README.md and docs/dome.md show what really happens."""
 
 import re
 import shutil
@@ -52,7 +52,7 @@ def test_rows_are_what_the_table_of_objects_makes(tmp_path):
 @pytest.mark.parametrize(("page", "count"), [("README.md", 4), ("docs/dome.md", 6)])
 def test_what_a_page_shows_is_what_happens(desk, page, count):
     desk.start()
-    desk.domectl("clock", "rate", 100)  # the reader lets a move end
+    desk.domectl("clock", "rate", 100)  # a reader of the page gives a move time to end
     commands = commands_of((ROOT / page).read_text())
     assert len(commands) == count
     for command, shown in commands:

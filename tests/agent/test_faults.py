@@ -1,4 +1,4 @@
-"""Every object while every service of the camera refuses, or is gone: the value or error that it then has."""
+"""Every object's value or error while every service of the camera refuses, or is gone."""
 
 import pytest
 
@@ -52,7 +52,7 @@ def test_an_output_that_cannot_be_driven_fails_the_set(broken, manager):
 
 @pytest.mark.parametrize("kind", ["fail", "gone"])
 def test_a_table_that_cannot_be_read_fails_a_set_and_forgets_its_rows(camera, manager, kind):
-    """Until the service answers again, SETs of the rows that the agent still has reach nothing, and fail."""
+    """Until the service answers again, SETs of the rows that the agent still has fail and reach no relay."""
     state = OID["relayState.1"]
     assert manager.get(state).bindings[0].value == 0
     camera.domectl("fault", "relay", kind)

@@ -1,4 +1,4 @@
-"""./run --fleet: several desk cameras at once, each with an identity of its own."""
+"""./run --fleet: several desk cameras at once, each with a different identity."""
 
 import os
 import re
@@ -56,7 +56,7 @@ def test_a_fleet_has_identities_and_ports_of_its_own_and_ends_as_one(fleet):
     assert len(pids) == 1 + 4 * COUNT
     assert (fleet.state.stat().st_mode & 0o777) == 0o700
 
-    # Another start in its folder changes nothing.
+    # A second start in its folder changes nothing.
     status, _, error = fleet.run("--detach", "--fleet", str(COUNT))
     assert (status, len(message(error))) == (1, 1)
     assert len(serial_numbers(fleet)) == COUNT

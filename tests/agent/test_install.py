@@ -17,7 +17,7 @@ def packages(*groups):
 
 @pytest.fixture
 def install(tmp_path):
-    """Runs the install step on a machine that has the given packages; returns its run and what apt-get was asked."""
+    """Runs the install step on a machine with the given packages; returns its result and apt-get's arguments."""
     asked = tmp_path / "asked"
 
     def run(installed, apt_status=0):

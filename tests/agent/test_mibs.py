@@ -1,4 +1,4 @@
-"""The MIBs against what the agent serves, both ways, and against the tools that read them."""
+"""The MIBs match what the agent serves, in both directions, and the tools can read them."""
 
 import functools
 import re
@@ -15,11 +15,11 @@ from pages import commands_of
 
 TYPES = {"OctetString": ber.OCTET_STRING, "Integer32": ber.INTEGER, "Enumeration": ber.INTEGER, "Gauge32": ber.GAUGE32}
 CELLS = {"Bank": "BankName", "Number": "Number", "State": "State"}  # the tables' columns, by the tests' names for them
-REBOOT = OID["rebootDevice"]  # the one object that a test does not set by the way
+REBOOT = OID["rebootDevice"]  # the one object that a test must not SET on the side
 
 
 def object_of(instance):
-    """The object of the MIBs to which an instance belongs, None for none."""
+    """The object of the MIBs to which an instance belongs, or None."""
     for thing in mibs.accessible():
         if thing.is_scalar and instance == f"{thing.oid}.0":
             return thing
@@ -29,7 +29,7 @@ def object_of(instance):
 
 
 def name_of(row):
-    """The name that a row's object has in the MIBs."""
+    """The name of a row's object in the MIBs."""
     if row.oid.startswith((GLOBAL, CCTV)):
         return "orvex" + row.name[0].upper() + row.name[1:]
     cell = re.fullmatch(r"(alarm|relay)(Bank|Number|State)\.\d+", row.name)
@@ -53,7 +53,7 @@ def run(environment, *command):
     return done.stdout
 
 
-# What is served, and what is described
+# What the agent serves, and what the MIBs describe
 
 
 def test_every_served_instance_is_described_with_its_name_type_and_access(manager):
@@ -118,7 +118,7 @@ def test_capabilities_name_what_the_modules_have():
 
 @pytest.fixture
 def instances(manager):
-    """Of every object the instance that a walk meets first, and what it answers."""
+    """For every object, its first instance in a walk and that instance's value."""
     first = {}
     for binding in walk(manager):
         first.setdefault(object_of(binding.oid), binding)
@@ -171,9 +171,9 @@ FINDINGS = {
     "ORVEX-MIB": [],
     "ORVEX-NTCIP-CCTV-MIB": [],
     "ORVEX-CAPABILITIES-MIB": [],
-    # The camera answers the index.
+    # The camera answers the index, too.
     "ORVEX-NTCIP-GLOBAL-MIB": [(5, "index-element-accessible")],
-    # What it sends can be no notification's name in SMIv2.
+    # The OID that it sends cannot name a notification in SMIv2.
     "ORVEX-TRAP-MIB": [(2, "parent-notification"), (5, "notification-not-reversible"), (1, "last-subid-zero")] * 3,
 }
 
@@ -266,7 +266,7 @@ def test_another_enterprise_number_gives_mibs_of_its_own(running, tmp_path):
     cmake = ["cmake", "-S", ROOT, "-B", build, "-G", "Ninja", f"-DORVEX_ENTERPRISE_NUMBER={number}",
              "-DORVEX_TESTS=OFF", "-DORVEX_DOME=OFF"]
     subprocess.run([str(word) for word in cmake], check=True, capture_output=True, timeout=300)
-    # What the module is compiled with.
+    # The module's compile options.
     assert f"-DORVEX_ENTERPRISE_NUMBER={number} " in (build / "compile_commands.json").read_text()
 
     (install,) = re.findall(r"`(cmake --install \S+ --component mibs --prefix )/usr`", DOCUMENTATION)
@@ -274,7 +274,7 @@ def test_another_enterprise_number_gives_mibs_of_its_own(running, tmp_path):
     subprocess.run(install, check=True, capture_output=True, timeout=60)
     own, stand_ins = root / "share/snmp/mibs", root / "share/orvexsnmp/smi"
     installed = {str(file.relative_to(root)) for file in root.rglob("*") if file.is_file()}
-    installed = {name for name in installed if not name.startswith("share/doc/")}  # a package's own papers
+    installed = {name for name in installed if not name.startswith("share/doc/")}  # a package's documents
     assert installed == {f"share/snmp/mibs/{module}.txt" for module in mibs.MODULES} | {
         f"share/orvexsnmp/smi/{module}.txt" for module in ("SNMPv2-SMI", "SNMPv2-TC", "SNMPv2-CONF")}
     assert not [file for file in own.iterdir() if re.search(r"32473|@", file.read_text())]

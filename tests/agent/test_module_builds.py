@@ -1,4 +1,4 @@
-"""Modules that are built anew: as docs/adding-an-object.md and docs/porting.md say, and for a camera."""
+"""Modules that are built again: as docs/adding-an-object.md and docs/porting.md say, and for a camera."""
 
 import os
 import re
@@ -16,11 +16,12 @@ pytestmark = [pytest.mark.slow, pytest.mark.commands]
 
 
 class Sources:
-    """The checkout once more, with a build of its own, to which the changes of docs/adding-an-object.md are made."""
+    """A copy of the checkout with its own build folder and the changes of docs/adding-an-object.md."""
 
     def __init__(self, folder):
         self.folder, self.build = folder, folder / "build" / "desk"
-        # They take long; the trap queue's test has what the linker puts around every lock.
+        # Leaves out most unit tests, which take long. The trap queue's test must stay: it defines the linker's wrapper
+        # around every lock.
         left_out = re.compile(r"tests/unit/(?!Identity|ReadOnly|OrvexSnmpTrapSend)[^/]*Test\.cpp|bench/results/")
         for name in git_files():
             if not left_out.match(name):
@@ -35,7 +36,7 @@ class Sources:
         subprocess.run(["git", "apply"], cwd=self.folder, input=self.changes[name], text=True, check=True)
 
     def make(self, target):
-        """Configures and builds; (whether that worked, what it said)."""
+        """Configures and builds; returns (success, output)."""
         environment = dict(os.environ, CCACHE_BASEDIR=str(self.folder), CCACHE_NOHASHDIR="1")
         launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
         for command in (["cmake", "--preset", "desk", "-DORVEX_DOME=OFF", *launcher],
@@ -127,7 +128,7 @@ def test_the_example_of_a_service_compiles():
     page = (ROOT / "docs" / "porting.md").read_text()
     (example,) = re.findall(r"^    tavos::msgbus::ServiceHost(?:.*\n    .*)*", page, re.MULTILINE)
     headers = [f"tavos/{name}.h" for name in ["interfaces/IPanProvider", "interfaces/Serve", "msgbus/ServiceHost"]]
-    # The camera's own class takes more than a page; what it derives from does for the compiler.
+    # The camera's class takes more than a page; its base class is enough for the compiler.
     example = example.replace("MyPan pan;", "tavos::interfaces::IPanProvider& pan = MyPan();")
     source = "\n".join([*(f'#include "{header}"' for header in headers), "extern volatile bool stop;",
                         "tavos::interfaces::IPanProvider& MyPan();", f"void Run() {{\n{example}\n}}\n"])
@@ -151,7 +152,7 @@ def test_a_cameras_module_has_the_cameras_own_paths(tmp_path):
              b"/bin/chmod +x /sbin/restart.sh && /bin/sleep 3 && /sbin/restart.sh -s -k",
              b"chmod +x /sbin/restart.sh && /sbin/restart.sh -s -k"}
     assert paths <= texts_of(tmp_path / "lib" / "orvexsnmp.so")
-    # The desk's lie in the agent's working directory, and none of the machine's own is in it.
+    # The desk's paths lie in the agent's working directory; none of the machine's paths is in the module.
     desk = texts_of(BUILD / "lib" / "orvexsnmp.so")
     assert {b"etc/version", b"chmod +x sbin/restart.sh && sbin/restart.sh -s -k"} <= desk
     assert not [text for text in desk if b"/etc/version" in text or b"/sbin/restart.sh" in text]

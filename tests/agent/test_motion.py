@@ -21,7 +21,7 @@ def home(camera):
 
 
 def moves(camera, manager, oid, command):
-    """The answer's error and the calls that were not mere readings."""
+    """The answer's error and the calls that do more than read."""
     answer = manager.set_octets(oid, bytes.fromhex(command))
     return answer.error_status, [call for call in calls(camera) if " Get" not in call]
 

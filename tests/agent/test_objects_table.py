@@ -1,4 +1,4 @@
-"""objects.toml as objects.py reads it: what is wrong in it is refused, by the object's name."""
+"""objects.toml as objects.py reads it: objects.py refuses mistakes and names the object."""
 
 import shutil
 import subprocess

@@ -34,7 +34,7 @@ def fault(desk, service, kind):
 
 @pytest.fixture(autouse=True)
 def stand_still(manager):
-    """The axis stands when the next test begins."""
+    """Waits until the axis stands, before the next test begins."""
     yield
     manager.set_octets(PAN, bytes(4))
 
@@ -88,7 +88,7 @@ def test_an_integer_is_taken_as_its_first_four_octets(camera, manager):
 @pytest.mark.parametrize("length", [0, 1, 2, 3, 4, 5, 600])
 def test_missing_octets_count_as_zero(manager, length):
     value = (bytes.fromhex("03010203") + bytes([0xEE]) * 596)[:length]
-    # A long value first: what it leaves in the agent's buffers must not shine through.
+    # A long value first: the next value must not show what it left in the agent's buffers.
     manager.set_octets(PAN, b"\x03" + b"\x55" * 599)
     assert manager.set_octets(PAN, value).error_status == ber.NO_ERROR
     assert stored(manager) == (value + bytes(4))[:4]
@@ -97,7 +97,7 @@ def test_missing_octets_count_as_zero(manager, length):
 @pytest.mark.parametrize("length", [0, 1, 3, 4, 5, 600])
 @pytest.mark.parametrize("tag", [*range(0x01, 0x0B), 0x24, 0x30, *range(0x40, 0x49), 0x78, 0x79, *range(0x80, 0x84)])
 def test_no_value_harms_the_agent(camera, manager, tag, length):
-    """Some of these never get past the agent's own parser and have no answer; the agent goes on in any case."""
+    """The agent's parser drops some of these without an answer; the agent must keep running."""
     message = ber.encode(ber.SET, [(PAN, tag, b"\x01" * length)], "private")
     manager._socket.send(message)
     assert len(stored(manager)) == 4
@@ -111,7 +111,7 @@ def test_a_service_that_does_not_serve_fails_no_command(camera, manager, kind):
         assert manager.set_octets(PAN, command).error_status == ber.NO_ERROR
         assert stored(manager) == command
     camera.clear_calls()
-    # A service that has hung is called again once it has given a sign of life.
+    # The client calls a service that hung again only after it answered a ping.
     await_until(lambda: manager.set_octets(PAN, command).error_status == ber.NO_ERROR and pan_calls(camera), "a call")
     assert [call for call, _ in pan_calls(camera)] == ["SetPositionAtSpeed"]
 

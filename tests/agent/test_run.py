@@ -23,7 +23,7 @@ RUN = ROOT / "run"
 
 
 class Started:
-    """A state folder and a port for ./run, and whatever was started there."""
+    """A state folder and a port for ./run; ends what a test started there."""
 
     def __init__(self):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="orvex-run-"))
@@ -58,7 +58,7 @@ class Started:
 def run(*words):
     words = [str(word) for word in words]
     command = words if words[:1] == [str(RUN)] else [str(RUN), *words]
-    # Output goes to files, not pipes: a camera that stays behind must not keep this call waiting.
+    # Output goes to files: through a pipe, a camera that stays would keep this call waiting.
     with tempfile.TemporaryFile("w+") as out, tempfile.TemporaryFile("w+") as error:
         done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=out, stderr=error, timeout=300)
         out.seek(0)
@@ -74,7 +74,7 @@ def gone(pid):
 
 
 def message(error):
-    """What ./run says beside the build's own progress lines."""
+    """What ./run prints, without the build's progress lines."""
     return [line for line in error.splitlines() if line.startswith(("run: ", "prepare-state: "))]
 
 
@@ -160,7 +160,7 @@ def test_ctrl_c_ends_everything(started):
     try:
         await_until(lambda: "answers on" in (started.folder / "out").read_text(), "the camera answers", 300)
         pids = started.pids()
-        os.killpg(process.pid, signal.SIGINT)  # as a terminal does: to the whole group
+        os.killpg(process.pid, signal.SIGINT)  # like a terminal: to the whole process group
         assert process.wait(20) == 0
     finally:
         process.kill()
@@ -267,13 +267,13 @@ def test_stop_without_a_camera(started):
 
 
 def at_once(*commands):
-    """Starts ./run that often at the same time; what each returned, said and said about errors."""
+    """Starts ./run `count` times at once; returns each one's status, output and errors."""
     with concurrent.futures.ThreadPoolExecutor(len(commands)) as pool:
         return list(pool.map(lambda words: run(*words), commands))
 
 
 def one_line(error):
-    """The only line that a refused start says beside the build's."""
+    """The only line that a refused start prints, apart from the build's."""
     (line,) = message(error)
     return line
 
@@ -326,7 +326,7 @@ def test_what_is_no_regular_file_is_refused_before_it_is_opened(started):
         os.mkfifo(path)
         begin = time.monotonic()
         status, _, error = started.run("--detach")
-        assert time.monotonic() - begin < 5, name  # some milliseconds; in a busy machine more
+        assert time.monotonic() - begin < 5, name  # usually some milliseconds; a busy machine takes longer
         what = "folder" if name in ("etc", "v3") else "regular file"
         assert (status, one_line(error)) == (1, f"run: {path} is no {what}; remove it and start again")
         path.unlink()
@@ -401,7 +401,7 @@ def test_all_ends_when_the_state_folder_is_gone(started):
     assert all(gone(pid) for pid in pids.values())
 
 
-# The wall clock as the shell sees it: an hour later, or the same, each time that it is read.
+# The wall clock that the shell reads: an hour later at each reading, or always the same.
 STEPPED_CLOCK = r"""
 #define _GNU_SOURCE
 #include <errno.h>
@@ -452,7 +452,7 @@ def test_a_clock_that_is_set_ahead_does_not_end_a_start(started, monkeypatch, mo
 
 def test_a_clock_that_is_set_back_does_not_prolong_a_start(started, monkeypatch):
     prepare(started.state, started.port)
-    # The agent's own file, read first: it gives no answer to the community that is asked with.
+    # The agent reads its default file first: that one does not answer the test's community.
     (started.state / "snmp" / "snmpd.conf").write_text("com2sec nobody 127.0.0.1 public\n")
     monkeypatch.setenv("LD_PRELOAD", stepped_clock(started.folder, 0))
     begin = time.monotonic()
@@ -469,7 +469,7 @@ def test_a_clock_that_is_set_back_does_not_prolong_a_start(started, monkeypatch)
 
 
 def copied_checkout(folder):
-    """The sources as they are here, with a desk build's own notes of where it was made."""
+    """A copy of the sources, with a desk build's records of where it was made."""
     checkout = folder / "checkout"
     listed = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, capture_output=True, text=True, check=True).stdout
     for name in filter(None, listed.split("\0")):
@@ -563,5 +563,5 @@ def test_two_stops_at_once(started):
     outcomes = at_once(stop, stop)
     assert all(map(gone, pids.values()))
     assert 0 in [status for status, _, _ in outcomes]
-    for status, _, error in outcomes:  # the later one may come when all is over
+    for status, _, error in outcomes:  # the later start may come after everything has ended
         assert status == 0 or one_line(error) == f"run: no camera runs in {started.state}"

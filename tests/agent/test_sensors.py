@@ -1,4 +1,4 @@
-"""Sensors that are served or not by their first reading, and changes that arrive at a real trap receiver."""
+"""Sensors are served or left out by their first reading; a real trap receiver gets their changes."""
 
 import re
 import socket
@@ -18,7 +18,7 @@ TRAP_OID = "1.3.6.1.6.3.1.1.4.1.0"
 
 @pytest.fixture
 def receiver(running):
-    """A stock snmptrapd at the desk's trap port; its lines so far."""
+    """A stock snmptrapd at the desk's trap port; returns its lines so far."""
     with open(running.state / "traps.txt", "w+") as lines:
         command = ["snmptrapd", "-f", "-C", "-On", "-Lo", "--disableAuthorization=yes", "--doNotLogTraps=no",
                    "-F", "%v\\n", f"udp:127.0.0.1:{running.trap_port}"]
@@ -61,7 +61,7 @@ def test_another_sensor_sends_no_trap(running, receiver):
 
 
 def test_a_burst_arrives_complete_and_in_order(running):
-    """As many as a socket's default buffer holds, so that none is dropped however late the receiver reads."""
+    """As many as a socket's default buffer holds: the kernel drops none, however late the receiver reads."""
     count, values = 200, []
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sink:
         sink.bind(("127.0.0.1", running.trap_port))
@@ -88,7 +88,7 @@ def test_a_reading_is_live_and_its_failure_an_error(running, manager, name, tag)
         running.domectl("fault", name, kind)
         assert manager.get(SENSORS[name]).error_status == ber.GEN_ERR
     running.domectl("fault", name, "ok")
-    # One that has hung is called again once it has given a sign of life.
+    # The client calls a service that hung again only after it answered a ping.
     await_until(lambda: manager.get(SENSORS[name]).error_status == ber.NO_ERROR, "it is read again")
 
 

@@ -1,5 +1,6 @@
-"""Every BER type at every length of interest, to every writable object and to others: the stated answer or a standard
-one, and no movement from what is refused. The answers are worked out from what each object says of itself."""
+"""Every BER type at every length of interest, to every writable object and to others. The answer is the stated one or a
+standard error, and a refused SET moves nothing. The test computes the expected answer from each object's
+description."""
 
 import itertools
 import random
@@ -31,8 +32,8 @@ class Value(NamedTuple):
     encoded: bytes
 
     def octets(self, count):
-        """The first octets of the buffer in which the agent hands the value over; missing ones are 0. What is a number
-        to the agent stands there as a long, low octet first."""
+        """The first octets of the buffer in which the agent hands over the value; missing ones are 0. Numbers arrive
+        there as longs, low octet first."""
         if self.tag in WITHOUT_VALUE:
             octets = b""
         elif self.tag == ber.INTEGER:
@@ -41,9 +42,9 @@ class Value(NamedTuple):
             octets = (int.from_bytes(self.content, "big") & 0xFFFFFFFF).to_bytes(4, "little")
         elif self.tag in WIDE:  # two longs, the high one first
             octets = (int.from_bytes(self.content, "big") >> 32 & 0xFFFFFFFF).to_bytes(4, "little")
-        elif self.tag == ber.OID:  # longs again, the first sub-identifier first
+        elif self.tag == ber.OID:  # longs as well, the first sub-identifier first
             octets = bytes([self.content[0] // 40 if self.content else 0, 0, 0, 0])
-        else:  # as they are; those of a floating-point number in another order, but here they are all alike
+        else:  # unchanged; a floating-point number's octets are reordered, but here all are alike
             octets = self.content
         return octets[:count].ljust(count, b"\0")
 
@@ -56,7 +57,7 @@ def value(tag, content):
 
 
 def long_forms(tag, content):
-    """The same value with its length in more octets than it needs."""
+    """The same value with its length encoded in more octets than necessary."""
     return [Value(tag, content, bytes([tag, 0x80 | width]) + len(content).to_bytes(width, "big") + content)
             for width in (1, 2, 4)]
 
@@ -84,10 +85,10 @@ def all_values():
         values.append(value(ber.INTEGER, ber.integer_octets(number)))
         values.append(value(ber.INTEGER, number.to_bytes(4, "big", signed=True)))
     values += long_forms(ber.OCTET_STRING, bytes.fromhex("00000000")) + long_forms(ber.INTEGER, b"\1")
-    # A length that says "until the end is marked", and a tag of two octets.
+    # An indefinite length, and a tag of two octets.
     values += [Value(ber.OCTET_STRING, b"\1", b"\x04\x80\x01\0\0"), Value(0x1F, b"\1", b"\x1f\x05\x01\x01")]
-    # Older agents read numbers of no octets, or of too many, and endless OIDs, but not as the later ones do; of net-snmp's
-    # own signed 64-bit numbers, and of its floating-point numbers of a wrong length, nothing but the type.
+    # Older agents read numbers of no octets or of too many, and endless OIDs, differently. They read only the type of
+    # net-snmp's signed 64-bit numbers and of its floating-point numbers of a wrong length.
     return values if desks.AGENT >= (5, 9) else [sent for sent in values if is_sound(sent)]
 
 
@@ -109,7 +110,7 @@ def position_error(name, octets):
 
 
 def refusals(sent, *errors):
-    """The agent itself refuses NULL, whatever the name; what else is not to be set gets one of these errors."""
+    """The agent itself refuses NULL for every name; other names that cannot be set get one of these errors."""
     return (ber.WRONG_TYPE,) if is_refused_null(sent) else errors
 
 
@@ -118,7 +119,7 @@ def is_refused_null(sent):
 
 
 def expected_error(name, sent):
-    """What a manager is answered that sets a writable object to a value that the agent can read."""
+    """The answer to a SET of a writable object to a value that the agent can read."""
     if is_refused_null(sent):
         return ber.WRONG_TYPE
     is_integer, is_octets = sent.tag == ber.INTEGER, sent.tag == ber.OCTET_STRING
@@ -143,7 +144,7 @@ def expected_error(name, sent):
 
 
 def expected_answer(name, sent):
-    """(type, octets) of an accepted SET's answer, where the object has one of its own."""
+    """(type, octets) of the answer to an accepted SET, where the object changes them."""
     if name.startswith("position"):
         return ber.OCTET_STRING, sent.octets(4)
     if name.startswith("preset"):
@@ -181,8 +182,8 @@ _request_ids = itertools.count(1_000_000)
 
 
 def exchange(manager, messages, window=24):
-    """The answers, None for a message that gets none. A request behind each few of them shows that the agent is done
-    with these."""
+    """The answers; None for a message without one. A request after every few messages shows that the agent has handled
+    them."""
     answers = []
     for start in range(0, len(messages), window):
         some = messages[start : start + window]
@@ -209,15 +210,15 @@ def drives(camera):
 
 @pytest.fixture(scope="module")
 def readable(running):
-    """The values that the agent can read: those that it answers also for a name that nobody serves. The others it
-    drops, whatever the name."""
+    """The values that the agent can read: those that it answers even for a name that nobody serves. It drops the others
+    for every name."""
     with desks.ManagerOf(running) as manager:
         answers = set_all(manager, UNSERVED, VALUES)
     readable = [sent for sent, answer in zip(VALUES, answers) if answer]
     odd = [(str(sent), answer.error_status) for sent, answer in zip(VALUES, answers)
            if answer and answer.error_status not in refusals(sent, ber.NO_CREATION, ber.NOT_WRITABLE)]
     assert odd == []
-    # The agent's parser is not ours; but these it must read, and nothing of a type that SNMP does not have.
+    # The agent's parser belongs to net-snmp. But it must read these, and no type that SNMP does not have.
     must = [sent for sent in VALUES if sent.tag == ber.OCTET_STRING and sent.encoded[1] != 0x80]
     must += [sent for sent in VALUES if sent.tag == ber.INTEGER and 1 <= len(sent.content) <= 4]
     must += [sent for sent in VALUES if sent.tag in WITHOUT_VALUE and not sent.content]
@@ -251,7 +252,7 @@ def test_writable_objects_give_the_stated_answer(camera, manager, readable, row)
         assert answer.error_status == expected_error(row.name, sent), sent
         assert answer.error_index in ((1,) if answer.error_status == ber.WRONG_TYPE else (0, 1)), sent
     assert drives(camera) == []
-    if not row.name.startswith(("position", "systemCameraEquipped")):  # they remember what they refuse
+    if not row.name.startswith(("position", "systemCameraEquipped")):  # they store what they refuse
         assert repr(manager.get(row.oid).bindings[0]) == repr(before)
 
     for sent, answer in zip(taken, set_all(manager, row.oid, taken)):
@@ -279,7 +280,7 @@ def test_read_only_objects_are_not_writable(camera, manager, readable, name):
 @pytest.mark.parametrize("name", ["relayBank.1", "relayNumber.2"])
 def test_the_relays_other_columns_are_refused(camera, manager, readable, name):
     for sent, answer in zip(VALUES, set_all(manager, OID[name], VALUES)):
-        # Not writable, whatever the type; or the wrong type already.
+        # The object is not writable, or the type is already wrong.
         wanted = (ber.NOT_WRITABLE, ber.WRONG_TYPE) if sent in readable else (None,)
         assert (answer.error_status if answer else None) in wanted, sent
     assert drives(camera) == []
@@ -322,7 +323,7 @@ GOOD = ("cell", "north")
 
 @pytest.mark.parametrize("count", [2, 3])
 def test_one_refused_binding_refuses_them_all(camera, manager, count):
-    """Every combination of cells, of names that are none, and of scalars, in every order."""
+    """Every combination of cells, of invalid names, and of scalars, in every order."""
     for names in itertools.product(NAMES, repeat=count):
         if all(name in GOOD for name in names):
             continue
@@ -350,7 +351,7 @@ def test_cut_and_flipped_messages_are_survived(camera, manager):
     for octets in flipped[len(whole[0].octets) * 8 :]:
         for _ in range(generator.randint(1, 4)):
             octets[generator.randrange(len(octets))] = generator.randrange(256)
-    # Whatever they say now, the agent goes on.
+    # Whatever it answered, the agent must keep running.
     for start in range(0, len(flipped), 24):
         for octets in flipped[start : start + 24]:
             manager._socket.send(octets)
@@ -365,13 +366,13 @@ def answers_still(camera):
 
 # --- the other versions ---
 
-# How SNMPv1 says what SNMPv2 says (RFC 3584, 4.4).
+# The SNMPv1 error for each SNMPv2 error (RFC 3584, 4.4).
 V1 = {ber.NO_ERROR: 0, ber.GEN_ERR: 5, ber.WRONG_TYPE: 3, ber.WRONG_VALUE: 3, ber.NOT_WRITABLE: 2, ber.NO_CREATION: 2}
 
 
 @pytest.fixture(scope="module")
 def every_version():
-    """A camera whose agent takes SNMPv1 and SNMPv3 as well."""
+    """A camera whose agent also accepts SNMPv1 and SNMPv3."""
     desk = desks.Desk()
     with open(desk.state / "snmpd.conf", "a", encoding="utf-8") as configuration:
         configuration.write("group writers v1 writer\ngroup readers v1 reader\ncreateUser grammar\n"
@@ -385,7 +386,7 @@ def every_version():
 
 
 def expected_error_1(name, sent):
-    """SNMPv1 has no Counter64: to the agent such a name is none that can be set."""
+    """SNMPv1 has no Counter64: for the agent such a name cannot be set."""
     return ber.NO_CREATION if sent.tag == ber.COUNTER64 else expected_error(name, sent)
 
 
@@ -401,7 +402,7 @@ def test_version_1_says_it_in_its_own_words(every_version, readable, row):
 
 
 def message_3(pdu, request_id, user="", engine=b""):
-    """SNMPv3 without authentication, as RFC 3412 and RFC 3414 have it."""
+    """SNMPv3 without authentication, as in RFC 3412 and RFC 3414."""
     def octets(content=b""):
         return ber.tlv(ber.OCTET_STRING, content)
 
@@ -413,7 +414,7 @@ def message_3(pdu, request_id, user="", engine=b""):
 
 @pytest.fixture(scope="module")
 def engine(every_version):
-    """The agent's, as it tells it to whoever asks without it."""
+    """The agent's engine ID, as discovery returns it without authentication."""
     with desks.ManagerOf(every_version) as manager:
         nothing = ber.tlv(ber.GET, integers(next(_request_ids), 0, 0) + ber.tlv(ber.SEQUENCE, b""))
         manager._socket.send(message_3(nothing, next(_request_ids)).octets)
@@ -436,7 +437,7 @@ def test_version_3_says_it_as_version_2_does(every_version, readable, engine, ro
     assert every_version.alive("agent")
 
 
-# snmpset's letters of types, a text of each, and the value that it sends.
+# snmpset's type letters, a text of each, and the value that snmpset sends for it.
 LETTERS = [("i", "7", value(ber.INTEGER, b"\7")), ("i", "0", value(ber.INTEGER, b"\0")),
            ("u", "7", value(ber.GAUGE32, b"\7")), ("o", "1.3.6", value(ber.OID, b"\x2B\6")),
            ("t", "7", value(ber.TIMETICKS, b"\7")), ("a", "0.0.0.0", value(ber.IP_ADDRESS, bytes(4))),

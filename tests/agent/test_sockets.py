@@ -1,4 +1,4 @@
-"""Where the processes of a desk camera can be reached: each in a network of its own, so that no port is taken there."""
+"""Where others can reach the processes of a desk camera: each desk in a separate network, where every port is free."""
 
 import os
 import pathlib
@@ -20,7 +20,7 @@ def network():
 
 
 class DeskIn(Desk):
-    """A desk whose processes live in that network."""
+    """A desk whose processes run in that network."""
 
     def __init__(self, network):
         super().__init__()
@@ -40,7 +40,7 @@ def reload(pid, log):
 
 
 def without_ports_of_traps(sockets):
-    """The ports that the kernel gave to the trap sessions, on loopback, have no number here."""
+    """Shows "any" for the ports that the kernel gave to the trap sessions on loopback."""
     return {"udp 127.0.0.1:any" if is_of_a_trap_session(text) else text for text in sockets}
 
 
@@ -52,9 +52,9 @@ def check(pids, state, port, console):
     assert set(sockets_of(pids["bus"])) == {f"unix {state}/bus.sock listens", "unix connected"}
     assert set(sockets_of(pids["dome"])) == {"unix connected", *console}
     sockets = lambda: without_ports_of_traps(sockets_of(pids["agent"]))  # noqa: E731
-    # A module that has just been loaded connects to the bus a little later.
+    # The module connects to the bus shortly after the agent has loaded it.
     await_until(lambda: "unix connected" in sockets(), "the module is on the bus")
-    # Interfaces come and go over netlink, from the kernel only.
+    # Netlink reports interfaces; only the kernel can send there.
     assert sockets() == {f"udp 127.0.0.1:{port}", "udp 127.0.0.1:any", "netlink", "unix connected"}
 
 

@@ -1,4 +1,4 @@
-"""The agent's start when something of the camera is missing or broken."""
+"""The agent's start when a part of the camera is missing or broken."""
 
 import fcntl
 import os
@@ -89,7 +89,7 @@ def test_version_files(desk, text, firmware, module):
 
 
 def path_with_myname(desk, script):
-    """A PATH with the system's commands and, when `script` is given, a myname of the test's own."""
+    """A PATH with the system's commands and, when `script` is given, a myname of this test."""
     folder = desk.state / "commands"
     folder.mkdir()
     if script is not None:
@@ -141,7 +141,7 @@ def test_a_quiet_camera_logs_errors_only(desk):
 
 
 def test_a_reader_of_the_log_that_stops_and_goes_on(desk):
-    """Lines are lost meanwhile; no request is."""
+    """Meanwhile log lines are lost, but no request."""
     desk.environment["TAVOS_LOG_LEVEL"] = "8"
     log = desk.state / "agent.out"
     os.mkfifo(log)

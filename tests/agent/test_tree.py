@@ -1,4 +1,4 @@
-"""Every object, on a camera that nobody has written to: order, types, values, access, and what is not there."""
+"""Every object of a camera that nobody has written to: order, types, values, access, and what is missing."""
 
 import pytest
 
@@ -90,7 +90,7 @@ def test_readers_write_nothing(manager):
 
 
 def test_the_loaders_own_objects_are_hidden(manager):
-    """Whoever writes them makes the agent load code."""
+    """Writing these objects makes the agent load code."""
     loader = "1.3.6.1.4.1.2021.13.14"
     (binding,) = manager.get_next(loader).bindings
     assert not binding.oid.startswith(loader + ".")

@@ -1,4 +1,4 @@
-"""The net-snmp command line tools as a manager would use them, their lines taken apart."""
+"""The net-snmp command line tools as a manager uses them, their output parsed."""
 
 import re
 import subprocess
@@ -7,13 +7,13 @@ _LINE = re.compile(r"^\.(?P<oid>[\d.]+) = (?:(?P<type>[\w -]+?): ?)?(?P<value>.*
 
 
 class Answer:
-    """Exit status, error text, and the (oid, type, value) triples of one tool's run. Values are int, bytes or text;
-    an exception such as "No Such Instance ..." is a triple of type None."""
+    """Exit status, error text, and the (oid, type, value) triples of one tool's run. Values are int, bytes or text; an
+    exception such as "No Such Instance ..." is a triple of type None."""
 
     def __init__(self, done):
         self.status, self.error, self.triples = done.returncode, done.stderr, []
         lines = []
-        for line in done.stdout.splitlines():  # long hexadecimal values go on in further lines
+        for line in done.stdout.splitlines():  # long hexadecimal values continue on further lines
             if line.startswith(".") or not lines:
                 lines.append(line)
             else:
@@ -49,7 +49,7 @@ class Tools:
         return self._run("snmpbulkget", "public", [f"-Cr{repetitions}", *oids], options_first=1)
 
     def set(self, *words):
-        """OID, type letter and value, over and over."""
+        """Repeated OID, type letter and value."""
         return self._run("snmpset", "private", words)
 
     def _run(self, tool, community, words, options_first=0):

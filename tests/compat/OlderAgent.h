@@ -1,5 +1,5 @@
-// Included before everything else: the agent's API as net-snmp 5.4 declares it, as far as the module uses what has
-// changed since. What 5.4 lacks must not be named, and arguments must fit its parameters, which were narrower.
+// Included before everything else: declares the agent's API as in net-snmp 5.4, where the module uses what has changed
+// since. The module must not name what 5.4 lacks, and arguments must fit its narrower parameters.
 #pragma once
 
 #include "core/NetSnmp.h"

@@ -1,4 +1,4 @@
-"""A headless Chromium, and what the tests do with the console's page in it."""
+"""A headless Chromium, and the tests' actions on the console's page in it."""
 
 import base64
 import shutil
@@ -15,7 +15,7 @@ OPTIONS = ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-quic", 
            "--disable-background-networking", "--disable-component-update", "--disable-sync", "--disable-dev-shm-usage",
            "--hide-scrollbars"]
 
-# What the picture looks like, in 32 x 18 coarse dots.
+# The picture reduced to 32 x 18 coarse dots.
 PICTURE = """
 const small = document.createElement('canvas');
 [small.width, small.height] = [32, 18];
@@ -46,7 +46,7 @@ class Browser:
         shutil.rmtree(self._folder, ignore_errors=True)
 
     def look(self, width=1440, height=900, scheme="light", still=True):
-        """The window's size and what the page's media queries see."""
+        """The window's size and the results of the page's media queries."""
         self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
             "width": width, "height": height, "deviceScaleFactor": 1, "mobile": width < 500})
         self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [
@@ -85,5 +85,5 @@ class Browser:
         return base64.b64decode(self.driver.execute_cdp_cmd("Page.captureScreenshot", {"format": "png"})["data"])
 
     def complaints(self):
-        """What the page or the browser has written to the console."""
+        """The page's and the browser's messages in the console."""
         return [entry["message"] for entry in self.driver.get_log("browser")]

@@ -12,7 +12,7 @@ from tools import Tools  # noqa: E402
 
 @pytest.fixture(scope="module")
 def running():
-    """One running desk camera with a console, and with an agent in front of it, for all tests of a file."""
+    """One running desk camera with a console and an agent, for all tests of a file."""
     with ConsoleDesk() as desk:
         desk.start()
         yield desk
@@ -20,14 +20,14 @@ def running():
 
 @pytest.fixture
 def camera(running):
-    """The file's running desk camera, as new."""
+    """The file's running desk camera, reset."""
     running.make_new()
     return running
 
 
 @pytest.fixture
 def desk():
-    """A desk camera of the test's own, with nothing started yet."""
+    """A desk camera of this test, not started yet."""
     with ConsoleDesk() as desk:
         yield desk
 

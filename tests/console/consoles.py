@@ -1,4 +1,4 @@
-"""A desk camera with a console, and what speaks HTTP with it."""
+"""A desk camera with a console, and HTTP clients for it."""
 
 import contextlib
 import http.client
@@ -12,7 +12,7 @@ from desk import BUILD, Desk
 
 
 def free_tcp_port():
-    """A port that nobody has, below those that the kernel gives to clients."""
+    """A free port, below those that the kernel gives to clients."""
     while True:
         port = random.randint(20000, 32000)
         with socket.socket() as probe:
@@ -52,8 +52,8 @@ class ConsoleDesk(Desk):
         return f"http://127.0.0.1:{self.console_port}/"
 
     def request(self, method, path, body=None, **headers):
-        """One request on a connection of its own; underscores in the headers' names stand for hyphens. A Host of None
-        leaves the header away."""
+        """One request on a new connection; underscores in the headers' names stand for hyphens. A Host of None omits
+        that header."""
         connection = http.client.HTTPConnection("127.0.0.1", self.console_port, timeout=20)
         names = {name.replace("_", "-"): value for name, value in headers.items()}
         try:
@@ -88,16 +88,16 @@ class ConsoleDesk(Desk):
         return self.get("/api/state").json
 
     def dome_state(self):
-        """The camera without its clock, which never stands still."""
+        """The camera's state without its clock, which never stands still."""
         state = super().dome_state()
         del state["clock"]
         return state
 
     def make_new(self):
-        """Puts the camera into the state in which it is started, at rest."""
+        """Resets the camera to its start state, at rest."""
         for service in self.dome_state()["faults"]:
             self.domectl("fault", service, "ok")
-        self.domectl("banks", "alarm", "none")  # so that no state stays
+        self.domectl("banks", "alarm", "none")  # removes every stored state
         self.domectl("banks", "relay", "none")
         for kind in ("alarm", "relay"):
             self.domectl("banks", kind, "BNK1=4", "BNK2=2")
@@ -109,7 +109,7 @@ class ConsoleDesk(Desk):
         self.clear_calls()
 
     def open_stream(self, receive_buffer=None, timeout=20):
-        """A socket on which the event stream was asked for; nothing has been read yet."""
+        """A socket after the request for the event stream; nothing has been read yet."""
         stream = socket.socket()
         if receive_buffer:
             stream.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
@@ -129,7 +129,7 @@ class ConsoleDesk(Desk):
 
 
 class Events:
-    """The events of a stream, one after the other: (name, data)."""
+    """The events of a stream, in order: (name, data)."""
 
     def __init__(self, stream):
         self._file, self._deadline = stream.makefile("rb"), math.inf
@@ -141,7 +141,7 @@ class Events:
             self.headers[name.lower()] = value.strip()
 
     def close(self):
-        """The socket stays open until this is closed as well."""
+        """The socket stays open until this is closed, too."""
         self._file.close()
 
     def __iter__(self):
@@ -162,7 +162,7 @@ class Events:
                 return name, data
 
     def next(self, name, seconds=30):
-        """The next event of that name. A stream without events brings a line every ten seconds."""
+        """The next event of that name. A stream without events sends a line every ten seconds."""
         self._deadline = time.monotonic() + seconds
         try:
             return next(data for found, data in self if found == name)

@@ -1,4 +1,4 @@
-"""Whether the agent in front of the camera answers, as the stream says it."""
+"""The stream says whether the camera's agent answers."""
 
 import os
 import signal
@@ -31,7 +31,7 @@ def test_an_agent_that_answers(camera):
 
 
 class Packets:
-    """How many requests of others the agent has received since this was asked last."""
+    """How many requests of others the agent has received since the last call."""
 
     def __init__(self, manager):
         self._manager, self._read = manager, 0
@@ -51,7 +51,7 @@ def test_an_agent_is_asked_only_while_somebody_watches(camera):
             await_until(packets.of_others, "it is asked again")
         await_until(lambda: probes(camera) == [], "the socket is closed")
         packets.of_others()
-        time.sleep(1.5)  # half as long again as from one question to the next
+        time.sleep(1.5)  # one and a half polling intervals
         assert packets.of_others() == 0
 
 
@@ -74,7 +74,7 @@ def test_an_agent_that_hangs(camera):
         os.kill(camera.agent_pid(), signal.SIGSTOP)
         try:
             assert events.next("agent") == {"answers": False}
-            camera.control("set", "pan", 5000)  # the camera waits for nothing
+            camera.control("set", "pan", 5000)  # the camera does not wait for the agent
         finally:
             os.kill(camera.agent_pid(), signal.SIGCONT)
         assert events.next("agent") == {"answers": True}
@@ -86,7 +86,7 @@ def test_without_the_agents_port_nobody_asks(desk):
     with desk.events() as events:
         hello = events.next("hello")
         assert (hello["agentWatched"], hello["agentPort"]) == (False, 1161)
-        time.sleep(1.5)  # by then an agent that is asked has answered
+        time.sleep(1.5)  # a polled agent has answered by then
         assert probes(desk) == []
         desk.control("set", "power", 1)
         assert next(name for name, _ in events if name in ("agent", "activity")) == "activity"

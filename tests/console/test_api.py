@@ -1,4 +1,4 @@
-"""The console's API: state, actions, what is written down of them."""
+"""The console's API: state, actions, and what the log records of them."""
 
 import json
 import re
@@ -64,7 +64,7 @@ def test_what_domectl_refuses_is_refused(camera, words):
     answer = camera.post("/api/control", {"words": words})
     assert answer.status == 422
     done = camera.try_domectl(*words)
-    # domectl itself refuses what has too few words.
+    # domectl itself refuses a command with too few words.
     assert answer.json["error"] in done.stderr or (done.returncode, words) in [(2, ["set"]), (2, ["banks", "relay"])]
     assert camera.dome_state() == camera.console_state() == before
 

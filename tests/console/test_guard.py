@@ -199,4 +199,4 @@ def test_the_dome_ends_with_browsers_watching(desk):
         events.next("state")
         desk.control("set", "pan", 90000)
         assert desk.end("dome") == 0
-        list(events)  # to its end
+        list(events)  # read it to its end

@@ -1,4 +1,4 @@
-"""The page in a browser, with a real agent in front of the camera."""
+"""The page in a browser, with a real agent on the camera."""
 
 import os
 import pathlib
@@ -23,7 +23,7 @@ pytestmark = [pytest.mark.slow, pytest.mark.page]
 
 @pytest.fixture
 def page(camera, browser):
-    """The console of the file's camera, as new; the street stands still."""
+    """The file's console, reset; the street stands still."""
     browser.open(camera)
     await_until(lambda: browser.text("pan-value") == "0.00°", "the camera is as new")
     browser.find("clear-list").click()
@@ -33,7 +33,7 @@ def page(camera, browser):
 
 @pytest.fixture
 def panel(running, browser):
-    """The same console, as the test before has left it."""
+    """The same console, as the previous test has left it."""
     if browser.driver.current_url != running.url:
         browser.open(running)
     return browser
@@ -278,7 +278,7 @@ def test_a_joystick_that_falls_silent_stops_the_camera(camera, page):
     page.run("document.getElementById('pad').focus()")
     ActionChains(page.driver).key_down(Keys.ARROW_LEFT).perform()
     await_until(lambda: camera.dome_state()["pan"]["moving"], "it turns")
-    page.run("window.fetch = () => new Promise(() => {})")  # as if the line had gone
+    page.run("window.fetch = () => new Promise(() => {})")  # as if the connection had failed
     await_until(lambda: not camera.dome_state()["pan"]["moving"], "it stops by itself", 10)
     ActionChains(page.driver).key_up(Keys.ARROW_LEFT).perform()
 
@@ -370,7 +370,7 @@ def test_the_camera_comes_back(camera, page):
     page.await_text("link", "Live")
     camera.domectl("set", "pan", 12000)
     page.await_text("pan-value", "12.00°")
-    page.complaints()  # the browser tells of the refused connections
+    page.complaints()  # the browser reports the refused connections
 
 
 def test_an_agent_that_does_not_answer_is_named(camera, page):
@@ -396,7 +396,7 @@ def test_without_the_agents_port_the_page_is_live(desk, browser):
     desk.end("dome")
     browser.await_text("link", "No connection")
     browser.driver.get("about:blank")
-    browser.complaints()  # the browser tells of the refused connections
+    browser.complaints()  # the browser reports the refused connections
 
 
 def test_everything_that_can_be_used_has_a_name_and_shows_its_focus(page):
@@ -413,7 +413,7 @@ def test_everything_that_can_be_used_has_a_name_and_shows_its_focus(page):
         tag, name, style = page.run("""
             const e = document.activeElement;
             return [e.tagName, e.id || e.className, getComputedStyle(e).outlineStyle];""")
-        if tag != "BODY" and style == "none":  # the way round leads through the browser itself
+        if tag != "BODY" and style == "none":  # Tab also visits the browser itself
             hidden.append(name)
     assert hidden == []
 
@@ -489,7 +489,7 @@ def test_a_flood_does_not_drown_the_page(camera, page):
 
 
 def test_a_hidden_page_does_not_watch(camera, page):
-    """One browser has few connections to one place; pages that nobody looks at must not hold them."""
+    """A browser opens few connections to one host; hidden pages must not hold them."""
     hide = """Object.defineProperty(document, 'hidden', {value: arguments[0], configurable: true});
               document.dispatchEvent(new Event('visibilitychange'))"""
     descriptors = len(os.listdir(f"/proc/{camera.processes['dome'].pid}/fd"))
@@ -501,10 +501,10 @@ def test_a_hidden_page_does_not_watch(camera, page):
 
 
 def test_a_portrait(camera, page, tools):
-    """The page in the middle of its work. ORVEX_PORTRAIT names a folder in which its pictures are to be kept."""
+    """The page while it works. ORVEX_PORTRAIT names a folder for its pictures."""
     camera.control("set", "pan", 340000)
     camera.control("set", "tilt", 1000)
-    camera.control("set", "focus", 49)  # sharp where it is going
+    camera.control("set", "focus", 49)  # sharp at the target
     camera.control("set", "alarm", "BNK2", 0, 1)
     camera.control("set", "relay", "BNK1", 2, 1)
     camera.control("fault", "presets", "gone")

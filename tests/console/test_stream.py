@@ -1,4 +1,4 @@
-"""The event stream: what it tells, and that nobody who reads it disturbs the camera."""
+"""The event stream: what it sends, and that no reader of it disturbs the camera."""
 
 import os
 import pathlib
@@ -76,7 +76,7 @@ def test_nothing_happens_nothing_is_told(camera):
 
 
 def test_a_flood_is_told_in_part_and_the_numbers_show_it(camera):
-    """To a reader who does not keep up."""
+    """To a reader that does not keep up."""
     with camera.open_stream(receive_buffer=4096) as stream:
         events = Events(stream)
         events.next("state")
@@ -100,18 +100,18 @@ def resident(camera):
 
 
 def service_calls(camera, manager, count=60):
-    """Seconds that an SNMP request takes that ends in one service call, each."""
+    """Seconds of each of several SNMP requests that end in one service call."""
     times = []
     for _ in range(count):
         start = time.perf_counter()
-        assert manager.get("1.3.6.1.4.1.1206.4.2.7.4.4.0").error_status == 0  # positionFocusLens asks its service
+        assert manager.get("1.3.6.1.4.1.1206.4.2.7.4.4.0").error_status == 0  # calls the focus service
         times.append(time.perf_counter() - start)
     return statistics.median(times), max(times)
 
 
 @pytest.mark.slow
 def test_slow_readers_do_not_hold_up_the_camera(camera, record_property):
-    """Readers that ask for the stream and never read it, while the camera moves and its services are called."""
+    """Readers that request the stream and never read it, while the camera moves and its services are called."""
     before = open_descriptors(camera)
     with ManagerOf(camera) as manager:
         alone, alone_worst = service_calls(camera, manager)
@@ -120,7 +120,7 @@ def test_slow_readers_do_not_hold_up_the_camera(camera, record_property):
         try:
             camera.call("pan", "SetRelativeVelocity", 1, 300)
             camera.call("tilt", "SetRelativeVelocity", 0.1, 300)
-            with camera.events() as events:  # one that reads, among them
+            with camera.events() as events:  # one of them reads
                 for _ in range(20):
                     events.next("state")
                 crowded, crowded_worst = service_calls(camera, manager)
@@ -128,7 +128,7 @@ def test_slow_readers_do_not_hold_up_the_camera(camera, record_property):
                 while events.next("state")["camera"]["temperature"][0] != 44:
                     pass
             grown = resident(camera) - memory
-            # Whoever never reads is cut off, sooner or later, while the camera keeps telling.
+            # The camera keeps sending and disconnects a reader that never reads.
             await_until(lambda: open_descriptors(camera) < before + SLOW_READERS / 2, "slow readers are cut off", 60)
         finally:
             for reader in readers:
@@ -142,7 +142,7 @@ def test_slow_readers_do_not_hold_up_the_camera(camera, record_property):
     print(report)
     record_property("report", report)
     assert crowded_worst < 2, report
-    # A sanitizer keeps what was freed.
+    # A sanitizer keeps freed memory.
     assert grown < (512 if sanitizer_runtime() else 64) * 1024, report
 
 

@@ -28,11 +28,11 @@ AxisProperties Nodding() {
 }
 
 AxisProperties Heavy(AxisProperties properties) {
-    properties.acceleration = 200000;  // half a second to the greatest speed, 25000 units to stop from it
+    properties.acceleration = 200000;  // half a second to max. speed; 25000 units to stop from it
     return properties;
 }
 
-/// Runs the axis in small uneven steps until it rests; returns the seconds that took.
+/// Runs the axis in small uneven steps until it rests; returns the seconds it took.
 double RunToRest(
     Axis& axis, const std::function<void()>& look = [] {}) {
     double seconds = 0;
@@ -108,7 +108,7 @@ TEST(Axis, GoesTheShorterWayRoundWithoutASpeed) {
     RunToRest(axis);
     EXPECT_EQ(axis.Position(), 10000);
 
-    axis.MoveTo(190000, 0, kLong);  // both ways are half a turn
+    axis.MoveTo(190000, 0, kLong);  // both directions are half a turn
     axis.Tick(0.1);
     EXPECT_NEAR(axis.Position(), 15000, 1e-3);
 }
@@ -190,7 +190,7 @@ TEST(Axis, ReplacesAMoveByTheNextOne) {
     Axis axis(Turning());
     axis.MoveTo(180000, 1, 1);
     axis.Tick(0.5);
-    axis.MoveTo(20000, -1, kLong);  // also the time limit is a new one
+    axis.MoveTo(20000, -1, kLong);  // the time limit is new, too
     axis.Tick(0.1);
     EXPECT_NEAR(axis.Position(), 40000, 1e-3);
     axis.MoveAt(0.1, kLong);
@@ -213,7 +213,7 @@ TEST(Axis, StopsAtItsLimits) {
     EXPECT_FALSE(axis.IsMoving());
     EXPECT_EQ(axis.Velocity(), 0);
 
-    axis.MoveTo(-365000, 1, kLong);  // an axis with ends has one way only, whatever the sign
+    axis.MoveTo(-365000, 1, kLong);  // an axis with limits moves in one direction only, whatever the sign
     EXPECT_EQ(axis.Target(), -90000);
     axis.Tick(10);
     EXPECT_EQ(axis.Position(), -90000);
@@ -259,7 +259,7 @@ TEST(HeavyAxis, NeverChangesItsSpeedAtOnce) {
     double before = 0;
     const auto tick = [&] {
         axis.Tick(0.001);
-        // twice the rate: coming to rest may swallow one step
+        // at twice the rate, coming to rest may skip one step
         EXPECT_LE(std::fabs(axis.Velocity() - before), 2 * 0.002 + 1e-9);
         before = axis.Velocity();
     };

@@ -30,7 +30,7 @@ TEST(Camera, TurnsAtItsStatedSpeeds) {
     Camera camera;
     camera.pan.MoveAt(1, 300);
     camera.tilt.MoveAt(-1, 300);
-    camera.Tick(1);  // long past speeding up
+    camera.Tick(1);  // long past the acceleration
     const double pan = camera.pan.Position();
     const double tilt = camera.tilt.Position();
     EXPECT_NEAR(pan, 120000 * 0.9, 200);
@@ -39,9 +39,9 @@ TEST(Camera, TurnsAtItsStatedSpeeds) {
     EXPECT_NEAR(camera.tilt.Position() - tilt, -15000, 1e-3);
     camera.Tick(10);
     EXPECT_EQ(Thousandths(camera.tilt), -90000);
-    EXPECT_TRUE(camera.IsMoving());  // the pan goes on
+    EXPECT_TRUE(camera.IsMoving());  // the pan keeps moving
     camera.pan.Stop();
-    camera.Tick(2);  // the auto focus as well
+    camera.Tick(2);  // now the auto focus stops, too
     EXPECT_FALSE(camera.IsMoving());
 }
 
@@ -123,12 +123,12 @@ TEST(Focus, BreaksOffARunOfTheAutoFocus) {
     EXPECT_TRUE(focus.IsFocusing());
     focus.MoveTo(10);
     EXPECT_FALSE(focus.IsFocusing());
-    focus.Refocus(false);  // nothing to break off: the move by hand goes on
+    focus.Refocus(false);  // there is no auto focus to stop: the manual move continues
     focus.Tick(10);
     EXPECT_EQ(focus.Percent(), 10);
 }
 
-/// Ticks the camera until it rests; the seconds that took.
+/// Ticks the camera until it rests; returns the seconds it took.
 double RunToRest(Camera& camera) {
     double seconds = 0;
     for (; camera.IsMoving() && seconds < 100; seconds += 0.01) camera.Tick(0.01);
@@ -168,7 +168,7 @@ TEST(Focus, HuntsTheSameInOneTickAsInMany) {
 
 TEST(Focus, FollowsTheViewWhenItHasComeToRest) {
     Camera camera;
-    camera.tilt.MoveTo(30000, 1, 300);  // half of the 20 that looking straight up makes
+    camera.tilt.MoveTo(30000, 1, 300);  // half of the 20 percent for looking straight up
     while (camera.tilt.IsMoving()) {
         EXPECT_EQ(camera.focus.Percent(), 50);
         camera.Tick(0.01);
@@ -183,7 +183,7 @@ TEST(Focus, FollowsTheViewWhenItHasComeToRest) {
     RunToRest(camera);
     EXPECT_NEAR(camera.focus.Percent(), 60, 1e-9);
     camera.zoom.SetMaximum(100000);
-    camera.zoom.MoveTo(100000, 300);  // the picture is cropped, the lens stays
+    camera.zoom.MoveTo(100000, 300);  // digital zoom crops the picture; the lens stays
     RunToRest(camera);
     EXPECT_NEAR(camera.focus.Percent(), 60, 1e-9);
 }
@@ -215,7 +215,7 @@ TEST(Focus, LeavesAMoveByHandAlone) {
     camera.focus.JumpTo(0);
     camera.tilt.MoveTo(30000, 1, 300);
     camera.Tick(0.3);
-    camera.focus.MoveTo(90);  // for longer than the tilt
+    camera.focus.MoveTo(90);  // takes longer than the tilt
     RunToRest(camera);
     EXPECT_EQ(camera.focus.Percent(), 90);
     EXPECT_TRUE(camera.focus.IsAuto());
@@ -342,7 +342,7 @@ TEST(Sensors, DriftInWholeDegrees) {
     EXPECT_EQ(readings, (std::vector<int>{26, 27, 28, 27, 26, 25, 24, 23, 22, 23, 24, 25}));
     EXPECT_EQ(sensors.Temperatures(), (std::vector<int>{25, 22}));
     sensors.Tick(25);
-    sensors.SetTemperature(0, 60);  // at the top of the drift, which goes on from there
+    sensors.SetTemperature(0, 60);  // the max. of the drift; the drift continues from there
     EXPECT_EQ(sensors.Temperature(0), 60);
     EXPECT_EQ(sensors.Temperature(1), 25);
     sensors.Tick(50);

@@ -1,4 +1,4 @@
-// The camera's own time: stopped, stepped and stretched.
+// The camera's clock: stopped, stepped and at other rates.
 
 #include <gtest/gtest.h>
 
@@ -41,7 +41,7 @@ TEST(ModelClock, StandsStillWhilePaused) {
     EXPECT_EQ(camera.zoom.Magnification(), 1000u);
     EXPECT_EQ(clock.Time(), 0);
     clock.SetRate(100);
-    clock.Step(0.5);  // whatever the rate
+    clock.Step(0.5);  // independent of the rate
     EXPECT_EQ(camera.zoom.Magnification(), 3500u);
     EXPECT_EQ(clock.Time(), 0.5);
     clock.SetRate(1);
@@ -91,7 +91,7 @@ TEST_F(DeskClock, StepsAMoveByTheSecond) {
     EXPECT_EQ(desk.State()["pan"]["position"], 0);
     desk.Control({"clock", "step", "1"});
     json state = desk.State();
-    // 0.2 s to the full speed of 120000 a second: 12000 then, and 96000 in the 0.8 s after it.
+    // 0.2 s to the full speed of 120000 a second: 12000 by then, plus 96000 in the next 0.8 s.
     const int second = state["pan"]["position"];
     EXPECT_NEAR(second, 108000, 100);
     EXPECT_EQ(state["pan"]["velocity"], 1);
@@ -100,7 +100,7 @@ TEST_F(DeskClock, StepsAMoveByTheSecond) {
     EXPECT_DOUBLE_EQ(state["clock"]["time"].get<double>(), paused + 1);
     desk.Control({"clock", "step", "0.5"});
     EXPECT_NEAR(desk.State()["pan"]["position"].get<int>(), second + 60000, 1);
-    EXPECT_EQ(desk.State()["clock"], desk.State()["clock"]);  // it stands
+    EXPECT_EQ(desk.State()["clock"], desk.State()["clock"]);  // the clock stands still
 
     pan->SetRelativeVelocity(0, 300);
     desk.Control({"clock", "step", "0.3"});
@@ -112,7 +112,7 @@ TEST_F(DeskClock, StepsAMoveByTheSecond) {
 TEST_F(DeskClock, RunsAtItsRate) {
     desk.Control({"clock", "rate", "100"});
     pan->SetRelativeVelocity(0.1, 300);
-    // 300 s of the camera's end the move: 3 s of ours.
+    // The move ends after 300 s of the camera's time: 3 s of real time.
     EXPECT_TRUE(Await([&] { return desk.State()["pan"]["moving"] == false; }));
     const json clock = desk.State()["clock"];
     EXPECT_EQ(clock["mode"], "run");

@@ -21,7 +21,7 @@ struct ConfigurationTest : testing::Test {
     }
     std::string File() const { return desk.Folder() + "/camera.toml"; }
 
-    /// What reading the text is refused with.
+    /// The error of reading the text.
     std::string Refusal(const std::string& text) {
         try {
             ReadConfiguration(Write(text));
@@ -149,7 +149,7 @@ TEST_F(ConfigurationTest, GivesMovesThatNameNoSpeedTheAxissOwn) {
     Camera camera(properties);
     camera.pan.MoveTo(170000, 0, 300);
     camera.tilt.MoveTo(-80000, 0, 300);
-    camera.Tick(1);  // past speeding up, far from the end
+    camera.Tick(1);  // past the acceleration, far from the end
     EXPECT_NEAR(camera.pan.Velocity(), 0.25, 1e-9);
     EXPECT_NEAR(camera.tilt.Velocity(), -0.125, 1e-9);
     camera.pan.MoveTo(0, 1, 300);

@@ -117,7 +117,7 @@ double Process::ProcessorSeconds() const {
     std::ifstream file("/proc/" + std::to_string(_pid) + "/stat");
     std::string stat;
     std::getline(file, stat);
-    std::istringstream fields(stat.substr(stat.rfind(')') + 1));  // the name may hold anything
+    std::istringstream fields(stat.substr(stat.rfind(')') + 1));  // the process name may contain anything
     std::string skipped;
     for (int field = 3; field < 14; ++field) fields >> skipped;
     double user = -1;

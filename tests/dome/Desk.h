@@ -13,13 +13,13 @@ namespace dome::test {
 
 using Words = std::vector<std::string>;
 
-/// Asks until the answer is yes; false when it was not within the time.
+/// Polls until the condition holds; false when it does not hold within the time.
 bool Await(const std::function<bool()>& condition, std::chrono::milliseconds time = std::chrono::seconds(10));
 
-/// A child process, in a process group of its own, that ends with this one at the latest. Its output goes to files.
+/// A child process in a new process group that ends with this process at the latest. Its output goes to files.
 class Process {
 public:
-    /// `output` and `errors` are files that are made anew; `environment` is "NAME=value" on top of this process's.
+    /// Creates the files `output` and `errors`; adds `environment` ("NAME=value") to this process's environment.
     Process(const Words& command, const std::string& output, const std::string& errors, const Words& environment = {});
     ~Process();
     Process(const Process&) = delete;
@@ -28,10 +28,11 @@ public:
     void Signal(int number) const;
     bool IsRunning();
     double ResidentMegabytes() const;
-    /// What the process itself has used of the processor since its start, user and system time.
+    /// The processor time of the process itself since its start, user and system.
     double ProcessorSeconds() const;
 
-    /// The exit status, or minus the number of the signal that ended it. Fails the test after the time, and kills.
+    /// The exit status, or minus the number of the signal that ended it. After the time, kills the process and fails
+    /// the test.
     int Wait(std::chrono::milliseconds time = std::chrono::seconds(10));
 
 private:
@@ -48,7 +49,7 @@ struct Result {
     std::string errors;
 };
 
-/// One desk camera: a state folder of its own, a bus and a dome, that end with this object.
+/// One desk camera: a state folder, a bus and a dome, which end with this object.
 class Desk {
 public:
     Desk();
@@ -61,14 +62,14 @@ public:
     void StartDome(const Words& options = {});
     Process& Dome() { return *_dome; }
 
-    /// Runs a program of this build to its end.
+    /// Runs a program of this build until it ends.
     Result Run(const std::string& program, const Words& arguments, const Words& environment = {});
 
-    /// Runs domectl; what it printed. Fails the test when it does not succeed.
+    /// Runs domectl and returns its output. Fails the test when domectl fails.
     std::string Control(const Words& command);
     Result TryControl(const Words& command);
     nlohmann::json State();
-    /// The calls received, as JSON lines parsed.
+    /// The calls received, as parsed JSON lines.
     std::vector<nlohmann::json> Calls();
 
     const std::string& Folder() const { return _folder; }

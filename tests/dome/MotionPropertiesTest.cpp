@@ -1,4 +1,4 @@
-// What holds for a drive whatever it is told, and in whatever order.
+// Properties of a drive that hold for all commands in any order.
 
 #include <gtest/gtest.h>
 
@@ -24,7 +24,7 @@ AxisProperties Heavy(bool endless) {
     return properties;
 }
 
-/// The way from one position to the next, the shorter one round a turn.
+/// The distance from one position to the next; for a turn, the shorter one.
 double Way(const AxisProperties& properties, double from, double to) {
     return properties.endless ? std::remainder(to - from, properties.maximum - properties.minimum) : to - from;
 }
@@ -36,7 +36,7 @@ public:
     double Between(double least, double most) { return std::uniform_real_distribution<double>(least, most)(_engine); }
     int Choice(int count) { return std::uniform_int_distribution<int>(0, count - 1)(_engine); }
 
-    /// Mostly moves; now and then a stop, a speed out of range or no speed at all.
+    /// Mostly moves; sometimes a stop, a speed out of range or an invalid speed.
     void Command(Axis& axis, double least, double most) {
         const double limit = Choice(4) == 0 ? Between(0, 1) : kLong;
         switch (Choice(5)) {
@@ -70,7 +70,7 @@ void TickChecked(Axis& axis, const AxisProperties& properties, double seconds) {
         ASSERT_LT(axis.Position(), properties.maximum);
     }
     ASSERT_LE(std::fabs(axis.Velocity()), 1.0 + 1e-12);
-    // Arriving takes up what is left of the way: less than one internal step's.
+    // The last step to the target covers the remaining distance: less than one internal step.
     const double maxDistance = properties.maxSpeed * seconds + 1e-6;
     ASSERT_LE(std::fabs(Way(properties, position, axis.Position())), maxDistance);
     const double maxChange = properties.acceleration / properties.maxSpeed * (seconds + 0.004);
@@ -149,7 +149,7 @@ TEST(Braking, IsSoftAtTheLimitsOfTheTilt) {
     for (const double speed : {-1.0, 1.0}) {
         Camera camera;
         camera.tilt.MoveAt(speed, kLong);
-        const double most = 1 / CameraProperties().tilt.accelerating;  // of the greatest speed, a second
+        const double most = 1 / CameraProperties().tilt.accelerating;  // share of the max. speed, per second
         double before = 0;
         double latestFast = 0;  // the last position at full speed
         for (int i = 0; i < 5000 && (camera.tilt.IsMoving() || i == 0); ++i) {
@@ -173,7 +173,7 @@ TEST(Replaced, GoesOnFromTheVelocityThatItHas) {
     const double position = axis.Position();
     axis.MoveAt(-1, kLong);
     axis.Tick(0.001);
-    EXPECT_NEAR(axis.Velocity(), 0.996, 1e-9);  // a first step of the way down, not a turn on the spot
+    EXPECT_NEAR(axis.Velocity(), 0.996, 1e-9);  // a first step downwards, not a turn on the spot
     EXPECT_GT(axis.Position(), position);
     axis.Tick(0.5);
     EXPECT_DOUBLE_EQ(axis.Velocity(), -1);

@@ -1,4 +1,4 @@
-// The real process on a bus of its own, seen as its users see it: through the platform's clients and domectl.
+// The real process on a private bus, as its users see it: through the platform's clients and domectl.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -81,7 +81,7 @@ TEST_F(ProcessTest, PansFromEndToEnd) {
 
 TEST_F(ProcessTest, LetsNoMoreTimePassForAMoveThanThereWas) {
     const auto started = Clock::now();
-    // Long enough for the camera to wait for the next call several times over.
+    // Long enough for the camera to reach its wait for the next call several times.
     EXPECT_TRUE(Await([&] { return Clock::now() - started > 500ms; }));
     const auto before = Clock::now();
     pan->SetRelativeVelocity(1, 300);
@@ -98,7 +98,7 @@ TEST_F(ProcessTest, LetsNoMoreTimePassForAMoveThanThereWas) {
     EXPECT_GE(to - from, 0.3 * 120000 - 2);
 }
 
-// Its own processor time: how busy the machine is makes no difference.
+// Processor time of the process only, so that a busy machine makes no difference.
 TEST_F(ProcessTest, RestsWhileNothingHappens) {
     fan->IsRunning();
     const double before = desk.Dome().ProcessorSeconds();
@@ -178,7 +178,7 @@ TEST_F(ProcessTest, LogsCallsInOrder) {
               "\n"
               R"({"service":"fan","call":"IsRunning","args":[],"outcome":"ok"})"
               "\n");
-    EXPECT_EQ(desk.Calls().size(), 3u);  // reading it leaves it, and is no call
+    EXPECT_EQ(desk.Calls().size(), 3u);  // reading keeps the calls, and is not logged as one
     desk.Control({"calls", "--clear"});
     EXPECT_EQ(desk.Control({"calls"}), "");
 }
@@ -250,7 +250,7 @@ TEST_F(ProcessTest, TellsItsEvents) {
     voltage->OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(&recorder, &Recorder::OnStatus));
     power->OnPowerStatusChange().AddHandler(tavos::core::CreateDelegate(&recorder, &Recorder::OnStatus));
     bus->StartServer();
-    // Until the subscriptions have reached the bus, nothing comes through.
+    // No event arrives before the subscriptions have reached the bus.
     for (const Words& event :
          {Words{"event", "temperature", "0", "1"}, Words{"event", "voltage", "1"}, Words{"event", "power", "1"}}) {
         recorder.Clear();
@@ -260,7 +260,7 @@ TEST_F(ProcessTest, TellsItsEvents) {
         }));
     }
     const auto heard = [&](const Words& command, const Events& wanted) {
-        desk.Control({"event", "power", "-1"});  // what is still under way comes before this
+        desk.Control({"event", "power", "-1"});  // pending events arrive before this one
         EXPECT_TRUE(Await([&] { return !recorder.Events().empty() && recorder.Events().back()[0] == -1; }));
         recorder.Clear();
         desk.Control(command);
@@ -275,7 +275,7 @@ TEST_F(ProcessTest, TellsItsEvents) {
     EXPECT_EQ(voltage->GetVoltageStatus(), 2);
 }
 
-/// Hears the voltage's events.
+/// Listens to the voltage's events.
 struct ManyEventsTest : ProcessTest {
     void SetUp() override {
         ASSERT_NO_FATAL_FAILURE(ProcessTest::SetUp());
@@ -322,7 +322,7 @@ TEST_F(ManyEventsTest, LeaveTheServicesTimeToAnswer) {
     EXPECT_GT(answered, 20);
     EXPECT_LT(longest, 400ms) << answered;  // a call's deadline is 500 ms
     RecordProperty("longest_ms", static_cast<int>(longest.count()));
-    // domectl returns when all have been told: what it asks for next comes after them.
+    // domectl returns after all events are sent: its next queries come after them.
     desk.Control({"set", "voltage", "2"});
     ASSERT_TRUE(Await([&] { return recorder.Events().back()[0] == 2 && recorder.Events().size() > 2; }, 20s));
     EXPECT_EQ(recorder.Events().size(), kCount + 1u);
@@ -377,7 +377,7 @@ TEST_F(ProcessTest, IsGoneWhenItIsTold) {
     desk.Control({"fault", "pan", "gone"});
     const auto started = Clock::now();
     EXPECT_THROW(pan->GetPosition(), Exception);
-    EXPECT_LT(Clock::now() - started, 400ms);  // refused at once, no deadline waited for
+    EXPECT_LT(Clock::now() - started, 400ms);  // refused at once, without waiting for the deadline
     EXPECT_FALSE(fan->IsRunning());
     desk.Control({"fault", "pan", "ok"});
     EXPECT_EQ(pan->GetPosition(), 0u);

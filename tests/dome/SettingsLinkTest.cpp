@@ -1,4 +1,4 @@
-// What the camera takes from its settings, and what it keeps in them over a restart.
+// What the camera reads from its settings, and what it stores there over a restart.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -33,10 +33,10 @@ struct SettingsLinkTest : testing::Test {
 
     void SetMode(const std::string& mode) { settings->SetValue("[Imaging/Focus]Mode", mode); }
 
-    /// A second later.
+    /// Checks the settings again one second later.
     void Look(SettingsLink& link) { link.Work(now += 1s); }
 
-    Desk desk;  // only its folder
+    Desk desk;  // uses only its folder
     const std::string store = desk.Folder() + "/settings.db";
     std::unique_ptr<TavosSettingsClient> settings;
     SettingsLink::Clock::time_point now = SettingsLink::Clock::now();
@@ -52,7 +52,7 @@ TEST_F(SettingsLinkTest, FollowsTheModeOfTheAutoFocus) {
     Look(link);
     EXPECT_FALSE(camera.focus.IsAuto());
     SetMode("anything");
-    link.Work(now + 900ms);  // not yet
+    link.Work(now + 900ms);  // too early
     EXPECT_FALSE(camera.focus.IsAuto());
     Look(link);
     EXPECT_TRUE(camera.focus.IsAuto());
@@ -193,7 +193,7 @@ TEST_F(SettingsLinkTest, DoesNotTouchAStoreThatHasNotChanged) {
     link.Restore();
     Look(link);
     Look(link);
-    // Nobody could read it now without a failure: the file is no store, with the size and the time that it had.
+    // Reading it now would fail: the file is no store, but has its old size and time.
     const auto time = std::filesystem::last_write_time(store);
     const auto size = std::filesystem::file_size(store);
     std::ofstream(store, std::ios::trunc) << std::string(size, 'x');
@@ -205,7 +205,7 @@ TEST_F(SettingsLinkTest, DoesNotTouchAStoreThatHasNotChanged) {
     EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "");
     EXPECT_FALSE(camera.focus.IsAuto());
     camera.relays.Set("BNK1", 0, true);
-    EXPECT_NO_THROW(Look(link));  // refused; the camera goes on
+    EXPECT_NO_THROW(Look(link));  // the read is refused; the camera keeps running
 }
 
 TEST_F(SettingsLinkTest, LivesWithoutAStore) {

@@ -1,9 +1,9 @@
-"""A manager in a process of its own, so that nothing that a test does itself lengthens what it measures:
+"""A manager in a separate process, so that the test's work does not slow down what it measures:
 
 asking.py PORT OID PAUSE TIMEOUT
 
-Asks for the object over and over until it is ended, each time when the last answer has come, and writes a line for each
-answer: when it was sent, seconds taken, error status and value; "lost" for one that did not come in time.
+Sends GETs for the object until it is ended, each after the last answer. Writes a line for each answer: the time of
+sending, seconds taken, error status and value; "lost" for an answer that did not come in time.
 """
 
 import pathlib

@@ -1,5 +1,5 @@
-"""A stand-in for a service of the camera, on the wire: takes a name on the bus, receives calls, tells events as fast as
-the bus takes them, can lie, be slow, flood others, and be gone at any moment."""
+"""A stand-in for a service of the camera, on the wire. It takes a name on the bus, receives calls and emits events as
+fast as the bus takes them. It can lie, be slow, flood others, and disappear at any moment."""
 
 import os
 import socket
@@ -72,7 +72,7 @@ NOTHING = "", b""
 
 
 class Service:
-    """`name` ("Voltage2") is taken at once; nobody else may have it."""
+    """Takes `name` ("Voltage2") at once; nobody else may have it."""
 
     def __init__(self, bus_socket, name):
         self._path, self._interface = f"/org/tavos/{name}", f"org.tavos.{name}"
@@ -108,7 +108,7 @@ class Service:
         return kind, serial, rest[:len(rest) - length], rest[len(rest) - length:]
 
     def await_call(self):
-        """Waits for the next call that is one of the camera's, not a question for a sign of life."""
+        """Waits for the next call of one of the camera's operations; skips pings."""
         while True:
             kind, _, header, _ = self.receive()
             if kind == CALL and b"\0Ping\0" not in header:
@@ -137,7 +137,7 @@ class Service:
         return struct.unpack("<I", self._ask_bus("GetConnectionUnixProcessID", "s", _text(name)))[0]
 
     def flood(self, targets, seconds):
-        """Calls that nobody has asked for, 60 kB each, to all targets in turn. Returns the octets that the bus took."""
+        """Sends unrequested calls of 60 kB each to all targets in turn. Returns the octets that the bus took."""
         fields = {PATH: "/x", INTERFACE: "x.x", MEMBER: "X", SIGNATURE: "s"}
         calls = b""
         for target in targets:
@@ -151,7 +151,7 @@ class Service:
         return sent
 
     def tell(self, event, values):
-        """One event of one number for each of the values, all of them at once. Nobody is waited for but the bus."""
+        """Emits one event with one number for each of the values, all at once. Waits only for the bus."""
         fields = {PATH: self._path, INTERFACE: self._interface, MEMBER: event, SIGNATURE: "i"}
         template = message(SIGNAL, 0, fields, struct.pack("<i", 0))
         out = bytearray()
@@ -178,8 +178,8 @@ class Service:
 
 
 class Answering(Service):
-    """Answers each call, pings too, `delay` seconds after it has got it, with what `answers` has for its name: a pair of
-    signature and body. What it has answered is in `served`, in order."""
+    """Answers each call and ping `delay` seconds after receiving it. `answers` maps the call's name to a pair of
+    signature and body. `served` holds the answered calls in order."""
 
     def __init__(self, bus_socket, name, answers, delay=0.0):
         super().__init__(bus_socket, name)

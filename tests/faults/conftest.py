@@ -11,7 +11,8 @@ import desk as desks  # noqa: E402
 
 @pytest.fixture
 def undisturbed():
-    """Where it is allowed, the test and what it starts go before the machine's other work, which is not measured."""
+    """Runs the test and its children at a higher priority where allowed, so that other work does not disturb the
+    figures."""
     before = os.getpriority(os.PRIO_PROCESS, 0)
     try:
         os.setpriority(os.PRIO_PROCESS, 0, -15)
@@ -24,14 +25,14 @@ def undisturbed():
 
 @pytest.fixture
 def desk():
-    """A desk camera of the test's own, with nothing started yet."""
+    """A desk camera of this test, not started yet."""
     with desks.Desk() as desk:
         yield desk
 
 
 @pytest.fixture
 def started():
-    """A running desk camera of the test's own."""
+    """A running desk camera of this test."""
     with desks.Desk() as desk:
         desk.start()
         yield desk
@@ -39,7 +40,7 @@ def started():
 
 @pytest.fixture
 def figure(request, capsys):
-    """Prints what a test has measured; with ORVEX_FULL=1 at once."""
+    """Prints a test's figures; with ORVEX_FULL=1 at once."""
 
     def show(text):
         line = f"{request.node.name}: {text}"

@@ -1,4 +1,4 @@
-"""A service that dies of its first call, before it has answered: dying_service.py BUS-SOCKET NAME"""
+"""A service that ends during its first call, before it answers: dying_service.py BUS-SOCKET NAME"""
 
 import os
 import signal

@@ -1,4 +1,4 @@
-"""Changes that come by the hundred thousand, and a trap sink that is slow, or not there."""
+"""Events by the hundred thousand, and a trap sink that is slow or missing."""
 
 import time
 from collections import Counter
@@ -13,9 +13,9 @@ from watching import SANITIZED, Asking, footprint, percentile, settled
 from traps import Sink
 
 COUNT = 100000
-BUFFER = 256 << 20  # room for all of them: what a sink does not read the system would drop
-LAST = COUNT + 1000  # behind all the others
-ROOM = 32 * 1024  # kB that the agent may take more while they pass
+BUFFER = 256 << 20  # room for all of them: the system would drop what a sink does not read
+LAST = COUNT + 1000  # sent after all the others
+ROOM = 32 * 1024  # kB that the agent may grow meanwhile
 
 
 pytestmark = [pytest.mark.slow, pytest.mark.usefixtures("undisturbed")]
@@ -23,14 +23,14 @@ pytestmark = [pytest.mark.slow, pytest.mark.usefixtures("undisturbed")]
 
 @pytest.fixture
 def burst(started):
-    """Tells so many events at once, as fast as the bus takes them, in the name of the voltage service."""
+    """Emits many events at once, as fast as the bus takes them, in the name of the voltage service."""
     started.domectl("fault", "voltage", "gone")
     with Service(started.state / "bus.sock", "Voltage2") as service:
         yield lambda values: service.tell("VoltageStatusChange", values)
 
 
 def check_agent(desk, asking, before, figure, what, start, end):
-    """From `start` to `end` events were on their way: in each quarter of that time GETs were answered."""
+    """Events arrived from `start` to `end`; the agent answered GETs in each quarter of that time."""
     after = footprint(desk.agent_pid())
     meanwhile = [answer for answer in asking.answers if start <= answer.sent <= end]
     quarters = Counter(int(4 * (answer.sent - start) / (end - start)) for answer in meanwhile)
@@ -75,7 +75,7 @@ def test_a_sink_that_is_gone(started, burst, figure):
 
 
 def test_every_sensor_at_once_told_by_the_camera(started, figure):
-    """The camera itself tells its events over five seconds, and is called meanwhile."""
+    """The camera itself emits its events over five seconds and receives calls meanwhile."""
     with Sink(started, BUFFER) as sink, Asking(started, OID["modelName"]) as asking, \
             Asking(started, OID["voltage"]) as called:
         sink.read()
@@ -91,7 +91,7 @@ def test_every_sensor_at_once_told_by_the_camera(started, figure):
 
 
 def test_the_agent_waits_for_services_while_they_come(started, burst, figure):
-    """Traps pile up while the agent's thread waits, up to a bound; beyond it the events wait in the bus."""
+    """Traps queue up to a limit while the agent's thread waits; above it the events wait in the bus."""
     hanging = ["temperature", "power", "zoom", "alarm", "relay"]
     asked = [OID[name] for name in ("temperature", "power", "rangeZoomLimit", "alarmState.1", "relayState.1")]
     for service in hanging:

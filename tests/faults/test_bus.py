@@ -26,7 +26,7 @@ def test_the_bus_restarts_over_and_over(started, figure):
         told = 0
 
         def events_arrive():
-            """Whoever tells an event before the agent listens again tells it in vain: told until one arrives."""
+            """An event emitted before the agent listens again is lost: emits until one arrives."""
             nonlocal told
             told += 1
             before = len(sink.values)

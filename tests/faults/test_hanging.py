@@ -1,4 +1,4 @@
-"""A service, or the bus, that takes calls and answers none: one call waits for it, and nobody else for long."""
+"""A service, or the bus, accepts calls and never answers: one call waits for it, and others only briefly."""
 
 import contextlib
 import os
@@ -11,8 +11,8 @@ from desk import ManagerOf, await_until
 from expected_tree import OID
 from watching import FULL, Asking, answers_at_a_rate, percentile, times
 
-DEADLINE = 0.5  # of one call
-UNRELATED = 0.05  # what others may wait at the 99th percentile
+DEADLINE = 0.5  # seconds; of one call
+UNRELATED = 0.05  # seconds; max. wait of others at the 99th percentile
 
 
 @contextlib.contextmanager
@@ -24,7 +24,7 @@ def hung_service(desk):
 
 @contextlib.contextmanager
 def stopped(desk, name):
-    """A process that has the calls in its socket and does not run."""
+    """Stops a process: calls stay in its socket."""
     pid = desk.processes[name].pid
     os.kill(pid, signal.SIGSTOP)
     try:
@@ -38,7 +38,7 @@ HANGING = {
     "camera": lambda desk: stopped(desk, "dome"),
     "bus": lambda desk: stopped(desk, "bus"),
 }
-# What is asked for meanwhile: with a live camera another of its services, with a stopped one what needs none.
+# The object read meanwhile: another service's for a live camera, one that needs no service for a stopped camera.
 UNRELATED_OBJECT = {"service": "temperature", "camera": "modelName", "bus": "modelName"}
 
 
@@ -55,8 +55,8 @@ def test_one_call_waits_and_others_are_answered(undisturbed, started, figure, wh
     seconds, rate = times(4, 100), 200
     with HANGING[what](started):
         with Asking(started, OID["voltage"], wait=False) as asking:
-            before = answers_at_a_rate(started.port, unrelated, rate, 1)  # the wait is in this second
-            for _ in range(times(3, 1)):  # other work of the machine only ever makes them longer
+            before = answers_at_a_rate(started.port, unrelated, rate, 1)  # the wait falls into this second
+            for _ in range(times(3, 1)):  # other work of the machine can only lengthen the times
                 taken = answers_at_a_rate(started.port, unrelated, rate, seconds)
                 if percentile(taken, 99) < UNRELATED:
                     break
@@ -78,5 +78,5 @@ def test_one_call_waits_and_others_are_answered(undisturbed, started, figure, wh
     assert percentile(waits, 99) < UNRELATED
     assert percentile(taken, 99) < UNRELATED
     assert max(before) < DEADLINE + 0.2
-    if FULL:  # long enough for a wait of half a second to be less than one in a hundred
+    if FULL:  # long enough that a wait of half a second is less than one percent
         assert percentile(everybody, 99) < UNRELATED

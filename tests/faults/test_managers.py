@@ -1,4 +1,4 @@
-"""Many managers, impatient managers, and managers that want everything at once."""
+"""Many managers, impatient managers, and managers that request everything at once."""
 
 import select
 import socket
@@ -34,7 +34,7 @@ def parts(oid):
 
 
 def bulk(manager, oids, repeated, others=0):
-    """GETBULK with `others` non-repeaters; counts are sent as they are, sensible or not."""
+    """GETBULK with `others` non-repeaters; sends the counts unchecked."""
     message = ber.encode(ber.GETBULK, [(oid, ber.NULL, b"") for oid in oids], status=others, index=repeated)
     answer = manager.exchange(message)
     assert answer.error_status == ber.NO_ERROR
@@ -52,7 +52,7 @@ def test_huge_repetitions_answer_what_follows(manager, subtree, repeated):
     answered = bulk(manager, [subtree], repeated)
     assert time.monotonic() - start < 5
     expected = rows_below(subtree)
-    # As many as a message holds, and they hold the whole subtree.
+    # As many as fit into a message; together they hold the whole subtree.
     assert answered[:len(expected)] == expected
     names = [parts(oid) for oid, tag, _ in answered if tag != ber.END_OF_MIB_VIEW]
     assert names == sorted(names)
@@ -80,7 +80,7 @@ def test_many_names_and_huge_repetitions(manager):
 
 
 class Walker:
-    """One of many: walks the tree, its next question out as soon as the last one is answered."""
+    """One of many: walks the tree, sending the next request once the last one is answered."""
 
     def __init__(self, desk):
         self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
@@ -135,7 +135,7 @@ def test_fifty_managers_at_once(running, figure):
 
 
 def test_fifty_managers_and_five_of_them_steer(running):
-    """Each of the five finds the command that it gave itself."""
+    """Each of the five reads back its last command."""
     managers = [ManagerOf(running) for _ in range(50)]
     try:
         for number in range(times(20, 500)):
@@ -161,7 +161,7 @@ def test_fifty_managers_and_five_of_them_steer(running):
 
 
 def sent_again(manager, message, copies):
-    """The answers to a message that is sent so often before the first answer is looked at, and how long they took."""
+    """Sends a message many times before it reads the first answer; returns the answers and their times."""
     start = time.monotonic()
     for _ in range(copies):
         manager._socket.send(message)

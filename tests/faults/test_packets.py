@@ -1,4 +1,4 @@
-"""What arrives on the wire: three versions of the protocol, messages that end too early, and octets that are wrong."""
+"""Three protocol versions, truncated messages and wrong octets on the wire."""
 
 import random
 import socket
@@ -29,7 +29,7 @@ ABSENT = OID["modelName"] + ".7"
 
 @pytest.fixture(scope="module")
 def running():
-    """One camera for the whole file; its agent knows one more user."""
+    """One camera for the whole file; its agent has one more user."""
     with desks.Desk() as desk:
         with open(desk.state / "snmpd.conf", "a") as configuration:
             configuration.write(f'createUser tester {DIGEST} "authentic tester 1" AES "private tester 2"\n'
@@ -76,7 +76,7 @@ def test_a_refusal(running, version, error):
 
 
 class Eavesdropper:
-    """Stands between a manager and the agent and keeps what the manager sends."""
+    """Proxy between a manager and the agent that records the manager's messages."""
 
     def __init__(self, desk):
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
@@ -106,7 +106,7 @@ class Eavesdropper:
 
 @pytest.fixture(scope="module")
 def messages(running):
-    """Sound messages of every kind, as managers send them."""
+    """Valid messages of every kind, as managers send them."""
     ear = Eavesdropper(running)
     for version in SECURITY:
         for tool, *words in (("snmpget", OID["modelName"], OID["temperature"]), ("snmpgetnext", OID["relayBank.1"]),
@@ -120,7 +120,7 @@ def messages(running):
 
 
 class Noise:
-    """Sends whatever it is given, and now and then asks whether the agent is still well."""
+    """Sends any octets, and checks regularly that the agent still works."""
 
     def __init__(self, desk):
         self._desk, self.sent = desk, 0
@@ -142,7 +142,7 @@ class Noise:
     def send(self, octets):
         self._socket.send(octets)
         self.sent += 1
-        if self.sent % 20 == 0:  # no more than the agent's socket has room for
+        if self.sent % 20 == 0:  # no more than fit into the agent's socket
             self.check()
 
     def check(self):
@@ -157,8 +157,8 @@ class Noise:
 
 @pytest.fixture
 def noise(running, figure):
-    """A source of noise; when the test is over the agent has the same process, serves the same objects and holds no
-    more than before."""
+    """A source of noise. Afterwards the agent is the same process, serves the same objects and holds no more than
+    before."""
     before = settled(running)
     with Noise(running) as noise:
         yield noise

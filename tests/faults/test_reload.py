@@ -1,4 +1,4 @@
-"""SIGHUP over and over under load, while something is wrong, and an agent that makes itself a daemon."""
+"""Repeated SIGHUP under load, reloads that fail in part, and an agent that runs as a daemon."""
 
 import os
 import pathlib
@@ -18,12 +18,12 @@ from traps import Sink
 
 
 def reload(desk):
-    """Returns when the agent has read its configuration again."""
+    """Sends SIGHUP and returns when the agent has read its configuration again."""
     read = lambda: desk.log("agent").count("Reconfiguring daemon")  # noqa: E731
     before = read()
     with ManagerOf(desk, timeout=10) as manager:
         os.kill(desk.agent_pid(), signal.SIGHUP)
-        # The stock agent sees a signal that comes while it is busy only when the next request or timer wakes it.
+        # A signal that comes while the stock agent is busy waits until the next request or timer wakes it.
         await_until(lambda: manager.get(OID["modelName"]) and read() > before, "the agent reads its configuration")
         manager.get(OID["modelName"])
 
@@ -31,7 +31,8 @@ def reload(desk):
 @pytest.mark.slow
 @pytest.mark.parametrize("sinks", [0, 1])
 def test_reloads_under_load(desk, figure, sinks):
-    """The stock agent itself keeps one socket a trap sink and reload: none without a sink, and one a reload with it."""
+    """The stock agent leaks sockets: one per trap sink and reload; without a sink none, with one sink one per
+    reload."""
     reloads = 100
     configuration = desk.state / "snmpd.conf"
     if not sinks:
@@ -45,7 +46,7 @@ def test_reloads_under_load(desk, figure, sinks):
         for number in range(reloads):
             reload(desk)
             if number == reloads // 10:
-                first = footprint(desk.agent_pid())  # what the first few cost is not what each one costs
+                first = footprint(desk.agent_pid())  # the first reloads cost more than later ones
     after = footprint(desk.agent_pid())
     for asking in (called, model):
         assert asking.statuses == {ber.NO_ERROR}
@@ -202,13 +203,13 @@ def test_an_agent_that_has_run_out_of_descriptors_serves_everything_and_recovers
         expected = [(oid, tag, bytes([1, 0, 0, 0]) if oid == OID["positionIrisLens"] else value)
                     for oid, tag, value in rows_without()]
         reloads = 0
-        while not lines_of_module(desk):  # it cannot open the version file
+        while not lines_of_module(desk):  # stops when it cannot open the version file
             assert reloads < 40
             reload(desk)
             reloads += 1
         for _ in range(5):
             reload(desk)
-            # The settings store is opened for each request that needs it.
+            # Each request for it opens the settings store.
             assert rows_that_need_no_store(desk) == [row for row in expected if row[0] != OID[STORED]]
         subprocess.run(["prlimit", "--pid", str(desk.agent_pid()), "--nofile=4096:4096"], check=True)
         before = len(lines_of_module(desk))
@@ -236,7 +237,7 @@ def test_every_restart_script_is_collected_also_over_a_reload(started):
 
 
 class Daemon(Desk):
-    """An agent without -f: it loads the module, then it forks, and the child is the agent."""
+    """An agent without -f: it loads the module, then forks, and the child becomes the agent."""
 
     pid = 0
 
@@ -287,8 +288,8 @@ def daemon():
         desk.close()
 
 
-# A daemon works in the root folder, from its start (before 5.9) or from its first reload on, and the desk's build looks
-# for the version below where it works.
+# A daemon works in the root folder: from its start (before 5.9), or from its first reload on. The desk's build reads
+# the versions below from files in the working folder.
 VERSIONS = ["fwVersion", "swVersion", "moduleVersion"]
 
 
@@ -301,7 +302,7 @@ def test_a_daemons_events_become_traps(daemon):
     with Sink(daemon) as sink:
         sink.read()
         await_until(lambda: daemon.domectl("event", "voltage", 5) == "" and sink.values, "a trap")
-        daemon.domectl("event", "voltage", 6)  # behind those that were told more than once
+        daemon.domectl("event", "voltage", 6)  # arrives after the repeated events
         await_until(lambda: sink.values[-1] == 6, "their last one")
         before = len(sink.values)
         daemon.domectl("event", "voltage", 10, "--count", 1000)

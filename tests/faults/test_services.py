@@ -1,4 +1,4 @@
-"""Services that are missing at the start, and services that die with a call in their hands."""
+"""Services that are missing at the start, and services that end during a call."""
 
 import os
 import pathlib
@@ -21,7 +21,7 @@ SERVICES = ["pan", "tilt", "zoom", "focus", "focus2", "iris", "presets", "preset
 SENSORS = ["temperature", "power", "voltage"]
 TABLES = tuple(f"{ORVEX}.1.3.{number}." for number in (1, 2))
 
-# What shows that a service is called: a SET of the object, or a GET of it where there are no octets.
+# What calls each service: a SET of the object with these octets, or a GET where there are none.
 USES = {
     "pan": ("positionPan", "02000064"),
     "tilt": ("positionTilt", "02000064"),
@@ -69,7 +69,7 @@ def test_no_service_at_the_start(desk):
 
     for service in SERVICES:
         desk.domectl("fault", service, "ok")
-    # A sensor that does not answer at the start is left out, until the configuration is read again.
+    # A sensor that is silent at the start is left out until the configuration is read again.
     assert tree(desk) == rows_without(*SENSORS)
 
 
@@ -86,7 +86,7 @@ def test_a_service_that_is_missing_at_the_start(desk, service):
         assert tree(desk) == rows_without(*left_out)
         desk.clear_calls()
         if service in SENSORS:
-            # Its changes are told all the same, and it is served once the agent has read its configuration again.
+            # Its changes still become traps. The agent serves it after it reads its configuration again.
             with Sink(desk) as sink:
                 sink.read()
                 desk.domectl("set", service, 2)
@@ -102,7 +102,7 @@ def test_a_service_that_is_missing_at_the_start(desk, service):
 
 
 def die_of_a_call(desk):
-    """A service of the sensor's name, which ends in the middle of its first call."""
+    """A service with the sensor's name that ends during its first call."""
     command = ["/usr/bin/python3", DYING_SERVICE, desk.state / "bus.sock", "Voltage2"]
     with subprocess.Popen(list(map(str, command)), stdout=subprocess.PIPE) as service:
         try:
@@ -113,7 +113,7 @@ def die_of_a_call(desk):
 
 
 def check_others(asking, figure, deaths):
-    """Nobody waited for an answer in vain, and what needs nothing of the dead one was answered."""
+    """Every request got an answer, and objects that need no dead service got their value."""
     dead, *others = asking
     for one in asking:
         assert None not in one.statuses
@@ -145,7 +145,7 @@ def test_the_whole_camera_dies_over_and_over(started, figure):
     deaths = times(15, 300)
     with Asking(started, OID["voltage"]) as dead, Asking(started, OID["modelName"], pause=0.002) as model:
         for _ in range(deaths):
-            time.sleep(random.uniform(0, 0.05))  # whatever it is doing then
+            time.sleep(random.uniform(0, 0.05))  # at any moment of its work
             dome = started.processes.pop("dome")
             os.kill(dome.pid, signal.SIGKILL)
             dome.wait()

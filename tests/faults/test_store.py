@@ -1,4 +1,4 @@
-"""The settings store: its writers killed at any moment, no room for it, nothing to be written, and damage."""
+"""The settings store: writers killed at any moment, a full disk, a read-only disk, and damage."""
 
 import contextlib
 import json
@@ -46,8 +46,8 @@ def all_values(number):
 
 @pytest.mark.slow
 def test_writers_killed_at_any_moment(tmp_path, figure):
-    """Each writer stores forty values as one. What it was heard to have stored is there; what it was killed over is
-    there as a whole or not at all."""
+    """Each writer stores forty values as one. An acknowledged write is there. A write interrupted by the kill is there
+    as a whole or not at all."""
     kills = times(60, 1000)
     store, text = tmp_path / "settings.db", tmp_path / "values.ini"
     text.write_text(all_values(0))
@@ -78,7 +78,7 @@ def relays(states):
 
 
 class Switching:
-    """Switches relays one after the other, in a `with`, until the camera is gone."""
+    """Switches relays in turn, in a `with`, until the camera is gone."""
 
     def __init__(self, desk, states):
         self.desk = desk
@@ -109,8 +109,8 @@ class Switching:
 
 @pytest.mark.slow
 def test_the_camera_killed_at_any_moment(desk, figure):
-    """Its relays are switched and somebody else stores settings when it is killed. The store opens each time, every
-    setting and every relay that was acknowledged is as it was."""
+    """The camera is killed while its relays switch and another process stores settings. The store opens each time;
+    every acknowledged setting and relay is as it was."""
     kills, switched, asked_last = times(12, 1000), 0, 0
     store = desk.state / "settings.db"
     desk.start_bus()
@@ -123,7 +123,7 @@ def test_the_camera_killed_at_any_moment(desk, figure):
         asked_last += restored != acknowledged
         with Switching(desk, restored) as switching:
             assert settings(store, "set", "[Kill/Test]Number", str(number)).returncode == 0
-            time.sleep(random.uniform(0, 0.3) if number % 10 else 1.2)  # once a second the camera looks after its store
+            time.sleep(random.uniform(0, 0.3) if number % 10 else 1.2)  # once a second the camera checks its store
             kill(desk.processes.pop("dome"))
         acknowledged, asked, switched = switching.acknowledged, switching.asked, switched + switching.count
         assert value(store, "[Kill/Test]Number") == str(number)
@@ -144,7 +144,7 @@ def test_a_relay_that_a_manager_has_switched_survives_a_kill(desk):
 
 @contextlib.contextmanager
 def small_disk(desk):
-    """The desk's store on a disk of its own."""
+    """The desk's store on a separate disk."""
     folder = desk.state / "disk"
     folder.mkdir()
     done = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m,mode=755", "tmpfs", folder], capture_output=True,
@@ -191,7 +191,7 @@ def test_nothing_can_be_written(desk, what):
     begin, end, reason = TROUBLES[what]
     with small_disk(desk) as store:
         begin(store)
-        # All of them start with it, and read.
+        # All of them start with this store, and read it.
         desk.start()
         assert tree(desk) == rows_without()
         assert value(store, FOCUS_MODE) == "Auto"
@@ -212,13 +212,13 @@ def test_nothing_can_be_written(desk, what):
             end(store)
             assert manager.set_octets(features, b"\x40\x00").error_status == ber.NO_ERROR
             assert value(store, FOCUS_MODE) == "Manual"
-        if what == "full":  # the camera leaves a store that refuses alone for ten seconds
+        if what == "full":  # after a refused write the camera does not touch the store for ten seconds
             await_until(lambda: settings(store, "get", "[Dome/State]Relays").stdout.strip() == relays("001000"),
                         "the camera keeps its relays after all", 20)
 
 
 def test_a_folder_of_somebody_elses(desk):
-    """Who may only read the store's folder reads the store."""
+    """Read access to the store's folder is enough to read the store."""
     store = desk.state / "public" / "settings.db"
     store.parent.mkdir(mode=0o755)
     shutil.copy(desk.state / "settings.db", store)
@@ -248,7 +248,7 @@ def test_a_store_damaged_while_they_run(started, damage):
             store.unlink()
         else:
             store.write_bytes({"empty": b"", "no database": b"camera" * 1000, "cut short": whole[:1500]}[damage])
-        assert manager.get(status).bindings[0].value == b"\x80"  # whether the focus is automatic cannot be told
+        assert manager.get(status).bindings[0].value == b"\x80"  # focus mode unreadable: counts as off
         assert manager.get(OID["modelName"]).bindings[0].value == b"Orvex Dome D20"
         lines = [line for line in started.output("agent").splitlines() if str(store) in line]
         assert len(lines) == 1
@@ -264,7 +264,7 @@ def test_a_store_damaged_while_they_run(started, damage):
 
 @pytest.mark.parametrize("suffix", ["", "-wal", "-shm", "-journal"])
 def test_a_fifo_in_the_place_of_one_of_the_stores_files(started, suffix):
-    """The open of a FIFO waits without a deadline: agent, camera and command refuse it, and go on when the store is
+    """Opening a FIFO waits without a deadline. Agent, camera and command refuse it, and continue when the store is
     back."""
     store = started.state / "settings.db"
     path = started.state / f"settings.db{suffix}"
@@ -276,11 +276,11 @@ def test_a_fifo_in_the_place_of_one_of_the_stores_files(started, suffix):
         if not suffix:
             path.rename(away)
         os.mkfifo(path)
-        assert manager.get(status).bindings[0].value == b"\x80"  # whether the focus is automatic cannot be told
+        assert manager.get(status).bindings[0].value == b"\x80"  # focus mode unreadable: counts as off
         manager.set_octets(features, b"\x40\x00")
         assert manager.get(OID["modelName"]).bindings[0].value == b"Orvex Dome D20"
         assert manager.set_octets(OID["positionPan"], bytes.fromhex("02000064")).error_status == ber.NO_ERROR
-        assert manager.set_integer(RELAY_STATE, 1).error_status == ber.NO_ERROR  # the camera notes it in its store
+        assert manager.set_integer(RELAY_STATE, 1).error_status == ber.NO_ERROR  # the camera stores it
         lines = [line for line in started.output("agent").splitlines() if reason in line]
         assert 1 <= len(lines) <= 2, lines  # one for reading, one for writing
         assert reason in started.output("dome") + started.log("dome")

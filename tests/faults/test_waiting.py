@@ -1,4 +1,5 @@
-"""Services that are slow, or say what cannot be, and a bus that floods the agent: nobody waits long, nothing grows."""
+"""Services that are slow or return impossible values, and a bus that floods the agent: nobody waits long, and memory
+does not grow."""
 
 import contextlib
 import time
@@ -11,9 +12,9 @@ from desk import ManagerOf, await_until
 from expected_tree import OID, ORVEX, POINTS
 from watching import SANITIZED, Asking, answers_at_a_rate, footprint, percentile, settled, times
 
-SLOW = 0.45  # of an answer: less than a call's deadline
-REQUEST = 1.0  # what the calls of one request may wait together
-START = 5.0  # those of the start
+SLOW = 0.45  # seconds to an answer: less than a call's deadline
+REQUEST = 1.0  # max. wait of the calls of one request together, seconds
+START = 5.0  # the same for the start
 SPARE = 0.3
 RELAYS = f"{ORVEX}.1.3.2"
 BANKS = {"BNK1": 4, "BNK2": 2}
@@ -21,7 +22,7 @@ GROWTH = 16_000  # kB
 
 
 def bank_answers(kind, names=tuple(BANKS), count=3, total=6):
-    """Of a service with as many points as the desk camera has, were the banks equal."""
+    """Answers of a service with as many points as the desk camera has, in banks of equal size."""
     return {"GetBankNames": texts(list(names)), f"GetBank{kind}Count": number(count), f"Get{kind}Count": number(total),
             f"Get{kind}State": truth(False), "SetRelay": NOTHING, "ClearRelay": NOTHING}
 
@@ -175,10 +176,10 @@ def test_a_flood_neither_fills_the_agent_nor_stops_it(undisturbed, started, figu
     with Service(started.state / "bus.sock", "Flood1") as flood, ManagerOf(started) as manager:
         manager.get(OID["voltage"])
         before = settled(started)
-        # While an answer is awaited is when things could pile up.
+        # Calls could queue up while the agent waits for an answer.
         with slow_relays(started), Asking(started, OID["outputStatus"], wait=False) as asking:
             sent, end = 0, time.monotonic() + times(4, 30)
-            while time.monotonic() < end:  # a connection that has waited too long is made anew
+            while time.monotonic() < end:  # the bus client replaces a connection that has waited too long
                 sent += flood.flood(flood.connections_of(started.agent_pid()), 0.5)
         after = footprint(started.agent_pid())
         waits = asking.taken()

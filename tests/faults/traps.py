@@ -1,4 +1,4 @@
-"""A trap sink that keeps every trap that was sent to it, however late it looks."""
+"""A trap sink that receives every trap, however late it reads."""
 
 import collections
 import socket
@@ -6,11 +6,11 @@ import threading
 
 import ber
 
-SO_RCVBUFFORCE = 33  # beyond the system's limit; root only
+SO_RCVBUFFORCE = 33  # exceeds the system's limit; root only
 
 
 class Sink:
-    """Bound at once, read from later on."""
+    """Bound at once; read later."""
 
     def __init__(self, desk, buffer=64 << 20):
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
@@ -31,7 +31,7 @@ class Sink:
             self._thread.join(5)
 
     def read(self):
-        """Begins to read, in the background."""
+        """Starts to read, in the background."""
         self._socket.settimeout(0.5)
         self._thread = threading.Thread(target=self._run, daemon=True)
         self._thread.start()
@@ -48,7 +48,7 @@ class Sink:
 
     @property
     def values(self):
-        """Of the traps' last bindings, in the order of the traps' arrival."""
+        """The values of the traps' last bindings, in order of arrival."""
         while self._messages:
             self._values.append(ber.Message(self._messages.popleft()).bindings[-1].value)
         return list(self._values)

@@ -1,4 +1,4 @@
-"""How long the tests run, what a process holds, and requests that go on while something breaks."""
+"""How long the tests run, what a process holds, and requests that continue while something breaks."""
 
 import contextlib
 import gc
@@ -13,12 +13,12 @@ from typing import NamedTuple, Optional
 import ber
 from desk import await_until, sanitizer_runtime
 
-# ./check runs the short form; tests/faults/full the one whose figures are in docs/reliability.md.
+# ./check runs the short form; tests/faults/full runs the full one, which gives the figures of docs/reliability.md.
 FULL = os.environ.get("ORVEX_FULL") == "1"
 
-# A build whose memory says nothing about that of the real one.
+# A sanitizer build's memory is not comparable with that of the real one.
 SANITIZED = bool(sanitizer_runtime())
-TRAPS_KEPT = 1000  # by a stock agent that is not told otherwise, in its notification log: about 9 kB each
+TRAPS_KEPT = 1000  # the default of a stock agent's notification log: about 9 kB each
 ASKING = pathlib.Path(__file__).with_name("asking.py")
 
 
@@ -30,7 +30,7 @@ class Footprint(NamedTuple):
     resident: int  # kB
     highest: int  # kB, since the start
     threads: int
-    descriptors: tuple  # what they lead to, without the numbers that tell one socket from another
+    descriptors: tuple  # their targets, without the numbers that identify single sockets
 
     def __str__(self):
         return (f"{self.resident} kB resident ({self.highest} kB at most), {self.threads} threads, "
@@ -50,7 +50,7 @@ def footprint(pid):
 
 
 def settled(desk):
-    """The agent's footprint once it has closed the store that it writes when it has started."""
+    """The agent's footprint after it has closed the store that it writes after its start."""
     def look():
         now = footprint(desk.agent_pid())
         return now if not any(name.endswith("/snmpd.conf") for name in now.descriptors) else None
@@ -64,9 +64,9 @@ def percentile(values, percent):
 
 
 class Answer(NamedTuple):
-    sent: float  # when
+    sent: float  # the time of sending
     seconds: float
-    status: Optional[int]  # None for an answer that has not come
+    status: Optional[int]  # None for a missing answer
     value: str
 
 
@@ -77,8 +77,8 @@ def parsed(line):
 
 
 class Asking:
-    """A manager that asks for one object over and over, each time when the last answer has come, for a `with`, which
-    begins when the first one has come, if it is to wait for that."""
+    """A manager for a `with` that repeats GETs of one object, each after the last answer. With `wait`, the `with`
+    begins after the first answer."""
 
     def __init__(self, desk, oid, pause=0.0, timeout=5.0, wait=True):
         self._command = ["/usr/bin/python3", ASKING, desk.port, oid, pause, timeout]
@@ -100,7 +100,7 @@ class Asking:
 
     def _read(self):
         for line in self._process.stdout:
-            if line.endswith("\n"):  # it may have been ended in the middle of one
+            if line.endswith("\n"):  # the process may have ended in the middle of a line
                 self._lines.append(line)
 
     @property
@@ -112,7 +112,7 @@ class Asking:
         return {answer.status for answer in self.answers}
 
     def await_answer(self, status, seconds=15):
-        """Waits until a request that is sent from now on is answered with the status."""
+        """Waits until a request sent from now on is answered with this status."""
         start = time.monotonic()
 
         def answered():
@@ -131,7 +131,7 @@ class Asking:
 
 @contextlib.contextmanager
 def no_collections():
-    """The interpreter's own pauses, of up to 0.2 s, would be measured."""
+    """Turns off the interpreter's garbage collection: its pauses, up to 0.2 s, would distort the figures."""
     gc.disable()
     try:
         yield
@@ -140,8 +140,8 @@ def no_collections():
 
 
 def answers_at_a_rate(port, oid, rate, seconds):
-    """GETs sent at fixed times, whatever becomes of those before. The seconds from the time at which each was to be sent
-    to its answer; no answer within two seconds after the last one is a failure."""
+    """Sends GETs at fixed times, independently of earlier answers. Returns the seconds from each due time to its
+    answer. Fails when an answer is missing two seconds after the last GET."""
     ids = {}
     messages = []
     for number in range(int(rate * seconds)):

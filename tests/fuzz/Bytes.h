@@ -10,8 +10,8 @@
 #include <type_traits>
 #include <vector>
 
-/// The octets of one input, taken from the front. What is beyond their end counts as 0, so that every input means
-/// something, also a cut one.
+/// The octets of one input, read from the front. Octets beyond the end count as 0, so that every input is usable, even
+/// a truncated one.
 class Bytes {
 public:
     Bytes(const std::uint8_t* data, std::size_t size) : _rest(data), _left(size) {}
@@ -37,14 +37,14 @@ public:
         return number;
     }
 
-    /// So many octets, whatever is left of the input.
+    /// The next `count` octets, even beyond the input's end.
     std::vector<std::uint8_t> Octets(std::size_t count) {
         std::vector<std::uint8_t> octets(count);
         for (auto& octet : octets) octet = Byte();
         return octets;
     }
 
-    /// Short ones mostly, and some as long as a datagram: 0 to 15, or a multiple of 100 up to 1500.
+    /// Mostly short lengths, and some up to a datagram's: 0 to 15, or a multiple of 100 up to 1500.
     std::size_t Length() {
         const std::size_t size = Byte();
         return size < 0xF0 ? size % 16 : (size - 0xF0) * 100;
@@ -61,7 +61,7 @@ private:
     std::size_t _left;
 };
 
-/// Ends the process, and so the fuzzer keeps the input, when something that must hold does not.
+/// Aborts the process when a condition does not hold, so that the fuzzer keeps the input.
 #define MUST(condition, ...)                                                         \
     do {                                                                             \
         if (!(condition)) {                                                          \

@@ -7,8 +7,8 @@
 #include "dome/model/Camera.h"
 #include "tavos/osa/Exception.h"
 
-// The desk camera's configuration: a text is taken, with every value in its range, or refused with the file's name and
-// one line.
+// The desk camera's configuration: a text is accepted, with every value in its range, or refused with one line that
+// names the file.
 
 namespace {
 
@@ -17,7 +17,7 @@ void CheckWithin(const dome::Axis& axis) {
          axis.Minimum(), axis.Maximum());
 }
 
-/// Whatever is taken makes a camera that moves within its limits.
+/// Every accepted text gives a camera that moves within its limits.
 void CheckCamera(const dome::CameraProperties& properties) {
     dome::Camera camera(properties);
     camera.pan.MoveAt(1, 300);

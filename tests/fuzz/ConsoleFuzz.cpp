@@ -19,8 +19,8 @@
 #include "support/Opened.h"
 #include "tavos/core/Logger.h"
 
-// The octets of one browser's connection, to the console with a camera behind it; no network, no thread. The first
-// octet says in how many pieces they arrive.
+// The octets of one browser's connection to the console of a camera; no network, no thread. The first octet says in how
+// many pieces they arrive.
 
 struct PrepareTag {
     using Type = std::function<dome::console::Reply()> (dome::console::Console::*)(const std::string&,
@@ -52,7 +52,7 @@ using tcp = boost::asio::ip::tcp;
 constexpr const char* kServices[] = {"pan",      "tilt",  "zoom",  "focus",       "focus2",  "iris",  "presets",
                                      "presets2", "alarm", "relay", "temperature", "voltage", "power", "fan"};
 
-/// A camera and all that looks at it.
+/// A camera and everything that uses it.
 struct Desk {
     dome::Camera camera;
     dome::ModelClock clock{camera};
@@ -62,11 +62,11 @@ struct Desk {
     dome::Control control{camera, clock, services, calls, faults};
 };
 
-/// Made anew for each input, at one place: the console knows it by its address.
+/// Reset for each input, at one address, which the console keeps.
 std::optional<Desk> s_desk;
 
 Console& TheConsole() {
-    // Its own server stays without a visitor.
+    // Nobody connects to its own server.
     static auto* const console = [] {
         tavos::core::Logger::ClearAppenders();
         dome::console::CameraAccess access;
@@ -102,7 +102,7 @@ void Work() {
     hub.io.poll();
 }
 
-/// What a browser gets that sends these octets and then no more.
+/// What a browser receives that sends these octets and then no more.
 std::string Exchange(const std::string& sent, std::size_t pieces) {
     std::array<int, 2> ends{};
     MUST(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()) == 0, "socketpair");
@@ -124,7 +124,7 @@ std::string Exchange(const std::string& sent, std::size_t pieces) {
     const std::size_t piece = sent.size() / pieces + 1;
     for (std::size_t at = 0; at < sent.size(); at += piece) {
         const auto count = std::min(piece, sent.size() - at);
-        // A connection that the console has ended takes no more.
+        // The console has closed the connection: it accepts no more octets.
         if (send(ends[1], sent.data() + at, count, MSG_NOSIGNAL) != static_cast<ssize_t>(count)) break;
         Work();
         receive();
@@ -155,7 +155,7 @@ std::string HeaderOf(const std::string& answer, const std::string& name) {
     return head.substr(start, head.find("\r\n", start) - start);
 }
 
-/// The first answer, whole and of a status that the console has.
+/// Checks the first answer: it is whole and has one of the console's statuses.
 void CheckAnswer(const std::string& sent, const std::string& answer) {
     if (answer.empty()) return;
     const auto end = answer.find("\r\n\r\n");
@@ -165,7 +165,7 @@ void CheckAnswer(const std::string& sent, const std::string& answer) {
     MUST(std::count(std::begin(kKnown), std::end(kKnown), status) == 1, "%d", status);
     MUST(!HeaderOf(answer, "Content-Security-Policy").empty(), "%s", answer.c_str());
     const auto type = HeaderOf(answer, "Content-Type");
-    // Neither has a body of a length: the stream, and the answer to a HEAD.
+    // The stream and the answer to a HEAD have no body of a known length.
     if (type == "text/event-stream" || sent.find("HEAD ") != std::string::npos) return;
     const auto length = static_cast<std::size_t>(std::atoi(HeaderOf(answer, "Content-Length").c_str()));
     MUST(answer.size() >= end + 4 + length, "%zu octets of %zu", answer.size() - end - 4, length);
@@ -191,7 +191,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const auto atRest = desk.control.State(1);
     CheckAnswer(sent, Exchange(sent, pieces));
 
-    // Only a program, or the console's own page, steers the camera: others cannot send this type.
+    // Only a program or the console's page can move the camera: other pages cannot send this type.
     if (sent.find("POST /api/") == std::string::npos || Lower(sent).find("application/json") == std::string::npos) {
         MUST(desk.control.State(1) == atRest, "changed: %s", desk.control.State(1).c_str());
     }

@@ -17,9 +17,9 @@
 #include "support/SnmpRequest.h"
 #include "tavos/core/Logger.h"
 
-// Every scalar's handler, with values of any type and length, in any mode and any order of modes, with services that
-// answer, throw, or return odd values. Beside the handlers goes a model of what each of them may answer, remember and
-// call; the first difference ends the process.
+// Every scalar's handler, with values of any type and length, in any mode and any order of modes. The services answer,
+// throw, or return odd values. A model knows what each handler may answer, store and call. The first difference aborts
+// the process.
 
 namespace {
 
@@ -27,7 +27,7 @@ int s_restarts = 0;
 
 }  // namespace
 
-// The restart of the camera: counted, and no child is had.
+// The restart of the camera: counted, without a child.
 extern "C" pid_t vfork() noexcept {
     ++s_restarts;
     return -1;
@@ -49,7 +49,7 @@ enum class Kind {
     kConstant,  // reads only, no calls
     kSensor,    // GET only, asks its service
     kStatus,    // reads only, one octet, asks its service
-    kPreset,    // takes everything, does nothing
+    kPreset,    // accepts everything, does nothing
     kPosition,  // a command of four octets
     kTrueNorth,
     kCameraControl,
@@ -59,17 +59,17 @@ enum class Kind {
     kLensEquipped,
     kOutputControl,
     kReboot,
-    kOther,  // nothing is known but whether it can be written
+    kOther,  // known only: whether it can be written
 };
 
 struct Object {
     const char* name;
     Kind kind;
-    const char* service = "";  // whom it may call
+    const char* service = "";  // the service that it may call
     long value = 0;            // of a constant
 };
 
-// The objects of which more is known than whether they are constant and whether they can be written.
+// The objects of which the model knows more than whether they are constant or writable.
 constexpr Object kKnown[] = {
     {"modelNumber", Kind::kText},
     {"modelName", Kind::kText},
@@ -199,7 +199,7 @@ bool IsSpeedRefused(const std::string& service, const Octets& command) {
     return command[0] == 3 && command[1] == 0x80 && !IsAxis(service);
 }
 
-/// What a commit of a position command returns.
+/// The result of a commit of a position command.
 int ResultOf(const std::string& service, const Octets& command) {
     if (command[0] == 0) return command[1] == 0 ? 0 : SNMP_ERR_GENERR;
     if (command[0] > 3 || IsSpeedRefused(service, command)) return SNMP_ERR_GENERR;
@@ -207,7 +207,7 @@ int ResultOf(const std::string& service, const Octets& command) {
     return IsAxis(service) && command[0] == 2 && position > 35999 ? SNMP_ERR_GENERR : 0;
 }
 
-/// One value of a SET as the agent may hand it over.
+/// One value of a SET as the agent may pass it.
 struct Value {
     std::uint8_t type = ASN_NULL;
     Octets octets;
@@ -232,12 +232,12 @@ Value TakeValue(Bytes& bytes) {
     const auto choice = bytes.Byte();
     value.type = choice < std::size(kTypes) ? kTypes[choice] : choice;
     value.octets = bytes.Octets(bytes.Length());
-    // What else arrives without a value.
+    // These types also arrive without a value.
     if (value.type >= SNMP_NOSUCHOBJECT && value.type <= SNMP_ENDOFMIBVIEW) value.octets.clear();
     return value;
 }
 
-/// Puts the value into a buffer of exactly its size, so that a read behind its end is noticed.
+/// Copies the value into a buffer of exactly its size, so that the sanitizer sees a read beyond its end.
 void Put(SnmpRequest& request, const Value& value) {
     auto& variable = *request.Raw().requestvb;
     request.With(value.type, value.octets.data(), value.octets.size());
@@ -251,7 +251,7 @@ void Put(SnmpRequest& request, const Value& value) {
 
 class Model {
 public:
-    /// Takes everything that the handlers remember back to what it is after a start.
+    /// Resets everything that the handlers store to its value after a start.
     Model() {
         for (std::size_t i = 0; i < kObjects.size(); ++i) {
             if (kObjects[i].kind != Kind::kPosition) continue;
@@ -269,7 +269,7 @@ public:
         reboot.Call(handle_rebootDevice, MODE_SET_UNDO);
     }
 
-    /// Calls the handler and holds what it did against what it may do. Returns the error that the agent would see.
+    /// Calls the handler and compares what it did with what it may do. Returns the error that the agent would see.
     int Step(std::size_t index, int mode, SnmpRequest& request, const Value& value) {
         const Object& object = kObjects[index];
         _index = index;
@@ -428,7 +428,7 @@ private:
             last = _value->First(4);
             Result(ResultOf(service, last));
             MUST(_driving <= (_result == 0 ? 1 : 0), "%s: %d calls that drive", kObjects[_index].name, _driving);
-            // The zoom ends at once; the others go on to their answer.
+            // The zoom handler returns at once; the others still set their answer.
             return service == "zoom" && IsSpeedRefused(service, last) ? NoAnswer() : Answers(last);
         }
         Result(0);
@@ -610,7 +610,7 @@ void Call(Bytes& bytes, Model& model) {
     model.Step(index, mode, request, value);
 }
 
-/// A whole SET, its phases as the agent has them, and a GET after it.
+/// A whole SET with its phases in the agent's order, then a GET.
 void Set(Bytes& bytes, Model& model) {
     const auto index = bytes.Below(kObjects.size());
     const Value value = TakeValue(bytes);
@@ -618,7 +618,7 @@ void Set(Bytes& bytes, Model& model) {
     Put(request, value);
     for (const int mode : {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_COMMIT}) {
         if (model.Step(index, mode, request, value) == SNMP_ERR_NOERROR) {
-            // An answer that a phase has set is what the next one finds.
+            // Each phase finds the previous phase's answer in the variable.
             if (kObjects[index].kind == Kind::kPreset) Put(request, value);
             continue;
         }
@@ -693,7 +693,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static_cast<void>(started);
     ResetCamera();
     Bytes bytes(data, size);
-    // Mostly without log lines: they are what takes the time.
+    // Usually without log lines, which take most of the time.
     *MemberOf(LogLevelTag()) = bytes.Below(8) == 0 ? tavos::core::kTrace : tavos::core::kError;
     Model model;
     constexpr int kMaxSteps = 60;

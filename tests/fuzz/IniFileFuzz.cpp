@@ -4,8 +4,8 @@
 #include "tavos/core/IniFile.h"
 #include "tavos/osa/Exception.h"
 
-// Texts as the settings' import takes them: what can be read can be written, and reads back as the same; what cannot
-// changes nothing. And values and names of any octets: what can be written comes back octet by octet.
+// Texts for the settings' import: a text that can be read can be written, and reads back the same; one that cannot be
+// read changes nothing. And values and names of any octets: if they can be written, they come back octet by octet.
 
 using tavos::core::IniFile;
 

@@ -9,8 +9,8 @@
 #include "tavos/osa/Exception.h"
 #include "tavos/settings/TavosSettingsClient.h"
 
-// A settings import into a store of its own: everything of it or nothing is stored, and every way of reading shows the
-// same. The first line of an input is a path and a key to ask for, the rest is the text.
+// A settings import into an empty store: it stores everything or nothing, and every way of reading returns the same.
+// The first line of an input is a path and a key to read, the rest is the text.
 
 using tavos::core::IniFile;
 using tavos::osa::Exception;
@@ -20,7 +20,7 @@ namespace {
 
 using Sections = std::map<std::string, IniFile::Section>;
 
-/// A store in memory, where the system has such a folder; it goes with the process.
+/// A store in memory, if the system has such a folder; removed when the process ends.
 struct StoreFolder {
     StoreFolder() {
         const std::filesystem::path memory = "/dev/shm";
@@ -105,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto expected = WithoutEmptyOnes(ini.Sections());
     CheckStored(expected, path, key);
 
-    // One bad name, and nothing of an import is stored.
+    // One invalid name, and nothing of an import is stored.
     IniFile bad;
     bad.SetValue("A", "key", "value");
     bad.SetValue("B", "=" + path, "value");

@@ -14,8 +14,8 @@
 #include "tavos/core/Logger.h"
 #include "tavos/msgbus/MsgBus.h"
 
-// The two bank tables inside the agent's own libraries, asked for any name in any way, while the services' banks change
-// between requests and in the middle of them, or throw.
+// The two bank tables inside the agent's libraries. Requests have any names in any mode; meanwhile the services throw,
+// or their banks change between requests and during them.
 
 struct LogLevelTag {
     using Type = std::atomic<int>*;
@@ -58,14 +58,14 @@ FakeCamera::Banks TakeBanks(Bytes& bytes) {
         for (std::size_t i = 0; i < states.size(); ++i) states[i] = (bits >> (i % 8) & 1) != 0;
         banks.banks.push_back({kNames[bytes.Below(std::size(kNames))], states});
     }
-    // What a service that is out of its mind might say.
+    // A faulty service may say this.
     const auto odd = bytes.Byte();
     if (odd >= 0xF0) banks.total = static_cast<std::int8_t>(bytes.Byte());
     if (odd >= 0xF8) banks.bankCount["BNK2"] = static_cast<std::int8_t>(bytes.Byte()) % 40;
     return banks;
 }
 
-/// Names mostly of cells, and of what is around them.
+/// Mostly names of cells, and of their neighbours.
 Name TakeName(Bytes& bytes) {
     const auto shape = bytes.Byte();
     Name name = Root((shape & 1) != 0);
@@ -104,7 +104,7 @@ RealAgent::Value TakeValue(Bytes& bytes) {
         value.type = ASN_INTEGER;
         value.integer = choice < 0x60 ? choice % 4 : bytes.Take<std::int32_t>();
     } else {
-        // The exceptions have no value; what the agent makes of an INTEGER is always a long.
+        // The exception types have no value; the agent always converts an INTEGER to a long.
         value.type = choice < 0xA0 ? static_cast<u_char>(ASN_OCTET_STR) : bytes.Byte();
         if (value.type == ASN_INTEGER) value.type = ASN_NULL;
         if (value.type == ASN_NULL || (value.type >= SNMP_NOSUCHOBJECT && value.type <= SNMP_ENDOFMIBVIEW))
@@ -115,7 +115,7 @@ RealAgent::Value TakeValue(Bytes& bytes) {
     return value;
 }
 
-/// Every relay that the service has at this moment, row by row and as the calls name it: "BNK2 0".
+/// Every relay of the service at this moment, row by row, named as in the calls: "BNK2 0".
 std::vector<std::string> Relays() {
     std::vector<std::string> relays;
     for (const auto& [bank, states] : Camera().relays.banks) {
@@ -124,7 +124,7 @@ std::vector<std::string> Relays() {
     return relays;
 }
 
-/// `isSteady`: no row that is stored only, as a SET has left it.
+/// `isSteady`: no row holds only a stored state that a SET has left.
 void CheckCells(const RealAgent::Answer& answer, bool isSteady) {
     for (const auto& binding : answer.bindings) {
         const auto type = binding.value.type;
@@ -133,7 +133,7 @@ void CheckCells(const RealAgent::Answer& answer, bool isSteady) {
         MUST(binding.name.size() == 13 && binding.name[10] == 1 && binding.name[12] >= 1, "%s", binding.Text().c_str());
         const auto column = binding.name[11];
         MUST(column >= 1 && column <= kStateColumn, "%s", binding.Text().c_str());
-        // A row that a change has emptied has no value to show.
+        // A row that a change has emptied has no value.
         if (type == ASN_NULL) continue;
         MUST(type == (column == 1 ? ASN_OCTET_STR : ASN_INTEGER), "%s", binding.Text().c_str());
         if (column == kStateColumn && isSteady)
@@ -141,7 +141,7 @@ void CheckCells(const RealAgent::Answer& answer, bool isSteady) {
     }
 }
 
-/// The banks are steady and every service works: cells show them.
+/// The banks are steady and every service works: cells show the services' values.
 void CheckTruth(const Binding& binding) {
     if (binding.value.type != ASN_INTEGER && binding.value.type != ASN_OCTET_STR) return;
     const bool isRelay = IsBelow(binding.name, Root(true));
@@ -251,14 +251,14 @@ private:
         MUST(driven.size() <= bindings.size(), "%zu calls for %zu bindings", driven.size(), bindings.size());
         isCounted = isCounted && !_isMixed;
         for (const auto& call : driven) CheckDriven(call, bindings, isCounted);
-        // With everything at rest, what was said to have been done has been done: a call for each cell.
+        // At rest every successful binding has driven its relay: one call for each cell.
         if (isSteady && answer.error == SNMP_ERR_NOERROR) {
             MUST(driven.size() == bindings.size(), "%zu calls for %zu bindings", driven.size(), bindings.size());
         }
     }
 
-    /// A count that cannot be read is replaced by that of the bank before, and of banks with one name the service
-    /// counts the first: the rows are then not those of Relays.
+    /// False when the rows may differ from Relays: a count that cannot be read is replaced by the previous bank's, and
+    /// the service counts the first of several banks with one name.
     static bool HasTrueCounts() {
         return Camera().relays.bankCount.empty() && Camera().failing.count("relay.GetBankRelayCount") == 0 &&
                HasOwnNames(Camera().relays);
@@ -269,8 +269,8 @@ private:
         return names.size() == banks.banks.size();
     }
 
-    /// "SetRelay BNK2 0 1": only because an INTEGER was sent to the state of a row that was this relay's at some moment
-    /// of the SET.
+    /// Checks a call such as "SetRelay BNK2 0 1": the SET must have sent an INTEGER to the state of a row that was this
+    /// relay's at some moment of the SET.
     void CheckDriven(const std::string& call, const std::vector<Binding>& bindings, bool isCounted) const {
         const bool isSet = call.compare(0, 9, "SetRelay ") == 0;
         MUST(isSet || call.compare(0, 11, "ClearRelay ") == 0, "%s", call.c_str());
@@ -312,7 +312,7 @@ private:
         return !banks.total && banks.bankCount.empty() && HasOwnNames(banks);
     }
 
-    /// A service that throws, or works again; or banks that change in the middle of a request.
+    /// A service starts or stops throwing, or banks change during a request.
     void Disturb() {
         constexpr const char* kOperations[] = {
             "alarm.GetBankNames", "alarm.GetBankAlarmCount", "alarm.GetAlarmCount", "alarm.GetAlarmState",
@@ -326,15 +326,15 @@ private:
             _isDisturbed = true;
             return;
         }
-        // Once, or to and fro: a row may be away in one phase of a SET only.
+        // One change, or a change and its undoing: a row may be missing in one phase of a SET only.
         struct Change {
-            unsigned calls;  // until it happens
+            unsigned calls;  // calls until it happens
             FakeCamera::Banks banks;
         };
         auto changes = std::make_shared<std::vector<Change>>(1 + _bytes.Below(2));
         for (auto& change : *changes) change = {1 + _bytes.Below(12), TakeBanks(_bytes)};
         if (changes->size() == 2 && _bytes.Below(2) == 0) (*changes)[0].banks = camera.relays;
-        // In the middle of the building of a list, which then tells of both, or only before it.
+        // While a list is built, which then mixes old and new banks, or only before that.
         const bool isAnywhere = _bytes.Below(2) == 0;
         _isMixed = _isMixed || isAnywhere;
         camera.onCall = [this, changes, isAnywhere](const std::string& call) {
@@ -352,10 +352,10 @@ private:
     }
 
     Bytes& _bytes;
-    std::vector<std::vector<std::string>> _seen;  // what the relays have been since the SET began
+    std::vector<std::vector<std::string>> _seen;  // the relays at each moment since the SET began
     std::unique_ptr<Providers> _providers;
-    bool _isMixed = false;      // rows that are not those of Relays
-    bool _isDisturbed = false;  // once disturbed, the stored rows may tell of what was
+    bool _isMixed = false;      // rows may differ from Relays
+    bool _isDisturbed = false;  // after a disturbance stored rows may show old values
 };
 
 }  // namespace
@@ -363,7 +363,7 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Bytes bytes(data, size);
     RealAgent::Get();
-    // Mostly without log lines: they are what takes the time.
+    // Usually without log lines, which take most of the time.
     *MemberOf(LogLevelTag()) = size % 8 == 0 ? tavos::core::kTrace : tavos::core::kError;
     Session session(bytes);
     constexpr int kMaxSteps = 12;

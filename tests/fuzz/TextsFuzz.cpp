@@ -13,7 +13,7 @@ struct Free {
     void operator()(char* text) const { std::free(text); }
 };
 
-/// The text as one would write it down: dots and signed 32-bit numbers.
+/// The expected text: dots and signed 32-bit numbers.
 std::string Dotted(const std::vector<oid>& name) {
     std::string text;
     for (const auto part : name) text += "." + std::to_string(static_cast<std::int32_t>(part));

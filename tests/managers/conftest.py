@@ -16,13 +16,13 @@ def running():
     """One running desk camera for the tests of all managers."""
     with desks.Desk() as desk:
         desk.start()
-        desk.domectl("clock", "rate", 100)  # moves that end at once
+        desk.domectl("clock", "rate", 100)  # moves end at once
         yield desk
 
 
 @pytest.fixture
 def camera(running):
-    """The running desk camera, its pan at rest and never commanded, its call log empty."""
+    """The running desk camera with its pan at rest, no pan command stored and an empty call log."""
     with desks.ManagerOf(running) as plain:
         assert plain.set((OID["positionPan"], ber.OCTET_STRING, bytes(4))).error_status == ber.NO_ERROR
     running.domectl("set", "pan", 0)
@@ -32,7 +32,7 @@ def camera(running):
 
 @pytest.fixture(scope="module", params=MANAGERS, ids=[f"{name} v{version}" for name, version in MANAGERS])
 def any_manager(request, running):
-    """Each manager in each version of SNMP that it speaks, as (version, manager)."""
+    """Each manager in each SNMP version that it speaks, as (version, manager)."""
     name, version = request.param
     made = manager(running, name, version)
     yield version, made

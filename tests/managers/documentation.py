@@ -1,4 +1,4 @@
-"""docs/managers.md, taken apart."""
+"""docs/managers.md, parsed."""
 
 import re
 
@@ -8,7 +8,7 @@ TEXT = (ROOT / "docs" / "managers.md").read_text()
 
 
 def here(text, desk):
-    """With the desk's ports and folders in place of those of ./run."""
+    """Replaces the ports and folders of ./run by the desk's."""
     text = re.sub(r"\b1161\b", str(desk.port), text)
     text = re.sub(r"\b1162\b", str(desk.trap_port), text)
     text = re.sub(r"(?<!build/desk/)\bpackaging/", f"{ROOT}/packaging/", text)
@@ -18,12 +18,12 @@ def here(text, desk):
 
 
 def blocks(section, language):
-    """The section's fenced texts of that language."""
+    """The section's fenced blocks of that language."""
     (body,) = re.findall(rf"^## {re.escape(section)}\n(.*?)(?=^## |\Z)", TEXT, re.MULTILINE | re.DOTALL)
     return re.findall(rf"^```{language}\n(.*?)^```$", body, re.MULTILINE | re.DOTALL)
 
 
 def command(program):
-    """The one command line of its own that starts with the program."""
+    """The one command line that starts with the program."""
     (line,) = re.findall(rf"^    ({re.escape(program)} .*)$", TEXT, re.MULTILINE)
     return line

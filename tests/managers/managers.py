@@ -37,7 +37,7 @@ def user_of_3(desk):
 
 
 def install_node_modules():
-    """What package-lock.json names, once for all builds and test runs."""
+    """Installs the packages of package-lock.json, once for all builds and test runs."""
     NODE_FOLDER.mkdir(parents=True, exist_ok=True)
     wanted = (FOLDER / "package-lock.json").read_text()
     installed = NODE_FOLDER / "installed.json"
@@ -54,12 +54,12 @@ def install_node_modules():
 
 
 class Reply(NamedTuple):
-    values: list  # (oid, type, value) triples, or None when there was an error
+    values: list  # (oid, type, value) triples, or None after an error
     error: str
 
 
 class Driven:
-    """A manager behind its driver."""
+    """A manager and its driver."""
 
     def __init__(self, desk, name, version):
         self.name = name
@@ -106,7 +106,7 @@ class Driven:
 
 
 class Tools:
-    """net-snmp's own tools, a process for each command; for SNMPv3 with the file that the desk camera has for them."""
+    """net-snmp's tools, one process for each command. For SNMPv3 they use the desk camera's file for them."""
 
     name = "net-snmp's tools"
     _TYPES = {"Hex-STRING": "OCTET STRING", "INTEGER": "INTEGER", "Gauge32": "Gauge32"}

@@ -39,7 +39,7 @@ def test_a_program_prints_what_is_shown(camera, section):
 def test_the_tools_print_what_is_shown(camera):
     (session,) = documentation.blocks("net-snmp's tools", "console")
     commands = re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", session, re.MULTILINE)
-    plain = dict(environment(camera), SNMPCONFPATH="/etc/snmp")  # as in anybody's shell
+    plain = dict(environment(camera), SNMPCONFPATH="/etc/snmp")  # as in a user's shell
     del plain["MIBS"]
     assert "".join(f"$ {command}\n{shown}" for command, shown in commands) == session
     for command, shown in commands:

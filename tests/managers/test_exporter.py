@@ -1,4 +1,4 @@
-"""prometheus-snmp-exporter with the configuration that is shipped, and how that is made."""
+"""prometheus-snmp-exporter with the shipped configuration, and how that is generated."""
 
 import re
 import socket
@@ -42,7 +42,7 @@ class Exporter:
         self._process.wait(10)
 
     def scrape(self, module="orvex", port=None):
-        """(HTTP status, text) of what Prometheus would get."""
+        """(HTTP status, text) that Prometheus would get."""
         return self.fetch(f"http://127.0.0.1:9116/snmp?module={module}&target=127.0.0.1:{port or self._desk.port}")
 
     def fetch(self, address):
@@ -54,7 +54,7 @@ class Exporter:
             return error.code, error.read().decode()
 
     def metrics(self, module="orvex"):
-        """Name and labels to value, of everything that is the camera's."""
+        """Maps name and labels to the value, for all metrics of the camera."""
         status, text = self.scrape(module)
         assert status == 200, text
         line = re.compile(r"^(?!snmp_scrape_)(\w+)(?:\{(.*)\})? (\S+)$", re.MULTILINE)
@@ -75,7 +75,7 @@ def exporter(running):
 
 @pytest.fixture(scope="module")
 def fielded():
-    """A camera that shows nothing of its host, as in the field: right behind one part of its tree comes the other."""
+    """A camera as in the field, which shows nothing of its host: its tree's next part follows directly."""
     with Desk() as desk:
         configuration = desk.state / "snmpd.conf"
         everything = "view readable included .1\n"
@@ -88,7 +88,7 @@ def fielded():
 
 
 def metric(row):
-    """What a row of the tree becomes: an octet string a label of a constant 1."""
+    """A row's metric: an octet string becomes a label of a constant 1."""
     name, labels, value = name_of(row), {}, row.value
     if name.startswith("orvexModule"):
         labels["orvexModuleNumber"] = "1"
@@ -172,4 +172,4 @@ def test_the_configuration_is_what_the_generator_makes(running, tmp_path):
     command = documentation.here(documentation.command("packaging/prometheus/generate"), running).split()
     subprocess.run(command, cwd=tmp_path, check=True, capture_output=True, timeout=60)
     made, shipped = (path.read_text().splitlines()[1:] for path in (tmp_path / "snmp.yml", CONFIGURATION))
-    assert made == shipped  # but for the line that tells how it came about
+    assert made == shipped  # except for the line that says how it was generated

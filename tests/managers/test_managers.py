@@ -1,4 +1,4 @@
-"""Each manager reads everything, moves the camera and is told what it may not do."""
+"""Each manager reads everything, moves the camera and reports refusals."""
 
 import subprocess
 
@@ -67,14 +67,14 @@ def test_a_walk_ends_at_a_sensor_that_fails(camera, any_manager):
         camera.domectl("fault", "power", "ok")
     if manager.name == "ruby-snmp":
         before = [value for value in EVERYTHING if value[0].startswith(f"{ORVEX}.")][:7]
-        assert reply == (before, "")  # it says nothing
+        assert reply == (before, "")  # the manager reports nothing
     else:
         assert reply.values is None
         assert says(reply, "genErr")
 
 
 def test_managers_of_version_3_find_a_restarted_agent(camera):
-    """The agent's engine ID stays and its count of starts grows; Net::SNMP needs a second try to see the latter."""
+    """The agent's engine ID stays and its boot count grows; Net::SNMP needs a second try to see the new count."""
     oid = OID["modelName"]
     managers = [manager(camera, name, version) for name, version in MANAGERS if version == "3"]
     try:
@@ -92,7 +92,7 @@ def test_managers_of_version_3_find_a_restarted_agent(camera):
 
 
 def test_the_user_of_version_3_comes_with_privacy_only(camera):
-    """And whoever guesses at the pass phrases gets nothing."""
+    """A manager with wrong pass phrases gets nothing."""
     file = camera.state / "v3" / "snmp.conf"
     assert file.stat().st_mode & 0o777 == 0o600
     for options, complaint in [(["-l", "noAuthNoPriv"], "authorizationError"),
@@ -121,6 +121,6 @@ def test_pass_phrases_are_a_cameras_own_and_stay(camera):
 
 
 def says(reply, error):
-    """Each manager has its own way to write an error's name: genErr, genError, GeneralError."""
+    """Each manager writes an error's name differently: genErr, genError, GeneralError."""
     said = reply.error.lower().replace(" ", "").replace("generalerror", "generror")
     return error.lower() in said

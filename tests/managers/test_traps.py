@@ -1,4 +1,4 @@
-"""snmptrapd and snmptt with the configuration that is shipped."""
+"""snmptrapd and snmptt with the shipped configuration."""
 
 import re
 import shutil
@@ -14,7 +14,7 @@ TEMPERATURE = OID["temperature"]
 
 
 class Receiver:
-    """snmptrapd, which starts an snmptt for each trap; their files lie in a folder of their own."""
+    """snmptrapd, which starts one snmptt for each trap; their files lie in a temporary folder."""
 
     def __init__(self, desk, folder):
         self._folder = folder
@@ -43,7 +43,7 @@ class Receiver:
 
     @property
     def logged(self):
-        """(event's OID, severity, category, text) of each trap that snmptt knew."""
+        """(event's OID, severity, category, text) of each trap that snmptt recognised."""
         line = re.compile(r'^\w{3} \w{3} [\d :]+ \.([\d.]+) (\w+) "(\w+)" localhost - (.*)$')
         return [line.fullmatch(text).groups() for text in self._text("snmptt.log").splitlines()]
 
@@ -56,7 +56,7 @@ class Receiver:
         return self._text("snmptrapd.log")
 
     def _change(self, file):
-        """A shipped file knows the paths of an installed system alone."""
+        """A shipped file names only the paths of an installed system."""
         text = file.read_text()
         assert self._ours(text) != text
         file.write_text(self._ours(text))

@@ -1,5 +1,5 @@
-"""A clean Debian of its own: made by mmdebstrap, booted by its own systemd in namespaces of its own (mounts, processes,
-network, names). When that systemd's process ends, all of this is gone with it; the folder is all that stays."""
+"""A clean Debian root folder: made by mmdebstrap, booted by its systemd in separate namespaces (mounts, processes,
+network, names). When that systemd's process ends, only the folder remains."""
 
 import os
 import pathlib
@@ -10,7 +10,7 @@ import tempfile
 
 from desk import await_until
 
-# What a booting systemd would do to the kernel that it shares with us, or want from hardware.
+# Units that would change the kernel, which is shared with the host, or need hardware.
 MASKED = ["systemd-sysctl.service", "systemd-modules-load.service", "systemd-remount-fs.service",
           "systemd-random-seed.service", "sys-kernel-debug.mount", "sys-kernel-tracing.mount",
           "sys-fs-fuse-connections.mount", "dev-hugepages.mount", "dev-mqueue.mount", "sys-kernel-config.mount"]
@@ -49,7 +49,7 @@ exec env -i container=unshare PATH=/usr/sbin:/usr/bin:/sbin:/bin \
 
 
 def writable_cgroup2():
-    """Where cgroups can be made, or None."""
+    """The folder for new cgroups, or None."""
     for line in pathlib.Path("/proc/self/mounts").read_text().splitlines():
         _, folder, kind, options = line.split()[:4]
         if kind == "cgroup2" and "rw" in options.split(","):
@@ -59,7 +59,7 @@ def writable_cgroup2():
 
 class CleanRoot:
     def __init__(self, packages):
-        """Installs the .deb files and what they need."""
+        """Installs the .deb files and their dependencies."""
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="orvex-root-"))
         self.root = self.folder / "root"
         self._unshare = None
@@ -105,7 +105,7 @@ class CleanRoot:
 
     @property
     def init(self):
-        """The root's first process, when it is systemd already."""
+        """The root's first process, once it is systemd."""
         pid = self._unshare.pid
         children = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
         if not children or pathlib.Path(f"/proc/{children[0]}/comm").read_text().strip() != "systemd":
@@ -131,7 +131,7 @@ class CleanRoot:
         if self._unshare:
             init = self.init if self._unshare.poll() is None else None
             if init:
-                os.kill(int(init), signal.SIGKILL)  # and with it every process of its namespace
+                os.kill(int(init), signal.SIGKILL)  # this also kills every process of its namespace
             try:
                 self._unshare.wait(20)
             except subprocess.TimeoutExpired:

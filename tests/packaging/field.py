@@ -1,5 +1,5 @@
-"""A camera as it stands in the field: the agent runs with the configuration that is shipped, and its users are made by
-the command that is shipped."""
+"""A camera as in the field: the agent runs with the shipped configuration, and the shipped command creates its
+users."""
 
 import os
 import re
@@ -31,7 +31,7 @@ def replace_once(text, pattern, replacement):
 
 
 def add_user(store, user, phrases=None, environment=None):
-    """Runs the command; `phrases` is what it reads."""
+    """Runs the command; it reads `phrases` from its input."""
     if phrases is None:
         phrases = f"{authentication(user)}\n{privacy(user)}\n"
     return subprocess.run([ADD_USER, "--store", store, user], input=phrases, capture_output=True, text=True,
@@ -39,7 +39,7 @@ def add_user(store, user, phrases=None, environment=None):
 
 
 class FieldDesk(Desk):
-    """The shipped configuration with the port of this desk's agent and the module of this build, nothing else."""
+    """The shipped configuration, changed only in this desk's port and this build's module."""
 
     def __init__(self):
         super().__init__()
@@ -48,11 +48,11 @@ class FieldDesk(Desk):
         text = replace_once(text, r"^dlmod orvexsnmp .*$", f"dlmod orvexsnmp {BUILD}/lib/orvexsnmp.so")
         self.configuration = self.state / "snmpd.conf"
         self.configuration.write_text(text)
-        # With a path of its own the agent reads its persistent store through it, too.
+        # With an explicit path the agent also reads its persistent store through it.
         self.environment["SNMPCONFPATH"] = f"{self.state}:{self.state}/snmp"
 
     def agent_command(self):
-        # Without -C, which would keep the agent from its persistent store.
+        # Without -C: with it the agent would ignore its persistent store.
         return [SNMPD, "-f", *AGENT_PARTS, "-A", "-Lf", self.state / "agent.log"]
 
     def add_users(self, *users):

@@ -1,4 +1,4 @@
-"""Who may own and use the camera's services, tried by real processes of three users: on the camera's own bus, and on
+"""Who may own and use the camera's services: real processes of three users try it, on the camera's private bus, and on
 Debian's system bus with the same policy."""
 
 import contextlib
@@ -26,7 +26,7 @@ EVENTS = sorted(interface.get("name") for interface in INTERFACES if interface.f
 
 
 def service(interface):
-    """The name of the service of that interface; a tilt is an axis of that name."""
+    """The service name of the interface; a tilt is an axis of that name."""
     return f"{interface}.tilt" if interface == "org.tavos.Axis1" else interface
 
 
@@ -45,9 +45,10 @@ def refused(done):
 
 
 def turned_away(camera, done):
-    """A stranger gets no connection to the camera's own bus, and every call refused on the system's."""
+    """On the camera's private bus a stranger gets no connection. On the system bus every call of a stranger is
+    refused."""
     if camera.kind == "own":
-        return done.returncode != 0 and "Did not receive a reply" in done.stderr  # to its Hello: the bus hangs up
+        return done.returncode != 0 and "Did not receive a reply" in done.stderr  # the bus hangs up
     return refused(done)
 
 
@@ -74,7 +75,7 @@ def test_the_agent_serves_every_object(camera):
     with ManagerOf(camera) as manager:
         for row in ROWS:
             (binding,) = manager.get(row.oid).bindings
-            # The firmware version's file and all else that the agent reads is there for its user, too.
+            # The agent's user can read the firmware version's file and all its other files.
             assert (binding.tag, binding.octets) == (row.tag, row.content), row.name
 
 
@@ -84,7 +85,8 @@ def test_the_agent_moves_the_camera_and_drives_its_relays(camera):
         assert manager.set_integer(OID["relayState.5"], 1).error_status == ber.NO_ERROR
         assert manager.get(OID["relayState.5"]).bindings[0].value == 1
         manager.set_integer(OID["relayState.5"], 0)
-        # The dome's user has just noted the relay in the store, and left its log beside it: the agent's user stores, too.
+        # The dome's user has just stored the relay, and left its log beside the store. The agent's user must be able to
+        # store, too.
         assert manager.set_octets(OID["systemLensFeatureControl"], b"\x40\0").error_status == ber.NO_ERROR
         assert manager.get(OID["modelName"]).bindings[0].value == b"Orvex Dome D20"
         await_until(lambda: camera.dome_state()["pan"]["position"] == 90000, "the pan is at 90 degrees")
@@ -115,7 +117,7 @@ def test_only_the_dome_owns_a_service(camera, name):
     assert turned_away(camera, camera.own(STRANGER, name))
     done = camera.own(DOME, name)
     if name in SERVICES or name == CONTROL:
-        assert (done.returncode, done.stdout.split()[-1]) == (0, "3")  # the name exists: the running dome has it
+        assert (done.returncode, done.stdout.split()[-1]) == (0, "3")  # the name exists: the running dome owns it
     else:
         assert refused(done)
 
@@ -140,7 +142,7 @@ def test_the_agent_asks_whether_a_service_is_there(camera):
 @pytest.mark.parametrize("name", ["org.tavos.Pan1", CONTROL])
 @pytest.mark.parametrize("interface", [CONTROL, "org.freedesktop.DBus.Properties"])
 def test_the_agent_calls_nothing_else(camera, name, interface):
-    """One connection owns all names, so a name alone must not open the others' interfaces."""
+    """One connection owns all names. So a permitted name must not give access to the other names' interfaces."""
     operation = f"{interface}.{'Execute' if interface == CONTROL else 'GetAll'}"
     assert refused(camera.call(AGENT, name, operation))
 
@@ -165,7 +167,8 @@ def test_domectl_is_roots_and_the_domes(camera):
 
 @contextlib.contextmanager
 def watcher(camera, user, interface):
-    """A watcher of that user's, who subscribes to every signal of the interface: a function that tells what it saw."""
+    """Starts a watcher of that user that subscribes to every signal of the interface; returns a function with its
+    output."""
     command = ["dbus-monitor", "--address", f"unix:path={camera.state}/bus.sock",
                f"type='signal',interface='{interface}'"]
     seen = camera.state / f"seen by {user}.txt"
@@ -189,7 +192,7 @@ def tell(camera, user, event, value):
 
 @pytest.mark.parametrize("event", EVENTS)
 def test_nobody_tells_an_event_in_the_services_place(camera, event):
-    """The module takes events of the service's owner only; whoever is less careful is to be safe as well."""
+    """The module accepts events only from the service's owner; the policy also protects less careful clients."""
     with watcher(camera, AGENT, event) as seen:
         def heard(value):
             tell(camera, DOME, event, value)
@@ -211,7 +214,7 @@ def test_strangers_hear_no_event(camera):
 
         await_until(heard, "the agent's user hears it")
     with watcher(camera, STRANGER, event) as stranger:
-        time.sleep(0.3)  # its subscription comes after its name, and shows nowhere
+        time.sleep(0.3)  # it subscribes after it has its name; nothing shows when
         camera.domectl("event", "temperature", 0, 41)
         with watcher(camera, AGENT, "org.freedesktop.DBus"):
             pass  # another whole conversation with the bus

@@ -1,4 +1,4 @@
-"""The man pages name what the commands' own usage texts name, both ways."""
+"""The man pages name what the commands' usage texts name, and the other way round."""
 
 import re
 import subprocess

@@ -1,4 +1,4 @@
-"""The Debian packages: built, judged by lintian, installed into a clean root, and run there by its systemd."""
+"""The Debian packages: built, checked by lintian, installed into a clean root, and run there by its systemd."""
 
 import json
 import os
@@ -16,7 +16,7 @@ from field import ROLES, authentication, privacy
 
 pytestmark = [
     pytest.mark.slow,
-    pytest.mark.commands,  # it has a build of its own
+    pytest.mark.commands,  # it needs a separate build
     pytest.mark.skipif(os.getuid() != 0, reason="only root can make a root"),
 ]
 
@@ -49,7 +49,7 @@ def root(packages):
     try:
         prepare_camera(root)
         root.boot()
-        root.must("systemctl", "start", "orvex-dome")  # in the place of a camera's services
+        root.must("systemctl", "start", "orvex-dome")  # replaces a camera's services
         install_camera(root)
         yield root
     finally:
@@ -57,14 +57,14 @@ def root(packages):
 
 
 def documented(chapter):
-    """The commands of a chapter of docs/installing.md, but for apt's: the packages are installed already, by apt."""
+    """The commands of a chapter of docs/installing.md, except apt's: apt has already installed the packages."""
     text = (ROOT / "docs" / "installing.md").read_text().split(f"## {chapter}\n")[1]
     lines = re.findall(r"^    (.+)$", re.split(r"^## ", text, flags=re.MULTILINE)[0], re.MULTILINE)
     return [line.split() for line in lines if not line.startswith("apt ")]
 
 
 def prepare_camera(clean):
-    """What a camera has got: a version and a restart script."""
+    """Adds what a camera has: a version and a restart script."""
     (clean.root / "etc/version").write_text("02.01.00-20261121a\n")
     (clean.root / "sbin/restart.sh").write_text('#!/bin/sh\necho "$(id -un) $*" >>/var/log/restarts\n')
 
@@ -141,7 +141,7 @@ def test_it_is_the_stock_agent_with_its_own_port(root):
     command = root.must("systemctl", "show", "snmpd", "--property=MainPID", "--value").strip()
     assert root.must("readlink", f"/proc/{command}/exe").strip() == "/usr/sbin/snmpd"
     status = root.must("cat", f"/proc/{command}/status")
-    assert re.search(r"^CapEff:\t0*400$", status, re.MULTILINE)  # CAP_NET_BIND_SERVICE alone
+    assert re.search(r"^CapEff:\t0*400$", status, re.MULTILINE)  # CAP_NET_BIND_SERVICE only
     assert re.search(r"^Seccomp:\t2$", status, re.MULTILINE)
     assert ":00A1 " in root.must("cat", "/proc/net/udp")
 
@@ -174,7 +174,7 @@ def test_a_restart_goes_through_the_platforms_script_as_root(root):
     log = root.root / "var/log/restarts"
     await_until(log.exists, "the restart script has run")
     assert log.read_text() == "root -s -k\n"
-    # The agent's chmod was of its own script.
+    # The agent's chmod applied to its stand-in of the script.
     assert ask(root, "reader", "snmpget", OID["rebootDevice"]).returncode == 0
 
 
@@ -189,9 +189,9 @@ def test_an_agent_without_settings_comes_back_when_there_are_some(root):
     store = root.root / "var/lib/tavos/settings.db"
     aside = store.rename(store.with_suffix(".aside"))
     try:
-        root.run("systemctl", "restart", "snmpd")  # fails
+        root.run("systemctl", "restart", "snmpd")  # the start fails
         before = int(root.must("systemctl", "show", "snmpd", "--property=NRestarts", "--value"))
-        # More often than systemd by itself tries a service again.
+        # More often than systemd retries a service on its own.
         await_until(lambda: int(root.must("systemctl", "show", "snmpd", "--property=NRestarts", "--value")) > before + 5,
                     "the agent is tried again and again", seconds=60)
     finally:
@@ -228,7 +228,7 @@ def test_one_more_camera_is_one_more_instance(root):
         assert json.loads(state)["pan"]["position"] == 0
         folder = root.root / "var/lib/orvex-dome/7"
         assert stat.S_IMODE(folder.stat().st_mode) == 0o700
-        # A restart of the camera is noted in its own folder, and is this machine's business in no way.
+        # A restart of the camera is noted in its folder and does not affect this machine.
         root.must("snmpset", "-v2c", "-c", "private", "-On", "127.0.0.1:11607", OID["rebootDevice"], "i", "1")
         await_until((folder / "restart.log").exists, "the restart is noted")
     finally:

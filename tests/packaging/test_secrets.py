@@ -1,4 +1,4 @@
-"""Pass phrases: where they go in, and that they come out nowhere."""
+"""Pass phrases: where the user enters them, and that they appear nowhere else."""
 
 import os
 import pathlib
@@ -111,8 +111,8 @@ def test_a_running_agents_store_is_left_alone(field):
 
 
 def test_a_pass_phrase_shows_nowhere(field):
-    """A run with every part of a camera and its most talkative log: no file, environment, command line or memory-backed
-    file of it holds a pass phrase once the agent has started, and before that only the agent's private store does."""
+    """A run with every part of a camera and its most detailed log. After the agent's start no file, environment,
+    command line or memory-backed file holds a pass phrase. Before it, only the agent's private store does."""
     field.environment["TAVOS_LOG_LEVEL"] = "8"
     field.configuration.write_text(field.configuration.read_text() +
                                    f"trapsess -v 3 -u notifier -l authPriv udp:127.0.0.1:{field.trap_port}\n")

@@ -1,4 +1,4 @@
-"""The configuration for cameras in the field: each user on each object, and everybody else."""
+"""The configuration for cameras in the field: every user and every stranger on each object."""
 
 import os
 import re
@@ -14,8 +14,8 @@ from sockets import sockets_of
 RELAYS = [OID["outputControl"], *(row.oid for row in ROWS if row.name.startswith("relayState."))]
 REBOOT = OID["rebootDevice"]
 
-# Where a writer could change the agent itself, its users, its views, or see what else runs on the host. All of them
-# answer in an agent without views.
+# A writer could change the agent itself, its users or its views here, or see what else runs on the host. An agent
+# without views answers all of them.
 KEPT = {
     "UCD-DLMOD-MIB dlmodNextIndex": "1.3.6.1.4.1.2021.13.14.1.0",
     "UCD-SNMP-MIB memTotalReal": "1.3.6.1.4.1.2021.4.5.0",
@@ -31,7 +31,7 @@ KEPT = {
     "IF-MIB ifNumber": "1.3.6.1.2.1.2.1.0",
 }
 
-# A value that the object takes, and that moves nothing on the way.
+# A value that the object accepts and that moves nothing.
 HARMLESS = {
     "rangeTrueNorthOffset": ("i", "0"),
     "systemCameraFeatureControl": ("x", "0000"),
@@ -57,14 +57,14 @@ def harmless_value(row):
 
 
 def may_write(user, row):
-    """Whether the views let the user's SET through to the object."""
+    """Whether the views pass the user's SET to the object."""
     if user == "administrator":
         return True
     return user == "operator" and row.oid.startswith(f"{CCTV}.") and row.oid not in RELAYS
 
 
 def reason(answer):
-    """Why a SET was refused, or None."""
+    """The reason why a SET was refused, or None."""
     match = re.search(r"^Reason: (\w+)", answer.error, re.MULTILINE)
     return match[1] if match else None
 
@@ -93,7 +93,7 @@ def test_each_user_writes_just_what_is_theirs(camera, user):
             if row.access != RW:
                 refused_otherwise[row.name] = why
     assert let_through == [row.name for row in ROWS if may_write(user, row)]
-    # What the views let through and is read-only is refused by the object itself.
+    # The object itself refuses what the views pass and is read-only.
     assert {name for name, why in refused_otherwise.items() if why not in ("notWritable", "wrongType")} == set()
     driven = [call["call"] for call in camera.calls() if call["service"] == "relay" and "Get" not in call["call"]]
     assert set(driven) == ({"ClearRelay"} if user == "administrator" else set())
@@ -127,7 +127,7 @@ def test_the_agents_own_objects_are_there_for_nobody(camera, user, tool):
 
 
 def test_what_is_kept_from_everybody_answers_where_there_are_no_views(camera):
-    """Otherwise the test above would hold for misspelled objects, too."""
+    """Otherwise the test above would pass for misspelled objects, too."""
     open_desk = FieldDesk()
     try:
         text = open_desk.configuration.read_text().replace("view reads included .1.3.6.1.2.1.1\n",
@@ -143,7 +143,7 @@ def test_what_is_kept_from_everybody_answers_where_there_are_no_views(camera):
 
 @pytest.mark.parametrize("user", ROLES)
 def test_nobody_loads_code(camera, user):
-    """Row 1 of UCD-DLMOD-MIB's table: a name, a path, and the status that loads it."""
+    """Row 1 of UCD-DLMOD-MIB's table: a name, a path, and the status that loads the module."""
     column = "1.3.6.1.4.1.2021.13.14.2.1"
     for binding in [(f"{column}.2.1", "s", "evil"), (f"{column}.3.1", "s", "/tmp/evil.so"), (f"{column}.4.1", "i", "6")]:
         assert reason(camera.ask(user, "snmpset", *binding)) == "noAccess"
@@ -214,7 +214,8 @@ def test_it_listens_for_managers_only(camera):
 
 
 def test_traps_go_to_whoever_knows_the_notifiers_pass_phrases():
-    """With the line that stands in the configuration as a comment, and a stock receiver of authenticated traps only."""
+    """Enables the line that is a comment in the configuration, and starts a stock receiver that accepts only
+    authenticated traps."""
     desk = FieldDesk()
     receiver = None
     try:

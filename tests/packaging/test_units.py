@@ -1,4 +1,4 @@
-"""The units: what systemd itself makes of them. They run for real in test_packages.py's clean root."""
+"""The units, as systemd itself reads them. test_packages.py runs them in its clean root."""
 
 import pathlib
 import re
@@ -19,7 +19,7 @@ MOST_EXPOSURE = 3.0
 
 @pytest.fixture(scope="module")
 def units(tmp_path_factory):
-    """All units in one folder, the stock agent's with the drop-in applied; what they start exists."""
+    """All units in one folder, the stock agent's with the drop-in; the programs that they start exist."""
     folder = tmp_path_factory.mktemp("units")
     programs = folder / "programs"
     for unit in [*UNITS.glob("orvex-*"), *(pathlib.Path(__file__).parents[2] / "packaging/systemd").glob("*.target")]:
@@ -54,7 +54,7 @@ def test_what_a_service_could_do_is_little(units, service, record_property):
 
 
 def test_the_stock_agent_alone_could_do_a_lot(tmp_path):
-    """So that the figure above is the drop-in's doing."""
+    """Shows that the figure above comes from the drop-in."""
     shutil.copy(STOCK_AGENT, tmp_path)
     assert exposure(tmp_path / "snmpd.service") > MOST_EXPOSURE
 

@@ -1,4 +1,4 @@
-"""A desk camera whose dome and agent run as two users of their own, under the bus policy that is shipped."""
+"""A desk camera whose dome and agent run as two separate users, under the shipped bus policy."""
 
 import os
 import pwd
@@ -8,14 +8,14 @@ import subprocess
 
 from desk import AGENT_PARTS, BUILD, SNMPD, Desk
 
-# Users that every Debian has, in the parts of the policy's.
+# Users that every Debian has; they play the policy's users.
 DOME, AGENT, STRANGER = "daemon", "nobody", "games"
 SETTINGS_GROUP = "users"
 USERS = {"orvex-dome": DOME, "Debian-snmp": AGENT}
 
 
 def as_user(user, *command, group=None):
-    """The command as that user, with one group beside the user's own."""
+    """The command as that user, with one group in addition to the user's default."""
     entry = pwd.getpwnam(user)
     groups = ["--groups", group] if group else ["--clear-groups"]
     return ["setpriv", "--reuid", str(entry.pw_uid), "--regid", str(entry.pw_gid), *groups, "--pdeathsig", "KILL",
@@ -30,7 +30,7 @@ def with_test_users(text):
 
 
 class PolicedDesk(Desk):
-    """`kind` is "own" for the camera's own bus as shipped, or "system" for Debian's system bus with the policy in it."""
+    """`kind` is "own" for the camera's private bus as shipped, or "system" for Debian's system bus with the policy."""
 
     def __init__(self, kind):
         super().__init__()
@@ -45,7 +45,7 @@ class PolicedDesk(Desk):
         (self.state / "bus.conf").write_text(self._own_bus() if kind == "own" else self._system_bus())
 
     def _share_programs(self):
-        """The build folder need not be open to others."""
+        """Other users may have no access to the build folder."""
         programs = self.state / "programs"
         for name in ["bin/orvex-dome", "bin/myname", "lib/orvexsnmp.so"]:
             (programs / name).parent.mkdir(parents=True, exist_ok=True)
@@ -58,7 +58,7 @@ class PolicedDesk(Desk):
         (self.state / "snmpd.conf").write_text(configuration.replace(f"{BUILD}/lib/", f"{programs}/lib/"))
 
     def _share_settings(self):
-        """As the packages lay it out: the folder belongs to the dome and to a group that the agent is in."""
+        """As the packages do it: the dome owns the folder, and the agent is in the folder's group."""
         folder = self.state / "settings"
         folder.mkdir()
         store = (self.state / "settings.db").rename(folder / "settings.db")
@@ -90,13 +90,14 @@ class PolicedDesk(Desk):
         return as_user(AGENT, SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", *AGENT_PARTS, "-Le", group=SETTINGS_GROUP)
 
     def bus(self, user, *words):
-        """One dbus-send of that user, waiting for the answer."""
+        """One dbus-send of that user; waits for the answer."""
         command = ["dbus-send", f"--bus=unix:path={self.state}/bus.sock", "--print-reply=literal", "--reply-timeout=3000",
                    *words]
         return subprocess.run(as_user(user, *command), capture_output=True, text=True, timeout=20, cwd="/")
 
     def own(self, user, name):
-        """Asks for the name, for as long as the command lives. Free or not, the policy is asked first."""
+        """Requests the name while the command lives. The bus checks the policy first, whether the name is free or
+        not."""
         return self.bus(user, "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
                         "org.freedesktop.DBus.RequestName", f"string:{name}", "uint32:4")
 

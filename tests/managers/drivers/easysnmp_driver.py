@@ -1,4 +1,4 @@
-"""python3-easysnmp. What a driver reads and writes is told in managers.py."""
+"""python3-easysnmp. managers.py describes what a driver reads and writes."""
 
 import json
 import os
@@ -25,7 +25,7 @@ reader, writer = session("public"), session("private")
 
 def binding(variable):
     kind = NAMES[variable.snmp_type]
-    # The octets come as the characters of the same numbers.
+    # The library returns octets as characters of the same numbers.
     value = variable.value.encode("latin-1").hex() if kind == "OCTET STRING" else variable.value
     oid = variable.oid.lstrip(".") + (f".{variable.oid_index}" if variable.oid_index else "")
     return [oid, kind, int(value) if kind in ("INTEGER", "Gauge32") else value if kind == "OCTET STRING" else None]

@@ -1,4 +1,4 @@
-"""python3-pysnmp4. What a driver reads and writes is told in managers.py."""
+"""python3-pysnmp4. managers.py describes what a driver reads and writes."""
 
 import json
 import os
@@ -34,7 +34,7 @@ def binding(name, value):
 def collect(answers):
     values = []
     for trouble, status, _, bindings in answers:
-        # SNMPv1 has no other way to say that the tree ends here.
+        # SNMPv1 can signal the end of the tree only this way.
         if status and values and status.prettyPrint() == "noSuchName":
             break
         if trouble or status:

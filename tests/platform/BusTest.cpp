@@ -1,4 +1,4 @@
-// What happens when the bus, a service or the other side is not as it should be.
+// What happens when the bus, a service or the other side fails or misbehaves.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -243,7 +243,7 @@ TEST_F(BusTest, TheFilterSeesEveryCallInOrderAsText) {
         ElementsAre("org.tavos.Pan1|SetPositionAtSpeed|-45000|0.1|300", "org.tavos.Pan1|SetRelativeVelocity|-1|60",
                     "org.tavos.Pan1|SetRelativeVelocity|0.7874015748031497|60", "org.tavos.Pan1|GetPosition",
                     "org.tavos.Alarm3|GetAlarmState|front door|1", "org.tavos.Iris1|SetAutoIris|true"));
-    EXPECT_THAT(pan.Take(), testing::SizeIs(3));  // they were served too
+    EXPECT_THAT(pan.Take(), testing::SizeIs(3));  // they were executed, too
 }
 
 TEST_F(BusTest, AServiceCanGoAndComeBack) {
@@ -266,7 +266,7 @@ TEST_F(BusTest, ANameHasOneOwner) {
     fake::Pan other;
     EXPECT_THROW(second.Do([&](ServiceHost& h) { Serve(h, other); }), Exception);
     first.Do([](ServiceHost& h) { h.SetPresent("org.tavos.Pan1", false); });
-    second.Do([&](ServiceHost& h) { Serve(h, other); });  // the failed attempt has left nothing behind
+    second.Do([&](ServiceHost& h) { Serve(h, other); });  // nothing remains of the failed attempt
     EXPECT_THROW(first.Do([](ServiceHost& h) { h.SetPresent("org.tavos.Pan1", true); }), Exception);
     MsgBus messages;
     PanClient(messages)->SetPosition(1, 2);
@@ -284,7 +284,7 @@ struct Listener {
     Journal journal;
 };
 
-/// What the platform logs while this lives, in a file.
+/// While it lives, the platform logs to a file.
 class LogFile {
 public:
     LogFile() {
@@ -316,7 +316,7 @@ TEST_F(BusTest, ANameThatSomebodyElseHasIsTakenWhenItIsFree) {
     host.Do([&](ServiceHost& h) { Serve(h, pan); });
     fake::Pan other;
     std::optional<HostThread> stranger;
-    // The host stands still while the bus restarts, so that the stranger is the first one there.
+    // The host is blocked while the bus restarts, so that the stranger takes the name first.
     host.Do([&](ServiceHost&) {
         bus.Stop();
         bus.Start();
@@ -394,7 +394,7 @@ TEST_F(BusTest, CallsAndEventsOutliveTheBus) {
     EXPECT_TRUE(heard(first, 30));
     EXPECT_TRUE(heard(second, 31));
 
-    // The host and the client are two ends, each of which logs it once.
+    // The host and the client each log it once.
     EXPECT_EQ(log.Count(" tavos Error the message bus at " + bus.Address() + " cannot be reached: "), 2U) << log.Text();
     EXPECT_EQ(log.Count(" tavos Information the message bus at " + bus.Address() + " is reachable again\n"), 2U)
         << log.Text();
@@ -467,7 +467,7 @@ TEST_F(BusTest, OnlyTheServiceItselfIsListenedTo) {
                                writer.Put(666);
                            });
     });
-    // Addressed to one process, such a signal gets past the bus's rules.
+    // A signal addressed to one process passes the bus's rules.
     for (int name = 0; name < 10; ++name) {
         const std::string send =
             "dbus-send --bus='" + bus.Address() + "' --type=signal --dest=:1." + std::to_string(name) +
@@ -581,7 +581,7 @@ TEST_F(BusTest, DescriptorsAreCloseOnExec) {
             ++checked;
         }
     }
-    EXPECT_GE(checked, 3);  // the host's, the calls', the wake-up's; the events' a little later
+    EXPECT_GE(checked, 3);  // of host, calls and wake-up; the events' descriptor comes a little later
 }
 
 }  // namespace

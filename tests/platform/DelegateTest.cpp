@@ -31,7 +31,7 @@ protected:
 
 TEST_F(DelegateTest, HandlersRunInTheOrderOfTheirAdding) {
     tavos::core::Event2<int, int> event;
-    event.Fire(0, 0);  // nobody listens
+    event.Fire(0, 0);  // no handler
     event.AddHandler(CreateDelegate(&y, &Receiver::Two));
     event.AddHandler(CreateDelegate(&x, &Receiver::Two));
     event.AddHandler(CreateDelegate(&y, &Receiver::Two));

@@ -22,7 +22,7 @@
 #include "tavos/interfaces/IVoltageV2Provider.h"
 #include "tavos/interfaces/IZoomProvider.h"
 
-/// What the services below were called with, "SetPosition 1 2". Any thread.
+/// The calls that the services below received: "SetPosition 1 2". Any thread.
 class Journal {
 public:
     template <class... Arguments>
@@ -34,7 +34,7 @@ public:
         _lines.push_back(line.str());
     }
 
-    /// What was noted since the last call.
+    /// The calls since the last Take.
     std::vector<std::string> Take() {
         std::lock_guard<std::mutex> lock(_mutex);
         return std::exchange(_lines, {});

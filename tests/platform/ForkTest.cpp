@@ -1,4 +1,4 @@
-// The agent turns itself into a daemon by forking after the module is loaded: bus and settings go on in the child.
+// The agent forks into a daemon after it has loaded the module: bus and settings must keep working in the child.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -29,7 +29,7 @@ using tavos::msgbus::ServiceHost;
 
 namespace {
 
-/// A child that does `work` and exits with what it returns; killed when it takes more than 20 s.
+/// A child that runs `work` and exits with its result; killed after 20 s.
 class Child {
 public:
     explicit Child(const std::function<int()>& work) : _process(fork()) {
@@ -64,8 +64,8 @@ private:
     pid_t _process;
 };
 
-/// True when a child of a process with several threads can hang in AddressSanitizer's own allocator: its locks go into
-/// the child as they are at the fork, held for ever by threads that it does not have.
+/// True when a fork of a process with several threads can hang the child in AddressSanitizer's allocator: the child
+/// inherits locks whose owners, other threads, do not exist in it.
 constexpr bool kAllocatorBreaksInChildren =
 #ifdef __SANITIZE_ADDRESS__
     true;
@@ -82,7 +82,7 @@ class ForkTest : public testing::Test {
 protected:
     ForkTest() { setenv("TAVOS_CALL_TIMEOUT_MS", "5000", 1); }
 
-    /// Serves the pan axis and fires a temperature event again and again.
+    /// Serves the pan axis and emits temperature events repeatedly.
     int ServeForever() {
         fake::Pan pan;
         fake::Temperature temperature;
@@ -110,14 +110,14 @@ TEST_F(ForkTest, CallsAndEventsGoOnInTheChildAndInTheParent) {
         try {
             return pan->GetMinPosition() == 1U;
         } catch (const std::exception&) {
-            return false;  // the service is still on its way
+            return false;  // the service has not arrived yet
         }
     }));
     ASSERT_TRUE(Eventually([&] { return counter.count > 0; }));
 
     for (int round = 0; round < 10; ++round) {
         Child daemon([&] {
-            // As a daemon does, once more.
+            // A second fork, as daemons do.
             Child grandchild([&] {
                 counter.count = 0;
                 if (!Eventually([&] { return counter.count > 0; })) return 2;
@@ -133,7 +133,7 @@ TEST_F(ForkTest, CallsAndEventsGoOnInTheChildAndInTheParent) {
     EXPECT_EQ(pan->GetMaxPosition(), 359999U);
 }
 
-/// The sockets that this process has open.
+/// This process's open sockets.
 std::set<std::string> Sockets() {
     std::set<std::string> sockets;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {

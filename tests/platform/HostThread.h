@@ -11,7 +11,7 @@
 
 #include "tavos/msgbus/ServiceHost.h"
 
-/// A service host on a thread of its own, as another process's would be.
+/// A service host on a separate thread, as if in another process.
 class HostThread {
 public:
     /// Returns when the host is on the bus; throws what the host's constructor throws.
@@ -33,7 +33,7 @@ public:
     HostThread(const HostThread&) = delete;
     HostThread& operator=(const HostThread&) = delete;
 
-    /// Runs `work` on the host's thread and returns, or throws, what it did.
+    /// Runs `work` on the host's thread; returns its result or throws its exception.
     void Do(const std::function<void(tavos::msgbus::ServiceHost&)>& work) {
         std::packaged_task<void(tavos::msgbus::ServiceHost&)> task(work);
         auto outcome = task.get_future();

@@ -24,12 +24,6 @@ using tavos::core::IniFile;
 using tavos::core::Logger;
 using testing::MatchesRegex;
 
-namespace {
-
-thread_local bool t_outOfMemory = false;
-
-}  // namespace
-
 // clang's sanitizers bring these functions themselves, in a form that a program cannot replace.
 #ifdef __has_feature
 #define SANITIZED_BY_CLANG (__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
@@ -38,7 +32,13 @@ thread_local bool t_outOfMemory = false;
 #endif
 
 #if !SANITIZED_BY_CLANG
-/// Like the library's own, while a test has not taken the memory away from its thread.
+namespace {
+
+thread_local bool t_outOfMemory = false;
+
+}  // namespace
+
+/// Like the library's operator new, but throws while the test has set this thread out of memory.
 void* operator new(std::size_t size) {
     if (t_outOfMemory) throw std::bad_alloc();
     if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
@@ -69,7 +69,7 @@ class LoggerTest : public testing::Test {
 protected:
     LoggerTest() { unsetenv("TAVOS_LOG_LEVEL"); }
 
-    /// Everything goes to the file from here on.
+    /// Sends all log lines to the file from here on.
     void UseFile(const std::string& level) {
         Logger::ClearAppenders();
         Logger::ConfigureLogging(Settings({{"log.level", level}, {"log.file", file}}), "log");
@@ -90,10 +90,10 @@ protected:
 };
 
 TEST_F(LoggerTest, StartsWithErrorsOnStandardOutput) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a process that has not logged yet
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // the death test runs in a process that has not logged yet
     EXPECT_EXIT(
         {
-            std::fflush(stdout);  // whatever the test program itself has said
+            std::fflush(stdout);  // flushes the test program's output first
             dup2(STDERR_FILENO, STDOUT_FILENO);
             log->Error("%s: unknown pan mode (%d)", "handle_positionPan", 9);
             log->Information("unheard");
@@ -272,7 +272,7 @@ TEST_F(LoggerTest, WithoutAnOperatorsLevelNothingChanges) {
     EXPECT_TRUE(log->IsEnabled(7));
 }
 
-/// Standard output is something else for as long as the object lives.
+/// Replaces standard output while the object lives.
 class Redirected {
 public:
     explicit Redirected(int descriptor) : _before(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 10)) {
@@ -329,7 +329,7 @@ TEST_F(LoggerTest, AReaderThatStopsReadingHoldsNobodyUp) {
     {
         Redirected output(pipe[1]);
         const std::string text(100, 'x');
-        for (int i = 0; i < 2000; ++i) log->Error("%s", text.c_str());  // three times what a pipe holds
+        for (int i = 0; i < 2000; ++i) log->Error("%s", text.c_str());  // three times a pipe's size
         EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFL) & O_NONBLOCK, 0) << "the pipe is others' as well";
 
         char buffer[4096];
@@ -353,7 +353,7 @@ TEST_F(LoggerTest, AReaderThatStopsReadingHoldsNobodyUp) {
 TEST_F(LoggerTest, AFifoThatNobodyReadsIsRefused) {
     const std::string fifo = folder.File("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    alarm(30);  // ends this program when the open waits
+    alarm(30);  // ends this program when the open blocks
     EXPECT_EQ(Failure([&] {
                   Logger::ConfigureLogging(Settings({{"log.file", fifo}}), "log");
               }),
@@ -364,7 +364,7 @@ TEST_F(LoggerTest, AFifoThatNobodyReadsIsRefused) {
     Logger::ClearAppenders();
     Logger::ConfigureLogging(Settings({{"log.level", "3"}, {"log.file", fifo}}), "log");
     const std::string text(100, 'x');
-    for (int i = 0; i < 2000; ++i) log->Error("%s", text.c_str());  // three times what it holds
+    for (int i = 0; i < 2000; ++i) log->Error("%s", text.c_str());  // three times its size
     std::string read;
     char buffer[4096];
     for (ssize_t size = 0; (size = ::read(reader, buffer, sizeof buffer)) > 0;) {

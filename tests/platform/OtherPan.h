@@ -10,7 +10,7 @@ class ServiceHost;
 
 namespace test {
 
-/// A service that has the pan axis's name, but not its types.
+/// A service with the pan axis's name but other types.
 class IOtherPan {
 public:
     static IOtherPan* CreateClient(tavos::msgbus::IMsgBus* bus);

@@ -25,7 +25,7 @@ PrivateBus::PrivateBus(const std::string& limits) : _address("unix:path=" + _fol
                   "    <allow own=\"*\"/>\n"
                   "    <allow user=\"*\"/>\n"
                   "  </policy>\n"
-                  // Calls that nobody has answered yet; small, so that those who leave them behind are found out.
+                  // Max. unanswered calls; small, so that a client that leaves calls behind is noticed.
                   "  <limit name=\"max_replies_per_connection\">4</limit>\n" +
                   limits + "</busconfig>\n");
     setenv("TAVOS_BUS_ADDRESS", _address.c_str(), 1);
@@ -50,7 +50,7 @@ void PrivateBus::Start() {
         } else {
             dup2(ready[1], 3);
         }
-        dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);  // it regrets at length what it has no right to
+        dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);  // discards warnings about missing rights
         execlp("dbus-daemon", "dbus-daemon", "--nofork", "--nopidfile", "--nosyslog", config.c_str(), print.c_str(),
                static_cast<char*>(nullptr));
         _exit(127);

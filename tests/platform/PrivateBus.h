@@ -6,7 +6,7 @@
 
 #include "TemporaryFolder.h"
 
-/// A message bus of the test's own, in a folder of its own. TAVOS_BUS_ADDRESS points at it while it lives.
+/// A private message bus in a temporary folder. TAVOS_BUS_ADDRESS points at it while it lives.
 class PrivateBus {
 public:
     /// `limits` are further elements of the daemon's configuration.
@@ -20,7 +20,7 @@ public:
     /// Returns when the bus accepts connections; throws std::runtime_error when it does not.
     void Start();
     void Stop();
-    /// Stops the daemon's process, so that it neither answers nor hangs up, and lets it go on.
+    /// Freeze stops the daemon's process: it neither answers nor hangs up. Thaw continues it.
     void Freeze();
     void Thaw();
 

@@ -189,7 +189,7 @@ TEST_F(ServicesTest, SensorsAndTheirEvents) {
     temperatures->OnTemperatureChange().AddHandler(tavos::core::CreateDelegate(&hot, &Listener::Pair));
     voltages->OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(&volts, &Listener::Single));
     powers->OnPowerStatusChange().AddHandler(tavos::core::CreateDelegate(&watts, &Listener::Single));
-    // The subscriptions reach the bus in their own time: fired until each has been heard of.
+    // The subscriptions reach the bus asynchronously: fire until each event has arrived.
     const auto heard = [&](Listener& listener, const std::string& line, const std::function<void()>& fire) {
         return Eventually([&] {
             host.Do([&](tavos::msgbus::ServiceHost&) { fire(); });

@@ -167,7 +167,7 @@ TEST_F(SettingsTest, ReadOnlyDoesNotWrite) {
     EXPECT_EQ(reader.GetValue("[a]b"), "1");
 }
 
-/// As on a full disk: files can be made, but nothing can be written into one.
+/// Like a full disk: files can be created, but nothing can be written into them.
 class NothingCanBeWritten {
 public:
     NothingCanBeWritten() {
@@ -213,11 +213,11 @@ TEST_F(SettingsTest, WhatAKilledWriterHasLeftInTheLogIsNotPassedOver) {
         sqlite3* database = nullptr;
         sqlite3_open(store.c_str(), &database);
         sqlite3_exec(database, "UPDATE settings SET value = 'new'", nullptr, nullptr, nullptr);
-        _exit(0);  // without closing it
+        _exit(0);  // without closing the database
     }
     waitpid(child, nullptr, 0);
     ASSERT_GT(FileText(store + "-wal").size(), 0U);
-    unlink((store + "-shm").c_str());  // its making anew needs room
+    unlink((store + "-shm").c_str());  // creating it again needs disk space
     TavosSettingsClient client(TavosSettingsClient::kReadOnly);
     {
         const NothingCanBeWritten guard;
@@ -231,7 +231,7 @@ TEST_F(SettingsTest, AFailureTellsWhatStandsInTheWay) {
     EXPECT_THAT(Failure([&] { client.GetValue("[a]b"); }), HasSubstr("No such file or directory"));
 }
 
-/// Ends the test program when an open waits without a deadline.
+/// Ends the test program when an open blocks.
 class EndsInTime {
 public:
     EndsInTime() { alarm(30); }
@@ -357,7 +357,7 @@ TEST_F(SettingsTest, ManyProcessesShareAStore) {
         int result = 0;
         try {
             tavos::core::Logger::ClearAppenders();
-            TavosSettingsClient client(TavosSettingsClient::kCreate);  // all of them make it at the same time
+            TavosSettingsClient client(TavosSettingsClient::kCreate);  // all of them create it at the same time
             for (int i = 0; i < kValues; ++i) {
                 client.SetValue("[p" + std::to_string(p) + "]k" + std::to_string(i), std::to_string(i));
             }
@@ -394,7 +394,7 @@ TEST_F(SettingsTest, ProcessesThatMakeAStoreAtTheSameTimeAllMakeIt) {
             tavos::core::Logger::ClearAppenders();
             close(start[1]);
             char none;
-            [[maybe_unused]] const ssize_t ended = read(start[0], &none, 1);  // until the parent closes it
+            [[maybe_unused]] const ssize_t ended = read(start[0], &none, 1);  // blocks until the parent closes the pipe
             const std::string fault = Failure([] {
                 IniFile ini;
                 TavosSettingsClient(TavosSettingsClient::kCreate).GetSettings("", ini);

@@ -1,4 +1,4 @@
-// A service that hangs is waited for once; then it is asked for a sign of life in the background.
+// The client waits once for a service that hangs; then it pings the service in the background.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -40,7 +40,7 @@ std::size_t Count(const std::string& text, const std::string& part) {
     return found;
 }
 
-/// A pan axis and a temperature on one process of a bus, and a client that has its event thread.
+/// A pan axis and a temperature in one process on a bus, and a client with a running event thread.
 class SilenceTest : public testing::Test {
 protected:
     SilenceTest() {
@@ -79,23 +79,23 @@ protected:
         callsHang = hangs;
     }
 
-    /// What a call to the pan axis fails with, or "".
+    /// The error of a call to the pan axis, or "".
     std::string PanFailure() const {
         return Failure([&] { panClient->GetMaxPosition(); });
     }
 
-    /// What a call to the temperature fails with, or "".
+    /// The error of a call to the temperature, or "".
     std::string OtherFailure() const {
         return Failure([&] { temperatureClient->GetTemperatureDegreesCelsius(0); });
     }
 
-    /// The next call's time ends 50 ms after that of the first, which waits for the service now.
+    /// Ensures that the next call's deadline is 50 ms after that of the first, which now waits for the service.
     void AwaitCallUnderWay() const {
         EXPECT_TRUE(Eventually([&] { return arrived == 1; }));
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
 
-    /// True when calls come to fail, or to succeed (""), in that way.
+    /// True when calls fail in that way within the time, or succeed for "".
     bool ComesTo(const std::string& failure) const {
         return Eventually([&] { return PanFailure() == failure; });
     }
@@ -143,7 +143,7 @@ TEST_F(SilenceTest, AfterASignOfLifeItIsCalledAgain) {
     EXPECT_TRUE(Eventually([&] { return Logged(" tavos Information org.tavos.Pan1 answers again\n") == 1U; }));
     EXPECT_EQ(arrived, 2);
 
-    Hang(true);  // what was is forgotten
+    Hang(true);  // the past misses do not count any more
     EXPECT_EQ(PanFailure(), kLate);
     Hang(false);
     EXPECT_TRUE(ComesTo(""));
@@ -184,7 +184,7 @@ TEST_F(SilenceTest, AServiceThatOnlySeemsAliveIsAskedLessOften) {
         EXPECT_TRUE(ComesTo(kLate)) << miss;
         EXPECT_EQ(arrived, miss);
     }
-    // After the fourth miss it is left alone for 800 ms: at most a call every 5 ms fails meanwhile.
+    // After the fourth miss the client makes no call for 800 ms: meanwhile at most one call every 5 ms fails.
     int failures = 0;
     EXPECT_TRUE(Eventually([&] { return PanFailure() == kLate || ++failures < 0; }));
     EXPECT_GT(failures, 5);
@@ -204,7 +204,7 @@ TEST_F(SilenceTest, AServiceThatAnswersWithErrorsBeginsAnewEachTime) {
     callsHang = true;
     EXPECT_TRUE(ComesTo(kLate));
     callsHang = false;
-    // Had these been misses in a row, it would be left alone for 1600 ms now: some 300 calls.
+    // As consecutive misses they would block calls for 1600 ms now: some 300 failures.
     int failures = 0;
     EXPECT_TRUE(Eventually([&] { return PanFailure().empty() || ++failures < 0; }));
     EXPECT_LT(failures, 100);
@@ -213,7 +213,7 @@ TEST_F(SilenceTest, AServiceThatAnswersWithErrorsBeginsAnewEachTime) {
 TEST_F(SilenceTest, ABusThatHangsIsWaitedForOnce) {
     EXPECT_EQ(PanFailure(), "");
     bus.Freeze();
-    EXPECT_EQ(PanFailure(), kLate);  // on the connection that there is
+    EXPECT_EQ(PanFailure(), kLate);  // on the existing connection
     EXPECT_EQ(PanFailure(), kSilent);
     EXPECT_THAT(OtherFailure(), HasSubstr("the message bus cannot be reached: no answer in time"));  // on a new one
     for (int i = 0; i < 100; ++i) {
@@ -232,7 +232,7 @@ TEST_F(SilenceTest, ABusThatHangsNowAndThenIsAskedAtOnceEachTime) {
         EXPECT_EQ(PanFailure(), kLate) << time;
         EXPECT_THAT(OtherFailure(), HasSubstr("the message bus cannot be reached: no answer in time")) << time;
         bus.Thaw();
-        // A bus that was taken for one that only seems alive would be left alone for 1.6 s after the fifth miss.
+        // Treated like a service that only answers pings, it would get no calls for 1.6 s after the fifth miss.
         EXPECT_LT(TimeOf([&] { EXPECT_TRUE(ComesTo("")); }), std::chrono::seconds(1)) << time;
     }
 }
@@ -253,7 +253,7 @@ TEST_F(SilenceTest, ACallThatHasWaitedForAnotherSaysNothingOfItsService) {
     std::thread caller([&] { EXPECT_EQ(PanFailure(), kLate); });
     AwaitCallUnderWay();
     temperatureTakes = 120;
-    EXPECT_NE(OtherFailure(), "");  // what the other call has left of its time is too little
+    EXPECT_NE(OtherFailure(), "");  // the other call leaves too little time
     caller.join();
     temperatureTakes = 0;
     EXPECT_EQ(OtherFailure(), "");

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-/// A folder of the test's own, removed with all that is in it.
+/// A temporary folder, removed with its contents.
 class TemporaryFolder {
 public:
     TemporaryFolder() {

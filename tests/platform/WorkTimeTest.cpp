@@ -1,4 +1,5 @@
-// The calls of one request wait no longer than a request may, whatever the services do; nobody can fill the process.
+// The calls of one request wait no longer than a request may, whatever the services do; and no sender can fill the
+// process's memory.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <systemd/sd-bus.h>
@@ -36,11 +37,11 @@ namespace {
 
 constexpr auto kDeadline = 300ms;
 constexpr auto kRequest = 600ms;
-constexpr auto kSpare = 200ms;  // for a machine that does other things as well
+constexpr auto kSpare = 200ms;  // for a machine that does other work, too
 constexpr const char* kUsedUp = "org.tavos.Pan1 GetMaxPosition: the request has waited too long for services already";
 constexpr const char* kSilent = "org.tavos.Pan1 GetMaxPosition: the service is silent";
 
-/// A pan axis that takes its time, and a temperature on a process of its own.
+/// A slow pan axis, and a temperature in a separate process.
 class WorkTimeTest : public testing::Test {
 protected:
     WorkTimeTest() {
@@ -83,7 +84,7 @@ protected:
         return Failure([&] { temperatureClient->GetTemperatureDegreesCelsius(0); });
     }
 
-    /// What the calls of one request fail with.
+    /// The errors of the calls of one request.
     std::vector<std::string> Request(int calls, Work work = Work::kRequest) {
         messages->BeginWork(work);
         std::vector<std::string> failures;
@@ -104,7 +105,7 @@ protected:
     std::unique_ptr<ITemperatureV2Provider> temperatureClient;
 };
 
-/// kB of this process's memory.
+/// This process's resident memory in kB.
 long Memory(const std::string& which) {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
@@ -113,7 +114,7 @@ long Memory(const std::string& which) {
     return 0;
 }
 
-/// Sends all the other connections of the bus calls that nobody has asked for, as fast as the bus takes them.
+/// Floods all other connections of the bus with unrequested calls.
 class Flood {
 public:
     explicit Flood(const std::string& address) : _thread([this, address] { Run(address); }) {}
@@ -226,7 +227,8 @@ TEST_F(WorkTimeTest, AServiceThatUsesUpRequestsAgainAndAgainIsRetriedLaterAndLat
     for (int request = 1; request <= 4; ++request) {
         EXPECT_TRUE(Eventually([&] { return Request(20).front().empty(); })) << request;
     }
-    // After the fourth it is left alone for 800 ms, although it answers pings; before, it would be called at once.
+    // After the fourth the client makes no call for 800 ms, although the service answers pings; before, it calls at
+    // once.
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(Eventually([&] { return Request(1).front().empty(); }));
     EXPECT_GT(std::chrono::steady_clock::now() - begin, 500ms);
@@ -280,7 +282,7 @@ TEST_F(WorkTimeTest, AFloodNeitherFillsTheProcessNorHoldsACallLonger) {
     EXPECT_EQ(TemperatureFailure(), "");
     panTakes = 1500;
     const long before = Memory("VmRSS");
-    std::ofstream("/proc/self/clear_refs") << "5\n";  // the max counts from here on
+    std::ofstream("/proc/self/clear_refs") << "5\n";  // resets the peak that is measured from here on
     Flood flood(bus.Address());
     EXPECT_LT(TimeOf([&] { PanFailure(); }), 2000ms + kSpare);
     EXPECT_LT(TimeOf([&] { TemperatureFailure(); }), 2000ms + kSpare);

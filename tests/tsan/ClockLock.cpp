@@ -1,6 +1,5 @@
-// The ThreadSanitizer of g++ 12 and clang 14 does not know pthread_mutex_clocklock, through which the standard
-// library's timed mutexes wait, and takes each of their unlocks for a mistake. Here it is made of functions that it
-// does know.
+// The ThreadSanitizer of g++ 12 and clang 14 does not know pthread_mutex_clocklock, with which the standard library's
+// timed mutexes wait, and reports each of their unlocks. This replacement uses functions that it knows.
 #include <pthread.h>
 #include <time.h>
 

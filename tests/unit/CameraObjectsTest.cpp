@@ -1,5 +1,5 @@
-// What many objects of motion and lens have alike: the constant ones, the refusal of everything but reads, the range
-// end in the log, and SETs of every type and of any length on all that can be written.
+// What many objects of motion and lens share: the constant ones, the refusal of everything but reads, the range end in
+// the log, and SETs of every type and of any length on all writable objects.
 #include <cstring>
 
 #include "support/CameraTest.h"
@@ -15,8 +15,8 @@ struct Constant : CameraObject {
         : CameraObject(itsName), value(itsValue), width(itsWidth), line(itsLine) {}
 
     long value;
-    std::size_t width;  ///< in which it is handed over, in bytes; 0: does not matter
-    const char* line;   ///< logged before it is answered
+    std::size_t width;  ///< of the answer, in bytes; 0: not checked
+    const char* line;   ///< logged before the answer
 };
 
 const std::vector<Constant>& Constants() {
@@ -110,30 +110,30 @@ INSTANTIATE_TEST_SUITE_P(All, OnlyReadTest, testing::ValuesIn(OnlyRead()), NameO
 
 constexpr u_char kSpeed = 0x81;  // -127
 
-/// What a SET of a value leads to, in all its phases.
+/// The result of a SET of a value, in all its phases.
 struct Outcome {
-    int result = SNMP_ERR_NOERROR;  ///< of the handler or as a mark
+    int result = SNMP_ERR_NOERROR;  ///< the handler's result or the request's mark
     Lines calls;
-    Octets answer;  ///< what the variable holds after a success; empty: what it held before
+    Octets answer;  ///< the variable's octets after a success; empty: unchanged
 };
 
-/// `octets`: the value, with zeros behind its end.
+/// `octets`: the value, padded with zeros.
 using Expected = Outcome (*)(u_char type, const Octets& value, const Octets& octets);
 
 struct Writable : CameraObject {
     Writable(const char* itsName, const Octets& firstOctets, Expected outcome, std::size_t itsStored = 0)
         : CameraObject(itsName), first(firstOctets), expected(outcome), stored(itsStored) {}
 
-    Octets first;  ///< of the values that are tried
+    Octets first;  ///< the start of the values that are tried
     Expected expected;
-    std::size_t stored;  ///< octets that the next GET answers when the commit was reached
+    std::size_t stored;  ///< octets in the next GET's answer after a commit
 };
 
 Octets First(std::size_t count, const Octets& octets) {
     return {octets.begin(), octets.begin() + static_cast<std::ptrdiff_t>(count)};
 }
 
-/// The call of a motion command that was cut short: stop, continuous without speed, or all of it.
+/// The call of a truncated motion command: stop, continuous without speed, or the whole command.
 Outcome Motion(const Octets& octets, const char* stop, const char* speedZero, const char* backwards) {
     const bool continuous = octets[0] == 3;
     return {SNMP_ERR_NOERROR, {!continuous ? stop : octets[1] == kSpeed ? backwards : speedZero}, First(4, octets)};
@@ -180,7 +180,7 @@ std::vector<Writable> Writables() {
          },
          4},
         {"rangeTrueNorthOffset",
-         // The octets of 65535 as an INTEGER's buffer begins; cut after one, they are 255.
+         // The start of 65535 in an INTEGER's buffer; its first octet alone is 255.
          {0xFF, 0xFF, 0, 0},
          [](u_char type, const Octets& value, const Octets&) {
              if (type != ASN_INTEGER) return Outcome{SNMP_ERR_WRONGTYPE, {}, {}};
@@ -250,7 +250,7 @@ protected:
             variable.val.string = nullptr;
             variable.val_len = length;
         } else if (variable.val.string == variable.buf) {
-            // What an earlier, longer value has left behind.
+            // What an earlier, longer value left in the buffer.
             std::memset(variable.buf + length, 0xEE, sizeof variable.buf - length);
         }
         journal::Clear();
@@ -273,7 +273,7 @@ protected:
 TEST_P(WritableTest, EveryTypeAtAnyLengthIsReadWithZerosBehindItsEnd) {
     for (int type = 0; type <= 255; ++type) {
         for (const std::size_t length : {0, 1, 2, 3, 4, 5, 600}) ExpectSet(static_cast<u_char>(type), length, true);
-        // As values of the exception types arrive: with a length perhaps, but without octets.
+        // Values of the exception types arrive without octets, perhaps with a length.
         for (const std::size_t length : {0, 1, 4, 600}) ExpectSet(static_cast<u_char>(type), length, false);
         if (HasFatalFailure()) return;
     }
@@ -296,7 +296,7 @@ std::vector<CameraObject> Everything() {
 class EveryObjectTest : public CameraTest, public testing::WithParamInterface<CameraObject> {};
 
 TEST_P(EveryObjectTest, LogsTheRangeEndAndNotItsName) {
-    // All but one.
+    // Every object but this one.
     if (GetParam().name == std::string("rangeTrueNorthOffset")) {
         SnmpRequest request(GetParam().oidName, GetParam().length);
         request.WithRangeEnd({1, 3, 6, 1, 4, 1, 1206, 4, 2, 7, 9}).Call(GetParam().handler, MODE_GET);
@@ -317,7 +317,7 @@ TEST_P(EveryObjectTest, LogsTheRangeEndAndNotItsName) {
 
 INSTANTIATE_TEST_SUITE_P(All, EveryObjectTest, testing::ValuesIn(Everything()), NameOfObject<CameraObject>);
 
-/// One instance a class, found by its class; a second one is refused and the first one stays.
+/// One instance per class, found by its class; a second one is refused and the first one stays.
 template <class Provider>
 void ExpectOneInstance(tavos::msgbus::MsgBus& bus, const Provider& instance) {
     EXPECT_EQ(Provider::GetInstance(), &instance);

@@ -9,8 +9,7 @@
 #include "support/Rows.h"
 #include "support/StartedModule.h"
 
-// On a camera, the texts of the hardware and module versions hold at least a dash. The tests see what becomes of empty
-// ones all the same.
+// On a camera the texts of the hardware and module versions hold at least a dash. The tests try empty ones, too.
 struct HardwareVersion {
     using Type = std::string OrvexSnmpDevice::*;
     friend Type MemberOf(HardwareVersion);
@@ -28,8 +27,8 @@ struct Object {
     const char* name;
     Netsnmp_Node_Handler* handler;
     u_char type;
-    std::string value;    ///< what is answered, an INTEGER as digits
-    std::string logLine;  ///< the Information line, empty: none
+    std::string value;    ///< the answer, an INTEGER as digits
+    std::string logLine;  ///< the Information line; empty: none
     friend void PrintTo(const Object& shown, std::ostream* out) { *out << shown.name; }
 };
 
@@ -157,7 +156,7 @@ protected:
 
     static void Empty(std::string OrvexSnmpDevice::*field) { (OrvexSnmpDevice::GetInstance()->*field).clear(); }
 
-    /// What one GET has logged at the levels 3 and 6.
+    /// The log lines of one GET at the levels 3 and 6.
     static Lines Logged() {
         Lines lines;
         for (const auto& line : journal::Logged()) {

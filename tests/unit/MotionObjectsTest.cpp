@@ -1,5 +1,5 @@
-// What the five motion objects have alike: the four octets, what is remembered and answered, which phase acts. The
-// sweeps try every mode octet with every speed octet.
+// What the five motion objects share: the four octets, what they store and answer, and which phase acts. The sweeps try
+// every mode octet with every speed octet.
 #include "position/PositionCommand.h"
 #include "support/CameraTest.h"
 
@@ -7,7 +7,7 @@ namespace {
 
 using Octets = std::vector<u_char>;
 
-/// What one committed command is to do.
+/// The expected effect of one committed command.
 struct Outcome {
     int result = SNMP_ERR_NOERROR;
     Lines calls;
@@ -25,7 +25,7 @@ std::string Velocity(const char* service, int speed) {
     return journal::Join(service, "SetRelativeVelocity", speed / 127.0, 300);
 }
 
-/// Pan from 100000, tilt from 45000: the platform positions to which a step and an absolute command lead.
+/// Pan starts at 100000, tilt at 45000: the platform positions that a step and an absolute command target.
 Outcome Axis(const char* service, int mode, int speed, int forward, int backward, int absolute, int unknown) {
     const auto handler = "handle_position" + std::string(service == std::string("pan") ? "Pan" : "Tilt");
     const bool refused = speed == -128;

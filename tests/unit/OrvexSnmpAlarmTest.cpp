@@ -24,7 +24,7 @@ auto Entry(const char* bank, int id, int state) {
 
 class AlarmTest : public ProviderTest<OrvexSnmpAlarm> {
 protected:
-    /// Two banks, three inputs; the list and the table built, the journal empty.
+    /// Two banks, three inputs; the list and the table are built, the journal is empty.
     void BuildTwoBanks() {
         Camera().alarms.banks = {{"BNK1", {true}}, {"BNK2", {false, true}}};
         _provider.init_alarmTable(false);
@@ -69,7 +69,7 @@ Lines operator+(Lines first, const Lines& second) {
     return first;
 }
 
-/// All lines of a table request whose count is that of the list, with what `answer` says in between.
+/// All lines of a table request when the service's count equals the list's, with `answer` in between.
 Lines TableRequest(const Lines& answer, const std::string& rangeEnd = "") {
     return Lines{"log 8 handle_alarmStates: Enter.", "log 7 handle_alarmStates: Received OID " + rangeEnd} +
            kUnchangedCount + answer;

@@ -26,7 +26,7 @@
 
 namespace {
 
-/// The least that a provider is.
+/// A minimal provider.
 class Sample : public OrvexSnmpBaseProvider<Sample> {
 public:
     Sample() { journal::Add("Sample is being made"); }
@@ -44,7 +44,7 @@ std::string FailureOf(Made&& made) {
     return "no exception";
 }
 
-// --- one instance a class ---
+// --- one instance per class ---
 
 using BaseProviderTest = ModuleTest;
 
@@ -189,7 +189,7 @@ protected:
         OrvexSnmpTrapSend::ForgetInstance();
     }
 
-    /// The one trap that the agent sends when its main loop runs next.
+    /// The one trap that the agent sends in the next run of its main loop.
     static FakeAgent::SentTrap Sent() {
         Agent().readCallback(Agent().readDescriptor, nullptr);
         EXPECT_EQ(Agent().traps.size(), 1u);
@@ -316,7 +316,7 @@ TEST(DelegateTest, AnEventCallsWhatWasAddedUntilItIsRemoved) {
     EXPECT_THAT(second.values, ElementsAre(1, 2));
 }
 
-// --- what finds the instance while it is being made ---
+// --- lookups of the instance during its construction ---
 
 template <class Provider>
 class MakingTest : public ModuleTest {};

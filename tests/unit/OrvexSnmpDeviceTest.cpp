@@ -35,7 +35,7 @@ protected:
         return *_device;
     }
 
-    /// The text of the exception that leaves the constructor.
+    /// The text of the constructor's exception.
     std::string FailedConstruction() {
         try {
             Construct();
@@ -88,7 +88,7 @@ TEST_F(DeviceTest, DoesEverythingUpToTheProvidersInItsOrder) {
                                    "logger ConfigureLogging Applications/OrvexSnmp log.level=7 log.stdout=true",
                                    "log 6 just reconfigured!", "settings GetValue [Device/ReadOnly]ProductFamily",
                                    "settings GetValue [Device/ReadOnly]Manufacturer",
-                                   // From here on it is the first provider's constructor.
+                                   // The lines after these are the first provider's constructor.
                                    "logger ClearAppenders", "logger ConfigureLogging log log.level=3 log.stdout=true",
                                    "log 8 OrvexSnmpTemp: Enter"));
 }
@@ -198,7 +198,7 @@ TEST_F(DeviceTest, JoinsAnOutputOfSeveralPieces) {
 }
 
 TEST_F(DeviceTest, PiecesAre127CharactersLong) {
-    // A NUL hides what follows it in its own piece, and only there.
+    // A NUL hides the rest of its piece, but no other piece.
     _folder.Identity("printf '" + std::string(70, 'x') + "\\000" + std::string(56, 'y') + std::string(50, 'z') + "'");
     EXPECT_EQ(Construct().GetModelNumber(), std::string(70, 'x') + std::string(50, 'z'));
 }
@@ -430,7 +430,7 @@ TEST_F(DeviceTest, AFailureOfTheBusServersStartPassesUnchanged) {
     EXPECT_EQ(FailedConstruction(), "bus.StartServer fails");
 }
 
-// --- what is handed on ---
+// --- the device's accessors ---
 
 TEST_F(DeviceTest, EveryClientIsMadeWithTheOneBusThatTheDeviceHasOpened) {
     Construct();
@@ -442,7 +442,7 @@ TEST_F(DeviceTest, EveryClientIsMadeWithTheOneBusThatTheDeviceHasOpened) {
 // --- an identity command that cannot be read ---
 
 TEST_F(DeviceTest, FieldsHoldErrorWhateverThrowsWhileTheIdentityCommandIsRead) {
-    // The second piece is read after a first one was taken, the third is the end.
+    // Piece 2 is read after piece 1 was stored; piece 3 is the end.
     _folder.Identity("printf '%0200d' 7");
     for (const bool throwsInt : {false, true}) {
         for (const int piece : {0, 1, 2, 3}) {
@@ -456,7 +456,7 @@ TEST_F(DeviceTest, FieldsHoldErrorWhateverThrowsWhileTheIdentityCommandIsRead) {
             EXPECT_EQ(device.GetAssyVer(), "ERROR");
             EXPECT_EQ(device.GetHwVer(), "ERROR-ERROR");
             EXPECT_THAT(journal::Logged(3), IsEmpty());
-            // The commands that were started are waited for all the same.
+            // The started commands are still waited for.
             EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
             DeleteProviders();
             _device.reset();
@@ -469,7 +469,7 @@ TEST_F(DeviceTest, FieldsHoldErrorWhateverThrowsWhileTheIdentityCommandIsRead) {
 
 class FailingConfigurationTest : public DeviceTest, public testing::WithParamInterface<int> {
 protected:
-    /// The steps, in their order, as the journal has them and as they fail.
+    /// The steps in order, as the journal names them and as they fail.
     struct Step {
         std::string line;
         std::string failing;
@@ -481,7 +481,7 @@ protected:
         {"log 6 just reconfigured!", "log 6 just reconfigured!"},
     };
 
-    /// The steps up to the one that fails, without anything after it.
+    /// The steps up to the one that fails, and none after it.
     Lines UpToTheFailure() const {
         Lines lines;
         for (int step = 0; step <= GetParam(); ++step) lines.push_back(_steps[step].line);

@@ -35,7 +35,7 @@ protected:
         return effects;
     }
 
-    /// The lines with which a handler of the position begins, after entry and range end, and the ones that follow.
+    /// The first lines of a handler of the position, after entry and range end, and the ones that follow.
     static Lines Position(const std::string& text, const Lines& after) {
         Lines lines{"8 GetPosition: Enter.", "call focus2 GetPosition", "6 GetPosition: GetPosition()=" + text + "0000",
                     "8 GetPosition: Done.", "6 handle_positionFocusLens: current focus position " + text};
@@ -185,7 +185,7 @@ TEST_F(FocusTest, EveryWrapperLogsCallsAndReportsFailure) {
     for (const auto& wrapper : wrappers) ExpectProtocol(_provider, wrapper);
 }
 
-/// GetAutoIrisEnabled and GetAutoFocusEnabled, whose output has only two values: both are tried as what is left alone.
+/// GetAutoIrisEnabled and GetAutoFocusEnabled. Tries both values as the untouched output, because a bool has no third.
 int ReadsTruth(const OrvexSnmpFocus& focus, int (OrvexSnmpFocus::*getter)(bool&) const, bool expected) {
     int result = 0;
     for (const bool untouched : {!expected, expected}) {

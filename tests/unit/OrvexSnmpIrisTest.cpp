@@ -14,7 +14,7 @@ protected:
         return Commit(kPosition, octets);
     }
 
-    /// A handler's lines: the two with which every request's command is shown, and the ones that follow.
+    /// A handler's lines: the two that show every request's command, and the ones that follow.
     static Lines Shown(const std::string& decoded, const std::string& raw, const Lines& after) {
         const std::string name = "6 handle_positionIrisLens: ";
         Lines lines{name + "iris=" + decoded, name + "iris=" + raw};
@@ -58,7 +58,7 @@ TEST_F(IrisTest, MoveIrisLogsCallsAndReportsFailure) {
 }
 
 TEST_F(IrisTest, EveryRequestShowsTheCommandAndTheLastOne) {
-    // The position twice: as decoded, and as the octets stand in a little-endian word. The second speed is signed.
+    // The position twice: decoded, and as a little-endian word of the octets. The second speed is signed.
     EXPECT_EQ(Command({2, 0xEC, 0x12, 0x34}), SNMP_ERR_NOERROR);
     EXPECT_EQ(Done(), Shown("02 ec 1234,last=00 00 0000", "02 ffffffec 3412",
                             {"3 handle_positionIrisLens: absolute iris (2), NOT IMPLEMENTED"}));

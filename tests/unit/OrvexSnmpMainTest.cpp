@@ -22,7 +22,7 @@ namespace {
 
 const std::string kEnterprise = ".1.3.6.1.4.1." + std::to_string(ORVEX_ENTERPRISE_NUMBER);
 
-/// What the agent sees of one row that it accepts.
+/// One accepted row as the agent sees it.
 std::string RegistrationOf(const ScalarRegistration& row) {
     return journal::Join("agent register_instance", row.name, OidText(row.objectId, row.oidLength), row.access);
 }
@@ -78,7 +78,7 @@ TEST_F(MainTest, RefusesASecondInstanceAndKeepsTheFirst) {
 TEST_F(MainTest, DestructionLeavesTheInstancePointerAndWhatItHasMade) {
     auto* const instance = new OrvexSnmpMain();
     journal::Clear();
-    // The fixture deletes it otherwise.
+    // Only destroyed: the fixture must not delete it again.
     instance->~OrvexSnmpMain();
     EXPECT_EQ(OrvexSnmpMain::GetInstance(), instance);
     EXPECT_NE(OrvexSnmpDevice::GetInstance(), nullptr);
@@ -92,8 +92,7 @@ TEST_F(MainTest, DestructionLeavesTheInstancePointerAndWhatItHasMade) {
 
 class InitTest : public StartTest {
 protected:
-    /// The journal from the entry point's own first line on, without the sensors' first readings and the tables' own
-    /// lines.
+    /// The journal from the entry point's first line on, without the sensors' first readings and the tables' lines.
     static Lines EntryPointLines() {
         const auto all = journal::All();
         const auto begin = std::find(all.begin(), all.end(), "log 8 init_orvexsnmp: Enter.");
@@ -120,7 +119,7 @@ protected:
         return lines;
     }
 
-    /// The lines up to the refusal of `row`, and nothing after it.
+    /// The lines up to the refusal of `row`, and none after it.
     static Lines RefusedAt(const std::string& name) {
         Lines lines = {"log 8 init_orvexsnmp: Enter."};
         for (const auto& row : ScalarTable()) {
@@ -284,7 +283,7 @@ TEST_F(InitTest, AnInvalidConfigurationLeavesTheEntryPoint) {
     Camera().failing = {"settings.GetSettings"};
     EXPECT_EQ(FailureOf([] { init_orvexsnmp(); }), "invalid configuration");
     EXPECT_THAT(journal::All("agent "), ElementsAre("agent register_readfd"));
-    // What the exception does not say, the agent's own log does.
+    // The exception does not name the row; the agent's log does.
     EXPECT_THAT(journal::All("agentlog"),
                 ElementsAre("agentlog 3 orvexsnmp: invalid configuration: settings.GetSettings fails\n"));
 }
@@ -520,7 +519,7 @@ TEST_F(ReloadTest, TakesUpARegistrationThatTheAgentRefusedBefore) {
     EXPECT_EQ(journal::All("agent register_table_data_set").size(), 2u);
 }
 
-// --- what finds the module while it is being made ---
+// --- lookups of the module during its construction ---
 
 TEST_F(MainTest, CanBeFoundFromItsFirstLineOn) {
     OrvexSnmpMain* found = nullptr;

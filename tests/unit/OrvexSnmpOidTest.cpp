@@ -10,7 +10,7 @@
 #include "support/ModuleTest.h"
 #include "support/Opened.h"
 
-// Nothing in the module makes an instance, and none shows what it holds.
+// The module creates no instance, and no accessor shows the members.
 struct OidArray {
     using Type = oid* OrvexSnmpOid::*;
     friend Type MemberOf(OidArray);
@@ -100,7 +100,7 @@ TEST(OidStringTest, CutsLongerTextsAt255Characters) {
 }
 
 TEST(OidStringTest, NeverWritesBeyondItsOwnAllocation) {
-    // Twelve characters in a room for eleven.
+    // Twelve characters where eleven were allocated.
     const auto text = Rendered({0x80000000});
     EXPECT_EQ(std::string(text.get()).substr(0, 11), ".-214748364");
 }
@@ -112,7 +112,7 @@ TEST(OrvexSnmpOidTest, AnEmptyInstanceHasNoArray) {
 }
 
 TEST(OrvexSnmpOidTest, AnInstanceHasRoomForItsCountOfSubIdentifiersAndCopiesAsManyBytes) {
-    // Exactly 16 bytes: the address sanitizer sees a reading beyond them.
+    // Exactly 16 bytes: AddressSanitizer reports a read beyond them.
     const std::unique_ptr<oid[]> source(new oid[16 / sizeof(oid)]);
     std::memset(source.get(), 0xA5, 16);
     OrvexSnmpOid copy(source.get(), 16);
@@ -149,7 +149,7 @@ TEST(OrvexSnmpOidTest, ThePrivateArrayLengthsFollowFromASevenSubIdentifierEnterp
 }
 
 TEST(OidStringTest, WritesTheWholeTextIntoTheCallersBuffer) {
-    // Twelve characters for each sub-identifier, one more than the function would allocate.
+    // Twelve characters per sub-identifier, one more than the function would allocate.
     const std::vector<oid> name(21, 0x80000000);
     std::string whole;
     for (std::size_t i = 0; i < name.size(); ++i) whole += ".-2147483648";

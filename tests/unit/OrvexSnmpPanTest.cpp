@@ -11,7 +11,7 @@ const CameraObject kPosition{"positionPan"};
 
 class PanTest : public ProviderTest<OrvexSnmpPan> {
 protected:
-    /// What a committed positionPan does and logs between entry and exit; its result.
+    /// The expected call, log lines and result of a committed positionPan, between entry and exit.
     int Command(const std::vector<u_char>& octets) {
         journal::Clear();
         return Commit(kPosition, octets);
@@ -296,7 +296,7 @@ TEST_F(PanTest, TheLastCommandIsKeptInTheOrderOfItsOctets) {
 using PanDeathTest = PanTest;
 
 TEST_F(PanDeathTest, TrueNorthOffsetIs65535FromLoad) {
-    // In a process of its own: the offset outlives the provider.
+    // In a separate process: the offset outlives the provider.
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(std::_Exit(Offset() == 65535 && !HasFailure() ? 0 : 1), testing::ExitedWithCode(0), "");
 }

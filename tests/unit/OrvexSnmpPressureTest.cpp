@@ -11,7 +11,7 @@ protected:
     static int Call(SnmpRequest& request, int mode = MODE_GET) {
         return request.Call(&OrvexSnmpPressure::handle_alarmStatus, mode);
     }
-    /// What a reading request leaves behind in between its first and last lines.
+    /// The lines of a read request between its first and last lines.
     static Lines Read(const Lines& inBetween, const std::string& rangeEnd = "") {
         Lines lines{"log 8 handle_alarmStatus: Enter.", "log 7 handle_alarmStatus: Received OID " + rangeEnd,
                     "log 8 GetAlarmState: Enter.", "call alarm GetAlarmState BNK2 0"};

@@ -33,7 +33,7 @@ Lines operator+(Lines first, const Lines& second) {
 
 class RelayTest : public ProviderTest<OrvexSnmpRelay> {
 protected:
-    /// Two banks, three relays; the list and the table built, the journal empty.
+    /// Two banks, three relays; the list and the table are built, the journal is empty.
     void BuildTwoBanks() {
         Camera().relays.banks = {{"BNK1", {true}}, {"BNK2", {false, true}}};
         _provider.init_relayTable(false);
@@ -59,7 +59,7 @@ private:
     explicit CellRequest(const std::vector<oid>& name) : SnmpRequest(name.data(), name.size()) {}
 };
 
-/// The lines with which every table request begins that finds `count` relays, as many as the list has.
+/// The first lines of every table request when the service's `count` relays are as many as the list's.
 Lines Begun(int count = 3, const std::string& rangeEnd = "") {
     return {"log 8 handle_relayStates: Enter.",
             "log 8 handle_relayStates: Received OID " + rangeEnd,
@@ -642,7 +642,7 @@ TEST_F(RelayTest, UndoPutsTheRememberedStateBackAndDrivesNothing) {
                                                      "log 6 handle_relayStates: newRelayState in MODE_SET_UNDO is " +
                                                          std::to_string(state),
                                                      kDone}));
-        // What was remembered is what a commit would drive.
+        // A commit would drive the stored value.
         journal::Clear();
         Call(request, MODE_SET_COMMIT);
         EXPECT_THAT(journal::Logged(6),
@@ -669,7 +669,7 @@ TEST_F(RelayTest, PendingRowIsThatOfReserve2AndNotOfTheCommit) {
     EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK1 0 1"));
 }
 
-// The relay that a commit would drive must be that of the row, or none: never one that an earlier SET has left behind.
+// A commit must drive the row's relay or none: never the relay of an earlier SET.
 
 TEST_F(RelayTest, SetWhoseBanksCannotBeReadFailsBeforeItDrivesTheRelayOfAnEarlierSet) {
     BuildTwoBanks();
@@ -911,7 +911,7 @@ TEST_F(OutputControlTest, UndoAfterTheActionForgetsTheNewValue) {
     journal::Clear();
     EXPECT_EQ(Call(request, MODE_SET_UNDO), SNMP_ERR_NOERROR);
     EXPECT_THAT(journal::All(), ElementsAreArray(Handled()));
-    // The buffer is what a commit would keep.
+    // A commit would store the buffer.
     SnmpRequest commit(OrvexSnmpOid::oid_outputControl);
     commit.WithOctets({0x00, 0x00});
     Call(commit, MODE_SET_COMMIT);
@@ -976,7 +976,7 @@ TEST_F(RelayTest, SetOfSeveralRowsDrivesNoneByTheValueOfAnother) {
     Camera().onCall = [&, phase = 0](const std::string& call) mutable {
         if (call != "relay GetRelayCount") return;
         Camera().relays.banks = banks;
-        if (++phase == 3) Camera().relays.banks = {{"BNK1", {true}}};  // ACTION: the last row is away
+        if (++phase == 3) Camera().relays.banks = {{"BNK1", {true}}};  // ACTION: the last row is missing
     };
     CellRequest first(3, 1);
     CellRequest last(3, 3);
@@ -988,7 +988,7 @@ TEST_F(RelayTest, SetOfSeveralRowsDrivesNoneByTheValueOfAnother) {
 }
 
 TEST_F(RelayTest, SetWhoseRowIsAwayInAPhaseDrivesNothingThatAnEarlierSetHasLeft) {
-    // The first is RESERVE1. Away in ACTION it would get the value of the earlier one, which is none of its own.
+    // Phase 1 is RESERVE1. A row missing in ACTION would get the value of an earlier SET.
     for (const std::set<int>& away : {std::set<int>{2}, {1, 2}, {3}, {1, 3}, {2, 3}, {1, 2, 3}}) {
         BuildTwoBanks();
         CellRequest earlier(3, 1);
@@ -1066,7 +1066,7 @@ TEST_F(RelayTest, TheRelayDrivenIsTheOneThatReserve2HasFoundInTheRow) {
     CellRequest request(3, 2);
     request.WithInteger(1);
     Call(request, MODE_SET_RESERVE1);
-    // As many relays as before: no rebuild is due.
+    // As many relays as before, so no rebuild.
     Camera().relays.banks = {{"North", {true, false, true}}};
     Call(request, MODE_SET_RESERVE2);
     Camera().relays.banks = {{"South", {true, false, true}}};
@@ -1076,7 +1076,7 @@ TEST_F(RelayTest, TheRelayDrivenIsTheOneThatReserve2HasFoundInTheRow) {
     EXPECT_THAT(journal::Logged(6), Not(Contains("handle_relayStates: Updating relayTable...")));
 }
 
-// --- requests that the agent has dealt with already ---
+// --- requests that the agent has already handled ---
 
 TEST_F(RelayTest, ASetIsCarriedOutAlsoForARequestThatTheAgentHasMarkedAsProcessed) {
     BuildTwoBanks();
@@ -1114,7 +1114,7 @@ TEST_F(RelayTest, AReadThatTheAgentHasAnsweredIsLeftAlone) {
     }
 }
 
-// --- what the two scalars keep ---
+// --- what the two scalars store ---
 
 TEST_F(OutputStatusTest, KeepsItsOctetOverEveryFailureAndWhateverIsControlled) {
     Camera().relays.banks = {{"BNK2", {true}}};
@@ -1146,7 +1146,7 @@ TEST_F(OutputControlTest, AGetBetweenActionAndCommitTakesTheActionBack) {
     EXPECT_THAT(Get(), ElementsAre(0x02, 0x11));
     journal::Clear();
     EXPECT_EQ(Call(request, MODE_SET_COMMIT), SNMP_ERR_NOERROR);
-    // Driven by the request's own value, kept and answered from the buffer.
+    // Drives the request's value, but stores and answers the buffer.
     EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK2 0 1"));
     EXPECT_THAT(request.Octets(), ElementsAre(0x02, 0x11));
     EXPECT_THAT(Get(), ElementsAre(0x02, 0x11));

@@ -18,7 +18,7 @@ protected:
 using TiltConstructionTest = ModuleTest;
 
 TEST_F(TiltConstructionTest, MakesItsClientBeforeItTracesAndDeletesIt) {
-    // The client's name in the journal is the axis that was asked for.
+    // The journal names the client by its axis.
     EXPECT_THAT(MadeAndUnmade<OrvexSnmpTilt>(), ElementsAre("bus CreateClient tilt", "8 OrvexSnmpTilt: Enter",
                                                             "8 OrvexSnmpTilt: Done.", "bus DeleteClient tilt"));
 }

@@ -44,7 +44,7 @@ std::atomic<bool> s_journalLocks{false};
 
 }  // namespace
 
-/// The linker hands the queue's calls of Mutex::Lock to the first of these, and calls of the second to Mutex::Lock.
+/// The linker redirects the queue's calls of Mutex::Lock to __wrap_..., and calls of __real_... to Mutex::Lock.
 extern "C" {
 bool __real__ZN5tavos3osa5Mutex4LockEj(tavos::osa::Mutex* mutex, std::uint32_t timeout);
 bool __wrap__ZN5tavos3osa5Mutex4LockEj(tavos::osa::Mutex* mutex, std::uint32_t timeout) {
@@ -53,7 +53,7 @@ bool __wrap__ZN5tavos3osa5Mutex4LockEj(tavos::osa::Mutex* mutex, std::uint32_t t
 }
 }
 
-/// Only listens, and only while a test of this file wants it: the library's own does the work.
+/// Records calls while a test of this file enables it; the library's function does the work.
 extern "C" void snmp_free_varbind(netsnmp_variable_list* list) {
     static const auto original = reinterpret_cast<decltype(&snmp_free_varbind)>(dlsym(RTLD_NEXT, "snmp_free_varbind"));
     if (s_journalFrees) journal::Add("agent snmp_free_varbind");
@@ -104,7 +104,7 @@ private:
 class TrapSendTest : public ModuleTest {
 protected:
     TrapSendTest() {
-        // A queue that blocks its thread for ever ends the test as a failure.
+        // A queue that blocks its thread for ever must fail the test.
         alarm(60);
     }
     ~TrapSendTest() override {
@@ -133,7 +133,7 @@ protected:
         OrvexSnmpTrapSend::ForgetInstance();
     }
 
-    /// What the agent's main loop does: calls back as long as the descriptor is readable.
+    /// Like the agent's main loop: calls back as long as the descriptor is readable.
     static void RunAgentLoop() {
         while (Readable(Agent().readDescriptor)) Agent().readCallback(Agent().readDescriptor, Agent().readData);
     }
@@ -180,7 +180,7 @@ TEST_F(TrapSendTest, KeepsItsPipeFromTheProgramsThatTheModuleStarts) {
 
 TEST_F(TrapSendTest, GoesOnWithoutAPipe) {
     ConstructWithoutPipe();
-    // The agent is not asked to watch a descriptor that is none.
+    // The agent must not watch an invalid descriptor.
     EXPECT_THAT(journal::All(),
                 ElementsAre("logger EnableDebugLogging", "log 8 OrvexSnmpTrapSend: Enter",
                             "log 3 OrvexSnmpTrapSend: Could not create pipe!",
@@ -206,7 +206,7 @@ TEST_F(TrapSendTest, SecondConstructionEndsTheProcessWithStatusMinusOneAfterItsE
     Construct();
     const auto constructAgain = [] {
         journal::Clear();
-        // The lines of the process that ends, for the one that watches.
+        // Prints the ending process's lines for the death test.
         std::atexit([] {
             std::string lines = "journal:";
             for (const auto& line : journal::All()) lines += "[" + line + "]";
@@ -333,7 +333,7 @@ TEST_F(TrapSendTest, NothingIsQueuedWhileTheAgentsThreadSends) {
 
 TEST_F(TrapSendTest, FullPipeHoldsUpTheProducerButNotTheAgent) {
     Construct();
-    // A pipe takes as many bytes as its size says, one by one.
+    // One-byte writes fill a pipe exactly to its size.
     const int room = fcntl(_readDescriptor, F_GETPIPE_SZ);
     ASSERT_EQ(room, 4096);
     for (int value = 0; value < room; ++value) _trapSend->send_v2trap(Trap(value));
@@ -454,7 +454,7 @@ TEST_F(TrapSendTest, WithoutAPipeNoMoreWaitThanAFullPipeLetsWait) {
     EXPECT_EQ(Agent().traps.back().value, 4095u);
 }
 
-// --- the agent as a daemon: the child of the process that has loaded the module ---
+// --- the agent as a daemon: a fork of the process that has loaded the module ---
 
 TEST_F(TrapSendTest, AForkedChildAndItsParentSendEachTheirOwn) {
     Construct();
@@ -474,7 +474,7 @@ TEST_F(TrapSendTest, AForkedChildAndItsParentSendEachTheirOwn) {
         const bool right = SentValues() == std::vector<unsigned long>{1, 3};
         _exit(heard && right && !Readable(_readDescriptor) ? 0 : 1);
     }
-    _trapSend->send_v2trap(Trap(2));  // as a thread of the parent's does that has not ended yet
+    _trapSend->send_v2trap(Trap(2));  // like a thread of the parent that has not ended yet
     EXPECT_EQ(write(told[1], "x", 1), 1);
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
@@ -557,7 +557,7 @@ TEST_F(TrapSendTest, WaitsForItsMutexWithoutALimit) {
     EXPECT_THAT(SentValues(), ElementsAre(1u));
 }
 
-/// The state of one of the process's threads as the kernel has it, 'S' for one that sleeps.
+/// The kernel's state of one of the process's threads; 'S' is sleeping.
 char StateOfThread(pid_t thread) {
     std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
     std::string text;
@@ -578,7 +578,7 @@ bool Comes(const std::function<bool()>& condition) {
 TEST_F(TrapSendTest, TheAgentWaitsForTheByteOfATrapThatIsQueuedAlready) {
     Construct();
     _trapSend->send_v2trap(Trap(1));
-    // As long as its producer has not come to write it.
+    // Take its byte: the sending thread has not written it yet.
     char byte = 0;
     ASSERT_EQ(read(_readDescriptor, &byte, 1), 1);
 
@@ -590,7 +590,7 @@ TEST_F(TrapSendTest, TheAgentWaitsForTheByteOfATrapThatIsQueuedAlready) {
         returned = true;
     });
     EXPECT_TRUE(Comes([] { return !journal::All("log 8 CallSnmpSendTrap: enter...").empty(); }));
-    // Asleep a while, not only between two steps.
+    // Sleeping for a while, not only between two steps.
     int asleep = 0;
     EXPECT_TRUE(Comes([&] {
         asleep = StateOfThread(agent) == 'S' ? asleep + 1 : 0;
@@ -606,7 +606,7 @@ TEST_F(TrapSendTest, TheAgentWaitsForTheByteOfATrapThatIsQueuedAlready) {
     EXPECT_FALSE(Readable(_readDescriptor));
 }
 
-// --- what finds the queue while it is being made ---
+// --- lookups of the queue during its construction ---
 
 TEST_F(TrapSendTest, CanBeFoundFromItsFirstStepOn) {
     std::vector<const OrvexSnmpTrapSend*> found;

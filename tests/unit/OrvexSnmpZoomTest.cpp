@@ -16,7 +16,7 @@ protected:
         return Commit(kPosition, octets);
     }
 
-    /// A delta or an absolute command with the speed and position; what was requested of the service.
+    /// A delta or an absolute command with the speed and position; returns the request to the service.
     std::string Requested(int mode, int speed, int position) {
         EXPECT_EQ(Command({static_cast<u_char>(mode), static_cast<u_char>(speed & 0xFF),
                            static_cast<u_char>(position / 256), static_cast<u_char>(position % 256)}),
@@ -36,7 +36,7 @@ TEST_F(ZoomConstructionTest, ComesToNothingWithoutItsClient) {
     ExpectNoProviderWithout<OrvexSnmpZoom>("zoom");
 }
 
-/// A getter of the service whose wrapper, operation and line carry one name.
+/// A getter of the service; its wrapper, operation and log line have one name.
 Wrapper<OrvexSnmpZoom> Getter(const char* name, int (OrvexSnmpZoom::*getter)(unsigned&) const, unsigned value) {
     const std::string operation = name;
     return {name,
@@ -198,7 +198,7 @@ TEST_F(ZoomTest, AMaximumOfOneLeavesNothingToZoom) {
     for (const int position : {0, 1, 32768, 65535}) {
         SCOPED_TRACE(position);
         EXPECT_EQ(Requested(2, 0, position), "zoom SetMagnificationThousandthsX 1000 300");
-        // The present position has no place on a range of no width; wherever it is put, the request is 1.0x.
+        // An empty range cannot scale the current position; whatever it maps to, the request is 1.0x.
         for (const unsigned current : {0U, 1000U, 20000U, 0xFFFFFFFFU}) {
             Camera().magnification = current;
             EXPECT_EQ(Requested(1, 1, position), "zoom SetMagnificationThousandthsX 1000 300");
@@ -311,7 +311,7 @@ TEST_F(ZoomTest, AnUnknownModeIsReportedByItsSpeed) {
 
 TEST_F(ZoomTest, ScalingMultipliesBeforeItDivides) {
     const OrvexSnmpFocus focus{_bus};
-    // Dividing first, these come out one lower.
+    // Dividing first would make these one lower.
     EXPECT_EQ(_provider.ScaleValues(56283, 0, 65535, 1000, 35000), 30200);
     EXPECT_EQ(_provider.ScaleValues(39321, 0, 65535, 1000, 12000), 7600);
     EXPECT_EQ(focus.ScaleValues(56283, 0, 65535, 1000, 35000), 30200);

@@ -1,4 +1,4 @@
-// What every object that can only be read has alike, a new one too: the registration table says which they are.
+// What all read-only objects share, including future ones: the registration table names them.
 #include "support/Rows.h"
 #include "support/StartedModule.h"
 

@@ -19,10 +19,10 @@
 
 namespace {
 
-/// What becomes of the program that the module starts.
+/// What happens to the program that the module starts.
 enum class Exec { kReal, kRecorded, kFailing };
 Exec s_exec = Exec::kReal;
-pid_t s_agent = -1;  // the process that must go on
+pid_t s_agent = -1;  // the process that must keep running
 
 }  // namespace
 
@@ -32,7 +32,7 @@ static void JournalExecution(const char* program, char* const* arguments) {
     journal::Add(line);
 }
 
-/// The module's child still has the memory of the test, journal included: it runs in it until here.
+/// The module's child shares the test's memory, journal included, until here.
 extern "C" int execv(const char* program, char* const* arguments) {
     static const auto original = reinterpret_cast<decltype(&execv)>(dlsym(RTLD_NEXT, "execv"));
     if (getpid() == s_agent) {
@@ -61,11 +61,11 @@ protected:
     RebootTest() {
         s_exec = Exec::kRecorded;
         s_agent = getpid();
-        // The first call of dlsym must not be the child's.
+        // The child must not be the first to call dlsym.
         dlsym(RTLD_NEXT, "execv");
     }
     ~RebootTest() override {
-        // The value outlives the test.
+        // Resets the value, which outlives the test.
         SnmpRequest request(OrvexSnmpOid::oid_rebootDevice);
         request.Call(handle_rebootDevice, MODE_SET_UNDO);
         while (WaitForChild() != -1) {
@@ -83,7 +83,7 @@ protected:
         return request.Integer();
     }
 
-    /// Ends when the module's child has; its exit status, or -1 when there is none.
+    /// Waits until the module's child ends; its exit status, or -1 when there is none.
     static int WaitForChild() {
         int status = 0;
         return waitpid(-1, &status, 0) > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -280,7 +280,7 @@ protected:
         snmp_disable_log();
     }
 
-    /// What ACTION writes into the agent's log.
+    /// ACTION's lines in the agent's log.
     std::string Debugged(long value) {
         const auto before = _folder.Read(kAgentLog);
         SnmpRequest request(OrvexSnmpOid::oid_rebootDevice);
@@ -336,7 +336,7 @@ TEST_F(RebootTest, ChildEndsWithTwoAlsoWhenTheFallbackFails) {
     s_exec = Exec::kFailing;
     SnmpRequest request(OrvexSnmpOid::oid_rebootDevice);
     request.WithInteger(1);
-    // chmod complains that there is no script.
+    // chmod reports a missing script.
     testing::internal::CaptureStderr();
     EXPECT_EQ(Call(request, MODE_SET_COMMIT), SNMP_ERR_NOERROR);
     EXPECT_EQ(WaitForChild(), 2);
@@ -359,7 +359,7 @@ TEST_F(RebootTest, TheScriptRunsThreeSecondsLaterWhileTheAgentGoesOn) {
     EXPECT_THAT(journal::Logged(3), Each(HasSubstr("rebooting system now")));
 }
 
-/// Children of this process that have ended and wait to be collected, or still run.
+/// Children of this process that still run, or have ended and wait to be collected.
 int Children() {
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
@@ -379,7 +379,7 @@ TEST_F(RebootTest, EveryChildIsCollectedWhateverComesNext) {
     }
     EXPECT_EQ(Children(), 20);
     EXPECT_EQ(Agent().alarms.size(), 1u);
-    // The agent calls its alarms once a second, whether there are requests or not.
+    // The agent calls its alarms once a second, with or without requests.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!Agent().alarms.empty() && std::chrono::steady_clock::now() < deadline) {
         const auto [number, callback] = *Agent().alarms.begin();
@@ -406,7 +406,7 @@ TEST_F(RebootTest, AChildThatStillRunsKeepsTheAlarm) {
 TEST_F(RebootTest, TheSetSucceedsWhenThereCanBeNoChild) {
     const auto commitWithoutChildren = [] {
         s_agent = getpid();
-        // The number of processes binds only a user without privileges.
+        // The limit of processes does not apply to root.
         const rlimit none{0, 0};
         setrlimit(RLIMIT_NPROC, &none);
         if (geteuid() == 0 && setuid(65534) != 0) _exit(90);

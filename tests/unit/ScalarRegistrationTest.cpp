@@ -14,8 +14,8 @@
 
 namespace {
 
-/// What the order of registration goes by, which the agent's log shows: the private objects in the table's own order,
-/// then those of NTCIP 1201 and 1205 by their OIDs.
+/// The order of registration, which the agent's log shows: the private objects in the table's order, then those of
+/// NTCIP 1201 and 1205 by their OIDs.
 std::vector<oid> Place(const ScalarRegistration& row) {
     if (row.objectId[6] == ORVEX_ENTERPRISE_NUMBER) return {};
     return {row.objectId, row.objectId + row.oidLength};
@@ -68,7 +68,7 @@ protected:
 
     static int Enabled(const std::string& name) { return RowOf(name).enabled; }
 
-    /// Gives a row that no sensor knows another name.
+    /// Renames a row that belongs to no sensor.
     static ScalarRegistration& Rename(const char* name) {
         auto& row = ScalarTable().back();
         std::fill(std::begin(row.name), std::end(row.name), '\0');

@@ -12,7 +12,7 @@ namespace {
 
 const std::string kEnterprise = ".1.3.6.1.4.1." + std::to_string(ORVEX_ENTERPRISE_NUMBER);
 
-/// What is particular to each of the three sensors.
+/// The differences between the three sensors.
 struct TemperatureSensor {
     using Provider = OrvexSnmpTemp;
     static constexpr auto kClass = "OrvexSnmpTemp";
@@ -86,7 +86,7 @@ Lines Between(const Lines& first, const Lines& middle, const Lines& last) {
     return lines;
 }
 
-/// A sensor with a trap queue before it, as the module has them.
+/// A sensor with a trap queue, as in the module.
 template <class Sensor>
 class SensorTest : public ModuleTest {
 protected:
@@ -102,7 +102,7 @@ protected:
 
     static int Call(SnmpRequest& request, int mode = MODE_GET) { return request.Call(&Provider::MibIntHandler, mode); }
 
-    /// What the agent's main loop does when the descriptor is readable.
+    /// Like the agent's main loop when the descriptor is readable.
     static void RunAgent() { Agent().readCallback(Agent().readDescriptor, nullptr); }
 
     OrvexSnmpTrapSend _trapQueue;

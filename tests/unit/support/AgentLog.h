@@ -5,11 +5,11 @@
 #include "core/NetSnmp.h"
 #include "support/Journal.h"
 
-/// While it lives, the agent's own log goes into the journal, as "agentlog 7 text", newlines included.
+/// While it lives, the agent's log goes into the journal, as "agentlog 7 text", newlines included.
 class AgentLog {
 public:
     AgentLog() {
-        // Everything that is registered so far (standard error, as a rule) would write the lines too.
+        // Otherwise the registered handlers (usually standard error) would write the lines, too.
         snmp_disable_log();
         _handler = netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
         snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, &AgentLog::Write, nullptr);

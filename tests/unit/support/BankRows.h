@@ -8,7 +8,7 @@
 #include "support/FakeAgent.h"
 #include "support/Journal.h"
 
-/// What the agent has of a bank table, as lines of text.
+/// A bank table's content in the agent, as lines of text.
 namespace bankrows {
 
 /// The name of a cell: the table, its entry (1), the column, the row.
@@ -26,7 +26,7 @@ inline std::string CellText(const netsnmp_table_data_set_storage& cell) {
         text = journal::Join("octets", cell.data_len,
                              std::string(reinterpret_cast<const char*>(cell.data.string), cell.data_len));
     } else if (cell.type == ASN_INTEGER) {
-        // The agent keeps as many bytes as it was handed.
+        // The agent stores exactly the bytes that it got.
         const auto value = cell.data_len == sizeof(int) ? *reinterpret_cast<const int*>(cell.data.integer) : -999;
         text = journal::Join("integer", cell.data_len, value);
     } else {
@@ -36,7 +36,7 @@ inline std::string CellText(const netsnmp_table_data_set_storage& cell) {
 }
 
 /// The stored rows in the agent's order, their cells by column: ".1: octets 4 BNK2, integer 4 0, integer 4 1"; ".1:"
-/// for one without values.
+/// for a row without values.
 inline journal::Lines Stored(const netsnmp_table_data_set* dataSet) {
     journal::Lines rows;
     for (const auto* row = dataSet->table->first_row; row != nullptr; row = row->next) {
@@ -51,7 +51,7 @@ inline journal::Lines Stored(const netsnmp_table_data_set* dataSet) {
     return rows;
 }
 
-/// The columns that the table declares: "1 type 4", "3 type 2 w", with "default" for one that has a default value.
+/// The columns that the table declares: "1 type 4", "3 type 2 w"; "default" marks a column with a default value.
 inline journal::Lines Columns(const netsnmp_table_data_set* dataSet) {
     journal::Lines columns;
     for (const auto* column = dataSet->default_row; column != nullptr; column = column->next) {

@@ -16,7 +16,7 @@ namespace {
 bool s_refuseCommands = false;
 constexpr int kNever = -1;
 int s_throwAt = kNever;
-int s_reading = 0;  // of the command in hand, 0 is its start
+int s_reading = 0;  // of the current command; 0 is its start
 bool s_throwsInt = false;
 
 void Write(const std::filesystem::path& file, const std::string& text) {

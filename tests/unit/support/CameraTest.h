@@ -15,7 +15,7 @@
 #include "support/Rows.h"
 #include "tavos/osa/Exception.h"
 
-/// A scalar of motion or lens, as tests of many objects alike take it: what its row says.
+/// A scalar of motion or lens for tests of many objects: the content of its row.
 struct CameraObject {
     const char* name;
     Netsnmp_Node_Handler* handler;
@@ -25,7 +25,7 @@ struct CameraObject {
     explicit CameraObject(const char* itsName)
         : name(itsName), handler(RowOf(name).handler), oidName(RowOf(name).objectId), length(RowOf(name).oidLength) {}
 
-    /// The handler's name, with which its log lines begin.
+    /// The handler's name, which starts its log lines.
     std::string Handler() const { return std::string("handle_") + name; }
 };
 
@@ -35,7 +35,7 @@ std::string NameOfObject(const testing::TestParamInfo<Parameter>& info) {
     return info.param.name;
 }
 
-/// All providers of motion and lens, with the journal emptied after their construction.
+/// All providers of motion and lens; their construction is not in the journal.
 class CameraTest : public ModuleTest {
 protected:
     CameraTest() { journal::Clear(); }
@@ -50,7 +50,7 @@ protected:
     OrvexSnmpWiper _wiper{_bus};
 };
 
-/// What a failing service throws.
+/// The exception of a failing service.
 enum class Thrown { kException, kRuntimeError, kInt };
 constexpr Thrown kEveryThrow[] = {Thrown::kException, Thrown::kRuntimeError, Thrown::kInt};
 
@@ -62,7 +62,7 @@ inline void Fail(const std::string& operation, Thrown thrown) {
 
 using Answer = FakeAgent::Answer;
 
-/// The log lines with their levels and the calls, in order, without the word "log": what a handler or wrapper did.
+/// What a handler or wrapper did: its log lines with their levels, and its calls, in order, without the word "log".
 inline Lines Done() {
     Lines lines = journal::All();
     for (auto& line : lines) {
@@ -71,7 +71,7 @@ inline Lines Done() {
     return lines;
 }
 
-/// The lines of a handler, put between those with which it begins and ends on a request without a range end.
+/// The lines of a handler, between the first and last lines of a request without a range end.
 inline Lines Handled(const std::string& name, const Lines& between) {
     Lines lines{"8 " + name + ": Enter.", "7 " + name + ": Received OID "};
     lines.insert(lines.end(), between.begin(), between.end());
@@ -79,7 +79,7 @@ inline Lines Handled(const std::string& name, const Lines& between) {
     return lines;
 }
 
-/// A wrapper of one service operation. The lines are as Done has them.
+/// A wrapper of one service operation. The lines have the format of Done.
 template <class Provider>
 struct Wrapper {
     const char* name;
@@ -91,7 +91,7 @@ struct Wrapper {
     std::string failure;    ///< without its level
 };
 
-/// A call of a getter that expects `value` of a success and its argument left alone by a failure.
+/// Calls a getter; expects `value` after a success and an unchanged argument after a failure.
 template <class Provider, class Value>
 std::function<int(const Provider&)> Reads(int (Provider::*getter)(Value&) const, Value value) {
     return [getter, value](const Provider& provider) {
@@ -103,8 +103,8 @@ std::function<int(const Provider&)> Reads(int (Provider::*getter)(Value&) const,
     };
 }
 
-/// The wrapper's whole protocol: its lines and calls in order and its result, with a service that works, with one
-/// that throws anything, and with a logger that throws where the success is reported.
+/// The wrapper's whole protocol: its lines and calls in order and its result. Tried with a service that works, with one
+/// that throws anything, and with a logger that throws at the success line.
 template <class Provider>
 void ExpectProtocol(const Provider& provider, const Wrapper<Provider>& wrapper) {
     SCOPED_TRACE(wrapper.name);
@@ -140,8 +140,8 @@ void ExpectProtocol(const Provider& provider, const Wrapper<Provider>& wrapper) 
     Camera().failing.clear();
 }
 
-/// A provider cannot be made without its clients: what the making of one throws comes out of the constructor, nothing
-/// is left behind, and a later try succeeds.
+/// A provider requires its clients: an exception from CreateClient leaves the constructor, nothing remains, and a later
+/// try succeeds.
 template <class Provider>
 void ExpectNoProviderWithout(const std::string& service) {
     SCOPED_TRACE(service);
@@ -160,12 +160,12 @@ void ExpectNoProviderWithout(const std::string& service) {
     EXPECT_EQ(Provider::GetInstance(), &provider);
 }
 
-/// What every provider's constructor does first.
+/// The first steps of every provider's constructor.
 inline Lines BaseConstruction() {
     return {"logger ClearAppenders", "logger ConfigureLogging log log.level=3 log.stdout=true"};
 }
 
-/// Everything that making and unmaking a provider does, after the base's construction.
+/// The lines of creating and destroying a provider, without the base's construction.
 template <class Provider>
 Lines MadeAndUnmade() {
     tavos::msgbus::MsgBus bus;
@@ -191,6 +191,6 @@ inline int Commit(const CameraObject& object, const std::vector<u_char>& octets)
 
 /// Request modes that are neither GET, GETNEXT nor a phase of a SET.
 constexpr int kUnknownModes[] = {-1, 6, 100, 159, 162, MODE_GETBULK, 255};
-/// The phases of a SET but the commit.
+/// The phases of a SET except the commit.
 constexpr int kPhasesBeforeAndAfterCommit[] = {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_FREE,
                                                MODE_SET_UNDO};

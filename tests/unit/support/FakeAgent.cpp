@@ -43,7 +43,7 @@ std::string OidText(const oid* name, std::size_t length) {
     return text;
 }
 
-// These stand in for the libraries' own: the executable's symbols come first.
+// These replace the libraries' functions: the executable's symbols come first.
 extern "C" {
 
 int netsnmp_register_instance(netsnmp_handler_registration* registration) {
@@ -60,7 +60,7 @@ int netsnmp_register_table_data_set(netsnmp_handler_registration* registration, 
     const int result = Register("register_table_data_set", registration);
     if (result != MIB_REGISTERED_OK) return result;
     s_agent.dataSets[name] = dataSet;
-    // The agent puts its table handlers before the module's; other handlers are put before them by name.
+    // The agent inserts its table handlers before the module's, and other handlers before them by name.
     netsnmp_inject_handler(registration, netsnmp_create_handler("table", PassOn));
     return result;
 }
@@ -71,7 +71,7 @@ int netsnmp_unregister_handler(netsnmp_handler_registration* registration) {
     return SNMPERR_SUCCESS;
 }
 
-/// Only listens: the library's own does the work.
+/// Records the call; the library's function does the work.
 int snmp_set_var_typed_value(netsnmp_variable_list* variable, u_char type, const void* value, std::size_t length) {
     static const auto original =
         reinterpret_cast<decltype(&snmp_set_var_typed_value)>(dlsym(RTLD_NEXT, "snmp_set_var_typed_value"));

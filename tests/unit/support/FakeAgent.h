@@ -8,10 +8,10 @@
 
 #include "core/NetSnmp.h"
 
-/// The agent as the unit tests have it: real net-snmp libraries, with the few functions that reach the running agent
-/// replaced by recorders (register and unregister instances, tables and descriptors, send traps).
+/// The agent in the unit tests: real net-snmp libraries. Recorders replace the few functions that reach the running
+/// agent: register and unregister instances, tables and descriptors, and send traps.
 struct FakeAgent {
-    /// Names of registrations that the agent refuses: "modelNumber", "alarmStatesTable", "readfd".
+    /// Names of registrations that the agent must refuse: "modelNumber", "alarmStatesTable", "readfd".
     std::set<std::string> refusing;
 
     struct SentTrap {
@@ -19,22 +19,22 @@ struct FakeAgent {
         std::string name;       ///< the name of the second binding
         u_char type;            ///< of the second binding
         unsigned long value;    ///< its 32 bits
-        std::size_t bindings;   ///< how many the list has
+        std::size_t bindings;   ///< the number of bindings in the list
         std::string firstName;  ///< the name of the first binding
         u_char firstType;       ///< its type
     };
     std::vector<SentTrap> traps;
-    /// Runs inside every sending of a trap, after the trap was recorded.
+    /// Called while a trap is sent, after it was recorded.
     std::function<void()> whileSending;
 
-    /// Handlers of the instances that were registered, by name.
+    /// Handlers of the registered instances, by name.
     std::map<std::string, Netsnmp_Node_Handler*> handlers;
 
-    /// The data sets of the tables that were registered, by name. They belong to their tables.
+    /// The data sets of the registered tables, by name. The tables own them.
     std::map<std::string, netsnmp_table_data_set*> dataSets;
 
-    /// Values that were put into a variable since the last SnmpRequest::Call began, with the width they were handed
-    /// over in. An INTEGER's width cannot be told from the variable afterwards: the library widens it to a long.
+    /// Values set in a variable since the last SnmpRequest::Call began, with their width in bytes. Afterwards the
+    /// variable no longer shows an INTEGER's width: the library widens it to a long.
     struct Answer {
         u_char type;
         std::size_t width;
@@ -42,10 +42,10 @@ struct FakeAgent {
     };
     std::vector<Answer> answers;
 
-    int readDescriptor = -1;  ///< what the module has registered
+    int readDescriptor = -1;  ///< registered by the module
     void (*readCallback)(int, void*) = nullptr;
     void* readData = nullptr;
-    std::map<unsigned, SNMPAlarmCallback*> alarms;  ///< by the number that the module was given, 1 and up
+    std::map<unsigned, SNMPAlarmCallback*> alarms;  ///< by the number that the module got, 1 and up
     unsigned lastAlarm = 0;
     bool unregisteredOpen = false;  ///< the descriptor was still open when it was unregistered
 };

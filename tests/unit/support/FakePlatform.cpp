@@ -171,7 +171,7 @@ void TavosSettingsClient::GetSettings(const std::string& path, core::IniFile& in
 
 namespace {
 
-/// Records a call, with its arguments, as "call SERVICE OPERATION ARGUMENTS", and lets it fail where a test wants it.
+/// Records a call as "call SERVICE OPERATION ARGUMENTS", and throws if the test requests it.
 template <class... Arguments>
 void Record(const char* service, const char* operation, const Arguments&... arguments) {
     const auto call = journal::Join(service, operation, arguments...);
@@ -306,7 +306,7 @@ int Total(const FakeCamera::Banks& banks) {
     return total;
 }
 
-/// Fails also as "alarm.GetAlarmState BNK2 0", for one input alone.
+/// Can also fail for one input only: "alarm.GetAlarmState BNK2 0".
 template <class Banks>
 auto State(Banks& banks, const char* operation, const std::string& name, int id) {
     MayFail(journal::Join(operation, name, id));

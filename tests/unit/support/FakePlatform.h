@@ -12,26 +12,26 @@
 #include "tavos/core/Event.h"
 #include "tavos/msgbus/IMsgBus.h"
 
-/// The platform as the unit tests have it: the logger, the bus, the settings store and every service client of
-/// tavos/, replaced at link time by recorders that write into the journal and answer what a test has put here.
+/// The platform in the unit tests. Recorders replace the logger, the bus, the settings store and every service client
+/// of tavos/ at link time. They write into the journal and answer with this camera's values.
 struct FakeCamera {
-    /// Operations that throw, as "pan.SetPosition", "pan.CreateClient", "settings.GetValue", "bus.StartServer",
-    /// "logger.ConfigureLogging", and log lines as the journal has them, "log 6 just reconfigured!".
+    /// Operations that throw: "pan.SetPosition", "pan.CreateClient", "settings.GetValue", "bus.StartServer",
+    /// "logger.ConfigureLogging", and log lines as in the journal, "log 6 just reconfigured!".
     std::set<std::string> failing;
-    /// The same, for the next call of each only.
+    /// The same, but only for the next call of each.
     std::set<std::string> failingOnce;
-    /// What they throw: tavos::osa::Exception, or an int, or a std::runtime_error.
+    /// The exception: tavos::osa::Exception, or an int, or a std::runtime_error.
     bool throwsInt = false;
     bool throwsRuntimeError = false;
-    /// What the module has begun on the bus, in order.
+    /// The kinds of work that the module began on the bus, in order.
     std::vector<tavos::msgbus::Work> begun;
-    /// Sees every call of a service as its journal line has it, "relay GetRelayCount", before it is answered: here a
-    /// test changes the camera between the steps of one request.
+    /// Called for each service call before its answer, with its journal line "relay GetRelayCount": a test can change
+    /// the camera between the steps of one request.
     std::function<void(const std::string& call)> onCall;
-    /// Sees every log line before it is written; what it throws leaves the logger, which the real one's never does.
+    /// Called for every log line before it is written. May throw out of the logger; the real logger never throws.
     std::function<void(const std::string& line)> onLog;
 
-    /// The buses that were opened, and each client's service with the bus that it was made with.
+    /// The opened buses, and each client's service with the bus of its creation.
     std::vector<const tavos::msgbus::IMsgBus*> openedBuses;
     std::vector<std::pair<std::string, const tavos::msgbus::IMsgBus*>> clientBuses;
 
@@ -59,7 +59,7 @@ struct FakeCamera {
 
     std::uint32_t maxPresets = 64;
 
-    /// Banks in their order. `bankCount` and `total` win over the vectors' sizes where they are set.
+    /// Banks in order. `bankCount` and `total` override the vectors' sizes.
     struct Banks {
         std::vector<std::pair<std::string, std::vector<bool>>> banks;
         std::map<std::string, int> bankCount;
@@ -79,6 +79,6 @@ struct FakeCamera {
     std::map<std::string, std::string> settings;
 };
 
-/// The camera of the test in hand. ResetCamera makes a new one and empties the journal.
+/// The camera of the current test. ResetCamera creates a new one and empties the journal.
 FakeCamera& Camera();
 void ResetCamera();

@@ -6,7 +6,7 @@
 #include <type_traits>
 #include <vector>
 
-/// What the module did, in the order in which it did it, as lines of text. The recorders write it, tests read it:
+/// What the module did, in order, as lines of text. The recorders write it, tests read it:
 ///   "log 6 handle_positionPan: absolute pan (2)"           a log line, with its level
 ///   "call pan SetPositionAtSpeed 180000 0.5 300"           a call of a service
 ///   "bus CreateClient pan", "bus DeleteClient pan", "bus StartServer"
@@ -21,8 +21,8 @@ using Lines = std::vector<std::string>;
 void Add(const std::string& line);
 void Clear();
 
-/// Sees every line from now on, when it has been added and on the thread that has: here a test looks at the module in
-/// the middle of what it does. May throw into it. An empty function ends it, and so does ResetCamera.
+/// Calls `watcher` for every line from now on, after the line was added and on its thread: a test can check the module
+/// in the middle of its work. May throw into the module. An empty function ends it, and so does ResetCamera.
 void Watch(std::function<void(const std::string& line)> watcher);
 
 /// Everything so far, or only the lines that begin with `prefix`.

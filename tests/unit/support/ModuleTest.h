@@ -9,7 +9,7 @@
 #include "support/SnmpRequest.h"
 #include "tavos/msgbus/MsgBus.h"
 
-/// A test with a camera, an agent and a journal of its own.
+/// A test with a fresh camera, agent and journal.
 class ModuleTest : public testing::Test {
 protected:
     ModuleTest() {
@@ -18,7 +18,7 @@ protected:
     }
 };
 
-/// A test of one provider, constructed by then, with the journal emptied after its construction.
+/// A test of one constructed provider; its construction is not in the journal.
 template <class Provider>
 class ProviderTest : public ModuleTest {
 protected:

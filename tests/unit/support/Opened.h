@@ -1,6 +1,6 @@
 #pragma once
 
-/// Reaches into a class whose private members nothing else shows, which an explicit instantiation may name:
+/// Gives access to a private member, because an explicit instantiation may name it:
 ///   struct Name { using Type = std::string Person::*; friend Type MemberOf(Name); };
 ///   template struct Opened<Name, &Person::_name>;
 ///   person.*MemberOf(Name())

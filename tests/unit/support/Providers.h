@@ -14,7 +14,7 @@
 #include "sensors/OrvexSnmpTemp.h"
 #include "sensors/OrvexSnmpVoltage.h"
 
-/// Deletes the providers that a device has made, which the module itself never does.
+/// Deletes the providers that a device has created; the module itself never does.
 inline void DeleteProviders() {
     delete OrvexSnmpPressure::GetInstance();
     delete OrvexSnmpWiper::GetInstance();

@@ -12,7 +12,7 @@ SnmpRequest::~SnmpRequest() {
 }
 
 SnmpRequest& SnmpRequest::With(u_char type, const void* value, std::size_t length) {
-    // As octets first: the buffer is what counts, for the types too that net-snmp would refuse to store.
+    // As octets first: net-snmp would refuse to store some types, but the tests need their buffer.
     snmp_set_var_typed_value(_variable, ASN_OCTET_STR, value, length);
     _variable->type = type;
     return *this;

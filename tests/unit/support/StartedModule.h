@@ -8,8 +8,7 @@
 #include "support/ModuleTest.h"
 #include "support/Providers.h"
 
-/// Takes the module down again, also one whose start has failed half-way: whatever was made then is gone, but for what
-/// an exception has destroyed already.
+/// Removes the module, even after a failed start: deletes what the start has created and no exception has destroyed.
 inline void ForgetModule(bool startFailed) {
     if (startFailed) {
         OrvexSnmpMain::ForgetInstance();
@@ -25,7 +24,8 @@ inline void ForgetModule(bool startFailed) {
     OrvexSnmpMain::ForgetInstance();
 }
 
-/// A test of the whole module on a camera of its own: a folder with an identity command and a version file, and the
+/// A test of the whole module on a fresh camera: a folder with an identity command and a version file, and the
+/// settings. The test starts the module, the fixture removes it.
 /// settings. The test starts the module, the fixture takes it down.
 class StartTest : public ModuleTest {
 protected:
@@ -40,7 +40,7 @@ protected:
         ScalarTable() = _table;
     }
 
-    /// Runs `start`, which is expected to fail; the text of its exception.
+    /// Runs `start`, which must fail; returns the text of its exception.
     template <class Start>
     std::string FailureOf(Start&& start) {
         try {
@@ -60,7 +60,7 @@ protected:
     bool _startFailed = false;
 };
 
-/// The same with everything made, registrations apart, and the journal emptied.
+/// The same with everything created except registrations, and an empty journal.
 class StartedModuleTest : public StartTest {
 protected:
     void SetUp() override {

@@ -15,8 +15,8 @@
 #include "tables/RealAgent.h"
 #include "tavos/msgbus/MsgBus.h"
 
-// The bank tables in the agent itself: its table handlers look rows up, keep them over the phases of a SET, and the
-// module replaces rows. Run under a memory checker, these tests show that no request goes on with a row that is gone.
+// The bank tables in the real agent: its table handlers look rows up and keep them over the phases of a SET, while the
+// module replaces rows. Under a memory checker these tests show that no request uses a freed row.
 
 namespace {
 
@@ -75,7 +75,7 @@ protected:
         Camera().relays.banks = banks;
     }
 
-    /// Changes the banks when the service's count is asked for the `nth` time (1 and up) from now on.
+    /// Changes the banks at the `nth` read of the service's count (1 and up) from now on.
     static void ChangeAtCount(int nth, const Banks& banks) {
         auto remaining = std::make_shared<int>(nth);
         Camera().onCall = [remaining, banks](const std::string& call) {
@@ -132,7 +132,7 @@ protected:
         return lines;
     }
 
-    /// What a walk shows when the table has these banks.
+    /// A walk's lines when the table has these banks.
     static Lines Expected(Table table, const Banks& banks) {
         Lines names, ids, states;
         oid row = 0;
@@ -343,7 +343,7 @@ TEST_F(TablesTest, NoCellOfTheAlarmTableCanBeSetAndTheServiceIsNotAsked) {
     EXPECT_THAT(Walk(Table::kAlarm), ElementsAreArray(Expected(Table::kAlarm, kOne)));
 }
 
-// The agent's own table handlers would go through a null pointer here.
+// The agent's table handlers would dereference a null pointer here.
 TEST_P(BothTablesTest, SetOfACellTogetherWithNamesOfNoColumnIsRefused) {
     const auto put = [](std::vector<oid> behindTable) {
         auto binding = Put(1, 1);
@@ -367,7 +367,7 @@ TEST_P(BothTablesTest, SetOfACellTogetherWithNamesOfNoColumnIsRefused) {
     EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
 }
 
-/// A handler between the table's front handler and the agent's own table handlers, which notes names that it gets.
+/// A handler between the table's front handler and the agent's table handlers; it records names that it gets.
 class Listener {
 public:
     explicit Listener(Table table) {
@@ -393,8 +393,8 @@ private:
 };
 std::vector<std::vector<oid>> Listener::s_received;
 
-// net-snmp 5.4 would go through a null pointer here. Later agents refuse such a SET, and do not look at its other
-// names: one that is not writable does not change the answer.
+// net-snmp 5.4 would dereference a null pointer here. Later agents refuse such a SET and ignore its other names: one
+// that is not writable does not change the answer.
 TEST_P(BothTablesTest, SetWithAnIndexThatIsNoneNeverReachesTheAgentsTableHandlers) {
     const auto put = [](std::vector<oid> index, oid column = 3) {
         auto binding = Put(1, 1);
@@ -421,7 +421,7 @@ TEST_P(BothTablesTest, SetWithAnIndexThatIsNoneNeverReachesTheAgentsTableHandler
     EXPECT_THAT(Driven(), testing::SizeIs(GetParam() == Table::kRelay ? 1 : 0));
 }
 
-// net-snmp 5.4 answers other names wrongly for the sake of these.
+// net-snmp 5.4 answers other names wrongly because of these.
 TEST_P(BothTablesTest, ReadsOfNoCellNeverReachTheAgentsTableHandlers) {
     const auto ask = [](std::vector<oid> behindTable) {
         auto name = Cell(GetParam(), 3, 1);
@@ -463,7 +463,7 @@ TEST_F(TablesTest, FailedCommitIsReported) {
 
 // --- banks that change between the phases of a set ---
 
-// A successful SET is four phases; each asks for the count once, before anything else.
+// A successful SET has four phases; each reads the count once, first of all.
 constexpr int kPhases = 4;
 
 class ChangingSetTest : public TablesTest, public testing::WithParamInterface<int> {};
@@ -480,7 +480,7 @@ TEST_P(ChangingSetTest, SetDrivesTheRelayThatItsRowNamedOrNone) {
             EXPECT_NE(answer.error, -1);
             Camera().onCall = nullptr;
             const std::string before = row == 1 ? "BNK1 0" : "BNK2 1";
-            // Before the row is looked up the new banks count, and after it is remembered the old ones.
+            // A change before the row's look-up makes the new banks count; a later change leaves the old ones.
             for (const auto& line : Driven()) {
                 if (GetParam() <= 2) {
                     EXPECT_NE(line, "call relay SetRelay " + before + " 1");
@@ -551,7 +551,7 @@ TEST_F(TablesTest, HandlersCalledWithoutTheAgentAfterARequestDoAllTheirStepsThem
 
 TEST_F(TablesTest, TableThatIsRebuiltBetweenRequestsIsServedAtOnce) {
     EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
-    SetBanks({{"Other", {true, true, true}}});  // as many: a request would not notice
+    SetBanks({{"Other", {true, true, true}}});  // the same number of rows: a request would not notice
     EXPECT_EQ(_relay->init_relayTable(true), 0);
     EXPECT_EQ(_alarm->init_alarmTable(true), 0);
     EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, Camera().relays.banks)));
@@ -620,11 +620,11 @@ TEST_F(TablesTest, UndoneSetDrivesNothing) {
     EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kThree)));
 }
 
-// --- relays whose rows go away under a SET ---
+// --- relays whose rows disappear during a SET ---
 
 class GoneRowTest : public TablesTest {
 protected:
-    /// A SET of row 3 during which the banks change before phase `nth` and, unless it is 0, come back before `back`.
+    /// A SET of row 3. The banks change before phase `nth` and, unless `back` is 0, change back before phase `back`.
     RealAgent::Answer SetWhileGone(int nth, int back = 0) {
         auto phase = std::make_shared<int>(0);
         Camera().onCall = [=](const std::string& call) {
@@ -679,7 +679,7 @@ TEST_F(GoneRowTest, TheNextSetIsCarriedOut) {
     EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay North 0 1"));
 }
 
-// --- services that say what cannot be ---
+// --- services that return impossible values ---
 
 class AbsurdTest : public BothTablesTest {
 protected:
@@ -850,7 +850,7 @@ TEST_F(TablesTest, AnyRequestsWhileAnythingChangesAtAnyTime) {
     Camera().failing.clear();
     for (const auto& last : banks) {
         SetBanks(last);
-        // Banks of the same number as those before are not noticed; these are seen through a different number.
+        // The module does not notice other banks of the same number. A change of the number shows these.
         for (const auto table : {Table::kAlarm, Table::kRelay}) {
             const auto lines = Walk(table);
             EXPECT_EQ(lines.size(), Expected(table, last).size());

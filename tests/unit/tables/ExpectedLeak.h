@@ -3,7 +3,7 @@
 #ifdef __SANITIZE_ADDRESS__
 #include <sanitizer/lsan_interface.h>
 
-/// While it lives, the agent may refuse tables: its library does not free its own description of such a table.
+/// Allows the agent to refuse tables while it lives: its library leaks its description of a refused table.
 struct ExpectedLeak {
     ExpectedLeak() { __lsan_disable(); }
     ~ExpectedLeak() { __lsan_enable(); }

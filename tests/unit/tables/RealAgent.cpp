@@ -36,7 +36,7 @@ std::string ValueText(const RealAgent::Value& value) {
     }
 }
 
-/// Where the agent reads and writes its files: an empty folder that goes with the process.
+/// The folder of the agent's files: empty, and removed with the process.
 struct AgentFolder {
     AgentFolder() {
         std::string name = (std::filesystem::temp_directory_path() / "orvexsnmp-tables-XXXXXX").string();

@@ -5,12 +5,12 @@
 
 #include "core/NetSnmp.h"
 
-/// The agent itself in the test's process, without a network: a request goes through its whole machinery (sets in
-/// their phases, GETNEXT and GETBULK in their rounds) to the handlers that are registered, and its answer comes back.
-/// One in a process; it stays until the process ends.
+/// The real agent in the test's process, without a network. A request goes through all its code (sets in their phases,
+/// GETNEXT and GETBULK in their rounds) to the registered handlers, and returns its answer. One per process; it stays
+/// until the process ends.
 class RealAgent {
 public:
-    /// Starts it at the first call.
+    /// The first call starts it.
     static RealAgent& Get();
 
     struct Value {
@@ -26,7 +26,7 @@ public:
     };
     struct Answer {
         long error = -1;  ///< SNMP_ERR_..., or -1 when there was none
-        long index = 0;   ///< of the binding that the error is about, 0 for none
+        long index = 0;   ///< of the failing binding, 0 for none
         std::vector<Binding> bindings;
         std::vector<std::string> Text() const;
     };

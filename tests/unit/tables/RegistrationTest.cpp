@@ -12,7 +12,7 @@
 #include "tables/ExpectedLeak.h"
 #include "tables/RealAgent.h"
 
-// The module's start in the agent itself, where another module has taken one of its OIDs: the agent refuses the second
+// The module's start in the real agent when another module has taken one of its OIDs: the agent refuses the second
 // registration and frees it.
 
 namespace {
@@ -27,7 +27,7 @@ std::vector<oid> Cell(std::vector<oid> table, oid column, oid row) {
     return table;
 }
 
-/// Another module's registration, there as long as this object lives. It answers 4711.
+/// Another module's registration while this object lives. It answers 4711.
 class Occupant {
 public:
     enum Kind { kInstance, kSubtree };
@@ -68,7 +68,7 @@ protected:
     }
     ~RegistrationTest() override { ForgetModule(false); }
 
-    /// What the agent answers, after the equals sign.
+    /// The agent's answer after the equals sign.
     static std::string Get(const std::vector<oid>& name) {
         const auto answer = RealAgent::Get().Send(SNMP_MSG_GET, {{name, {}}});
         EXPECT_EQ(answer.error, SNMP_ERR_NOERROR);

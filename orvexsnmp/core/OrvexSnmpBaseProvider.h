@@ -22,7 +22,7 @@ public:
     }
 
     /// Any thread. Builds the SNMPv2 trap `trapOid` (a length in sub-identifiers) and hands it to the trap queue.
-    /// Its one object is named by the trap's own OID: Gauge32, the 32 bits of `value`.
+    /// Its one object has the trap's OID as its name; a Gauge32 with the 32 bits of `value`.
     virtual void SendTrap(const oid* trapOid, std::size_t trapOidLength, int value);
 
     /// Null before the instance is constructed; never creates one.

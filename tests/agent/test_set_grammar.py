@@ -351,7 +351,7 @@ def test_cut_and_flipped_messages_are_survived(camera, manager):
     for octets in flipped[len(whole[0].octets) * 8 :]:
         for _ in range(generator.randint(1, 4)):
             octets[generator.randrange(len(octets))] = generator.randrange(256)
-    # Whatever it answered, the agent must keep running.
+    # The answers do not matter, but the agent must keep running.
     for start in range(0, len(flipped), 24):
         for octets in flipped[start : start + 24]:
             manager._socket.send(octets)

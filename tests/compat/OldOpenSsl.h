@@ -1,5 +1,5 @@
-/* Included before everything else where a net-snmp before 5.8 is compiled: it makes its digest contexts itself, which
-   the OpenSSL of today no longer lets anybody do. Here the context is memory that is large enough, and cleared. */
+/* Included before everything else in builds of net-snmp before 5.8. It allocates its digest contexts itself, which
+   today's OpenSSL no longer allows. Here a context is cleared memory that is large enough. */
 #define _GNU_SOURCE 1
 #include <openssl/evp.h>
 #include <string.h>

@@ -213,7 +213,7 @@ TEST(Axis, StopsAtItsLimits) {
     EXPECT_FALSE(axis.IsMoving());
     EXPECT_EQ(axis.Velocity(), 0);
 
-    axis.MoveTo(-365000, 1, kLong);  // an axis with limits moves in one direction only, whatever the sign
+    axis.MoveTo(-365000, 1, kLong);  // with limits, only one direction leads to the target
     EXPECT_EQ(axis.Target(), -90000);
     axis.Tick(10);
     EXPECT_EQ(axis.Position(), -90000);

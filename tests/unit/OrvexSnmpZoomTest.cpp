@@ -198,7 +198,7 @@ TEST_F(ZoomTest, AMaximumOfOneLeavesNothingToZoom) {
     for (const int position : {0, 1, 32768, 65535}) {
         SCOPED_TRACE(position);
         EXPECT_EQ(Requested(2, 0, position), "zoom SetMagnificationThousandthsX 1000 300");
-        // An empty range cannot scale the current position; whatever it maps to, the request is 1.0x.
+        // An empty range cannot scale the current position. Every position must request 1.0x.
         for (const unsigned current : {0U, 1000U, 20000U, 0xFFFFFFFFU}) {
             Camera().magnification = current;
             EXPECT_EQ(Requested(1, 1, position), "zoom SetMagnificationThousandthsX 1000 300");

@@ -1,4 +1,4 @@
-# Perl's Net::SNMP. What a driver reads and writes is told in managers.py.
+# Perl's Net::SNMP. managers.py describes what a driver reads and writes.
 use strict;
 use warnings;
 use JSON::PP;

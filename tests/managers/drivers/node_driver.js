@@ -1,4 +1,4 @@
-// npm's net-snmp. What a driver reads and writes is told in managers.py.
+// npm's net-snmp. managers.py describes what a driver reads and writes.
 const readline = require("readline");
 const snmp = require("net-snmp");
 

@@ -1,4 +1,4 @@
-# ruby-snmp, which has no SNMPv3. What a driver reads and writes is told in managers.py.
+# ruby-snmp, which has no SNMPv3. managers.py describes what a driver reads and writes.
 require 'json'
 require 'snmp'
 

@@ -31,7 +31,7 @@ bool Begin(const char* name, const netsnmp_agent_request_info* info, const netsn
     return false;
 }
 
-// `line` takes the handler's name, the text and the text's length; it may ignore the length.
+// `line` takes the handler's name and the text; one that has no place for the length leaves it unread.
 int AnswerText(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests,
                std::string (OrvexSnmpDevice::*getter)() const, EmptyRule empty, const char* line) {
     if (!Begin(name, info, requests)) return SNMP_ERR_GENERR;

@@ -27,7 +27,7 @@ constexpr int kMaxBankName = 255;  ///< octets, as in a DisplayString
 
 constexpr int kOnlyAttempt = 0;  ///< in the log lines
 
-/// False, with one Error line, for a number above a table's limits. `what` says what the number counts.
+/// False, and one Error line, for a number that a table does not take. `what` is what is counted.
 bool IsTaken(const tavos::core::Logger& logger, const char* name, const char* what, long long number, int maxNumber);
 
 /// The same for the names of a service's banks.
@@ -68,8 +68,8 @@ std::optional<BankList> ReadBanks(const tavos::core::Logger& logger, const BankL
     return list;
 }
 
-/// Rebuilds the list from a service; uses no names when the service gives none. With `update` every state is 0 and no
-/// state is read. Stops reading at the first count that a table refuses, and `list` stays as it was.
+/// Builds the list anew from a service; names that it does not give are replaced by none. With `update` every state is
+/// 0 and not asked for. A list that no table takes is not asked for to its end, and `list` stays as it was.
 template <class BankNames, class EntryCount, class State>
 void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines, bool update, BankList& list,
                    BankNames&& bankNames, EntryCount&& entryCount, State&& getState) {

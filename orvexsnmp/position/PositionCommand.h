@@ -96,8 +96,8 @@ struct AxisLines {
     const char* continuous;     ///< mode, speed
 };
 
-/// A delta's target, from a platform position and a step in NTCIP units, in unsigned 32-bit arithmetic. Subtracts at
-/// most one turn: a step backwards across 0 stays below zero.
+/// A delta's target, from a platform position and a step in NTCIP units, in unsigned 32-bit arithmetic. A turn is
+/// taken off once, whatever is left: a step backwards across 0 stays below zero.
 template <class Axis>
 int DeltaTarget(const Axis& axis, const AxisLines& lines, const PositionCommand& command, unsigned current) {
     const unsigned base = current / kPlatformUnits;
@@ -110,8 +110,8 @@ int DeltaTarget(const Axis& axis, const AxisLines& lines, const PositionCommand&
     return static_cast<int>(target > kMaxAngle ? target - kTurn : target);
 }
 
-/// What pan and tilt do with a command, through the axis's wrappers. A failed wrapper does not fail the SET. Returns an
-/// SNMP error. Leaves the modes 4 to 255 to the caller: sets `known` to false.
+/// What pan and tilt do with a command, through the axis's wrappers, whose failures do not fail the SET. Returns an
+/// SNMP error. The modes 4 to 255 are left to the caller: false in `known`.
 template <class Axis>
 int CommitAxisCommand(const Axis& axis, const AxisLines& lines, const PositionCommand& command, bool& known) {
     const auto& logger = axis.GetLogger();

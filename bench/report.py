@@ -95,7 +95,7 @@ class Results:
 def no_service_goal(results):
     worst = min(((median(results.no_service_ratios(w, n)), w, n) for w in NO_SERVICE for n in LOADS))
     return [("GETs that need no service", "at least 0.95 of the built-in scalar's rate",
-             f"{worst[0]:.2f} at the least ({worst[1]}, {worst[2]} in flight)", worst[0] >= 0.95)]
+             f"min {worst[0]:.2f} ({worst[1]}, {worst[2]} in flight)", worst[0] >= 0.95)]
 
 
 def live_goals(results):
@@ -161,16 +161,16 @@ def goals(results):
 REMARKS = {
     "GETs that need no service":
         "The module's own handler is one of several that the agent calls for a request; what it executes "
-        "stands under Instructions.",
+        "is listed under Instructions.",
     "live":
-        "The round trips take longer inside a request than one after the other, because those who take part sleep and "
-        "have to be woken in between; what that costs without the module stands under Live requests. Nearly all that "
+        "The round trips take longer inside a request than one after the other, because the processes involved sleep and "
+        "must be woken in between; Live requests shows what that costs without the module. Nearly all that "
         "the agent executes for a call is the bus library's own, as a profile by callgrind shows. The module's client adds "
         "three system calls, to keep signals away from the call and to read what has come since the last one. Both "
         "stay: without the first a signal fails a call, without the second the first call after a restart of the bus "
         "fails.",
     "against every peer":
-        "See the table below. An agent that asks a service while it serves other requests gets ahead of the "
+        "See the table below. An agent that calls a service while it serves other requests is faster than the "
         "module when many requests are in flight: the module's calls are synchronous, one at a time, as the "
         "camera's interfaces are. snmpsim makes no calls at all; it answers live objects from a file.",
     "a table of 1,000 rows, GETBULK walk":
@@ -178,14 +178,14 @@ REMARKS = {
         "time: so the cost is a call or two a row, whatever the table's size, plus the agent's own search for "
         "the row.",
     "traps":
-        "One thread of the agent builds and sends every trap; what it takes for one stands under Traps.",
+        "One thread of the agent builds and sends every trap; Traps shows what it takes for one.",
     "memory":
         "The module's own objects are small; the rest is the C++ runtime and the libraries of the bus, the "
         "logger and the settings store, which the stock agent does not load.",
     "start to first answer":
         "The module asks each service once, and runs `myname` three times, before the agent serves.",
     "a log call whose level is off":
-        "The call passes its arguments before it looks at the level.",
+        "The call passes its arguments before it checks the level.",
 }
 
 

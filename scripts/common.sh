@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# What the commands share. Sourced, with $root set to the checkout.
+# Functions that the commands share. Sourced, with $root set to the checkout.
 : "${root:?}"
 
 fail() {
@@ -7,7 +7,7 @@ fail() {
     exit "${2:-1}"
 }
 
-# Fails for a thing that exists and is no regular file: to open a FIFO may wait without a deadline. A link to a file is
+# Fails for a path that exists and is no regular file: opening a FIFO may block without a deadline. A link to a file is
 # fine.
 check_files() {
     local file
@@ -23,16 +23,16 @@ check_folders() {
     done
 }
 
-# Runs a command that makes or writes something; when it fails, fails with `what` and the command's own reason.
+# attempt WHAT COMMAND...: runs the command; when it fails, fails with the message WHAT and the command's own reason.
 attempt() {
     local what=$1 reason
     shift
     reason=$("$@" 2>&1) || fail "$what: ${reason##*: }"
 }
 
-# Fails for a name that cannot be a camera's folder. It goes into a bus address, an XML file and the agent's configuration,
-# which each have characters of their own that end a name. A unix socket's address has room for 108 bytes, and the bus
-# daemon itself takes no more than 99.
+# Fails for a name that cannot be a camera's folder. The name is used in a bus address, an XML file and the agent's
+# configuration, where different characters end a name. A unix socket's address has at most 108 bytes, and the bus
+# daemon accepts at most 99.
 check_folder_name() {
     local socket folder
     folder=$(realpath -m "$1")
@@ -44,12 +44,12 @@ check_folder_name() {
 }
 readonly plain_name='^[A-Za-z0-9_./-]+$'
 
-# own_folder DIR MARK WHAT: makes DIR, private to its owner, for a camera or a fleet. A folder of somebody else's is not
-# made private, nor filled: only an empty one is taken, or one with the file MARK. A start that was cut short before it
-# wrote that one has left its lock.
+# own_folder DIR MARK WHAT: makes DIR, private to its owner, for a camera or a fleet. An existing folder is used only if
+# it is empty or has the file MARK, so that a folder with other contents is neither made private nor filled. A start
+# that was interrupted before it wrote MARK has left its lock file.
 own_folder() {
     local folder=$1 mark=$2 what=$3
-    # shellcheck disable=SC2010,SC2143  # any name but these two; grep -q would end ls early, by a signal
+    # shellcheck disable=SC2010,SC2143  # any name except these two; grep -q would end ls early, by a signal
     if [[ -d $folder && ! -e $folder/$mark && $(ls -A "$folder" | grep -vx -e lock -e "$mark.new") ]]; then
         fail "$folder is not empty and is no $what"
     fi
@@ -58,7 +58,7 @@ own_folder() {
     [[ -w $folder && -x $folder ]] || fail "cannot write into the $what $folder"
 }
 
-# What a camera's parts and net-snmp's tools open in its folder, as far as it is there.
+# Checks the files that a camera's processes and net-snmp's tools open in its folder, as far as they exist.
 check_camera_files() {
     check_folders "$1"/{etc,sbin,snmp,v3}
     check_files "$1"/{lock,pids,ready,run.log,restart.log} "$1"/{bus,dome,agent}.{out,log} "$1"/{bus,snmpd}.conf{,.new} \
@@ -67,7 +67,7 @@ check_camera_files() {
     [[ ! -d $1/bus.sock ]] || fail "$1/bus.sock is a folder; remove it and start again"
 }
 
-# write_whole FILE MODE: writes standard input to the file, under its own name only when it is whole.
+# write_whole FILE MODE: writes standard input to FILE.new and renames it to FILE when it is complete.
 write_whole() {
     attempt "cannot write $1" write_new "$1.new" "$2"
     mv "$1.new" "$1"
@@ -76,7 +76,7 @@ write_new() {
     rm -f "$1" && (umask 077 && cat >"$1") && chmod "$2" "$1"
 }
 
-# Installs the packages of the named groups that are missing. Without a missing one nothing is asked of apt.
+# Installs the missing packages of the named groups. When none is missing, apt is not called.
 install_packages() {
     local group name packages=() missing=() as_root=()
     command -v dpkg-query >/dev/null || fail "this needs Debian 12 (there is no dpkg-query here)"
@@ -96,15 +96,15 @@ install_packages() {
         >/dev/null || fail "apt-get could not install ${missing[*]}"
 }
 
-# The names of the machine's installed packages, and of those that they stand in for (another npm than Debian's, say).
+# The names of the installed packages, and of the packages that these provide (an npm other than Debian's, for example).
 installed_packages() {
     # shellcheck disable=SC2016  # dpkg-query's own placeholders
     dpkg-query -W -f '${db:Status-Status} ${Package}, ${Provides}\n' | sed -n 's/^installed //p' |
         sed 's/([^)]*)//g' | tr -s ', ' '\n' | sed '/^$/d' | sort -u
 }
 
-# True for a build folder that was copied or moved here with its checkout. Its rules would build the other folder's
-# sources, into that folder.
+# True for a build folder that was copied or moved here with its checkout. Its rules would build the sources of the
+# other folder, in that folder.
 is_of_another_folder() {
     local home
     home=$(sed -n 's/^CMAKE_HOME_DIRECTORY:INTERNAL=//p' "$1/CMakeCache.txt" 2>/dev/null)
@@ -116,7 +116,7 @@ is_of_another_folder() {
 # Two commands started at once in one checkout take turns.
 build_preset() {
     local preset=$1 launcher=() progress=(-- --quiet)
-    local -x CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 # what one clone has compiled serves another in another folder
+    local -x CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 # lets checkouts in different folders share results
     shift
     mkdir -p "$root/build"
     command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)

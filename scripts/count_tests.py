@@ -1,7 +1,7 @@
 """Adds up test reports: python3 count_tests.py REPORT.xml... prints "PASSED FAILED SKIPPED".
 
-A report is JUnit XML of ctest or pytest. Where a ctest test is a whole GoogleTest program, the cases that the program
-counted stand for it. A report that is missing, or has no test in it, counts as one failure.
+A report is JUnit XML of ctest or pytest. When a ctest test is a whole GoogleTest program, the program's own test cases
+are counted instead. A report that is missing or has no test counts as one failure.
 """
 
 import re

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Several desk cameras under one supervising run. Sourced by run, whose functions and settings it uses: camera N of the
-# fleet lives in the folder N of the fleet's, on the Nth of the consecutive ports.
+# Several desk cameras under one supervising run. Sourced by run, whose functions and settings it uses. Camera N uses
+# the folder N inside the fleet's folder and the Nth of the consecutive ports.
 : "${root:?}" "${state:?}" "${build:?}" "${port:?}" "${trap_port:?}" "${console_port:?}" "${fleet?}" "${config?}"
 
 console_port_of() {
@@ -16,7 +16,7 @@ check_fleet_files() {
     done
 }
 
-# A folder for each camera, and an identity of its own the first time.
+# Makes a folder for each camera; a new folder gets its own serial number.
 prepare_fleet() {
     local n
     [[ ! -e $state/lock ]] || take_lock
@@ -27,7 +27,7 @@ prepare_fleet() {
     for ((n = 1; n <= fleet; n++)); do (prepare_fleet_camera "$n") || exit 1; done
 }
 
-# In a subshell: its camera's lock is given up with it.
+# Runs in a subshell, whose end releases the camera's lock.
 prepare_fleet_camera() {
     local n=$1 new
     state=$state/$n port=$((port + n - 1)) console_port=$(console_port_of "$n")
@@ -77,7 +77,7 @@ start_fleet() {
         >"$state/ready"
 }
 
-# Returns when the last camera has ended; tells of each that ends by itself.
+# Returns when the last camera has ended; reports each camera that ends by itself.
 watch_fleet() {
     local ended n
     while ((${#fleet_pids[@]})); do

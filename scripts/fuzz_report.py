@@ -1,7 +1,7 @@
-"""What the fuzz targets have done: python3 fuzz_report.py LOGS REPORT.xml|"" TARGET...
+"""Reports the results of the fuzz targets: python3 fuzz_report.py LOGS REPORT.xml|"" TARGET...
 
-Prints a line for each target and, where a file is named, writes them as a JUnit report, one test a target. Ends with
-status 1 when one has found something or has not run at all.
+Prints a line for each target and, if a file is named, writes a JUnit report with one test for each target. Ends with
+status 1 when a target has found something or has not run at all.
 """
 
 import pathlib

@@ -1,5 +1,5 @@
-# The Debian packages, one a component of the install rules: cpack makes them from a build of the preset "packages".
-# home.arpa is nobody's: whoever hands packages on puts an address of theirs here.
+# The Debian packages, one for each component of the install rules: cpack makes them from a build of the preset
+# "packages". home.arpa belongs to nobody: set your own address here before you pass packages on.
 set(ORVEX_PACKAGE_CONTACT "orvexsnmp developers <orvexsnmp@home.arpa>" CACHE STRING
     "Whom the packages name as their maintainer")
 
@@ -16,7 +16,7 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${ORVEX_PACKAGE_CONTACT})
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-# What links libtavos names libtavos0 itself.
+# Packages that link libtavos name libtavos0 as a dependency themselves.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/lib)
 set(own_version "(= ${PROJECT_VERSION})")
@@ -55,7 +55,7 @@ function(orvex_package component name summary description depends)
   endforeach()
 endfunction()
 
-# A platform of the camera's own comes with the camera, and so does its bus.
+# A camera with its own platform also provides its own bus.
 if(ORVEX_OWN_PLATFORM)
   set(and_platform ", libtavos0 ${own_version}")
   set(CPACK_DEBIAN_MODULE_PACKAGE_RECOMMENDS tavos)
@@ -63,7 +63,7 @@ endif()
 
 orvex_package(module orvexsnmp "camera objects for the SNMP agent"
 "A module for net-snmp's agent that serves NTCIP 1205 and 1201 objects of a
-pan-tilt-zoom camera, and the camera's own, by calling the camera's services
+pan-tilt-zoom camera, and private ones, by calling the camera's services
 over D-Bus. It comes with a configuration fragment that makes the agent load
 it, an example of a whole configuration with SNMPv3 users, and a drop-in that
 runs the agent unprivileged and in a sandbox."
@@ -84,7 +84,7 @@ settings store, and a logger."
   set(CPACK_DEBIAN_PLATFORM_PACKAGE_SECTION libs)
 
   orvex_package(tavos tavos "settings store and message bus of a camera"
-  "The command that looks at and changes a camera's settings, the policy that
+  "The command that shows and changes a camera's settings, the policy that
 says who may own and call the camera's services, and a bus for these services
 alone where they are not on the system bus."
     "adduser, dbus-daemon, libtavos0 ${own_version}" tavos-settings.1)
@@ -98,10 +98,10 @@ endif()
 
 if(ORVEX_DOME)
   orvex_package(dome orvex-dome "desk camera, for work without a camera at hand"
-  "A process that serves a camera's services before a model of a pan-tilt-zoom
-camera, a page that shows it, and commands that look at it and steer it.
-Units run one for this machine's agent, and any number of them with an agent
-each."
+  "A process that serves a camera's services from a model of a pan-tilt-zoom
+camera, a page that shows it, and commands that inspect and control it. Units
+run one camera for this machine's agent, and any number of cameras with an
+agent each."
     "adduser, snmpd, tavos ${own_version}, libtavos0 ${own_version}" orvex-dome.1 domectl.1 myname.1)
 endif()
 

@@ -10,10 +10,8 @@
 /// A temporary folder, removed with its contents.
 class TemporaryFolder {
 public:
-    TemporaryFolder() {
-        char name[] = "/tmp/tavos-test-XXXXXX";
-        if (mkdtemp(name) == nullptr) throw std::runtime_error("no temporary folder");
-        _path = name;
+    explicit TemporaryFolder(const std::string& parent = "/tmp") : _path(parent + "/tavos-test-XXXXXX") {
+        if (mkdtemp(_path.data()) == nullptr) throw std::runtime_error("no temporary folder in " + parent);
     }
     ~TemporaryFolder() {
         std::error_code error;

@@ -63,6 +63,10 @@ class Object:
         if not self.summary and not self.is_number:
             self.refuse("summary is missing: what docs/objects.md says")
         self.is_writable = self.access == "read-write"
+        try:
+            self.line = self.log and self.log % (f"handle_{self.name}", self.constant)
+        except (TypeError, ValueError) as error:
+            self.refuse(f"log does not take the handler's name and the value: {error}")
 
     def refuse(self, why):
         refuse(self.name, why)
@@ -83,14 +87,14 @@ class Object:
                f"{int(self.enabled)}),\n"
 
     def constant_handler(self):
-        name, log = f"\"handle_{self.name}\"", f"\"{self.log}\"" if self.log else "nullptr"
+        name, line = f"\"handle_{self.name}\"", f"\"{self.line}\"" if self.log else "nullptr"
         if not self.provider:
             value = f"\"{self.constant}\"" if isinstance(self.constant, str) else self.constant
-            answer = f"AnswerIdentity({name}, info, requests, {value}, {log})"
+            answer = f"AnswerIdentity({name}, info, requests, {value}, {line})"
         else:
             kind = "ASN_OCTET_STR" if self.is_octets else "ASN_INTEGER"
             answer = f"AnswerConstant<{TYPES[self.bytes]}>(GetInstance()->GetLogger(), {name}, info, requests, " \
-                     f"{self.constant}, {log},\n        {kind}, tavos::core::k{self.done})"
+                     f"{self.constant}, {line},\n        {kind}, tavos::core::k{self.done})"
         return f"int {self.handler_name()}{PARAMETERS} {{\n    return {answer};\n}}\n"
 
     # MIBs

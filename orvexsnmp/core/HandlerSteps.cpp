@@ -42,14 +42,14 @@ void AnswerOctets(netsnmp_request_info* requests, const void* octets, std::size_
 }
 
 void LogReceivedOid(const Logger& logger, LogLevel level, const char* name, const netsnmp_request_info* requests,
-                    const char* format) {
+                    const char* end) {
     if (!logger.IsEnabled(level)) return;
     // Fixed: docs/contract.md, range-end-line.
     char* text = nullptr;
     // See docs/contract.md, oid-text-freed.
     const std::unique_ptr<char, Free> owned(
         OrvexSnmpOid::OidString(requests->range_end, static_cast<std::int32_t>(requests->range_end_len), &text));
-    if (owned != nullptr) Log(logger, level, format, name, owned.get());
+    if (owned != nullptr) Log(logger, level, "%s: Received OID %s%s", name, owned.get(), end);
 }
 
 bool IsReadMode(const netsnmp_agent_request_info* info) {

@@ -42,10 +42,9 @@ void AnswerOctets(netsnmp_request_info* requests, const std::array<std::uint8_t,
 }
 
 /// Logs the end of the range that the first request asks for: the end of the registered subtree on GETNEXT and
-/// GETBULK, an empty text on GET and SET. It is not the variable's name. `format` takes the handler's name and the
-/// text.
+/// GETBULK, an empty text on GET and SET. It is not the variable's name. `end` is what the line ends with.
 void LogReceivedOid(const tavos::core::Logger& logger, tavos::core::LogLevel level, const char* name,
-                    const netsnmp_request_info* requests, const char* format = "%s: Received OID %s");
+                    const netsnmp_request_info* requests, const char* end = "");
 
 /// The entry of a handler that only answers reads: logs the entry, refuses every mode but GET and GETNEXT with an
 /// Error line, logs the range end. False: the handler returns SNMP_ERR_GENERR at once.
@@ -59,13 +58,13 @@ bool IsReadMode(const netsnmp_agent_request_info* info);
 int UnknownMode(const tavos::core::Logger& logger, const char* name, const netsnmp_agent_request_info* info);
 
 /// A whole handler: answers reads with a constant of Value's width and refuses everything else. `line`, if there is
-/// one, is logged at Information with the handler's name and the value; `done` is the level of the exit's line.
+/// one, is the whole Information line, no format; `done` is the level of the exit's line.
 template <class Value>
 int AnswerConstant(const tavos::core::Logger& logger, const char* name, const netsnmp_agent_request_info* info,
                    netsnmp_request_info* requests, Value value, const char* line, u_char type,
                    tavos::core::LogLevel done) {
     if (!BeginRead(logger, name, info, requests)) return SNMP_ERR_GENERR;
-    if (line != nullptr) logger.Information(line, name, static_cast<int>(value));
+    if (line != nullptr) logger.Information("%s", line);
     snmp_set_var_typed_value(requests->requestvb, type, reinterpret_cast<const u_char*>(&value), sizeof value);
     done == tavos::core::kInformation ? logger.Information("%s: Done.", name) : logger.Trace("%s: Done.", name);
     return SNMP_ERR_NOERROR;

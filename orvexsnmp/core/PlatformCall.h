@@ -6,14 +6,14 @@
 /// turns every exception of any type into one Error line and the result -1. `body` makes the call, logs the success
 /// line and stores what it read last. So a wrapper that returns -1 has not changed its output arguments.
 
-/// Only the call itself. `failure` is the Error line; it is handed `name` and may ignore it.
+/// Only the call itself. `failure` is the whole Error line, no format.
 template <class Body>
-int CaughtCall(const tavos::core::Logger& logger, const char* name, const char* failure, Body&& body) {
+int CaughtCall(const tavos::core::Logger& logger, const char* failure, Body&& body) {
     try {
         body();
         return 0;
     } catch (...) {
-        logger.Error(failure, name);
+        logger.Error("%s", failure);
         return -1;
     }
 }
@@ -21,7 +21,7 @@ int CaughtCall(const tavos::core::Logger& logger, const char* name, const char* 
 /// The part after the entry trace, for wrappers that refuse some arguments before they call.
 template <class Body>
 int GuardedCall(const tavos::core::Logger& logger, const char* name, const char* failure, Body&& body) {
-    const int result = CaughtCall(logger, name, failure, body);
+    const int result = CaughtCall(logger, failure, body);
     logger.Trace("%s: Done.", name);
     return result;
 }
@@ -31,4 +31,15 @@ template <class Body>
 int PlatformCall(const tavos::core::Logger& logger, const char* name, const char* failure, Body&& body) {
     logger.Trace("%s: Enter.", name);
     return GuardedCall(logger, name, failure, body);
+}
+
+/// The whole wrapper of an operation that reads one value: `read` makes the call, `line` logs what it has read.
+template <class Value, class Read, class Line>
+int PlatformRead(const tavos::core::Logger& logger, const char* name, const char* failure, Value& value, Read&& read,
+                 Line&& line) {
+    return PlatformCall(logger, name, failure, [&] {
+        const Value current = read();
+        line(current);
+        value = current;
+    });
 }

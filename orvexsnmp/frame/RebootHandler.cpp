@@ -55,7 +55,7 @@ void StartRestart(const tavos::core::Logger& logger) {
 int handle_rebootDevice(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* info,
                         netsnmp_request_info* requests) {
     const auto& logger = *OrvexSnmpMain::GetLogger();
-    LogReceivedOid(logger, tavos::core::kDebug, kName, requests, "%s: Received OID %s\n");
+    LogReceivedOid(logger, tavos::core::kDebug, kName, requests, "\n");
     switch (info->mode) {
         case MODE_SET_RESERVE1:
             if (requests->requestvb->type != ASN_INTEGER) {

@@ -25,21 +25,18 @@ constexpr int kMaxRows = 1024;  ///< of all banks together
 constexpr int kMaxBanks = 100;
 constexpr int kMaxBankName = 255;  ///< octets, as in a DisplayString
 
-constexpr int kOnlyAttempt = 0;  ///< in the log lines
-
 /// False, and one Error line, for a number that a table does not take. `what` is what is counted.
 bool IsTaken(const tavos::core::Logger& logger, const char* name, const char* what, long long number, int maxNumber);
 
 /// The same for the names of a service's banks.
 bool AreTaken(const tavos::core::Logger& logger, const char* name, const std::vector<std::string>& banks);
 
-/// The words in which the two providers' list building differs; every line takes `name` first.
+/// The words in which the two providers' list building differs: `name`, and whole Error lines, no formats.
 struct BankListLines {
     const char* name;
-    const char* bankCount;     ///< Information; number of banks
-    const char* noBankNames;   ///< Error; attempt
-    const char* noEntryCount;  ///< Error; attempt
-    const char* noState;       ///< Error
+    const char* noBankNames;
+    const char* noEntryCount;
+    const char* noState;
 };
 
 /// Reads each bank's count and each entry's state once. Logs what fails and replaces it: a count by the previous
@@ -54,13 +51,13 @@ std::optional<BankList> ReadBanks(const tavos::core::Logger& logger, const BankL
         try {
             count = entryCount(bank);
         } catch (...) {
-            logger.Error(lines.noEntryCount, lines.name, kOnlyAttempt);
+            logger.Error("%s", lines.noEntryCount);
         }
         const int room = kMaxRows - static_cast<int>(list.size());
         if (!IsTaken(logger, lines.name, "a bank's count", count, room)) return std::nullopt;
         for (int id = 0; id < count; ++id) {
             if (!update) {
-                CaughtCall(logger, lines.name, lines.noState, [&] { state = getState(bank, id) ? 1 : 0; });
+                CaughtCall(logger, lines.noState, [&] { state = getState(bank, id) ? 1 : 0; });
             }
             list.push_back({{bank, id}, state});
         }
@@ -69,7 +66,8 @@ std::optional<BankList> ReadBanks(const tavos::core::Logger& logger, const BankL
 }
 
 /// Builds the list anew from a service; names that it does not give are replaced by none. With `update` every state is
-/// 0 and not asked for. A list that no table takes is not asked for to its end, and `list` stays as it was.
+/// 0 and not asked for. A list that no table takes is not asked for to its end, and `list` stays as it was. `bankNames`
+/// fills in the names and logs their number.
 template <class BankNames, class EntryCount, class State>
 void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines, bool update, BankList& list,
                    BankNames&& bankNames, EntryCount&& entryCount, State&& getState) {
@@ -77,10 +75,9 @@ void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines
     logger.Information("%s: update=%d", lines.name, update ? 1 : 0);
     std::vector<std::string> banks;
     try {
-        banks = bankNames();
-        logger.Information(lines.bankCount, lines.name, static_cast<int>(banks.size()));
+        bankNames(banks);
     } catch (...) {
-        logger.Error(lines.noBankNames, lines.name, kOnlyAttempt);
+        logger.Error("%s", lines.noBankNames);
     }
     if (AreTaken(logger, lines.name, banks)) {
         if (auto read = ReadBanks(logger, lines, update, banks, entryCount, getState)) list = std::move(*read);
@@ -162,7 +159,7 @@ unsigned RequestedColumn(const netsnmp_request_info& request);
 /// The list's entry for a request, or null when the row is not the list's.
 const BankEntry* RequestedEntry(const BankList& list, const netsnmp_request_info& request);
 
-/// The words in which the providers' comparison of list and service differs; every line takes `name` first.
+/// The words in which the providers' comparison of list and service differs: `name`, and whole lines, no formats.
 struct BankCountLines {
     const char* name;
     const char* count;
@@ -175,14 +172,14 @@ struct BankCountLines {
 template <class GetCount, class Rebuild>
 void FollowService(const tavos::core::Logger& logger, const BankCountLines& lines, const BankList& list,
                    GetCount&& getCount, Rebuild&& rebuild) {
-    logger.Information(lines.count, lines.name);
+    logger.Information("%s", lines.count);
     int count = 0;
     const bool counted = getCount(count) == 0;
-    logger.Information(lines.size, lines.name);
+    logger.Information("%s", lines.size);
     // See docs/contract.md, count-unread; fixed: docs/contract.md, same-total-unnoticed.
     if (!counted || static_cast<int>(list.size()) == count) return;
     if (!IsTaken(logger, lines.name, "the number of rows", count, kMaxRows)) return;
-    logger.Information(lines.update, lines.name);
+    logger.Information("%s", lines.update);
     rebuild();
 }
 

@@ -13,17 +13,16 @@ constexpr auto kTableHandler = "handle_alarmStates";
 // Fixed: docs/contract.md, one-attempt.
 constexpr BankListLines kListLines = {
     "CreateAlarmTable",
-    "%s: Alarm bankNames size is %d",
-    "%s: Retry for GetBankNames for %d",
-    "%s: Retry for GetBankAlarmCount for %d",
-    "%s: Exception in GetAlarmState()",
+    "CreateAlarmTable: Retry for GetBankNames for 0",
+    "CreateAlarmTable: Retry for GetBankAlarmCount for 0",
+    "CreateAlarmTable: Exception in GetAlarmState()",
 };
 
 constexpr BankCountLines kCountLines = {
     kTableHandler,
-    "%s: calling GetAlarmCount()...",
-    "%s: calling alarmTable.size()...",
-    "%s: Updating alarmTable...",
+    "handle_alarmStates: calling GetAlarmCount()...",
+    "handle_alarmStates: calling alarmTable.size()...",
+    "handle_alarmStates: Updating alarmTable...",
 };
 
 }  // namespace
@@ -47,7 +46,7 @@ int OrvexSnmpAlarm::GetAlarmCount(int& count) const {
 
 int OrvexSnmpAlarm::GetAlarmState(const std::string& bank, int alarmId, bool& state) const {
     constexpr auto kName = "GetAlarmState";
-    return PlatformCall(*_logger, kName, "%s:Exception while GetAlarmState", [&] {
+    return PlatformCall(*_logger, kName, "GetAlarmState:Exception while GetAlarmState", [&] {
         const bool active = _client->GetAlarmState(bank, alarmId);
         _logger->Information("%s: bankName=%s alarmId=%d state=%d", kName, bank.c_str(), alarmId, active ? 1 : 0);
         state = active;
@@ -56,7 +55,11 @@ int OrvexSnmpAlarm::GetAlarmState(const std::string& bank, int alarmId, bool& st
 
 void OrvexSnmpAlarm::CreateAlarmTable(bool update) {
     BuildBankList(
-        *_logger, kListLines, update, _list, [this] { return _client->GetBankNames(); },
+        *_logger, kListLines, update, _list,
+        [this](std::vector<std::string>& banks) {
+            banks = _client->GetBankNames();
+            _logger->Information("%s: Alarm bankNames size is %d", kListLines.name, static_cast<int>(banks.size()));
+        },
         [this](const std::string& bank) { return _client->GetBankAlarmCount(bank); },
         [this](const std::string& bank, int id) { return _client->GetAlarmState(bank, id); });
 }

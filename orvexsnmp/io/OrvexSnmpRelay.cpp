@@ -19,17 +19,16 @@ constexpr auto kTableHandler = "handle_relayStates";
 // Fixed: docs/contract.md, one-attempt.
 constexpr BankListLines kListLines = {
     "CreateRelayTable",
-    "%s: Relay bankNames size is %d",
-    "%s: Exception GetBankNames for %d",
-    "%s: Retry for GetBankRelayCount for %d",
-    "%s: Exception in GetRelayState()",
+    "CreateRelayTable: Exception GetBankNames for 0",
+    "CreateRelayTable: Retry for GetBankRelayCount for 0",
+    "CreateRelayTable: Exception in GetRelayState()",
 };
 
 constexpr BankCountLines kCountLines = {
     kTableHandler,
-    "%s: calling GetRelayCount()...",
-    "%s: calling relayTable.size()...",
-    "%s: Updating relayTable...",
+    "handle_relayStates: calling GetRelayCount()...",
+    "handle_relayStates: calling relayTable.size()...",
+    "handle_relayStates: Updating relayTable...",
 };
 
 // The row of the current SET, one only. Fixed: docs/contract.md, relay-last-row.
@@ -66,7 +65,7 @@ int OrvexSnmpRelay::GetRelayCount(int& count) const {
 
 int OrvexSnmpRelay::GetRelayState(const std::string& bank, int relayId, bool& state) const {
     constexpr auto kName = "GetRelayState";
-    return PlatformCall(*_logger, kName, "%s:Exception while GetRelayState", [&] {
+    return PlatformCall(*_logger, kName, "GetRelayState:Exception while GetRelayState", [&] {
         const bool energised = _client->GetRelayState(bank, relayId);
         _logger->Information("%s: bankName = %s relayId=%d state=%d", kName, bank.c_str(), relayId, energised ? 1 : 0);
         state = energised;
@@ -91,7 +90,11 @@ int OrvexSnmpRelay::ClearRelay(const std::string& bank, int relayId) const {
 
 void OrvexSnmpRelay::CreateRelayTable(bool update) {
     BuildBankList(
-        *_logger, kListLines, update, _list, [this] { return _client->GetBankNames(); },
+        *_logger, kListLines, update, _list,
+        [this](std::vector<std::string>& banks) {
+            banks = _client->GetBankNames();
+            _logger->Information("%s: Relay bankNames size is %d", kListLines.name, static_cast<int>(banks.size()));
+        },
         [this](const std::string& bank) { return _client->GetBankRelayCount(bank); },
         [this](const std::string& bank, int id) { return _client->GetRelayState(bank, id); });
 }

@@ -27,17 +27,6 @@ double Percent(const PositionCommand& command) {
     return command.position * 100.0 / 65535.0;
 }
 
-// An operation that reads one percentage; `line` takes the wrapper's name and the value.
-template <class Read>
-int GetPercent(const tavos::core::Logger& logger, const char* name, const char* failure, const char* line,
-               double& percent, Read&& read) {
-    return PlatformCall(logger, name, failure, [&] {
-        const double current = read();
-        logger.Information(line, name, current);
-        percent = current;
-    });
-}
-
 }  // namespace
 
 OrvexSnmpFocus::OrvexSnmpFocus(tavos::msgbus::MsgBus& bus)
@@ -110,28 +99,37 @@ int OrvexSnmpFocus::AutoFocus(bool start) const {
 }
 
 int OrvexSnmpFocus::GetMinPosition(double& position) const {
-    return GetPercent(*_logger, "GetMinPosition", "Exception while GetMinPosition", "%s: GetMinPosition()=%f", position,
-                      [this] { return _clientV2->GetMinPosition(); });
+    return PlatformRead(
+        *_logger, "GetMinPosition", "Exception while GetMinPosition", position,
+        [this] { return _clientV2->GetMinPosition(); },
+        [this](double current) { _logger->Information("GetMinPosition: GetMinPosition()=%f", current); });
 }
 
 int OrvexSnmpFocus::GetMaxPosition(double& position) const {
-    return GetPercent(*_logger, "GetMaxPosition", "Exception while GetMaxPosition", "%s: GetMaxPosition()=%f", position,
-                      [this] { return _clientV2->GetMaxPosition(); });
+    return PlatformRead(
+        *_logger, "GetMaxPosition", "Exception while GetMaxPosition", position,
+        [this] { return _clientV2->GetMaxPosition(); },
+        [this](double current) { _logger->Information("GetMaxPosition: GetMaxPosition()=%f", current); });
 }
 
 int OrvexSnmpFocus::GetMinTranslation(double& translation) const {
-    return GetPercent(*_logger, "GetMinTranslation", "Exception while GetMinTranslation", "%s: GetMinTranslation()=%f",
-                      translation, [this] { return _clientV2->GetMinTranslation(); });
+    return PlatformRead(
+        *_logger, "GetMinTranslation", "Exception while GetMinTranslation", translation,
+        [this] { return _clientV2->GetMinTranslation(); },
+        [this](double current) { _logger->Information("GetMinTranslation: GetMinTranslation()=%f", current); });
 }
 
 int OrvexSnmpFocus::GetMaxTranslation(double& translation) const {
-    return GetPercent(*_logger, "GetMaxTranslation", "Exception while GetMaxTranslation", "%s: GetMaxTranslation()=%f",
-                      translation, [this] { return _clientV2->GetMaxTranslation(); });
+    return PlatformRead(
+        *_logger, "GetMaxTranslation", "Exception while GetMaxTranslation", translation,
+        [this] { return _clientV2->GetMaxTranslation(); },
+        [this](double current) { _logger->Information("GetMaxTranslation: GetMaxTranslation()=%f", current); });
 }
 
 int OrvexSnmpFocus::GetPosition(double& position) const {
-    return GetPercent(*_logger, "GetPosition", "Exception while GetPosition", "%s: GetPosition()=%f", position,
-                      [this] { return _clientV2->GetPosition(); });
+    return PlatformRead(
+        *_logger, "GetPosition", "Exception while GetPosition", position, [this] { return _clientV2->GetPosition(); },
+        [this](double current) { _logger->Information("GetPosition: GetPosition()=%f", current); });
 }
 
 int OrvexSnmpFocus::SetPosition(double position) const {
@@ -171,9 +169,11 @@ int OrvexSnmpFocus::CommitContinuous(const PositionCommand& command) const {
 int OrvexSnmpFocus::Commit(const PositionCommand& command, double current) const {
     switch (command.mode) {
         case PositionCommand::kStop:
-            return StopCommand(*_logger, kHandler, command, "%s: stop focus (%d)", "%s: stop focus speed not zero(%d)",
-                               // Fixed: docs/contract.md, focus-stop.
-                               [&] { SetPosition(current); });
+            return StopCommand(
+                command, [this](int mode) { _logger->Information("%s: stop focus (%d)", kHandler, mode); },
+                [this](int speed) { _logger->Error("%s: stop focus speed not zero(%d)", kHandler, speed); },
+                // Fixed: docs/contract.md, focus-stop.
+                [&] { SetPosition(current); });
         case PositionCommand::kDelta: {
             _logger->Information("%s: delta focus (%d)", kHandler, command.mode);
             const double step = Percent(command);

@@ -53,8 +53,10 @@ int OrvexSnmpIris::CommitContinuous(const PositionCommand& command) const {
 int OrvexSnmpIris::Commit(const PositionCommand& command) const {
     switch (command.mode) {
         case PositionCommand::kStop:
-            return StopCommand(*_logger, kHandler, command, "%s: stop iris (%d)", "%s: stop iris speed not zero(%d)",
-                               [this] { MoveIris(0); });
+            return StopCommand(
+                command, [this](int mode) { _logger->Information("%s: stop iris (%d)", kHandler, mode); },
+                [this](int speed) { _logger->Error("%s: stop iris speed not zero(%d)", kHandler, speed); },
+                [this] { MoveIris(0); });
         case PositionCommand::kDelta:
             // Fixed: docs/contract.md, iris-not-implemented.
             _logger->Error("%s: delta iris (%d), NOT IMPLEMENTED", kHandler, command.mode);

@@ -12,17 +12,6 @@ constexpr auto kHandler = "handle_positionZoomLens";
 constexpr std::uint32_t kMinMagnification = 1000;  // 1.0x
 constexpr std::uint32_t kMaxZoom = 65535;
 
-// A read of a magnification; `line` takes the wrapper's name and the value.
-template <class Read>
-int GetMagnification(const tavos::core::Logger& logger, const char* name, const char* failure, const char* line,
-                     unsigned int& magnification, Read&& read) {
-    return PlatformCall(logger, name, failure, [&] {
-        const unsigned int current = read();
-        logger.Information(line, name, static_cast<int>(current));
-        magnification = current;
-    });
-}
-
 }  // namespace
 
 OrvexSnmpZoom::OrvexSnmpZoom(tavos::msgbus::MsgBus& bus) {
@@ -48,30 +37,41 @@ int OrvexSnmpZoom::SetMaxMagnificationThousandthsX(unsigned int magnification) c
 }
 
 int OrvexSnmpZoom::GetMagnificationThousandthsX(unsigned int& magnification) const {
-    return GetMagnification(*_logger, "GetMagnificationThousandthsX", "Exception while GetMagnificationThousandthsX",
-                            "%s: GetMagnificationThousandthsX(%d)", magnification,
-                            [this] { return _client->GetMagnificationThousandthsX(); });
+    return PlatformRead(
+        *_logger, "GetMagnificationThousandthsX", "Exception while GetMagnificationThousandthsX", magnification,
+        [this] { return _client->GetMagnificationThousandthsX(); },
+        [this](int current) {
+            _logger->Information("GetMagnificationThousandthsX: GetMagnificationThousandthsX(%d)", current);
+        });
 }
 
 int OrvexSnmpZoom::GetMaxMagnificationThousandthsX(unsigned int& magnification) const {
-    return GetMagnification(*_logger, "GetMaxMagnificationThousandthsX",
-                            "Exception while GetMaxMagnificationThousandthsX",
-                            "%s: GetMaxMagnificationThousandthsX(%d)", magnification,
-                            [this] { return _client->GetMaxMagnificationThousandthsX(); });
+    return PlatformRead(
+        *_logger, "GetMaxMagnificationThousandthsX", "Exception while GetMaxMagnificationThousandthsX", magnification,
+        [this] { return _client->GetMaxMagnificationThousandthsX(); },
+        [this](int current) {
+            _logger->Information("GetMaxMagnificationThousandthsX: GetMaxMagnificationThousandthsX(%d)", current);
+        });
 }
 
 int OrvexSnmpZoom::GetMaxDigitalMagnificationThousandthsX(unsigned int& magnification) const {
-    return GetMagnification(*_logger, "GetMaxDigitalMagnificationThousandthsX",
-                            "Exception while GetMaxDigitalMagnificationThousandthsX",
-                            "%s: GetMaxDigitalMagnificationThousandthsX(%d)", magnification,
-                            [this] { return _client->GetMaxDigitalMagnificationThousandthsX(); });
+    return PlatformRead(
+        *_logger, "GetMaxDigitalMagnificationThousandthsX", "Exception while GetMaxDigitalMagnificationThousandthsX",
+        magnification, [this] { return _client->GetMaxDigitalMagnificationThousandthsX(); },
+        [this](int current) {
+            _logger->Information("GetMaxDigitalMagnificationThousandthsX: GetMaxDigitalMagnificationThousandthsX(%d)",
+                                 current);
+        });
 }
 
 int OrvexSnmpZoom::GetMaxOpticalMagnificationThousandthsX(unsigned int& magnification) const {
-    return GetMagnification(*_logger, "GetMaxOpticalMagnificationThousandthsX",
-                            "Exception while GetMaxOpticalMagnificationThousandthsX",
-                            "%s: GetMaxOpticalMagnificationThousandthsX(%d)", magnification,
-                            [this] { return _client->GetMaxOpticalMagnificationThousandthsX(); });
+    return PlatformRead(
+        *_logger, "GetMaxOpticalMagnificationThousandthsX", "Exception while GetMaxOpticalMagnificationThousandthsX",
+        magnification, [this] { return _client->GetMaxOpticalMagnificationThousandthsX(); },
+        [this](int current) {
+            _logger->Information("GetMaxOpticalMagnificationThousandthsX: GetMaxOpticalMagnificationThousandthsX(%d)",
+                                 current);
+        });
 }
 
 int OrvexSnmpZoom::ZoomRelative(int direction) const {
@@ -121,8 +121,10 @@ void OrvexSnmpZoom::CommitAbsolute(const PositionCommand& command) const {
 int OrvexSnmpZoom::Commit(const PositionCommand& command) const {
     switch (command.mode) {
         case PositionCommand::kStop:
-            return StopCommand(*_logger, kHandler, command, "%s: stop zoom (%d)", "%s: stop zoom speed not zero(%d)",
-                               [this] { ZoomRelative(0); });
+            return StopCommand(
+                command, [this](int mode) { _logger->Information("%s: stop zoom (%d)", kHandler, mode); },
+                [this](int speed) { _logger->Error("%s: stop zoom speed not zero(%d)", kHandler, speed); },
+                [this] { ZoomRelative(0); });
         case PositionCommand::kDelta:
             CommitDelta(command);
             return SNMP_ERR_NOERROR;

@@ -28,15 +28,3 @@ int GetAxisVelocity(const tavos::core::Logger& logger, Client& client, double& v
         velocity = current;
     });
 }
-
-/// GetPosition, GetMinPosition and GetMaxPosition: `read` makes the call, `line` takes the wrapper's name and the
-/// value.
-template <class Value, class Read>
-int GetAxisPosition(const tavos::core::Logger& logger, const char* name, const char* failure, const char* line,
-                    Value& value, Read&& read) {
-    return PlatformCall(logger, name, failure, [&] {
-        const Value current = read();
-        logger.Information(line, name, static_cast<int>(current));
-        value = current;
-    });
-}

@@ -11,29 +11,37 @@ constexpr std::int32_t kNoNorth = 65535;  // NTCIP 1205: the offset is unknown
 // Stored and answered; the pan does not use it.
 std::int32_t s_trueNorthOffset = kNoNorth;
 
-constexpr AxisLines kLines = {
-    "handle_positionPan",
-    "%s: stop pan (%d)",
-    "%s: stop pan speed not zero(%d)",
-    "%s: delta pan (%d)",
-    "%s: pan positive clockwise,speed=%d,new pan=%d",
-    "%s: pan negative counter-clockwise,speed=%d,new pan=%d",
-    "%s: absolute pan (%d)",
-    "%s: absolute pan position=%d outside range",
-    "%s: continuous pan=%d, speed=%d",
+constexpr auto kHandler = "handle_positionPan";
+
+// The lines in which pan and tilt differ. See CommitAxisCommand.
+struct Lines {
+    const tavos::core::Logger& logger;
+
+    void Stop(int mode) const { logger.Information("%s: stop pan (%d)", kHandler, mode); }
+    void StopSpeed(int speed) const { logger.Error("%s: stop pan speed not zero(%d)", kHandler, speed); }
+    void Delta(int mode) const { logger.Information("%s: delta pan (%d)", kHandler, mode); }
+    void DeltaForward(int speed, int target) const {
+        logger.Information("%s: pan positive clockwise,speed=%d,new pan=%d", kHandler, speed, target);
+    }
+    void DeltaBackward(int speed, int target) const {
+        logger.Information("%s: pan negative counter-clockwise,speed=%d,new pan=%d", kHandler, speed, target);
+    }
+    void Absolute(int mode) const { logger.Information("%s: absolute pan (%d)", kHandler, mode); }
+    void OutsideRange(int position) const {
+        logger.Error("%s: absolute pan position=%d outside range", kHandler, position);
+    }
+    void Continuous(int mode, int speed) const {
+        logger.Information("%s: continuous pan=%d, speed=%d", kHandler, mode, speed);
+    }
+    // Fixed: docs/contract.md, unknown-mode-line.
+    void UnknownMode(const PositionCommand& command) const {
+        logger.Error("%s: unknown pan mode (%d)", kHandler, command.speed);
+    }
 };
 
 // Modulo 2^32, like the steps of a delta: a service's position may be any 32 bits.
 int PlatformPosition(int position) {
     return static_cast<int>(static_cast<unsigned>(position) * kPlatformUnits);
-}
-
-int Commit(const OrvexSnmpPan& pan, const PositionCommand& command) {
-    bool known;
-    const int result = CommitAxisCommand(pan, kLines, command, known);
-    // Fixed: docs/contract.md, unknown-mode-line.
-    if (!known) pan.GetLogger().Error("%s: unknown pan mode (%d)", kLines.name, command.speed);
-    return result;
 }
 
 }  // namespace
@@ -68,18 +76,23 @@ int OrvexSnmpPan::SetPositionAtSpeed(int position, int speed) const {
 }
 
 int OrvexSnmpPan::GetPosition(unsigned int& position) const {
-    return GetAxisPosition(*_logger, "GetPosition", "Exception while GetPosition", "%s: currentPosition=%d", position,
-                           [this] { return _client->GetPosition(); });
+    return PlatformRead(
+        *_logger, "GetPosition", "Exception while GetPosition", position, [this] { return _client->GetPosition(); },
+        [this](int current) { _logger->Information("GetPosition: currentPosition=%d", current); });
 }
 
 int OrvexSnmpPan::GetMinPosition(unsigned int& limit) const {
-    return GetAxisPosition(*_logger, "GetMinPosition", "Exception while GetMinPosition", "%s: leftLimit=%d", limit,
-                           [this] { return _client->GetMinPosition(); });
+    return PlatformRead(
+        *_logger, "GetMinPosition", "Exception while GetMinPosition", limit,
+        [this] { return _client->GetMinPosition(); },
+        [this](int current) { _logger->Information("GetMinPosition: leftLimit=%d", current); });
 }
 
 int OrvexSnmpPan::GetMaxPosition(unsigned int& limit) const {
-    return GetAxisPosition(*_logger, "GetMaxPosition", "Exception while GetMaxPosition", "%s: rightLimit=%d", limit,
-                           [this] { return _client->GetMaxPosition(); });
+    return PlatformRead(
+        *_logger, "GetMaxPosition", "Exception while GetMaxPosition", limit,
+        [this] { return _client->GetMaxPosition(); },
+        [this](int current) { _logger->Information("GetMaxPosition: rightLimit=%d", current); });
 }
 
 int OrvexSnmpPan::SetRelativeVelocity(int speed) const {
@@ -94,8 +107,8 @@ int OrvexSnmpPan::handle_positionPan(netsnmp_mib_handler*, netsnmp_handler_regis
                                      netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     auto& pan = *GetInstance();
     return HandlePosition(
-        kLines.name, pan.GetLogger(), pan._lastPan, info, requests, [](const PositionCommand&) {},
-        [&](const PositionCommand& command) { return Commit(pan, command); });
+        kHandler, pan.GetLogger(), pan._lastPan, info, requests, [](const PositionCommand&) {},
+        [&](const PositionCommand& command) { return CommitAxisCommand(pan, Lines{pan.GetLogger()}, command); });
 }
 
 int OrvexSnmpPan::handle_rangeTrueNorthOffset(netsnmp_mib_handler*, netsnmp_handler_registration*,

@@ -6,24 +6,32 @@
 
 namespace {
 
-constexpr AxisLines kLines = {
-    "handle_positionTilt",
-    "%s: stop tilt (%d)",
-    "%s: stop tilt speed not zero(%d)",
-    "%s: delta tilt (%d)",
-    "%s: tilt upward,speed=%d,new tilt=%d",
-    "%s: tilt downward,speed=%d,new tilt=%d",
-    "%s: absolute tilt (%d)",
-    "%s: absolute tilt position=%d outside range",
-    "%s: continuous tilt=%d, speed=%d",
-};
+constexpr auto kHandler = "handle_positionTilt";
 
-int Commit(const OrvexSnmpTilt& tilt, const PositionCommand& command) {
-    bool known;
-    const int result = CommitAxisCommand(tilt, kLines, command, known);
-    if (!known) tilt.GetLogger().Error("%s: unknown tilt mode (%d)", kLines.name, command.mode);
-    return result;
-}
+// The lines in which pan and tilt differ. See CommitAxisCommand.
+struct Lines {
+    const tavos::core::Logger& logger;
+
+    void Stop(int mode) const { logger.Information("%s: stop tilt (%d)", kHandler, mode); }
+    void StopSpeed(int speed) const { logger.Error("%s: stop tilt speed not zero(%d)", kHandler, speed); }
+    void Delta(int mode) const { logger.Information("%s: delta tilt (%d)", kHandler, mode); }
+    void DeltaForward(int speed, int target) const {
+        logger.Information("%s: tilt upward,speed=%d,new tilt=%d", kHandler, speed, target);
+    }
+    void DeltaBackward(int speed, int target) const {
+        logger.Information("%s: tilt downward,speed=%d,new tilt=%d", kHandler, speed, target);
+    }
+    void Absolute(int mode) const { logger.Information("%s: absolute tilt (%d)", kHandler, mode); }
+    void OutsideRange(int position) const {
+        logger.Error("%s: absolute tilt position=%d outside range", kHandler, position);
+    }
+    void Continuous(int mode, int speed) const {
+        logger.Information("%s: continuous tilt=%d, speed=%d", kHandler, mode, speed);
+    }
+    void UnknownMode(const PositionCommand& command) const {
+        logger.Error("%s: unknown tilt mode (%d)", kHandler, command.mode);
+    }
+};
 
 // Fixed: docs/contract.md, tilt-second-quadrant.
 int SignedAngle(int position) {
@@ -77,8 +85,9 @@ int OrvexSnmpTilt::SetPositionAtSpeed(int position, int speed) const {
 }
 
 int OrvexSnmpTilt::GetPosition(unsigned int& position) const {
-    return GetAxisPosition(*_logger, "GetPosition", "Exception while GetPosition", "%s: currentTilt=%d", position,
-                           [this] { return _client->GetPosition(); });
+    return PlatformRead(
+        *_logger, "GetPosition", "Exception while GetPosition", position, [this] { return _client->GetPosition(); },
+        [this](int current) { _logger->Information("GetPosition: currentTilt=%d", current); });
 }
 
 int OrvexSnmpTilt::SetRelativeVelocity(int speed) const {
@@ -90,19 +99,23 @@ int OrvexSnmpTilt::GetRelativeVelocity(double& velocity) const {
 }
 
 int OrvexSnmpTilt::GetMinPosition(int& limit) const {
-    return GetAxisPosition(*_logger, "GetMinPosition", "Exception while GetMinPosition", "%s: topLimit=%d", limit,
-                           [this] { return _client->GetMinPosition(); });
+    return PlatformRead(
+        *_logger, "GetMinPosition", "Exception while GetMinPosition", limit,
+        [this] { return _client->GetMinPosition(); },
+        [this](int current) { _logger->Information("GetMinPosition: topLimit=%d", current); });
 }
 
 int OrvexSnmpTilt::GetMaxPosition(int& limit) const {
-    return GetAxisPosition(*_logger, "GetMaxPosition", "Exception while GetMaxPosition", "%s: bottomLimit=%d", limit,
-                           [this] { return _client->GetMaxPosition(); });
+    return PlatformRead(
+        *_logger, "GetMaxPosition", "Exception while GetMaxPosition", limit,
+        [this] { return _client->GetMaxPosition(); },
+        [this](int current) { _logger->Information("GetMaxPosition: bottomLimit=%d", current); });
 }
 
 int OrvexSnmpTilt::handle_positionTilt(netsnmp_mib_handler*, netsnmp_handler_registration*,
                                        netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     auto& tilt = *GetInstance();
     return HandlePosition(
-        kLines.name, tilt.GetLogger(), tilt._lastTilt, info, requests, [](const PositionCommand&) {},
-        [&](const PositionCommand& command) { return Commit(tilt, command); });
+        kHandler, tilt.GetLogger(), tilt._lastTilt, info, requests, [](const PositionCommand&) {},
+        [&](const PositionCommand& command) { return CommitAxisCommand(tilt, Lines{tilt.GetLogger()}, command); });
 }

@@ -38,14 +38,13 @@ bool SpeedInRange(const tavos::core::Logger& logger, const char* name, int speed
 /// Returns false for a speed out of range; `tavosSpeed` then stays unchanged.
 bool ScaleSpeed(const tavos::core::Logger& logger, const char* name, int speed, double& tavosSpeed);
 
-/// The stop of every axis: a speed other than 0 is refused with the Error line `speedLine` and SNMP_ERR_GENERR,
-/// otherwise `stop` is called. Both lines take the handler's name and a number, `line` the mode.
-template <class Stop>
-int StopCommand(const tavos::core::Logger& logger, const char* name, const PositionCommand& command, const char* line,
-                const char* speedLine, Stop&& stop) {
-    logger.Information(line, name, command.mode);
+/// The stop of every axis: `line` logs the mode. A speed other than 0 is logged by `speedLine` and refused with
+/// SNMP_ERR_GENERR, otherwise `stop` is called.
+template <class Line, class SpeedLine, class Stop>
+int StopCommand(const PositionCommand& command, Line&& line, SpeedLine&& speedLine, Stop&& stop) {
+    line(command.mode);
     if (command.speed != 0) {
-        logger.Error(speedLine, name, command.speed);
+        speedLine(command.speed);
         return SNMP_ERR_GENERR;
     }
     stop();
@@ -83,68 +82,54 @@ int HandlePosition(const char* name, const tavos::core::Logger& logger, std::uin
     return result;
 }
 
-/// The words in which pan and tilt differ. Every line takes the handler's name first.
-struct AxisLines {
-    const char* name;           ///< the handler's
-    const char* stop;           ///< mode
-    const char* stopSpeed;      ///< speed
-    const char* delta;          ///< mode
-    const char* deltaForward;   ///< speed, target
-    const char* deltaBackward;  ///< speed, target
-    const char* absolute;       ///< mode
-    const char* outsideRange;   ///< position
-    const char* continuous;     ///< mode, speed
-};
-
 /// A delta's target, from a platform position and a step in NTCIP units, in unsigned 32-bit arithmetic. A turn is
 /// taken off once, whatever is left: a step backwards across 0 stays below zero.
-template <class Axis>
-int DeltaTarget(const Axis& axis, const AxisLines& lines, const PositionCommand& command, unsigned current) {
+template <class Lines>
+int DeltaTarget(const Lines& lines, const PositionCommand& command, unsigned current) {
     const unsigned base = current / kPlatformUnits;
     // Fixed: docs/contract.md, tilt-delta-unmapped.
     const bool forward = command.speed >= 0;
     const unsigned target = forward ? base + command.position : base - command.position;
-    axis.GetLogger().Information(forward ? lines.deltaForward : lines.deltaBackward, lines.name, command.speed,
-                                 static_cast<int>(target));
+    forward ? lines.DeltaForward(command.speed, static_cast<int>(target))
+            : lines.DeltaBackward(command.speed, static_cast<int>(target));
     // Fixed: docs/contract.md, delta-across-zero.
     return static_cast<int>(target > kMaxAngle ? target - kTurn : target);
 }
 
 /// What pan and tilt do with a command, through the axis's wrappers, whose failures do not fail the SET. Returns an
-/// SNMP error. The modes 4 to 255 are left to the caller: false in `known`.
-template <class Axis>
-int CommitAxisCommand(const Axis& axis, const AxisLines& lines, const PositionCommand& command, bool& known) {
-    const auto& logger = axis.GetLogger();
-    known = true;
+/// SNMP error. `lines` has an operation for each line in which the two differ; it logs that line.
+template <class Axis, class Lines>
+int CommitAxisCommand(const Axis& axis, const Lines& lines, const PositionCommand& command) {
     // Fixed: docs/contract.md, failed-service-no-error.
     switch (command.mode) {
         case PositionCommand::kStop:
-            return StopCommand(logger, lines.name, command, lines.stop, lines.stopSpeed,
-                               [&] { axis.SetRelativeVelocity(0); });
+            return StopCommand(
+                command, [&](int mode) { lines.Stop(mode); }, [&](int speed) { lines.StopSpeed(speed); },
+                [&] { axis.SetRelativeVelocity(0); });
         case PositionCommand::kDelta: {
-            logger.Information(lines.delta, lines.name, command.mode);
+            lines.Delta(command.mode);
             unsigned current = 0;
             // Fixed: docs/contract.md, delta-without-position.
             if (axis.GetPosition(current) != 0) return SNMP_ERR_NOERROR;
             // Fixed: docs/contract.md, delta-speed-sign.
-            axis.SetPositionAtSpeed(DeltaTarget(axis, lines, command, current), command.speed);
+            axis.SetPositionAtSpeed(DeltaTarget(lines, command, current), command.speed);
             return SNMP_ERR_NOERROR;
         }
         case PositionCommand::kAbsolute:
-            logger.Information(lines.absolute, lines.name, command.mode);
+            lines.Absolute(command.mode);
             if (command.position > kMaxAngle) {
-                logger.Error(lines.outsideRange, lines.name, command.position);
+                lines.OutsideRange(command.position);
                 return SNMP_ERR_GENERR;
             }
             axis.SetPositionAtSpeed(command.position, command.speed);
             return SNMP_ERR_NOERROR;
         case PositionCommand::kContinuous:
             // Fixed: docs/contract.md, continuous-line.
-            logger.Information(lines.continuous, lines.name, command.mode, command.speed);
+            lines.Continuous(command.mode, command.speed);
             axis.SetRelativeVelocity(command.speed);
             return SNMP_ERR_NOERROR;
         default:
-            known = false;
+            lines.UnknownMode(command);
             return SNMP_ERR_GENERR;
     }
 }

@@ -14,7 +14,7 @@ int OrvexSnmpPower::GetMibIntData(int& value, unsigned char& type) const {
     type = ASN_INTEGER;
     _logger->Trace("%s: Enter.", kName);
     // Fixed: docs/contract.md, sensor-lines.
-    return CaughtCall(*_logger, kName, "%s: Exception in GetPowerStatus call", [&] {
+    return CaughtCall(*_logger, "GetMibIntData: Exception in GetPowerStatus call", [&] {
         const int reading = _client->GetPowerStatus();
         _logger->Information("%s: GetPowerStatus returned %d.", kName, reading);
         value = reading;

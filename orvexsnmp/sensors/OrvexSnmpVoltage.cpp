@@ -12,7 +12,7 @@ OrvexSnmpVoltage::OrvexSnmpVoltage(tavos::msgbus::MsgBus& bus) {
 int OrvexSnmpVoltage::GetMibIntData(int& value, unsigned char& type) const {
     constexpr auto kName = "GetMibIntData";
     type = ASN_INTEGER;
-    return PlatformCall(*_logger, kName, "%s: Exception in GetVoltageStatus call", [&] {
+    return PlatformCall(*_logger, kName, "GetMibIntData: Exception in GetVoltageStatus call", [&] {
         const int reading = _client->GetVoltageStatus();
         _logger->Information("%s: GetVoltageStatus returned %d.", kName, reading);
         value = reading;

@@ -177,7 +177,7 @@ const char* LevelWord(int level) {
 /// A line's level and text. A short line allocates nothing, so that "out of memory" can be logged.
 class LineText {
 public:
-    LineText(int level, const char* format, va_list arguments) {
+    __attribute__((format(printf, 3, 0))) LineText(int level, const char* format, va_list arguments) {
         va_list again;
         va_copy(again, arguments);
         _start = static_cast<std::size_t>(std::snprintf(_short, sizeof _short, "%s ", LevelWord(level)));

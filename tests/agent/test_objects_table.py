@@ -16,6 +16,8 @@ FAULTS = [
     ("bytes = 2", "bytes = 3", "rangeTiltUpLimit: bytes must be 1, 2 or 4, not 3"),
     ('access = "read-write"', 'access = "write"', "rebootDevice: access must be read-only or read-write, not write"),
     ('summary = "The serial number, from `myname -s`"\n', "", "serialNumber: summary is missing"),
+    ("%s: timeoutIris=%d", "%s: timeoutIris=", "timeoutIris: log does not take the handler's name and the value"),
+    ("%s: manufactuer = %s", "%s: manufactuer = %d", "moduleDeviceNode: log does not take the handler's name"),
     ('description = "Always 00."', "description = 'Always \"00\".'", "systemCameraFeatureStatus: a MIB's description"),
 ]
 

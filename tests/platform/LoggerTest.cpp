@@ -123,7 +123,7 @@ TEST_F(LoggerTest, ALineIsWrittenWhenTheLevelIsAtLeastItsNumber) {
 
 TEST_F(LoggerTest, LogMessageVWritesAtAnyLevel) {
     UseFile("0");
-    const auto write = [&](int level, const char* format, ...) {
+    const auto write = [&](int level, const char* format, ...) __attribute__((format(printf, 3, 4))) {
         va_list arguments;
         va_start(arguments, format);
         log->LogMessageV(level, format, arguments);

@@ -44,27 +44,28 @@ bool SilentServices::IsSilent(const std::string& service) const {
 }
 
 void SilentServices::Missed(const ServiceAddress& service) {
-    Avoid(service, "%s does not answer: until it does, calls to it fail at once");
+    if (!Avoid(service)) return;
+    core::Logger::GetLogger("tavos")->Error("%s does not answer: until it does, calls to it fail at once",
+                                            service.service.c_str());
 }
 
 void SilentServices::UsedUpTime(const ServiceAddress& service) {
-    Avoid(service,
-          "%s is so slow that a request has waited too long: until it answers a ping, calls to it fail at once");
+    if (!Avoid(service)) return;
+    core::Logger::GetLogger("tavos")->Error(
+        "%s is so slow that a request has waited too long: until it answers a ping, calls to it fail at once",
+        service.service.c_str());
 }
 
-/// `line` takes the service's name.
-void SilentServices::Avoid(const ServiceAddress& service, const char* line) {
-    {
-        const std::lock_guard<std::mutex> lock(_mutex);
-        if (!_wakeAsker) return;
-        Record& record = _records[service.service];
-        record.path = service.path;
-        record.silent = true;
-        record.due = Clock::now() + Delay(++record.misses);
-        _any = true;
-        _wakeAsker();
-    }
-    core::Logger::GetLogger("tavos")->Error(line, service.service.c_str());
+bool SilentServices::Avoid(const ServiceAddress& service) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    if (!_wakeAsker) return false;
+    Record& record = _records[service.service];
+    record.path = service.path;
+    record.silent = true;
+    record.due = Clock::now() + Delay(++record.misses);
+    _any = true;
+    _wakeAsker();
+    return true;
 }
 
 bool SilentServices::EndSilence(const std::string& service) {

@@ -58,7 +58,8 @@ private:
         Clock::time_point due;
     };
 
-    void Avoid(const ServiceAddress& service, const char* line);
+    /// False when nobody asks the silent ones: nothing is avoided then.
+    bool Avoid(const ServiceAddress& service);
     bool EndSilence(const std::string& service);
     void Forget(const std::string& service);
 

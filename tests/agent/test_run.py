@@ -354,7 +354,7 @@ def test_missing_pass_phrases_are_named(started, text):
     status, _, error = started.run("--detach")
     assert status == 1
     assert one_line(error) == (f"prepare-state: {phrases} has no defAuthPassphrase and defPrivPassphrase of 8 characters "
-                               "or more; mend it, or remove it for new ones")
+                               "or more; correct it, or remove it for new ones")
     assert phrases.read_text() == text
 
 

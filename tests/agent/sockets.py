@@ -44,9 +44,17 @@ def _named(pid):
     return named
 
 
+def _links(folder):
+    for link in pathlib.Path(folder).iterdir():
+        try:
+            yield str(link.readlink())
+        except FileNotFoundError:  # closed meanwhile
+            continue
+
+
 def sockets_of(pid):
     """The process's sockets as sorted texts, without those that have no address: nobody can reach them."""
-    links = [str(link.readlink()) for link in pathlib.Path(f"/proc/{pid}/fd").iterdir()]
+    links = _links(f"/proc/{pid}/fd")
     inodes = [match[1] for match in (re.fullmatch(r"socket:\[(\d+)\]", link) for link in links) if match]
     named = _named(pid)
     return sorted(named[inode] for inode in inodes if inode in named)

@@ -67,16 +67,21 @@ void OrvexSnmpTrapSend::OpenPipe() {
 
 void OrvexSnmpTrapSend::WatchPipe() {
     // A descriptor of -1 would crash the agent's main loop.
-    if (_readDescriptor == -1 || register_readfd(_readDescriptor, &OrvexSnmpTrapSend::snmpMainCallback, nullptr) != 0) {
+    const bool isWatched =
+        _readDescriptor != -1 && register_readfd(_readDescriptor, &OrvexSnmpTrapSend::snmpMainCallback, nullptr) == 0;
+    if (!isWatched) {
         _logger->Error("%s: Couldn't register the callback function for sending traps!", "OrvexSnmpTrapSend");
     }
+    const Held held(_mutex);
+    _isWatched = isWatched;
+    for (; _isWatched && _unwritten > 0; --_unwritten) static_cast<void>(!write(_writeDescriptor, "1", 1));
 }
 
 OrvexSnmpTrapSend::~OrvexSnmpTrapSend() {
     if (s_inChild == this) s_inChild = nullptr;
     // Unregister before closing: the agent ends when a descriptor that it watches is closed.
     if (_readDescriptor != -1) {
-        unregister_readfd(_readDescriptor);
+        if (_isWatched) unregister_readfd(_readDescriptor);
         close(_readDescriptor);
         _readDescriptor = -1;
     }
@@ -94,7 +99,8 @@ OrvexSnmpTrapSend::~OrvexSnmpTrapSend() {
 void OrvexSnmpTrapSend::RenewPipe() {
     int descriptors[2] = {-1, -1};
     if (_readDescriptor == -1 || pipe2(descriptors, O_CLOEXEC) != 0) return;
-    for (std::size_t i = 0; i < _queue.size(); ++i) static_cast<void>(!write(descriptors[1], "1", 1));
+    const auto written = _queue.size() - static_cast<std::size_t>(_unwritten);
+    for (std::size_t i = 0; i < written; ++i) static_cast<void>(!write(descriptors[1], "1", 1));
     fcntl(descriptors[1], F_SETPIPE_SZ, kMaxWaiting);
     // The agent's main loop keeps watching this number.
     dup3(descriptors[0], _readDescriptor, O_CLOEXEC);
@@ -116,12 +122,14 @@ int OrvexSnmpTrapSend::send_v2trap(netsnmp_variable_list* list) {
 
 int OrvexSnmpTrapSend::Keep(netsnmp_variable_list* list) {
     const Held held(_mutex);
-    // Without a pipe nothing wakes the agent's thread, and nothing limits the queue.
-    const bool full = _writeDescriptor == -1 && _queue.size() >= std::size_t{kMaxWaiting};
+    // Without a pipe that the agent watches nothing wakes its thread, and nothing limits the queue.
+    const bool full = !_isWatched && _queue.size() >= std::size_t{kMaxWaiting};
     try {
         if (list != nullptr && !full) {
             _queue.push_back(list);
-            return _writeDescriptor;
+            if (_isWatched) return _writeDescriptor;
+            ++_unwritten;
+            return -1;
         }
     } catch (const std::bad_alloc&) {
         // No memory for this trap: drop it.
@@ -142,14 +150,22 @@ void OrvexSnmpTrapSend::snmpMainCallback(int /*descriptor*/, void* /*data*/) {
     }
 }
 
+/// Waits for the byte: the sending thread may not have written it yet.
+void OrvexSnmpTrapSend::TakeByte() const {
+    char byte;
+    while (read(_readDescriptor, &byte, 1) == -1 && errno == EINTR) {
+    }
+}
+
 void OrvexSnmpTrapSend::CallSnmpSendTrap() {
     _logger->Trace("%s: enter...", "CallSnmpSendTrap");
     {
         const Held held(_mutex);
         while (!_queue.empty()) {
-            // Take one byte for each trap. The sending thread may not have written it yet.
-            char byte;
-            while (read(_readDescriptor, &byte, 1) == -1 && errno == EINTR) {
+            if (_unwritten > 0) {
+                --_unwritten;
+            } else {
+                TakeByte();
             }
             _logger->Information("%s: Calling into snmp code to send trap.", "CallSnmpSendTrap");
             ::send_v2trap(_queue.front());
@@ -163,16 +179,13 @@ void OrvexSnmpTrapSend::CallSnmpSendTrap() {
 
 void OrvexSnmpTrapSend::Suspend() {
     CallSnmpSendTrap();
-    if (_readDescriptor != -1) unregister_readfd(_readDescriptor);
+    if (_isWatched) unregister_readfd(_readDescriptor);
 }
 
 void OrvexSnmpTrapSend::Resume() {
     {
         const Held held(_mutex);
-        if (_readDescriptor == -1) {
-            OpenPipe();
-            for (std::size_t i = 0; i < _queue.size(); ++i) static_cast<void>(!write(_writeDescriptor, "1", 1));
-        }
+        if (_readDescriptor == -1) OpenPipe();
     }
     WatchPipe();
 }

@@ -24,7 +24,7 @@ public:
 
     /// Any thread. Takes ownership of a finished variable list, snmpTrapOID.0 first. Traps are sent in the order of
     /// these calls. Always returns 0. Blocks while the pipe is full, that is, while 4096 traps wait. Drops the trap
-    /// when memory runs out, and when 4096 traps wait without a pipe.
+    /// when memory runs out, and when 4096 traps wait and no main loop watches a pipe.
     int send_v2trap(netsnmp_variable_list* list);
 
     /// Agent's thread: the main loop's callback for the read descriptor.
@@ -42,9 +42,13 @@ public:
 
 private:
     void OpenPipe();
+    /// Joins the agent's main loop. Writes the bytes that were not written while it was not joined.
     void WatchPipe();
     /// Queues a trap, or frees it when it cannot be queued. Returns the descriptor for the trap's byte, or -1.
     int Keep(netsnmp_variable_list* list);
+
+    /// Takes the byte of one queued trap from the pipe.
+    void TakeByte() const;
 
     /// Runs in a forked child; the agent is one when it runs as a daemon. Creates a new pipe, with a byte for each
     /// inherited trap. The parent's event thread may still write into the shared pipe before the parent ends; the child
@@ -59,4 +63,6 @@ private:
     int _writeDescriptor = -1;
     tavos::osa::Mutex _mutex;
     std::deque<netsnmp_variable_list*> _queue;
+    bool _isWatched = false;  // the agent accepted the pipe: nobody would read the bytes of another one
+    int _unwritten = 0;       // queued traps without a byte in the pipe
 };

@@ -454,6 +454,21 @@ TEST_F(TrapSendTest, WithoutAPipeNoMoreWaitThanAFullPipeLetsWait) {
     EXPECT_EQ(Agent().traps.back().value, 4095u);
 }
 
+TEST_F(TrapSendTest, ARefusedDescriptorHoldsUpNoProducerAndIsWatchedAtTheNextResume) {
+    Agent().refusing = {"readfd"};
+    Construct();
+    for (int value = 0; value < 5000; ++value) _trapSend->send_v2trap(Trap(value));
+    _trapSend->Suspend();
+    EXPECT_EQ(Agent().traps.size(), 4096u);
+    Agent().traps.clear();
+    _trapSend->send_v2trap(Trap(1));
+    Agent().refusing = {};
+    _trapSend->Resume();
+    _trapSend->send_v2trap(Trap(2));
+    RunAgentLoop();
+    EXPECT_THAT(SentValues(), ElementsAre(1u, 2u));
+}
+
 // --- the agent as a daemon: a fork of the process that has loaded the module ---
 
 TEST_F(TrapSendTest, AForkedChildAndItsParentSendEachTheirOwn) {

@@ -100,14 +100,6 @@ private:
     bool _isSetRefused = false;
 };
 
-int CallTableHandlers(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
-                      netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    // See docs/contract.md, column-check.
-    const TableRequests fit(*registration, info, requests);
-    return fit.First() == nullptr ? SNMP_ERR_NOERROR
-                                  : netsnmp_call_next_handler(handler, registration, info, fit.First());
-}
-
 void SetInteger(netsnmp_table_row* row, BankColumn column, int value) {
     netsnmp_set_row_column(row, column, ASN_INTEGER, reinterpret_cast<const char*>(&value), sizeof value);
 }
@@ -196,8 +188,11 @@ int BankTable::HandlePass(netsnmp_mib_handler* handler, netsnmp_handler_registra
                           netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     _rowsInUse = !RowsMayChange(info->mode);
     if (_waitingRows != nullptr) ReplaceRows(*_waitingRows);
+    // See docs/contract.md, column-check.
+    const TableRequests fit(*registration, info, requests);
+    if (fit.First() == nullptr) return SNMP_ERR_NOERROR;
     _pass = _owner.BeginTableRequest(info, requests) ? PassState::kBegun : PassState::kRefused;
-    return CallTableHandlers(handler, registration, info, requests);
+    return netsnmp_call_next_handler(handler, registration, info, fit.First());
 }
 
 void BankTable::ReplaceRows(const BankList& list) {

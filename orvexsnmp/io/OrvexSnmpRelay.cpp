@@ -246,10 +246,10 @@ int OrvexSnmpRelay::handle_relayStates(netsnmp_mib_handler*, netsnmp_handler_reg
 
 int OrvexSnmpRelay::HandleRequests(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     for (auto* request = requests; request != nullptr; request = request->next) {
-        // Skips reads that the agent has already answered: a GETNEXT past the last row.
-        if (request->processed && IsReadMode(info)) continue;
         _logger->Information("%s: relayNumber is %d, col no is %d", kTableHandler,
                              static_cast<int>(RequestedRow(*request)), static_cast<int>(RequestedColumn(*request)));
+        // Skips reads that the agent has already answered: a GETNEXT past the last row.
+        if (request->processed && IsReadMode(info)) continue;
         const auto* entry = RequestedEntry(_list, *request);
         if (entry == nullptr) {
             const int refusal = RefusalOfMissingRow(info, request);

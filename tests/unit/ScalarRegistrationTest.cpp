@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "frame/ScalarRegistration.h"
@@ -14,16 +15,15 @@
 
 namespace {
 
-/// The order of registration, which the agent's log shows: the private objects in the table's order, then those of
-/// NTCIP 1201 and 1205 by their OIDs.
-std::vector<oid> Place(const ScalarRegistration& row) {
-    if (row.objectId[6] == ORVEX_ENTERPRISE_NUMBER) return {};
-    return {row.objectId, row.objectId + row.oidLength};
+/// The order of registration, which the agent's log shows: the private objects by their OIDs, then those of NTCIP 1201
+/// and 1205 by theirs.
+std::pair<bool, std::vector<oid>> Place(const ScalarRegistration& row) {
+    return {row.objectId[6] != ORVEX_ENTERPRISE_NUMBER, {row.objectId, row.objectId + row.oidLength}};
 }
 
-TEST(ScalarTableTest, HasThePrivateObjectsFirstAndTheOthersByTheirOids) {
+TEST(ScalarTableTest, HasThePrivateObjectsFirstAndEachPartByItsOids) {
     for (std::size_t i = 1; i < kScalarCount; ++i) {
-        EXPECT_LE(Place(ScalarTable()[i - 1]), Place(ScalarTable()[i])) << ScalarTable()[i].name;
+        EXPECT_LT(Place(ScalarTable()[i - 1]), Place(ScalarTable()[i])) << ScalarTable()[i].name;
     }
 }
 

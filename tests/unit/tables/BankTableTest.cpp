@@ -241,6 +241,16 @@ TEST_P(BothTablesTest, WholeRequestIsLoggedFromItsEntryToItsEndOnce) {
     EXPECT_EQ(journal::Logged().back(), "8 " + handler + ": Done.");
 }
 
+TEST_P(BothTablesTest, RequestWithoutANameOfACellCallsNoServiceAndLogsNothing) {
+    auto longer = Ask(GetParam(), 3, 1);
+    longer.name.push_back(1);
+    for (const auto& binding : {Ask(GetParam(), 0, 1), Ask(GetParam(), 4, 1), longer}) {
+        journal::Clear();
+        EXPECT_EQ(Get({binding}).error, SNMP_ERR_NOERROR);
+        EXPECT_THAT(journal::All(), IsEmpty());
+    }
+}
+
 // --- banks that change between requests ---
 
 TEST_P(BothTablesTest, NextRequestServesTheNewBanks) {

@@ -22,7 +22,7 @@ NPM = ROOT / "build" / "bench" / "npm"
 ALARM_TABLE, RELAY_TABLE = f"{ORVEX}.1.3.1.1", f"{ORVEX}.1.3.2.1"
 SUBTREES = ["1.3.6.1.4.1.1206.4.2", ORVEX]
 
-# object: (the calls behind it, what becomes of the last one's answer); see peers/objects.h
+# object: (the calls behind it, how the last answer becomes the value); see peers/objects.h
 LIVE = {
     "temperature": ("Temperature2 GetTemperatureDegreesCelsius i:0", "number"),
     "power": ("Power2 GetPowerStatus", "number"),
@@ -38,7 +38,7 @@ TYPES = {ber.INTEGER: "i", ber.GAUGE32: "g", ber.OCTET_STRING: "s"}
 
 
 class Unavailable(Exception):
-    """A contestant that cannot take part here, and why."""
+    """The reason why a contestant cannot run here."""
 
 
 def walked(manager):
@@ -56,7 +56,7 @@ def walked(manager):
 
 
 def with_children(pids):
-    """The processes and all that they have started."""
+    """The processes and all their descendants."""
     found = []
     for pid in pids:
         found.append(pid)
@@ -155,7 +155,7 @@ class Peer:
         self.run([SNMPD, "-f", "-C", "-c", configuration, "-A", "-Lf", self.folder / "agent.log"])
 
     def pids(self):
-        """Everything that works for a request, the camera's services included."""
+        """The processes that work for a request, including the camera's services."""
         return with_children([process.pid for process in self.processes]) + camera_pids(self.desk)
 
     def launch(self):
@@ -209,7 +209,7 @@ class PassPersistPerl(PassPersist):
 class Snmpsim(Peer):
     name, title = "snmpsim", "snmpsim"
     needs = ["snmpsimd"]
-    # It does not run as root. If it changed its user itself, it would outlive a killed run.
+    # It must not run as root. If it changed its user itself, it would outlive a killed run.
     identity = ["--reuid=nobody", "--regid=nogroup", "--clear-groups"] if os.geteuid() == 0 else []
 
     def launch(self):

@@ -1,4 +1,4 @@
-"""What the agents are asked, and the programs that ask them."""
+"""The requests to the agents, and the programs that send them."""
 
 import json
 import statistics
@@ -21,7 +21,7 @@ def set_octets(oid, *values):
             for value in values]
 
 
-# what is asked: its messages, in turn
+# workload: its messages, in turn
 WORKLOADS = {
     "identity": get(OID["modelName"]),
     "last command": get(OID["positionPan"]),
@@ -36,7 +36,7 @@ BUILT_IN = get(SYS_NAME)
 WALKS = {"walk": 0, "bulk walk": 25}  # repetitions of a GETBULK; 0: GETNEXT
 BARE_CALLS = ("temperature", "input", "count", "pan")
 NO_SERVICE = ("identity", "last command", "constant")
-# the bare calls that are behind a live request
+# the bare calls behind a live request
 BEHIND = {"temperature": ("temperature",), "input": ("input",), "cell": ("count", "input"), "move": ("pan",)}
 
 

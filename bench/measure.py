@@ -1,8 +1,8 @@
 """Measures the module, its limits and its peers, all on this machine and in one go; writes the figures to a JSON file.
 
-The contestants run side by side, all but the one that is asked idle, and take turns: every round asks each of them
-everything once, in another order. So a machine that is slow for a while is slow for all of them. See report.py for what
-becomes of the figures.
+The contestants run side by side, and only the measured one has work. They take turns: every round measures each of them
+once with every workload, in another order. So a machine that is slow for a while is slow for all of them. report.py
+writes the page from the figures.
 """
 
 import argparse
@@ -112,7 +112,8 @@ class Measurement:
                 for name, port in self.agents()}
 
     def calls_of(self, name, port, workload):
-        """The median of a few tries: after a call's timeout on a busy machine, the agent may skip the next call."""
+        """The median of a few tries: on a busy machine a call may time out, and the agent may then skip the next
+        one."""
         counts = []
         for _ in range(3):
             with ManagerOf(self.desk) as manager:
@@ -145,8 +146,8 @@ class Measurement:
         return jobs
 
     def close_ups(self):
-        """The module and its limits once more, right after each other and over and over, so that their ratios hold on a
-        machine whose speed changes: a list of {what: rate and median}, by the number in flight."""
+        """Measures the module and its limits once more, alternately and often, so that their ratios hold on a machine
+        whose speed changes. A list of {what: rate and median}, by the number in flight."""
         seconds, results, pids = self.options.seconds / 2, {}, module_pids(self.desk)
         for _ in range(self.options.rounds * 2):
             for in_flight in LOADS:
@@ -204,7 +205,7 @@ class Measurement:
                 half = rows // 2
                 self.desk.domectl("banks", "alarm", f"BNK1={half}", f"BNK2={rows - half}")
                 for walk, repetitions in WALKS.items():
-                    walk_of(self.desk.port, ALARM_TABLE, repetitions, 0)  # has the table rebuilt
+                    walk_of(self.desk.port, ALARM_TABLE, repetitions, 0)  # the first walk rebuilds the table
                     done = walk_of(self.desk.port, ALARM_TABLE, repetitions, self.options.seconds)
                     assert done["objects"] == 3 * rows, done
                     figures.setdefault(walk, {}).setdefault(str(rows), []).append(statistics.median(done["walks"]))
@@ -241,7 +242,7 @@ class Measurement:
             self.say(name.replace("_", " "))
             try:
                 self.results[name] = part(options)
-            except Exception as reason:  # the other parts are worth having
+            except Exception as reason:  # keeps the figures of the other parts
                 self.say(f"not measured: {reason}")
                 self.results["failed"][name] = f"{type(reason).__name__}: {reason}"
 
@@ -257,7 +258,7 @@ KINDS = {
 
 
 def as_text(results):
-    """JSON with a line for each part, and for each entry of a list: short, and a change shows where it is."""
+    """JSON with a line for each part and for each entry of a list, so that a diff is readable."""
     def part(value):
         if not isinstance(value, list):
             return json.dumps(value)
@@ -277,7 +278,7 @@ def main():
         if name != "rounds" or rounds is None:
             setattr(options, name, value)
     options.start, options.trap_rate = time.monotonic(), 10000
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended by a signal"))  # with everything that was started
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended by a signal"))  # this also ends everything that was started
     measurement = Measurement(options)
     try:
         measurement.run()

@@ -1,7 +1,6 @@
 """Writes docs/performance.md and its plots from a results file of measure.py: report.py RESULTS MARKDOWN
 
-Every figure on the page comes from the file. The prose around them says what was asked and how, and holds whatever the
-figures are.
+Every figure on the page comes from the file. The prose describes the measurements and is valid for any figures.
 """
 
 import json
@@ -80,7 +79,7 @@ class Results:
         return [turn[calls]["p50"] - turn["echo"]["p50"] for turn in self.close_up(1)]
 
     def slower_than(self):
-        """Where a peer is ahead of the module: (workload, in flight, peer, the module's rate over the peer's)."""
+        """The loads at which a peer is faster: (workload, in flight, peer, the module's rate over the peer's)."""
         found = []
         for workload in self.workloads():
             for in_flight in LOADS:
@@ -147,7 +146,7 @@ def log_goal(results):
 
 
 def goals(results):
-    """(what, the goal, what was measured, whether it is met); those of a part that failed are left out."""
+    """(what, goal, measured, True when it is met); goals of a part that failed are left out."""
     rows = []
     for part, goals_of in (("close_ups", no_service_goal), ("close_ups", live_goals), ("series", peers_goal),
                            ("table", table_goal), ("traps", traps_goal), ("start_and_memory", start_and_memory_goals),
@@ -157,7 +156,7 @@ def goals(results):
     return rows
 
 
-# What is said where a goal is missed. No figures here: those stand in the tables.
+# The text for each missed goal. It has no figures, which are in the tables.
 REMARKS = {
     "GETs that need no service":
         "The module's own handler is one of several that the agent calls for a request; what it executes "

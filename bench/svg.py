@@ -66,12 +66,12 @@ def bars(title, unit, groups, names):
     ticks = _decades(min(values), max(values))
     scale = (picture.width - left - right) / (math.log10(ticks[-1]) - math.log10(ticks[0]))
 
-    def place(value):
+    def x_of(value):
         return left + (math.log10(max(value, ticks[0])) - math.log10(ticks[0])) * scale
 
     for tick in ticks:
-        picture.line(place(tick), 64, place(tick), height - 30)
-        picture.text(place(tick), height - 14, short(tick), anchor="middle", colour="#555")
+        picture.line(x_of(tick), 64, x_of(tick), height - 30)
+        picture.text(x_of(tick), height - 14, short(tick), anchor="middle", colour="#555")
     picture.text(12, height - 14, unit, colour="#555")
     y = 72.0
     for label, group in groups:
@@ -79,16 +79,16 @@ def bars(title, unit, groups, names):
         for one, colour in zip(group, COLOURS):
             if one:
                 value, low, high = one
-                picture.box(left, y + 1, place(value) - left, bar - 2, colour)
-                picture.line(place(low), y + bar / 2, place(high), y + bar / 2, "#000")
-                picture.text(max(place(value), place(high)) + 4, y + bar - 3, short(value), size=10)
+                picture.box(left, y + 1, x_of(value) - left, bar - 2, colour)
+                picture.line(x_of(low), y + bar / 2, x_of(high), y + bar / 2, "#000")
+                picture.text(max(x_of(value), x_of(high)) + 4, y + bar - 3, short(value), size=10)
             y += bar
         y += gap
     return picture.written()
 
 
 def lines(title, unit, labels, series):
-    """Lines over labelled places, logarithmic in height. `series`: [(name, [value or None])]."""
+    """Lines over labelled points of the x axis, with a logarithmic y axis. `series`: [(name, [value or None])]."""
     left, top, bottom = 70, 70, 40
     picture = Picture(900, 420, title)
     _legend(picture, [name for name, _ in series], 48)

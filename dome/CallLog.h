@@ -14,7 +14,7 @@ public:
     static constexpr std::size_t kMaxCalls = 20000;
     static constexpr std::size_t kMaxBytes = 2 * 1024 * 1024;
 
-    /// `service` is the short name ("pan"); `treatment` how the call was treated.
+    /// `service` is the short name ("pan"); `treatment` is what the camera did with the call.
     void Add(const std::string& service, const tavos::msgbus::ReceivedCall& call, tavos::msgbus::Treatment treatment);
 
     /// One JSON object a line: service, call, args, outcome ("ok", "fail" or "hang").

@@ -27,7 +27,9 @@ public:
         for (const auto& [key, value] : table) {
             const auto same = [&key = key](const char* known) { return key.str() == known; };
             if (std::none_of(keys.begin(), keys.end(), same)) {
-                Refuse(key.source(), Full(std::string(key.str())), "is not known");
+                std::string known;
+                for (const char* const one : keys) known += (known.empty() ? "" : ", ") + std::string(one);
+                Refuse(key.source(), Full(std::string(key.str())), "is not known; the known keys are " + known);
             }
         }
     }
@@ -54,7 +56,7 @@ public:
     void Read(const char* key, std::string& target) const {
         const toml::node* node = _table.get(key);
         if (!node) return;
-        if (!node->is_string()) Refuse(*node, key, "must be a text");
+        if (!node->is_string()) Refuse(*node, key, "must be a string");
         target = *node->value<std::string>();
     }
 
@@ -67,7 +69,7 @@ public:
         const toml::node* node = _table.get(key);
         if (!node) return;
         const toml::array* array = node->as_array();
-        if (!array || array->empty()) Refuse(*node, key, "must be a list of whole numbers, not an empty one");
+        if (!array || array->empty()) Refuse(*node, key, "must be a non-empty list of whole numbers");
         target.clear();
         for (const toml::node& element : *array) target.push_back(static_cast<int>(WholeOf(element, key, min, max)));
     }
@@ -144,11 +146,11 @@ private:
 };
 
 toml::table Parsed(const std::string& file) {
-    // The open of a FIFO would wait for a writer, without a deadline.
+    // Opening a FIFO would wait for a writer, without a deadline.
     std::error_code ignored;
     const auto kind = std::filesystem::status(file, ignored);
     if (std::filesystem::is_directory(kind)) throw Exception("%s:0: is a folder", file.c_str());
-    if (std::filesystem::is_other(kind)) throw Exception("%s:0: is no regular file", file.c_str());
+    if (std::filesystem::is_other(kind)) throw Exception("%s:0: is not a regular file", file.c_str());
     try {
         return toml::parse_file(file);
     } catch (const toml::parse_error& error) {
@@ -160,13 +162,13 @@ toml::table Parsed(const std::string& file) {
 
 void ReadSpeeds(const Table& table, CameraProperties::Positioner& positioner) {
     table.Read("speed", positioner.speed, 0.1, 1000, kThousand);
-    table.Read("own_speed", positioner.defaultSpeed, 0.01, 1);
+    table.Read("default_speed", positioner.defaultSpeed, 0.01, 1);
     table.Read("accelerating", positioner.accelerating, 0.01, 60);
 }
 
 void ReadHead(const Table& root, CameraProperties& camera) {
-    ReadSpeeds(root.Inner("pan", {"speed", "own_speed", "accelerating"}), camera.pan);
-    const Table tilt = root.Inner("tilt", {"minimum", "maximum", "speed", "own_speed", "accelerating"});
+    ReadSpeeds(root.Inner("pan", {"speed", "default_speed", "accelerating"}), camera.pan);
+    const Table tilt = root.Inner("tilt", {"minimum", "maximum", "speed", "default_speed", "accelerating"});
     ReadSpeeds(tilt, camera.tilt);
     tilt.Read("minimum", camera.tilt.minimum, -90, 90, kThousand);
     tilt.Read("maximum", camera.tilt.maximum, -90, 90, kThousand);

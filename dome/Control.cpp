@@ -18,7 +18,7 @@ namespace {
 
 using tavos::osa::Exception;
 using Words = std::vector<std::string>;
-using Json = nlohmann::ordered_json;  // banks have an order
+using Json = nlohmann::ordered_json;  // keeps the order of the banks
 
 constexpr int kEventsAtOnce = 40;
 
@@ -304,7 +304,7 @@ std::uint64_t Control::AddEvents(const Words& arguments) {
     Words values = arguments;
     int count = 1;
     if (values.size() >= 2 && values[values.size() - 2] == "--count") {
-        count = ParseWithin("--count", values.back(), 1, EventRows::kMaxWaiting);
+        count = ParseWithin("--count", values.back(), 1, EventQueue::kMaxWaiting);
         values.resize(values.size() - 2);
     }
     if (values.empty()) throw Exception("event: wrong number of values (0)");

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "CallLog.h"
-#include "EventRows.h"
+#include "EventQueue.h"
 #include "Faults.h"
 #include "ModelClock.h"
 #include "dome/services/Services.h"
@@ -57,7 +57,7 @@ private:
     Services& _services;
     CallLog& _calls;
     Faults& _faults;
-    EventRows _events;
+    EventQueue _events;
 };
 
 }  // namespace dome

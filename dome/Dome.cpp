@@ -9,13 +9,13 @@ namespace {
 using tavos::msgbus::ReceivedCall;
 using tavos::msgbus::Treatment;
 
-// Milliseconds. The first is a tick of the model's clock. The idle time is also the max delay of a signal that arrives
-// just before the host waits.
+// Milliseconds. The busy wait is one tick of the model's clock. The idle wait is also the max delay of a signal that
+// arrives just before the host waits.
 constexpr int kTickWhileMoving = 20;
 constexpr int kIdle = 200;
 
-// The bus carries about 100000 events a second, in one queue with the answers. Events emitted faster than that would
-// delay the answers to service calls.
+// The bus carries about 100000 events a second, in the same queue as the answers. Events emitted faster would delay the
+// answers to service calls.
 constexpr std::chrono::milliseconds kEventsEvery{2};
 
 std::vector<std::string> ShortNames(const std::vector<Services::Name>& names) {

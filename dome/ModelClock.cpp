@@ -22,7 +22,7 @@ void ModelClock::SetRate(double rate) {
 }
 
 void ModelClock::Advance(double seconds) {
-    // A number of whole ticks with a rounding error must not end in an almost empty tick.
+    // A rounding error in a number of whole ticks must not add an almost empty tick.
     const auto ticks = static_cast<long>(seconds / kTick + 1e-9);
     for (long i = 0; i < ticks; ++i) _camera.Tick(kTick);
     const double rest = seconds - static_cast<double>(ticks) * kTick;

@@ -4,8 +4,8 @@ namespace dome {
 
 struct Camera;
 
-/// The camera's time, which a user may stop, step and stretch. Pass takes real time; the camera gets it in ticks, so
-/// that its motion does not depend on how often the process calls Pass.
+/// The camera's clock, which a user can pause, step and run at another rate. Pass takes real time. The camera gets it
+/// in ticks, so that its motion does not depend on how often the process calls Pass.
 class ModelClock {
 public:
     static constexpr double kTick = 0.02;  ///< seconds, the max tick
@@ -13,7 +13,7 @@ public:
     static constexpr double kMaxRate = 100;
     static constexpr double kMaxStep = 3600;  ///< seconds
 
-    /// Runs, at rate 1. The camera must outlive the clock.
+    /// Starts running at rate 1. The camera must outlive the clock.
     explicit ModelClock(Camera& camera) : _camera(camera) {}
 
     /// Advances the camera by that many real seconds times the rate; not at all while it is paused.
@@ -22,8 +22,8 @@ public:
     void Pause() { _running = false; }
     void Run() { _running = true; }
 
-    /// Advances the camera by exactly that many seconds at once, in ticks of kTick and a shorter last one, paused or
-    /// not, at any rate. Throws std::out_of_range unless it is above 0 and at most kMaxStep.
+    /// Advances the camera by exactly that many seconds at once, in ticks of kTick and a shorter last one. The pause
+    /// and the rate have no effect on it. Throws std::out_of_range unless it is above 0 and at most kMaxStep.
     void Step(double seconds);
 
     /// Throws std::out_of_range outside kMinRate to kMaxRate.

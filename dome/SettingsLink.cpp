@@ -56,14 +56,14 @@ SettingsLink::SettingsLink(Camera& camera, std::string store, bool keepPosition)
 
 SettingsLink::Stamp SettingsLink::Look() const {
     Stamp stamp;
-    std::error_code error;  // the log lies beside the file that symbolic links lead to
+    std::error_code error;  // the log is beside the target of symbolic links
     const std::string store = std::filesystem::canonical(_store, error).string();
     struct stat status {};
     if (error || stat(store.c_str(), &status) != 0) return stamp;
     stamp.exists = true;
     stamp.size = status.st_size;
     stamp.time = Nanoseconds(status.st_mtim);
-    // A reader may leave an empty log behind; that is no change.
+    // A reader may leave an empty log, which is not a change.
     if (stat((store + "-wal").c_str(), &status) == 0 && status.st_size > 0) {
         stamp.logSize = status.st_size;
         stamp.logTime = Nanoseconds(status.st_mtim);
@@ -81,7 +81,7 @@ void SettingsLink::Restore() {
             RestoreRelays(kept.GetValue(kSection, kRelays));
             if (_keepPosition) RestoreLensAndHead(kept.GetValue(kSection, kPositions));
         } catch (const Exception&) {
-            _seen = Stamp();  // already logged; Work retries at its next look
+            _seen = Stamp();  // already logged; Work retries at its next check
         }
     }
     _kept = Picture();
@@ -116,7 +116,7 @@ void SettingsLink::KeepRelays() {
 
 void SettingsLink::Follow() {
     const std::string mode = _settings.GetValue("[Imaging/Focus]Mode");
-    if (mode == _focusMode) return;  // a later change by a service stays
+    if (mode == _focusMode) return;  // keeps a later change by a service
     _focusMode = mode;
     const bool isAuto = mode != "Manual";
     if (isAuto != _camera.focus.IsAuto()) _camera.focus.SetAuto(isAuto);

@@ -11,7 +11,7 @@ namespace dome {
 struct Camera;
 
 /// Connects the camera with the settings store: the auto focus follows "[Imaging/Focus]Mode", and "[Dome/State]" keeps
-/// the camera's state over a restart. Without a store nothing is followed or kept.
+/// the camera's state over a restart. Without a store it does neither.
 class SettingsLink {
 public:
     using Clock = std::chrono::steady_clock;
@@ -30,14 +30,14 @@ public:
     /// relays. The camera must outlive this.
     SettingsLink(Camera& camera, std::string store, bool keepPosition);
 
-    /// Restores the camera's state; call it before the camera is served. Skips whatever no longer fits, such as a relay
-    /// that is gone or a malformed text.
+    /// Restores the camera's state; call it before the camera is served. Skips values that no longer fit, such as the
+    /// state of a relay that is gone, or malformed text.
     void Restore();
 
     /// Call it when relays have changed, before the change is acknowledged: then the change survives a kill of the
-    /// camera. Usually takes a fraction of a millisecond, some milliseconds when it waits for the disk, and up to a
-    /// tenth of a second while another process is storing. After a failure it does nothing for a second; Work then
-    /// stores the relays.
+    /// camera. Usually takes less than a millisecond, some milliseconds when it waits for the disk, and up to a tenth
+    /// of a second while another process is storing. After a failure it does nothing for a second; Work then stores the
+    /// relays.
     void KeepRelays();
 
     /// Call it repeatedly. At most once a second it checks whether the store's files have changed, and reads the store

@@ -1,4 +1,4 @@
-// The identity command: prints who this camera is, as the settings store has it.
+// The identity command: prints this camera's identity from the settings store.
 
 #include <cstdio>
 #include <exception>
@@ -16,7 +16,7 @@ using tavos::settings::TavosSettingsClient;
 std::string Get(const TavosSettingsClient& settings, const char* name) {
     const std::string key = std::string("[Device/ReadOnly]") + name;
     const std::string value = settings.GetValue(key);
-    if (value.empty()) throw Exception("the settings have no %s", key.c_str());
+    if (value.empty()) throw Exception("the settings store has no %s; set it with tavos-settings", key.c_str());
     return value;
 }
 
@@ -32,7 +32,7 @@ std::string Identity(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    tavos::core::Logger::ClearAppenders();  // standard output is for the answer
+    tavos::core::Logger::ClearAppenders();  // only the answer may go to standard output
     try {
         const std::string identity = Identity(argc, argv);
         std::printf("%s\n", identity.c_str());

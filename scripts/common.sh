@@ -7,19 +7,19 @@ fail() {
     exit "${2:-1}"
 }
 
-# Fails for a path that exists and is no regular file: opening a FIFO may block without a deadline. A link to a file is
-# fine.
+# Fails for a path that exists and is not a regular file: opening a FIFO may block without a deadline. A link to a
+# regular file is allowed.
 check_files() {
     local file
     for file; do
-        [[ ! -e $file || -f $file ]] || fail "$file is no regular file; remove it and start again"
+        [[ ! -e $file || -f $file ]] || fail "$file is not a regular file; remove it and start again"
     done
 }
 
 check_folders() {
     local folder
     for folder; do
-        [[ ! -e $folder || -d $folder ]] || fail "$folder is no folder; remove it and start again"
+        [[ ! -e $folder || -d $folder ]] || fail "$folder is not a folder; remove it and start again"
     done
 }
 
@@ -30,15 +30,15 @@ attempt() {
     reason=$("$@" 2>&1) || fail "$what: ${reason##*: }"
 }
 
-# Fails for a name that cannot be a camera's folder. The name is used in a bus address, an XML file and the agent's
-# configuration, where different characters end a name. A unix socket's address has at most 108 bytes, and the bus
-# daemon accepts at most 99.
+# Fails for a name that is unfit for a camera's folder. The name appears in a bus address, an XML file and the agent's
+# configuration, each with other special characters. A unix socket's address has at most 108 bytes, and the bus daemon
+# accepts at most 99.
 check_folder_name() {
     local socket folder
     folder=$(realpath -m "$1")
     socket=$folder/bus.sock
     [[ $1 =~ $plain_name && $folder =~ $plain_name ]] ||
-        fail "a folder's name may hold letters, digits and _ . / - only: $folder"
+        fail "a folder's name may contain only letters, digits and _ . / -: $folder"
     ((${#socket} <= 99)) ||
         fail "the state folder's name is too long for the bus's socket (${#socket} of 99 bytes): $socket"
 }
@@ -51,7 +51,7 @@ own_folder() {
     local folder=$1 mark=$2 what=$3
     # shellcheck disable=SC2010,SC2143  # any name except these two; grep -q would end ls early, by a signal
     if [[ -d $folder && ! -e $folder/$mark && $(ls -A "$folder" | grep -vx -e lock -e "$mark.new") ]]; then
-        fail "$folder is not empty and is no $what"
+        fail "$folder is not empty and is not a $what"
     fi
     attempt "cannot make the $what $folder" mkdir -p "$folder"
     attempt "cannot make the $what $folder private" chmod 700 "$folder"
@@ -79,7 +79,7 @@ write_new() {
 # Installs the missing packages of the named groups. When none is missing, apt is not called.
 install_packages() {
     local group name packages=() missing=() as_root=()
-    command -v dpkg-query >/dev/null || fail "this needs Debian 12 (there is no dpkg-query here)"
+    command -v dpkg-query >/dev/null || fail "this requires Debian 12 (dpkg-query is missing)"
     while read -r group name; do
         [[ " $* " == *" $group "* ]] && packages+=("$name")
     done <"$root/scripts/packages.txt"
@@ -96,15 +96,15 @@ install_packages() {
         >/dev/null || fail "apt-get could not install ${missing[*]}"
 }
 
-# The names of the installed packages, and of the packages that these provide (an npm other than Debian's, for example).
+# The names of the installed packages and of the packages that they provide (for example an npm other than Debian's).
 installed_packages() {
     # shellcheck disable=SC2016  # dpkg-query's own placeholders
     dpkg-query -W -f '${db:Status-Status} ${Package}, ${Provides}\n' | sed -n 's/^installed //p' |
         sed 's/([^)]*)//g' | tr -s ', ' '\n' | sed '/^$/d' | sort -u
 }
 
-# True for a build folder that was copied or moved here with its checkout. Its rules would build the sources of the
-# other folder, in that folder.
+# True for a build folder that was copied or moved here with its checkout. Its rules would still build the other
+# folder's sources, in the other folder.
 is_of_another_folder() {
     local home
     home=$(sed -n 's/^CMAKE_HOME_DIRECTORY:INTERNAL=//p' "$1/CMakeCache.txt" 2>/dev/null)
@@ -113,7 +113,7 @@ is_of_another_folder() {
 }
 
 # Configures and builds a preset; further arguments go to the build. The first build, a long one, shows its progress.
-# Two commands started at once in one checkout take turns.
+# Two commands that are started at once in one checkout run one after the other.
 build_preset() {
     local preset=$1 launcher=() progress=(-- --quiet)
     local -x CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 # lets checkouts in different folders share results

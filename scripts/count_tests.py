@@ -1,7 +1,7 @@
 """Adds up test reports: python3 count_tests.py REPORT.xml... prints "PASSED FAILED SKIPPED".
 
-A report is JUnit XML of ctest or pytest. When a ctest test is a whole GoogleTest program, the program's own test cases
-are counted instead. A report that is missing or has no test counts as one failure.
+A report is JUnit XML of ctest or pytest. For a ctest test that is a whole GoogleTest program it counts the program's
+test cases. A report that is missing or has no test counts as one failure.
 """
 
 import re

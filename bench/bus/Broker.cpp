@@ -81,7 +81,7 @@ void AddListener(sd_bus* bus, int listening) {
     const MessagePtr call(made);
     Check(sd_bus_message_append(made, "oh", kListener, listening), "AddListener");
     AppendEverything(made);
-    Check(sd_bus_call(bus, made, 0, nullptr, nullptr), "the broker takes no listener");
+    Check(sd_bus_call(bus, made, 0, nullptr, nullptr), "the broker refuses the listening socket");
 }
 
 }  // namespace

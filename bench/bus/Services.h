@@ -8,8 +8,8 @@ namespace bench {
 /// at almost no cost, until the process is ended. Prints "ready".
 [[noreturn]] void ServeOnBus(const std::string& address);
 
-/// The same without a bus: each client that connects to the socket talks to this process alone, which also answers a
-/// client's calls to the bus (its name, match rules).
+/// The same without a bus: each client connects directly to this process, which also answers the client's calls to the
+/// bus (its name, match rules).
 [[noreturn]] void ServePeers(const std::string& socketPath);
 
 }  // namespace bench

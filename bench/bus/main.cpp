@@ -1,5 +1,5 @@
-// bench-bus: the time of a call over the message bus without this project's code, and over D-Bus's alternatives:
-// another broker, no broker, a reused message.
+// bench-bus: the time of a call over the message bus without this project's code, and of alternatives: another broker,
+// no broker, a reused message.
 
 #include <array>
 #include <chrono>
@@ -54,7 +54,7 @@ MessagePtr NewCall(sd_bus* bus, const std::string& what) {
         begin("org.tavos.Pan1", "/org/tavos/Pan1", "SetPositionAtSpeed");
         Check(sd_bus_message_append(made, "idi", 90000, 0.5, 300), "arguments");
     } else {
-        throw std::runtime_error("there is no call " + what);
+        throw std::runtime_error("unknown call " + what);
     }
     return MessagePtr(made);
 }

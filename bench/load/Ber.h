@@ -37,7 +37,7 @@ bool TakeBinding(std::string_view& bindings, std::string_view& name, Element& va
 /// True for noSuchObject, noSuchInstance and endOfMibView.
 bool IsException(const Element& value);
 
-/// An element, length and all.
+/// A whole element: tag, length and content.
 std::string Encoded(std::uint8_t tag, std::string_view content);
 
 /// A GETNEXT (repetitions 0) or GETBULK of one name, whose octets are as in a message.

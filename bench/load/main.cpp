@@ -142,7 +142,7 @@ public:
 private:
     struct Message {
         std::string octets;
-        std::size_t idPlace = 0;
+        std::size_t idOffset = 0;
     };
 
     struct Slot {
@@ -154,16 +154,17 @@ private:
     void AddMessage(const std::string& octets) {
         // The placeholder id of every message, as an INTEGER of four octets.
         const std::string id("\x02\x04\x40\x00\x00\x00", 6);
-        const std::size_t place = octets.find(id);
-        if (place == std::string::npos) throw std::runtime_error("a message has no request id 0x40000000");
-        _messages.push_back({octets, place + 2});
+        const std::size_t offset = octets.find(id);
+        if (offset == std::string::npos) throw std::runtime_error("a message has no request id 0x40000000");
+        _messages.push_back({octets, offset + 2});
     }
 
     void Ask(unsigned slot) {
         Message& message = _messages[_next++ % _messages.size()];
         Slot& it = _slots[slot];
         it.id = kFirstId | (++_count << kSlotBits & (kFirstId - 1)) | slot;
-        for (unsigned i = 0; i < 4; ++i) message.octets[message.idPlace + i] = static_cast<char>(it.id >> (24 - 8 * i));
+        for (unsigned i = 0; i < 4; ++i)
+            message.octets[message.idOffset + i] = static_cast<char>(it.id >> (24 - 8 * i));
         it.sent = Clock::now();
         it.waiting = true;
         _out.Set(_queued++, message.octets);
@@ -174,13 +175,13 @@ private:
         _queued = 0;
     }
 
-    /// The id of the request that a datagram answers, 0 when it is no answer.
+    /// The id of the request that a datagram answers; 0 for any other datagram.
     std::uint32_t Answered(std::string_view datagram) {
         if (_isEcho) {
-            const std::size_t place = _messages[0].idPlace;
+            const std::size_t offset = _messages[0].idOffset;
             if (datagram.size() != _messages[0].octets.size()) return 0;
             std::uint32_t id = 0;
-            for (unsigned i = 0; i < 4; ++i) id = id << 8 | static_cast<std::uint8_t>(datagram[place + i]);
+            for (unsigned i = 0; i < 4; ++i) id = id << 8 | static_cast<std::uint8_t>(datagram[offset + i]);
             return id;
         }
         bench::Message answer;
@@ -226,7 +227,7 @@ private:
         Flush();
     }
 
-    /// Receives the rest, which would disturb the next measurement.
+    /// Receives late answers, which would disturb the next measurement.
     void Drain() {
         const auto waiting = [this] {
             for (const Slot& slot : _slots) {

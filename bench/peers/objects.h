@@ -5,8 +5,8 @@
    The file has one object a line, in the order of a walk, the fields separated by tabs:
      OID  i|g|s  VALUE  CALLS  RESULT  SET
    VALUE is a number, or the octets in hexadecimal. CALLS is "-" or calls separated by semicolons, each "SERVICE MEMBER
-   ARGUMENT..." with arguments s:TEXT and i:NUMBER. RESULT says what becomes of the last call's answer: "number" is the
-   value, "bit:N" is that bit of the one octet, "keep" is nothing. SET is "-", "position" or "control". */
+   ARGUMENT..." with arguments s:TEXT and i:NUMBER. RESULT says how the last call's answer changes the value:
+   "number" replaces it, "bit:N" makes it the octet N or 0, "keep" leaves it. SET is "-", "position" or "control". */
 
 #include <stddef.h>
 

@@ -23,7 +23,7 @@ while (my $line = <$file>) {
 }
 close $file;
 
-# A name as a text that sorts as the name does.
+# A text that sorts like the name.
 sub key { return pack('N*', split(/\./, substr($_[0], 1))); }
 
 sub call {

@@ -1,5 +1,5 @@
-// bench-traps: how fast events become traps. Replaces the camera's temperature service on the bus, emits changes whose
-// readings count up, receives the traps, and prints the results as JSON.
+// bench-traps: measures how fast events become traps. Replaces the camera's temperature service on the bus, emits
+// changes whose readings count up, receives the traps, and prints the results as JSON.
 
 #include <poll.h>
 
@@ -128,7 +128,7 @@ void Run(const bench::Options& options) {
     }
     const double emitting = emitted.empty() ? 0 : Seconds(emitted.back() - start);
     std::printf(
-        "{\"events\":%zu,\"traps\":%zu,\"disordered\":%zu,\"strange\":%zu,\"telling_seconds\":%.6f,\"seconds\":%.6f,"
+        "{\"events\":%zu,\"traps\":%zu,\"disordered\":%zu,\"strange\":%zu,\"emitting_seconds\":%.6f,\"seconds\":%.6f,"
         "\"histogram\":",
         emitted.size(), sink.received, sink.disordered, sink.strange, emitting, Seconds(last - start));
     times.Print(stdout);

@@ -10,15 +10,15 @@
 
 namespace dome::console {
 
-/// Asks the SNMP agent on a UDP port of this machine once a second whether it answers: an SNMPv2c GET of sysUpTime.0
-/// with the community "public" (RFC 3416), which the agent answers without a call to the camera. Nothing here blocks.
-/// All members run on the thread of `io`.
+/// Probes the SNMP agent on a UDP port of this machine once a second. The probe is an SNMPv2c GET of sysUpTime.0 with
+/// the community "public" (RFC 3416); the agent answers it without a call to the camera. Nothing here blocks. All
+/// members run on the thread of `io`.
 class AgentProbe {
 public:
     /// `report` gets each outcome: true for an answer; false when the port is closed, or after two seconds of silence.
     AgentProbe(boost::asio::io_context& io, std::uint16_t port, std::function<void(bool answers)> report);
 
-    /// Asks at once, and once a second from then on; `report` is not called before this returns.
+    /// Probes at once and then once a second; `report` is not called before this returns.
     void Start();
 
     /// `report` is no longer called until the next Start. The socket is closed.

@@ -27,10 +27,10 @@ constexpr std::size_t kMaxBuffer = Connection::kMaxBody + 2 * kMaxHeader;
 constexpr std::size_t kMaxDrained = 1024 * 1024;
 constexpr std::size_t kChunk = 32 * 1024;   // octets of activities in one chunk
 constexpr std::uint64_t kFirstLines = 200;  // activities that a new stream gets at first
-constexpr int kSendBuffer = 32 * 1024;      // max octets that a stopped reader keeps
+constexpr int kSendBuffer = 32 * 1024;      // octets; the max that the system buffers for a reader that has stopped
 constexpr std::string_view kJsonType = "application/json";
 constexpr std::string_view kStreamType = "text/event-stream";
-// Only the page's own files; no framing, no requests elsewhere.
+// The page may load only its own files, and no other page may frame it.
 constexpr const char* kPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; connect-src 'self'; "
     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
@@ -146,7 +146,7 @@ bool Hub::AddStream(Connection& connection) {
 
 void Hub::AppendActivities(std::uint64_t& cursor, std::string& events) const {
     if (_lines.empty() || cursor >= _lines.back().number) return;
-    // The numbers are consecutive.
+    // The lines' numbers are consecutive.
     const std::uint64_t first = _lines.front().number;
     for (std::size_t i = cursor < first ? 0 : cursor - first + 1; i < _lines.size(); ++i) {
         if (events.size() > kChunk) return;
@@ -164,7 +164,7 @@ void Hub::Refresh() {
 }
 
 void Hub::PumpAll(bool keepAlive) {
-    const std::unordered_set<Connection*> streams = _streams;  // a stream that fails leaves the set
+    const std::unordered_set<Connection*> streams = _streams;  // a stream that fails removes itself from the set
     for (Connection* stream : streams) stream->Pump(keepAlive);
 }
 
@@ -176,7 +176,7 @@ void Hub::NoteAgent(bool answers) {
 
 void Hub::FetchActivities() {
     for (const Activity& activity : handover.ActivitiesAfter(_lines.empty() ? 0 : _lines.back().number)) {
-        // The numbers must stay consecutive, so a gap drops the older lines.
+        // The lines' numbers must stay consecutive, so after a gap the older lines are dropped.
         if (!_lines.empty() && activity.number != _lines.back().number + 1) _lines.clear();
         _lines.push_back({activity.number, Event("activity", Dump(ToJson(activity)))});
     }
@@ -216,7 +216,7 @@ void Connection::OnRead(beast::error_code error) {
     } else if (error == http::error::header_limit || error == http::error::buffer_overflow) {
         SendError(431, "the header is larger than 8 KiB");
     } else if (IsHttpError(error) && error != http::error::end_of_stream && error != http::error::partial_message) {
-        SendError(400, "not a request");
+        SendError(400, "malformed HTTP request");
     } else {
         Close();
     }
@@ -236,34 +236,35 @@ void Connection::Dispatch() {
         if (isAllowed) {
             DispatchApi(path);
         } else {
-            SendError(405, "not with this method", route->method == Method::kGet ? "GET, HEAD" : "POST");
+            SendError(405, "method not allowed", route->method == Method::kGet ? "GET, HEAD" : "POST");
         }
     } else if (const PageFile* const file = FindPageFile(path)) {
         if (isRead) {
             Send(200, file->type, std::string(file->content));
         } else {
-            SendError(405, "not with this method", "GET, HEAD");
+            SendError(405, "method not allowed", "GET, HEAD");
         }
     } else {
-        SendError(404, "there is nothing here");
+        SendError(404, "no such path");
     }
 }
 
-/// The refusal of a request for its headers alone, if there is one.
+/// The answer to a request whose headers alone are reason to refuse it.
 std::optional<Reply> Connection::Objection(std::string_view path) const {
     const auto& request = _parser->get();
     const auto refuse = [](unsigned status, const char* reason) { return Reply{status, Dump({{"error", reason}})}; };
     const std::string_view host = View(request[http::field::host]);
     if (request.count(http::field::host) != 1 || !_hub.guard.IsOwnHost(host)) {
-        return refuse(403, "this console does not go by that name");
+        return refuse(403, "the Host header does not name this console");
     }
     if (request.count(http::field::origin) > 1 || !IsOwnOrigin(View(request[http::field::origin]), host)) {
-        return refuse(403, "not from another page");
+        return refuse(403, "requests from other pages are refused");
     }
     const bool isApi = path.substr(0, 5) == "/api/";
-    if (isApi && !IsOwnSite(View(request["Sec-Fetch-Site"]))) return refuse(403, "not from another page");
+    if (isApi && !IsOwnSite(View(request["Sec-Fetch-Site"])))
+        return refuse(403, "requests from other pages are refused");
     if (request.method() == Verb::post && !IsJson(View(request[http::field::content_type]))) {
-        return refuse(415, "a POST is application/json");
+        return refuse(415, "a POST requires the Content-Type application/json");
     }
     return std::nullopt;
 }
@@ -287,7 +288,8 @@ void Connection::Ask(std::function<Reply()> work) {
             if (const auto self = weak.lock()) self->SendJson(reply);
         });
     };
-    if (!_hub.handover.Ask({std::move(work), finished})) SendError(503, "too many requests wait already");
+    if (!_hub.handover.Ask({std::move(work), finished}))
+        SendError(503, "too many requests are waiting; try again later");
 }
 
 void Connection::Post(const std::string& path) {
@@ -352,7 +354,7 @@ void Connection::OnSent(beast::error_code error) {
 void Connection::StartStream() {
     const bool isHead = _parser->get().method() == Verb::head;
     if (!isHead && !_hub.AddStream(*this)) {
-        SendError(503, "too many streams already");
+        SendError(503, "too many streams are open; close one and try again");
         return;
     }
     http::response<http::empty_body> header(http::status::ok, 11);

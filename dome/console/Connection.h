@@ -41,7 +41,7 @@ public:
     /// Appends the activities after number `cursor` as events, about 32 KiB at most, and advances `cursor`.
     void AppendActivities(std::uint64_t& cursor, std::string& events) const;
 
-    /// Fetches the new state and activities and sends them to the streams.
+    /// Fetches the new state and activities, and sends them to the streams.
     void Refresh();
 
     boost::asio::io_context io{1};
@@ -70,8 +70,8 @@ private:
     std::optional<AgentProbe> _probe;  // runs while there are streams
 };
 
-/// One browser's connection: requests one after the other, and after a GET of the stream only events. A stream has at
-/// most one chunk under way: a slow reader skips states, and is disconnected when a chunk takes too long.
+/// One browser's connection: one request after the other, and after a GET of the stream only events. A stream sends one
+/// chunk at a time: a slow reader misses states, and is disconnected when a chunk takes too long.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     static constexpr std::size_t kMaxBody = 64 * 1024;
@@ -81,7 +81,8 @@ public:
     /// Waits for a request.
     void Read();
 
-    /// Sends the news to the stream, unless a chunk is still under way; with `keepAlive` sends at least a comment.
+    /// Sends what is new to the stream, unless a chunk is still being sent. With `keepAlive` it sends a comment when
+    /// nothing is new.
     void Pump(bool keepAlive);
 
 private:

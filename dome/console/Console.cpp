@@ -39,7 +39,7 @@ Reply Refused(const char* reason) {
     return Answer({{"error", reason}}, 422);
 }
 
-// domectl's commands except those with answers of any length: a page has the state and the activities instead.
+// domectl's commands except those whose answers have no max length; a page has the state and the activities instead.
 bool IsControlWord(const std::string& word) {
     constexpr std::array<const char*, 5> kWords = {"set", "banks", "clock", "event", "fault"};
     return std::find(kWords.begin(), kWords.end(), word) != kWords.end();
@@ -48,17 +48,17 @@ bool IsControlWord(const std::string& word) {
 Words ToWords(const json& body) {
     const auto words = body.find("words");
     if (words == body.end() || !words->is_array() || words->empty() || words->size() > kMaxWords) {
-        throw Refusal{400, "\"words\" must be an array of 1 to 128 texts"};
+        throw Refusal{400, "\"words\" must be an array of 1 to 128 strings"};
     }
     for (const json& word : *words) {
-        if (!word.is_string()) throw Refusal{400, "\"words\" must be an array of texts"};
+        if (!word.is_string()) throw Refusal{400, "\"words\" must be an array of strings"};
     }
     return words->get<Words>();
 }
 
 std::string Text(const json& body, const char* key) {
     const auto value = body.find(key);
-    if (value == body.end() || !value->is_string()) throw Refusal{400, '"' + std::string(key) + "\" must be a text"};
+    if (value == body.end() || !value->is_string()) throw Refusal{400, '"' + std::string(key) + "\" must be a string"};
     return value->get<std::string>();
 }
 
@@ -68,7 +68,7 @@ json Arguments(const json& body) {
     const auto isPlain = [](const json& value) { return value.is_primitive(); };
     if (!arguments->is_array() || arguments->size() > kMaxCallArguments ||
         !std::all_of(arguments->begin(), arguments->end(), isPlain)) {
-        throw Refusal{400, "\"args\" must be an array of at most 8 plain values"};
+        throw Refusal{400, "\"args\" must be an array of at most 8 values that are not arrays or objects"};
     }
     return *arguments;
 }
@@ -114,7 +114,7 @@ void Console::Work() {
 
 void Console::Show() {
     if (!_handover.IsWatched()) {
-        if (!_shown.empty()) _handover.ClearState();  // the next watcher must not begin with an old state
+        if (!_shown.empty()) _handover.ClearState();  // the next watcher must not get an old state first
         _shown.clear();
         return;
     }
@@ -131,7 +131,7 @@ void Console::Show() {
     _hasNews = false;
 }
 
-// Runs on the console's thread, so it may use only the body.
+// Runs on the console's thread, so it must use nothing but the body.
 std::function<Reply()> Console::Prepare(const std::string& path, const json& body) {
     if (path == "/api/control") {
         Words words = ToWords(body);
@@ -156,7 +156,8 @@ Reply Console::Control(const Words& words) {
     }
 }
 
-// A fault affects the console's calls like those from the bus, but nobody waits: the answer names the fault.
+// A fault affects the console's calls like those from the bus, but the caller does not wait: the answer names the
+// fault.
 Reply Console::CallService(const std::string& service, const std::string& operation, const json& arguments) {
     const std::string fault = _camera.fault(service);
     const auto note = [&](const char* outcome) { Note("console", service, operation, Texts(arguments), outcome); };

@@ -55,10 +55,10 @@ public:
     /// The max time until the next Work, in milliseconds: `timeout` or less.
     int Timeout(int timeout) const;
 
-    /// Carries out the browsers' requests, and publishes the camera's state when a browser watches and it is time.
+    /// Carries out the browsers' requests, and publishes the camera's state at intervals while a browser watches.
     void Work();
 
-    /// Notes a call from the bus.
+    /// Records a call from the bus.
     void Heard(const std::string& service, const tavos::msgbus::ReceivedCall& call, tavos::msgbus::Treatment treatment);
 
 private:

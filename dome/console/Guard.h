@@ -5,8 +5,8 @@
 
 namespace dome::console {
 
-/// Checks by the headers that a request comes from this console's page or from a program. A foreign page can reach a
-/// console on loopback only under a foreign name (Host) or from a foreign origin.
+/// Checks the headers: a request must come from this console's page or from a program. A page from elsewhere can reach
+/// a console on loopback only with another host name (Host) or from another origin.
 class Guard {
 public:
     /// `address` is the one that the console listens on, as text.

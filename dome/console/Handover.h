@@ -18,7 +18,7 @@ struct Reply {
     std::string body;
 };
 
-/// Work that the console's thread asks of the camera's thread.
+/// Work that the console's thread gives to the camera's thread.
 struct Request {
     std::function<Reply()> work;          ///< on the camera's thread; throws nothing
     std::function<void(Reply)> finished;  ///< on the camera's thread as well; must not block
@@ -53,7 +53,7 @@ public:
     /// Readable while there is something for the camera's thread to do: requests, or the first watcher.
     int Descriptor() const { return _descriptor; }
 
-    /// False when too many requests wait already.
+    /// False when too many requests are waiting.
     bool Ask(Request request);
 
     /// The requests that wait, oldest first; makes the descriptor unreadable.

@@ -112,12 +112,12 @@ double Axis::WantedVelocity() const {
 
 bool Axis::Arrives(double distance, double step) const {
     if (_mode == Mode::kRest) return false;
-    // Above this speed it overshoots the target and comes back. Below, the last steps, of uneven length, may leave
-    // some speed, which it drops at once.
+    // Above this speed it overshoots the target and comes back. Below it, some speed may be left because the last steps
+    // are of uneven length; the axis drops that speed at once.
     if (std::fabs(_velocity) > 4 * _properties.acceleration * kMaxIntegrationStep) return false;
     const double travel = _velocity * step;
     if (travel * distance >= 0 && std::fabs(travel) >= std::fabs(distance)) return true;
-    // This near, ever shorter steps would only creep up to the target.
+    // This close, the steps would get shorter and shorter and never reach the target.
     return std::isfinite(_properties.acceleration) &&
            std::fabs(distance) <= _properties.acceleration * kMaxIntegrationStep * kMaxIntegrationStep / 2;
 }

@@ -37,7 +37,7 @@ public:
     bool State(const std::string& bank, int number) const;
     void Set(const std::string& bank, int number, bool state);
 
-    /// Sets the function that each Set calls at its end when it has changed a state; replaces the one before.
+    /// Sets the function that each Set calls at its end when it has changed a state; replaces the previous one.
     void OnChange(std::function<void()> onChange) { _onChange = std::move(onChange); }
 
 private:

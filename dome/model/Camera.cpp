@@ -9,7 +9,7 @@ namespace {
 
 constexpr double kRadians = 3.141592653589793 / 180000;  // a thousandth of a degree
 
-// Seconds; longer ticks are split, so that the focus reacts in time to a change of the view.
+// Seconds; longer ticks are split, so that the focus reacts soon to a change of the view.
 constexpr double kMaxTick = 0.02;
 
 AxisProperties Drive(const CameraProperties::Positioner& positioner, bool endless) {

@@ -10,8 +10,8 @@ namespace dome {
 
 namespace {
 
-// Offsets from the sharp position, in percent, of the swings of an auto focus run. The moves between them, the first
-// one from the sharp position, add up to kHuntDistance.
+// The swings of an auto focus run: offsets from the sharp position, in percent. The moves from the sharp position over
+// these offsets add up to kHuntDistance.
 constexpr double kSwings[] = {6, -4, 2, -1, 0};
 
 constexpr double kNoTimeLimit = std::numeric_limits<double>::infinity();

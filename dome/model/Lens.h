@@ -13,7 +13,7 @@ class Zoom {
 public:
     struct Properties {
         std::uint32_t opticalMaximum = 20000;
-        std::uint32_t digitalMaximum = 12000;  ///< on top of the optical one
+        std::uint32_t digitalMaximum = 12000;  ///< multiplies the optical one
         double rate = 5000;                    ///< thousandths a second
     };
     static constexpr std::uint32_t kMinimum = 1000;
@@ -58,7 +58,7 @@ public:
     /// `sharp` returns the current sharp position; it is called when a run begins.
     Focus(double rate, std::function<double()> sharp);
 
-    /// Any move by hand stops a run of the auto focus; the auto focus's mode stays.
+    /// A manual move stops a run of the auto focus, and keeps its mode.
     void MoveTo(double percent);
     void Move(int direction);  ///< +1 far, -1 near, 0 stop
     void JumpTo(double percent);
@@ -66,8 +66,8 @@ public:
     void SetAuto(bool enabled);  ///< starts a run when switched on
     void Refocus(bool start);    ///< one run, in any mode; false stops it
 
-    /// Call it when the camera or its zoom has come to rest. The auto focus, if it is on and no move by hand is under
-    /// way, runs when the picture is no longer sharp.
+    /// Call it when the camera or its zoom has come to rest. Starts a run when the auto focus is on, no manual move is
+    /// under way and the picture is no longer sharp.
     void ViewChanged();
 
     bool IsAuto() const { return _auto; }
@@ -90,7 +90,7 @@ private:
     bool _focusing = false;
 };
 
-/// The iris, in percent from closed (0) to open (100). Its automatic opens it as far as light is lacking.
+/// The iris, in percent from closed (0) to open (100). Auto iris opens it the wider the less light there is.
 class Iris {
 public:
     static constexpr double kRate = 50;   ///< default, percent a second
@@ -98,13 +98,13 @@ public:
 
     Iris(double rate, double light);
 
-    /// The light in front of the camera, 0 (night) to 100 (glaring). The automatic, if it is on, follows.
+    /// The light in front of the camera, 0 (night) to 100 (glaring). Auto iris, if on, follows.
     void SetLight(double percent);
     double Light() const { return _light; }
 
     void JumpTo(double percent) { _drive.JumpTo(percent); }
 
-    void Move(int direction);    ///< +1 opens, -1 closes, 0 stops; the automatic's mode stays
+    void Move(int direction);    ///< +1 opens, -1 closes, 0 stops; keeps the mode of the auto iris
     void SetAuto(bool enabled);  ///< moves the iris to match the light when switched on
     bool IsAuto() const { return _auto; }
 

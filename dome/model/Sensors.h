@@ -6,12 +6,12 @@
 
 namespace dome {
 
-/// The camera's readings about itself. Observers are called after a reading has changed, not when it is set to the same
-/// value.
+/// The camera's readings about itself. Observers are called after a reading has changed, but not after it was set to
+/// the same value.
 class Sensors {
 public:
-    /// How the temperatures drift, all together: by up to `degrees` above and below the set value, with a period of
-    /// `period` seconds. 0 degrees: no drift.
+    /// The common drift of all temperatures: up to `degrees` above and below the set value, with a period of `period`
+    /// seconds. 0 degrees: no drift.
     struct Drift {
         double degrees = 0;
         double period = 3600;
@@ -22,7 +22,7 @@ public:
     Sensors(std::vector<int> temperatures, const Drift& drift)
         : _temperatures(std::move(temperatures)), _drift(drift), _set(_temperatures.begin(), _temperatures.end()) {}
 
-    /// Lets the temperatures drift. A reading changes by whole degrees.
+    /// Advances the drift of the temperatures. A reading changes by whole degrees.
     void Tick(double seconds);
 
     /// Degrees Celsius. Throw std::out_of_range for a sensor that does not exist.

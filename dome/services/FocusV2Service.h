@@ -6,8 +6,8 @@
 
 namespace dome {
 
-/// Translations are distances, 0 to 100; RelativeFocus takes them with either sign, positive towards far. A move stops
-/// at the end of the range.
+/// Translations are distances, 0 to 100. RelativeFocus takes them with a sign: positive is towards far. A move stops at
+/// the end of the range.
 class FocusV2Service final : public tavos::interfaces::IFocusV2Provider {
 public:
     explicit FocusV2Service(Focus& focus) : _focus(focus) {}

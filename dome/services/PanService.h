@@ -20,7 +20,7 @@ public:
 
     std::uint32_t GetPosition() override { return static_cast<std::uint32_t>(Thousandths(_axis)); }
     std::uint32_t GetMinPosition() override { return static_cast<std::uint32_t>(_axis.Minimum()); }
-    /// The last position of the turn.
+    /// The last position before a full turn.
     std::uint32_t GetMaxPosition() override { return static_cast<std::uint32_t>(_axis.Maximum()) - 1; }
 
     void SetRelativeVelocity(double velocity, int timeLimit) override {

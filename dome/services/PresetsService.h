@@ -4,7 +4,7 @@
 
 namespace dome {
 
-/// Present on the bus; it has no operation yet.
+/// Has a name on the bus, but no operation yet.
 class PresetsService final : public tavos::interfaces::IPresetsProvider {};
 
 }  // namespace dome

@@ -24,7 +24,7 @@ public:
 
     void ClearRelay(const std::string& bank, int relay, int /*value*/) override { Switch(bank, relay, false); }
 
-    /// The value 0 energises nothing and releases nothing.
+    /// The value 0 has no effect.
     void SetRelay(const std::string& bank, int relay, int value) override {
         Switch(bank, relay, value != 0 || GetRelayState(bank, relay));
     }

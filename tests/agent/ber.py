@@ -1,4 +1,4 @@
-"""SNMP messages octet by octet: enough BER to ask an agent anything, with well-formed values or others."""
+"""SNMP messages octet by octet: enough BER for any request, well-formed or not."""
 
 import itertools
 import socket
@@ -118,8 +118,8 @@ def encode(pdu, bindings, community="public", status=0, index=0, request_id=None
 
 
 class Manager:
-    """One end of a conversation with an agent on loopback. Never retries: a request without an answer within `timeout`
-    seconds raises socket.timeout."""
+    """A manager of an agent on loopback. It never retries: a request without an answer within `timeout` seconds raises
+    socket.timeout."""
 
     def __init__(self, port, timeout=5.0):
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)

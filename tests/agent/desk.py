@@ -46,7 +46,7 @@ def await_until(condition, what, seconds=15.0):
 
 
 def free_udp_port():
-    """A free port, below those that the kernel gives to clients."""
+    """A free port, below the range from which the kernel gives ports to clients."""
     while True:
         port = random.randint(20000, 32000)
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
@@ -61,12 +61,12 @@ def sanitizer_runtime():
     """The LD_PRELOAD for a stock program that loads a module built with sanitizers; nothing for other builds."""
     needed = subprocess.run(["ldd", MODULE], capture_output=True, text=True, check=True).stdout
     paths = [line.split()[2] for line in needed.splitlines() if "/libasan." in line or "/libstdc++." in line]
-    # The runtime looks for the C++ library's throw when the program starts, and a C program has none.
+    # The runtime looks for the C++ library's throw when the program starts, and a C program does not load that library.
     return " ".join(sorted(paths)) if any("/libasan." in path for path in paths) else ""
 
 
 class Desk:
-    """Created but not started: change settings, versions and configurations before start(). A `with` closes it."""
+    """Not started yet: change settings, versions and configurations before start(). A `with` closes it."""
 
     def __init__(self):
         self.state = pathlib.Path(tempfile.mkdtemp(prefix="orvex-"))
@@ -82,7 +82,7 @@ class Desk:
             PATH=f"{BUILD}/bin:{os.environ['PATH']}",
             MIBS="",
             SNMP_PERSISTENT_DIR=f"{self.state}/snmp",
-            # The agent never frees some memory that it keeps until its end.
+            # The agent keeps some memory until its end and never frees it.
             ASAN_OPTIONS="detect_leaks=0:abort_on_error=1:log_path=stderr",
             UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1",
         )
@@ -175,7 +175,7 @@ class Desk:
             raise AssertionError(f"the {name} does not end by itself")
 
     def close(self):
-        """Ends all running processes, the last started first, removes the folder, and fails if one ended badly."""
+        """Ends the processes, the last started first, and removes the folder. Fails if one ended with an error."""
         faults = []
         for name in reversed(list(self.processes)):
             try:

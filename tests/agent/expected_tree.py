@@ -99,7 +99,7 @@ ROWS = [
     Row(f"{ORVEX}.1.1.9.0", "voltage", INTEGER, RO, 0),
     Row(f"{ORVEX}.1.1.100.0", "rebootDevice", INTEGER, RW, 0),
     *table(f"{ORVEX}.1.3.1", "alarm", RO, NOT_WRITABLE),
-    # The relays' handler requires an INTEGER in every column, and decides last.
+    # The relays' handler requires an INTEGER in every column, and its error is the last one.
     *table(f"{ORVEX}.1.3.2", "relay", RW, WRONG_TYPE),
 ]
 

@@ -35,7 +35,7 @@ def smi_environment(folder=FOLDER):
 
 
 def naming(environment, *modules, folder=FOLDER):
-    """Exactly what a net-snmp tool needs to know the modules' names."""
+    """The options that a net-snmp tool requires to translate the modules' names, and no others."""
     return dict(environment, MIBDIRS=f"{folder}/smi:{folder}", MIBS=":".join(modules), SNMPCONFPATH="/nonexistent")
 
 

@@ -1,4 +1,4 @@
-"""The commands that pages of the documentation show."""
+"""The commands on the documentation's pages."""
 
 
 def commands_of(text):
@@ -15,7 +15,7 @@ def commands_of(text):
 
 
 def agrees(answer, shown):
-    """Whether the answer matches the page: "..." replaces any lines, or the rest of one."""
+    """True when the answer matches the page, where "..." stands for any lines, or for the rest of one."""
     lines = [line.rstrip() for line in answer.splitlines() if line]
     whole = "..." not in shown
     shown = [line for line in shown if line != "..."]

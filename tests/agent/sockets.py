@@ -1,4 +1,4 @@
-"""Where a process listens and where its sockets are bound; networks that only one test uses."""
+"""The addresses on which a process listens and to which its sockets are bound; private networks for tests."""
 
 import ipaddress
 import pathlib
@@ -53,7 +53,7 @@ def _links(folder):
 
 
 def sockets_of(pid):
-    """The process's sockets as sorted texts, without those that have no address: nobody can reach them."""
+    """The process's sockets as sorted texts. Sockets without an address are left out, because nobody can reach them."""
     links = _links(f"/proc/{pid}/fd")
     inodes = [match[1] for match in (re.fullmatch(r"socket:\[(\d+)\]", link) for link in links) if match]
     named = _named(pid)
@@ -67,7 +67,7 @@ class Network:
         self._holder = subprocess.Popen(
             ["setpriv", "--pdeathsig", "KILL", "unshare", "--net", "--", "bash", "-c",
              "ip link set lo up && echo up && exec sleep infinity"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
-        assert self._holder.stdout.readline() == b"up\n", "a network of one's own needs root"
+        assert self._holder.stdout.readline() == b"up\n", "creating a network requires root"
         return self
 
     def __exit__(self, *_):

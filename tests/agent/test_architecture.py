@@ -1,4 +1,4 @@
-"""The includes follow the drawing in docs/architecture.md: a folder, or a header, includes only what stands below
+"""The includes follow the drawing in docs/architecture.md: a folder, or a header, includes only what is drawn below
 it."""
 
 import pathlib
@@ -12,10 +12,10 @@ PAGE = ROOT / "docs" / "architecture.md"
 INCLUDE = re.compile(r'^#include "([^"]+)"', re.MULTILINE)
 
 
-def floors(place):
+def floors(folder):
     """The drawing of a folder: name -> floor; 0 is the lowest. Names on one floor must not include one another."""
-    drawing = re.search(rf"^```\n{re.escape(place)}\n((?: .*\n)+)```$", PAGE.read_text(), re.MULTILINE)
-    assert drawing, f"{PAGE.name} does not draw {place}"
+    drawing = re.search(rf"^```\n{re.escape(folder)}\n((?: .*\n)+)```$", PAGE.read_text(), re.MULTILINE)
+    assert drawing, f"{PAGE.name} does not draw {folder}"
     lines = [line.split() for line in drawing[1].splitlines()]
     return {name: len(lines) - 1 - number for number, names in enumerate(lines) for name in names}
 
@@ -30,11 +30,11 @@ def wrong_arrows(floor_of, includes):
             for file, who, what in includes if who != what and floor_of[what] >= floor_of[who]]
 
 
-@pytest.mark.parametrize("place", ["orvexsnmp", "tavos"])
-def test_folders_include_only_folders_below_them(place):
-    floor_of = floors(f"{place}/")
-    folder = ROOT / place
-    prefix = "tavos/" if place == "tavos" else ""
+@pytest.mark.parametrize("name", ["orvexsnmp", "tavos"])
+def test_folders_include_only_folders_below_them(name):
+    floor_of = floors(f"{name}/")
+    folder = ROOT / name
+    prefix = "tavos/" if name == "tavos" else ""
     includes = []
     for file in sources(folder):
         parts = file.relative_to(folder).parts
@@ -43,7 +43,7 @@ def test_folders_include_only_folders_below_them(place):
             what = target.removeprefix(prefix).split("/")[0] if target.startswith(prefix) else ""
             if what in floor_of and who in floor_of:
                 includes.append((file.relative_to(ROOT), who, what))
-        assert who in floor_of or who in ("include", "CMakeLists.txt"), f"{file} lies in no folder of the drawing"
+        assert who in floor_of or who in ("include", "CMakeLists.txt"), f"{file} is in no folder of the drawing"
     assert includes
     assert wrong_arrows(floor_of, includes) == []
 

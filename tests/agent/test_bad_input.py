@@ -34,7 +34,7 @@ def test_a_second_binding_that_is_refused_keeps_the_first_from_acting(camera, ma
 
 @pytest.mark.parametrize("refused_first", [False, True])
 def test_a_command_that_is_refused_keeps_no_other_from_acting(camera, manager, refused_first):
-    """The agent checks commands when it carries them out; the answer does not say which one it refused."""
+    """The agent checks a command only when it carries it out. The answer does not name the refused one."""
     refused, moved = (OID["positionPan"], "07000000"), (OID["positionZoomLens"], "02004000")
     pair = [refused, moved] if refused_first else [moved, refused]
     answer = manager.set(*[(name, ber.OCTET_STRING, bytes.fromhex(command)) for name, command in pair])

@@ -26,7 +26,7 @@ def cell(table, column, row):
 
 
 def walk(manager, root):
-    """(OID below the root, value) of everything."""
+    """(OID below the root, value) of each object below the root."""
     met, oid = [], root
     for _ in range(20000):
         (binding,) = manager.get_next(oid).bindings
@@ -82,7 +82,7 @@ def test_states_are_read_live(camera, manager, table, kind):
 
 
 @pytest.mark.parametrize("table", [ALARMS, RELAYS])
-def test_what_is_no_cell_is_not_there(manager, table):
+def test_a_name_that_is_not_a_cell_does_not_exist(manager, table):
     absent = [cell(table, 1, 0), cell(table, 3, 7), cell(table, 4, 1), cell(table, 0, 1), cell(table, 3, 4294967295)]
     absent += [f"{table}.1.3", f"{table}.1", f"{table}.1.3.1.1", f"{table}.2.3.1"]
     for binding in manager.get(*absent).bindings:
@@ -129,8 +129,8 @@ def test_the_relays_follow_the_alarms(manager, suffix):
     assert manager.get_next(ALARMS + suffix).bindings[0].oid == cell(RELAYS, 1, 1)
 
 
-# net-snmp 5.9.3's answer to a SET of two names, each with an INTEGER 1: the error's status and index. A row of the
-# matrix is the first name, a column the second, both in the order of the names.
+# net-snmp 5.9.3's answer to a SET of two names, each with an INTEGER 1: the error's status and index. Rows are the
+# first name, columns the second; both have the order of the names.
 PAIRS = {
     "cell": (cell(RELAYS, 3, 1), "0/0  17/2  17/2  17/2  11/2  11/2  11/2   7/2  17/2  17/2   6/2"),
     "readOnly": (cell(RELAYS, 1, 1), "17/1  17/1  17/1  17/1  11/2  11/2  17/1  17/1  17/1  17/1   6/2"),

@@ -1,5 +1,5 @@
-"""The benchmark itself works: the load generator counts its answers, and a short run of bench/run measures every
-contestant that it names. The tests judge no times."""
+"""The benchmark itself works: the load generator counts answers, and a short run of bench/run measures every contestant
+that it names. The tests check no times."""
 
 import json
 import os
@@ -69,7 +69,7 @@ def test_load_counts_what_is_answered():
         figures = load(answerer.port, "--in-flight", "8", "--seconds", "0.3")
     assert figures["lost"] == figures["errors"] == 0
     assert 8 <= figures["requests"] <= answerer.asked
-    # Each sent request has its time, also one that was answered after the end.
+    # Each request has its time, even one that was answered after the end.
     assert sum(count for _, count in figures["histogram"]) == answerer.asked
 
 

@@ -1,4 +1,4 @@
-"""docs/contract.md and the code name the same things, and the tests that the page names exist."""
+"""docs/contract.md and the code use the same names, and the tests that the page names exist."""
 
 import re
 

@@ -1,4 +1,4 @@
-"""docs/objects.md names exactly what the agent serves; README.md and docs/dome.md show what really happens."""
+"""docs/objects.md names exactly the served objects; the commands in README.md and docs/dome.md work as shown."""
 
 import re
 import shutil

@@ -68,7 +68,7 @@ def test_a_fleet_has_identities_and_ports_of_its_own_and_ends_as_one(fleet):
 def test_one_camera_that_ends_leaves_the_others(fleet):
     assert fleet.run("--detach", "--fleet", str(COUNT))[0] == 0
     assert run("--stop", "--state", fleet.state / "2")[0] == 0
-    await_until(lambda: "run: camera 2 has ended" in (fleet.state / "run.log").read_text(), "the fleet tells of it")
+    await_until(lambda: "run: camera 2 has ended" in (fleet.state / "run.log").read_text(), "the fleet reports it")
     manager = ber.Manager(fleet.port + 2, timeout=5)
     assert manager.get(OID["serialNumber"]).bindings[0].value == b"OD20-000003"
     manager.close()
@@ -84,12 +84,12 @@ def test_a_fleet_whose_supervisor_is_killed_leaves_nobody_behind(fleet):
 @pytest.mark.parametrize("words", [["--fleet", "0"], ["--fleet", "many"], ["--fleet", "3", "--port", "65534"],
                                    ["--fleet", "3", "--console-port", "65534"],
                                    ["--fleet", "3", "--port", "2000", "--trap-port", "2002"]])
-def test_a_fleet_that_cannot_be_is_refused(words):
+def test_an_impossible_fleet_is_refused(words):
     status, _, error = run(*words)
     assert (status, len(error.splitlines())) == (2, 1)
 
 
-def test_traps_go_beside_the_agents_unless_told_otherwise(fleet):
+def test_traps_go_to_the_port_after_the_agents_by_default(fleet):
     status, out, error = run("--detach", "--fleet", str(COUNT), "--state", fleet.state, "--port", fleet.port,
                              "--console-port", "0")
     assert status == 0, error

@@ -50,7 +50,7 @@ def test_what_is_missing_is_installed(install):
     assert add.endswith(" g++ snmpd")
 
 
-def test_a_failing_apt_is_told_in_one_line(install):
+def test_a_failing_apt_is_reported_in_one_line(install):
     done, _ = install([], apt_status=100)
     assert (done.returncode, len(done.stderr.splitlines())) == (1, 1)
     assert "apt-get update failed" in done.stderr

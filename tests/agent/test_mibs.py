@@ -15,7 +15,7 @@ from pages import commands_of
 
 TYPES = {"OctetString": ber.OCTET_STRING, "Integer32": ber.INTEGER, "Enumeration": ber.INTEGER, "Gauge32": ber.GAUGE32}
 CELLS = {"Bank": "BankName", "Number": "Number", "State": "State"}  # the tables' columns, by the tests' names for them
-REBOOT = OID["rebootDevice"]  # the one object that a test must not SET on the side
+REBOOT = OID["rebootDevice"]  # a SET of it has a side effect, so most tests leave it out
 
 
 def object_of(instance):
@@ -53,7 +53,7 @@ def run(environment, *command):
     return done.stdout
 
 
-# What the agent serves, and what the MIBs describe
+# Served objects and described objects
 
 
 def test_every_served_instance_is_described_with_its_name_type_and_access(manager):
@@ -89,7 +89,7 @@ def test_module_table_has_exactly_the_row_that_its_index_allows(manager):
         assert [tag in (ber.NO_SUCH_OBJECT, ber.NO_SUCH_INSTANCE) for tag in tags] == [True, False, True], thing.name
 
 
-# What the capabilities say
+# Capabilities
 
 
 @functools.cache
@@ -171,7 +171,7 @@ FINDINGS = {
     "ORVEX-MIB": [],
     "ORVEX-NTCIP-CCTV-MIB": [],
     "ORVEX-CAPABILITIES-MIB": [],
-    # The camera answers the index, too.
+    # The camera also answers the index.
     "ORVEX-NTCIP-GLOBAL-MIB": [(5, "index-element-accessible")],
     # The OID that it sends cannot name a notification in SMIv2.
     "ORVEX-TRAP-MIB": [(2, "parent-notification"), (5, "notification-not-reversible"), (1, "last-subid-zero")] * 3,
@@ -188,12 +188,12 @@ def test_known_findings_are_documented():
     documented = re.findall(r"^\| `(ORVEX-[\w-]+)` \| (\d), \w+ \| `([\w-]+)`, (once|once a trap) \|",
                             DOCUMENTATION, re.MULTILINE)
     times = {"once": 1, "once a trap": len(TRAPS)}
-    told = sorted((module, int(level), tag) for module, level, tag, often in documented for _ in range(times[often]))
-    assert told == sorted((module, *finding) for module, found in FINDINGS.items() for finding in found)
+    listed = sorted((module, int(level), tag) for module, level, tag, often in documented for _ in range(times[often]))
+    assert listed == sorted((module, *finding) for module, found in FINDINGS.items() for finding in found)
 
 
 @pytest.mark.parametrize("module", mibs.MODULES)
-def test_net_snmp_reads_a_module_without_a_word(running, module):
+def test_net_snmp_reads_a_module_without_a_message(running, module):
     command = ["snmptranslate", "-Pw", "-On", "ORVEX-MIB::orvexEnterprise"]
     done = subprocess.run(command, env=mibs.naming(running.environment, module), capture_output=True, text=True,
                           timeout=60)

@@ -1,4 +1,4 @@
-"""Modules that are built again: as docs/adding-an-object.md and docs/porting.md say, and for a camera."""
+"""Other builds of the module: as in docs/adding-an-object.md and docs/porting.md, and for a camera."""
 
 import os
 import re
@@ -20,8 +20,8 @@ class Sources:
 
     def __init__(self, folder):
         self.folder, self.build = folder, folder / "build" / "desk"
-        # Leaves out most unit tests, which take long. The trap queue's test must stay: it defines the linker's wrapper
-        # around every lock.
+        # Leaves out nearly all unit tests, which take long. The trap queue's test must stay: it defines the linker's
+        # wrapper around every lock.
         left_out = re.compile(r"tests/unit/(?!Identity|ReadOnly|OrvexSnmpTrapSend)[^/]*Test\.cpp")
         for name in git_files():
             if not left_out.match(name):
@@ -128,7 +128,7 @@ def test_the_example_of_a_service_compiles():
     page = (ROOT / "docs" / "porting.md").read_text()
     (example,) = re.findall(r"^    tavos::msgbus::ServiceHost(?:.*\n    .*)*", page, re.MULTILINE)
     headers = [f"tavos/{name}.h" for name in ["interfaces/IPanProvider", "interfaces/Serve", "msgbus/ServiceHost"]]
-    # The camera's class takes more than a page; its base class is enough for the compiler.
+    # The camera's class is too long for a page; its base class is enough for the compiler.
     example = example.replace("MyPan pan;", "tavos::interfaces::IPanProvider& pan = MyPan();")
     source = "\n".join([*(f'#include "{header}"' for header in headers), "extern volatile bool stop;",
                         "tavos::interfaces::IPanProvider& MyPan();", f"void Run() {{\n{example}\n}}\n"])

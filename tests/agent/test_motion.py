@@ -149,6 +149,6 @@ def test_a_tilt_and_a_zoom_arrive(camera, manager):
         (OID["moduleMake"], []),
     ],
 )
-def test_a_get_calls_only_what_it_must(camera, manager, oid, reads):
+def test_a_get_calls_only_what_it_requires(camera, manager, oid, reads):
     manager.get(oid)
     assert calls(camera) == reads

@@ -1,4 +1,4 @@
-"""objects.toml as objects.py reads it: objects.py refuses mistakes and names the object."""
+"""objects.py refuses mistakes in objects.toml and names the object."""
 
 import shutil
 import subprocess

@@ -34,7 +34,7 @@ def fault(desk, service, kind):
 
 @pytest.fixture(autouse=True)
 def stand_still(manager):
-    """Waits until the axis stands, before the next test begins."""
+    """Waits until the axis is at rest, before the next test begins."""
     yield
     manager.set_octets(PAN, bytes(4))
 
@@ -88,7 +88,7 @@ def test_an_integer_is_taken_as_its_first_four_octets(camera, manager):
 @pytest.mark.parametrize("length", [0, 1, 2, 3, 4, 5, 600])
 def test_missing_octets_count_as_zero(manager, length):
     value = (bytes.fromhex("03010203") + bytes([0xEE]) * 596)[:length]
-    # A long value first: the next value must not show what it left in the agent's buffers.
+    # Sets a long value first: the next value must not show its rest in the agent's buffers.
     manager.set_octets(PAN, b"\x03" + b"\x55" * 599)
     assert manager.set_octets(PAN, value).error_status == ber.NO_ERROR
     assert stored(manager) == (value + bytes(4))[:4]
@@ -130,7 +130,7 @@ def test_other_true_north_offsets_are_wrong_values(manager, value):
     assert manager.get(NORTH).bindings[0].value == before
 
 
-def test_true_north_offset_wants_an_integer(manager):
+def test_true_north_offset_requires_an_integer(manager):
     answer = manager.set_octets(NORTH, bytes(4))
     assert (answer.error_status, answer.error_index) == (ber.WRONG_TYPE, 1)
 

@@ -1,4 +1,4 @@
-"""rebootDevice with the desk's restart script, which only notes that it ran."""
+"""rebootDevice with the desk's restart script, which only logs that it ran."""
 
 import time
 
@@ -37,7 +37,7 @@ def test_another_type_starts_nothing(running, manager, tag, value):
     answer = manager.set((REBOOT, tag, value))
     assert (answer.error_status, answer.error_index) == (ber.WRONG_TYPE, 1)
     assert manager.get(REBOOT).bindings[0].value == held
-    time.sleep(3.5)  # a restart's delay: only waiting shows that none comes
+    time.sleep(3.5)  # longer than a restart's delay, so that a restart would show
     assert len(runs(running)) == before
 
 

@@ -1,4 +1,4 @@
-"""./run as a person uses it."""
+"""./run, started as a user starts it."""
 
 import concurrent.futures
 import contextlib
@@ -58,7 +58,7 @@ class Started:
 def run(*words):
     words = [str(word) for word in words]
     command = words if words[:1] == [str(RUN)] else [str(RUN), *words]
-    # Output goes to files: through a pipe, a camera that stays would keep this call waiting.
+    # Output goes to files: with a pipe, this call would wait for a camera that keeps running.
     with tempfile.TemporaryFile("w+") as out, tempfile.TemporaryFile("w+") as error:
         done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=out, stderr=error, timeout=300)
         out.seek(0)
@@ -198,7 +198,7 @@ def test_a_stop_never_ends_a_stranger(started):
         stranger.wait()
 
 
-def test_a_broken_settings_store_is_told(started):
+def test_a_broken_settings_store_is_reported(started):
     assert started.run("--detach")[0] == 0
     assert started.stop()[0] == 0
     (started.state / "settings.db").write_bytes(b"camera" * 1000)
@@ -241,7 +241,7 @@ def test_the_camera_is_as_configured(started):
     assert f"{started.folder}/camera.toml:1: wiper is not known" in error
 
 
-def test_folders_that_cannot_be(started):
+def test_impossible_folders(started):
     long_name = started.folder / ("x" * 100)
     status, _, error = run("--detach", "--state", long_name)
     assert (status, len(message(error))) == (1, 1)
@@ -328,7 +328,7 @@ def test_what_is_no_regular_file_is_refused_before_it_is_opened(started):
         status, _, error = started.run("--detach")
         assert time.monotonic() - begin < 5, name  # usually some milliseconds; a busy machine takes longer
         what = "folder" if name in ("etc", "v3") else "regular file"
-        assert (status, one_line(error)) == (1, f"run: {path} is no {what}; remove it and start again")
+        assert (status, one_line(error)) == (1, f"run: {path} is not a {what}; remove it and start again")
         path.unlink()
         if away.exists():
             away.rename(path)
@@ -342,7 +342,8 @@ def test_what_is_no_regular_file_in_a_fleet_is_refused(started):
         os.mkfifo(started.state / name)
         status, _, error = started.run("--detach", "--fleet", "2")
         what = "folder" if name == "2" else "regular file"
-        assert (status, one_line(error)) == (1, f"run: {started.state / name} is no {what}; remove it and start again")
+        path = started.state / name
+        assert (status, one_line(error)) == (1, f"run: {path} is not a {what}; remove it and start again")
         (started.state / name).unlink()
 
 
@@ -371,7 +372,7 @@ def test_a_strangers_lock_is_left_alone(started):
     (started.state / "lock").write_text("dear")
     (started.state / "letter").write_text("dear")
     status, _, error = started.run("--detach")
-    assert status == 1 and "is no camera's state folder" in one_line(error)
+    assert status == 1 and "is not a camera's state folder" in one_line(error)
     assert (started.state / "lock").read_text() == "dear"
 
 
@@ -380,7 +381,7 @@ def test_a_copied_state_folder_is_not_the_running_cameras(started, neighbour):
     pids = started.pids()
     shutil.copytree(started.state, neighbour.state, ignore=shutil.ignore_patterns("bus.sock"))
     status, _, error = neighbour.stop()
-    assert not any(gone(pid) for pid in pids.values()), "the copy's notes ended the first camera"
+    assert not any(gone(pid) for pid in pids.values()), "the copied DIR/pids ended the first camera"
     status, _, error = neighbour.run("--detach")
     assert status == 0, error
     assert started.model_name() and neighbour.model_name()
@@ -401,7 +402,7 @@ def test_all_ends_when_the_state_folder_is_gone(started):
     assert all(gone(pid) for pid in pids.values())
 
 
-# The wall clock that the shell reads: an hour later at each reading, or always the same.
+# Replaces the wall clock that the shell reads: an hour later at each reading, or always the same.
 STEPPED_CLOCK = r"""
 #define _GNU_SOURCE
 #include <errno.h>
@@ -452,7 +453,7 @@ def test_a_clock_that_is_set_ahead_does_not_end_a_start(started, monkeypatch, mo
 
 def test_a_clock_that_is_set_back_does_not_prolong_a_start(started, monkeypatch):
     prepare(started.state, started.port)
-    # The agent reads its default file first: that one does not answer the test's community.
+    # The agent reads its default file first, and with this file it does not answer the test's community.
     (started.state / "snmp" / "snmpd.conf").write_text("com2sec nobody 127.0.0.1 public\n")
     monkeypatch.setenv("LD_PRELOAD", stepped_clock(started.folder, 0))
     begin = time.monotonic()
@@ -462,7 +463,7 @@ def test_a_clock_that_is_set_back_does_not_prolong_a_start(started, monkeypatch)
         error = process.communicate(timeout=60)[1]
         assert process.returncode == 1
         assert "the agent is not ready after 15 seconds" in error
-        assert time.monotonic() - begin > 14, "it does not give up early either"
+        assert time.monotonic() - begin > 14, "it does not give up too early"
     finally:
         process.terminate()
         process.wait(20)
@@ -563,5 +564,5 @@ def test_two_stops_at_once(started):
     outcomes = at_once(stop, stop)
     assert all(map(gone, pids.values()))
     assert 0 in [status for status, _, _ in outcomes]
-    for status, _, error in outcomes:  # the later start may come after everything has ended
+    for status, _, error in outcomes:  # the later stop may run after everything has ended
         assert status == 0 or one_line(error) == f"run: no camera runs in {started.state}"

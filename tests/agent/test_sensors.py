@@ -61,7 +61,8 @@ def test_another_sensor_sends_no_trap(running, receiver):
 
 
 def test_a_burst_arrives_complete_and_in_order(running):
-    """As many as a socket's default buffer holds: the kernel drops none, however late the receiver reads."""
+    """As many events as traps fit into a socket's default buffer: the kernel drops none, however late the receiver
+    reads."""
     count, values = 200, []
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sink:
         sink.bind(("127.0.0.1", running.trap_port))

@@ -1,5 +1,5 @@
-"""Every BER type at every length of interest, to every writable object and to others. The answer is the stated one or a
-standard error, and a refused SET moves nothing. The test computes the expected answer from each object's
+"""Every BER type at every length of interest, to every writable object and to others. The answer is the expected one or
+a standard error, and a refused SET causes no motion. The test computes the expected answer from each object's
 description."""
 
 import itertools
@@ -218,7 +218,7 @@ def readable(running):
     odd = [(str(sent), answer.error_status) for sent, answer in zip(VALUES, answers)
            if answer and answer.error_status not in refusals(sent, ber.NO_CREATION, ber.NOT_WRITABLE)]
     assert odd == []
-    # The agent's parser belongs to net-snmp. But it must read these, and no type that SNMP does not have.
+    # The agent's parser is net-snmp's. It must read these types, and no type that SNMP does not have.
     must = [sent for sent in VALUES if sent.tag == ber.OCTET_STRING and sent.encoded[1] != 0x80]
     must += [sent for sent in VALUES if sent.tag == ber.INTEGER and 1 <= len(sent.content) <= 4]
     must += [sent for sent in VALUES if sent.tag in WITHOUT_VALUE and not sent.content]
@@ -336,7 +336,7 @@ def test_one_refused_binding_refuses_them_all(camera, manager, count):
 
 # --- broken messages ---
 
-def test_cut_and_flipped_messages_are_survived(camera, manager):
+def test_the_agent_survives_cut_and_flipped_messages(camera, manager):
     whole = [message(OID["positionPan"], value(ber.OCTET_STRING, bytes.fromhex("02000064"))),
              message(f"{ORVEX}.1.3.2.1.3.1", value(ber.INTEGER, b"\1")),
              message(OID["rangeTrueNorthOffset"], value(ber.INTEGER, b"\0"))]
@@ -392,7 +392,7 @@ def expected_error_1(name, sent):
 
 @pytest.mark.slow
 @pytest.mark.parametrize("row", WRITABLE, ids=lambda row: row.name)
-def test_version_1_says_it_in_its_own_words(every_version, readable, row):
+def test_version_1_gets_its_own_errors(every_version, readable, row):
     with desks.ManagerOf(every_version) as manager:
         answers = exchange(manager, [message(row.oid, sent, version=0) for sent in VALUES])
     for sent, answer in zip(VALUES, answers):
@@ -423,7 +423,7 @@ def engine(every_version):
 
 @pytest.mark.slow
 @pytest.mark.parametrize("row", WRITABLE, ids=lambda row: row.name)
-def test_version_3_says_it_as_version_2_does(every_version, readable, engine, row):
+def test_version_3_gets_the_errors_of_version_2(every_version, readable, engine, row):
     def sets():
         for sent in VALUES:
             request_id = next(_request_ids)

@@ -1,4 +1,5 @@
-"""Where others can reach the processes of a desk camera: each desk in a separate network, where every port is free."""
+"""The addresses at which others can reach a desk camera's processes. Each desk has a separate network, where every port
+is free."""
 
 import os
 import pathlib
@@ -54,7 +55,7 @@ def check(pids, state, port, console):
     sockets = lambda: without_ports_of_traps(sockets_of(pids["agent"]))  # noqa: E731
     # The module connects to the bus shortly after the agent has loaded it.
     await_until(lambda: "unix connected" in sockets(), "the module is on the bus")
-    # Netlink reports interfaces to newer agents; only the kernel can send there.
+    # Newer agents learn of interfaces through a netlink socket, to which only the kernel can send.
     assert sockets() - {"netlink"} == {f"udp 127.0.0.1:{port}", "udp 127.0.0.1:any", "unix connected"}
 
 

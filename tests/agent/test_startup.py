@@ -89,7 +89,7 @@ def test_version_files(desk, text, firmware, module):
 
 
 def path_with_myname(desk, script):
-    """A PATH with the system's commands and, when `script` is given, a myname of this test."""
+    """A PATH with the system's commands and, when `script` is given, with that script as myname."""
     folder = desk.state / "commands"
     folder.mkdir()
     if script is not None:

@@ -1,4 +1,4 @@
-"""Every object of a camera that nobody has written to: order, types, values, access, and what is missing."""
+"""Every object of a camera after its start: order, types, values, access, and names that do not exist."""
 
 import pytest
 

@@ -1,4 +1,4 @@
-/* Included before everything else in builds of net-snmp before 5.8. It allocates its digest contexts itself, which
+/* Included before everything else in builds of net-snmp before 5.8. They allocate digest contexts themselves, which
    today's OpenSSL no longer allows. Here a context is cleared memory that is large enough. */
 #define _GNU_SOURCE 1
 #include <openssl/evp.h>

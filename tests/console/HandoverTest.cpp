@@ -91,18 +91,18 @@ TEST(HandoverTest, LongArgumentsAreCut) {
 
 TEST(HandoverTest, AStateReplacesTheOneBefore) {
     Handover handover;
-    int told = 0;
-    handover.OnPublished([&] { ++told; });
+    int published = 0;
+    handover.OnPublished([&] { ++published; });
     handover.Publish("1");
     const auto kept = handover.State();
     handover.Publish("2");
     EXPECT_EQ(*kept, "1");
     EXPECT_EQ(*handover.State(), "2");
     handover.Announce();
-    EXPECT_EQ(told, 3);
+    EXPECT_EQ(published, 3);
     handover.OnPublished(nullptr);
     handover.Publish("3");
-    EXPECT_EQ(told, 3);
+    EXPECT_EQ(published, 3);
 }
 
 TEST(HandoverTest, NothingIsLostBetweenTwoThreads) {

@@ -12,7 +12,7 @@ from desk import BUILD, Desk
 
 
 def free_tcp_port():
-    """A free port, below those that the kernel gives to clients."""
+    """A free port, below the range from which the kernel gives ports to clients."""
     while True:
         port = random.randint(20000, 32000)
         with socket.socket() as probe:
@@ -88,7 +88,7 @@ class ConsoleDesk(Desk):
         return self.get("/api/state").json
 
     def dome_state(self):
-        """The camera's state without its clock, which never stands still."""
+        """The camera's state without its clock, which always runs."""
         state = super().dome_state()
         del state["clock"]
         return state
@@ -151,7 +151,7 @@ class Events:
         name = data = None
         while True:
             line = self._file.readline().decode()
-            assert time.monotonic() < self._deadline, "the event has not come in time"
+            assert time.monotonic() < self._deadline, "timeout: no such event"
             if not line:
                 raise StopIteration
             if line.startswith("event: "):

@@ -25,13 +25,13 @@ def test_an_agent_that_answers(camera):
         (probe,) = probes(camera)
         assert probe.startswith("udp 127.0.0.1:") and probe.endswith(f" to 127.0.0.1:{camera.port}")
         with camera.events() as second:
-            assert second.next("agent") == {"answers": True}, "whoever comes later learns it as well"
-    await_until(lambda: probes(camera) == [], "the socket is closed when nobody watches any more")
-    assert camera.calls() == [] and camera.get("/api/activities").json == before, "no call reaches the camera for that"
+            assert second.next("agent") == {"answers": True}, "a later watcher gets it, too"
+    await_until(lambda: probes(camera) == [], "the socket is closed when nobody watches")
+    assert camera.calls() == [] and camera.get("/api/activities").json == before, "a probe causes no call of the camera"
 
 
 class Packets:
-    """How many requests of others the agent has received since the last call."""
+    """Counts the requests that the agent has received from others since the last call."""
 
     def __init__(self, manager):
         self._manager, self._read = manager, 0
@@ -42,13 +42,13 @@ class Packets:
         return self._read - before - 1
 
 
-def test_an_agent_is_asked_only_while_somebody_watches(camera):
+def test_an_agent_is_probed_only_while_somebody_watches(camera):
     with ManagerOf(camera) as manager:
         packets = Packets(manager)
         with camera.events() as events:
             events.next("agent")
             assert packets.of_others() == 1
-            await_until(packets.of_others, "it is asked again")
+            await_until(packets.of_others, "it is probed again")
         await_until(lambda: probes(camera) == [], "the socket is closed")
         packets.of_others()
         time.sleep(1.5)  # one and a half polling intervals
@@ -80,13 +80,13 @@ def test_an_agent_that_hangs(camera):
         assert events.next("agent") == {"answers": True}
 
 
-def test_without_the_agents_port_nobody_asks(desk):
+def test_without_the_agents_port_nothing_is_probed(desk):
     desk.console_options = desk.console_options[:2]
     desk.start()
     with desk.events() as events:
         hello = events.next("hello")
         assert (hello["agentWatched"], hello["agentPort"]) == (False, 1161)
-        time.sleep(1.5)  # a polled agent has answered by then
+        time.sleep(1.5)  # a probed agent would have answered by then
         assert probes(desk) == []
         desk.control("set", "power", 1)
         assert next(name for name, _ in events if name in ("agent", "activity")) == "activity"

@@ -1,4 +1,4 @@
-"""The console's API: state, actions, and what the log records of them."""
+"""The console's API: state, actions, and the log of both."""
 
 import json
 import re
@@ -42,7 +42,7 @@ def test_control_does_what_domectl_does(camera, words, key, value):
     assert camera.dome_state()[key] == value
 
 
-def test_the_clock_is_steered(camera):
+def test_the_clock_is_controlled(camera):
     camera.control("clock", "pause")
     camera.call("pan", "SetRelativeVelocity", 1, 300)
     assert camera.console_state()["pan"] == dict(camera.console_state()["pan"], position=0, moving=True)
@@ -73,7 +73,7 @@ def test_a_call_moves_the_camera(camera):
     assert camera.call("pan", "SetPositionAtSpeed", 40000, 1, 300).json == {"outcome": "ok"}
     await_until(lambda: camera.console_state()["pan"]["position"] == 40000, "the axis stands at 40 degrees")
     assert last_activity(camera) == ("console", "pan", "SetPositionAtSpeed", ["40000", "1", "300"], "ok")
-    assert camera.calls() == [], "a call of the console is none from the bus"
+    assert camera.calls() == [], "the call log has only calls from the bus"
 
 
 @pytest.mark.parametrize(
@@ -120,14 +120,14 @@ def test_wrong_arguments_are_refused(camera, service, operation, arguments):
 
 
 @pytest.mark.parametrize("fault", ["fail", "hang", "gone"])
-def test_a_fault_meets_the_console_too(camera, fault):
+def test_a_fault_affects_the_console_too(camera, fault):
     camera.control("fault", "pan", fault)
     assert camera.call("pan", "SetRelativeVelocity", 1, 300).json == {"outcome": fault}
     assert not camera.console_state()["pan"]["moving"]
     assert last_activity(camera)[-1] == fault
 
 
-def test_what_arrives_is_written_down(camera, tools):
+def test_calls_and_events_are_logged(camera, tools):
     assert tools.set("1.3.6.1.4.1.1206.4.2.7.4.1.0", "x", "02404650").status == 0
     found = activities(camera)[-1]
     assert (found["source"], found["call"], found["outcome"]) == ("bus", "SetPositionAtSpeed", "ok")
@@ -138,15 +138,15 @@ def test_what_arrives_is_written_down(camera, tools):
     assert numbers == list(range(numbers[0], numbers[0] + len(numbers)))
 
 
-def test_a_long_row_of_events_goes_on_after_the_answer(camera):
-    def is_told(number):
+def test_a_long_series_of_events_continues_after_the_answer(camera):
+    def is_emitted(number):
         return any(activity["args"] == [str(number)] for activity in activities(camera))
 
     camera.control("event", "power", 1, "--count", 100000)
-    assert not is_told(100000), "others have their turn meanwhile"
+    assert not is_emitted(100000), "other requests get their turn meanwhile"
     camera.control("set", "pan", 4000)
-    assert camera.console_state()["pan"]["position"] == 4000 and not is_told(100000)
-    await_until(lambda: is_told(100000), "they have all been told", 60)
+    assert camera.console_state()["pan"]["position"] == 4000 and not is_emitted(100000)
+    await_until(lambda: is_emitted(100000), "all events are emitted", 60)
 
 
 def test_the_list_is_bounded(camera):
@@ -204,7 +204,7 @@ def test_512_points_are_not_shortened(camera):
     assert state["shortened"] is True
 
 
-def test_a_name_that_is_no_text_harms_nothing(camera):
+def test_a_name_with_special_characters_harms_nothing(camera):
     camera.domectl("banks", "alarm", "<b>\"'&=1")
     assert camera.console_state()["alarm"] == {"<b>\"'&": [False]}
 

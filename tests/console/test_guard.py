@@ -1,4 +1,4 @@
-"""Who may speak with the console, and how."""
+"""The requests that the console accepts and refuses."""
 
 import http.client
 import os
@@ -47,7 +47,7 @@ def test_foreign_origins(camera, origin):
 @pytest.mark.parametrize("site, status", [("cross-site", 403), ("same-site", 403), ("same-origin", 200), ("none", 200)])
 def test_sites(camera, site, status):
     assert camera.get("/api/state", Sec_Fetch_Site=site).status == status
-    assert camera.get("/", Sec_Fetch_Site=site).status == 200, "a link to the page may stand anywhere"
+    assert camera.get("/", Sec_Fetch_Site=site).status == 200, "any site may link to the page"
 
 
 @pytest.mark.parametrize("kind", [None, "", "text/plain", "application/x-www-form-urlencoded", "application/jsonp", "multipart/form-data"])
@@ -87,7 +87,7 @@ def test_head_has_no_body(camera, path):
     assert (answer.status, answer.body) == (200, b"")
 
 
-def test_the_page_asks_nobody_else(camera):
+def test_the_page_loads_nothing_from_elsewhere(camera):
     answer = camera.get("/")
     policy = answer.headers["content-security-policy"]
     assert "default-src 'none'" in policy and "frame-ancestors 'none'" in policy
@@ -117,7 +117,7 @@ def test_a_huge_header(camera):
 
 
 @pytest.mark.parametrize("octets", [b"\r\n\r\n\r\n", b"GET\r\n\r\n", b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03\r\n\r\n", b"GET / HTTP/9.9\r\n\r\n", b"GET / HTTP/1.1\r\nbad header\r\n\r\n"])
-def test_octets_that_are_no_request(camera, octets):
+def test_octets_that_are_not_a_request(camera, octets):
     with socket.create_connection(("127.0.0.1", camera.console_port), 10) as client:
         client.sendall(octets)
         client.shutdown(socket.SHUT_WR)
@@ -146,7 +146,7 @@ def test_without_a_port_there_is_no_console(desk):
     assert len(os.listdir(descriptors)) == 1, "no console, no thread"
 
 
-def test_a_taken_port_is_told(desk):
+def test_a_taken_port_is_reported(desk):
     desk.start_bus()
     with socket.socket() as holder:
         holder.bind(("127.0.0.1", desk.console_port))
@@ -168,7 +168,7 @@ def test_wrong_options(desk, options):
     assert desk.log("dome").startswith("usage: ")
 
 
-def test_an_address_that_is_none(desk):
+def test_an_invalid_address(desk):
     desk.console_options += ["--console-address", "localhost"]
     desk.start_bus()
     desk.launch_dome()
@@ -181,7 +181,7 @@ def test_another_address_on_request(desk):
     desk.console_options += ["--console-address", "0.0.0.0"]
     desk.start_bus()
     desk.start_dome()
-    assert desk.get("/api/state", Host="192.0.2.7:8205").status == 200, "whoever listens everywhere has many addresses"
+    assert desk.get("/api/state", Host="192.0.2.7:8205").status == 200, "any numeric host is accepted"
     assert desk.get("/api/state", Host="example.org").status == 403
     with socket.create_connection(("127.0.0.2", desk.console_port), 10):
         pass

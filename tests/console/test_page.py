@@ -25,7 +25,7 @@ pytestmark = [pytest.mark.slow, pytest.mark.page]
 def page(camera, browser):
     """The file's console, reset; the street stands still."""
     browser.open(camera)
-    await_until(lambda: browser.text("pan-value") == "0.00°", "the camera is as new")
+    await_until(lambda: browser.text("pan-value") == "0.00°", "the camera is reset")
     browser.find("clear-list").click()
     yield browser
     assert not browser.complaints()
@@ -57,7 +57,7 @@ def arrivals(page):
 def test_a_set_moves_the_number_and_the_picture(camera, page, tools):
     before = page.picture()
     again = page.picture()
-    assert page.difference(before, again) < 1, "a camera at rest shows one picture"
+    assert page.difference(before, again) < 1, "the picture of a camera at rest stays the same"
     assert tools.set(PAN, "x", "02404650").status == 0
     seen = []
 
@@ -66,8 +66,8 @@ def test_a_set_moves_the_number_and_the_picture(camera, page, tools):
         return page.text("pan-value") == "180.00°"
 
     await_until(arrived, "the page shows 180 degrees", 30)
-    on_the_way = sorted(set(value for value in seen if 0 < value < 180))
-    assert len(on_the_way) > 1, f"the way is shown as well as its end: {seen}"
+    between = sorted(set(value for value in seen if 0 < value < 180))
+    assert len(between) > 1, f"the page shows the motion, not only the target: {seen}"
     assert seen == sorted(seen)
     assert page.difference(before, page.picture()) > 10
     row = next(row for row in arrivals(page) if "pan.SetPositionAtSpeed" in row)
@@ -75,9 +75,9 @@ def test_a_set_moves_the_number_and_the_picture(camera, page, tools):
     await_until(lambda: page.text("pan-note") == "at rest", "the plan says so")
 
 
-def test_the_plan_shows_where_a_move_is_going(camera, page):
+def test_the_plan_shows_the_target(camera, page):
     camera.call("pan", "SetPositionAtSpeed", 180000, 0.1, 300)
-    await_until(lambda: page.text("pan-note") == "to 180.00°", "the move's end is named")
+    await_until(lambda: page.text("pan-note") == "to 180.00°", "the target is named")
     goal = page.run("const g = document.querySelector('#plan .goal'); return [g.hasAttribute('hidden'), g.getAttribute('transform')]")
     assert goal == [False, "rotate(180)"]
     camera.call("pan", "SetRelativeVelocity", -0.5, 300)
@@ -105,12 +105,12 @@ def test_the_instruments_follow_the_camera(camera, page):
     assert page.run(hand, "#plan .hand") == "rotate(90)"
     assert page.run(hand, "#arc .hand") == "rotate(120)", "30 degrees below the horizon"
     assert page.run("return document.querySelector('#plan .wedge').getBBox().height") < across / 5, "20 times narrower, or just visible"
-    assert page.run(wedge, "#arc .wedge") > 30, "it is as long as ever"
+    assert page.run(wedge, "#arc .wedge") > 30, "it keeps its length"
     assert [page.run(bar, name) for name in ("zoom", "focus", "iris")] == ["100%", "75%", "10%"]
 
 
 @pytest.mark.parametrize("pan, tilt", [(90000, 0), (180000, -90000), (270000, 90000)])
-def test_where_a_move_is_going_covers_no_number(camera, page, pan, tilt):
+def test_the_target_covers_no_number(camera, page, pan, tilt):
     camera.domectl("clock", "pause")
     camera.call("pan", "SetPositionAtSpeed", pan, 0.1, 300)
     camera.control("set", "tilt", tilt + (30000 if tilt <= 0 else -30000))
@@ -131,10 +131,10 @@ def light(page):
 def test_zoom_changes_the_picture_and_the_focus_follows(camera, page):
     wide = page.picture()
     camera.call("zoom", "SetMagnificationThousandthsX", 8000, 300)
-    await_until(lambda: "blur(" in lens_filter(page), "the picture is not sharp on the way")
+    await_until(lambda: "blur(" in lens_filter(page), "the picture is blurred during the zoom")
     page.await_text("zoom-value", "8.00×")
     assert page.difference(wide, page.picture()) > 5
-    await_until(lambda: lens_filter(page) == "none", "the auto focus has found it")
+    await_until(lambda: lens_filter(page) == "none", "the auto focus has finished")
     assert page.text("focus-value") != "50.0 %"
 
 
@@ -154,7 +154,7 @@ def test_the_iris_lets_light_in(camera, page):
     page.find("light").send_keys(Keys.CONTROL, "a")
     page.find("light").send_keys("80", Keys.ENTER)
     page.await_text("iris-value", "20.0 %")
-    await_until(lambda: lens_filter(page) == "none", "the automatic has found the right picture")
+    await_until(lambda: lens_filter(page) == "none", "auto iris and auto focus have finished")
 
 
 def test_beyond_its_optics_the_picture_is_cropped(camera, page):
@@ -210,7 +210,7 @@ def test_a_service_that_hangs_is_named(camera, page, tools):
 
 
 @pytest.mark.parametrize("fault, words", [("fail", "focus fails"), ("hang", "focus hangs"), ("gone", "focus is gone")])
-def test_what_comes_to_nothing_is_told(camera, page, fault, words):
+def test_a_failed_action_is_shown(camera, page, fault, words):
     camera.control("fault", "focus", fault)
     page.find("auto-focus").click()
     page.await_text("failure", f"{words}: nothing was done.")
@@ -306,30 +306,30 @@ def test_auto_flags(camera, page):
 
 
 WORDS = [
-    ("positionPan", "02404650", "Go to 180.00° at 50 % of the max speed, clockwise."),
-    ("positionPan", "02 C0 03 E8", "Go to 10.00° at 50 % of the max speed, counter-clockwise."),
-    ("positionPan", "02000064", "Go to 1.00° at the default speed, in the shorter direction."),
-    ("positionPan", "02108CA0", "Refused with genErr: 36000 is beyond 35999, the last hundredth of a turn. It is remembered all the same."),
-    ("positionPan", "00010000", "Refused with genErr: a stop has the speed 0. It is remembered all the same."),
+    ("positionPan", "02404650", "Move to 180.00° at 50 % of the max speed, clockwise."),
+    ("positionPan", "02 C0 03 E8", "Move to 10.00° at 50 % of the max speed, counter-clockwise."),
+    ("positionPan", "02000064", "Move to 1.00° at the default speed, in the shorter direction."),
+    ("positionPan", "02108CA0", "Refused with genErr: 36000 is above the max, 35999. A GET still returns it."),
+    ("positionPan", "00010000", "Refused with genErr: a stop requires the speed 0. A GET still returns it."),
     ("positionPan", "", "Stop."),
-    ("positionPan", "01FF07D0", "Move by 20.00° counter-clockwise from where it stands, at 1 % of the max speed."),
-    ("positionPan", "03800000", "Nothing moves: the speeds are -127 to 127."),
+    ("positionPan", "01FF07D0", "Move by 20.00° counter-clockwise from the current position, at 1 % of the max speed."),
+    ("positionPan", "03800000", "No motion: the speeds are -127 to 127."),
     ("positionPan", "0x03:7F:00:00", "Move clockwise at 100 % of the max speed until stopped."),
-    ("positionPan", "04000000", "Refused with genErr: there is no mode 4. It is remembered all the same."),
-    ("positionPan", "02404", "Octets are pairs of hexadecimal digits, such as 02 40 46 50."),
-    ("positionTilt", "027F0BB8", "Go to 30.00° up at 100 % of the max speed."),
-    ("positionTilt", "027F2EE0", "Go to 30.00° up at 100 % of the max speed."),
-    ("positionTilt", "027F5208", "Go to 30.00° down at 100 % of the max speed."),
-    ("positionTilt", "027F80E8", "Go to 30.00° down at 100 % of the max speed."),
+    ("positionPan", "04000000", "Refused with genErr: there is no mode 4. A GET still returns it."),
+    ("positionPan", "02404", "Enter octets as pairs of hexadecimal digits, such as 02 40 46 50."),
+    ("positionTilt", "027F0BB8", "Move to 30.00° up at 100 % of the max speed."),
+    ("positionTilt", "027F2EE0", "Move to 30.00° up at 100 % of the max speed."),
+    ("positionTilt", "027F5208", "Move to 30.00° down at 100 % of the max speed."),
+    ("positionTilt", "027F80E8", "Move to 30.00° down at 100 % of the max speed."),
     ("positionTilt", "03E00000", "Move down at 25 % of the max speed until stopped."),
     ("positionZoomLens", "0200FFFF", "Zoom to 20.00×."),
     ("positionZoomLens", "02000000", "Zoom to 1.00×."),
     ("positionZoomLens", "03FF0000", "Zoom out until stopped, at the default rate."),
-    ("positionZoomLens", "01FF1000", "Zoom out by 1.19× from where it stands."),
-    ("positionZoomLens", "03800000", "Refused with genErr: the speeds are -127 to 127. It is remembered all the same."),
+    ("positionZoomLens", "01FF1000", "Zoom out by 1.19× from the current magnification."),
+    ("positionZoomLens", "03800000", "Refused with genErr: the speeds are -127 to 127. A GET still returns it."),
     ("positionFocusLens", "02008000", "Focus at 50.0 % of the range from near to far."),
     ("positionFocusLens", "03010000", "Focus nearer until stopped, at most to 0.0 %."),
-    ("positionIrisLens", "02008000", "Taken without effect: the iris knows only stop and continuous."),
+    ("positionIrisLens", "02008000", "Accepted without effect: the iris supports only stop and continuous."),
     ("positionIrisLens", "03010000", "Close the iris until stopped."),
 ]
 
@@ -365,7 +365,7 @@ def test_names_of_banks_are_text_only(camera, page):
 def test_the_camera_comes_back(camera, page):
     camera.end("dome")
     page.await_text("link", "No connection")
-    assert not page.all(".reticle")[0].is_displayed(), "nothing crosses the words in the picture"
+    assert not page.all(".reticle")[0].is_displayed(), "the reticle is hidden behind the message"
     camera.start_dome()
     page.await_text("link", "Live")
     camera.domectl("set", "pan", 12000)
@@ -381,7 +381,7 @@ def test_an_agent_that_does_not_answer_is_named(camera, page):
         assert page.run(CONTRAST) == []
         camera.control("set", "pan", 21000)
         page.await_text("pan-value", "21.00°")
-        assert page.all(".reticle")[0].is_displayed(), "the camera itself is there"
+        assert page.all(".reticle")[0].is_displayed(), "the camera itself still answers"
     finally:
         os.kill(camera.agent_pid(), signal.SIGCONT)
     page.await_text("link", "Live")
@@ -424,7 +424,7 @@ def test_it_fits_every_screen(panel, width, scheme):
     page = panel
     page.look(width, 844 if width < 500 else 900, scheme)
     time.sleep(0.2)
-    assert page.run("return document.documentElement.scrollWidth") == width, "nothing sticks out sideways"
+    assert page.run("return document.documentElement.scrollWidth") == width, "the page is not wider than the window"
     outside = page.run("""
         return [...document.querySelectorAll('main *')].filter((e) => {
           const box = e.getBoundingClientRect();
@@ -432,14 +432,14 @@ def test_it_fits_every_screen(panel, width, scheme):
         }).map((e) => e.id || e.className)""")
     assert outside == []
     edges = page.run("return ['.bar h1', '.frame', '.services'].map((e) => document.querySelector(e).getBoundingClientRect().left)")
-    assert max(edges) - min(edges) < 8, "the title stands over what it is the title of"
+    assert max(edges) - min(edges) < 8, "the title and its content start at the same edge"
     if width == 390:
         small = page.run("""
             return [...document.querySelectorAll('button, select, input')].filter((e) => {
               const box = e.getBoundingClientRect();
               return box.width && box.height < 32;
             }).map((e) => e.id || e.className)""")
-        assert small == [], "fingers need room"
+        assert small == [], "controls are large enough for fingers"
 
 
 CONTRAST = """
@@ -489,7 +489,7 @@ def test_a_flood_does_not_drown_the_page(camera, page):
 
 
 def test_a_hidden_page_does_not_watch(camera, page):
-    """A browser opens few connections to one host; hidden pages must not hold them."""
+    """A browser opens few connections to one host. Hidden pages must not hold them."""
     hide = """Object.defineProperty(document, 'hidden', {value: arguments[0], configurable: true});
               document.dispatchEvent(new Event('visibilitychange'))"""
     descriptors = len(os.listdir(f"/proc/{camera.processes['dome'].pid}/fd"))
@@ -514,7 +514,7 @@ def test_a_portrait(camera, page, tools):
     tools.set("1.3.6.1.4.1.1206.4.2.7.4.3.0", "x", "02000600")
     tools.set("1.3.6.1.4.1.1206.4.2.7.4.2.0", "x", "020846D0")  # 1.28 degrees down
     tools.set(PAN, "x", "02070320")  # 8 degrees
-    await_until(lambda: 346 < reading(page, "pan-value") < 359 and page.text("pan-note") == "to 8.00°", "it is on its way")
+    await_until(lambda: 346 < reading(page, "pan-value") < 359 and page.text("pan-note") == "to 8.00°", "the pan moves")
     pictures = {"light": page.screenshot()}
     page.look(scheme="dark", still=False)
     pictures["dark"] = page.screenshot()

@@ -1,4 +1,4 @@
-"""The event stream: what it sends, and that no reader of it disturbs the camera."""
+"""The event stream: its content, and that its readers do not disturb the camera."""
 
 import os
 import pathlib
@@ -12,8 +12,8 @@ from consoles import Events
 from desk import ManagerOf, await_until, sanitizer_runtime
 
 SLOW_READERS = 300
-MOST_STREAMS = 384
-MOST_CONNECTIONS = 512
+MAX_STREAMS = 384
+MAX_CONNECTIONS = 512
 
 
 def test_it_begins_with_the_whole_camera(camera):
@@ -23,27 +23,27 @@ def test_it_begins_with_the_whole_camera(camera):
         assert events.next("state")["camera"] == camera.dome_state()
 
 
-def test_a_change_is_told(camera):
+def test_a_change_is_sent(camera):
     with camera.events() as events:
         events.next("state")
         camera.domectl("set", "alarm", "BNK2", 1, 1)
         assert events.next("state")["camera"]["alarm"]["BNK2"] == [False, True]
 
 
-def test_calls_and_events_are_told_in_order(camera):
+def test_calls_and_events_are_sent_in_order(camera):
     with camera.events() as events:
         events.next("state")
         camera.call("pan", "SetRelativeVelocity", 0, 1)
         camera.domectl("event", "voltage", 7, "--count", 3)
-        told = []
-        while len(told) < 4:
+        sent = []
+        while len(sent) < 4:
             activity = events.next("activity")
             if activity["source"] != "bus":
-                told.append((activity["service"], activity["args"]))
-        assert told[-4:] == [("pan", ["0", "1"]), ("voltage", ["7"]), ("voltage", ["8"]), ("voltage", ["9"])]
+                sent.append((activity["service"], activity["args"]))
+        assert sent[-4:] == [("pan", ["0", "1"]), ("voltage", ["7"]), ("voltage", ["8"]), ("voltage", ["9"])]
 
 
-def test_the_axis_is_seen_on_its_way(camera):
+def test_the_axis_is_seen_while_it_moves(camera):
     with camera.events() as events:
         events.next("state")
         camera.call("pan", "SetPositionAtSpeed", 60000, 0.5, 300)
@@ -52,13 +52,13 @@ def test_the_axis_is_seen_on_its_way(camera):
             states.append(events.next("state"))
     positions = [state["camera"]["pan"]["position"] for state in states]
     assert positions == sorted(positions)
-    assert len(set(positions)) > 8, "a second's way, in many steps"
+    assert len(set(positions)) > 8, "many positions in a second of motion"
     assert any(state["camera"]["pan"]["target"] == 60000 for state in states if state["camera"]["pan"]["moving"])
     steps = [b["time"] - a["time"] for a, b in zip(states, states[1:])]
     assert min(steps) >= 35, "no more than about 25 a second"
 
 
-def test_nothing_happens_nothing_is_told(camera):
+def test_nothing_is_sent_while_nothing_happens(camera):
     with camera.open_stream(timeout=2) as stream:
         text = b""
         while b"event: state" not in text:
@@ -75,8 +75,8 @@ def test_nothing_happens_nothing_is_told(camera):
             stream.recv(65536)
 
 
-def test_a_flood_is_told_in_part_and_the_numbers_show_it(camera):
-    """To a reader that does not keep up."""
+def test_a_flood_is_sent_in_part_and_the_numbers_show_it(camera):
+    """The reader is too slow for all of it."""
     with camera.open_stream(receive_buffer=4096) as stream:
         events = Events(stream)
         events.next("state")
@@ -120,7 +120,7 @@ def test_slow_readers_do_not_hold_up_the_camera(camera, record_property):
         try:
             camera.call("pan", "SetRelativeVelocity", 1, 300)
             camera.call("tilt", "SetRelativeVelocity", 0.1, 300)
-            with camera.events() as events:  # one of them reads
+            with camera.events() as events:  # this reader reads
                 for _ in range(20):
                     events.next("state")
                 crowded, crowded_worst = service_calls(camera, manager)
@@ -149,13 +149,13 @@ def test_slow_readers_do_not_hold_up_the_camera(camera, record_property):
 def test_streams_and_connections_are_bounded(camera):
     readers = []
     try:
-        for _ in range(MOST_STREAMS):
+        for _ in range(MAX_STREAMS):
             readers.append(camera.open_stream())
         with camera.open_stream() as one_more:
             assert one_more.makefile("rb").readline().startswith(b"HTTP/1.1 503 ")
-        assert camera.get("/api/state").status == 200, "there is room for a request still"
+        assert camera.get("/api/state").status == 200, "a request still gets a connection"
         idle = [socket.create_connection(("127.0.0.1", camera.console_port), 10)
-                for _ in range(MOST_CONNECTIONS - MOST_STREAMS)]
+                for _ in range(MAX_CONNECTIONS - MAX_STREAMS)]
         readers += idle
         with socket.create_connection(("127.0.0.1", camera.console_port), 10) as one_more:
             assert one_more.makefile("rb").readline().startswith(b"HTTP/1.1 503 ")
@@ -163,7 +163,7 @@ def test_streams_and_connections_are_bounded(camera):
     finally:
         for reader in readers:
             reader.close()
-    await_until(lambda: camera_answers(camera), "there is room again")
+    await_until(lambda: camera_answers(camera), "new connections are accepted again")
 
 
 def camera_answers(camera):

@@ -28,7 +28,7 @@ AxisProperties Nodding() {
 }
 
 AxisProperties Heavy(AxisProperties properties) {
-    properties.acceleration = 200000;  // half a second to max. speed; 25000 units to stop from it
+    properties.acceleration = 200000;  // half a second to the max speed, 25000 units to stop from it
     return properties;
 }
 
@@ -46,7 +46,7 @@ double RunToRest(
     return seconds;
 }
 
-TEST(Axis, StandsWhereItWasPut) {
+TEST(Axis, StaysWhereItWasSet) {
     Axis axis(Turning());
     EXPECT_DOUBLE_EQ(axis.Position(), 0);
     axis.JumpTo(-1000);
@@ -74,14 +74,14 @@ TEST(Axis, MovesByTimeAndSpeed) {
     EXPECT_EQ(axis.Target(), 90000);
 }
 
-TEST(Axis, TakesItsOwnSpeedForSpeedZero) {
+TEST(Axis, MovesAtTheDefaultSpeedForSpeedZero) {
     Axis axis(Turning());
     axis.MoveTo(90000, 0, kLong);
     axis.Tick(1);
     EXPECT_NEAR(axis.Position(), 50000, 1e-3);
 }
 
-TEST(Axis, IsNeverFasterThanItsGreatestSpeed) {
+TEST(Axis, NeverExceedsItsMaxSpeed) {
     Axis axis(Turning());
     axis.MoveAt(7, kLong);
     axis.Tick(1);
@@ -91,7 +91,7 @@ TEST(Axis, IsNeverFasterThanItsGreatestSpeed) {
     EXPECT_NEAR(axis.Position(), 50000, 1e-3);
 }
 
-TEST(Axis, GoesTheShorterWayRoundWithoutASpeed) {
+TEST(Axis, TurnsInTheShorterDirectionWithoutASpeed) {
     Axis axis(Turning());
     axis.JumpTo(10000);
     axis.MoveTo(350000, 0, kLong);
@@ -108,12 +108,12 @@ TEST(Axis, GoesTheShorterWayRoundWithoutASpeed) {
     RunToRest(axis);
     EXPECT_EQ(axis.Position(), 10000);
 
-    axis.MoveTo(190000, 0, kLong);  // both directions are half a turn
+    axis.MoveTo(190000, 0, kLong);  // half a turn in both directions
     axis.Tick(0.1);
     EXPECT_NEAR(axis.Position(), 15000, 1e-3);
 }
 
-TEST(Axis, GoesTheWayOfTheSpeedsSign) {
+TEST(Axis, TurnsInTheDirectionOfTheSpeedsSign) {
     Axis axis(Turning());
     axis.JumpTo(10000);
     axis.MoveTo(350000, 1, kLong);
@@ -129,7 +129,7 @@ TEST(Axis, GoesTheWayOfTheSpeedsSign) {
     EXPECT_EQ(axis.Position(), 10000);
 }
 
-TEST(Axis, StaysWhenItIsThereAlready) {
+TEST(Axis, StaysWhenItIsAtTheTarget) {
     Axis axis(Turning());
     axis.JumpTo(10000);
     for (const double speed : {-1.0, 0.0, 1.0}) {
@@ -224,7 +224,7 @@ TEST(Axis, StopsAtItsLimits) {
     EXPECT_FALSE(axis.IsMoving());
 }
 
-TEST(Axis, ComesInsideNewLimits) {
+TEST(Axis, MovesInsideNewLimits) {
     Axis axis(Nodding());
     axis.MoveTo(80000, 1, kLong);
     axis.Tick(0.1);
@@ -259,7 +259,7 @@ TEST(HeavyAxis, NeverChangesItsSpeedAtOnce) {
     double before = 0;
     const auto tick = [&] {
         axis.Tick(0.001);
-        // at twice the rate, coming to rest may skip one step
+        // Twice the rate, because coming to rest may skip one step.
         EXPECT_LE(std::fabs(axis.Velocity() - before), 2 * 0.002 + 1e-9);
         before = axis.Velocity();
     };
@@ -274,7 +274,7 @@ TEST(HeavyAxis, NeverChangesItsSpeedAtOnce) {
     EXPECT_EQ(axis.Velocity(), 0);
 }
 
-TEST(HeavyAxis, RunsOutAfterAStop) {
+TEST(HeavyAxis, SlowsDownAfterAStop) {
     Axis axis(Heavy(Turning()));
     axis.MoveAt(1, kLong);
     axis.Tick(1);
@@ -286,7 +286,7 @@ TEST(HeavyAxis, RunsOutAfterAStop) {
     EXPECT_NEAR(axis.Position() - position, 25000, 200);
 }
 
-TEST(HeavyAxis, ComesBackToATargetThatItCannotStopAt) {
+TEST(HeavyAxis, ReturnsToATargetThatItOvershoots) {
     Axis axis(Heavy(Turning()));
     axis.MoveAt(1, kLong);
     axis.Tick(1);

@@ -30,7 +30,7 @@ TEST(Camera, TurnsAtItsStatedSpeeds) {
     Camera camera;
     camera.pan.MoveAt(1, 300);
     camera.tilt.MoveAt(-1, 300);
-    camera.Tick(1);  // long past the acceleration
+    camera.Tick(1);  // longer than the acceleration
     const double pan = camera.pan.Position();
     const double tilt = camera.tilt.Position();
     EXPECT_NEAR(pan, 120000 * 0.9, 200);
@@ -107,7 +107,7 @@ TEST(Focus, MovesByHandAndByItself) {
     EXPECT_EQ(focus.Percent(), Focus::kSharp);
 }
 
-TEST(Focus, BreaksOffARunOfTheAutoFocus) {
+TEST(Focus, StopsARunOfTheAutoFocus) {
     Focus focus(Focus::kRate, [] { return Focus::kSharp; });
     focus.SetAuto(false);
     EXPECT_FALSE(focus.IsAuto());
@@ -123,7 +123,7 @@ TEST(Focus, BreaksOffARunOfTheAutoFocus) {
     EXPECT_TRUE(focus.IsFocusing());
     focus.MoveTo(10);
     EXPECT_FALSE(focus.IsFocusing());
-    focus.Refocus(false);  // there is no auto focus to stop: the manual move continues
+    focus.Refocus(false);  // no run of the auto focus to stop: the manual move continues
     focus.Tick(10);
     EXPECT_EQ(focus.Percent(), 10);
 }
@@ -141,18 +141,18 @@ TEST(Focus, HuntsForTheStatedTimeAndSettles) {
     focus.JumpTo(20);
     focus.Refocus(true);
     double seconds = 0;
-    double least = 100;
-    double most = 0;
+    double min = 100;
+    double max = 0;
     for (; focus.IsFocusing() && seconds < 10; seconds += 0.001) {
         const double before = focus.Percent();
         focus.Tick(0.001);
         ASSERT_LE(std::fabs(focus.Percent() - before), 50 * 0.001 + 1e-9);
-        most = std::max(most, focus.Percent());
-        if (most > 75) least = std::min(least, focus.Percent());
+        max = std::max(max, focus.Percent());
+        if (max > 75) min = std::min(min, focus.Percent());
     }
     EXPECT_NEAR(seconds, (50 + Focus::kHuntDistance) / 50, 0.01);
-    EXPECT_NEAR(most, 76, 0.1);
-    EXPECT_NEAR(least, 66, 0.1);
+    EXPECT_NEAR(max, 76, 0.1);
+    EXPECT_NEAR(min, 66, 0.1);
     EXPECT_EQ(focus.Percent(), 70);
     EXPECT_FALSE(focus.Drive().IsMoving());
 }
@@ -188,7 +188,7 @@ TEST(Focus, FollowsTheViewWhenItHasComeToRest) {
     EXPECT_NEAR(camera.focus.Percent(), 60, 1e-9);
 }
 
-TEST(Focus, StaysWithoutItsAutomatic) {
+TEST(Focus, StaysWithoutAutoFocus) {
     Camera camera;
     camera.focus.SetAuto(false);
     camera.tilt.MoveTo(-90000, 1, 300);
@@ -200,7 +200,7 @@ TEST(Focus, StaysWithoutItsAutomatic) {
     EXPECT_NEAR(camera.focus.Percent(), 40, 1e-9);
 }
 
-TEST(Focus, StaysForAViewThatHardlyChangesOrWasPut) {
+TEST(Focus, StaysForAViewThatHardlyChangesOrWasSet) {
     Camera camera;
     camera.tilt.MoveTo(2000, 1, 300);  // 0.7 percent
     RunToRest(camera);
@@ -210,7 +210,7 @@ TEST(Focus, StaysForAViewThatHardlyChangesOrWasPut) {
     EXPECT_EQ(camera.focus.Percent(), 50);
 }
 
-TEST(Focus, LeavesAMoveByHandAlone) {
+TEST(Focus, DoesNotInterruptAManualMove) {
     Camera camera;
     camera.focus.JumpTo(0);
     camera.tilt.MoveTo(30000, 1, 300);
@@ -221,7 +221,7 @@ TEST(Focus, LeavesAMoveByHandAlone) {
     EXPECT_TRUE(camera.focus.IsAuto());
 }
 
-TEST(Iris, FollowsTheLightWhileItIsAutomatic) {
+TEST(Iris, FollowsTheLightWithAutoIris) {
     Iris iris(50, 50);
     iris.SetLight(90);
     iris.Tick(0.5);
@@ -237,7 +237,7 @@ TEST(Iris, FollowsTheLightWhileItIsAutomatic) {
     EXPECT_EQ(iris.Percent(), 100);
 }
 
-TEST(Iris, MovesAndReturnsToItsAutomatic) {
+TEST(Iris, MovesByHandAndReturnsToAutoIris) {
     Iris iris(Iris::kRate, Iris::kLight);
     iris.SetAuto(false);
     EXPECT_FALSE(iris.IsAuto());
@@ -342,7 +342,7 @@ TEST(Sensors, DriftInWholeDegrees) {
     EXPECT_EQ(readings, (std::vector<int>{26, 27, 28, 27, 26, 25, 24, 23, 22, 23, 24, 25}));
     EXPECT_EQ(sensors.Temperatures(), (std::vector<int>{25, 22}));
     sensors.Tick(25);
-    sensors.SetTemperature(0, 60);  // the max. of the drift; the drift continues from there
+    sensors.SetTemperature(0, 60);  // set at the max of the drift, which continues from there
     EXPECT_EQ(sensors.Temperature(0), 60);
     EXPECT_EQ(sensors.Temperature(1), 25);
     sensors.Tick(50);

@@ -1,4 +1,4 @@
-// The camera's clock: stopped, stepped and at other rates.
+// The camera's clock: paused, stepped and at other rates.
 
 #include <gtest/gtest.h>
 
@@ -91,7 +91,7 @@ TEST_F(DeskClock, StepsAMoveByTheSecond) {
     EXPECT_EQ(desk.State()["pan"]["position"], 0);
     desk.Control({"clock", "step", "1"});
     json state = desk.State();
-    // 0.2 s to the full speed of 120000 a second: 12000 by then, plus 96000 in the next 0.8 s.
+    // It takes 0.2 s to the full speed of 120000 a second and 12000 by then, plus 96000 in the next 0.8 s.
     const int second = state["pan"]["position"];
     EXPECT_NEAR(second, 108000, 100);
     EXPECT_EQ(state["pan"]["velocity"], 1);

@@ -28,13 +28,13 @@ struct ConfigurationTest : testing::Test {
         } catch (const tavos::osa::Exception& refused) {
             return refused.what();
         }
-        return "nothing was refused";
+        return "accepted";
     }
 
     Desk desk;
 };
 
-TEST_F(ConfigurationTest, IsTheDeskCameraWhereItSaysNothing) {
+TEST_F(ConfigurationTest, DefaultsToTheDeskCamera) {
     for (const std::string& file : {Write(""), std::string(DOME_TEST_CONFIGURATION)}) {
         const Configuration read = ReadConfiguration(file);
         const CameraProperties wanted;
@@ -69,7 +69,7 @@ TEST_F(ConfigurationTest, IsTheDeskCameraWhereItSaysNothing) {
     }
 }
 
-TEST_F(ConfigurationTest, TellsFileLineAndKeyOfWhatIsWrong) {
+TEST_F(ConfigurationTest, NamesFileLineAndKeyOfAMistake) {
     const auto refused = [&](const std::string& text, const std::string& line, const std::string& what) {
         const std::string refusal = Refusal(text);
         EXPECT_EQ(refusal.find(File() + ':' + line + ": "), 0u) << refusal;
@@ -78,6 +78,8 @@ TEST_F(ConfigurationTest, TellsFileLineAndKeyOfWhatIsWrong) {
     };
     refused("\nwiper = 1\n", "2", "wiper is not known");
     refused("[pan]\nminimum = 0\n", "2", "pan.minimum is not known");
+    refused("[tilt]\nown_speed = 0.5\n", "2",
+            "tilt.own_speed is not known; the known keys are minimum, maximum, speed, default_speed, accelerating");
     refused("\"two\\nlines\" = 1\n", "1", "two?lines is not known");
     refused("[sensors]\n\ndrfit = 1\n", "3", "sensors.drfit is not known");
     refused("presets = \"many\"\n", "1", "presets must be a whole number");
@@ -89,7 +91,7 @@ TEST_F(ConfigurationTest, TellsFileLineAndKeyOfWhatIsWrong) {
     refused("[tilt]\nspeed = nan\n", "2", "tilt.speed must be from");
     refused("[tilt]\nminimum = 10\nmaximum = 5\n", "3", "tilt.maximum must be above minimum");
     refused("[zoom]\noptical_maximum = 0.5\n", "2", "zoom.optical_maximum must be from 1 to 100");
-    refused("[sensors]\ntemperatures = []\n", "2", "sensors.temperatures must be a list");
+    refused("[sensors]\ntemperatures = []\n", "2", "sensors.temperatures must be a non-empty list");
     refused("[sensors]\ntemperatures = [1, 2.5]\n", "2", "sensors.temperatures must be a whole number");
     refused("alarm = 4\n", "1", "alarm must be a list of banks");
     refused("[[alarm]]\nname = \"A\"\n", "1", "alarm requires a name and a count");
@@ -140,12 +142,12 @@ TEST_F(ConfigurationTest, RefusesAFifo) {
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const Result result = desk.Run("orvex-dome", {"--state", desk.Folder(), "--config", fifo});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.errors, "orvex-dome: " + fifo + ":0: is no regular file\n");
+    EXPECT_EQ(result.errors, "orvex-dome: " + fifo + ":0: is not a regular file\n");
 }
 
-TEST_F(ConfigurationTest, GivesMovesThatNameNoSpeedTheAxissOwn) {
+TEST_F(ConfigurationTest, MovesWithoutASpeedUseTheDefaultSpeed) {
     const CameraProperties properties =
-        ReadConfiguration(Write("[pan]\nown_speed = 0.25\n[tilt]\nown_speed = 0.125\n")).camera;
+        ReadConfiguration(Write("[pan]\ndefault_speed = 0.25\n[tilt]\ndefault_speed = 0.125\n")).camera;
     Camera camera(properties);
     camera.pan.MoveTo(170000, 0, 300);
     camera.tilt.MoveTo(-80000, 0, 300);
@@ -154,7 +156,7 @@ TEST_F(ConfigurationTest, GivesMovesThatNameNoSpeedTheAxissOwn) {
     EXPECT_NEAR(camera.tilt.Velocity(), -0.125, 1e-9);
     camera.pan.MoveTo(0, 1, 300);
     camera.Tick(1);
-    EXPECT_NEAR(camera.pan.Velocity(), 1, 1e-9) << "a move that names a speed has that one";
+    EXPECT_NEAR(camera.pan.Velocity(), 1, 1e-9) << "a move that names a speed uses it";
 }
 
 TEST_F(ConfigurationTest, EndsTheCameraWithOneLineWhenItIsWrong) {
@@ -162,7 +164,10 @@ TEST_F(ConfigurationTest, EndsTheCameraWithOneLineWhenItIsWrong) {
     const Result result = desk.Run("orvex-dome", {"--state", desk.Folder(), "--config", File()});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.errors, "orvex-dome: " + File() + ":2: wiper is not known\n");
+    EXPECT_EQ(result.errors,
+              "orvex-dome: " + File() +
+                  ":2: wiper is not known; the known keys are keep_position, presets, pan, tilt, zoom, " +
+                  "focus, iris, alarm, relay, sensors\n");
 }
 
 }  // namespace

@@ -164,7 +164,7 @@ TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
     EXPECT_TRUE(presence.empty());
 }
 
-TEST_F(ControlTest, SaysHowManyRowsAreTooMany) {
+TEST_F(ControlTest, NamesTheMaxNumberOfRows) {
     try {
         Execute({"banks", "relay", "A=1000", "B=25"});
         ADD_FAILURE() << "taken";
@@ -226,7 +226,7 @@ TEST_F(ControlTest, ShowsAsManyPointsAsItIsAskedFor) {
         const Json all = Json::parse(control.State(512));
         EXPECT_EQ(all[kind]["A"].size(), 500u);
         EXPECT_EQ(all[kind]["B"].size(), 12u);
-        EXPECT_FALSE(all.contains("shortened")) << "512 are not too many";
+        EXPECT_FALSE(all.contains("shortened")) << "512 are within the max";
         Execute({"banks", kind, "A=500", "B=13"});
         const Json first = Json::parse(control.State(512));
         EXPECT_EQ(first[kind]["B"].size(), 12u);
@@ -261,12 +261,12 @@ TEST_F(ControlTest, FiresEventsThatLeaveTheReadingsAlone) {
     EXPECT_EQ(control.State(), before);
 }
 
-TEST_F(ControlTest, GoesOnWithARowOfEventsAfterItsAnswer) {
+TEST_F(ControlTest, EmitsASeriesOfEventsAfterItsAnswer) {
     Recorder power;
     services.power.OnPowerStatusChange().AddHandler(tavos::core::CreateDelegate(&power, &Recorder::OnStatus));
     const std::uint64_t row = control.Execute({"event", "power", "1", "--count", "1000"}).more;
     ASSERT_NE(row, 0u);
-    EXPECT_LT(power.statuses.size(), 100u) << "others are to have their turn";
+    EXPECT_LT(power.statuses.size(), 100u) << "other work must get its turn";
     EXPECT_TRUE(control.HasEvents());
     const std::uint64_t next = control.Execute({"event", "power", "-1"}).more;
     const std::string number = std::to_string(row);
@@ -276,16 +276,16 @@ TEST_F(ControlTest, GoesOnWithARowOfEventsAfterItsAnswer) {
     EXPECT_EQ(control.Execute({"more", std::to_string(next)}).more, 0u);
     ASSERT_EQ(power.statuses.size(), 1001u);
     for (int i = 0; i < 1000; ++i) ASSERT_EQ(power.statuses[static_cast<std::size_t>(i)], i + 1);
-    EXPECT_EQ(power.statuses.back(), -1) << "they keep their order";
-    EXPECT_EQ(control.Execute({"event", "power", "3"}).more, 0u) << "one alone is told at once";
+    EXPECT_EQ(power.statuses.back(), -1) << "the series keep their order";
+    EXPECT_EQ(control.Execute({"event", "power", "3"}).more, 0u) << "one alone is emitted at once";
     EXPECT_EQ(power.statuses.back(), 3);
     EXPECT_THROW(control.Execute({"more"}), Exception);
     EXPECT_THROW(control.Execute({"more", "events"}), Exception);
     EXPECT_EQ(control.Execute({"more", "1002"}).more, 0u);
-    EXPECT_THROW(control.Execute({"more", "1003"}), Exception) << "nobody has asked for so many";
+    EXPECT_THROW(control.Execute({"more", "1003"}), Exception) << "so many were never requested";
 }
 
-TEST_F(ControlTest, TakesAndGivesUpNamesOnlyWhenThatChanges) {
+TEST_F(ControlTest, TakesAndReleasesNamesOnlyOnAChange) {
     using Presence = std::vector<std::pair<std::string, bool>>;
     Execute({"fault", "pan", "fail"});
     EXPECT_EQ(faults.Treatment("pan"), Treatment::kFail);

@@ -86,7 +86,7 @@ Process::Process(const Words& command, const std::string& output, const std::str
     }
     close(out);
     close(err);
-    if (_pid < 0) throw std::runtime_error("no child process can be had");
+    if (_pid < 0) throw std::runtime_error("cannot start a child process");
     _running = true;
 }
 
@@ -141,7 +141,7 @@ void Process::Reap(int options) {
 
 Desk::Desk() {
     char folder[] = "/tmp/dome-test-XXXXXX";
-    if (!mkdtemp(folder)) throw std::runtime_error("no folder can be made in /tmp");
+    if (!mkdtemp(folder)) throw std::runtime_error("cannot create a folder in /tmp");
     _folder = folder;
 }
 

@@ -16,7 +16,7 @@ using Words = std::vector<std::string>;
 /// Polls until the condition holds; false when it does not hold within the time.
 bool Await(const std::function<bool()>& condition, std::chrono::milliseconds time = std::chrono::seconds(10));
 
-/// A child process in a new process group that ends with this process at the latest. Its output goes to files.
+/// A child process in a new process group. It ends with this process, if not before. Its output goes to files.
 class Process {
 public:
     /// Creates the files `output` and `errors`; adds `environment` ("NAME=value") to this process's environment.

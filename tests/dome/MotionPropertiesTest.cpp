@@ -25,7 +25,7 @@ AxisProperties Heavy(bool endless) {
 }
 
 /// The distance from one position to the next; for a turn, the shorter one.
-double Way(const AxisProperties& properties, double from, double to) {
+double Distance(const AxisProperties& properties, double from, double to) {
     return properties.endless ? std::remainder(to - from, properties.maximum - properties.minimum) : to - from;
 }
 
@@ -33,16 +33,16 @@ class RandomDriver {
 public:
     explicit RandomDriver(unsigned seed) : _engine(seed) {}
 
-    double Between(double least, double most) { return std::uniform_real_distribution<double>(least, most)(_engine); }
+    double Between(double min, double max) { return std::uniform_real_distribution<double>(min, max)(_engine); }
     int Choice(int count) { return std::uniform_int_distribution<int>(0, count - 1)(_engine); }
 
     /// Mostly moves; sometimes a stop, a speed out of range or an invalid speed.
-    void Command(Axis& axis, double least, double most) {
+    void Command(Axis& axis, double min, double max) {
         const double limit = Choice(4) == 0 ? Between(0, 1) : kLong;
         switch (Choice(5)) {
             case 0:
             case 1:
-                axis.MoveTo(Between(2 * least, 2 * most), Choice(3) == 0 ? 0 : Between(-1.5, 1.5), limit);
+                axis.MoveTo(Between(2 * min, 2 * max), Choice(3) == 0 ? 0 : Between(-1.5, 1.5), limit);
                 break;
             case 2:
             case 3:
@@ -59,7 +59,7 @@ private:
 
 struct RandomMotion : testing::TestWithParam<unsigned> {};
 
-/// Checks one tick of an axis: limits, speed, and that neither position nor velocity jumps.
+/// Checks one tick of an axis: limits, speed, and that position and velocity do not jump.
 void TickChecked(Axis& axis, const AxisProperties& properties, double seconds) {
     const double position = axis.Position();
     const double velocity = axis.Velocity();
@@ -72,7 +72,7 @@ void TickChecked(Axis& axis, const AxisProperties& properties, double seconds) {
     ASSERT_LE(std::fabs(axis.Velocity()), 1.0 + 1e-12);
     // The last step to the target covers the remaining distance: less than one internal step.
     const double maxDistance = properties.maxSpeed * seconds + 1e-6;
-    ASSERT_LE(std::fabs(Way(properties, position, axis.Position())), maxDistance);
+    ASSERT_LE(std::fabs(Distance(properties, position, axis.Position())), maxDistance);
     const double maxChange = properties.acceleration / properties.maxSpeed * (seconds + 0.004);
     ASSERT_LE(std::fabs(axis.Velocity() - velocity), maxChange + 1e-9);
 }
@@ -86,7 +86,7 @@ void DriveAtRandom(const AxisProperties& properties, unsigned seed) {
         driver.Command(axis, properties.minimum, properties.maximum);
         ASSERT_EQ(axis.Position(), position);
         if (axis.IsMoving()) {
-            ASSERT_EQ(axis.Velocity(), velocity) << "a replaced move goes on from its velocity";
+            ASSERT_EQ(axis.Velocity(), velocity) << "a new move starts at the current velocity";
         }
         const int ticks = driver.Choice(60);
         for (int i = 0; i < ticks; ++i) {
@@ -100,7 +100,7 @@ void DriveAtRandom(const AxisProperties& properties, unsigned seed) {
         ASSERT_FALSE(axis.IsMoving());
         ASSERT_EQ(axis.Velocity(), 0);
         const double braking = speed * speed / (2 * properties.acceleration);
-        ASSERT_LE(std::fabs(Way(properties, before, axis.Position())), braking + 1);
+        ASSERT_LE(std::fabs(Distance(properties, before, axis.Position())), braking + 1);
     }
 }
 
@@ -109,7 +109,7 @@ TEST_P(RandomMotion, KeepsToItsLimitsAndSpeeds) {
     ASSERT_NO_FATAL_FAILURE(DriveAtRandom(Heavy(false), GetParam()));
 }
 
-TEST_P(RandomMotion, EndsWhereItWasSent) {
+TEST_P(RandomMotion, EndsAtItsTarget) {
     RandomDriver driver(GetParam());
     for (const bool endless : {true, false}) {
         const AxisProperties properties = Heavy(endless);
@@ -128,7 +128,7 @@ TEST_P(RandomMotion, EndsWhereItWasSent) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomMotion, testing::Range(1u, 41u));
 
-TEST(Braking, TakesTheWayOfItsAcceleration) {
+TEST(Braking, CoversTheDistanceOfItsAcceleration) {
     const AxisProperties properties = Heavy(true);
     for (const double speed : {0.1, 0.25, 0.5, 1.0}) {
         Axis axis(properties);
@@ -149,13 +149,13 @@ TEST(Braking, IsSoftAtTheLimitsOfTheTilt) {
     for (const double speed : {-1.0, 1.0}) {
         Camera camera;
         camera.tilt.MoveAt(speed, kLong);
-        const double most = 1 / CameraProperties().tilt.accelerating;  // share of the max. speed, per second
+        const double acceleration = 1 / CameraProperties().tilt.accelerating;  // fraction of the max speed, per second
         double before = 0;
         double latestFast = 0;  // the last position at full speed
         for (int i = 0; i < 5000 && (camera.tilt.IsMoving() || i == 0); ++i) {
             camera.tilt.Tick(0.001);
             const double velocity = camera.tilt.Velocity();
-            ASSERT_LE(std::fabs(velocity - before), 4 * most * 0.001 + 1e-9);
+            ASSERT_LE(std::fabs(velocity - before), 4 * acceleration * 0.001 + 1e-9);
             if (std::fabs(velocity) > 0.9999) latestFast = camera.tilt.Position();
             before = velocity;
         }
@@ -166,14 +166,14 @@ TEST(Braking, IsSoftAtTheLimitsOfTheTilt) {
     }
 }
 
-TEST(Replaced, GoesOnFromTheVelocityThatItHas) {
+TEST(Replaced, StartsAtTheCurrentVelocity) {
     Axis axis(Heavy(true));
     axis.MoveAt(1, kLong);
     axis.Tick(1);
     const double position = axis.Position();
     axis.MoveAt(-1, kLong);
     axis.Tick(0.001);
-    EXPECT_NEAR(axis.Velocity(), 0.996, 1e-9);  // a first step downwards, not a turn on the spot
+    EXPECT_NEAR(axis.Velocity(), 0.996, 1e-9);  // it slows down first, and does not reverse at once
     EXPECT_GT(axis.Position(), position);
     axis.Tick(0.5);
     EXPECT_DOUBLE_EQ(axis.Velocity(), -1);

@@ -79,9 +79,9 @@ TEST_F(ProcessTest, PansFromEndToEnd) {
     EXPECT_EQ(desk.State()["pan"]["position"], 30000);
 }
 
-TEST_F(ProcessTest, LetsNoMoreTimePassForAMoveThanThereWas) {
+TEST_F(ProcessTest, MovesNoFurtherThanTheTimeAllows) {
     const auto started = Clock::now();
-    // Long enough for the camera to reach its wait for the next call several times.
+    // Long enough for the camera to wait for the next call several times.
     EXPECT_TRUE(Await([&] { return Clock::now() - started > 500ms; }));
     const auto before = Clock::now();
     pan->SetRelativeVelocity(1, 300);
@@ -93,12 +93,12 @@ TEST_F(ProcessTest, LetsNoMoreTimePassForAMoveThanThereWas) {
     const double from = pan->GetPosition();
     EXPECT_TRUE(Await([&] { return Clock::now() - first > 300ms; }));
     const double to = pan->GetPosition();
-    const double longest = std::chrono::duration<double>(Clock::now() - first).count();
-    EXPECT_LE(to - from, longest * 120000 + 2);
+    const double maxSeconds = std::chrono::duration<double>(Clock::now() - first).count();
+    EXPECT_LE(to - from, maxSeconds * 120000 + 2);
     EXPECT_GE(to - from, 0.3 * 120000 - 2);
 }
 
-// Processor time of the process only, so that a busy machine makes no difference.
+// Measures the process's own processor time, so that a busy machine makes no difference.
 TEST_F(ProcessTest, RestsWhileNothingHappens) {
     fan->IsRunning();
     const double before = desk.Dome().ProcessorSeconds();
@@ -108,7 +108,7 @@ TEST_F(ProcessTest, RestsWhileNothingHappens) {
     EXPECT_TRUE(Await([&] {
         for (int i = 0; i < 100; ++i) fan->IsRunning();
         return desk.Dome().ProcessorSeconds() > after;
-    })) << "its work shows in what is measured";
+    })) << "calls increase the measured time";
 }
 
 TEST_F(ProcessTest, ServesEveryService) {
@@ -178,14 +178,14 @@ TEST_F(ProcessTest, LogsCallsInOrder) {
               "\n"
               R"({"service":"fan","call":"IsRunning","args":[],"outcome":"ok"})"
               "\n");
-    EXPECT_EQ(desk.Calls().size(), 3u);  // reading keeps the calls, and is not logged as one
+    EXPECT_EQ(desk.Calls().size(), 3u);  // reading the log keeps it, and is not logged itself
     desk.Control({"calls", "--clear"});
     EXPECT_EQ(desk.Control({"calls"}), "");
 }
 
 TEST_F(ProcessTest, StaysSmallHoweverManyCallsItReceives) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "a sanitizer takes memory of its own";
+    GTEST_SKIP() << "a sanitizer takes additional memory";
 #endif
     for (std::size_t i = 0; i < CallLog::kMaxCalls + 5000; ++i) fan->IsRunning();
     const std::string calls = desk.Control({"calls"});
@@ -240,7 +240,7 @@ private:
     std::vector<std::vector<int>> _events;
 };
 
-TEST_F(ProcessTest, TellsItsEvents) {
+TEST_F(ProcessTest, EmitsItsEvents) {
     using Events = std::vector<std::vector<int>>;
     Recorder recorder;
     const Client<ITemperatureV2Provider> temperature(ITemperatureV2Provider::CreateClient(bus.get()));
@@ -260,7 +260,7 @@ TEST_F(ProcessTest, TellsItsEvents) {
         }));
     }
     const auto heard = [&](const Words& command, const Events& wanted) {
-        desk.Control({"event", "power", "-1"});  // pending events arrive before this one
+        desk.Control({"event", "power", "-1"});  // pending events arrive before this event
         EXPECT_TRUE(Await([&] { return !recorder.Events().empty() && recorder.Events().back()[0] == -1; }));
         recorder.Clear();
         desk.Control(command);
@@ -275,7 +275,7 @@ TEST_F(ProcessTest, TellsItsEvents) {
     EXPECT_EQ(voltage->GetVoltageStatus(), 2);
 }
 
-/// Listens to the voltage's events.
+/// Records the voltage's events.
 struct ManyEventsTest : ProcessTest {
     void SetUp() override {
         ASSERT_NO_FATAL_FAILURE(ProcessTest::SetUp());
@@ -292,7 +292,7 @@ struct ManyEventsTest : ProcessTest {
     Client<IVoltageV2Provider> voltage;
 };
 
-TEST_F(ManyEventsTest, AreTold) {
+TEST_F(ManyEventsTest, AreEmitted) {
     desk.Control({"event", "voltage", "1", "--count", "20000"});
     ASSERT_TRUE(Await([&] { return recorder.Events().back()[0] == 20000; }, 20s)) << recorder.Events().back()[0];
     auto events = recorder.Events();
@@ -305,23 +305,23 @@ TEST_F(ManyEventsTest, LeaveTheServicesTimeToAnswer) {
     constexpr int kCount = 50000;
     recorder.Clear();
     std::atomic<bool> isDone{false};
-    std::thread telling([&] {
+    std::thread emitting([&] {
         desk.Control({"event", "voltage", "1", "--count", std::to_string(kCount)});
         isDone = true;
     });
     EXPECT_TRUE(Await([&] { return !recorder.Events().empty(); }));
     int answered = 0;
-    auto longest = 0ms;
+    auto maxTime = 0ms;
     while (!isDone) {
         const auto asked = Clock::now();
         EXPECT_FALSE(fan->IsRunning());
-        longest = std::max(longest, std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - asked));
+        maxTime = std::max(maxTime, std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - asked));
         ++answered;
     }
-    telling.join();
+    emitting.join();
     EXPECT_GT(answered, 20);
-    EXPECT_LT(longest, 400ms) << answered;  // a call's deadline is 500 ms
-    RecordProperty("longest_ms", static_cast<int>(longest.count()));
+    EXPECT_LT(maxTime, 400ms) << answered;  // a call's deadline is 500 ms
+    RecordProperty("max_ms", static_cast<int>(maxTime.count()));
     // domectl returns after all events are sent: its next queries come after them.
     desk.Control({"set", "voltage", "2"});
     ASSERT_TRUE(Await([&] { return recorder.Events().back()[0] == 2 && recorder.Events().size() > 2; }, 20s));
@@ -332,16 +332,16 @@ TEST_F(ManyEventsTest, LeaveTheServicesTimeToAnswer) {
 TEST_F(ManyEventsTest, LetDomectlEndWhenTheCameraEndsAmongThem) {
     recorder.Clear();
     Result result{};
-    std::thread telling([&] { result = desk.TryControl({"event", "voltage", "1", "--count", "100000"}); });
+    std::thread emitting([&] { result = desk.TryControl({"event", "voltage", "1", "--count", "100000"}); });
     EXPECT_TRUE(Await([&] { return recorder.Events().size() > 100; }));
     desk.Dome().Signal(SIGKILL);
     desk.Dome().Wait();
-    telling.join();
+    emitting.join();
     EXPECT_EQ(result.status, 1);
     EXPECT_TRUE(IsOneLine(result.errors)) << result.errors;
 }
 
-TEST_F(ProcessTest, FailsWhenItIsTold) {
+TEST_F(ProcessTest, FailsOnRequest) {
     desk.Control({"fault", "pan", "fail"});
     EXPECT_THROW(pan->SetPosition(1000, 300), Exception);
     EXPECT_FALSE(fan->IsRunning());
@@ -358,7 +358,7 @@ TEST_F(ProcessTest, FailsWhenItIsTold) {
     EXPECT_EQ(calls[2]["outcome"], "ok");
 }
 
-TEST_F(ProcessTest, HangsWhenItIsTold) {
+TEST_F(ProcessTest, HangsOnRequest) {
     desk.Control({"fault", "pan", "hang"});
     const auto started = Clock::now();
     EXPECT_THROW(pan->SetPosition(1000, 300), Exception);
@@ -373,7 +373,7 @@ TEST_F(ProcessTest, HangsWhenItIsTold) {
     EXPECT_EQ(calls[0]["outcome"], "hang");
 }
 
-TEST_F(ProcessTest, IsGoneWhenItIsTold) {
+TEST_F(ProcessTest, IsGoneOnRequest) {
     desk.Control({"fault", "pan", "gone"});
     const auto started = Clock::now();
     EXPECT_THROW(pan->GetPosition(), Exception);
@@ -419,7 +419,7 @@ TEST_F(ProcessTest, EndsOnASignalAlsoWithoutTheBus) {
     EXPECT_EQ(desk.Dome().Wait(), 0);
 }
 
-TEST_F(ProcessTest, TellsThatItsNamesAreTaken) {
+TEST_F(ProcessTest, ReportsThatItsNamesAreTaken) {
     const Result second = desk.Run("orvex-dome", {"--state", desk.Folder()});
     EXPECT_EQ(second.status, 1);
     EXPECT_EQ(second.output, "");
@@ -428,7 +428,7 @@ TEST_F(ProcessTest, TellsThatItsNamesAreTaken) {
     EXPECT_EQ(pan->GetPosition(), 0u);
 }
 
-TEST_F(ProcessTest, TakesABusByItsAddress) {
+TEST_F(ProcessTest, UsesABusByItsAddress) {
     desk.Dome().Signal(SIGTERM);
     desk.Dome().Wait();
     Desk other;  // a folder without a bus
@@ -441,7 +441,7 @@ TEST_F(ProcessTest, TakesABusByItsAddress) {
     EXPECT_EQ(seen.status, 0) << seen.errors;
 }
 
-TEST_F(ProcessTest, LivesBesideOthers) {
+TEST_F(ProcessTest, RunsBesideOthers) {
     Desk other;
     ASSERT_NO_FATAL_FAILURE(other.StartBus());
     ASSERT_NO_FATAL_FAILURE(other.StartDome());
@@ -450,7 +450,7 @@ TEST_F(ProcessTest, LivesBesideOthers) {
     EXPECT_EQ(other.State()["pan"]["position"], 5000);
 }
 
-TEST_F(ProcessTest, IsSteeredWithClearErrors) {
+TEST_F(ProcessTest, RefusesWrongCommandsWithClearErrors) {
     const auto fails = [&](const Words& command, int status, const std::string& word) {
         const Result result = desk.TryControl(command);
         EXPECT_EQ(result.status, status) << command[0];
@@ -484,7 +484,7 @@ TEST_F(ProcessTest, IsSteeredWithClearErrors) {
     fails({"state"}, 1, desk.Folder());
 }
 
-TEST(ProcessStart, TellsWhyItCannotStart) {
+TEST(ProcessStart, ReportsWhyItCannotStart) {
     Desk desk;
     const Result noBus = desk.Run("orvex-dome", {"--state", desk.Folder()});
     EXPECT_EQ(noBus.status, 1);
@@ -521,7 +521,7 @@ struct MynameTest : testing::Test {
     Desk desk;
 };
 
-TEST_F(MynameTest, TellsWhoTheDeskCameraIs) {
+TEST_F(MynameTest, PrintsTheDeskCamerasIdentity) {
     Settings({"import", DOME_TEST_SETTINGS});
     EXPECT_EQ(Myname({"-w"}).output, "1234-05\n");
     EXPECT_EQ(Myname({"-m"}).output, "OD20-DESK\n");
@@ -530,7 +530,7 @@ TEST_F(MynameTest, TellsWhoTheDeskCameraIs) {
     EXPECT_EQ(Myname({"-s"}).errors, "");
 }
 
-TEST_F(MynameTest, TellsWhatIsMissing) {
+TEST_F(MynameTest, NamesWhatIsMissing) {
     Fails({"-m"});  // no store
     Settings({"import", DOME_TEST_SETTINGS});
     Settings({"set", "[Device/ReadOnly]AssemblyVersion", ""});

@@ -1,4 +1,4 @@
-// What the camera reads from its settings, and what it stores there over a restart.
+// What the camera reads from its settings, and what it stores there for a restart.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -98,24 +98,24 @@ TEST_F(SettingsLinkTest, KeepsTheRelays) {
     EXPECT_EQ(other.relays.All()[1].states, (std::vector<bool>{false, false}));
 }
 
-TEST_F(SettingsLinkTest, KeepsRelaysAtOnceWhenItIsTold) {
+TEST_F(SettingsLinkTest, StoresRelaysAtOnceOnRequest) {
     SettingsLink link(camera, store, false);
     link.Restore();
     int changes = 0;
     camera.relays.OnChange([&] { ++changes, link.KeepRelays(); });
     camera.relays.Set("BNK1", 3, false);
-    EXPECT_EQ(changes, 0) << "it was so";
+    EXPECT_EQ(changes, 0) << "the state was the same";
     camera.relays.Set("BNK1", 3, true);
     EXPECT_EQ(changes, 1);
     const std::string log = store + "-wal";
     EXPECT_GT(std::filesystem::file_size(log), 0u);
     EXPECT_EQ(settings->GetValue("[Dome/State]Relays"), R"({"BNK1":"0001","BNK2":"00"})");
     Look(link);
-    EXPECT_FALSE(std::filesystem::exists(log)) << "a second later it is stored for good";
+    EXPECT_FALSE(std::filesystem::exists(log)) << "a second later it is in the store's file";
     EXPECT_EQ(settings->GetValue("[Dome/State]Relays"), R"({"BNK1":"0001","BNK2":"00"})");
 }
 
-TEST_F(SettingsLinkTest, StoresForGoodWhatWasSwitchedBackWithoutANote) {
+TEST_F(SettingsLinkTest, StoresLaterWhatItCouldNotStoreAtOnce) {
     SettingsLink link(camera, store, false);
     link.Restore();
     camera.relays.OnChange([&] { link.KeepRelays(); });
@@ -128,7 +128,7 @@ TEST_F(SettingsLinkTest, StoresForGoodWhatWasSwitchedBackWithoutANote) {
     EXPECT_EQ(settings->GetValue("[Dome/State]Relays"), R"({"BNK1":"0000","BNK2":"00"})");
 }
 
-TEST_F(SettingsLinkTest, SwitchesRelaysWithoutAStoreThatTakesThem) {
+TEST_F(SettingsLinkTest, SwitchesRelaysWithAStoreThatRefusesThem) {
     SettingsLink link(camera, store, false);
     link.Restore();
     std::ofstream(store, std::ios::trunc) << "no store";
@@ -140,7 +140,7 @@ TEST_F(SettingsLinkTest, SwitchesRelaysWithoutAStoreThatTakesThem) {
     EXPECT_EQ(camera.relays.All()[0].states, (std::vector<bool>{false, false, true, true}));
 }
 
-TEST_F(SettingsLinkTest, StoresNothingForACameraAsItWas) {
+TEST_F(SettingsLinkTest, StoresNothingForAnUnchangedCamera) {
     SettingsLink link(camera, store, true);
     link.Restore();
     Look(link);
@@ -158,7 +158,7 @@ TEST_F(SettingsLinkTest, KeepsPositionsOnceTheyHaveComeToRest) {
     camera.focus.MoveTo(62.5);
     camera.Tick(0.1);
     Look(link);
-    EXPECT_EQ(settings->GetValue("[Dome/State]Positions"), "") << "it was moving";
+    EXPECT_EQ(settings->GetValue("[Dome/State]Positions"), "") << "not stored while it moves";
     camera.Tick(10);
     Look(link);
     Camera next;
@@ -175,7 +175,7 @@ TEST_F(SettingsLinkTest, KeepsPositionsOnceTheyHaveComeToRest) {
     EXPECT_EQ(forgetful.pan.Position(), 0);
 }
 
-TEST_F(SettingsLinkTest, TakesUpNothingThatIsNoneOfItsTexts) {
+TEST_F(SettingsLinkTest, IgnoresMalformedTexts) {
     for (const char* text : {"", "nonsense", "[1,2]", "{\"pan\":\"x\",\"tilt\":1e9,\"BNK1\":7,\"zoom\":null}"}) {
         settings->SetValue("[Dome/State]Relays", text);
         settings->SetValue("[Dome/State]Positions", text);
@@ -193,7 +193,7 @@ TEST_F(SettingsLinkTest, DoesNotTouchAStoreThatHasNotChanged) {
     link.Restore();
     Look(link);
     Look(link);
-    // Reading it now would fail: the file is no store, but has its old size and time.
+    // Reading it now would fail: the file is not a store any more, but has its old size and time.
     const auto time = std::filesystem::last_write_time(store);
     const auto size = std::filesystem::file_size(store);
     std::ofstream(store, std::ios::trunc) << std::string(size, 'x');
@@ -205,10 +205,10 @@ TEST_F(SettingsLinkTest, DoesNotTouchAStoreThatHasNotChanged) {
     EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "");
     EXPECT_FALSE(camera.focus.IsAuto());
     camera.relays.Set("BNK1", 0, true);
-    EXPECT_NO_THROW(Look(link));  // the read is refused; the camera keeps running
+    EXPECT_NO_THROW(Look(link));  // the read fails; the camera keeps running
 }
 
-TEST_F(SettingsLinkTest, LivesWithoutAStore) {
+TEST_F(SettingsLinkTest, RunsWithoutAStore) {
     std::filesystem::remove(store);
     SettingsLink link(camera, store, true);
     link.Restore();

@@ -1,4 +1,4 @@
-"""A manager in a separate process, so that the test's work does not slow down what it measures:
+"""A manager in a separate process, so that the test's own work does not distort its times:
 
 asking.py PORT OID PAUSE TIMEOUT
 

@@ -1,5 +1,5 @@
 """A stand-in for a service of the camera, on the wire. It takes a name on the bus, receives calls and emits events as
-fast as the bus takes them. It can lie, be slow, flood others, and disappear at any moment."""
+fast as the bus takes them. It can send wrong answers, be slow, flood others, and disappear at any moment."""
 
 import os
 import socket
@@ -72,7 +72,7 @@ NOTHING = "", b""
 
 
 class Service:
-    """Takes `name` ("Voltage2") at once; nobody else may have it."""
+    """Takes the name `name` ("Voltage2") at once; it must be free."""
 
     def __init__(self, bus_socket, name):
         self._path, self._interface = f"/org/tavos/{name}", f"org.tavos.{name}"
@@ -84,8 +84,8 @@ class Service:
         self._socket.sendall(b"BEGIN\r\n")
         self._file = self._socket.makefile("rb")
         self._ask_bus("Hello", "", b"")
-        wanted = _pad(_text(self._interface), 4) + struct.pack("<I", 4)  # 4: do not queue for it
-        (answer,) = struct.unpack("<I", self._ask_bus("RequestName", "su", wanted))
+        arguments = _pad(_text(self._interface), 4) + struct.pack("<I", 4)  # 4: do not queue for it
+        (answer,) = struct.unpack("<I", self._ask_bus("RequestName", "su", arguments))
         assert answer == 1, f"{name} is taken"
 
     def __enter__(self):
@@ -137,7 +137,7 @@ class Service:
         return struct.unpack("<I", self._ask_bus("GetConnectionUnixProcessID", "s", _text(name)))[0]
 
     def flood(self, targets, seconds):
-        """Sends unrequested calls of 60 kB each to all targets in turn. Returns the octets that the bus took."""
+        """Sends calls of 60 kB each to all targets in turn. Returns the octets that the bus took."""
         fields = {PATH: "/x", INTERFACE: "x.x", MEMBER: "X", SIGNATURE: "s"}
         calls = b""
         for target in targets:
@@ -150,7 +150,7 @@ class Service:
             sent += len(calls)
         return sent
 
-    def tell(self, event, values):
+    def emit(self, event, values):
         """Emits one event with one number for each of the values, all at once. Waits only for the bus."""
         fields = {PATH: self._path, INTERFACE: self._interface, MEMBER: event, SIGNATURE: "i"}
         template = message(SIGNAL, 0, fields, struct.pack("<i", 0))

@@ -13,7 +13,7 @@ from watching import SANITIZED, Asking, footprint, percentile, settled
 from traps import Sink
 
 COUNT = 100000
-BUFFER = 256 << 20  # room for all of them: the system would drop what a sink does not read
+BUFFER = 256 << 20  # octets; holds all traps, because the system drops those that do not fit
 LAST = COUNT + 1000  # sent after all the others
 ROOM = 32 * 1024  # kB that the agent may grow meanwhile
 
@@ -26,7 +26,7 @@ def burst(started):
     """Emits many events at once, as fast as the bus takes them, in the name of the voltage service."""
     started.domectl("fault", "voltage", "gone")
     with Service(started.state / "bus.sock", "Voltage2") as service:
-        yield lambda values: service.tell("VoltageStatusChange", values)
+        yield lambda values: service.emit("VoltageStatusChange", values)
 
 
 def check_agent(desk, asking, before, figure, what, start, end):
@@ -74,7 +74,7 @@ def test_a_sink_that_is_gone(started, burst, figure):
     assert sink.values == [*range(COUNT - len(sink.values) + 1, COUNT), LAST]
 
 
-def test_every_sensor_at_once_told_by_the_camera(started, figure):
+def test_every_sensor_at_once_from_the_camera(started, figure):
     """The camera itself emits its events over five seconds and receives calls meanwhile."""
     with Sink(started, BUFFER) as sink, Asking(started, OID["modelName"]) as asking, \
             Asking(started, OID["voltage"]) as called:
@@ -103,14 +103,14 @@ def test_the_agent_waits_for_services_while_they_come(started, burst, figure):
         start = time.monotonic()
         manager._socket.send(message)
         burst(range(COUNT))
-        told = time.monotonic() - start
+        emitted = time.monotonic() - start
         manager._socket.recv(65536)
         waited = time.monotonic() - start
         burst([LAST])
         await_until(lambda: sink.values[-1:] == [LAST], "the last trap", 60)
     assert sink.values == [*range(COUNT), LAST]
     after, bus = (footprint(started.processes[name].pid) for name in ("agent", "bus"))
-    figure(f"the agent waited for {waited:.1f} s, the bus had taken the events after {told:.1f} s; before {before}, "
+    figure(f"the agent waited for {waited:.1f} s, the bus had taken the events after {emitted:.1f} s; before {before}, "
            f"after {after}; the bus {bus}")
     assert waited > 1
     assert SANITIZED or after.highest - before.highest < ROOM

@@ -23,20 +23,20 @@ def test_the_bus_restarts_over_and_over(started, figure):
     rounds = times(5, 100)
     with Sink(started) as sink:
         sink.read()
-        told = 0
+        emitted = 0
 
         def events_arrive():
             """An event emitted before the agent listens again is lost: emits until one arrives."""
-            nonlocal told
-            told += 1
+            nonlocal emitted
+            emitted += 1
             before = len(sink.values)
-            if started.try_domectl("event", "voltage", told).returncode != 0:
+            if started.try_domectl("event", "voltage", emitted).returncode != 0:
                 return False
             try:
                 await_until(lambda: len(sink.values) > before, "the event's trap", 0.3)
             except AssertionError:
                 return False
-            return sink.values[-1] == told
+            return sink.values[-1] == emitted
 
         await_until(events_arrive, "the first event")
         started.domectl("event", "power", 1, "--count", TRAPS_KEPT)

@@ -1,4 +1,5 @@
-"""A service, or the bus, accepts calls and never answers: one call waits for it, and others only briefly."""
+"""A service, or the bus, accepts calls and never answers: one call waits for the whole deadline, others only
+briefly."""
 
 import contextlib
 import os
@@ -12,7 +13,7 @@ from expected_tree import OID
 from watching import FULL, Asking, answers_at_a_rate, percentile, times
 
 DEADLINE = 0.5  # seconds; of one call
-UNRELATED = 0.05  # seconds; max. wait of others at the 99th percentile
+UNRELATED = 0.05  # seconds; the max wait of others at the 99th percentile
 
 
 @contextlib.contextmanager
@@ -56,7 +57,7 @@ def test_one_call_waits_and_others_are_answered(undisturbed, started, figure, wh
     with HANGING[what](started):
         with Asking(started, OID["voltage"], wait=False) as asking:
             before = answers_at_a_rate(started.port, unrelated, rate, 1)  # the wait falls into this second
-            for _ in range(times(3, 1)):  # other work of the machine can only lengthen the times
+            for _ in range(times(3, 1)):  # repeated, because other work of the machine can only lengthen the times
                 taken = answers_at_a_rate(started.port, unrelated, rate, seconds)
                 if percentile(taken, 99) < UNRELATED:
                     break

@@ -157,8 +157,8 @@ class Noise:
 
 @pytest.fixture
 def noise(running, figure):
-    """A source of noise. Afterwards the agent is the same process, serves the same objects and holds no more than
-    before."""
+    """A source of noise. Checks afterwards that the agent is the same process, serves the same objects and uses no more
+    resources."""
     before = settled(running)
     with Noise(running) as noise:
         yield noise
@@ -186,7 +186,7 @@ def test_each_octet_wrong(messages, noise):
                     noise.send(message[:at] + bytes([wrong]) + message[at + 1:])
 
 
-def test_octets_wrong_left_out_and_put_in_at_random(messages, noise, figure):
+def test_octets_wrong_missing_and_added_at_random(messages, noise, figure):
     seed = random.randrange(1 << 32)
     print(f"seed {seed}")
     dice = random.Random(seed)

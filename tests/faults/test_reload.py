@@ -23,7 +23,7 @@ def reload(desk):
     before = read()
     with ManagerOf(desk, timeout=10) as manager:
         os.kill(desk.agent_pid(), signal.SIGHUP)
-        # A signal that comes while the stock agent is busy waits until the next request or timer wakes it.
+        # The stock agent handles a signal that arrives while it is busy only at the next request or timer.
         await_until(lambda: manager.get(OID["modelName"]) and read() > before, "the agent reads its configuration")
         manager.get(OID["modelName"])
 
@@ -46,7 +46,7 @@ def test_reloads_under_load(desk, figure, sinks):
         for number in range(reloads):
             reload(desk)
             if number == reloads // 10:
-                first = footprint(desk.agent_pid())  # the first reloads cost more than later ones
+                first = footprint(desk.agent_pid())  # the first reloads take more memory than later ones
     after = footprint(desk.agent_pid())
     for asking in (called, model):
         assert asking.statuses == {ber.NO_ERROR}
@@ -210,7 +210,7 @@ def test_an_agent_that_has_run_out_of_descriptors_serves_everything_and_recovers
             reloads += 1
         for _ in range(5):
             reload(desk)
-            # Each request for it opens the settings store.
+            # Each request for this object opens the settings store.
             assert rows_that_need_no_store(desk) == [row for row in expected if row[0] != OID[STORED]]
         subprocess.run(["prlimit", "--pid", str(desk.agent_pid()), "--nofile=4096:4096"], check=True)
         before = len(lines_of_module(desk))

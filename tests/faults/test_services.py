@@ -21,7 +21,7 @@ SERVICES = ["pan", "tilt", "zoom", "focus", "focus2", "iris", "presets", "preset
 SENSORS = ["temperature", "power", "voltage"]
 TABLES = tuple(f"{ORVEX}.1.3.{number}." for number in (1, 2))
 
-# What calls each service: a SET of the object with these octets, or a GET where there are none.
+# A request that calls each service: a SET of the object to these octets, or a GET where there are no octets.
 USES = {
     "pan": ("positionPan", "02000064"),
     "tilt": ("positionTilt", "02000064"),
@@ -113,7 +113,7 @@ def die_of_a_call(desk):
 
 
 def check_others(asking, figure, deaths):
-    """Every request got an answer, and objects that need no dead service got their value."""
+    """Checks that every request got an answer, and that objects that do not call the dead service gave their value."""
     dead, *others = asking
     for one in asking:
         assert None not in one.statuses

@@ -53,13 +53,13 @@ def test_writers_killed_at_any_moment(tmp_path, figure):
     text.write_text(all_values(0))
     start = time.monotonic()
     assert settings(store, "import", text).returncode == 0
-    longest = (time.monotonic() - start) * 1.5
+    max_delay = (time.monotonic() - start) * 1.5
     kept, cut_short, all_gone = 0, 0, 0
     for number in range(1, kills + 1):
         text.write_text(all_values(number))
         command = [BUILD / "bin" / "tavos-settings", "--store", store, "import", text]
         writer = subprocess.Popen(list(map(str, command)))
-        time.sleep(random.uniform(0, longest))
+        time.sleep(random.uniform(0, max_delay))
         stored = kill(writer) == 0
         listed = settings(store, "list", "Kill/Test")
         assert listed.returncode == 0, listed.stderr
@@ -205,16 +205,16 @@ def test_nothing_can_be_written(desk, what):
             manager.set_octets(features, b"\x40\x00")
             assert manager.get(OID["modelName"]).bindings[0].value == b"Orvex Dome D20"
             await_until(lambda: f"settings store {store}: " in desk.output("agent") and reason in desk.output("agent"),
-                        "the agent tells it")
+                        "the agent logs it")
             desk.domectl("set", "relay", "BNK1", 2, 1)
-            await_until(lambda: reason in desk.output("dome") + desk.log("dome"), "the camera tells it")
+            await_until(lambda: reason in desk.output("dome") + desk.log("dome"), "the camera logs it")
 
             end(store)
             assert manager.set_octets(features, b"\x40\x00").error_status == ber.NO_ERROR
             assert value(store, FOCUS_MODE) == "Manual"
-        if what == "full":  # after a refused write the camera does not touch the store for ten seconds
+        if what == "full":  # after a failed write the camera does not access the store for ten seconds
             await_until(lambda: settings(store, "get", "[Dome/State]Relays").stdout.strip() == relays("001000"),
-                        "the camera keeps its relays after all", 20)
+                        "the camera stores its relays again", 20)
 
 
 def test_a_folder_of_somebody_elses(desk):
@@ -230,7 +230,7 @@ def test_a_folder_of_somebody_elses(desk):
         return subprocess.run([*map(str, command), *words], capture_output=True, text=True, timeout=20)
 
     if os.getuid() != 0:
-        pytest.skip("only root can be somebody else")
+        pytest.skip("only root can change its user")
     assert as_nobody("get", FOCUS_MODE).stdout == "Auto\n"
     refused = as_nobody("set", "[a]b", "1")
     assert (refused.returncode, refused.stderr.count("\n")) == (1, 1)
@@ -263,7 +263,7 @@ def test_a_store_damaged_while_they_run(started, damage):
 
 
 @pytest.mark.parametrize("suffix", ["", "-wal", "-shm", "-journal"])
-def test_a_fifo_in_the_place_of_one_of_the_stores_files(started, suffix):
+def test_a_fifo_instead_of_one_of_the_stores_files(started, suffix):
     """Opening a FIFO waits without a deadline. Agent, camera and command refuse it, and continue when the store is
     back."""
     store = started.state / "settings.db"

@@ -1,5 +1,5 @@
-"""Services that are slow or return impossible values, and a bus that floods the agent: nobody waits long, and memory
-does not grow."""
+"""Services that are slow or return impossible values, and a bus that floods the agent: waits are short, and memory does
+not grow."""
 
 import contextlib
 import time
@@ -13,7 +13,7 @@ from expected_tree import OID, ORVEX, POINTS
 from watching import SANITIZED, Asking, answers_at_a_rate, footprint, percentile, settled, times
 
 SLOW = 0.45  # seconds to an answer: less than a call's deadline
-REQUEST = 1.0  # max. wait of the calls of one request together, seconds
+REQUEST = 1.0  # seconds; the max wait of all calls of one request together
 START = 5.0  # the same for the start
 SPARE = 0.3
 RELAYS = f"{ORVEX}.1.3.2"

@@ -1,4 +1,4 @@
-"""A trap sink that receives every trap, however late it reads."""
+"""A trap sink whose buffer holds every trap until it reads."""
 
 import collections
 import socket

@@ -1,4 +1,4 @@
-"""How long the tests run, what a process holds, and requests that continue while something breaks."""
+"""The length of the tests, the resources of a process, and requests that continue during a fault."""
 
 import contextlib
 import gc

@@ -10,7 +10,7 @@
 #include <type_traits>
 #include <vector>
 
-/// The octets of one input, read from the front. Octets beyond the end count as 0, so that every input is usable, even
+/// The octets of one input, read from the start. Octets beyond the end count as 0, so that every input is usable, even
 /// a truncated one.
 class Bytes {
 public:

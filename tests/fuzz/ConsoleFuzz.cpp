@@ -62,7 +62,7 @@ struct Desk {
     dome::Control control{camera, clock, services, calls, faults};
 };
 
-/// Reset for each input, at one address, which the console keeps.
+/// Reset for each input, but always at the same address, because the console keeps it.
 std::optional<Desk> s_desk;
 
 Console& TheConsole() {
@@ -102,7 +102,7 @@ void Work() {
     hub.io.poll();
 }
 
-/// What a browser receives that sends these octets and then no more.
+/// Returns what a browser receives that sends these octets and nothing after them.
 std::string Exchange(const std::string& sent, std::size_t pieces) {
     std::array<int, 2> ends{};
     MUST(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()) == 0, "socketpair");
@@ -124,7 +124,7 @@ std::string Exchange(const std::string& sent, std::size_t pieces) {
     const std::size_t piece = sent.size() / pieces + 1;
     for (std::size_t at = 0; at < sent.size(); at += piece) {
         const auto count = std::min(piece, sent.size() - at);
-        // The console has closed the connection: it accepts no more octets.
+        // The console has closed the connection and accepts no more octets.
         if (send(ends[1], sent.data() + at, count, MSG_NOSIGNAL) != static_cast<ssize_t>(count)) break;
         Work();
         receive();
@@ -138,7 +138,7 @@ std::string Exchange(const std::string& sent, std::size_t pieces) {
     close(ends[1]);
     const auto& connections = hub.*MemberOf(ConnectionsTag());
     for (int round = 0; round < kRounds && !connections.empty(); ++round) Work();
-    MUST(connections.empty(), "a connection is left behind");
+    MUST(connections.empty(), "a connection is still open");
     return received;
 }
 

@@ -185,7 +185,7 @@ bool Begins(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
 }
 
-/// A call that does something to the camera.
+/// A call that changes the camera.
 bool Drives(const std::string& call) {
     const auto operation = call.substr(call.find(' ') + 1);
     return !Begins(operation, "Get") && !Begins(operation, "Is");
@@ -340,7 +340,7 @@ private:
         MUST(_request->Length() == sizeof(long) && Agent().answers.size() == 1, "%s, mode %d", kObjects[_index].name,
              _mode);
     }
-    /// Neither answer nor call.
+    /// Expects no answer and no call.
     void Nothing(int result = 0, int mark = 0) const {
         Result(result, mark);
         NoAnswer();

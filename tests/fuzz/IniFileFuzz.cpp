@@ -4,8 +4,8 @@
 #include "tavos/core/IniFile.h"
 #include "tavos/osa/Exception.h"
 
-// Texts for the settings' import: a text that can be read can be written, and reads back the same; one that cannot be
-// read changes nothing. And values and names of any octets: if they can be written, they come back octet by octet.
+// Texts for the settings' import: a text that can be read can be written, and reads back the same; a text that cannot
+// be read changes nothing. The same for values and names of any octets: what can be written reads back unchanged.
 
 using tavos::core::IniFile;
 
@@ -33,13 +33,13 @@ void CheckText(const std::string& text) {
         ini.Read(stream);
     } catch (const tavos::osa::Exception& exception) {
         MUST(*exception.what() != 0, "no reason");
-        MUST(ini.Sections() == before, "a refused text has changed something");
+        MUST(ini.Sections() == before, "a refused text has changed a value");
         return;
     }
     MUST(ini.HasValue("before", "key"), "reading adds");
     const auto written = Written(ini);
     MUST(Written(Read(written)) == written, "written: %s", written.c_str());
-    // An empty section is no value.
+    // An empty section has no value to compare.
     auto again = Read(written).Sections();
     MUST(again == ini.Sections(), "written: %s", written.c_str());
     for (const auto& [section, values] : ini.Sections()) {

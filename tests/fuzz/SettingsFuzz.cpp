@@ -9,7 +9,7 @@
 #include "tavos/osa/Exception.h"
 #include "tavos/settings/TavosSettingsClient.h"
 
-// A settings import into an empty store: it stores everything or nothing, and every way of reading returns the same.
+// A settings import into an empty store: it stores everything or nothing, and all functions that read return the same.
 // The first line of an input is a path and a key to read, the rest is the text.
 
 using tavos::core::IniFile;
@@ -105,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto expected = WithoutEmptyOnes(ini.Sections());
     CheckStored(expected, path, key);
 
-    // One invalid name, and nothing of an import is stored.
+    // An import with one invalid name stores nothing.
     IniFile bad;
     bad.SetValue("A", "key", "value");
     bad.SetValue("B", "=" + path, "value");
@@ -114,6 +114,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         MUST(false, "a bad name is stored");
     } catch (const Exception&) {
     }
-    MUST(Stored("") == expected, "a refused import has changed something");
+    MUST(Stored("") == expected, "a refused import has changed a value");
     return 0;
 }

@@ -58,7 +58,7 @@ FakeCamera::Banks TakeBanks(Bytes& bytes) {
         for (std::size_t i = 0; i < states.size(); ++i) states[i] = (bits >> (i % 8) & 1) != 0;
         banks.banks.push_back({kNames[bytes.Below(std::size(kNames))], states});
     }
-    // A faulty service may say this.
+    // A faulty service may return these.
     const auto odd = bytes.Byte();
     if (odd >= 0xF0) banks.total = static_cast<std::int8_t>(bytes.Byte());
     if (odd >= 0xF8) banks.bankCount["BNK2"] = static_cast<std::int8_t>(bytes.Byte()) % 40;
@@ -115,7 +115,7 @@ RealAgent::Value TakeValue(Bytes& bytes) {
     return value;
 }
 
-/// Every relay of the service at this moment, row by row, named as in the calls: "BNK2 0".
+/// The service's relays at this moment, in the order of the rows, named as in the calls: "BNK2 0".
 std::vector<std::string> Relays() {
     std::vector<std::string> relays;
     for (const auto& [bank, states] : Camera().relays.banks) {
@@ -124,7 +124,7 @@ std::vector<std::string> Relays() {
     return relays;
 }
 
-/// `isSteady`: no row holds only a stored state that a SET has left.
+/// `isSteady`: no row still shows a state that a SET has stored.
 void CheckCells(const RealAgent::Answer& answer, bool isSteady) {
     for (const auto& binding : answer.bindings) {
         const auto type = binding.value.type;
@@ -159,7 +159,7 @@ void CheckTruth(const Binding& binding) {
             MUST((binding.value.integer == 1) == states[id], "%s", binding.Text().c_str());
         return;
     }
-    MUST(false, "a row more than there are: %s", binding.Text().c_str());
+    MUST(false, "a row that the service does not have: %s", binding.Text().c_str());
 }
 
 class Session {
@@ -213,7 +213,7 @@ private:
         journal::Clear();
         const auto answer = RealAgent::Get().Send(command, bindings, repetitions);
         MUST(answer.error == SNMP_ERR_NOERROR || answer.error == SNMP_ERR_GENERR, "error %ld", answer.error);
-        MUST(Driven().empty(), "a read drives: %s", Driven().front().c_str());
+        MUST(Driven().empty(), "a read drives a relay: %s", Driven().front().c_str());
         if (answer.error != SNMP_ERR_NOERROR) return;
         CheckCells(answer, isSteady);
         if (command == SNMP_MSG_GET) {
@@ -225,7 +225,7 @@ private:
             MUST(answer.bindings.size() == bindings.size(), "%zu bindings", answer.bindings.size());
             for (std::size_t i = 0; i < bindings.size(); ++i) {
                 const auto& next = answer.bindings[i];
-                MUST(next.value.type == SNMP_ENDOFMIBVIEW || next.name > bindings[i].name, "%s does not go forward",
+                MUST(next.value.type == SNMP_ENDOFMIBVIEW || next.name > bindings[i].name, "%s does not advance",
                      next.Text().c_str());
             }
         }
@@ -247,11 +247,11 @@ private:
         const auto driven = Driven();
         const bool isRefused = answer.error != SNMP_ERR_NOERROR && answer.error != SNMP_ERR_GENERR &&
                                answer.error != SNMP_ERR_COMMITFAILED;
-        MUST(!isRefused || driven.empty(), "error %ld and yet %s", answer.error, driven.front().c_str());
+        MUST(!isRefused || driven.empty(), "error %ld, but the call %s", answer.error, driven.front().c_str());
         MUST(driven.size() <= bindings.size(), "%zu calls for %zu bindings", driven.size(), bindings.size());
         isCounted = isCounted && !_isMixed;
         for (const auto& call : driven) CheckDriven(call, bindings, isCounted);
-        // At rest every successful binding has driven its relay: one call for each cell.
+        // Without disturbance every successful binding drives its relay: one call for each cell.
         if (isSteady && answer.error == SNMP_ERR_NOERROR) {
             MUST(driven.size() == bindings.size(), "%zu calls for %zu bindings", driven.size(), bindings.size());
         }
@@ -292,7 +292,7 @@ private:
             isAsked = isAsked || (static_cast<std::int32_t>(binding.value.integer) == 1) == isSet;
             isNamed = isNamed || isRows(binding);
         }
-        MUST(isAsked && isNamed, "nobody has asked for %s", call.c_str());
+        MUST(isAsked && isNamed, "no SET has requested %s", call.c_str());
     }
 
     static journal::Lines Driven() {

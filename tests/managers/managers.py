@@ -1,4 +1,4 @@
-"""Managers that others have written, each behind a small driver in its own language.
+"""Third-party managers, each behind a small driver in its own language.
 
 A driver is a process that reads commands from its standard input, a JSON list a line, and answers each with one line:
     ["walk", OID]    ["get", OID, ...]    ["set", OID, "INTEGER" | "OCTET STRING", VALUE]
@@ -106,7 +106,7 @@ class Driven:
 
 
 class Tools:
-    """net-snmp's tools, one process for each command. For SNMPv3 they use the desk camera's file for them."""
+    """net-snmp's tools, one process for each command. For SNMPv3 they use the desk camera's file of pass phrases."""
 
     name = "net-snmp's tools"
     _TYPES = {"Hex-STRING": "OCTET STRING", "INTEGER": "INTEGER", "Gauge32": "Gauge32"}

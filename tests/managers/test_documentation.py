@@ -1,4 +1,4 @@
-"""The examples of docs/managers.md do and print what the page says."""
+"""The examples of docs/managers.md work and print what the page shows."""
 
 import json
 import re

@@ -42,7 +42,7 @@ class Exporter:
         self._process.wait(10)
 
     def scrape(self, module="orvex", port=None):
-        """(HTTP status, text) that Prometheus would get."""
+        """(HTTP status, text), as Prometheus gets them."""
         return self.fetch(f"http://127.0.0.1:9116/snmp?module={module}&target=127.0.0.1:{port or self._desk.port}")
 
     def fetch(self, address):
@@ -75,7 +75,8 @@ def exporter(running):
 
 @pytest.fixture(scope="module")
 def fielded():
-    """A camera as in the field, which shows nothing of its host: its tree's next part follows directly."""
+    """A camera as in the field. Its views hide the host's objects, so a walk continues directly with its next
+    subtree."""
     with Desk() as desk:
         configuration = desk.state / "snmpd.conf"
         everything = "view readable included .1\n"
@@ -102,7 +103,7 @@ def metric(row):
     return (name, frozenset(labels.items())), value
 
 
-# The banks and the numbers are labels of the states.
+# Banks and numbers are not metrics but labels of the states.
 EVERYTHING = dict(metric(row) for row in ROWS if not re.fullmatch(r"(alarm|relay)(Bank|Number)\.\d+", row.name))
 OF_SENSORS = {key: value for key, value in EVERYTHING.items() if key[0] in SENSORS}
 OF_ALL_ELSE = {key: value for key, value in EVERYTHING.items() if key[0] not in SENSORS}

@@ -27,7 +27,7 @@ def test_it_moves_the_camera(camera, any_manager):
     reply = manager.set(PAN, "OCTET STRING", "02404650")
     assert reply == ([(PAN, "OCTET STRING", "02404650")], "")
     assert calls(camera) == ["pan SetPositionAtSpeed 180000 0.503937 300"]
-    await_until(lambda: camera.dome_state()["pan"]["position"] == 180000, "the dome is there")
+    await_until(lambda: camera.dome_state()["pan"]["position"] == 180000, "the pan is at 180 degrees")
     assert manager.get(PAN).values == [(PAN, "OCTET STRING", "02404650")]
 
 
@@ -39,7 +39,7 @@ def test_it_moves_the_camera(camera, any_manager):
         ("positionPan", "OCTET STRING", "00010000", "genErr", "genErr"),
     ],
 )
-def test_it_is_told_why_a_set_fails(camera, any_manager, name, kind, value, error, error_of_1):
+def test_it_gets_the_error_of_a_set(camera, any_manager, name, kind, value, error, error_of_1):
     version, manager = any_manager
     reply = manager.set(OID[name], kind, value)
     assert reply.values is None
@@ -48,7 +48,7 @@ def test_it_is_told_why_a_set_fails(camera, any_manager, name, kind, value, erro
 
 
 @pytest.mark.parametrize(("oid", "absent"), [(f"{PAN}.0", "noSuchInstance"), (f"{PAN[:-1]}7", "noSuchObject")])
-def test_it_is_told_what_there_is_not(camera, any_manager, oid, absent):
+def test_it_gets_the_exception_of_a_missing_object(camera, any_manager, oid, absent):
     version, manager = any_manager
     reply = manager.get(oid)
     if version == "1":
@@ -74,7 +74,8 @@ def test_a_walk_ends_at_a_sensor_that_fails(camera, any_manager):
 
 
 def test_managers_of_version_3_find_a_restarted_agent(camera):
-    """The agent's engine ID stays and its boot count grows; Net::SNMP needs a second try to see the new count."""
+    """The agent keeps its engine ID and increments its boot count. Net::SNMP requires a second try to see the new
+    count."""
     oid = OID["modelName"]
     managers = [manager(camera, name, version) for name, version in MANAGERS if version == "3"]
     try:
@@ -92,7 +93,7 @@ def test_managers_of_version_3_find_a_restarted_agent(camera):
 
 
 def test_the_user_of_version_3_comes_with_privacy_only(camera):
-    """A manager with wrong pass phrases gets nothing."""
+    """A manager with wrong pass phrases gets no value."""
     file = camera.state / "v3" / "snmp.conf"
     assert file.stat().st_mode & 0o777 == 0o600
     for options, complaint in [(["-l", "noAuthNoPriv"], "authorizationError"),

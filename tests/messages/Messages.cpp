@@ -1,4 +1,4 @@
-// A wrapper and its messages, compiled right and with each fault that CMakeLists.txt names.
+// A wrapper and its messages. Compiled without a fault, and with each fault that CMakeLists.txt names.
 #include "core/PlatformCall.h"
 
 int GetPosition(const tavos::core::Logger& logger, int& position);

@@ -1,5 +1,5 @@
 """A clean Debian root folder: made by mmdebstrap, booted by its systemd in separate namespaces (mounts, processes,
-network, names). When that systemd's process ends, only the folder remains."""
+network, names). When its systemd ends, nothing but the folder remains."""
 
 import os
 import pathlib
@@ -140,7 +140,7 @@ class CleanRoot:
         if self._cgroup:
             await_until(self._remove_cgroups, "the cgroups are empty")
         mounts = [line for line in pathlib.Path("/proc/self/mounts").read_text().splitlines() if str(self.folder) in line]
-        assert not mounts, f"left alone, something is still mounted: {mounts}"
+        assert not mounts, f"the folder stays, because file systems are still mounted: {mounts}"
         shutil.rmtree(self.folder)
 
     def _remove_cgroups(self):

@@ -1,5 +1,5 @@
-"""Who may own and use the camera's services: real processes of three users try it, on the camera's private bus, and on
-Debian's system bus with the same policy."""
+"""The users that may own and call the camera's services. Real processes of three users try it on the camera's private
+bus, and on Debian's system bus with the same policy."""
 
 import contextlib
 import os
@@ -44,7 +44,7 @@ def refused(done):
     return done.returncode != 0 and "AccessDenied" in done.stderr
 
 
-def turned_away(camera, done):
+def refused(camera, done):
     """On the camera's private bus a stranger gets no connection. On the system bus every call of a stranger is
     refused."""
     if camera.kind == "own":
@@ -114,7 +114,7 @@ def test_a_burst_of_events_passes_the_bus(camera):
 @pytest.mark.parametrize("name", [*SERVICES, CONTROL, "org.tavos", "org.tavos.Other1"])
 def test_only_the_dome_owns_a_service(camera, name):
     assert refused(camera.own(AGENT, name))
-    assert turned_away(camera, camera.own(STRANGER, name))
+    assert refused(camera, camera.own(STRANGER, name))
     done = camera.own(DOME, name)
     if name in SERVICES or name == CONTROL:
         assert (done.returncode, done.stdout.split()[-1]) == (0, "3")  # the name exists: the running dome owns it
@@ -131,30 +131,30 @@ def test_only_the_agent_calls_a_service(camera, interface):
     assert not refused(done), done.stderr
     assert done.returncode == 0 or not questions
     assert refused(camera.call(DOME, name, operation))
-    assert turned_away(camera, camera.call(STRANGER, name, operation))
+    assert refused(camera, camera.call(STRANGER, name, operation))
 
 
 def test_the_agent_asks_whether_a_service_is_there(camera):
     assert camera.call(AGENT, "org.tavos.Pan1", "org.freedesktop.DBus.Peer.Ping").returncode == 0
-    assert turned_away(camera, camera.call(STRANGER, "org.tavos.Pan1", "org.freedesktop.DBus.Peer.Ping"))
+    assert refused(camera, camera.call(STRANGER, "org.tavos.Pan1", "org.freedesktop.DBus.Peer.Ping"))
 
 
 @pytest.mark.parametrize("name", ["org.tavos.Pan1", CONTROL])
 @pytest.mark.parametrize("interface", [CONTROL, "org.freedesktop.DBus.Properties"])
 def test_the_agent_calls_nothing_else(camera, name, interface):
-    """One connection owns all names. So a permitted name must not give access to the other names' interfaces."""
+    """One connection owns all names, so a permitted name must not give access to the interfaces of the others."""
     operation = f"{interface}.{'Execute' if interface == CONTROL else 'GetAll'}"
     assert refused(camera.call(AGENT, name, operation))
 
 
-def test_a_call_by_the_connections_own_name_is_no_way_around(camera):
+def test_a_call_by_the_connections_own_name_is_refused_too(camera):
     done = camera.bus(AGENT, "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
                       "org.freedesktop.DBus.GetNameOwner", f"string:{CONTROL}")
     unique = done.stdout.split()[-1]
     assert unique.startswith(":")
     call = [f"--dest={unique}", "/" + CONTROL.replace(".", "/"), f"{CONTROL}.Execute", "array:string:state"]
     assert refused(camera.bus(AGENT, *call))
-    assert turned_away(camera, camera.bus(STRANGER, *call))
+    assert refused(camera, camera.bus(STRANGER, *call))
     assert camera.bus("root", *call).returncode == 0
 
 
@@ -182,7 +182,7 @@ def watcher(camera, user, interface):
         process.wait()
 
 
-def tell(camera, user, event, value):
+def emit(camera, user, event, value):
     kind = event.split(".")[-1][:-1]
     arguments = ["int32:0", f"int32:{value}"] if kind == "Temperature" else [f"int32:{value}"]
     command = ["dbus-send", f"--bus=unix:path={camera.state}/bus.sock", "/" + event.replace(".", "/"),
@@ -191,16 +191,16 @@ def tell(camera, user, event, value):
 
 
 @pytest.mark.parametrize("event", EVENTS)
-def test_nobody_tells_an_event_in_the_services_place(camera, event):
+def test_nobody_else_emits_a_services_event(camera, event):
     """The module accepts events only from the service's owner; the policy also protects less careful clients."""
     with watcher(camera, AGENT, event) as seen:
         def heard(value):
-            tell(camera, DOME, event, value)
+            emit(camera, DOME, event, value)
             return f"int32 {value}" in seen()
 
         await_until(lambda: heard(1), "the dome's user is heard")
         for user in [AGENT, STRANGER, "root"]:
-            tell(camera, user, event, 99)
+            emit(camera, user, event, 99)
         await_until(lambda: heard(2), "the dome's user is heard once more")
         assert "int32 99" not in seen()
 
@@ -214,8 +214,8 @@ def test_strangers_hear_no_event(camera):
 
         await_until(heard, "the agent's user hears it")
     with watcher(camera, STRANGER, event) as stranger:
-        time.sleep(0.3)  # it subscribes after it has its name; nothing shows when
+        time.sleep(0.3)  # the watcher subscribes after it has its name, and nothing shows when
         camera.domectl("event", "temperature", 0, 41)
         with watcher(camera, AGENT, "org.freedesktop.DBus"):
-            pass  # another whole conversation with the bus
+            pass  # one more exchange with the bus
         assert "TemperatureChange" not in stranger()

@@ -1,4 +1,4 @@
-"""The man pages name what the commands' usage texts name, and the other way round."""
+"""The man pages and the commands' usage texts name the same options and commands."""
 
 import re
 import subprocess
@@ -38,10 +38,10 @@ def test_the_options_are_those_of_the_command(name):
 
 def test_domectls_commands_are_all_there():
     command = r"^ +((?:state|calls|set|banks|clock|event|fault)\b[^ ]*(?: [a-z][a-z0-9|-]*)?)"
-    told = set(re.findall(command, usage("domectl"), re.MULTILINE))
-    assert len(told) > 15
+    listed = set(re.findall(command, usage("domectl"), re.MULTILINE))
+    assert len(listed) > 15
     written = " ".join(page("domectl").split())
-    assert [words for words in sorted(told) if words not in written] == []
+    assert [words for words in sorted(listed) if words not in written] == []
 
 
 def test_tavos_settings_commands_are_all_there():

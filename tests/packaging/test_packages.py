@@ -191,9 +191,9 @@ def test_an_agent_without_settings_comes_back_when_there_are_some(root):
     try:
         root.run("systemctl", "restart", "snmpd")  # the start fails
         before = int(root.must("systemctl", "show", "snmpd", "--property=NRestarts", "--value"))
-        # More often than systemd retries a service on its own.
+        # More often than systemd's limit of restarts allows by default.
         await_until(lambda: int(root.must("systemctl", "show", "snmpd", "--property=NRestarts", "--value")) > before + 5,
-                    "the agent is tried again and again", seconds=60)
+                    "systemd restarts the agent repeatedly", seconds=60)
     finally:
         aside.rename(store)
     await_until(lambda: ask(root, "reader", "snmpget", OID["modelName"]).returncode == 0, "the agent answers", seconds=30)
@@ -228,9 +228,9 @@ def test_one_more_camera_is_one_more_instance(root):
         assert json.loads(state)["pan"]["position"] == 0
         folder = root.root / "var/lib/orvex-dome/7"
         assert stat.S_IMODE(folder.stat().st_mode) == 0o700
-        # A restart of the camera is noted in its folder and does not affect this machine.
+        # A restart of the camera is only logged in its folder: it does not restart this machine.
         root.must("snmpset", "-v2c", "-c", "private", "-On", "127.0.0.1:11607", OID["rebootDevice"], "i", "1")
-        await_until((folder / "restart.log").exists, "the restart is noted")
+        await_until((folder / "restart.log").exists, "the restart is logged")
     finally:
         root.must(*stop)
     for unit in ["orvex-bus@7", "orvex-dome@7", "orvex-agent@7", "orvex-dome@8"]:

@@ -1,4 +1,4 @@
-"""Pass phrases: where the user enters them, and that they appear nowhere else."""
+"""Pass phrases: their input, and that they appear nowhere else."""
 
 import os
 import pathlib
@@ -88,7 +88,7 @@ def test_a_bad_command_line_is_refused(store, words):
     assert list(store.iterdir()) == []
 
 
-def test_new_pass_phrases_take_the_old_ones_place(field):
+def test_new_pass_phrases_replace_the_old_ones(field):
     field.add_users("reader", "operator")
     field.start_agent()
     field.end("agent")
@@ -141,7 +141,7 @@ def holders(folder):
 
 
 def test_the_agents_keys_are_in_no_file_that_others_can_read(field):
-    """The store holds keys that are as good as a pass phrase for this one agent."""
+    """The store holds keys. For this one agent a key is worth as much as a pass phrase."""
     field.add_users(*ROLES)
     field.start_agent()
     keys = [line.split()[8] for line in (field.state / "snmp" / "snmpd.conf").read_text().splitlines()

@@ -14,8 +14,8 @@ from sockets import sockets_of
 RELAYS = [OID["outputControl"], *(row.oid for row in ROWS if row.name.startswith("relayState."))]
 REBOOT = OID["rebootDevice"]
 
-# A writer could change the agent itself, its users or its views here, or see what else runs on the host. An agent
-# without views answers all of them.
+# Through these objects a writer could change the agent, its users or its views, or see what else runs on the host. An
+# agent without views answers all of them.
 KEPT = {
     "UCD-DLMOD-MIB dlmodNextIndex": "1.3.6.1.4.1.2021.13.14.1.0",
     "UCD-SNMP-MIB memTotalReal": "1.3.6.1.4.1.2021.4.5.0",
@@ -57,7 +57,7 @@ def harmless_value(row):
 
 
 def may_write(user, row):
-    """Whether the views pass the user's SET to the object."""
+    """True when the views let the user's SET through to the object."""
     if user == "administrator":
         return True
     return user == "operator" and row.oid.startswith(f"{CCTV}.") and row.oid not in RELAYS
@@ -127,7 +127,7 @@ def test_the_agents_own_objects_are_there_for_nobody(camera, user, tool):
 
 
 def test_what_is_kept_from_everybody_answers_where_there_are_no_views(camera):
-    """Otherwise the test above would pass for misspelled objects, too."""
+    """Without this check the test above would also pass for misspelled objects."""
     open_desk = FieldDesk()
     try:
         text = open_desk.configuration.read_text().replace("view reads included .1.3.6.1.2.1.1\n",

@@ -1,4 +1,4 @@
-"""The units, as systemd itself reads them. test_packages.py runs them in its clean root."""
+"""The units as systemd reads them. test_packages.py runs them in its clean root."""
 
 import pathlib
 import re
@@ -14,7 +14,7 @@ STOCK_AGENT = pathlib.Path("/lib/systemd/system/snmpd.service")
 DROP_IN = UNITS / "snmpd.service.d-orvexsnmp.conf"
 SERVICES = ["orvex-bus.service", "orvex-dome.service", "snmpd.service",
             "orvex-bus@.service", "orvex-dome@.service", "orvex-agent@.service"]
-MOST_EXPOSURE = 3.0
+MAX_EXPOSURE = 3.0
 
 
 @pytest.fixture(scope="module")
@@ -46,17 +46,17 @@ def exposure(unit):
 
 
 @pytest.mark.parametrize("service", SERVICES)
-def test_what_a_service_could_do_is_little(units, service, record_property):
+def test_a_service_has_few_rights(units, service, record_property):
     figure = exposure(units / service)
     record_property("exposure", figure)
     print(f"{service}: exposure {figure}")
-    assert figure <= MOST_EXPOSURE
+    assert figure <= MAX_EXPOSURE
 
 
-def test_the_stock_agent_alone_could_do_a_lot(tmp_path):
+def test_the_stock_agent_alone_has_many_rights(tmp_path):
     """Shows that the figure above comes from the drop-in."""
     shutil.copy(STOCK_AGENT, tmp_path)
-    assert exposure(tmp_path / "snmpd.service") > MOST_EXPOSURE
+    assert exposure(tmp_path / "snmpd.service") > MAX_EXPOSURE
 
 
 def test_systemd_has_nothing_to_say_against_them(units):
@@ -91,7 +91,7 @@ def test_only_the_agent_has_a_capability_and_only_one(units):
         "snmpd.service": ["CAP_NET_BIND_SERVICE", "CAP_NET_BIND_SERVICE"]}
 
 
-def test_nothing_secret_is_put_into_an_environment(units):
+def test_no_secret_is_in_an_environment(units):
     for unit in [*units.glob("*.service"), DROP_IN]:
         for name, value in settings(unit):
             assert name != "Environment" or not re.search("pass|phrase|secret|key|community", value, re.IGNORECASE)

@@ -8,7 +8,7 @@ import subprocess
 
 from desk import AGENT_PARTS, BUILD, SNMPD, Desk
 
-# Users that every Debian has; they play the policy's users.
+# Users that every Debian system has, used instead of the policy's.
 DOME, AGENT, STRANGER = "daemon", "nobody", "games"
 SETTINGS_GROUP = "users"
 USERS = {"orvex-dome": DOME, "Debian-snmp": AGENT}
@@ -45,7 +45,7 @@ class PolicedDesk(Desk):
         (self.state / "bus.conf").write_text(self._own_bus() if kind == "own" else self._system_bus())
 
     def _share_programs(self):
-        """Other users may have no access to the build folder."""
+        """Copies the programs, because other users may have no access to the build folder."""
         programs = self.state / "programs"
         for name in ["bin/orvex-dome", "bin/myname", "lib/orvexsnmp.so"]:
             (programs / name).parent.mkdir(parents=True, exist_ok=True)

@@ -79,7 +79,7 @@ TEST_F(BusTest, AServiceThatHangsThrowsAfterTheDeadline) {
     });
     MsgBus messages;
     const auto client = PanClient(messages);
-    for (int i = 0; i < 6; ++i) {  // more than the bus lets one connection wait for
+    for (int i = 0; i < 6; ++i) {  // more than the bus's max of unanswered calls for one connection
         std::string failure;
         const auto time = TimeOf([&] { failure = Failure([&] { client->GetPosition(); }); });
         EXPECT_EQ(failure, "org.tavos.Pan1 GetPosition: no answer within 300 ms");
@@ -316,7 +316,7 @@ TEST_F(BusTest, ANameThatSomebodyElseHasIsTakenWhenItIsFree) {
     host.Do([&](ServiceHost& h) { Serve(h, pan); });
     fake::Pan other;
     std::optional<HostThread> stranger;
-    // The host is blocked while the bus restarts, so that the stranger takes the name first.
+    // The host is blocked while the bus restarts, so that the stranger gets the name first.
     host.Do([&](ServiceHost&) {
         bus.Stop();
         bus.Start();
@@ -329,14 +329,14 @@ TEST_F(BusTest, ANameThatSomebodyElseHasIsTakenWhenItIsFree) {
     MsgBus messages;
     const auto client = PanClient(messages);
     client->SetPosition(1, 2);
-    EXPECT_THAT(other.Take(), ElementsAre("SetPosition 1 2")) << "the host's own service is not in the way";
+    EXPECT_THAT(other.Take(), ElementsAre("SetPosition 1 2")) << "the host does not intercept the call";
     stranger.reset();
     EXPECT_TRUE(Eventually([&] {
         Failure([&] { client->SetPosition(3, 4); });
         return !pan.Take().empty();
     })) << log.Text();
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - since);
-    EXPECT_LE(log.Count(refused), 2U + static_cast<std::size_t>(seconds.count())) << "it asks once a second";
+    EXPECT_LE(log.Count(refused), 2U + static_cast<std::size_t>(seconds.count())) << "it retries once a second";
 }
 
 TEST_F(BusTest, ABusThatRefusesToDeliverAnEventIsNamed) {
@@ -353,7 +353,7 @@ TEST_F(BusTest, ABusThatRefusesToDeliverAnEventIsNamed) {
     const std::string refused =
         " tavos Error the message bus refuses to deliver TemperatureChange of org.tavos.Temperature2\n";
     EXPECT_TRUE(Eventually([&] { return log.Count(refused) == 1; })) << log.Text();
-    EXPECT_EQ(PanClient(messages)->GetMinPosition(), 1U) << "calls need no rule";
+    EXPECT_EQ(PanClient(messages)->GetMinPosition(), 1U) << "calls require no rule";
 }
 
 TEST_F(BusTest, CallsAndEventsOutliveTheBus) {
@@ -467,7 +467,7 @@ TEST_F(BusTest, OnlyTheServiceItselfIsListenedTo) {
                                writer.Put(666);
                            });
     });
-    // A signal addressed to one process passes the bus's rules.
+    // The bus's rules let a signal through that is addressed to one process.
     for (int name = 0; name < 10; ++name) {
         const std::string send =
             "dbus-send --bus='" + bus.Address() + "' --type=signal --dest=:1." + std::to_string(name) +
@@ -581,7 +581,7 @@ TEST_F(BusTest, DescriptorsAreCloseOnExec) {
             ++checked;
         }
     }
-    EXPECT_GE(checked, 3);  // of host, calls and wake-up; the events' descriptor comes a little later
+    EXPECT_GE(checked, 3);  // of host, calls and wake-up; the events' descriptor is opened a little later
 }
 
 }  // namespace

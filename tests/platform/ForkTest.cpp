@@ -1,4 +1,4 @@
-// The agent forks into a daemon after it has loaded the module: bus and settings must keep working in the child.
+// The agent becomes a daemon by a fork after it has loaded the module: bus and settings must keep working in the child.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -110,7 +110,7 @@ TEST_F(ForkTest, CallsAndEventsGoOnInTheChildAndInTheParent) {
         try {
             return pan->GetMinPosition() == 1U;
         } catch (const std::exception&) {
-            return false;  // the service has not arrived yet
+            return false;  // the service is not on the bus yet
         }
     }));
     ASSERT_TRUE(Eventually([&] { return counter.count > 0; }));

@@ -24,7 +24,7 @@ using tavos::core::IniFile;
 using tavos::core::Logger;
 using testing::MatchesRegex;
 
-// clang's sanitizers bring these functions themselves, in a form that a program cannot replace.
+// clang's sanitizers define these functions themselves, and a program cannot replace them.
 #ifdef __has_feature
 #define SANITIZED_BY_CLANG (__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
 #else
@@ -38,7 +38,7 @@ thread_local bool t_outOfMemory = false;
 
 }  // namespace
 
-/// Like the library's operator new, but throws while the test has set this thread out of memory.
+/// Like the library's operator new, but throws while the test simulates that this thread is out of memory.
 void* operator new(std::size_t size) {
     if (t_outOfMemory) throw std::bad_alloc();
     if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
@@ -69,7 +69,7 @@ class LoggerTest : public testing::Test {
 protected:
     LoggerTest() { unsetenv("TAVOS_LOG_LEVEL"); }
 
-    /// Sends all log lines to the file from here on.
+    /// Sends all log lines to the file from now on.
     void UseFile(const std::string& level) {
         Logger::ClearAppenders();
         Logger::ConfigureLogging(Settings({{"log.level", level}, {"log.file", file}}), "log");
@@ -224,7 +224,7 @@ TEST_F(LoggerTest, ARefusedConfigurationChangesNothing) {
     EXPECT_EQ(Lines(), "Test Error e\nTest Information i\n");
 }
 
-TEST_F(LoggerTest, ARefusedConfigurationWithoutAppendersLeavesStandardOutputToSayWhy) {
+TEST_F(LoggerTest, ARefusedConfigurationWithoutAppendersIsLoggedToStandardOutput) {
     for (const auto& [key, value, text] :
          {std::tuple{"log.level", "loud\nand more", "log.level is no number: \"loud\\nand more\""},
           std::tuple{"log.file", "/no/such\n/file", "log.file /no/such\\n/file: No such file or directory"}}) {
@@ -292,7 +292,7 @@ private:
     int _before;
 };
 
-TEST_F(LoggerTest, AnOutputThatCannotBeWrittenHarmsNobody) {
+TEST_F(LoggerTest, AnOutputThatCannotBeWrittenDisturbsNoOther) {
     ASSERT_NE(signal(SIGPIPE, SIG_DFL), SIG_ERR);
     Logger::ClearAppenders();
     Logger::ConfigureLogging(Settings({{"log.level", "3"}, {"log.stdout", "true"}, {"log.file", file}}), "log");
@@ -321,7 +321,7 @@ TEST_F(LoggerTest, AnOutputThatCannotBeWrittenHarmsNobody) {
     EXPECT_EQ(Lines(), "Test Error full\nTest Error closed\nTest Error broken\n");
 }
 
-TEST_F(LoggerTest, AReaderThatStopsReadingHoldsNobodyUp) {
+TEST_F(LoggerTest, AReaderThatStopsReadingBlocksNobody) {
     Logger::ClearAppenders();
     Logger::ConfigureLogging(Settings({{"log.level", "3"}, {"log.stdout", "true"}, {"log.file", file}}), "log");
     int pipe[2];
@@ -330,7 +330,7 @@ TEST_F(LoggerTest, AReaderThatStopsReadingHoldsNobodyUp) {
         Redirected output(pipe[1]);
         const std::string text(100, 'x');
         for (int i = 0; i < 2000; ++i) log->Error("%s", text.c_str());  // three times a pipe's size
-        EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFL) & O_NONBLOCK, 0) << "the pipe is others' as well";
+        EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFL) & O_NONBLOCK, 0) << "other processes share the pipe";
 
         char buffer[4096];
         std::string read;
@@ -379,7 +379,7 @@ TEST_F(LoggerTest, AFifoThatNobodyReadsIsRefused) {
     log->Error("nobody reads");  // and no SIGPIPE
 }
 
-TEST_F(LoggerTest, AFileThatCannotGrowHarmsNobody) {
+TEST_F(LoggerTest, AFileThatCannotGrowDisturbsNoOther) {
     ASSERT_NE(signal(SIGXFSZ, SIG_IGN), SIG_ERR);
     UseFile("3");
     rlimit before{};

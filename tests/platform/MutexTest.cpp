@@ -12,7 +12,7 @@ using tavos::osa::Mutex;
 
 namespace {
 
-TEST(MutexTest, WaitsNoLongerThanItIsTold) {
+TEST(MutexTest, WaitsNoLongerThanItsTimeout) {
     Mutex mutex("Test");
     EXPECT_EQ(mutex.Name(), "Test");
     ASSERT_TRUE(mutex.Lock(0));

@@ -25,7 +25,7 @@ PrivateBus::PrivateBus(const std::string& limits) : _address("unix:path=" + _fol
                   "    <allow own=\"*\"/>\n"
                   "    <allow user=\"*\"/>\n"
                   "  </policy>\n"
-                  // Max. unanswered calls; small, so that a client that leaves calls behind is noticed.
+                  // The max of unanswered calls; small, so that the tests notice a client that abandons calls.
                   "  <limit name=\"max_replies_per_connection\">4</limit>\n" +
                   limits + "</busconfig>\n");
     setenv("TAVOS_BUS_ADDRESS", _address.c_str(), 1);

@@ -20,7 +20,7 @@ public:
     /// Returns when the bus accepts connections; throws std::runtime_error when it does not.
     void Start();
     void Stop();
-    /// Freeze stops the daemon's process: it neither answers nor hangs up. Thaw continues it.
+    /// Freeze stops the daemon's process: it does not answer, and keeps its connections. Thaw continues it.
     void Freeze();
     void Thaw();
 

@@ -38,7 +38,7 @@ protected:
     }
 
     PrivateBus bus;
-    // The services outlive the host, the bus its clients.
+    // Order of destruction: messages, host, services, bus.
     fake::Pan pan;
     fake::Axis axis;
     fake::Zoom zoom;

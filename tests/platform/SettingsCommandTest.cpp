@@ -102,7 +102,7 @@ TEST_F(SettingsCommandTest, FailuresAreOneLine) {
     ExpectFailure("export /nonexistent/file", "/nonexistent/file: cannot be written");
 }
 
-TEST_F(SettingsCommandTest, AFifoInTheStoresPlaceIsRefused) {
+TEST_F(SettingsCommandTest, AFifoInsteadOfTheStoreIsRefused) {
     Import("[a]\nb = 1\n");
     std::filesystem::remove(store);
     ASSERT_EQ(mkfifo(store.c_str(), 0600), 0);

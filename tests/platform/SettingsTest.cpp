@@ -167,7 +167,7 @@ TEST_F(SettingsTest, ReadOnlyDoesNotWrite) {
     EXPECT_EQ(reader.GetValue("[a]b"), "1");
 }
 
-/// Like a full disk: files can be created, but nothing can be written into them.
+/// Like a full disk: files can be created but not written.
 class NothingCanBeWritten {
 public:
     NothingCanBeWritten() {
@@ -206,7 +206,7 @@ TEST_F(SettingsTest, WhatIsStoredCanBeReadWhenNothingCanBeWritten) {
     EXPECT_EQ(client.GetValue("[a]b"), "2");
 }
 
-TEST_F(SettingsTest, WhatAKilledWriterHasLeftInTheLogIsNotPassedOver) {
+TEST_F(SettingsTest, TheLogOfAKilledWriterIsRead) {
     TavosSettingsClient(TavosSettingsClient::kCreate).SetValue("[a]b", "old");
     const pid_t child = fork();
     if (child == 0) {
@@ -226,7 +226,7 @@ TEST_F(SettingsTest, WhatAKilledWriterHasLeftInTheLogIsNotPassedOver) {
     EXPECT_EQ(client.GetValue("[a]b"), "new");
 }
 
-TEST_F(SettingsTest, AFailureTellsWhatStandsInTheWay) {
+TEST_F(SettingsTest, AFailureNamesItsCause) {
     TavosSettingsClient client(TavosSettingsClient::kReadWrite);
     EXPECT_THAT(Failure([&] { client.GetValue("[a]b"); }), HasSubstr("No such file or directory"));
 }
@@ -288,13 +288,13 @@ TEST_F(SettingsTest, AStoreMayBeALinkToARegularFile) {
     TavosSettingsClient client(TavosSettingsClient::kCreate);
     client.SetValue("[a]b", "1");
     EXPECT_EQ(client.GetValue("[a]b"), "1");
-    ASSERT_EQ(mkfifo((target + "-journal").c_str(), 0600), 0);  // the library looks for it beside the target
+    ASSERT_EQ(mkfifo((target + "-journal").c_str(), 0600), 0);  // the library opens it beside the target
     EXPECT_THAT(Failure([&] { client.GetValue("[a]b"); }), HasSubstr(target + "-journal is no regular file"));
     std::filesystem::remove(target + "-journal");
     EXPECT_EQ(client.GetValue("[a]b"), "1");
 }
 
-TEST_F(SettingsTest, WhatIsInTheLogBesideALinksTargetIsNotPassedOver) {
+TEST_F(SettingsTest, TheLogBesideALinksTargetIsRead) {
     const std::string elsewhere = folder.File("elsewhere");
     std::filesystem::create_directory(elsewhere);
     const std::string target = elsewhere + "/the store.db";
@@ -309,7 +309,7 @@ TEST_F(SettingsTest, WhatIsInTheLogBesideALinksTargetIsNotPassedOver) {
     unlink((target + "-shm").c_str());
     {
         const NothingCanBeWritten guard;
-        EXPECT_NE(Failure([&] { client.GetValue("[a]b"); }), "") << "the old value is not the value";
+        EXPECT_NE(Failure([&] { client.GetValue("[a]b"); }), "") << "the old value must not be returned";
     }
     EXPECT_EQ(client.GetValue("[a]b"), "new");
 }
@@ -347,7 +347,7 @@ TEST_F(SettingsTest, ABusyStoreIsWaitedForButNotForever) {
     EXPECT_EQ(client.GetValue("[a]b"), "2");
 }
 
-/// In memory: a disk may need more than a second for one process's changes, and the others rightly fail then.
+/// In memory: a disk may take more than a second for one process's changes, and then the others rightly fail.
 class SharedSettingsTest : public SettingsTest {
 protected:
     SharedSettingsTest() { setenv("TAVOS_SETTINGS_STORE", memory.File("settings.db").c_str(), 1); }
@@ -447,7 +447,7 @@ TEST_F(SettingsTest, ValuesSurviveAKill) {
     EXPECT_GE(last, 20);
 }
 
-TEST_F(SettingsTest, WhatIsToSurviveAKillOnlyWaitsForNoDisk) {
+TEST_F(SettingsTest, AWriteThatMustSurviveOnlyAKillWaitsForNoDisk) {
     TavosSettingsClient writer(TavosSettingsClient::kCreate);
     writer.SetValue("[a]b", "old");
     ASSERT_EQ(FileText(store + "-wal"), "");
@@ -459,11 +459,11 @@ TEST_F(SettingsTest, WhatIsToSurviveAKillOnlyWaitsForNoDisk) {
     EXPECT_NE(FileText(store + "-wal"), "");
     EXPECT_EQ(TavosSettingsClient(TavosSettingsClient::kReadOnly).GetValue("[a]b"), "new");
     writer.SetValue("[c]d", "1");
-    EXPECT_EQ(FileText(store + "-wal"), "") << "the next one who stores leaves nothing beside the file";
+    EXPECT_EQ(FileText(store + "-wal"), "") << "the next durable write leaves nothing beside the file";
     EXPECT_EQ(writer.GetValue("[a]b"), "new");
 }
 
-TEST_F(SettingsTest, TheLogTellsOnceWhatIsWrong) {
+TEST_F(SettingsTest, TheLogNamesAFailureOnce) {
     const std::string file = folder.File("log");
     IniFile ini;
     ini.SetValue("log", "log.file", file);

@@ -1,4 +1,4 @@
-// The client waits once for a service that hangs; then it pings the service in the background.
+// The client waits once for a service that hangs, and then pings it in the background.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -95,7 +95,7 @@ protected:
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
 
-    /// True when calls fail in that way within the time, or succeed for "".
+    /// True when a call fails with that error within the time; "" stands for success.
     bool ComesTo(const std::string& failure) const {
         return Eventually([&] { return PanFailure() == failure; });
     }
@@ -134,7 +134,7 @@ TEST_F(SilenceTest, OtherServicesAnswerMeanwhile) {
     EXPECT_EQ(PanFailure(), kSilent);
 }
 
-TEST_F(SilenceTest, AfterASignOfLifeItIsCalledAgain) {
+TEST_F(SilenceTest, AfterAnAnsweredPingItIsCalledAgain) {
     Hang(true);
     EXPECT_EQ(PanFailure(), kLate);
     EXPECT_EQ(PanFailure(), kSilent);
@@ -143,7 +143,7 @@ TEST_F(SilenceTest, AfterASignOfLifeItIsCalledAgain) {
     EXPECT_TRUE(Eventually([&] { return Logged(" tavos Information org.tavos.Pan1 answers again\n") == 1U; }));
     EXPECT_EQ(arrived, 2);
 
-    Hang(true);  // the past misses do not count any more
+    Hang(true);  // earlier misses no longer count
     EXPECT_EQ(PanFailure(), kLate);
     Hang(false);
     EXPECT_TRUE(ComesTo(""));
@@ -178,7 +178,7 @@ TEST_F(SilenceTest, AServiceThatEndsInTheMiddleOfACallIsNotSilent) {
     EXPECT_EQ(Logged("does not answer"), 0U);
 }
 
-TEST_F(SilenceTest, AServiceThatOnlySeemsAliveIsAskedLessOften) {
+TEST_F(SilenceTest, AServiceThatAnswersOnlyPingsIsCalledLessOften) {
     callsHang = true;
     for (int miss = 1; miss <= 4; ++miss) {
         EXPECT_TRUE(ComesTo(kLate)) << miss;
@@ -192,7 +192,7 @@ TEST_F(SilenceTest, AServiceThatOnlySeemsAliveIsAskedLessOften) {
     EXPECT_TRUE(ComesTo(""));
 }
 
-TEST_F(SilenceTest, AServiceThatAnswersWithErrorsBeginsAnewEachTime) {
+TEST_F(SilenceTest, AnswersThatAreErrorsResetTheCountOfMisses) {
     for (int round = 0; round < 4; ++round) {
         callsHang = true;
         EXPECT_TRUE(ComesTo(kLate)) << round;
@@ -204,7 +204,7 @@ TEST_F(SilenceTest, AServiceThatAnswersWithErrorsBeginsAnewEachTime) {
     callsHang = true;
     EXPECT_TRUE(ComesTo(kLate));
     callsHang = false;
-    // As consecutive misses they would block calls for 1600 ms now: some 300 failures.
+    // If they counted as consecutive misses, calls would be blocked for 1600 ms now: some 300 failures.
     int failures = 0;
     EXPECT_TRUE(Eventually([&] { return PanFailure().empty() || ++failures < 0; }));
     EXPECT_LT(failures, 100);
@@ -225,19 +225,20 @@ TEST_F(SilenceTest, ABusThatHangsIsWaitedForOnce) {
     EXPECT_TRUE(Eventually([&] { return OtherFailure().empty(); }));
 }
 
-TEST_F(SilenceTest, ABusThatHangsNowAndThenIsAskedAtOnceEachTime) {
+TEST_F(SilenceTest, ABusThatHangsRepeatedlyIsTriedAtOnceEachTime) {
     EXPECT_EQ(PanFailure(), "");
     for (int time = 1; time <= 5; ++time) {
         bus.Freeze();
         EXPECT_EQ(PanFailure(), kLate) << time;
         EXPECT_THAT(OtherFailure(), HasSubstr("the message bus cannot be reached: no answer in time")) << time;
         bus.Thaw();
-        // Treated like a service that only answers pings, it would get no calls for 1.6 s after the fifth miss.
+        // If it were treated like a service that answers only pings, it would get no calls for 1.6 s after the fifth
+        // miss.
         EXPECT_LT(TimeOf([&] { EXPECT_TRUE(ComesTo("")); }), std::chrono::seconds(1)) << time;
     }
 }
 
-TEST_F(SilenceTest, WhoeverWaitsBehindTheCallThatWaitsIsNotSentAfterIt) {
+TEST_F(SilenceTest, ACallQueuedBehindAWaitingCallIsNotSent) {
     Hang(true);
     std::string first;
     std::thread caller([&] { first = PanFailure(); });
@@ -248,19 +249,19 @@ TEST_F(SilenceTest, WhoeverWaitsBehindTheCallThatWaitsIsNotSentAfterIt) {
     EXPECT_EQ(arrived, 1);
 }
 
-TEST_F(SilenceTest, ACallThatHasWaitedForAnotherSaysNothingOfItsService) {
+TEST_F(SilenceTest, ACallThatSpentItsDeadlineQueuedIsNoEvidenceOfSilence) {
     Hang(true);
     std::thread caller([&] { EXPECT_EQ(PanFailure(), kLate); });
     AwaitCallUnderWay();
     temperatureTakes = 120;
-    EXPECT_NE(OtherFailure(), "");  // the other call leaves too little time
+    EXPECT_NE(OtherFailure(), "");  // the waiting call leaves too little time
     caller.join();
     temperatureTakes = 0;
     EXPECT_EQ(OtherFailure(), "");
     EXPECT_EQ(Logged("does not answer"), 1U);
 }
 
-TEST_F(SilenceTest, ASilentServiceIsAskedAgainOnANewBus) {
+TEST_F(SilenceTest, ASilentServiceIsCalledAgainOnANewBus) {
     Hang(true);
     EXPECT_EQ(PanFailure(), kLate);
     bus.Stop();

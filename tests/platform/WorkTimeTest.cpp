@@ -1,5 +1,5 @@
-// The calls of one request wait no longer than a request may, whatever the services do; and no sender can fill the
-// process's memory.
+// The calls of one request together wait no longer than the max of a request, whatever the services do. No sender can
+// fill the process's memory.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <systemd/sd-bus.h>
@@ -37,7 +37,7 @@ namespace {
 
 constexpr auto kDeadline = 300ms;
 constexpr auto kRequest = 600ms;
-constexpr auto kSpare = 200ms;  // for a machine that does other work, too
+constexpr auto kSpare = 200ms;  // for a busy machine
 constexpr const char* kUsedUp = "org.tavos.Pan1 GetMaxPosition: the request has waited too long for services already";
 constexpr const char* kSilent = "org.tavos.Pan1 GetMaxPosition: the service is silent";
 
@@ -114,7 +114,7 @@ long Memory(const std::string& which) {
     return 0;
 }
 
-/// Floods all other connections of the bus with unrequested calls.
+/// Floods all other connections of the bus with calls.
 class Flood {
 public:
     explicit Flood(const std::string& address) : _thread([this, address] { Run(address); }) {}
@@ -145,7 +145,7 @@ private:
                 sd_bus_message_unref(call);
                 sd_bus_flush(bus);
             }
-            if (_octets % 100 == 0) targets.clear();  // connections come and go
+            if (_octets % 100 == 0) targets.clear();  // for connections that open and close meanwhile
         }
         sd_bus_flush_close_unref(bus);
     }
@@ -227,20 +227,20 @@ TEST_F(WorkTimeTest, AServiceThatUsesUpRequestsAgainAndAgainIsRetriedLaterAndLat
     for (int request = 1; request <= 4; ++request) {
         EXPECT_TRUE(Eventually([&] { return Request(20).front().empty(); })) << request;
     }
-    // After the fourth the client makes no call for 800 ms, although the service answers pings; before, it calls at
-    // once.
+    // After the fourth such request the client makes no call for 800 ms, although the service answers pings. After the
+    // earlier ones it calls at once.
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(Eventually([&] { return Request(1).front().empty(); }));
     EXPECT_GT(std::chrono::steady_clock::now() - begin, 500ms);
 }
 
-TEST_F(WorkTimeTest, AServiceThatIsAskedTooMuchIsNotAvoided) {
+TEST_F(WorkTimeTest, AServiceThatGetsTooManyCallsIsNotAvoided) {
     panTakes = 10;
     EXPECT_EQ(Request(200).back(), kUsedUp);
     EXPECT_EQ(Request(1).front(), "");
 }
 
-TEST_F(WorkTimeTest, ANextRequestHasItsWholeTime) {
+TEST_F(WorkTimeTest, TheNextRequestHasItsWholeTime) {
     panTakes = 100;
     for (int request = 0; request < 5; ++request) {
         for (const auto& failure : Request(3)) EXPECT_EQ(failure, "") << request;
@@ -254,7 +254,7 @@ TEST_F(WorkTimeTest, CallsOfOtherThreadsAreNotLimited) {
     EXPECT_EQ(PanFailure(), kUsedUp);
 }
 
-TEST_F(WorkTimeTest, AStartHasFiveTimesAsLong) {
+TEST_F(WorkTimeTest, AStartHasFiveTimesTheTime) {
     setenv("TAVOS_REQUEST_TIMEOUT_MS", "200", 1);
     Connect();
     panTakes = 100;

@@ -1,5 +1,5 @@
-// What many objects of motion and lens share: the constant ones, the refusal of everything but reads, the range end in
-// the log, and SETs of every type and of any length on all writable objects.
+// What many motion and lens objects share: constants, refusal of all modes but reads, the range end in the log, and
+// SETs of every type and length on all writable objects.
 #include <cstring>
 
 #include "support/CameraTest.h"
@@ -126,14 +126,14 @@ struct Writable : CameraObject {
 
     Octets first;  ///< the start of the values that are tried
     Expected expected;
-    std::size_t stored;  ///< octets in the next GET's answer after a commit
+    std::size_t stored;  ///< octets in the answer of the next GET after a commit
 };
 
 Octets First(std::size_t count, const Octets& octets) {
     return {octets.begin(), octets.begin() + static_cast<std::ptrdiff_t>(count)};
 }
 
-/// The call of a truncated motion command: stop, continuous without speed, or the whole command.
+/// The expected call of a truncated motion command: stop, continuous without speed, or the whole command.
 Outcome Motion(const Octets& octets, const char* stop, const char* speedZero, const char* backwards) {
     const bool continuous = octets[0] == 3;
     return {SNMP_ERR_NOERROR, {!continuous ? stop : octets[1] == kSpeed ? backwards : speedZero}, First(4, octets)};
@@ -250,7 +250,7 @@ protected:
             variable.val.string = nullptr;
             variable.val_len = length;
         } else if (variable.val.string == variable.buf) {
-            // What an earlier, longer value left in the buffer.
+            // Octets that an earlier, longer value left in the buffer.
             std::memset(variable.buf + length, 0xEE, sizeof variable.buf - length);
         }
         journal::Clear();
@@ -317,7 +317,7 @@ TEST_P(EveryObjectTest, LogsTheRangeEndAndNotItsName) {
 
 INSTANTIATE_TEST_SUITE_P(All, EveryObjectTest, testing::ValuesIn(Everything()), NameOfObject<CameraObject>);
 
-/// One instance per class, found by its class; a second one is refused and the first one stays.
+/// One instance per class, found by its class. A second one is refused, and the first one stays.
 template <class Provider>
 void ExpectOneInstance(tavos::msgbus::MsgBus& bus, const Provider& instance) {
     EXPECT_EQ(Provider::GetInstance(), &instance);

@@ -67,7 +67,7 @@ TEST_F(GuardedHandlerTest, TheHandlersAnswerIsTheAgents) {
     EXPECT_THAT(journal::All(), IsEmpty());
 }
 
-TEST_F(GuardedHandlerTest, WhateverAHandlerThrowsIsOneErrorLineAndAGenErr) {
+TEST_F(GuardedHandlerTest, EveryExceptionOfAHandlerIsOneErrorLineAndAGenErr) {
     const std::pair<Act, std::string> acts[] = {{Act::kBadAlloc, "object: given up after an exception: std::bad_alloc"},
                                                 {Act::kRuntimeError, "object: given up after an exception: no luck"},
                                                 {Act::kInt, "object: given up after an exception"}};

@@ -9,7 +9,7 @@
 #include "support/Rows.h"
 #include "support/StartedModule.h"
 
-// On a camera the texts of the hardware and module versions hold at least a dash. The tests try empty ones, too.
+// On a camera the hardware and module versions contain at least a dash. The tests also try empty ones.
 struct HardwareVersion {
     using Type = std::string OrvexSnmpDevice::*;
     friend Type MemberOf(HardwareVersion);
@@ -144,7 +144,7 @@ TEST_F(IdentityTest, DeviceNodeIsATextOf22Octets) {
 
 // --- missing identity data ---
 
-/// A module on a camera that knows nothing about itself.
+/// A module on a camera without identity data.
 class NamelessTest : public IdentityTest {
 protected:
     void SetUp() override {

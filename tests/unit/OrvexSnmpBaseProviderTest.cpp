@@ -79,7 +79,7 @@ TEST_F(BaseProviderTest, RefusesASecondInstanceAndKeepsTheFirst) {
     EXPECT_EQ(Sample::GetInstance(), &first);
 }
 
-TEST_F(BaseProviderTest, GivesEveryClassASlotOfItsOwn) {
+TEST_F(BaseProviderTest, GivesEveryClassItsOwnInstance) {
     const Sample sample;
     EXPECT_EQ(Other::GetInstance(), nullptr);
     const Other other;
@@ -87,7 +87,7 @@ TEST_F(BaseProviderTest, GivesEveryClassASlotOfItsOwn) {
     EXPECT_EQ(Sample::GetInstance(), &sample);
 }
 
-TEST_F(BaseProviderTest, DestructionMakesRoomForAnotherInstance) {
+TEST_F(BaseProviderTest, DestructionAllowsAnotherInstance) {
     { const Sample first; }
     EXPECT_EQ(Sample::GetInstance(), nullptr);
     const Sample second;
@@ -165,14 +165,14 @@ TYPED_TEST(EveryProviderTest, BeginsWithTheFixedLoggingSetup) {
     EXPECT_EQ(journal::All("logger ").size(), 2u);
 }
 
-TYPED_TEST(EveryProviderTest, DestructionMakesRoomForAnotherInstance) {
+TYPED_TEST(EveryProviderTest, DestructionAllowsAnotherInstance) {
     { const TypeParam first(this->_bus); }
     EXPECT_EQ(TypeParam::GetInstance(), nullptr);
     const TypeParam second(this->_bus);
     EXPECT_EQ(TypeParam::GetInstance(), &second);
 }
 
-TEST_F(BaseProviderTest, PanAndTiltStandBesideEachOther) {
+TEST_F(BaseProviderTest, PanAndTiltExistTogether) {
     tavos::msgbus::MsgBus bus;
     const OrvexSnmpPan pan(bus);
     const OrvexSnmpTilt tilt(bus);

@@ -35,7 +35,7 @@ protected:
         return effects;
     }
 
-    /// The first lines of a handler of the position, after entry and range end, and the ones that follow.
+    /// The position handler's first lines after entry and range end, followed by the given ones.
     static Lines Position(const std::string& text, const Lines& after) {
         Lines lines{"8 GetPosition: Enter.", "call focus2 GetPosition", "6 GetPosition: GetPosition()=" + text + "0000",
                     "8 GetPosition: Done.", "6 handle_positionFocusLens: current focus position " + text};
@@ -281,7 +281,7 @@ TEST_F(FocusTest, StopHoldsThePositionReadAtTheStart) {
               Position("42.50", Lines{"6 handle_positionFocusLens: stop focus (0)"} + SetTo(42.5, "42.500000")));
 }
 
-TEST_F(FocusTest, StopGoesToZeroWhenThePositionCannotBeRead) {
+TEST_F(FocusTest, StopMovesToZeroWhenThePositionCannotBeRead) {
     Camera().focusPosition = 42.5;
     for (const auto thrown : kEveryThrow) {
         Fail("focus2.GetPosition", thrown);
@@ -364,7 +364,7 @@ TEST_F(FocusTest, DeltaStartsAtZeroWhenThePositionCannotBeRead) {
     EXPECT_THAT(journal::Calls(), ElementsAre("focus2 GetPosition", "focus2 SetPosition 100"));
 }
 
-TEST_F(FocusTest, ContinuousGoesToTheEndOfTheRange) {
+TEST_F(FocusTest, ContinuousMovesToTheEndOfTheRange) {
     EXPECT_EQ(Command({3, 10, 0, 0}), SNMP_ERR_NOERROR);
     EXPECT_EQ(Done(), Position("0.00", SetTo(0.0, "0.000000") +
                                            Lines{"6 handle_positionFocusLens: continuous focus=3, speed=10"}));

@@ -14,7 +14,7 @@ protected:
         return Commit(kPosition, octets);
     }
 
-    /// A handler's lines: the two that show every request's command, and the ones that follow.
+    /// A handler's lines: the two that show every request's command, followed by the given ones.
     static Lines Shown(const std::string& decoded, const std::string& raw, const Lines& after) {
         const std::string name = "6 handle_positionIrisLens: ";
         Lines lines{name + "iris=" + decoded, name + "iris=" + raw};

@@ -78,7 +78,7 @@ TEST_F(MainTest, RefusesASecondInstanceAndKeepsTheFirst) {
 TEST_F(MainTest, DestructionLeavesTheInstancePointerAndWhatItHasMade) {
     auto* const instance = new OrvexSnmpMain();
     journal::Clear();
-    // Only destroyed: the fixture must not delete it again.
+    // Destroyed only; its memory stays valid until the checks below are done.
     instance->~OrvexSnmpMain();
     EXPECT_EQ(OrvexSnmpMain::GetInstance(), instance);
     EXPECT_NE(OrvexSnmpDevice::GetInstance(), nullptr);
@@ -283,7 +283,7 @@ TEST_F(InitTest, AnInvalidConfigurationLeavesTheEntryPoint) {
     Camera().failing = {"settings.GetSettings"};
     EXPECT_EQ(FailureOf([] { init_orvexsnmp(); }), "invalid configuration");
     EXPECT_THAT(journal::All("agent "), ElementsAre("agent register_readfd"));
-    // The exception does not name the row; the agent's log does.
+    // The agent's log names the failed operation; the exception does not.
     EXPECT_THAT(journal::All("agentlog"),
                 ElementsAre("agentlog 3 orvexsnmp: invalid configuration: settings.GetSettings fails\n"));
 }
@@ -510,7 +510,7 @@ TEST_F(ReloadTest, EventsMeanwhileBecomeTrapsAfterwards) {
     EXPECT_EQ(Agent().traps[0].value, 3u);
 }
 
-TEST_F(ReloadTest, TakesUpARegistrationThatTheAgentRefusedBefore) {
+TEST_F(ReloadTest, RetriesARegistrationThatTheAgentRefused) {
     Agent().refusing = {"positionPan"};
     EXPECT_EQ(Reload(), -1);
     Agent().refusing = {};

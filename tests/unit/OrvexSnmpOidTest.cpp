@@ -35,7 +35,7 @@ Text Rendered(const std::vector<oid>& name) {
     return Text(text);
 }
 
-TEST(OidStringTest, PutsADotBeforeEachSubIdentifier) {
+TEST(OidStringTest, StartsEachSubIdentifierWithADot) {
     EXPECT_STREQ(Rendered({1, 3, 6}).get(), ".1.3.6");
     EXPECT_STREQ(Rendered({0}).get(), ".0");
     EXPECT_STREQ(Rendered({1, 3, 6, 1, 4, 1, 1206, 4, 2, 7, 4, 1, 0}).get(), ".1.3.6.1.4.1.1206.4.2.7.4.1.0");

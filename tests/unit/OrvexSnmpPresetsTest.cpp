@@ -28,7 +28,7 @@ TEST_F(PresetsTest, TheNumberOfPresetsIsLoggedAtTrace) {
                                                  "Exception while GetMaxPresets"});
 }
 
-TEST_F(PresetsTest, TheGreatestPresetIsZeroWhateverTheServiceSays) {
+TEST_F(PresetsTest, TheMaxPresetIsZeroWhateverTheServiceReturns) {
     for (const unsigned presets : {0U, 64U, 0xFFFFFFFFU}) {
         Camera().maxPresets = presets;
         for (const int mode : {static_cast<int>(MODE_GET), static_cast<int>(MODE_GETNEXT)}) {

@@ -53,7 +53,7 @@ bool __wrap__ZN5tavos3osa5Mutex4LockEj(tavos::osa::Mutex* mutex, std::uint32_t t
 }
 }
 
-/// Records calls while a test of this file enables it; the library's function does the work.
+/// Records calls while a test of this file enables it, and calls the library's function.
 extern "C" void snmp_free_varbind(netsnmp_variable_list* list) {
     static const auto original = reinterpret_cast<decltype(&snmp_free_varbind)>(dlsym(RTLD_NEXT, "snmp_free_varbind"));
     if (s_journalFrees) journal::Add("agent snmp_free_varbind");
@@ -104,7 +104,7 @@ private:
 class TrapSendTest : public ModuleTest {
 protected:
     TrapSendTest() {
-        // A queue that blocks its thread for ever must fail the test.
+        // A queue that blocks its thread forever must fail the test.
         alarm(60);
     }
     ~TrapSendTest() override {
@@ -404,7 +404,7 @@ TEST_F(TrapSendTest, SuspensionSendsWhatIsQueuedAndKeepsWhatComesLater) {
     EXPECT_FALSE(Readable(_readDescriptor));
 }
 
-TEST_F(TrapSendTest, SuspensionLetsAProducerGoThatWaitsAtAFullPipe) {
+TEST_F(TrapSendTest, SuspensionReleasesAProducerThatWaitsAtAFullPipe) {
     Construct();
     const int room = fcntl(_readDescriptor, F_GETPIPE_SZ);
     ASSERT_EQ(room, 4096);
@@ -419,7 +419,7 @@ TEST_F(TrapSendTest, SuspensionLetsAProducerGoThatWaitsAtAFullPipe) {
     EXPECT_EQ(Agent().traps.size(), static_cast<std::size_t>(room) + 1);
 }
 
-TEST_F(TrapSendTest, ResumptionMakesThePipeThatTheStartCouldNotHaveAndSendsWhatWaited) {
+TEST_F(TrapSendTest, ResumptionCreatesThePipeThatTheStartCouldNotAndSendsWhatWaited) {
     ConstructWithoutPipe();
     for (int value = 0; value < 3; ++value) _trapSend->send_v2trap(Trap(value));
     journal::Clear();
@@ -434,7 +434,7 @@ TEST_F(TrapSendTest, ResumptionMakesThePipeThatTheStartCouldNotHaveAndSendsWhatW
     EXPECT_THAT(SentValues(), ElementsAre(0u, 1u, 2u, 3u));
 }
 
-TEST_F(TrapSendTest, ResumptionWithoutDescriptorsSaysSoAndGoesOn) {
+TEST_F(TrapSendTest, ResumptionWithoutDescriptorsIsLoggedAndContinues) {
     ConstructWithoutPipe();
     journal::Clear();
     {
@@ -446,7 +446,7 @@ TEST_F(TrapSendTest, ResumptionWithoutDescriptorsSaysSoAndGoesOn) {
                             "OrvexSnmpTrapSend: Couldn't register the callback function for sending traps!"));
 }
 
-TEST_F(TrapSendTest, WithoutAPipeNoMoreWaitThanAFullPipeLetsWait) {
+TEST_F(TrapSendTest, WithoutAPipeTheQueueHasTheSizeOfAFullPipe) {
     ConstructWithoutPipe();
     for (int value = 0; value < 5000; ++value) _trapSend->send_v2trap(Trap(value));
     _trapSend->Suspend();
@@ -474,14 +474,14 @@ TEST_F(TrapSendTest, ARefusedDescriptorHoldsUpNoProducerAndIsWatchedAtTheNextRes
 TEST_F(TrapSendTest, AForkedChildAndItsParentSendEachTheirOwn) {
     Construct();
     _trapSend->send_v2trap(Trap(1));
-    int told[2];
-    ASSERT_EQ(pipe2(told, O_CLOEXEC), 0);
+    int ready[2];
+    ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
         alarm(20);
         char byte = 0;
-        const bool heard = read(told[0], &byte, 1) == 1;
+        const bool heard = read(ready[0], &byte, 1) == 1;
         _trapSend->send_v2trap(Trap(3));
         for (int i = 0; i < 10; ++i) {
             if (Readable(_readDescriptor)) Agent().readCallback(_readDescriptor, nullptr);
@@ -489,15 +489,15 @@ TEST_F(TrapSendTest, AForkedChildAndItsParentSendEachTheirOwn) {
         const bool right = SentValues() == std::vector<unsigned long>{1, 3};
         _exit(heard && right && !Readable(_readDescriptor) ? 0 : 1);
     }
-    _trapSend->send_v2trap(Trap(2));  // like a thread of the parent that has not ended yet
-    EXPECT_EQ(write(told[1], "x", 1), 1);
+    _trapSend->send_v2trap(Trap(2));  // as from a thread of the parent that is still running
+    EXPECT_EQ(write(ready[1], "x", 1), 1);
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     RunAgentLoop();
     EXPECT_THAT(SentValues(), ElementsAre(1u, 2u));
-    close(told[0]);
-    close(told[1]);
+    close(ready[0]);
+    close(ready[1]);
 }
 
 TEST_F(TrapSendTest, AForkedChildsPipeIsLikeTheParents) {
@@ -593,7 +593,7 @@ bool Comes(const std::function<bool()>& condition) {
 TEST_F(TrapSendTest, TheAgentWaitsForTheByteOfATrapThatIsQueuedAlready) {
     Construct();
     _trapSend->send_v2trap(Trap(1));
-    // Take its byte: the sending thread has not written it yet.
+    // Takes its byte, as if the sending thread had not written it yet.
     char byte = 0;
     ASSERT_EQ(read(_readDescriptor, &byte, 1), 1);
 
@@ -605,7 +605,7 @@ TEST_F(TrapSendTest, TheAgentWaitsForTheByteOfATrapThatIsQueuedAlready) {
         returned = true;
     });
     EXPECT_TRUE(Comes([] { return !journal::All("log 8 CallSnmpSendTrap: enter...").empty(); }));
-    // Sleeping for a while, not only between two steps.
+    // It must sleep for a while, not only between two steps.
     int asleep = 0;
     EXPECT_TRUE(Comes([&] {
         asleep = StateOfThread(agent) == 'S' ? asleep + 1 : 0;

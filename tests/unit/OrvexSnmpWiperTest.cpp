@@ -84,7 +84,7 @@ TEST_F(WiperTest, ControlIsStoredInTheCommitAloneAndNotAnsweredThere) {
     EXPECT_THAT(Get(kControl), ElementsAre(0x11, 0x22));
 }
 
-TEST_F(WiperTest, ControlSpeaksOfAWrongTypeInEveryReserve1AndMarksOnlyWrongOnes) {
+TEST_F(WiperTest, ControlLogsWrongTypeInEveryReserve1AndMarksOnlyWrongTypes) {
     SnmpRequest right(OrvexSnmpOid::oid_systemCameraFeatureControl);
     right.WithOctets({1, 2});
     EXPECT_EQ(right.Call(kControl.handler, MODE_SET_RESERVE1), SNMP_ERR_NOERROR);
@@ -159,7 +159,7 @@ TEST_F(WiperTest, EquippedIsStoredInTheCommitAlone) {
     EXPECT_THAT(Get(kEquipped), ElementsAre(7));
 }
 
-TEST_F(WiperTest, EquippedSpeaksOfAWrongTypeInEveryReserve1AndMarksOnlyWrongOnes) {
+TEST_F(WiperTest, EquippedLogsWrongTypeInEveryReserve1AndMarksOnlyWrongTypes) {
     const Lines lines =
         Handled("handle_systemCameraEquipped", {"6 handle_systemCameraEquipped: Wrong type, must be octet string..."});
     SnmpRequest right(OrvexSnmpOid::oid_systemCameraEquipped);

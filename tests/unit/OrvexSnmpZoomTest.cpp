@@ -16,7 +16,7 @@ protected:
         return Commit(kPosition, octets);
     }
 
-    /// A delta or an absolute command with the speed and position; returns the request to the service.
+    /// Sends a delta or an absolute command with the speed and position; returns the resulting call of the service.
     std::string Requested(int mode, int speed, int position) {
         EXPECT_EQ(Command({static_cast<u_char>(mode), static_cast<u_char>(speed & 0xFF),
                            static_cast<u_char>(position / 256), static_cast<u_char>(position % 256)}),
@@ -311,14 +311,14 @@ TEST_F(ZoomTest, AnUnknownModeIsReportedByItsSpeed) {
 
 TEST_F(ZoomTest, ScalingMultipliesBeforeItDivides) {
     const OrvexSnmpFocus focus{_bus};
-    // Dividing first would make these one lower.
+    // Dividing first would make these results lower by one.
     EXPECT_EQ(_provider.ScaleValues(56283, 0, 65535, 1000, 35000), 30200);
     EXPECT_EQ(_provider.ScaleValues(39321, 0, 65535, 1000, 12000), 7600);
     EXPECT_EQ(focus.ScaleValues(56283, 0, 65535, 1000, 35000), 30200);
     EXPECT_EQ(focus.ScaleValues(39321, 0, 65535, 1000, 12000), 7600);
 }
 
-TEST_F(ZoomTest, ScalingTruncatesBeforeItAsksWhetherTheResultFits) {
+TEST_F(ZoomTest, ScalingTruncatesBeforeItChecksThatTheResultFits) {
     constexpr auto kAll = std::numeric_limits<std::uint32_t>::max();
     constexpr auto kSmallest = std::numeric_limits<int>::min();
     EXPECT_EQ(_provider.ScaleValues(1, 0, 2, 0, kAll), 2147483647);                // 2147483647.5

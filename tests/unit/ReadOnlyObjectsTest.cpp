@@ -1,4 +1,4 @@
-// What all read-only objects share, including future ones: the registration table names them.
+// What all read-only objects share. The objects come from the registration table, so new ones are included.
 #include "support/Rows.h"
 #include "support/StartedModule.h"
 

@@ -19,7 +19,7 @@
 
 namespace {
 
-/// What happens to the program that the module starts.
+/// What the test makes of the program that the module starts.
 enum class Exec { kReal, kRecorded, kFailing };
 Exec s_exec = Exec::kReal;
 pid_t s_agent = -1;  // the process that must keep running
@@ -32,7 +32,7 @@ static void JournalExecution(const char* program, char* const* arguments) {
     journal::Add(line);
 }
 
-/// The module's child shares the test's memory, journal included, until here.
+/// Until here the module's child shares the test's memory, including the journal.
 extern "C" int execv(const char* program, char* const* arguments) {
     static const auto original = reinterpret_cast<decltype(&execv)>(dlsym(RTLD_NEXT, "execv"));
     if (getpid() == s_agent) {
@@ -61,11 +61,11 @@ protected:
     RebootTest() {
         s_exec = Exec::kRecorded;
         s_agent = getpid();
-        // The child must not be the first to call dlsym.
+        // The first call of dlsym must not be the child's.
         dlsym(RTLD_NEXT, "execv");
     }
     ~RebootTest() override {
-        // Resets the value, which outlives the test.
+        // Resets the value, which would affect the next test.
         SnmpRequest request(OrvexSnmpOid::oid_rebootDevice);
         request.Call(handle_rebootDevice, MODE_SET_UNDO);
         while (WaitForChild() != -1) {
@@ -359,7 +359,7 @@ TEST_F(RebootTest, TheScriptRunsThreeSecondsLaterWhileTheAgentGoesOn) {
     EXPECT_THAT(journal::Logged(3), Each(HasSubstr("rebooting system now")));
 }
 
-/// Children of this process that still run, or have ended and wait to be collected.
+/// The children of this process that still run or are zombies.
 int Children() {
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
@@ -379,7 +379,7 @@ TEST_F(RebootTest, EveryChildIsCollectedWhateverComesNext) {
     }
     EXPECT_EQ(Children(), 20);
     EXPECT_EQ(Agent().alarms.size(), 1u);
-    // The agent calls its alarms once a second, with or without requests.
+    // The agent calls its alarms once a second, even without requests.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!Agent().alarms.empty() && std::chrono::steady_clock::now() < deadline) {
         const auto [number, callback] = *Agent().alarms.begin();
@@ -406,7 +406,7 @@ TEST_F(RebootTest, AChildThatStillRunsKeepsTheAlarm) {
 TEST_F(RebootTest, TheSetSucceedsWhenThereCanBeNoChild) {
     const auto commitWithoutChildren = [] {
         s_agent = getpid();
-        // The limit of processes does not apply to root.
+        // The limit on processes does not apply to root.
         const rlimit none{0, 0};
         setrlimit(RLIMIT_NPROC, &none);
         if (geteuid() == 0 && setuid(65534) != 0) _exit(90);

@@ -17,13 +17,13 @@ namespace {
 
 /// The order of registration, which the agent's log shows: the private objects by their OIDs, then those of NTCIP 1201
 /// and 1205 by theirs.
-std::pair<bool, std::vector<oid>> Place(const ScalarRegistration& row) {
+std::pair<bool, std::vector<oid>> SortKey(const ScalarRegistration& row) {
     return {row.objectId[6] != ORVEX_ENTERPRISE_NUMBER, {row.objectId, row.objectId + row.oidLength}};
 }
 
 TEST(ScalarTableTest, HasThePrivateObjectsFirstAndEachPartByItsOids) {
     for (std::size_t i = 1; i < kScalarCount; ++i) {
-        EXPECT_LT(Place(ScalarTable()[i - 1]), Place(ScalarTable()[i])) << ScalarTable()[i].name;
+        EXPECT_LT(SortKey(ScalarTable()[i - 1]), SortKey(ScalarTable()[i])) << ScalarTable()[i].name;
     }
 }
 

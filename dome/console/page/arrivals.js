@@ -38,7 +38,7 @@ const kMeanings = {
   'focus.SetAutoFocus': ([on]) => `automatic ${on === 'true' ? 'on' : 'off'}`,
   'focus2.SetPosition': ([p]) => `to ${Number(p).toFixed(1)} %`,
   'focus2.RelativeFocus': ([p]) => `by ${Number(p).toFixed(1)} %`,
-  'focus2.AutoFocus': ([start]) => (start === 'true' ? 'find the focus once' : 'leave off'),
+  'focus2.AutoFocus': ([start]) => (start === 'true' ? 'find the focus once' : 'stop focusing'),
   'iris.MoveIris': direction('close', 'open'),
   'iris.SetAutoIris': ([on]) => `automatic ${on === 'true' ? 'on' : 'off'}`,
   'relay.SetRelay': (args) => `energise ${bankPoint(args)}`,
@@ -96,12 +96,12 @@ export class Arrivals {
   }
 
   add(activity) {
-    if (activity.number <= this.last) return; // already shown before the connection was lost
+    if (activity.number <= this.last) return; // shown before the connection was lost
     this.last = activity.number;
     this.times.push(performance.now());
     this.waiting.push(activity);
     if (this.waiting.length > kMaxRows) this.waiting.shift();
-    // A burst is rendered in one go, not row by row.
+    // Renders a burst in one step, not row by row.
     if (!this.scheduled) this.scheduled = setTimeout(() => this.flush(), 60);
   }
 

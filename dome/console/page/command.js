@@ -14,7 +14,7 @@ export const kObjects = [
 
 export const kModes = ['stop', 'delta', 'absolute', 'continuous'];
 
-const refused = (reason) => ({ok: false, text: `Refused with genErr: ${reason}. It is remembered all the same.`});
+const refused = (reason) => ({ok: false, text: `Refused with genErr: ${reason}. A GET still returns it.`});
 const done = (text) => ({ok: true, text});
 
 const pan = {
@@ -56,7 +56,7 @@ function atSpeed(speed) {
 
 function common(command) {
   if (command.mode > 3) return refused(`there is no mode ${command.mode}`);
-  if (command.mode === 0 && command.speed !== 0) return refused('a stop has the speed 0');
+  if (command.mode === 0 && command.speed !== 0) return refused('a stop requires the speed 0');
   return null;
 }
 
@@ -65,14 +65,14 @@ function axis(command, words) {
   if (objection) return objection;
   const {mode, speed, position} = command;
   if (mode === 0) return done('Stop.');
-  if (mode === 2 && position >= kTurn) return refused(`${position} is beyond 35999, the last hundredth of a turn`);
-  if (speed === -128) return done('Nothing moves: the speeds are -127 to 127.');
+  if (mode === 2 && position >= kTurn) return refused(`${position} is above the max, 35999`);
+  if (speed === -128) return done('No motion: the speeds are -127 to 127.');
   if (mode === 1) {
     const direction = speed < 0 ? words.backward : words.forward;
-    return done(`Move by ${degrees(position)} ${direction} from where it stands, ${atSpeed(speed)}.`);
+    return done(`Move by ${degrees(position)} ${direction} from the current position, ${atSpeed(speed)}.`);
   }
-  if (mode === 2) return done(`Go to ${words.target(position)} ${atSpeed(speed)}${words.direction(speed)}.`);
-  if (speed === 0) return done('Move on at the speed 0: it comes to rest.');
+  if (mode === 2) return done(`Move to ${words.target(position)} ${atSpeed(speed)}${words.direction(speed)}.`);
+  if (speed === 0) return done('Move at the speed 0: the axis comes to rest.');
   return done(`Move ${speed < 0 ? words.backward : words.forward} at ${percentOf(speed)} of the max speed until stopped.`);
 }
 
@@ -85,7 +85,7 @@ function zoom(command, camera) {
   if (mode === 0) return done('Stop the zoom.');
   if (mode === 1) {
     const step = ((speed < 0 ? -position : position) << 16) >> 16; // 16 bits, two's complement
-    return done(`Zoom ${step < 0 ? 'out' : 'in'} by ${times((Math.abs(step) / kMaxPosition) * range)} from where it stands.`);
+    return done(`Zoom ${step < 0 ? 'out' : 'in'} by ${times((Math.abs(step) / kMaxPosition) * range)} from the current magnification.`);
   }
   if (mode === 2) return done(`Zoom to ${times(Math.floor(1000 + (position / kMaxPosition) * range))}.`);
   if (speed === -128) return refused('the speeds are -127 to 127');
@@ -109,12 +109,12 @@ function iris(command) {
   if (objection) return objection;
   const {mode, speed} = command;
   if (mode === 0) return done('Stop the iris.');
-  if (mode < 3) return done('Taken without effect: the iris knows only stop and continuous.');
+  if (mode < 3) return done('Accepted without effect: the iris supports only stop and continuous.');
   if (speed === -128) return refused('the speeds are -127 to 127');
   return done(`${speed < 0 ? 'Open' : 'Close'} the iris until stopped.`);
 }
 
-/// The octets of a text such as "02 40 46 50", "0x02404650" or "02:40:46:50"; null when it is none.
+/// The octets of a text such as "02 40 46 50", "0x02404650" or "02:40:46:50"; null for any other text.
 export function parseOctets(text) {
   const digits = text.replace(/0x/gi, '').replace(/[\s:.,-]/g, '');
   if (digits.length % 2 || /[^0-9a-f]/i.test(digits)) return null;
@@ -131,7 +131,7 @@ export function explain(object, command, camera) {
   return object.explain(command, camera);
 }
 
-/// What a person types to send it.
+/// The command line that sends it.
 export function snmpset(object, octets, port) {
   const digits = octets.map((octet) => octet.toString(16).padStart(2, '0')).join('');
   return `snmpset -v2c -c private -On 127.0.0.1:${port} ${object.oid} x ${digits || '""'}`;

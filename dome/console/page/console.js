@@ -60,7 +60,7 @@ class Picture {
     // The higher the zoom, the smaller the depth of field.
     const off = Math.max(0, Math.abs(focus - sharp) - kSharpEnough) / 50;
     const blur = off * (8 + 16 * Math.sqrt(Math.min(1, zoom / optical)));
-    // The exposure is right when the iris is as far open as light is lacking.
+    // The exposure is right when the iris and the light outside add up to 100 %.
     const open = iris / Math.max(2, 100 - outside);
     const light = open <= 1 ? 0.03 + 0.97 * Math.pow(open, 1.5) : 1 + 1.9 * Math.pow(Math.min(1.6, open - 1), 1.3);
     const filter = `brightness(${light.toFixed(3)})${blur ? ` blur(${blur.toFixed(2)}px)` : ''}`;
@@ -138,7 +138,7 @@ function frame(now) {
   requestAnimationFrame(frame);
   if (!s_camera) return;
   const isMoving = ['pan', 'tilt', 'zoom', 'focus', 'iris'].some((name) => s_camera[name].moving);
-  if (!isMoving && now < s_nextFrame) return; // a still street requires no sixty frames a second
+  if (!isMoving && now < s_nextFrame) return; // while nothing moves, fewer than sixty frames a second are enough
   s_nextFrame = now + 30;
   const view = motion.at(now);
   if (!view) return; // the stream's first state has not arrived yet

@@ -1,14 +1,14 @@
-// Joystick and held keys. They call the operations that a manager's commands cause.
+// Joystick and held keys. They call the same operations as a manager's commands.
 
 import {call} from './link.js';
 
 const kEvery = 80; // min milliseconds between two calls of one axis
-const kRenewed = 900; // milliseconds; a held stick repeats its call, because moves end when it is silent
+const kRenewed = 900; // milliseconds; a held stick repeats its call before kLimit ends the move
 const kLimit = 2; // seconds
 const kRest = 0.08; // fraction of the travel: the stick's dead zone
 const kReach = 66; // the knob's travel, in the drawing's units
 
-/// One axis of the stick: limits the rate of calls, but always sends the last value.
+/// One axis of the stick: limits the rate of calls and always sends the last value.
 class Velocity {
   constructor(service, attempt) {
     Object.assign(this, {service, attempt, wanted: 0, sent: 0, sentAt: 0, timer: 0});

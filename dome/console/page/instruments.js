@@ -1,4 +1,4 @@
-// Plan, tilt arc and lens bars. They are drawn once and then only moved.
+// Plan, tilt arc and lens bars: drawn once, then only moved.
 
 import {fieldOfView} from './scene.js';
 
@@ -40,10 +40,10 @@ function ticks(parent, angles, outer, lengthOf) {
   }
 }
 
-/// Inside of the scale: the numbers around it stay free.
+/// Inside the scale, so that it never covers a number.
 const kGoal = 'M0 -78L-5 -68H5Z';
 
-/// The smallest wedge that can still be seen.
+/// Degrees; a narrower wedge would be invisible.
 const visible = (degrees) => Math.max(degrees, 1.6);
 
 export class Plan {
@@ -56,7 +56,7 @@ export class Plan {
       const [x, y] = polar(angle, angle % 180 ? 97 : 90);
       add(svg, 'text', {x, y: y + 4.3, class: 'mark'}, `${angle}°`);
     }
-    this.way = add(svg, 'path', {class: 'way'});
+    this.travel = add(svg, 'path', {class: 'travel'});
     this.goal = add(svg, 'path', {class: 'goal', d: kGoal});
     this.wedge = add(svg, 'path', {class: 'wedge'});
     this.hand = add(svg, 'line', {x1: 0, y1: 0, x2: 0, y2: -68, class: 'hand'});
@@ -69,10 +69,10 @@ export class Plan {
     this.hand.setAttribute('transform', `rotate(${pan})`);
     this.wedge.setAttribute('d', wedgePath(pan - half, pan + half, 68));
     this.goal.toggleAttribute('hidden', goal === null);
-    this.way.toggleAttribute('hidden', goal === null);
+    this.travel.toggleAttribute('hidden', goal === null);
     if (goal === null) return;
     this.goal.setAttribute('transform', `rotate(${goal})`);
-    this.way.setAttribute('d', arcPath(pan, pan + turn, 73));
+    this.travel.setAttribute('d', arcPath(pan, pan + turn, 73));
   }
 }
 
@@ -85,7 +85,7 @@ export class Arc {
       const [x, y] = polar(angle, 92);
       add(svg, 'text', {x, y: y + 4.3, class: 'mark'}, text);
     }
-    this.way = add(svg, 'path', {class: 'way'});
+    this.travel = add(svg, 'path', {class: 'travel'});
     this.goal = add(svg, 'path', {class: 'goal', d: kGoal});
     this.wedge = add(svg, 'path', {class: 'wedge'});
     this.hand = add(svg, 'line', {x1: 0, y1: 0, x2: 0, y2: -68, class: 'hand'});
@@ -98,10 +98,10 @@ export class Arc {
     this.hand.setAttribute('transform', `rotate(${angle})`);
     this.wedge.setAttribute('d', wedgePath(angle - half, angle + half, 68));
     this.goal.toggleAttribute('hidden', goal === null);
-    this.way.toggleAttribute('hidden', goal === null);
+    this.travel.toggleAttribute('hidden', goal === null);
     if (goal === null) return;
     this.goal.setAttribute('transform', `rotate(${90 - goal})`);
-    this.way.setAttribute('d', arcPath(angle, 90 - goal, 73));
+    this.travel.setAttribute('d', arcPath(angle, 90 - goal, 73));
   }
 }
 

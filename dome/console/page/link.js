@@ -1,10 +1,10 @@
 // The connection to the camera: its event stream, its actions, and its positions between two states.
 
-const kDelay = 70; // milliseconds that the page lags, so that it has a later state to move towards
+const kDelay = 70; // milliseconds that the page lags behind, so that it can interpolate to a later state
 const kKept = 24;
-const kContinuous = 130; // longer silence between two states: the camera stood still meanwhile
+const kContinuous = 130; // milliseconds; after a longer gap between two states the camera was at rest meanwhile
 
-/// POSTs an action; resolves to the answer, rejects with an Error whose text is for people.
+/// POSTs an action; resolves to the answer, rejects with an Error whose text the page can show.
 export async function act(path, body, options = {}) {
   const response = await fetch(path, {
     method: 'POST',
@@ -49,7 +49,7 @@ export class Stream {
   }
 }
 
-/// What the page shows of the camera at a moment: the states' positions, moved along between them.
+/// The camera's positions at a moment, interpolated between two states.
 export class Motion {
   constructor() {
     this.reset();
@@ -66,7 +66,7 @@ export class Motion {
     else if (last && time - last.time > kContinuous) this.states.push({time: time - 40, positions: last.positions});
     this.states.push({time, positions: positionsOf(camera)});
     if (this.states.length > kKept) this.states.shift();
-    // The fastest arrival of a state gives the difference of the clocks; it may drift.
+    // The state that arrives fastest gives the difference of the clocks, which may drift.
     const late = performance.now() - time;
     this.offset = this.offset === null ? late : Math.min(late, this.offset + 0.05);
   }

@@ -1,4 +1,4 @@
-// The explainer of four-octet commands.
+// Explains four-octet commands.
 
 import {decode, explain, kModes, kObjects, parseOctets, snmpset} from './command.js';
 
@@ -32,7 +32,7 @@ export class CommandPanel {
     const octets = parseOctets($('command-octets').value);
     $('command-octets').setAttribute('aria-invalid', String(octets === null));
     if (!octets) {
-      this.say({ok: false, text: 'Octets are pairs of hexadecimal digits, such as 02 40 46 50.'});
+      this.say({ok: false, text: 'Enter octets as pairs of hexadecimal digits, such as 02 40 46 50.'});
       this.explainOctets(null);
       $('command-line').textContent = '';
       return;

@@ -1,5 +1,5 @@
-// The street that the camera watches: made of flat surfaces in metres, drawn as the lens would see them. x is east,
-// y north, z up. The camera hangs on a mast at a crossing and only turns, so what covers what is known beforehand.
+// The street that the camera watches: flat surfaces, drawn as the lens would see them. Units are metres: x east, y
+// north, z up. The camera hangs on a mast at a crossing and only turns, so the order of drawing is known beforehand.
 
 const kEye = [9, -17, 8.5];
 const kHalfWidthAtOne = Math.tan((30 * Math.PI) / 180); // the field of view is 60 degrees wide at 1.0x
@@ -11,7 +11,7 @@ export function fieldOfView(zoom) {
   return (2 * Math.atan(kHalfWidthAtOne / zoom) * 180) / Math.PI;
 }
 
-// ---------------------------------------------------------------- small tools
+// ---------------------------------------------------------------- helpers
 
 function random(seed) {
   let state = seed;
@@ -64,7 +64,7 @@ class Lens {
     this.right = [Math.cos(p), -Math.sin(p), 0];
     this.up = [-Math.sin(p) * Math.sin(t), -Math.cos(p) * Math.sin(t), Math.cos(t)];
     this.focal = ((width / 2) * view.zoom) / kHalfWidthAtOne;
-    // Side planes of what is seen, a little wider.
+    // The side planes of the view, a little wider.
     this.sideX = (1.05 * width) / 2 / this.focal;
     this.sideY = (1.05 * height) / 2 / this.focal;
   }
@@ -89,23 +89,23 @@ class Lens {
     return seen[2] < kNear ? null : this.onScreen(seen);
   }
 
-  /// Pixels that a metre has at that point; 0 behind the lens.
+  /// Pixels per metre at that point; 0 behind the lens.
   pixelsPerMetre(point) {
     const seen = this.see(point);
     return seen[2] < kNear ? 0 : this.focal / seen[2];
   }
 
-  /// Whether a ball may be seen.
+  /// True when a sphere may be visible.
   sees(point, radius) {
     const [x, y, z] = this.see(point);
     if (z < -radius) return false;
     return Math.abs(x) < this.sideX * z + radius * (1 + this.sideX) && Math.abs(y) < this.sideY * z + radius * (1 + this.sideY);
   }
 
-  /// The outline on the screen; null when nothing of it is seen.
+  /// The outline on the screen; null when it is invisible.
   clipped(points) {
     const seen = points.map((point) => this.see(point));
-    let cut = 0; // by which planes, one bit each
+    let cut = 0; // the planes that clip it, one bit each
     let out = 31;
     for (const point of seen) {
       const beyond = this.beyond(point);
@@ -140,7 +140,7 @@ class Lens {
     return left;
   }
 
-  /// Adds a surface to the path that is being drawn.
+  /// Adds a surface to the current path.
   trace(points) {
     const outline = this.clipped(points);
     if (!outline) return;
@@ -221,7 +221,7 @@ function write(lens, text, at, along, size, style) {
   c.restore();
 }
 
-/// As write, in the middle of a stretch of `width` metres; smaller when it would not fit.
+/// Like write, centred in `width` metres; smaller when it would not fit.
 function writeCentred(lens, text, at, along, width, size, style) {
   const natural = textWidth(lens.context, text);
   const height = Math.min(size, (0.94 * width) / natural);
@@ -232,7 +232,7 @@ function writeCentred(lens, text, at, along, width, size, style) {
 
 // ---------------------------------------------------------------- walls and boxes
 
-/// The upright walls of a box, each with its outward normal and its left lower corner as seen from outside.
+/// The upright walls of a box, each with its outward normal and, seen from outside, its lower left corner.
 function walls(x0, y0, x1, y1) {
   return [
     {corner: [x0, y0], along: [1, 0], length: x1 - x0, normal: [0, -1]},
@@ -519,7 +519,7 @@ class Walker {
     Object.assign(this, {axis, side, start, speed, coat});
   }
 
-  place(time) {
+  updatePosition(time) {
     const length = 150;
     const s = ((((this.start + this.speed * time) % length) + length) % length) - length / 2;
     [this.x, this.y] = this.axis === 'x' ? [s, this.side] : [this.side, s];
@@ -557,7 +557,7 @@ class Car {
     return this;
   }
 
-  place() {
+  updatePosition() {
     const {origin, along} = this.lane;
     this.park(origin[0] + along[0] * this.s, origin[1] + along[1] * this.s, along);
   }
@@ -579,14 +579,14 @@ class Car {
     this.drawEnds(lens, l, w);
   }
 
-  /// The directions, along and across, from which it is seen.
+  /// The direction of the camera, along and across the car; only the signs matter.
   sidesSeen() {
     const [dx, dy] = [kEye[0] - this.x, kEye[1] - this.y];
     const [hx, hy] = this.heading;
     return {along: dx * hx + dy * hy, across: dx * hy - dy * hx};
   }
 
-  /// A box that may be narrower at its top: [from, to, half width, height] of either.
+  /// A box that may be narrower at its top: [from, to, half width, height] for bottom and top.
   drawBox(lens, bottom, top, colour, isCabin) {
     const corner = (box, along, across) => this.at(along ? box[1] : box[0], across * box[2], box[3]);
     const paint = (light) => rgb(hazed(scale(colour, light), this.distance));
@@ -632,9 +632,9 @@ class Car {
 
 const kCycle = 26; // seconds of the traffic lights
 const kStopLine = 12.5;
-const kPark = 66; // the south-east block, from 13 to here, is none of houses
+const kPark = 66; // metres; the south-east block, from 13 to here, has no houses
 
-/// The traffic: a lane is a line through the crossing, its cars drive it around and around.
+/// The traffic. A lane is a line through the crossing; a car that reaches its end continues at its start.
 class Traffic {
   constructor() {
     const colours = [[176, 52, 46], [232, 232, 228], [44, 62, 92], [94, 104, 108], [206, 168, 62], [38, 42, 46], [120, 142, 132], [222, 214, 198]];
@@ -647,7 +647,7 @@ class Traffic {
       for (let i = 0; i < 4; ++i) {
         const plate = `OV ${1200 + k * 8 + i * 2 + 1} ${'KLMR'[i]}`;
         const car = new Car(l, -150 + i * 78 + chance() * 22, colours[(k * 3 + i * 5) % colours.length], plate);
-        car.place();
+        car.updatePosition();
         l.cars.push(car);
         this.cars.push(car);
       }
@@ -683,7 +683,7 @@ class Traffic {
         car.speed = Math.max(0, car.speed + change);
         car.s += car.speed * dt;
         if (car.s > this.reach) car.s -= 2 * this.reach;
-        car.place();
+        car.updatePosition();
       }
     }
   }
@@ -753,12 +753,12 @@ function makeBuildings() {
 
 function readingChart() {
   return new Board(46, -36, 297, 11, 2.6, [
-    {text: 'OPEN TO THE ROAD', size: 1.1},
-    {text: 'now with more sky than ever', size: 0.55},
-    {text: 'Whoever reads this line has zoomed to about four times.', size: 0.22},
-    {text: 'At eight times the small print begins to speak: the lamps of this street are cleaned on Mondays.', size: 0.11},
-    {text: 'Sixteen times. From here on the lens is honest work; the paint was mixed by hand and has two coats.', size: 0.055},
-    {text: 'Beyond twenty times only the picture grows, not the detail. Thank you for looking so closely at a wall.', size: 0.024},
+    {text: 'READING CHART', size: 1.1},
+    {text: 'Focus and zoom test chart', size: 0.55},
+    {text: 'This line becomes readable at about 4 times zoom.', size: 0.22},
+    {text: 'This line becomes readable at about 8 times zoom. It is 11 centimetres high.', size: 0.11},
+    {text: 'This line becomes readable at about 16 times zoom. It is 5.5 centimetres high.', size: 0.055},
+    {text: 'Above 20 times the zoom is digital: the picture gets larger but shows no more detail.', size: 0.024},
   ], {ground: [236, 230, 214], ink: [32, 44, 52], posts: [-0.7, 0.7], postWidth: 0.3});
 }
 
@@ -859,13 +859,13 @@ export class Street {
     return this.traffic.light(group);
   }
 
-  /// Lets the street live for some seconds.
+  /// Advances traffic and walkers by that many seconds.
   advance(seconds) {
     this.time += seconds;
     this.traffic.advance(seconds);
   }
 
-  /// The things by the building before which each has to be drawn, since that one covers it.
+  /// Sorts the things into slots: a thing in slot i must be drawn before building i, which covers it.
   inSlots(things) {
     const slots = Array.from({length: this.buildings.length + 1}, () => []);
     for (const thing of things) {
@@ -881,7 +881,7 @@ export class Street {
     context.setTransform(1, 0, 0, 1, 0, 0);
     this.drawSky(lens);
     this.drawGround(lens);
-    for (const walker of this.walkers) walker.place(this.time + 100);
+    for (const walker of this.walkers) walker.updatePosition(this.time + 100);
     const moving = this.inSlots([...this.traffic.cars, ...this.walkers]);
     for (let i = 0; i <= this.buildings.length; ++i) {
       const here = [...this.fixed[i], ...moving[i]].sort((a, b) => b.distance - a.distance);

@@ -15,7 +15,7 @@
 #include "support/Rows.h"
 #include "tavos/osa/Exception.h"
 
-/// A scalar of motion or lens for tests of many objects: the content of its row.
+/// A motion or lens scalar for tests of many objects: the content of its row.
 struct CameraObject {
     const char* name;
     Netsnmp_Node_Handler* handler;
@@ -71,7 +71,7 @@ inline Lines Done() {
     return lines;
 }
 
-/// The lines of a handler, between the first and last lines of a request without a range end.
+/// The given lines between the first and last lines of a handler's request without a range end.
 inline Lines Handled(const std::string& name, const Lines& between) {
     Lines lines{"8 " + name + ": Enter.", "7 " + name + ": Received OID "};
     lines.insert(lines.end(), between.begin(), between.end());
@@ -103,8 +103,8 @@ std::function<int(const Provider&)> Reads(int (Provider::*getter)(Value&) const,
     };
 }
 
-/// The wrapper's whole protocol: its lines and calls in order and its result. Tried with a service that works, with one
-/// that throws anything, and with a logger that throws at the success line.
+/// Checks a wrapper's lines, calls and result, in order: with a service that works, with services that throw anything,
+/// and with a logger that throws at the success line.
 template <class Provider>
 void ExpectProtocol(const Provider& provider, const Wrapper<Provider>& wrapper) {
     SCOPED_TRACE(wrapper.name);
@@ -140,8 +140,8 @@ void ExpectProtocol(const Provider& provider, const Wrapper<Provider>& wrapper) 
     Camera().failing.clear();
 }
 
-/// A provider requires its clients: an exception from CreateClient leaves the constructor, nothing remains, and a later
-/// try succeeds.
+/// Checks that a provider requires its clients: an exception from CreateClient leaves the constructor, nothing remains,
+/// and a later construction succeeds.
 template <class Provider>
 void ExpectNoProviderWithout(const std::string& service) {
     SCOPED_TRACE(service);

@@ -71,7 +71,7 @@ int netsnmp_unregister_handler(netsnmp_handler_registration* registration) {
     return SNMPERR_SUCCESS;
 }
 
-/// Records the call; the library's function does the work.
+/// Records the call, then calls the library's function.
 int snmp_set_var_typed_value(netsnmp_variable_list* variable, u_char type, const void* value, std::size_t length) {
     static const auto original =
         reinterpret_cast<decltype(&snmp_set_var_typed_value)>(dlsym(RTLD_NEXT, "snmp_set_var_typed_value"));

@@ -33,8 +33,8 @@ struct FakeAgent {
     /// The data sets of the registered tables, by name. The tables own them.
     std::map<std::string, netsnmp_table_data_set*> dataSets;
 
-    /// Values set in a variable since the last SnmpRequest::Call began, with their width in bytes. Afterwards the
-    /// variable no longer shows an INTEGER's width: the library widens it to a long.
+    /// Values set in a variable since the last SnmpRequest::Call began, with their width in bytes. The variable itself
+    /// does not show an INTEGER's width, because the library widens it to a long.
     struct Answer {
         u_char type;
         std::size_t width;

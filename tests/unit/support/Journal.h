@@ -21,8 +21,8 @@ using Lines = std::vector<std::string>;
 void Add(const std::string& line);
 void Clear();
 
-/// Calls `watcher` for every line from now on, after the line was added and on its thread: a test can check the module
-/// in the middle of its work. May throw into the module. An empty function ends it, and so does ResetCamera.
+/// Calls `watcher` for every line from now on, on the thread that has just added it. A test can so check the module in
+/// the middle of its work, or throw into it. An empty function ends it, and so does ResetCamera.
 void Watch(std::function<void(const std::string& line)> watcher);
 
 /// Everything so far, or only the lines that begin with `prefix`.
@@ -47,7 +47,7 @@ inline std::string Text(bool value) {
     return value ? "true" : "false";
 }
 
-/// Doubles in the shortest form that reads back to the same number.
+/// Writes doubles with as few digits as reading back the same number takes.
 template <class Number, class = std::enable_if_t<std::is_arithmetic_v<Number>>>
 std::string Text(Number value) {
     char text[64];

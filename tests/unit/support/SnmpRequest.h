@@ -16,14 +16,14 @@ public:
     SnmpRequest(const SnmpRequest&) = delete;
     SnmpRequest& operator=(const SnmpRequest&) = delete;
 
-    /// The value of a SET, as in the varbind's buffer.
+    /// The value of a SET, as it lies in the varbind's buffer.
     SnmpRequest& With(u_char type, const void* value, std::size_t length);
     SnmpRequest& WithOctets(const std::vector<u_char>& octets);
     SnmpRequest& WithInteger(long value);
 
     SnmpRequest& WithRangeEnd(const std::vector<oid>& rangeEnd);
 
-    /// Appends another request: a table's handler gets several varbinds of one PDU like this.
+    /// Appends another request, as when a table's handler gets several varbinds of one PDU.
     void Chain(SnmpRequest& next) { _request.next = &next._request; }
 
     /// Calls the handler in one mode and returns its result.

@@ -8,7 +8,8 @@
 #include "support/ModuleTest.h"
 #include "support/Providers.h"
 
-/// Removes the module, even after a failed start: deletes what the start has created and no exception has destroyed.
+/// Removes the module, even after a failed start: deletes the objects that the start created and no exception
+/// destroyed.
 inline void ForgetModule(bool startFailed) {
     if (startFailed) {
         OrvexSnmpMain::ForgetInstance();
@@ -26,7 +27,6 @@ inline void ForgetModule(bool startFailed) {
 
 /// A test of the whole module on a fresh camera: a folder with an identity command and a version file, and the
 /// settings. The test starts the module, the fixture removes it.
-/// settings. The test starts the module, the fixture takes it down.
 class StartTest : public ModuleTest {
 protected:
     StartTest() {
@@ -60,7 +60,7 @@ protected:
     bool _startFailed = false;
 };
 
-/// The same with everything created except registrations, and an empty journal.
+/// The same with every object created but nothing registered, and an empty journal.
 class StartedModuleTest : public StartTest {
 protected:
     void SetUp() override {

@@ -123,7 +123,7 @@ protected:
                                     std::equal(start.begin(), start.end(), binding.name.begin()) &&
                                     binding.value.type != SNMP_ENDOFMIBVIEW;
                 if (!inside) return lines;
-                EXPECT_GT(binding.name, name) << "the walk does not go forward";
+                EXPECT_GT(binding.name, name) << "the walk does not advance";
                 name = binding.name;
                 lines.push_back(binding.Text());
             }
@@ -188,7 +188,7 @@ TEST_P(BothTablesTest, GetAnswersOneCell) {
     EXPECT_THAT(Get({Ask(GetParam(), 3, 3)}).Text(), ElementsAre(Line(GetParam(), 3, 3, "1")));
 }
 
-TEST_P(BothTablesTest, CellsThatAreNotThereDoNotExist) {
+TEST_P(BothTablesTest, MissingCellsAreNoSuchInstanceOrObject) {
     for (const auto& [column, row] : {std::pair<oid, oid>{3, 4}, {3, 0}, {4, 1}, {5, 1}, {0, 1}, {1, 0xFFFFFFFF}}) {
         const auto answer = Get({Ask(GetParam(), column, row)});
         EXPECT_EQ(answer.error, SNMP_ERR_NOERROR);
@@ -275,7 +275,7 @@ TEST_F(TablesTest, RebuiltAlarmRowsHaveStateZeroUntilTheyAreReadLive) {
                 ElementsAre(Line(Table::kAlarm, 3, 1, "1"), Line(Table::kAlarm, 3, 2, "0")));
 }
 
-TEST_P(BothTablesTest, WalkGoesOnWhileTheBanksChangeUnderIt) {
+TEST_P(BothTablesTest, WalkContinuesWhileTheBanksChange) {
     for (const long repetitions : {0, 1, 3, 10}) {
         for (int nth = 1; nth <= 12; ++nth) {
             for (const auto& banks : {kFive, kOne, kNone}) {
@@ -334,7 +334,7 @@ TEST_F(TablesTest, OtherColumnsOfTheRelayTableAreNotWritable) {
     EXPECT_THAT(Driven(), IsEmpty());
 }
 
-TEST_F(TablesTest, RelaysThatAreNotThereCannotBeMade) {
+TEST_F(TablesTest, MissingRelaysCannotBeCreated) {
     for (const oid row : {oid{0}, oid{4}, oid{0xFFFFFFFF}}) {
         EXPECT_EQ(Set({Put(row, 1)}).error, SNMP_ERR_NOCREATION) << row;
     }
@@ -405,7 +405,7 @@ std::vector<std::vector<oid>> Listener::s_received;
 
 // net-snmp 5.4 would dereference a null pointer here. Later agents refuse such a SET and ignore its other names: one
 // that is not writable does not change the answer.
-TEST_P(BothTablesTest, SetWithAnIndexThatIsNoneNeverReachesTheAgentsTableHandlers) {
+TEST_P(BothTablesTest, SetWithAnInvalidIndexNeverReachesTheAgentsTableHandlers) {
     const auto put = [](std::vector<oid> index, oid column = 3) {
         auto binding = Put(1, 1);
         binding.name = Cell(GetParam(), column, 1);
@@ -432,7 +432,7 @@ TEST_P(BothTablesTest, SetWithAnIndexThatIsNoneNeverReachesTheAgentsTableHandler
 }
 
 // net-snmp 5.4 answers other names wrongly because of these.
-TEST_P(BothTablesTest, ReadsOfNoCellNeverReachTheAgentsTableHandlers) {
+TEST_P(BothTablesTest, ReadsOfMissingCellsNeverReachTheAgentsTableHandlers) {
     const auto ask = [](std::vector<oid> behindTable) {
         auto name = Cell(GetParam(), 3, 1);
         name.resize(name.size() - 3);
@@ -490,7 +490,7 @@ TEST_P(ChangingSetTest, SetDrivesTheRelayThatItsRowNamedOrNone) {
             EXPECT_NE(answer.error, -1);
             Camera().onCall = nullptr;
             const std::string before = row == 1 ? "BNK1 0" : "BNK2 1";
-            // A change before the row's look-up makes the new banks count; a later change leaves the old ones.
+            // The SET drives the new banks when they change before the row's look-up, otherwise the old ones.
             for (const auto& line : Driven()) {
                 if (GetParam() <= 2) {
                     EXPECT_NE(line, "call relay SetRelay " + before + " 1");
@@ -603,7 +603,7 @@ private:
 };
 int Spoiler::s_mode = 0;
 
-TEST_F(TablesTest, SetThatFailsElsewhereIsTakenBackWhateverChangesMeanwhile) {
+TEST_F(TablesTest, SetThatFailsElsewhereIsUndoneWhateverChangesMeanwhile) {
     const std::tuple<int, int> modesAndCounts[] = {
         {MODE_SET_RESERVE1, 2}, {MODE_SET_RESERVE2, 3}, {MODE_SET_ACTION, 4}, {MODE_SET_COMMIT, 4}};
     for (const auto& [mode, counts] : modesAndCounts) {
@@ -648,12 +648,12 @@ protected:
     }
 };
 
-TEST_F(GoneRowTest, ASetBeforeWhichTheRowHasGoneIsRefused) {
+TEST_F(GoneRowTest, ASetOfARowThatHasDisappearedIsRefused) {
     EXPECT_EQ(SetWhileGone(1).error, SNMP_ERR_NOCREATION);
     EXPECT_THAT(Driven(), IsEmpty());
 }
 
-TEST_F(GoneRowTest, ASetFromWhoseMiddleOnTheRowIsAwayFails) {
+TEST_F(GoneRowTest, ASetWhoseRowDisappearsInTheMiddleFails) {
     for (int phase = 2; phase <= kPhases; ++phase) {
         SetBanks(kThree);
         Walk(Table::kRelay);
@@ -710,7 +710,7 @@ protected:
 };
 INSTANTIATE_TEST_SUITE_P(Of, AbsurdTest, testing::Values(Table::kAlarm, Table::kRelay), TableName);
 
-TEST_P(AbsurdTest, TotalsThatNoCameraHasAreRefusedWithoutFurtherCalls) {
+TEST_P(AbsurdTest, ImpossibleTotalsAreRefusedWithoutFurtherCalls) {
     for (const int total : {2147483647, 1025, -1, -2147483647 - 1}) {
         Service().total = total;
         ExpectTheOldRows(Handler() + ": the service gives " + std::to_string(total) +
@@ -719,7 +719,7 @@ TEST_P(AbsurdTest, TotalsThatNoCameraHasAreRefusedWithoutFurtherCalls) {
     }
 }
 
-TEST_P(AbsurdTest, CountsOfABankThatNoCameraHasAreRefusedWithoutFurtherCalls) {
+TEST_P(AbsurdTest, ImpossibleCountsOfABankAreRefusedWithoutFurtherCalls) {
     for (const int count : {2147483647, 1025, 1024, -1, -2147483647 - 1}) {
         Service().bankCount["BNK2"] = count;
         Service().total = 100;
@@ -729,19 +729,19 @@ TEST_P(AbsurdTest, CountsOfABankThatNoCameraHasAreRefusedWithoutFurtherCalls) {
     }
 }
 
-TEST_P(AbsurdTest, MoreBanksThanACameraHasAreRefusedWithoutFurtherCalls) {
+TEST_P(AbsurdTest, TooManyBanksAreRefusedWithoutFurtherCalls) {
     Banks banks;
     for (int i = 0; i < 101; ++i) banks.push_back({"B" + std::to_string(i), {true}});
     Service().banks = banks;
     ExpectTheOldRows(List() + ": the service gives 101 for the number of banks, which must be 0 to 100", 2);
 }
 
-TEST_P(AbsurdTest, NamesOfBanksThatAreTooLongAreRefusedWithoutFurtherCalls) {
+TEST_P(AbsurdTest, TooLongNamesOfBanksAreRefusedWithoutFurtherCalls) {
     Service().banks = {{"BNK1", {true}}, {std::string(256, 'x'), {true}}};
     ExpectTheOldRows(List() + ": the service gives 256 for the octets of a bank's name, which must be 0 to 255", 2);
 }
 
-TEST_P(AbsurdTest, AsManyAsATableTakesAreServed) {
+TEST_P(AbsurdTest, TheMaxNumberOfRowsIsServed) {
     Banks banks;
     for (int i = 0; i < 100; ++i) banks.push_back({std::string(252, 'x') + std::to_string(100 + i), {}});
     banks[0].second.assign(1000, true);
@@ -751,7 +751,7 @@ TEST_P(AbsurdTest, AsManyAsATableTakesAreServed) {
     EXPECT_THAT(journal::Logged(3), IsEmpty());
 }
 
-TEST_P(AbsurdTest, ServicesThatComeToReasonAreServedAgain) {
+TEST_P(AbsurdTest, ServicesThatReturnPossibleValuesAgainAreServedAgain) {
     Service().total = 2147483647;
     Walk(GetParam());
     Service() = FakeCamera::Banks{kFive, {}, {}};
@@ -767,7 +767,7 @@ TEST_F(TablesTest, ASetWithAnAbsurdServiceDrivesTheRelayThatTheRowNames) {
 
 // --- the guard before the handlers ---
 
-TEST_P(BothTablesTest, WhatIsThrownWithinATableRequestIsAGenErrAndNoMore) {
+TEST_P(BothTablesTest, AnExceptionInATableRequestIsOnlyAGenErr) {
     Camera().onLog = [](const std::string& line) {
         if (line.find("calling ") != std::string::npos) throw std::bad_alloc();
     };
@@ -795,7 +795,7 @@ TEST_F(TablesTest, EachRequestBeginsOnce) {
 
 // --- registration ---
 
-TEST_F(TablesTest, TablesGoAndComeBackWithTheirProviders) {
+TEST_F(TablesTest, TablesDisappearAndReturnWithTheirProviders) {
     for (int i = 0; i < 5; ++i) {
         Stop();
         EXPECT_THAT(Get({Ask(Table::kRelay, 1, 1)}).Text(), ElementsAre(Line(Table::kRelay, 1, 1, "noSuchObject")));
@@ -860,7 +860,7 @@ TEST_F(TablesTest, AnyRequestsWhileAnythingChangesAtAnyTime) {
     Camera().failing.clear();
     for (const auto& last : banks) {
         SetBanks(last);
-        // The module does not notice other banks of the same number. A change of the number shows these.
+        // The module does not notice other banks with the same total. A change of the total reveals them.
         for (const auto table : {Table::kAlarm, Table::kRelay}) {
             const auto lines = Walk(table);
             EXPECT_EQ(lines.size(), Expected(table, last).size());
@@ -873,7 +873,7 @@ TEST_F(TablesTest, AnyRequestsWhileAnythingChangesAtAnyTime) {
 
 // --- unloading and loading again ---
 
-TEST_F(TablesTest, TablesThatWereTakenBackAreGoneAndServeAgainOnceTheyAreBuilt) {
+TEST_F(TablesTest, UnregisteredTablesAreGoneAndServeAgainOnceTheyAreBuilt) {
     for (int i = 0; i < 3; ++i) {
         _alarm->UnregisterTable();
         _relay->UnregisterTable();

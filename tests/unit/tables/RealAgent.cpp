@@ -128,7 +128,7 @@ RealAgent::Answer RealAgent::Send(int command, const std::vector<Binding>& bindi
         snmp_free_pdu(pdu);
         throw std::runtime_error(snmp_api_errstring(_session->s_snmp_errno));
     }
-    constexpr int kMostRounds = 1000;
-    for (int round = 0; round < kMostRounds && _answer.error == -1; ++round) agent_check_and_process(0);
+    constexpr int kMaxRounds = 1000;
+    for (int round = 0; round < kMaxRounds && _answer.error == -1; ++round) agent_check_and_process(0);
     return _answer;
 }

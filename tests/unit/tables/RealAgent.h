@@ -6,7 +6,7 @@
 #include "core/NetSnmp.h"
 
 /// The real agent in the test's process, without a network. A request goes through all its code (sets in their phases,
-/// GETNEXT and GETBULK in their rounds) to the registered handlers, and returns its answer. One per process; it stays
+/// GETNEXT and GETBULK in their rounds) to the registered handlers, and returns its answer. One per process; it exists
 /// until the process ends.
 class RealAgent {
 public:

@@ -12,7 +12,7 @@
 #include "tables/ExpectedLeak.h"
 #include "tables/RealAgent.h"
 
-// The module's start in the real agent when another module has taken one of its OIDs: the agent refuses the second
+// The module's start in the real agent when another module has registered one of its OIDs: the agent refuses the second
 // registration and frees it.
 
 namespace {

@@ -1,4 +1,4 @@
-#include "EventRows.h"
+#include "EventQueue.h"
 
 #include <limits>
 #include <utility>
@@ -9,26 +9,26 @@ namespace dome {
 
 using tavos::osa::Exception;
 
-std::uint64_t EventRows::Add(int first, int count, Emit emit) {
+std::uint64_t EventQueue::Add(int first, int count, Emit emit) {
     if (count < 1 || count > kMaxWaiting)
         throw Exception("a count of %d events is outside 1 to %d", count, kMaxWaiting);
     if (count > kMaxWaiting - _waiting) throw Exception("%d events are still waiting; try again later", _waiting);
     if (first > std::numeric_limits<int>::max() - (count - 1)) {
         throw Exception("%d events from %d on end above %d", count, first, std::numeric_limits<int>::max());
     }
-    _rows.push_back({first, count, std::move(emit)});
+    _series.push_back({first, count, std::move(emit)});
     _waiting += count;
     return Asked();
 }
 
-void EventRows::Work(int max) {
-    for (; max > 0 && !_rows.empty(); --max) {
-        Row& row = _rows.front();
+void EventQueue::Work(int max) {
+    for (; max > 0 && !_series.empty(); --max) {
+        Row& row = _series.front();
         row.emit(row.next);
         ++_emitted;
         --_waiting;
         if (--row.left == 0) {
-            _rows.pop_front();
+            _series.pop_front();
         } else {
             ++row.next;
         }

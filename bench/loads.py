@@ -99,11 +99,11 @@ def rate_and_median(figures):
     return result
 
 
-def percentiles(histogram, wanted):
+def percentiles(histogram, percents):
     total, results, seen = sum(histogram.values()), [], 0
     times = sorted(histogram)
     index = 0
-    for percent in wanted:
+    for percent in percents:
         while seen + histogram[times[index]] < total * percent / 100:
             seen += histogram[times[index]]
             index += 1

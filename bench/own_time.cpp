@@ -1,10 +1,9 @@
 // Loaded into the desk camera by bench/dome_cost (LD_PRELOAD): measures how long the camera itself is busy with a
 // message.
 //
-// The clock starts when the camera's thread last looked for a message and found none, and stops when it hands the
-// answer to the bus. The thread's processor time in between is the max time that its own work delayed the message: the
-// rest of a tick, a state for the consoles, and the call. Sleep does not count, nor does time in which the thread could
-// not run.
+// A message arrives after the camera's thread last looked and found none. So the thread's processor time from that look
+// until it hands the answer to the bus is the max time that its own work delayed the message: the rest of a tick, a
+// state for the consoles, and the call. Sleep does not count, nor does time in which the thread could not run.
 //
 // Each answer appends a double, microseconds, to the file that ORVEX_OWN_TIME names.
 

@@ -121,13 +121,13 @@ def table_goal(results):
 
 
 def traps_goal(results):
-    paced, wanted = results.data["traps"]["paced"], results.data["traps"]["rate"]
+    paced, rate = results.data["traps"]["paced"], results.data["traps"]["rate"]
     lost = sum(one["events"] - one["traps"] for one in paced)
     achieved = median([one["traps"] / max(one["seconds"], 1e-9) for one in paced])
     # The last event is emitted shortly before its trap arrives, so the measured rate is slightly below the event rate.
-    return [("traps", f"{wanted:,} a second from event to sink, none lost",
+    return [("traps", f"{rate:,} a second from event to sink, none lost",
              f"{achieved:,.0f} a second, {lost} of {sum(one['events'] for one in paced):,} lost",
-             lost == 0 and achieved >= 0.99 * wanted)]
+             lost == 0 and achieved >= 0.99 * rate)]
 
 
 def start_and_memory_goals(results):
@@ -162,20 +162,18 @@ REMARKS = {
         "The module's own handler is one of several that the agent calls for a request; what it executes "
         "is listed under Instructions.",
     "live":
-        "The round trips take longer inside a request than one after the other, because the processes involved sleep and "
-        "must be woken in between; Live requests shows what that costs without the module. Nearly all that "
-        "the agent executes for a call is the bus library's own, as a profile by callgrind shows. The module's client adds "
-        "three system calls, to keep signals away from the call and to read what has come since the last one. Both "
-        "stay: without the first a signal fails a call, without the second the first call after a restart of the bus "
-        "fails.",
+        "The round trips take longer inside a request than in sequence, because the processes involved sleep and must be "
+        "woken in between. Live requests shows what that costs without the module. Nearly all that the agent executes "
+        "for a call belongs to the bus library, as a profile by callgrind shows. The module's client adds three system "
+        "calls: they keep signals away from the call, and read what has arrived since the last one. Both are required. "
+        "Without the first a signal fails a call; without the second the first call after a restart of the bus fails.",
     "against every peer":
         "See the table below. An agent that calls a service while it serves other requests is faster than the "
-        "module when many requests are in flight: the module's calls are synchronous, one at a time, as the "
+        "module when many requests are in flight. The module's calls are synchronous, one at a time, as the "
         "camera's interfaces are. snmpsim makes no calls at all; it answers live objects from a file.",
     "a table of 1,000 rows, GETBULK walk":
-        "Every request compares the table's number of rows with the service's, and a state is asked for each "
-        "time: so the cost is a call or two a row, whatever the table's size, plus the agent's own search for "
-        "the row.",
+        "Every request compares the table's number of rows with the service's, and asks for each state. So a row costs a "
+        "call or two, whatever the table's size, plus the agent's own search for the row.",
     "traps":
         "One thread of the agent builds and sends every trap; Traps shows what it takes for one.",
     "memory":
@@ -423,12 +421,12 @@ def page(results):
         if one["errors"]:
             absent += f" {results.title[one['contestant']]} answered {one['errors']:,} of {one['samples']:,} " \
                       f"requests with an error ({WHAT[one['workload']]}, {one['in_flight']} in flight)."
-    busy = data["machine"]["load"] > 1  # the run's own preparations count, too
+    busy = data["machine"]["load"] > 1  # includes the run's own preparations
     warning = ""
     if data["kind"] != "full":
-        warning += "\n**A shortened run: the figures are no more than a try.**\n"
+        warning += "\n**A shortened run: the figures are only rough.**\n"
     if busy:
-        warning += "\n**The machine was busy with other things: the times, and the verdicts on them, are provisional.**"
+        warning += "\n**The machine was busy with other work: the times, and the results that depend on them, are provisional.**"
         warning += "\n"
     def part(name, section, *arguments):
         if name in data:

@@ -225,43 +225,43 @@ std::string Control::Calls(const Words& arguments) {
 
 void Control::Set(const Words& arguments) {
     CheckWords("set", arguments, 2, 4);
-    const std::string& thing = arguments[0];
+    const std::string& name = arguments[0];
     const std::string& value = arguments[1];
 
     using Setter = std::function<void()>;
     const std::map<std::string, Setter> setters = {
-        {"pan", [&] { _camera.pan.JumpTo(ParsePosition(thing, _camera.pan, value)); }},
-        {"tilt", [&] { _camera.tilt.JumpTo(ParsePosition(thing, _camera.tilt, value)); }},
-        {"zoom", [&] { _camera.zoom.JumpTo(ParsePosition(thing, _camera.zoom.Drive(), value)); }},
+        {"pan", [&] { _camera.pan.JumpTo(ParsePosition(name, _camera.pan, value)); }},
+        {"tilt", [&] { _camera.tilt.JumpTo(ParsePosition(name, _camera.tilt, value)); }},
+        {"zoom", [&] { _camera.zoom.JumpTo(ParsePosition(name, _camera.zoom.Drive(), value)); }},
         {"zoom-max", [&] { SetMaxZoom(value); }},
-        {"focus", [&] { _camera.focus.JumpTo(ParsePercent(thing, value)); }},
-        {"iris", [&] { _camera.iris.JumpTo(ParsePercent(thing, value)); }},
-        {"light", [&] { _camera.iris.SetLight(ParsePercent(thing, value)); }},
+        {"focus", [&] { _camera.focus.JumpTo(ParsePercent(name, value)); }},
+        {"iris", [&] { _camera.iris.JumpTo(ParsePercent(name, value)); }},
+        {"light", [&] { _camera.iris.SetLight(ParsePercent(name, value)); }},
         {"auto-focus", [&] { _camera.focus.SetAuto(ParseSwitch(value)); }},
         {"auto-iris", [&] { _camera.iris.SetAuto(ParseSwitch(value)); }},
-        {"presets", [&] { _camera.presets = ParseWithin<std::uint32_t>(thing, value); }},
-        // Unknown codes as well: readers must handle them.
-        {"voltage", [&] { _camera.sensors.SetVoltageStatus(ParseWithin<int>(thing, value)); }},
-        {"power", [&] { _camera.sensors.SetPowerStatus(ParseWithin<int>(thing, value)); }},
+        {"presets", [&] { _camera.presets = ParseWithin<std::uint32_t>(name, value); }},
+        // Accepts unknown codes, because readers must handle them.
+        {"voltage", [&] { _camera.sensors.SetVoltageStatus(ParseWithin<int>(name, value)); }},
+        {"power", [&] { _camera.sensors.SetPowerStatus(ParseWithin<int>(name, value)); }},
     };
     const std::map<std::string, Setter> longSetters = {
         {"temperature",
          [&] {
-             CheckWords(thing, arguments, 2, 3);
+             CheckWords(name, arguments, 2, 3);
              const int sensor = arguments.size() == 3 ? ParseSensor(value) : 0;
-             _camera.sensors.SetTemperature(sensor, ParseWithin<int>(thing, arguments.back()));
+             _camera.sensors.SetTemperature(sensor, ParseWithin<int>(name, arguments.back()));
          }},
         {"alarm", [&] { SetBank(_camera.alarms, arguments); }},
         {"relay", [&] { SetBank(_camera.relays, arguments); }},
     };
     Refusable([&] {
-        if (const auto found = setters.find(thing); found != setters.end()) {
-            CheckWords(thing, arguments, 2, 2);
+        if (const auto found = setters.find(name); found != setters.end()) {
+            CheckWords(name, arguments, 2, 2);
             found->second();
-        } else if (const auto other = longSetters.find(thing); other != longSetters.end()) {
+        } else if (const auto other = longSetters.find(name); other != longSetters.end()) {
             other->second();
         } else {
-            throw Exception("unknown thing %s", thing.c_str());
+            throw Exception("set: unknown name %s", name.c_str());
         }
     });
 }
@@ -308,11 +308,11 @@ std::uint64_t Control::AddEvents(const Words& arguments) {
         values.resize(values.size() - 2);
     }
     if (values.empty()) throw Exception("event: wrong number of values (0)");
-    const std::string& thing = values[0];
-    const bool isTemperature = thing == "temperature";
-    if (!isTemperature && thing != "voltage" && thing != "power") throw Exception("unknown event %s", thing.c_str());
-    CheckWords(thing, values, isTemperature ? 3 : 2, isTemperature ? 3 : 2);
-    const int first = ParseWithin<int>(thing, values.back());
+    const std::string& name = values[0];
+    const bool isTemperature = name == "temperature";
+    if (!isTemperature && name != "voltage" && name != "power") throw Exception("event: unknown name %s", name.c_str());
+    CheckWords(name, values, isTemperature ? 3 : 2, isTemperature ? 3 : 2);
+    const int first = ParseWithin<int>(name, values.back());
     std::uint64_t last = 0;
     if (isTemperature) {
         const int sensor = ParseSensor(values[1]);
@@ -320,7 +320,7 @@ std::uint64_t Control::AddEvents(const Words& arguments) {
         last = _events.Add(first, count, [&event, sensor](int degrees) { event.Fire(sensor, degrees); });
     } else {
         auto& event =
-            thing == "voltage" ? _services.voltage.OnVoltageStatusChange() : _services.power.OnPowerStatusChange();
+            name == "voltage" ? _services.voltage.OnVoltageStatusChange() : _services.power.OnPowerStatusChange();
         last = _events.Add(first, count, [&event](int status) { event.Fire(status); });
     }
     EmitEvents();  // emits the first few before the answer

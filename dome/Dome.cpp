@@ -9,8 +9,8 @@ namespace {
 using tavos::msgbus::ReceivedCall;
 using tavos::msgbus::Treatment;
 
-// Milliseconds. The busy wait is one tick of the model's clock. The idle wait is also the max delay of a signal that
-// arrives just before the host waits.
+// Milliseconds. kTickWhileMoving is a tick of the model's clock. kIdle is also the max delay of a signal that arrives
+// just before the host waits.
 constexpr int kTickWhileMoving = 20;
 constexpr int kIdle = 200;
 

@@ -23,14 +23,14 @@ std::uint64_t EventQueue::Add(int first, int count, Emit emit) {
 
 void EventQueue::Work(int max) {
     for (; max > 0 && !_series.empty(); --max) {
-        Row& row = _series.front();
-        row.emit(row.next);
+        Series& series = _series.front();
+        series.emit(series.next);
         ++_emitted;
         --_waiting;
-        if (--row.left == 0) {
+        if (--series.left == 0) {
             _series.pop_front();
         } else {
-            ++row.next;
+            ++series.next;
         }
     }
 }

@@ -30,10 +30,10 @@ constexpr const char* kUsage =
        bench-bus serve-peers SOCKET
        bench-bus broker PROGRAM SOCKET
 
-  call         calls a service again and again and prints the times as JSON; --reuse 1 sends one message again and again
+  call         calls a service repeatedly and prints the times as JSON; --reuse 1 sends one message repeatedly
   echo         sends every datagram back, after these calls
-  serve        serves a little of a camera on that bus
-  serve-peers  serves the same to each that connects to the socket, without a bus
+  serve        serves a few objects of a camera on that bus
+  serve-peers  serves the same to each client of the socket, without a bus
   broker       runs dbus-broker with a bus at that socket
 )";
 

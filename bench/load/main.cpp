@@ -29,8 +29,8 @@ constexpr const char* kUsage =
        bench-load walk --port N [--repetitions N] [--seconds S] [--community C] NAME
        bench-load echo --port N
 
-  requests  keeps that many requests in flight, the messages (hexadecimal, SNMPv2c) in turn
-  walk      walks the subtree again and again by GETNEXT, or by GETBULK with so many repetitions; NAME is the object
+  requests  keeps N requests in flight and sends the messages (hexadecimal, SNMPv2c) in turn
+  walk      walks the subtree repeatedly by GETNEXT, or by GETBULK with N repetitions; NAME is the object
             identifier's content octets (hexadecimal)
   echo      sends every datagram back, until it is ended; "requests" requires --echo 1 for such a server
 )";
@@ -163,8 +163,9 @@ private:
         Message& message = _messages[_next++ % _messages.size()];
         Slot& it = _slots[slot];
         it.id = kFirstId | (++_count << kSlotBits & (kFirstId - 1)) | slot;
-        for (unsigned i = 0; i < 4; ++i)
+        for (unsigned i = 0; i < 4; ++i) {
             message.octets[message.idOffset + i] = static_cast<char>(it.id >> (24 - 8 * i));
+        }
         it.sent = Clock::now();
         it.waiting = true;
         _out.Set(_queued++, message.octets);

@@ -261,8 +261,9 @@ std::optional<Reply> Connection::Objection(std::string_view path) const {
         return refuse(403, "requests from other pages are refused");
     }
     const bool isApi = path.substr(0, 5) == "/api/";
-    if (isApi && !IsOwnSite(View(request["Sec-Fetch-Site"])))
+    if (isApi && !IsOwnSite(View(request["Sec-Fetch-Site"]))) {
         return refuse(403, "requests from other pages are refused");
+    }
     if (request.method() == Verb::post && !IsJson(View(request[http::field::content_type]))) {
         return refuse(415, "a POST requires the Content-Type application/json");
     }
@@ -288,8 +289,9 @@ void Connection::Ask(std::function<Reply()> work) {
             if (const auto self = weak.lock()) self->SendJson(reply);
         });
     };
-    if (!_hub.handover.Ask({std::move(work), finished}))
+    if (!_hub.handover.Ask({std::move(work), finished})) {
         SendError(503, "too many requests are waiting; try again later");
+    }
 }
 
 void Connection::Post(const std::string& path) {

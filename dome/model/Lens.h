@@ -58,7 +58,7 @@ public:
     /// `sharp` returns the current sharp position; it is called when a run begins.
     Focus(double rate, std::function<double()> sharp);
 
-    /// A manual move stops a run of the auto focus, and keeps its mode.
+    /// A manual move stops a run of the auto focus. The mode of the auto focus stays.
     void MoveTo(double percent);
     void Move(int direction);  ///< +1 far, -1 near, 0 stop
     void JumpTo(double percent);
@@ -90,7 +90,7 @@ private:
     bool _focusing = false;
 };
 
-/// The iris, in percent from closed (0) to open (100). Auto iris opens it the wider the less light there is.
+/// The iris, in percent from closed (0) to open (100). Auto iris opens it wider in less light.
 class Iris {
 public:
     static constexpr double kRate = 50;   ///< default, percent a second

@@ -216,7 +216,7 @@ def answers(manager):
 
 
 class ManagerOf(ber.Manager):
-    """A manager that speaks to a desk's agent, for a `with`."""
+    """A manager of a desk's agent, for a `with`."""
 
     def __init__(self, desk, timeout=5.0):
         super().__init__(desk.port, timeout)

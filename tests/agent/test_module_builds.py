@@ -152,7 +152,7 @@ def test_a_cameras_module_has_the_cameras_own_paths(tmp_path):
              b"/bin/chmod +x /sbin/restart.sh && /bin/sleep 3 && /sbin/restart.sh -s -k",
              b"chmod +x /sbin/restart.sh && /sbin/restart.sh -s -k"}
     assert paths <= texts_of(tmp_path / "lib" / "orvexsnmp.so")
-    # The desk's paths lie in the agent's working directory; none of the machine's paths is in the module.
+    # The desk's paths are below the agent's working directory; the module contains none of the machine's paths.
     desk = texts_of(BUILD / "lib" / "orvexsnmp.so")
     assert {b"etc/version", b"chmod +x sbin/restart.sh && sbin/restart.sh -s -k"} <= desk
     assert not [text for text in desk if b"/etc/version" in text or b"/sbin/restart.sh" in text]

@@ -124,8 +124,8 @@ def test_the_last_command_is_answered_refused_or_not(manager, oid, command):
 
 def test_a_tilt_and_a_zoom_arrive(camera, manager):
     manager.set((TILT, ber.OCTET_STRING, bytes.fromhex("027F0BB8")), (ZOOM, ber.OCTET_STRING, bytes.fromhex("02008000")))
-    await_until(lambda: camera.dome_state()["tilt"]["position"] == 30000, "the tilt stands at 30 degrees", 30)
-    await_until(lambda: camera.dome_state()["zoom"]["position"] == 10500, "the zoom stands at 10.5x", 30)
+    await_until(lambda: camera.dome_state()["tilt"]["position"] == 30000, "the tilt is at 30 degrees", 30)
+    await_until(lambda: camera.dome_state()["zoom"]["position"] == 10500, "the zoom is at 10.5x", 30)
 
 
 @pytest.mark.parametrize(

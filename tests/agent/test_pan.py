@@ -47,7 +47,7 @@ def test_absolute_move(camera, manager):
     ((call, (position, speed, limit)),) = pan_calls(camera)
     assert (call, int(position), int(limit)) == ("SetPositionAtSpeed", 180000, 300)
     assert float(speed) == pytest.approx(64 / 127, abs=1e-9)
-    await_until(lambda: camera.dome_state()["pan"]["position"] == 180000, "the axis stands at 180 degrees", 30)
+    await_until(lambda: camera.dome_state()["pan"]["position"] == 180000, "the axis is at 180 degrees", 30)
 
 
 def test_continuous_move_and_stop(camera, manager):

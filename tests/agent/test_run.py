@@ -301,7 +301,7 @@ def test_of_two_starts_in_the_foreground_one_wins(started, neighbour):
         processes = [subprocess.Popen([str(word) for word in camera.words()], stdin=subprocess.DEVNULL, stdout=out,
                                       stderr=error, start_new_session=True) for camera in (started, neighbour)]
     try:
-        await_until(lambda: any(process.poll() is not None for process in processes), "one gives up", 60)
+        await_until(lambda: any(process.poll() is not None for process in processes), "one start fails", 60)
         await_until(lambda: started.model_name() or neighbour.model_name(), "the other answers", 60)
         assert sorted(process.poll() is None for process in processes) == [False, True]
         assert one_line((started.folder / "error").read_text()) == f"run: a camera runs in {started.state} already"
@@ -463,7 +463,7 @@ def test_a_clock_that_is_set_back_does_not_prolong_a_start(started, monkeypatch)
         error = process.communicate(timeout=60)[1]
         assert process.returncode == 1
         assert "the agent is not ready after 15 seconds" in error
-        assert time.monotonic() - begin > 14, "it does not give up too early"
+        assert time.monotonic() - begin > 14, "it does not stop waiting too early"
     finally:
         process.terminate()
         process.wait(20)

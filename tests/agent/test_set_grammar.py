@@ -271,8 +271,8 @@ def test_writable_objects_give_the_stated_answer(camera, manager, readable, row)
 def test_read_only_objects_are_not_writable(camera, manager, readable, name):
     before = manager.get(OID[name]).bindings[0]
     for sent, answer in zip(VALUES, set_all(manager, OID[name], VALUES)):
-        wanted = refusals(sent, ber.NOT_WRITABLE) if sent in readable else (None,)
-        assert (answer.error_status if answer else None) in wanted, sent
+        allowed = refusals(sent, ber.NOT_WRITABLE) if sent in readable else (None,)
+        assert (answer.error_status if answer else None) in allowed, sent
     assert drives(camera) == []
     assert repr(manager.get(OID[name]).bindings[0]) == repr(before)
 
@@ -281,16 +281,16 @@ def test_read_only_objects_are_not_writable(camera, manager, readable, name):
 def test_the_relays_other_columns_are_refused(camera, manager, readable, name):
     for sent, answer in zip(VALUES, set_all(manager, OID[name], VALUES)):
         # The object is not writable, or the type is already wrong.
-        wanted = (ber.NOT_WRITABLE, ber.WRONG_TYPE) if sent in readable else (None,)
-        assert (answer.error_status if answer else None) in wanted, sent
+        allowed = (ber.NOT_WRITABLE, ber.WRONG_TYPE) if sent in readable else (None,)
+        assert (answer.error_status if answer else None) in allowed, sent
     assert drives(camera) == []
 
 
 @pytest.mark.parametrize("oid", ABSENT.values(), ids=ABSENT.keys())
 def test_what_is_not_there_cannot_be_made(camera, manager, readable, oid):
     for sent, answer in zip(VALUES, set_all(manager, oid, VALUES)):
-        wanted = refusals(sent, ber.NO_CREATION, ber.NOT_WRITABLE, ber.WRONG_TYPE) if sent in readable else (None,)
-        assert (answer.error_status if answer else None) in wanted, sent
+        allowed = refusals(sent, ber.NO_CREATION, ber.NOT_WRITABLE, ber.WRONG_TYPE) if sent in readable else (None,)
+        assert (answer.error_status if answer else None) in allowed, sent
     assert drives(camera) == []
     assert camera.alive("agent")
 
@@ -396,8 +396,8 @@ def test_version_1_gets_its_own_errors(every_version, readable, row):
     with desks.ManagerOf(every_version) as manager:
         answers = exchange(manager, [message(row.oid, sent, version=0) for sent in VALUES])
     for sent, answer in zip(VALUES, answers):
-        wanted = V1[expected_error_1(row.name, sent)] if sent in readable else None
-        assert (answer.error_status if answer else None) == wanted, sent
+        expected = V1[expected_error_1(row.name, sent)] if sent in readable else None
+        assert (answer.error_status if answer else None) == expected, sent
     assert every_version.alive("agent")
 
 
@@ -432,8 +432,8 @@ def test_version_3_gets_the_errors_of_version_2(every_version, readable, engine,
     with desks.ManagerOf(every_version) as manager:
         answers = exchange(manager, list(sets()))
     for sent, answer in zip(VALUES, answers):
-        wanted = expected_error(row.name, sent) if sent in readable else None
-        assert (answer.error_status if answer else None) == wanted, sent
+        expected = expected_error(row.name, sent) if sent in readable else None
+        assert (answer.error_status if answer else None) == expected, sent
     assert every_version.alive("agent")
 
 

@@ -56,7 +56,7 @@ def test_without_a_sound_settings_store(desk, damage):
     before = store.read_bytes() if store.exists() else None
     desk.start_bus()
     desk.launch_agent()
-    await_until(lambda: not desk.alive("agent"), "the agent gives up")
+    await_until(lambda: not desk.alive("agent"), "the agent ends")
     assert desk.processes.pop("agent").returncode != 0
     assert module_lines(desk, "Error reloading, invalid configuration")
     assert (store.read_bytes() if store.exists() else None) == before
@@ -155,7 +155,7 @@ def test_a_reader_of_the_log_that_stops_and_goes_on(desk):
             for _ in range(2000):
                 assert manager.get(OID["positionPan"]).error_status == ber.NO_ERROR
             room = fcntl.fcntl(reader, fcntl.F_GETPIPE_SZ)
-            assert 0 < os.read(reader, room).count(b"handle_positionPan: Enter.") < 2000, "it has room for all"
+            assert 0 < os.read(reader, room).count(b"handle_positionPan: Enter.") < 2000, "the pipe did not lose lines"
             manager.get(OID["positionPan"])
         assert b"handle_positionPan: Enter." in os.read(reader, room)
     finally:
@@ -171,7 +171,7 @@ def test_the_module_loaded_twice_ends_the_start(desk):
     desk.start_bus()
     desk.start_dome()
     desk.launch_agent()
-    await_until(lambda: not desk.alive("agent"), "the agent gives up")
+    await_until(lambda: not desk.alive("agent"), "the agent ends")
     assert desk.processes.pop("agent").returncode == -signal.SIGABRT
     assert module_lines(desk, "Error OrvexSnmpMain: Duplicate instance, exiting!")
     assert "Duplicate Instance" in desk.log("agent")

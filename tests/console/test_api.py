@@ -71,7 +71,7 @@ def test_what_domectl_refuses_is_refused(camera, words):
 
 def test_a_call_moves_the_camera(camera):
     assert camera.call("pan", "SetPositionAtSpeed", 40000, 1, 300).json == {"outcome": "ok"}
-    await_until(lambda: camera.console_state()["pan"]["position"] == 40000, "the axis stands at 40 degrees")
+    await_until(lambda: camera.console_state()["pan"]["position"] == 40000, "the axis is at 40 degrees")
     assert last_activity(camera) == ("console", "pan", "SetPositionAtSpeed", ["40000", "1", "300"], "ok")
     assert camera.calls() == [], "the call log has only calls from the bus"
 

@@ -23,7 +23,7 @@ pytestmark = [pytest.mark.slow, pytest.mark.page]
 
 @pytest.fixture
 def page(camera, browser):
-    """The file's console, reset; the street stands still."""
+    """The file's console, reset; nothing moves in the street."""
     browser.open(camera)
     await_until(lambda: browser.text("pan-value") == "0.00°", "the camera is reset")
     browser.find("clear-list").click()

@@ -37,10 +37,10 @@ struct ConfigurationTest : testing::Test {
 TEST_F(ConfigurationTest, DefaultsToTheDeskCamera) {
     for (const std::string& file : {Write(""), std::string(DOME_TEST_CONFIGURATION)}) {
         const Configuration read = ReadConfiguration(file);
-        const CameraProperties wanted;
+        const CameraProperties defaults;
         const CameraProperties& is = read.camera;
         EXPECT_FALSE(read.keepPosition);
-        EXPECT_EQ(is.presets, wanted.presets);
+        EXPECT_EQ(is.presets, defaults.presets);
         const auto same = [](const CameraProperties::Positioner& a, const CameraProperties::Positioner& b) {
             EXPECT_EQ(a.minimum, b.minimum);
             EXPECT_EQ(a.maximum, b.maximum);
@@ -48,24 +48,24 @@ TEST_F(ConfigurationTest, DefaultsToTheDeskCamera) {
             EXPECT_EQ(a.defaultSpeed, b.defaultSpeed);
             EXPECT_EQ(a.accelerating, b.accelerating);
         };
-        same(is.pan, wanted.pan);
-        same(is.tilt, wanted.tilt);
-        EXPECT_EQ(is.zoom.opticalMaximum, wanted.zoom.opticalMaximum);
-        EXPECT_EQ(is.zoom.digitalMaximum, wanted.zoom.digitalMaximum);
-        EXPECT_EQ(is.zoom.rate, wanted.zoom.rate);
-        EXPECT_EQ(is.focusRate, wanted.focusRate);
-        EXPECT_EQ(is.irisRate, wanted.irisRate);
-        EXPECT_EQ(is.light, wanted.light);
+        same(is.pan, defaults.pan);
+        same(is.tilt, defaults.tilt);
+        EXPECT_EQ(is.zoom.opticalMaximum, defaults.zoom.opticalMaximum);
+        EXPECT_EQ(is.zoom.digitalMaximum, defaults.zoom.digitalMaximum);
+        EXPECT_EQ(is.zoom.rate, defaults.zoom.rate);
+        EXPECT_EQ(is.focusRate, defaults.focusRate);
+        EXPECT_EQ(is.irisRate, defaults.irisRate);
+        EXPECT_EQ(is.light, defaults.light);
         const auto sameBanks = [](const std::vector<Banks::Size>& a, const std::vector<Banks::Size>& b) {
             EXPECT_TRUE(std::equal(
                 a.begin(), a.end(), b.begin(), b.end(),
                 [](const Banks::Size& x, const Banks::Size& y) { return x.name == y.name && x.count == y.count; }));
         };
-        sameBanks(is.alarms, wanted.alarms);
-        sameBanks(is.relays, wanted.relays);
-        EXPECT_EQ(is.temperatures, wanted.temperatures);
-        EXPECT_EQ(is.drift.degrees, wanted.drift.degrees);
-        EXPECT_EQ(is.drift.period, wanted.drift.period);
+        sameBanks(is.alarms, defaults.alarms);
+        sameBanks(is.relays, defaults.relays);
+        EXPECT_EQ(is.temperatures, defaults.temperatures);
+        EXPECT_EQ(is.drift.degrees, defaults.drift.degrees);
+        EXPECT_EQ(is.drift.period, defaults.drift.period);
     }
 }
 

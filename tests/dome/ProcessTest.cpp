@@ -259,12 +259,12 @@ TEST_F(ProcessTest, EmitsItsEvents) {
             return !recorder.Events().empty();
         }));
     }
-    const auto heard = [&](const Words& command, const Events& wanted) {
+    const auto heard = [&](const Words& command, const Events& expected) {
         desk.Control({"event", "power", "-1"});  // pending events arrive before this event
         EXPECT_TRUE(Await([&] { return !recorder.Events().empty() && recorder.Events().back()[0] == -1; }));
         recorder.Clear();
         desk.Control(command);
-        EXPECT_TRUE(Await([&] { return recorder.Events() == wanted; })) << command[1];
+        EXPECT_TRUE(Await([&] { return recorder.Events() == expected; })) << command[1];
     };
     heard({"set", "temperature", "1", "31"}, {{1, 31}});
     heard({"set", "voltage", "2"}, {{2}});

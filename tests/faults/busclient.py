@@ -1,5 +1,5 @@
-"""A stand-in for a service of the camera, on the wire. It takes a name on the bus, receives calls and emits events as
-fast as the bus takes them. It can send wrong answers, be slow, flood others, and disappear at any moment."""
+"""A fake service of the camera, on the wire. It takes a name on the bus, receives calls and emits events as fast as the
+bus takes them. It can send wrong answers, be slow, flood others, and disappear at any moment."""
 
 import os
 import socket

@@ -238,7 +238,7 @@ Value TakeValue(Bytes& bytes) {
 }
 
 /// Copies the value into a buffer of exactly its size, so that the sanitizer sees a read beyond its end.
-void Put(SnmpRequest& request, const Value& value) {
+void SetValue(SnmpRequest& request, const Value& value) {
     auto& variable = *request.Raw().requestvb;
     request.With(value.type, value.octets.data(), value.octets.size());
     if (variable.val.string != nullptr && variable.val.string != variable.buf) std::free(variable.val.string);
@@ -605,7 +605,7 @@ void Call(Bytes& bytes, Model& model) {
     const Value value = IsRead(mode) ? Value() : TakeValue(bytes);
 
     SnmpRequest request(NameOf(index), NameLengthOf(index));
-    if (!IsRead(mode)) Put(request, value);
+    if (!IsRead(mode)) SetValue(request, value);
     if (!rangeEnd.empty()) request.WithRangeEnd(rangeEnd);
     model.Step(index, mode, request, value);
 }
@@ -615,11 +615,11 @@ void Set(Bytes& bytes, Model& model) {
     const auto index = bytes.Below(kObjects.size());
     const Value value = TakeValue(bytes);
     SnmpRequest request(NameOf(index), NameLengthOf(index));
-    Put(request, value);
+    SetValue(request, value);
     for (const int mode : {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_COMMIT}) {
         if (model.Step(index, mode, request, value) == SNMP_ERR_NOERROR) {
             // Each phase finds the previous phase's answer in the variable.
-            if (kObjects[index].kind == Kind::kPreset) Put(request, value);
+            if (kObjects[index].kind == Kind::kPreset) SetValue(request, value);
             continue;
         }
         if (mode < MODE_SET_ACTION) model.Step(index, MODE_SET_FREE, request, value);

@@ -32,7 +32,7 @@ def camera(running):
 
 @pytest.fixture(scope="module", params=MANAGERS, ids=[f"{name} v{version}" for name, version in MANAGERS])
 def any_manager(request, running):
-    """Each manager in each SNMP version that it speaks, as (version, manager)."""
+    """Each manager in each SNMP version that it supports, as (version, manager)."""
     name, version = request.param
     made = manager(running, name, version)
     yield version, made

@@ -39,18 +39,18 @@ def user_of_3(desk):
 def install_node_modules():
     """Installs the packages of package-lock.json, once for all builds and test runs."""
     NODE_FOLDER.mkdir(parents=True, exist_ok=True)
-    wanted = (FOLDER / "package-lock.json").read_text()
+    required = (FOLDER / "package-lock.json").read_text()
     installed = NODE_FOLDER / "installed.json"
     with open(NODE_FOLDER / ".lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
-        if NODE_MODULES.is_dir() and installed.exists() and installed.read_text() == wanted:
+        if NODE_MODULES.is_dir() and installed.exists() and installed.read_text() == required:
             return
         for name in ["package.json", "package-lock.json"]:
             (NODE_FOLDER / name).write_text((FOLDER / name).read_text())
         command = ["npm", "ci", "--ignore-scripts", "--no-audit", "--no-fund"]
         done = subprocess.run(command, cwd=NODE_FOLDER, capture_output=True, text=True, timeout=300)
         assert done.returncode == 0, done.stderr
-        installed.write_text(wanted)
+        installed.write_text(required)
 
 
 class Reply(NamedTuple):

@@ -96,7 +96,7 @@ class PolicedDesk(Desk):
         return subprocess.run(as_user(user, *command), capture_output=True, text=True, timeout=20, cwd="/")
 
     def own(self, user, name):
-        """Requests the name while the command lives. The bus checks the policy first, whether the name is free or
+        """Requests the name while the command runs. The bus checks the policy first, whether the name is free or
         not."""
         return self.bus(user, "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
                         "org.freedesktop.DBus.RequestName", f"string:{name}", "uint32:4")

@@ -64,8 +64,8 @@ class Picture {
     const open = iris / Math.max(2, 100 - outside);
     const light = open <= 1 ? 0.03 + 0.97 * Math.pow(open, 1.5) : 1 + 1.9 * Math.pow(Math.min(1.6, open - 1), 1.3);
     const filter = `brightness(${light.toFixed(3)})${blur ? ` blur(${blur.toFixed(2)}px)` : ''}`;
-    const wanted = Math.abs(light - 1) < 0.004 && !blur ? 'none' : filter;
-    if (wanted !== this.filter) this.canvas.style.filter = this.filter = wanted;
+    const shown = Math.abs(light - 1) < 0.004 && !blur ? 'none' : filter;
+    if (shown !== this.filter) this.canvas.style.filter = this.filter = shown;
   }
 }
 

@@ -11,11 +11,11 @@ const kReach = 66; // the knob's travel, in the drawing's units
 /// One axis of the stick: limits the rate of calls and always sends the last value.
 class Velocity {
   constructor(service, attempt) {
-    Object.assign(this, {service, attempt, wanted: 0, sent: 0, sentAt: 0, timer: 0});
+    Object.assign(this, {service, attempt, value: 0, sent: 0, sentAt: 0, timer: 0});
   }
 
   set(value) {
-    this.wanted = Math.round(value * 100) / 100;
+    this.value = Math.round(value * 100) / 100;
     if (!this.timer) this.send();
   }
 
@@ -23,8 +23,8 @@ class Velocity {
     clearTimeout(this.timer);
     this.timer = 0;
     const now = performance.now();
-    const isStop = this.wanted === 0;
-    const isNews = this.wanted !== this.sent;
+    const isStop = this.value === 0;
+    const isNews = this.value !== this.sent;
     if (!isNews && (isStop || now - this.sentAt < kRenewed)) {
       if (!isStop) this.timer = setTimeout(() => this.send(), kRenewed / 3);
       return;
@@ -33,9 +33,9 @@ class Velocity {
       this.timer = setTimeout(() => this.send(), kEvery);
       return;
     }
-    this.sent = this.wanted;
+    this.sent = this.value;
     this.sentAt = now;
-    this.attempt(call(this.service, 'SetRelativeVelocity', [this.wanted, kLimit], {keepalive: isStop}));
+    this.attempt(call(this.service, 'SetRelativeVelocity', [this.value, kLimit], {keepalive: isStop}));
     if (!isStop) this.timer = setTimeout(() => this.send(), kEvery);
   }
 }

@@ -677,8 +677,8 @@ class Traffic {
         }
         const toLine = -kStopLine - car.s - car.length / 2;
         if (this.light(lane.group) !== 'green' && toLine > -1) room = Math.min(room, toLine);
-        const wanted = Math.min(11, Math.sqrt(Math.max(0, room - 0.5) * 2 * 2.6));
-        const change = Math.max(-6 * dt, Math.min(2.2 * dt, wanted - car.speed));
+        const target = Math.min(11, Math.sqrt(Math.max(0, room - 0.5) * 2 * 2.6));
+        const change = Math.max(-6 * dt, Math.min(2.2 * dt, target - car.speed));
         car.braking = change < -0.4 * dt || car.speed < 0.2;
         car.speed = Math.max(0, car.speed + change);
         car.s += car.speed * dt;

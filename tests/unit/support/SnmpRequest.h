@@ -16,7 +16,7 @@ public:
     SnmpRequest(const SnmpRequest&) = delete;
     SnmpRequest& operator=(const SnmpRequest&) = delete;
 
-    /// The value of a SET, as it lies in the varbind's buffer.
+    /// The value of a SET, as in the varbind's buffer.
     SnmpRequest& With(u_char type, const void* value, std::size_t length);
     SnmpRequest& WithOctets(const std::vector<u_char>& octets);
     SnmpRequest& WithInteger(long value);

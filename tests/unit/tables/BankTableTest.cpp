@@ -90,7 +90,7 @@ protected:
         return name;
     }
     static RealAgent::Binding Ask(Table table, oid column, oid row) { return {Cell(table, column, row), {}}; }
-    static RealAgent::Binding Put(oid row, long value, oid column = 3) {
+    static RealAgent::Binding NewState(oid row, long value, oid column = 3) {
         RealAgent::Value integer;
         integer.type = ASN_INTEGER;
         integer.integer = value;
@@ -294,9 +294,9 @@ TEST_P(BothTablesTest, WalkContinuesWhileTheBanksChange) {
 // --- sets ---
 
 TEST_F(TablesTest, SetOfOneEnergisesAndAnythingElseReleases) {
-    EXPECT_EQ(Set({Put(3, 1)}).error, SNMP_ERR_NOERROR);
-    EXPECT_EQ(Set({Put(1, 0)}).error, SNMP_ERR_NOERROR);
-    const auto answer = Set({Put(2, 5)});
+    EXPECT_EQ(Set({NewState(3, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_EQ(Set({NewState(1, 0)}).error, SNMP_ERR_NOERROR);
+    const auto answer = Set({NewState(2, 5)});
     EXPECT_EQ(answer.error, SNMP_ERR_NOERROR);
     EXPECT_THAT(answer.Text(), ElementsAre(Line(Table::kRelay, 3, 2, "5")));
     EXPECT_THAT(journal::All("call relay SetRelay"), ElementsAre("call relay SetRelay BNK2 1 1"));
@@ -305,14 +305,14 @@ TEST_F(TablesTest, SetOfOneEnergisesAndAnythingElseReleases) {
 }
 
 TEST_F(TablesTest, SetOfSeveralRowsDrivesTheLastOncePerRow) {
-    EXPECT_EQ(Set({Put(1, 0), Put(2, 0), Put(3, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_EQ(Set({NewState(1, 0), NewState(2, 0), NewState(3, 1)}).error, SNMP_ERR_NOERROR);
     EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK2 1 1", "call relay SetRelay BNK2 1 1",
                                       "call relay SetRelay BNK2 1 1"));
     EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kThree)));
 }
 
 TEST_F(TablesTest, SetOfOneRowTwiceIsCarriedOut) {
-    EXPECT_EQ(Set({Put(1, 0), Put(1, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_EQ(Set({NewState(1, 0), NewState(1, 1)}).error, SNMP_ERR_NOERROR);
     EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK1 0 1", "call relay SetRelay BNK1 0 1"));
     EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kThree)));
 }
@@ -321,7 +321,7 @@ TEST_F(TablesTest, WrongTypeIsRefused) {
     RealAgent::Value octets;
     octets.type = ASN_OCTET_STR;
     octets.octets = "1";
-    const auto answer = Set({Put(1, 1), {Cell(Table::kRelay, 3, 2), octets}});
+    const auto answer = Set({NewState(1, 1), {Cell(Table::kRelay, 3, 2), octets}});
     EXPECT_EQ(answer.error, SNMP_ERR_WRONGTYPE);
     EXPECT_EQ(answer.index, 2);
     EXPECT_THAT(Driven(), IsEmpty());
@@ -329,14 +329,14 @@ TEST_F(TablesTest, WrongTypeIsRefused) {
 
 TEST_F(TablesTest, OtherColumnsOfTheRelayTableAreNotWritable) {
     for (const oid column : {oid{1}, oid{2}}) {
-        EXPECT_EQ(Set({Put(1, 1, column)}).error, SNMP_ERR_NOTWRITABLE) << column;
+        EXPECT_EQ(Set({NewState(1, 1, column)}).error, SNMP_ERR_NOTWRITABLE) << column;
     }
     EXPECT_THAT(Driven(), IsEmpty());
 }
 
 TEST_F(TablesTest, MissingRelaysCannotBeCreated) {
     for (const oid row : {oid{0}, oid{4}, oid{0xFFFFFFFF}}) {
-        EXPECT_EQ(Set({Put(row, 1)}).error, SNMP_ERR_NOCREATION) << row;
+        EXPECT_EQ(Set({NewState(row, 1)}).error, SNMP_ERR_NOCREATION) << row;
     }
     EXPECT_THAT(Driven(), IsEmpty());
 }
@@ -344,10 +344,10 @@ TEST_F(TablesTest, MissingRelaysCannotBeCreated) {
 TEST_F(TablesTest, NoCellOfTheAlarmTableCanBeSetAndTheServiceIsNotAsked) {
     SetBanks(kOne);
     for (const oid column : {oid{1}, oid{2}, oid{3}}) {
-        auto put = Put(1, 1, column);
-        put.name = Cell(Table::kAlarm, column, 1);
+        auto binding = NewState(1, 1, column);
+        binding.name = Cell(Table::kAlarm, column, 1);
         journal::Clear();
-        EXPECT_THAT(Set({put}).error, AnyOf(SNMP_ERR_NOTWRITABLE, SNMP_ERR_GENERR));
+        EXPECT_THAT(Set({binding}).error, AnyOf(SNMP_ERR_NOTWRITABLE, SNMP_ERR_GENERR));
         EXPECT_THAT(journal::Calls(), IsEmpty());
     }
     EXPECT_THAT(Walk(Table::kAlarm), ElementsAreArray(Expected(Table::kAlarm, kOne)));
@@ -355,15 +355,15 @@ TEST_F(TablesTest, NoCellOfTheAlarmTableCanBeSetAndTheServiceIsNotAsked) {
 
 // The agent's table handlers would dereference a null pointer here.
 TEST_P(BothTablesTest, SetOfACellTogetherWithNamesOfNoColumnIsRefused) {
-    const auto put = [](std::vector<oid> behindTable) {
-        auto binding = Put(1, 1);
+    const auto named = [](std::vector<oid> behindTable) {
+        auto binding = NewState(1, 1);
         binding.name = Cell(GetParam(), 3, 1);
         binding.name.resize(binding.name.size() - 3);
         binding.name.insert(binding.name.end(), behindTable.begin(), behindTable.end());
         return binding;
     };
-    const auto cell = put({1, 3, 1});
-    for (const auto& other : {put({1, 0, 1}), put({1, 4, 1}), put({2, 3, 1}), put({1}), put({})}) {
+    const auto cell = named({1, 3, 1});
+    for (const auto& other : {named({1, 0, 1}), named({1, 4, 1}), named({2, 3, 1}), named({1}), named({})}) {
         for (const auto& bindings : {std::vector{cell, other}, std::vector{other, cell},
                                      std::vector{other, cell, other}, std::vector{other, other}, std::vector{other}}) {
             SCOPED_TRACE(other.Text());
@@ -374,7 +374,7 @@ TEST_P(BothTablesTest, SetOfACellTogetherWithNamesOfNoColumnIsRefused) {
         }
     }
     EXPECT_THAT(journal::Calls(), Not(Contains(AnyOf(HasSubstr(" Set"), HasSubstr(" Clear")))));
-    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_EQ(Set({NewState(1, 1)}).error, SNMP_ERR_NOERROR);
 }
 
 /// A handler between the table's front handler and the agent's table handlers; it records names that it gets.
@@ -406,16 +406,16 @@ std::vector<std::vector<oid>> Listener::s_received;
 // net-snmp 5.4 would dereference a null pointer here. Later agents refuse such a SET and ignore its other names: one
 // that is not writable does not change the answer.
 TEST_P(BothTablesTest, SetWithAnInvalidIndexNeverReachesTheAgentsTableHandlers) {
-    const auto put = [](std::vector<oid> index, oid column = 3) {
-        auto binding = Put(1, 1);
+    const auto named = [](std::vector<oid> index, oid column = 3) {
+        auto binding = NewState(1, 1);
         binding.name = Cell(GetParam(), column, 1);
         binding.name.pop_back();
         binding.name.insert(binding.name.end(), index.begin(), index.end());
         return binding;
     };
     const Listener listener(GetParam());
-    for (const auto& other : {put({}), put({77, 5}), put({1, 1}), put(std::vector<oid>(100, 1)), put({}, 1)}) {
-        for (const auto& good : {put({1}), put({1}, 1), put({99})}) {
+    for (const auto& other : {named({}), named({77, 5}), named({1, 1}), named(std::vector<oid>(100, 1)), named({}, 1)}) {
+        for (const auto& good : {named({1}), named({1}, 1), named({99})}) {
             for (const auto& bindings : {std::vector{good, other}, std::vector{other, good}, std::vector{other},
                                          std::vector{good, other, good}, std::vector{other, other}}) {
                 SCOPED_TRACE(ToText(other.name) + " and " + ToText(good.name));
@@ -426,7 +426,7 @@ TEST_P(BothTablesTest, SetWithAnInvalidIndexNeverReachesTheAgentsTableHandlers) 
         }
     }
     EXPECT_THAT(listener.Received(), IsEmpty());
-    Set({put({1})});
+    Set({named({1})});
     EXPECT_THAT(listener.Received(), Contains(Cell(GetParam(), 3, 1)));
     EXPECT_THAT(Driven(), testing::SizeIs(GetParam() == Table::kRelay ? 1 : 0));
 }
@@ -465,10 +465,10 @@ TEST_P(BothTablesTest, ReadsOfMissingCellsNeverReachTheAgentsTableHandlers) {
 
 TEST_F(TablesTest, FailedCommitIsReported) {
     Camera().failing = {"relay.SetRelay"};
-    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_GENERR);
+    EXPECT_EQ(Set({NewState(1, 1)}).error, SNMP_ERR_GENERR);
     Camera().failing.clear();
     EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kThree)));
-    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_EQ(Set({NewState(1, 1)}).error, SNMP_ERR_NOERROR);
 }
 
 // --- banks that change between the phases of a set ---
@@ -486,7 +486,7 @@ TEST_P(ChangingSetTest, SetDrivesTheRelayThatItsRowNamedOrNone) {
             Walk(Table::kRelay);
             journal::Clear();
             ChangeAtCount(GetParam(), banks);
-            const auto answer = Set({Put(row, 1)});
+            const auto answer = Set({NewState(row, 1)});
             EXPECT_NE(answer.error, -1);
             Camera().onCall = nullptr;
             const std::string before = row == 1 ? "BNK1 0" : "BNK2 1";
@@ -508,7 +508,7 @@ TEST_P(ChangingSetTest, SetOfSeveralRowsTouchesNoRowThatIsGone) {
         SetBanks(kThree);
         Walk(Table::kRelay);
         ChangeAtCount(GetParam(), banks);
-        EXPECT_NE(Set({Put(3, 1), Put(1, 0), Put(2, 1), Put(3, 0)}).error, -1);
+        EXPECT_NE(Set({NewState(3, 1), NewState(1, 0), NewState(2, 1), NewState(3, 0)}).error, -1);
         Camera().onCall = nullptr;
         EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, banks)));
         EXPECT_THAT(Walk(Table::kRelay, 6), ElementsAreArray(Expected(Table::kRelay, banks)));
@@ -520,10 +520,10 @@ TEST_P(ChangingSetTest, NextSetFindsTheNewRows) {
         SetBanks(kThree);
         Walk(Table::kRelay);
         ChangeAtCount(GetParam(), banks);
-        Set({Put(2, 1)});
+        Set({NewState(2, 1)});
         Camera().onCall = nullptr;
         journal::Clear();
-        EXPECT_EQ(Set({Put(1, 1)}).error, banks.empty() ? SNMP_ERR_NOCREATION : SNMP_ERR_NOERROR);
+        EXPECT_EQ(Set({NewState(1, 1)}).error, banks.empty() ? SNMP_ERR_NOCREATION : SNMP_ERR_NOERROR);
         EXPECT_EQ(Driven(), banks.empty() ? Lines{} : Lines{"call relay SetRelay " + banks[0].first + " 0 1"});
     }
 }
@@ -534,7 +534,7 @@ TEST_P(ChangingSetTest, FailedCommitTouchesNoRowThatIsGone) {
         Walk(Table::kRelay);
         Camera().failing = {"relay.SetRelay"};
         ChangeAtCount(GetParam(), banks);
-        EXPECT_NE(Set({Put(1, 1), Put(2, 1)}).error, -1);
+        EXPECT_NE(Set({NewState(1, 1), NewState(2, 1)}).error, -1);
         Camera().onCall = nullptr;
         Camera().failing.clear();
         EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, banks)));
@@ -543,7 +543,7 @@ TEST_P(ChangingSetTest, FailedCommitTouchesNoRowThatIsGone) {
 
 TEST_F(TablesTest, HandlersCalledWithoutTheAgentAfterARequestDoAllTheirStepsThemselves) {
     Walk(Table::kAlarm);
-    Set({Put(1, 1)});
+    Set({NewState(1, 1)});
     const std::pair<Netsnmp_Node_Handler*, const char*> handlers[] = {
         {&OrvexSnmpAlarm::handle_alarmStates, "alarm GetAlarmCount"},
         {&OrvexSnmpRelay::handle_relayStates, "relay GetRelayCount"}};
@@ -560,7 +560,7 @@ TEST_F(TablesTest, HandlersCalledWithoutTheAgentAfterARequestDoAllTheirStepsThem
 }
 
 TEST_F(TablesTest, TableThatIsRebuiltBetweenRequestsIsServedAtOnce) {
-    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_EQ(Set({NewState(1, 1)}).error, SNMP_ERR_NOERROR);
     SetBanks({{"Other", {true, true, true}}});  // the same number of rows: a request would not notice
     EXPECT_EQ(_relay->init_relayTable(true), 0);
     EXPECT_EQ(_alarm->init_alarmTable(true), 0);
@@ -582,7 +582,7 @@ public:
     Spoiler(const Spoiler&) = delete;
     Spoiler& operator=(const Spoiler&) = delete;
 
-    static RealAgent::Binding Put() {
+    static RealAgent::Binding NewBinding() {
         RealAgent::Value one;
         one.type = ASN_INTEGER;
         one.integer = 1;
@@ -613,7 +613,7 @@ TEST_F(TablesTest, SetThatFailsElsewhereIsUndoneWhateverChangesMeanwhile) {
                 SetBanks(kThree);
                 Walk(Table::kRelay);
                 ChangeAtCount(nth, banks);
-                EXPECT_NE(Set({Put(1, 1), Spoiler::Put(), Put(3, 0)}).error, SNMP_ERR_NOERROR);
+                EXPECT_NE(Set({NewState(1, 1), Spoiler::NewBinding(), NewState(3, 0)}).error, SNMP_ERR_NOERROR);
                 Camera().onCall = nullptr;
                 SetBanks(banks);
                 EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, banks)));
@@ -624,7 +624,7 @@ TEST_F(TablesTest, SetThatFailsElsewhereIsUndoneWhateverChangesMeanwhile) {
 
 TEST_F(TablesTest, UndoneSetDrivesNothing) {
     const Spoiler spoiler(MODE_SET_ACTION);
-    EXPECT_NE(Set({Put(1, 1), Spoiler::Put()}).error, SNMP_ERR_NOERROR);
+    EXPECT_NE(Set({NewState(1, 1), Spoiler::NewBinding()}).error, SNMP_ERR_NOERROR);
     EXPECT_THAT(Driven(), IsEmpty());
     EXPECT_THAT(journal::Logged(6), Contains("handle_relayStates: newRelayState in MODE_SET_UNDO is 1"));
     EXPECT_THAT(Walk(Table::kRelay), ElementsAreArray(Expected(Table::kRelay, kThree)));
@@ -642,7 +642,7 @@ protected:
             if (++*phase == nth) SetBanks(kOne);
             if (*phase == back) SetBanks(kThree);
         };
-        auto answer = Set({Put(3, 1)});
+        auto answer = Set({NewState(3, 1)});
         Camera().onCall = nullptr;
         return answer;
     }
@@ -673,19 +673,19 @@ TEST_F(GoneRowTest, ASetWhoseRowIsBackAtTheCommitFailsAllTheSame) {
 
 TEST_F(GoneRowTest, ASetAfterAFailedRefreshIsRefusedUntilTheServiceAnswers) {
     Camera().failing = {"relay.GetRelayCount", "relay.GetBankNames", "relay.SetRelay"};
-    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_GENERR);
-    const auto answer = Set({Put(2, 1), Put(1, 1)});
+    EXPECT_EQ(Set({NewState(1, 1)}).error, SNMP_ERR_GENERR);
+    const auto answer = Set({NewState(2, 1), NewState(1, 1)});
     EXPECT_EQ(answer.error, SNMP_ERR_NOCREATION);
     EXPECT_EQ(answer.index, 1);
     EXPECT_THAT(Driven(), IsEmpty());
     Camera().failing.clear();
-    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_EQ(Set({NewState(1, 1)}).error, SNMP_ERR_NOERROR);
     EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK1 0 1"));
 }
 
 TEST_F(GoneRowTest, TheNextSetIsCarriedOut) {
     SetWhileGone(kPhases);
-    EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_EQ(Set({NewState(1, 1)}).error, SNMP_ERR_NOERROR);
     EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay North 0 1"));
 }
 
@@ -761,7 +761,7 @@ TEST_P(AbsurdTest, ServicesThatReturnPossibleValuesAgainAreServedAgain) {
 TEST_F(TablesTest, ASetWithAnAbsurdServiceDrivesTheRelayThatTheRowNames) {
     Camera().relays.bankCount["BNK1"] = 2147483647;
     Camera().relays.total = 3;
-    EXPECT_EQ(Set({Put(3, 1)}).error, SNMP_ERR_NOERROR);
+    EXPECT_EQ(Set({NewState(3, 1)}).error, SNMP_ERR_NOERROR);
     EXPECT_THAT(Driven(), ElementsAre("call relay SetRelay BNK2 1 1"));
 }
 
@@ -786,7 +786,7 @@ TEST_F(TablesTest, EachRequestBeginsOnce) {
     SetGuardedBus(&_bus);
     Get({Ask(Table::kAlarm, 1, 1), Ask(Table::kRelay, 1, 1), Ask(Table::kRelay, 3, 2)});
     EXPECT_EQ(Camera().begun.size(), 1u);
-    Set({Put(1, 1), Put(2, 0)});
+    Set({NewState(1, 1), NewState(2, 0)});
     EXPECT_EQ(Camera().begun.size(), 2u);
     Walk(Table::kRelay, 50);
     EXPECT_EQ(Camera().begun.size(), 3u);
@@ -802,7 +802,7 @@ TEST_F(TablesTest, TablesDisappearAndReturnWithTheirProviders) {
         EXPECT_THAT(Walk(Table::kAlarm), IsEmpty());
         Start(i % 2 == 0 ? kFive : kThree);
         EXPECT_THAT(Walk(Table::kAlarm), ElementsAreArray(Expected(Table::kAlarm, Camera().alarms.banks)));
-        EXPECT_EQ(Set({Put(1, 1)}).error, SNMP_ERR_NOERROR);
+        EXPECT_EQ(Set({NewState(1, 1)}).error, SNMP_ERR_NOERROR);
     }
 }
 
@@ -850,7 +850,7 @@ TEST_F(TablesTest, AnyRequestsWhileAnythingChangesAtAnyTime) {
         const int command = std::array{SNMP_MSG_GET, SNMP_MSG_GETNEXT, SNMP_MSG_GETBULK, SNMP_MSG_SET}[below(4)];
         for (unsigned n = 1 + below(4); n > 0; --n) {
             const auto table = below(2) == 0 && command != SNMP_MSG_SET ? Table::kAlarm : Table::kRelay;
-            bindings.push_back(command == SNMP_MSG_SET ? Put(1 + below(4), static_cast<long>(below(2)))
+            bindings.push_back(command == SNMP_MSG_SET ? NewState(1 + below(4), static_cast<long>(below(2)))
                                                        : Ask(table, below(5), below(6)));
         }
         EXPECT_NE(_agent.Send(command, bindings, 1 + below(8)).error, -1);
@@ -886,7 +886,7 @@ TEST_F(TablesTest, UnregisteredTablesAreGoneAndServeAgainOnceTheyAreBuilt) {
         for (const auto table : {Table::kAlarm, Table::kRelay}) {
             EXPECT_THAT(Get({Ask(table, 1, 1)}).Text(), ElementsAre(Line(table, 1, 1, i % 2 == 0 ? "North" : "BNK1")));
         }
-        EXPECT_EQ(Set({Put(1, 0)}).error, SNMP_ERR_NOERROR);
+        EXPECT_EQ(Set({NewState(1, 0)}).error, SNMP_ERR_NOERROR);
     }
 }
 

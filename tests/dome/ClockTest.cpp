@@ -91,7 +91,7 @@ TEST_F(DeskClock, StepsAMoveByTheSecond) {
     EXPECT_EQ(desk.State()["pan"]["position"], 0);
     desk.Control({"clock", "step", "1"});
     json state = desk.State();
-    // It takes 0.2 s to the full speed of 120000 a second and 12000 by then, plus 96000 in the next 0.8 s.
+    // The 0.2 s to the full speed of 120000 a second cover 12000, the next 0.8 s cover 96000.
     const int second = state["pan"]["position"];
     EXPECT_NEAR(second, 108000, 100);
     EXPECT_EQ(state["pan"]["velocity"], 1);

@@ -78,7 +78,7 @@ TEST_F(MainTest, RefusesASecondInstanceAndKeepsTheFirst) {
 TEST_F(MainTest, DestructionLeavesTheInstancePointerAndWhatItHasMade) {
     auto* const instance = new OrvexSnmpMain();
     journal::Clear();
-    // Destroyed only; its memory stays valid until the checks below are done.
+    // Only the destructor: the memory is freed below, after the checks.
     instance->~OrvexSnmpMain();
     EXPECT_EQ(OrvexSnmpMain::GetInstance(), instance);
     EXPECT_NE(OrvexSnmpDevice::GetInstance(), nullptr);

@@ -21,7 +21,7 @@ using Lines = std::vector<std::string>;
 void Add(const std::string& line);
 void Clear();
 
-/// Calls `watcher` for every line from now on, on the thread that has just added it. A test can so check the module in
+/// Calls `watcher` for every line from now on, on the thread that has just added it. So a test can check the module in
 /// the middle of its work, or throw into it. An empty function ends it, and so does ResetCamera.
 void Watch(std::function<void(const std::string& line)> watcher);
 
@@ -47,7 +47,7 @@ inline std::string Text(bool value) {
     return value ? "true" : "false";
 }
 
-/// Writes doubles with as few digits as reading back the same number takes.
+/// Writes a double with the fewest digits that read back to the same number.
 template <class Number, class = std::enable_if_t<std::is_arithmetic_v<Number>>>
 std::string Text(Number value) {
     char text[64];

@@ -414,7 +414,8 @@ TEST_P(BothTablesTest, SetWithAnInvalidIndexNeverReachesTheAgentsTableHandlers) 
         return binding;
     };
     const Listener listener(GetParam());
-    for (const auto& other : {named({}), named({77, 5}), named({1, 1}), named(std::vector<oid>(100, 1)), named({}, 1)}) {
+    for (const auto& other :
+         {named({}), named({77, 5}), named({1, 1}), named(std::vector<oid>(100, 1)), named({}, 1)}) {
         for (const auto& good : {named({1}), named({1}, 1), named({99})}) {
             for (const auto& bindings : {std::vector{good, other}, std::vector{other, good}, std::vector{other},
                                          std::vector{good, other, good}, std::vector{other, other}}) {

@@ -157,7 +157,7 @@ def test_true_north_takes_what_the_capabilities_say(manager):
 
 @pytest.mark.parametrize("column", ["relayBankName", "relayNumber"])
 def test_relay_columns_refuse_as_the_capabilities_say(manager, column):
-    assert "another type than INTEGER is answered wrongType, not notWritable" in variations()[column]
+    assert "Refuses a type other than INTEGER with wrongType, not notWritable." in variations()[column]
     (oid,) = [f"{thing.oid}.1" for thing in mibs.objects() if thing.name == column]
     assert manager.set_integer(oid, 5).error_status == ber.NOT_WRITABLE
     assert manager.set_octets(oid, b"5").error_status == ber.WRONG_TYPE

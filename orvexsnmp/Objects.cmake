@@ -1,4 +1,4 @@
-# orvex_objects(WHAT FILE...): runs objects.py now, and configures again when a file that it reads has changed.
+# orvex_objects(WHAT FILE...): runs objects.py now, and makes CMake configure again when a file that it reads changes.
 find_package(Python3 3.11 REQUIRED COMPONENTS Interpreter)
 set(ORVEX_OBJECTS ${CMAKE_CURRENT_LIST_DIR}/objects.py)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${ORVEX_OBJECTS} ${CMAKE_CURRENT_LIST_DIR}/objects.toml)

@@ -16,7 +16,7 @@ struct Free {
     void operator()(char* text) const { std::free(text); }
 };
 
-// For levels that the caller chooses; the logger's operations have a fixed level each.
+// For levels that the caller chooses; each logger operation has a fixed level.
 void Log(const Logger& logger, LogLevel level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
 void Log(const Logger& logger, LogLevel level, const char* format, ...) {

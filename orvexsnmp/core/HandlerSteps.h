@@ -9,11 +9,11 @@
 #include "core/NetSnmp.h"
 #include "tavos/core/Logger.h"
 
-/// The steps that the handlers share. All of them run on the agent's thread, and all take the handler's name, with
-/// which every log line begins.
+/// Steps that the handlers share. All run on the agent's thread. `name` is the handler's name; every log line begins
+/// with it.
 
-/// The first N octets of a value's buffer, whatever its BER type; octets that the value lacks are 0. An INTEGER's
-/// buffer is a native long. See docs/contract.md, any-type-taken and docs/contract.md, missing-octets-0.
+/// The first N octets of a value's buffer, whatever its BER type; missing octets are 0. An INTEGER's buffer is a native
+/// long. See docs/contract.md, any-type-taken and docs/contract.md, missing-octets-0.
 template <std::size_t N>
 std::array<std::uint8_t, N> ReadOctets(const netsnmp_variable_list& variable) {
     std::array<std::uint8_t, N> octets{};
@@ -24,7 +24,7 @@ std::array<std::uint8_t, N> ReadOctets(const netsnmp_variable_list& variable) {
     return octets;
 }
 
-/// The low 32 bits of an INTEGER's value; octets that the value lacks are 0.
+/// The low 32 bits of an INTEGER's value; missing octets are 0.
 std::int32_t ReadInteger(const netsnmp_variable_list& variable);
 
 /// Sets the first request's variable to an INTEGER of sizeof(Value) bytes.
@@ -41,24 +41,24 @@ void AnswerOctets(netsnmp_request_info* requests, const std::array<std::uint8_t,
     AnswerOctets(requests, octets.data(), N);
 }
 
-/// Logs the end of the range that the first request asks for: the end of the registered subtree on GETNEXT and
-/// GETBULK, an empty text on GET and SET. It is not the variable's name. `end` is what the line ends with.
+/// Logs the end of the first request's range, not the variable's name: the end of the registered subtree for GETNEXT
+/// and GETBULK, an empty text for GET and SET. `end` is appended to the line.
 void LogReceivedOid(const tavos::core::Logger& logger, tavos::core::LogLevel level, const char* name,
                     const netsnmp_request_info* requests, const char* end = "");
 
-/// The entry of a handler that only answers reads: logs the entry, refuses every mode but GET and GETNEXT with an
-/// Error line, logs the range end. False: the handler returns SNMP_ERR_GENERR at once.
+/// Begins a read-only handler: logs the entry, refuses every mode except GET and GETNEXT with an Error line, logs the
+/// range end. If it returns false, the handler returns SNMP_ERR_GENERR at once.
 bool BeginRead(const tavos::core::Logger& logger, const char* name, const netsnmp_agent_request_info* info,
                const netsnmp_request_info* requests, tavos::core::LogLevel entryLevel = tavos::core::kTrace,
                tavos::core::LogLevel oidLevel = tavos::core::kDebug);
 
 bool IsReadMode(const netsnmp_agent_request_info* info);
 
-/// The Error line for a mode that a handler does not know; returns SNMP_ERR_GENERR.
+/// Logs the Error line for an unknown mode; returns SNMP_ERR_GENERR.
 int UnknownMode(const tavos::core::Logger& logger, const char* name, const netsnmp_agent_request_info* info);
 
-/// A whole handler: answers reads with a constant of Value's width and refuses everything else. `line`, if there is
-/// one, is the whole Information line, no format; `done` is the level of the exit's line.
+/// A whole handler: answers reads with a constant of Value's width and refuses all other modes. `line`, if not null, is
+/// the whole Information line, not a format. `done` is the level of the exit line.
 template <class Value>
 int AnswerConstant(const tavos::core::Logger& logger, const char* name, const netsnmp_agent_request_info* info,
                    netsnmp_request_info* requests, Value value, const char* line, u_char type,
@@ -70,7 +70,7 @@ int AnswerConstant(const tavos::core::Logger& logger, const char* name, const ne
     return SNMP_ERR_NOERROR;
 }
 
-/// "TRUE" or "FALSE", as the log lines write a truth value.
+/// "TRUE" or "FALSE", for the log lines.
 inline const char* TruthWord(bool value) {
     return value ? "TRUE" : "FALSE";
 }

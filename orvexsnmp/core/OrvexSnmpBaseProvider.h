@@ -8,8 +8,8 @@
 #include "tavos/core/Logger.h"
 #include "tavos/osa/Exception.h"
 
-/// Base of every provider class T (CRTP): the one instance per class, the logger, and the trap. Create and destroy
-/// providers on the agent's thread, while it serves no request.
+/// Base of every provider class T (CRTP): the single instance of the class, the logger, and the trap. Create and
+/// destroy providers on the agent's thread, between requests.
 template <class T>
 class OrvexSnmpBaseProvider {
 public:
@@ -21,11 +21,12 @@ public:
         s_instance = nullptr;
     }
 
-    /// Any thread. Builds the SNMPv2 trap `trapOid` (a length in sub-identifiers) and hands it to the trap queue.
-    /// Its one object has the trap's OID as its name; a Gauge32 with the 32 bits of `value`.
+    /// Any thread. Builds the SNMPv2 trap `trapOid` and adds it to the trap queue. `trapOidLength` counts
+    /// sub-identifiers. The trap's one object has the trap's OID as its name; its value is a Gauge32 with the 32 bits
+    /// of `value`.
     virtual void SendTrap(const oid* trapOid, std::size_t trapOidLength, int value);
 
-    /// Null before the instance is constructed; never creates one.
+    /// Null before the instance is constructed. Never creates one.
     static T* GetInstance() { return static_cast<T*>(s_instance); }
 
     const tavos::core::Logger& GetLogger() const { return *_logger; }

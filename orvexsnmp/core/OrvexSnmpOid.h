@@ -4,8 +4,8 @@
 
 #include "core/NetSnmp.h"
 
-/// The OIDs of everything that the module serves or sends, and an OID's text. An array's length is its number of
-/// sub-identifiers. The arrays of scalars include the instance, as managers use them.
+/// The OIDs that the module serves or sends, and the text form of an OID. An array's length is its number of
+/// sub-identifiers. The arrays of scalars include the instance.
 class OrvexSnmpOid {
 public:
     OrvexSnmpOid() = default;
@@ -17,9 +17,9 @@ public:
     OrvexSnmpOid& operator=(const OrvexSnmpOid&) = delete;
 
     /// The OID as dotted text with a leading dot, at most 255 characters; empty for a length of 0 or less. If `*out` is
-    /// null, the function mallocs length * 11 + 1 bytes, cuts the text to that, and the caller frees them. Otherwise
-    /// `*out` must have room for the whole text and its NUL; 256 bytes are always enough. Returns `*out`. Prints
-    /// sub-identifiers as signed 32-bit numbers, at most 12 characters each with the dot.
+    /// null, mallocs length * 11 + 1 bytes and truncates the text to them; the caller frees them. Otherwise `*out` must
+    /// have room for the whole text and its NUL; 256 bytes are always enough. Returns `*out`. Prints sub-identifiers as
+    /// signed 32-bit numbers, at most 12 characters each with the dot.
     static char* OidString(const oid* name, std::int32_t length, char** out);
 
     // One oid_NAME for each object of objects.toml.

@@ -15,18 +15,18 @@ using tavos::osa::kWaitForever;
 
 namespace {
 
-/// Max. queued traps: one byte each in the pipe, and 4096 is a pipe's min. size. A queued trap takes about 2.4 kB,
-/// which the process does not give back. An event that still waits in the bus takes a quarter of that. See
+/// Max queued traps: each takes one byte of the pipe, and 4096 is a pipe's min size. A queued trap takes about 2.4 kB,
+/// which the process does not return to the system. An event that waits in the bus takes a quarter of that. See
 /// docs/contract.md, bounded-traps.
 constexpr int kMaxWaiting = 4096;
 
-/// Holds a mutex and releases it on an exception, too.
-class Held {
+/// Holds a mutex; releases it also on an exception.
+class LockGuard {
 public:
-    explicit Held(tavos::osa::Mutex& mutex) : _mutex(mutex) { _mutex.Lock(kWaitForever); }
-    ~Held() { _mutex.Release(); }
-    Held(const Held&) = delete;
-    Held& operator=(const Held&) = delete;
+    explicit LockGuard(tavos::osa::Mutex& mutex) : _mutex(mutex) { _mutex.Lock(kWaitForever); }
+    ~LockGuard() { _mutex.Release(); }
+    LockGuard(const LockGuard&) = delete;
+    LockGuard& operator=(const LockGuard&) = delete;
 
 private:
     tavos::osa::Mutex& _mutex;
@@ -72,7 +72,7 @@ void OrvexSnmpTrapSend::WatchPipe() {
     if (!isWatched) {
         _logger->Error("%s: Couldn't register the callback function for sending traps!", "OrvexSnmpTrapSend");
     }
-    const Held held(_mutex);
+    const LockGuard held(_mutex);
     _isWatched = isWatched;
     for (; _isWatched && _unwritten > 0; --_unwritten) static_cast<void>(!write(_writeDescriptor, "1", 1));
 }
@@ -112,7 +112,7 @@ void OrvexSnmpTrapSend::RenewPipe() {
 int OrvexSnmpTrapSend::send_v2trap(netsnmp_variable_list* list) {
     _logger->Trace("%s: enter...", "send_v2trap");
     const int descriptor = Keep(list);
-    // Write without the lock: on a full pipe the agent's thread must still be able to empty it.
+    // Write without the lock: the agent's thread needs the lock to empty a full pipe.
     const char byte = '1';
     while (write(descriptor, &byte, 1) == -1 && errno == EINTR) {
     }
@@ -121,7 +121,7 @@ int OrvexSnmpTrapSend::send_v2trap(netsnmp_variable_list* list) {
 }
 
 int OrvexSnmpTrapSend::Keep(netsnmp_variable_list* list) {
-    const Held held(_mutex);
+    const LockGuard held(_mutex);
     // Without a pipe that the agent watches nothing wakes its thread, and nothing limits the queue.
     const bool full = !_isWatched && _queue.size() >= std::size_t{kMaxWaiting};
     try {
@@ -160,7 +160,7 @@ void OrvexSnmpTrapSend::TakeByte() const {
 void OrvexSnmpTrapSend::CallSnmpSendTrap() {
     _logger->Trace("%s: enter...", "CallSnmpSendTrap");
     {
-        const Held held(_mutex);
+        const LockGuard held(_mutex);
         while (!_queue.empty()) {
             if (_unwritten > 0) {
                 --_unwritten;
@@ -184,7 +184,7 @@ void OrvexSnmpTrapSend::Suspend() {
 
 void OrvexSnmpTrapSend::Resume() {
     {
-        const Held held(_mutex);
+        const LockGuard held(_mutex);
         if (_readDescriptor == -1) OpenPipe();
     }
     WatchPipe();

@@ -6,25 +6,26 @@
 #include "tavos/core/Logger.h"
 #include "tavos/osa/Mutex.h"
 
-/// Carries traps from the platform's event threads to the agent's thread, which alone may send them. A locked queue,
-/// and a pipe with one byte for each queued trap; the agent's main loop watches the pipe's read end.
+/// Passes traps from the platform's event threads to the agent's thread, the only thread that may send them. It has a
+/// queue with a mutex, and a pipe with one byte for each queued trap. The agent's main loop watches the pipe's read
+/// end.
 class OrvexSnmpTrapSend {
 public:
     /// Agent's thread. Ends the process when an instance already exists.
     OrvexSnmpTrapSend();
-    /// Agent's thread. Frees the traps that were not sent. Does not reset the instance pointer (see ForgetInstance).
+    /// Agent's thread. Frees the unsent traps. Does not reset the instance pointer (see ForgetInstance).
     virtual ~OrvexSnmpTrapSend();
     OrvexSnmpTrapSend(const OrvexSnmpTrapSend&) = delete;
     OrvexSnmpTrapSend& operator=(const OrvexSnmpTrapSend&) = delete;
 
     static OrvexSnmpTrapSend* GetInstance() { return s_instance; }
 
-    /// Call it after the destructor, before creating another instance. Nothing in the module destroys the queue.
+    /// Call it after the destructor and before the next instance is created. Nothing in the module destroys the queue.
     static void ForgetInstance() { s_instance = nullptr; }
 
-    /// Any thread. Takes ownership of a finished variable list, snmpTrapOID.0 first. Traps are sent in the order of
-    /// these calls. Always returns 0. Blocks while the pipe is full, that is, while 4096 traps wait. Drops the trap
-    /// when memory runs out, and when 4096 traps wait and no main loop watches a pipe.
+    /// Any thread. Takes ownership of a complete variable list, snmpTrapOID.0 first. Traps are sent in the order of
+    /// these calls. Always returns 0. Blocks while the pipe is full: while 4096 traps wait. Drops the trap if memory
+    /// runs out, or if 4096 traps wait and no main loop watches a pipe.
     int send_v2trap(netsnmp_variable_list* list);
 
     /// Agent's thread: the main loop's callback for the read descriptor.
@@ -33,8 +34,8 @@ public:
     /// Agent's thread: sends and frees everything that is queued.
     void CallSnmpSendTrap();
 
-    /// Agent's thread, when the module is unloaded: sends what is queued and leaves the main loop. Later traps wait for
-    /// Resume.
+    /// Agent's thread, when the module is unloaded: sends the queued traps and leaves the main loop. Later traps wait
+    /// for Resume.
     void Suspend();
 
     /// Agent's thread: joins the main loop again; creates the pipe if there is none.
@@ -50,9 +51,9 @@ private:
     /// Takes the byte of one queued trap from the pipe.
     void TakeByte() const;
 
-    /// Runs in a forked child; the agent is one when it runs as a daemon. Creates a new pipe, with a byte for each
-    /// inherited trap. The parent's event thread may still write into the shared pipe before the parent ends; the child
-    /// could never match those bytes to traps.
+    /// Runs in a forked child, such as an agent that runs as a daemon. Creates a new pipe with one byte for each
+    /// inherited trap. The parent's event thread may still write into the old, shared pipe until the parent ends: the
+    /// child could not match those bytes to traps.
     void RenewPipe();
 
     static OrvexSnmpTrapSend* s_instance;

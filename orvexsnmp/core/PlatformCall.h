@@ -2,11 +2,11 @@
 
 #include "tavos/core/Logger.h"
 
-/// How every provider wraps an operation of a platform service: traces entry and exit with the wrapper's name, and
-/// turns every exception of any type into one Error line and the result -1. `body` makes the call, logs the success
-/// line and stores what it read last. So a wrapper that returns -1 has not changed its output arguments.
+/// The providers' wrappers of platform service operations. They trace entry and exit with the wrapper's name, and turn
+/// an exception of any type into one Error line and the result -1. `body` makes the call, logs the success line, and
+/// then stores the value that it read. So a wrapper that returns -1 has not changed its output arguments.
 
-/// Only the call itself. `failure` is the whole Error line, no format.
+/// Only the call. `failure` is the whole Error line, not a format.
 template <class Body>
 int CaughtCall(const tavos::core::Logger& logger, const char* failure, Body&& body) {
     try {
@@ -18,7 +18,7 @@ int CaughtCall(const tavos::core::Logger& logger, const char* failure, Body&& bo
     }
 }
 
-/// The part after the entry trace, for wrappers that refuse some arguments before they call.
+/// The wrapper without the entry trace, for wrappers that refuse some arguments before the call.
 template <class Body>
 int GuardedCall(const tavos::core::Logger& logger, const char* name, const char* failure, Body&& body) {
     const int result = CaughtCall(logger, failure, body);
@@ -33,7 +33,7 @@ int PlatformCall(const tavos::core::Logger& logger, const char* name, const char
     return GuardedCall(logger, name, failure, body);
 }
 
-/// The whole wrapper of an operation that reads one value: `read` makes the call, `line` logs what it has read.
+/// The whole wrapper of an operation that reads one value: `read` makes the call, `line` logs the value.
 template <class Value, class Read, class Line>
 int PlatformRead(const tavos::core::Logger& logger, const char* name, const char* failure, Value& value, Read&& read,
                  Line&& line) {

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string>
 
-/// `text` without the leading and trailing characters that are in `characters`.
+/// `text` without leading and trailing characters of the set `characters`.
 std::string trim(const std::string& text, const std::string& characters);
 
-/// The two bytes of `value` in the other order.
+/// `value` with its two bytes swapped.
 std::uint16_t ushort_swap_endian(std::uint16_t value);

@@ -9,7 +9,7 @@
 
 namespace {
 
-// What a text object answers when its text is empty. Fixed: docs/contract.md, missing-texts.
+// How a text object answers if its text is empty. Fixed: docs/contract.md, missing-texts.
 struct EmptyRule {
     bool tested;             // an empty text logs an Error line
     const char* substitute;  // sent instead of an empty text; null: sends the empty text
@@ -22,7 +22,7 @@ constexpr EmptyRule SentAs(const char* substitute) {
     return {true, substitute};
 }
 
-// The entry of all twelve handlers: false when the mode is not GET.
+// The entry of all twelve handlers: false if the mode is not GET.
 bool Begin(const char* name, const netsnmp_agent_request_info* info, const netsnmp_request_info* requests) {
     const auto& logger = *OrvexSnmpMain::GetLogger();
     LogReceivedOid(logger, tavos::core::kDebug, name, requests, "\n");
@@ -48,7 +48,7 @@ int AnswerText(const char* name, const netsnmp_agent_request_info* info, netsnmp
     return SNMP_ERR_NOERROR;
 }
 
-// The handlers of constants; `line`, if there is one, is the whole Information line, no format.
+// The handlers of constants. `line`, if not null, is the whole Information line, not a format.
 int AnswerIdentity(const char* name, const netsnmp_agent_request_info* info, netsnmp_request_info* requests, int value,
                    const char* line) {
     if (!Begin(name, info, requests)) return SNMP_ERR_GENERR;

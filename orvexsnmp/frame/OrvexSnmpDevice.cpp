@@ -40,7 +40,7 @@ constexpr auto kFailed = "ERROR";
 constexpr auto kModelNameKey = "[Device/ReadOnly]ProductFamily";
 constexpr auto kManufacturerKey = "[Device/ReadOnly]Manufacturer";
 
-bool IsLost(const std::string& text) {
+bool IsMissing(const std::string& text) {
     return text.empty() || text == kFailed;
 }
 
@@ -77,7 +77,7 @@ OrvexSnmpDevice::~OrvexSnmpDevice() {
 }
 
 void OrvexSnmpDevice::CreateProviders() {
-    // Each provider is reached through its GetInstance from here on.
+    // From now on each provider's GetInstance returns it.
     new OrvexSnmpTemp(_bus);
     new OrvexSnmpAlarm(_bus);
     new OrvexSnmpRelay(_bus);
@@ -96,9 +96,9 @@ void OrvexSnmpDevice::CreateProviders() {
 void OrvexSnmpDevice::Reload() {
     const auto before = std::make_tuple(_modelNumber, _serialNumber, _assyId, _assyVer);
     LoadModelInfo();
-    if (IsLost(_modelNumber)) _modelNumber = std::get<0>(before);
-    if (IsLost(_serialNumber)) _serialNumber = std::get<1>(before);
-    if (IsLost(_assyId)) std::tie(std::ignore, std::ignore, _assyId, _assyVer) = before;
+    if (IsMissing(_modelNumber)) _modelNumber = std::get<0>(before);
+    if (IsMissing(_serialNumber)) _serialNumber = std::get<1>(before);
+    if (IsMissing(_assyId)) std::tie(std::ignore, std::ignore, _assyId, _assyVer) = before;
     LoadFwVersion();
     LoadHwVersion();
     ReloadSettings();
@@ -116,8 +116,7 @@ void OrvexSnmpDevice::ReloadSettings() {
     } catch (...) {
         reason = "unknown exception";
     }
-    // Apply the logging setup of a start. It must come before the log line: a configuration that failed leaves no
-    // appender.
+    // Apply the logging setup of a start. It must come before the log line: a failed configuration leaves no appender.
     ApplyFixedLogging();
     if (!reason.empty()) {
         _logger->Error("%s: the configuration stays as it was: %s", "OrvexSnmpDevice", reason.c_str());
@@ -149,7 +148,7 @@ void OrvexSnmpDevice::LoadModelInfo() {
     const std::string assembly = myname("w");
     const auto split = assembly.find('-');
     _assyId = assembly.substr(0, split);
-    // Without a "-" both are the whole text, since npos + 1 is 0. Fixed: docs/contract.md, assembly-without-dash.
+    // Without a "-" both are the whole text, because npos + 1 is 0. Fixed: docs/contract.md, assembly-without-dash.
     _assyVer = assembly.substr(split + 1);
     _logger->Debug("%s: Read Assembly ID %s", kName, _assyId.c_str());
     _logger->Debug("%s: Read Assembly Version %s", kName, _assyVer.c_str());

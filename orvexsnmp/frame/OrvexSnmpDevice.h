@@ -6,25 +6,25 @@
 #include "tavos/msgbus/MsgBus.h"
 #include "tavos/settings/TavosSettingsClient.h"
 
-/// The camera's identity, read at start-up and at each reload from the identity command, the version file and the
+/// The camera's identity, read at the start and at each reload from the identity command, the version file and the
 /// settings store. Owns the message bus and creates every provider. Agent's thread only.
 class OrvexSnmpDevice {
 public:
-    /// Throws tavos::osa::Exception for a second instance and when the settings store cannot be read. Passes on what a
-    /// provider's constructor throws.
+    /// Throws tavos::osa::Exception for a second instance or if the settings store cannot be read, and any exception of
+    /// a provider's constructor.
     OrvexSnmpDevice();
-    /// Does not reset the instance pointer (see ForgetInstance). The providers must be destroyed before.
+    /// Does not reset the instance pointer (see ForgetInstance). Destroy the providers first.
     virtual ~OrvexSnmpDevice();
     OrvexSnmpDevice(const OrvexSnmpDevice&) = delete;
     OrvexSnmpDevice& operator=(const OrvexSnmpDevice&) = delete;
 
     static OrvexSnmpDevice* GetInstance() { return s_instance; }
 
-    /// Call it after the destructor, before creating another instance. Nothing in the module destroys the device.
+    /// Call it after the destructor and before the next instance is created. Nothing in the module destroys the device.
     static void ForgetInstance() { s_instance = nullptr; }
 
-    /// Reads identity and configuration again. Keeps the old text or configuration when the new one cannot be read or
-    /// applied; one Error line gives the reason for a configuration.
+    /// Reads identity and configuration again. Keeps an old text or configuration if the new one cannot be read or
+    /// applied. For a configuration, one Error line gives the reason.
     void Reload();
 
     std::string GetModelName() const { return _modelName; }
@@ -47,7 +47,7 @@ private:
     void ReloadSettings();
     void CreateProviders();
 
-    /// The identity command's output for an option, trimmed of blanks; "ERROR" when the command cannot run.
+    /// The identity command's output for an option, without blanks at its ends; "ERROR" if the command cannot run.
     std::string myname(const std::string& option) const;
 
     static OrvexSnmpDevice* s_instance;

@@ -24,7 +24,7 @@ OrvexSnmpMain::OrvexSnmpMain() : _logger(Logger::GetLogger("OrvexSnmp")) {
     }
     s_instance = this;
     _logger->Trace("%s: Enter", "OrvexSnmpMain");
-    // Both live until the process ends and are reached through their GetInstance.
+    // Both live until the process ends; GetInstance returns them.
     new OrvexSnmpTrapSend();
     new OrvexSnmpDevice();
     _logger->Trace("%s: Done.", "OrvexSnmpMain");

@@ -2,20 +2,22 @@
 
 #include "tavos/core/Logger.h"
 
-/// The module itself. The agent's first load creates it, and it creates everything else. Agent's thread only.
+/// The module. The agent's first load creates it; it creates all other objects. Agent's thread only.
 class OrvexSnmpMain {
 public:
     /// Creates the trap queue and the device; the device creates every provider. Throws tavos::osa::Exception for a
-    /// second instance, and passes on what a constructor throws.
+    /// second instance, and any exception of their constructors.
     OrvexSnmpMain();
-    /// Does not reset the instance pointer (see ForgetInstance), and destroys nothing that the constructor created.
+    /// Does not reset the instance pointer (see ForgetInstance) and does not destroy the objects that the constructor
+    /// created.
     virtual ~OrvexSnmpMain();
     OrvexSnmpMain(const OrvexSnmpMain&) = delete;
     OrvexSnmpMain& operator=(const OrvexSnmpMain&) = delete;
 
     static OrvexSnmpMain* GetInstance() { return s_instance; }
 
-    /// Call it after the destructor, before creating another instance. Nothing in the module destroys it.
+    /// Call it after the destructor and before the next instance is created. Nothing in the module destroys the
+    /// instance.
     static void ForgetInstance() { s_instance = nullptr; }
 
     /// Requires an instance.
@@ -29,14 +31,14 @@ private:
 
 extern "C" {
 
-/// The agent calls this after loading the module. 0, or -1 when the agent refuses a registration. The first call starts
-/// the module; a constructor's exception leaves it and ends the agent's start. A call after deinit_orvexsnmp reuses the
-/// existing objects: it reads identity and configuration again, keeps old values that cannot be read, registers
-/// everything again, and throws nothing.
+/// The agent calls this after loading the module. Returns 0, or -1 if the agent refuses a registration. The first call
+/// starts the module; it lets a constructor's exception through, which ends the agent's start. A call after
+/// deinit_orvexsnmp reuses the existing objects: it reads identity and configuration again, keeps the old value of
+/// anything that it cannot read, registers everything again, and never throws.
 __attribute__((visibility("default"))) int init_orvexsnmp();
 
 /// The agent calls this before it unloads the module, and at each reload of its configuration. Unregisters everything
-/// and leaves the agent's main loop. The module's objects with their state, their clients and the event thread stay for
-/// the next init_orvexsnmp.
+/// and leaves the agent's main loop. The module's objects, their state, their clients and the event thread stay for the
+/// next init_orvexsnmp.
 __attribute__((visibility("default"))) int deinit_orvexsnmp();
 }

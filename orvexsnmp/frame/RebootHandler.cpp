@@ -16,10 +16,10 @@ constexpr auto kName = "handle_rebootDevice";
 
 std::int32_t s_rebootDeviceValue = 0;
 
-// A camera usually ends before its restart script does. Otherwise an alarm of the agent collects the ended children.
-// The alarm runs while there is a child. See docs/contract.md, children-collected.
+// Usually the camera restarts before its restart script ends. Otherwise an alarm of the agent collects the ended
+// children. The alarm runs while there is a child. See docs/contract.md, children-collected.
 std::vector<pid_t> s_children;
-unsigned int s_collector = 0;  // the alarm; 0 is none
+unsigned int s_collector = 0;  // the alarm; 0: none
 
 void CollectEnded(unsigned int /*alarm*/, void* /*data*/) {
     const auto ended = [](pid_t child) { return waitpid(child, nullptr, WNOHANG) != 0; };
@@ -36,7 +36,7 @@ void StartRestart(const tavos::core::Logger& logger) {
     constexpr auto kCommand =
         "/bin/chmod +x " ORVEX_RESTART_SCRIPT " && /bin/sleep 3 && " ORVEX_RESTART_SCRIPT " -s -k";
     const char* const arguments[] = {"/bin/sh", "-c", kCommand, nullptr};
-    // Hazard: the child shares the agent's memory until execv. It must not return from here.
+    // Hazard: the child shares the agent's memory until execv. It must not return from this function.
     const pid_t child = vfork();
     if (child == 0) {
         execv("/bin/sh", const_cast<char* const*>(arguments));

@@ -14,7 +14,7 @@ namespace {
 constexpr std::uint8_t kOff = 0;
 constexpr std::uint8_t kOn = 1;
 
-// What the agent has accepted, kept for UnregisterInstances.
+// The registrations that the agent has accepted, for UnregisterInstances.
 std::vector<netsnmp_handler_registration*> s_registered;
 
 void EnableRows(const char* namePrefix, bool available) {

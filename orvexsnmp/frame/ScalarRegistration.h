@@ -7,7 +7,7 @@
 #include "core/NetSnmp.h"
 #include "objects/ScalarCount.h"
 
-/// One scalar object of the module. Managers use exactly this OID, instance included.
+/// One scalar object of the module, with its OID including the instance.
 struct ScalarRegistration {
     static constexpr std::size_t kNameRoom = 32;
 
@@ -24,10 +24,10 @@ struct ScalarRegistration {
 /// it.
 std::array<ScalarRegistration, kScalarCount>& ScalarTable();
 
-/// Enables or disables each sensor's row by a first reading. Agent's thread, once, after the providers exist.
+/// Enables or disables each sensor's row after a first reading. Agent's thread, once, after the providers exist.
 void ApplySensorAvailability();
 
-/// Registers the enabled rows in order; stops at the first that the agent refuses and returns -1, otherwise 0.
+/// Registers the enabled rows in order. Returns 0; stops and returns -1 at the first row that the agent refuses.
 int RegisterScalars();
 
 /// Registers one object at exactly `objectId`. Returns the agent's answer, 0 for success, and remembers the

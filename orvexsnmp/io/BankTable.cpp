@@ -7,48 +7,48 @@
 
 namespace {
 
-// Positions in an instance's name: orvexEnterprise.1.3.T, entry, column, row.
-constexpr std::size_t kEntryPlace = 10;
-constexpr std::size_t kColumnPlace = 11;
-constexpr std::size_t kRowPlace = 12;
+// Indexes into an instance's name: orvexEnterprise.1.3.T, entry, column, row.
+constexpr std::size_t kEntryIndex = 10;
+constexpr std::size_t kColumnIndex = 11;
+constexpr std::size_t kRowIndex = 12;
 
 constexpr auto kFrontHandlerName = "orvexBankTable";
 constexpr auto kTableHandlerName = "table";
 
-// In the later phases of a SET the agent keeps a row that it looked up before.
+// In the later phases of a SET the agent uses the row that it looked up in the first phase.
 bool RowsMayChange(int mode) {
     return mode != MODE_SET_RESERVE2 && mode != MODE_SET_ACTION && mode != MODE_SET_COMMIT && mode != MODE_SET_FREE &&
            mode != MODE_SET_UNDO;
 }
 
 bool NamesColumn(const netsnmp_variable_list& variable) {
-    return variable.name_length > kColumnPlace && variable.name[kEntryPlace] == 1 &&
-           variable.name[kColumnPlace] >= kBankNameColumn && variable.name[kColumnPlace] <= kBankStateColumn;
+    return variable.name_length > kColumnIndex && variable.name[kEntryIndex] == 1 &&
+           variable.name[kColumnIndex] >= kBankNameColumn && variable.name[kColumnIndex] <= kBankStateColumn;
 }
 
-/// For a name with a column. The table's only index is the one number after it.
+/// For a name with a column. The table's only index is the number after the column.
 bool NamesRow(const netsnmp_variable_list& variable) {
-    return variable.name_length == kRowPlace + 1;
+    return variable.name_length == kRowIndex + 1;
 }
 
-/// True when nothing of the table follows the name. The agent also asks with names that precede the table.
-bool LiesBehindColumns(const netsnmp_variable_list& variable, const netsnmp_handler_registration& table) {
-    if (variable.name_length <= kEntryPlace ||
+/// True if the table has no name after this one. The agent also passes names that precede the table.
+bool IsAfterColumns(const netsnmp_variable_list& variable, const netsnmp_handler_registration& table) {
+    if (variable.name_length <= kEntryIndex ||
         snmp_oidtree_compare(variable.name, variable.name_length, table.rootoid, table.rootoid_len) != 0) {
         return false;
     }
-    const auto entry = variable.name[kEntryPlace];
-    const auto column = variable.name_length > kColumnPlace ? variable.name[kColumnPlace] : 0;
+    const auto entry = variable.name[kEntryIndex];
+    const auto column = variable.name_length > kColumnIndex ? variable.name[kColumnIndex] : 0;
     return entry > 1 || (entry == 1 && column > kBankStateColumn);
 }
 
-/// Passes to the agent's table handlers only the requests that they can take. Removes the others from their list while
-/// this object lives, and answers them as net-snmp 5.9 does. One such name would spoil the answers to other names:
+/// Passes only valid requests to the agent's table handlers. While this object lives, the other requests are not in the
+/// list; it answers them as net-snmp 5.9 does. One such name would break the answers to other names:
 /// SET without a column: every release refuses it, then dereferences a null pointer when it frees that SET.
 /// SET of a column whose index is missing or too long: 5.4 dereferences a null pointer at once. Later releases refuse
 /// the whole SET and call no handler.
 /// GET of a column without an index: 5.4 answers the list's first name with noSuchInstance instead.
-/// GETNEXT of a name after the table: 5.4 reads column 0 for it, which fails all names.
+/// GETNEXT of a name after the table: 5.4 reads column 0 for it, and all names fail.
 class TableRequests {
 public:
     TableRequests(const netsnmp_handler_registration& table, netsnmp_agent_request_info* info,
@@ -78,7 +78,7 @@ private:
                netsnmp_request_info* request) {
         const auto& variable = *request->requestvb;
         const bool isSet = MODE_IS_SET(info->mode);
-        if (!isSet && info->mode != MODE_GET) return !LiesBehindColumns(variable, table);
+        if (!isSet && info->mode != MODE_GET) return !IsAfterColumns(variable, table);
         if (!NamesColumn(variable)) {
             Refuse(info, request, SNMP_ERR_NOTWRITABLE, SNMP_NOSUCHOBJECT);
             return false;
@@ -89,7 +89,7 @@ private:
         return false;
     }
 
-    // Only the first phase of a SET refuses; FREE gets the same names again.
+    // Refuse only in the first phase of a SET: FREE gets the same names again.
     static void Refuse(netsnmp_agent_request_info* info, netsnmp_request_info* request, int setError, int getError) {
         if (info->mode == MODE_SET_RESERVE1) netsnmp_set_request_error(info, request, setError);
         if (info->mode == MODE_GET) netsnmp_set_request_error(info, request, getError);
@@ -149,8 +149,8 @@ void BankTable::Create() {
     if (_dataSet != nullptr) return;
     _dataSet = netsnmp_create_table_data_set(_name);
     netsnmp_table_dataset_add_index(_dataSet, ASN_INTEGER);
-    // For each column: number, type, writable, default value and its length; then the end. The arguments are variadic:
-    // null pointers and lengths need their types.
+    // For each column: number, type, writable, default value and its length; then a 0. The arguments are variadic: null
+    // pointers and lengths need explicit types.
     netsnmp_table_set_multi_add_default_row(
         _dataSet, static_cast<unsigned>(kBankNameColumn), ASN_OCTET_STR, 0, static_cast<void*>(nullptr), std::size_t{0},
         static_cast<unsigned>(kBankIdColumn), ASN_INTEGER, 0, static_cast<void*>(nullptr), std::size_t{0},
@@ -163,7 +163,7 @@ int BankTable::Register(Netsnmp_Node_Handler* handler, const oid* tableId, std::
     if (registration == nullptr) return MIB_REGISTRATION_FAILED;
     const int result = netsnmp_register_table_data_set(registration, _dataSet, nullptr);
     if (result != 0) return result;
-    // Without the front handler rows would change while the agent uses them. So register no table.
+    // Without the front handler, rows would change while the agent uses them: so do not register the table.
     auto* front = netsnmp_create_handler(kFrontHandlerName, &BankTable::FrontHandler);
     if (front == nullptr || netsnmp_inject_handler_before(registration, front, kTableHandlerName) != SNMPERR_SUCCESS) {
         netsnmp_unregister_handler(registration);
@@ -210,8 +210,8 @@ void BankTable::RemoveRows() {
 
 void BankTable::AddRows(const BankList& list) {
     long number = 0;
-    for (const auto& [place, state] : list) {
-        const auto& [bank, id] = place;
+    for (const auto& [key, state] : list) {
+        const auto& [bank, id] = key;
         auto* row = NewRow(++number);
         netsnmp_set_row_column(row, kBankNameColumn, ASN_OCTET_STR, bank.data(), bank.size());
         SetInteger(row, kBankIdColumn, id);
@@ -225,12 +225,12 @@ void BankTable::AddRows(const BankList& list) {
 
 unsigned long RequestedRow(const netsnmp_request_info& request) {
     const auto& variable = *request.requestvb;
-    return variable.name_length > kRowPlace ? variable.name[kRowPlace] : 0;
+    return variable.name_length > kRowIndex ? variable.name[kRowIndex] : 0;
 }
 
 unsigned RequestedColumn(const netsnmp_request_info& request) {
     const auto& variable = *request.requestvb;
-    return variable.name_length > kColumnPlace ? static_cast<unsigned>(variable.name[kColumnPlace]) : 0;
+    return variable.name_length > kColumnIndex ? static_cast<unsigned>(variable.name[kColumnIndex]) : 0;
 }
 
 const BankEntry* RequestedEntry(const BankList& list, const netsnmp_request_info& request) {

@@ -9,7 +9,7 @@
 /// NTCIP 1205 alarmStatus: bit 4, the pressure alarm, is alarm input 0 of the bank "BNK2". Agent's thread only.
 class OrvexSnmpPressure final : public OrvexSnmpBaseProvider<OrvexSnmpPressure> {
 public:
-    /// Throws what CreateClient throws.
+    /// Throws CreateClient's exceptions.
     explicit OrvexSnmpPressure(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpPressure() override = default;
 

@@ -17,12 +17,12 @@ struct PositionCommand;
 /// NTCIP focus positions: 0 to 65535 for 0.0 to 100.0 percent.
 class OrvexSnmpFocus final : public OrvexSnmpBaseProvider<OrvexSnmpFocus> {
 public:
-    /// Throws what CreateClient throws.
+    /// Throws CreateClient's exceptions.
     explicit OrvexSnmpFocus(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpFocus() override;
 
-    // Fixed: docs/contract.md, unused-operations.
-    // The services' operations. Return 0, or -1 for a call that failed; set outputs on success only.
+    // Fixed: docs/contract.md, unused-operations. The services' operations. Return 0, or -1 if the call failed; set
+    // outputs on success only.
     int SetAutoIrisEnabled(bool enabled) const;
     int GetAutoIrisEnabled(bool& enabled) const;
     int SetAutoFocusEnabled(bool enabled) const;   ///< on the focus service and in the settings store

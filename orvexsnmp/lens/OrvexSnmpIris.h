@@ -13,7 +13,7 @@ struct PositionCommand;
 /// Agent's thread only.
 class OrvexSnmpIris final : public OrvexSnmpBaseProvider<OrvexSnmpIris> {
 public:
-    /// Throws what CreateClient throws.
+    /// Throws CreateClient's exceptions.
     explicit OrvexSnmpIris(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpIris() override = default;
 
@@ -22,7 +22,7 @@ public:
     // Fixed: docs/contract.md, unused-operations.
     void SetLastIris(int last) { _lastIris = static_cast<std::uint32_t>(last); }
 
-    /// -1, 0 (stop) or +1. Returns 0, or -1 for a call that failed.
+    /// -1, 0 (stop) or +1. Returns 0, or -1 if the call failed.
     int MoveIris(int direction) const;
 
     // The handlers of its objects.

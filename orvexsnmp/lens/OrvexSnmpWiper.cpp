@@ -2,7 +2,7 @@
 
 namespace {
 
-// The reserve phase of the two writable objects. It logs the line for the right type, too.
+// The reserve phase of the two writable objects. It logs the line even for the right type.
 void CheckOctetString(const tavos::core::Logger& logger, const char* name, netsnmp_agent_request_info* info,
                       netsnmp_request_info* requests) {
     // Fixed: docs/contract.md, wrong-type-line.

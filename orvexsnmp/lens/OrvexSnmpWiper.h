@@ -8,11 +8,11 @@
 #include "tavos/interfaces/IFanV2Provider.h"
 #include "tavos/msgbus/MsgBus.h"
 
-/// The NTCIP 1205 camera feature objects (wiper and the like). They store and answer what managers write; they drive
+/// The NTCIP 1205 camera feature objects, such as the wiper. They store and answer the managers' values and drive
 /// nothing on the camera. Agent's thread only.
 class OrvexSnmpWiper final : public OrvexSnmpBaseProvider<OrvexSnmpWiper> {
 public:
-    /// Throws what CreateClient throws.
+    /// Throws CreateClient's exceptions.
     explicit OrvexSnmpWiper(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpWiper() override = default;
 

@@ -13,11 +13,11 @@ struct PositionCommand;
 /// NTCIP zoom positions: 0 (1.0x) to 65535 (the service's current maximum). Magnifications: thousandths.
 class OrvexSnmpZoom final : public OrvexSnmpBaseProvider<OrvexSnmpZoom> {
 public:
-    /// Throws what CreateClient throws.
+    /// Throws CreateClient's exceptions.
     explicit OrvexSnmpZoom(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpZoom() override = default;
 
-    // The service's operations. Return 0, or -1 for a call that failed; set outputs on success only.
+    // The service's operations. Return 0, or -1 if the call failed; set outputs on success only.
     int SetMagnificationThousandthsX(unsigned int magnification) const;
     // Fixed: docs/contract.md, unused-operations.
     int SetMaxMagnificationThousandthsX(unsigned int magnification) const;

@@ -11,7 +11,7 @@
 /// NTCIP positions: 0 to 35999, hundredths of a degree; NTCIP speeds: -127 to 127.
 class OrvexSnmpPan final : public OrvexSnmpBaseProvider<OrvexSnmpPan> {
 public:
-    /// Throws what CreateClient throws.
+    /// Throws CreateClient's exceptions.
     explicit OrvexSnmpPan(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpPan() override = default;
 

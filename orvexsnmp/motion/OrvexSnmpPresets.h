@@ -10,11 +10,11 @@
 /// The NTCIP 1205 preset objects. A SET moves nothing and stores nothing. Agent's thread only.
 class OrvexSnmpPresets final : public OrvexSnmpBaseProvider<OrvexSnmpPresets> {
 public:
-    /// Throws what CreateClient throws.
+    /// Throws CreateClient's exceptions.
     explicit OrvexSnmpPresets(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpPresets() override;
 
-    /// The camera's number of presets. 0, or -1 for a call that failed; `count` then stays unchanged.
+    /// The camera's number of presets. Returns 0, or -1 if the call failed; then `count` stays unchanged.
     int GetMaxPresets(unsigned int& count) const;
 
     // The handlers of its objects.

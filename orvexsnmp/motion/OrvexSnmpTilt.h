@@ -11,7 +11,7 @@
 /// NTCIP positions: 0 to 35999, hundredths of a degree on a circle; the platform's are signed angles.
 class OrvexSnmpTilt final : public OrvexSnmpBaseProvider<OrvexSnmpTilt> {
 public:
-    /// Throws what CreateClient throws.
+    /// Throws CreateClient's exceptions.
     explicit OrvexSnmpTilt(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpTilt() override = default;
 

@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <limits>
 
-/// Maps `value` linearly from [inMin, inMax] to [outMin, outMax], truncates toward zero and takes the absolute value: a
-/// negative result comes back positive. Does not check [inMin, inMax]: an empty range divides by zero. Returns the
-/// smallest int when an int cannot hold the absolute value.
+/// Maps `value` linearly from [inMin, inMax] to [outMin, outMax], truncates toward zero and returns the absolute value.
+/// Does not check [inMin, inMax]: an empty range divides by zero. Returns the min int if an int cannot hold the
+/// absolute value.
 inline int ScaleLinearly(std::uint32_t value, std::uint32_t inMin, std::uint32_t inMax, std::uint32_t outMin,
                          std::uint32_t outMax) {
     // Fixed: docs/contract.md, scale-loses-sign.
@@ -16,7 +16,7 @@ inline int ScaleLinearly(std::uint32_t value, std::uint32_t inMin, std::uint32_t
                           ((double{1} * outMax - outMin) * (double{1} * value - inMin)) / (double{1} * inMax - inMin);
     // See docs/contract.md, scale-without-result.
     constexpr int kNoResult = std::numeric_limits<int>::min();
-    // Compares the double before truncation: everything below 2^31 fits. False for NaN, too.
+    // Compares the double before truncation: all values below 2^31 fit. False also for NaN.
     const bool fits = std::abs(scaled) < -static_cast<double>(kNoResult);
     return fits ? std::abs(static_cast<int>(scaled)) : kNoResult;
 }

@@ -24,7 +24,7 @@ bool IsPlain(const std::string& name) {
            std::none_of(name.begin(), name.end(), control);
 }
 
-/// Drops the blanks at both ends, except one that a backslash precedes.
+/// Drops the blanks at both ends, except a blank after a backslash.
 std::string TrimmedValue(const std::string& text) {
     std::string value = Trimmed(text);
     const auto lastOther = value.find_last_not_of('\\');

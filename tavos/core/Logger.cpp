@@ -31,7 +31,7 @@ namespace tavos::core {
 
 namespace {
 
-/// Keeps a write to a pipe that nobody reads from killing the process.
+/// Blocks SIGPIPE: a write to a pipe without a reader must not kill the process.
 class PipeSignalBlocked {
 public:
     PipeSignalBlocked() {
@@ -59,8 +59,8 @@ private:
     bool _broken = false;
 };
 
-/// Writes each line with one write, so that no line is left in a buffer when the process is killed. A line that cannot
-/// be written is lost: a full disk or a reader that has stopped must not stop the camera.
+/// Writes each line with one write, so that no line stays in a buffer when the process is killed. A line that cannot be
+/// written is lost: a full disk or a stopped reader must not stop the camera.
 class DescriptorSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
 public:
     DescriptorSink(int descriptor, bool owned) : _descriptor(descriptor), _owned(owned) {
@@ -91,16 +91,16 @@ private:
     }
     void flush_() override {}
 
-    /// A pipe that is ready takes at least this much without blocking.
+    /// A ready pipe accepts at least this much without blocking.
     static std::size_t AtMost(std::size_t size) { return std::min<std::size_t>(size, PIPE_BUF); }
 
     /// Waits briefly for a slow reader. After a timeout it does not wait again until the reader continues.
     bool CanTake() {
-        constexpr int kPatience = 100;  // milliseconds
+        constexpr int kMaxWait = 100;  // milliseconds
         pollfd descriptor{_descriptor, POLLOUT, 0};
         int ready = 0;
         do {
-            ready = poll(&descriptor, 1, _stopped ? 0 : kPatience);
+            ready = poll(&descriptor, 1, _stopped ? 0 : kMaxWait);
         } while (ready < 0 && errno == EINTR);
         _stopped = ready == 0;
         return ready != 0;
@@ -123,7 +123,7 @@ void AddStandardOutput(Appenders& appenders) {
 struct State {
     State() { AddStandardOutput(appenders); }
 
-    std::mutex mutex;  // guards all below, and the writing of lines
+    std::mutex mutex;  // guards all members below, and the writing of lines
     Appenders appenders;
     std::map<std::string, std::unique_ptr<Logger>> loggers;
     bool overridden = false;
@@ -148,7 +148,7 @@ std::optional<int> Number(const std::string& text) {
     return number;
 }
 
-/// The section's level, if it sets one.
+/// The section's level, if any.
 std::optional<int> LevelOf(const IniFile& ini, const char* section) {
     if (!ini.HasValue(section, "log.level")) return std::nullopt;
     const std::string text = ini.GetValue(section, "log.level");
@@ -158,7 +158,7 @@ std::optional<int> LevelOf(const IniFile& ini, const char* section) {
 }
 
 spdlog::sink_ptr OpenFile(const std::string& path) {
-    // Without O_NONBLOCK the open of a FIFO waits for a reader, without a deadline.
+    // Without O_NONBLOCK, open waits for a FIFO's reader without a deadline.
     const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     const int descriptor = open(path.c_str(), flags, 0640);
     if (descriptor < 0) {
@@ -193,7 +193,7 @@ public:
         va_end(again);
     }
 
-    /// Without the newline that may end it.
+    /// The text without a newline at its end.
     std::string_view View() const {
         std::string_view text = _long.empty() ? std::string_view(_short) : std::string_view(_long);
         if (text.back() == '\n') text.remove_suffix(1);
@@ -257,7 +257,7 @@ void Logger::LogMessageV(int level, const char* format, va_list arguments) const
         const auto text = line.View();
         State& state = Shared();
         std::lock_guard<std::mutex> lock(state.mutex);
-        // Taken under the lock, so that the lines' times never run backwards.
+        // Read the time under the lock, so that the lines' times never decrease.
         const spdlog::details::log_msg message(_name, spdlog::level::info,
                                                spdlog::string_view_t(text.data(), text.size()));
         for (const auto& [path, sink] : state.appenders) sink->log(message);

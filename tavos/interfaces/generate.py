@@ -3,10 +3,10 @@
 
 generate.py FILE.xml OUTPUT.cpp
 
-The interface carries annotations: org.tavos.Cpp.Class, the abstract class that it is in C++ (its methods, and an
-accessor On<signal> for each signal); org.tavos.Cpp.Header, where that class is declared; and, for a service with
-several instances, org.tavos.Cpp.Instance, the parameter that names one: it is appended to the well-known name and to
-the path. The output defines CLASS::CreateClient and, in the class's namespace, Serve.
+The interface has annotations. org.tavos.Cpp.Class is its abstract class in C++, with its methods and an accessor
+On<signal> for each signal. org.tavos.Cpp.Header is the header of that class. A service with several instances has
+org.tavos.Cpp.Instance, the parameter that names an instance: it is appended to the well-known name and to the path. The
+output defines CLASS::CreateClient and, in the class's namespace, Serve.
 """
 
 import sys

@@ -57,8 +57,8 @@ int MillisecondsUntil(Clock::time_point until) {
 
 bool IsAnswer(const char* error) {
     if (error == nullptr) return false;
-    // No service sends these. They mean: the deadline passed, the service ended during the call, or too many calls
-    // wait.
+    // No service sends these errors. They mean: the deadline passed, the service ended during the call, or too many
+    // calls wait.
     const std::string name = error;
     return name != SD_BUS_ERROR_NO_REPLY && name != SD_BUS_ERROR_TIMEOUT && name != SD_BUS_ERROR_LIMITS_EXCEEDED;
 }
@@ -71,7 +71,7 @@ BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSo
     CheckBus(sd_bus_set_bus_client(made, 1));
     CheckBus(sd_bus_start(made));
     if (socket) socket->Remember(made);
-    // The library itself would wait up to 90 s for the bus's first answer.
+    // The library's own wait for the bus's first answer takes up to 90 s.
     for (;;) {
         const int ready = sd_bus_is_ready(made);
         CheckBus(ready);

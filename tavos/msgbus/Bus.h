@@ -15,7 +15,7 @@ namespace tavos::msgbus {
 using Clock = std::chrono::steady_clock;
 
 struct BusCloser {
-    // Without a flush: that would wait for a bus that has stopped reading.
+    // Do not flush: that would wait for a bus that has stopped reading.
     void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
 };
 using BusPtr = std::unique_ptr<sd_bus, BusCloser>;
@@ -30,18 +30,18 @@ struct MessageRelease {
 };
 using MessagePtr = std::unique_ptr<sd_bus_message, MessageRelease>;
 
-/// For a connection that only calls or listens: drops incoming calls. Error answers would pile up when the caller does
+/// For a connection that only calls or listens: drops incoming calls. Error answers would accumulate if the caller does
 /// not read them. Throws tavos::osa::Exception.
 void ServeNobody(sd_bus* bus);
 
-/// True for an error that the called service sent, or that says that the service does not exist. False for an error
-/// that the bus or its library makes up because no answer came, and for null, which is no error.
+/// True for an error that the service sent, or that means that the service does not exist. False for an error that the
+/// bus or its library created because no answer came. False for null, which is no error.
 bool IsAnswer(const char* error);
 
-/// Throws tavos::osa::Exception with the reason when `result` is negative.
+/// Throws tavos::osa::Exception with the reason if `result` is negative.
 void CheckBus(int result);
 
-/// Blocks the thread's signals: the bus library aborts a call when one arrives.
+/// Blocks the thread's signals: a signal would make the bus library abort a call.
 class SignalsBlocked {
 public:
     SignalsBlocked();
@@ -56,16 +56,16 @@ private:
 /// Microseconds from now until `until`, at least 1: the bus library reads 0 as its default timeout.
 std::uint64_t MicrosecondsUntil(Clock::time_point until);
 
-/// A timeout for poll. Rounded up, or the caller would spin through the last millisecond. At most an hour.
+/// A timeout for poll, at most an hour. Rounded up: otherwise the caller would spin during the last millisecond.
 int MillisecondsUntil(Clock::time_point until);
 
-/// A connection's socket, remembered so that a forked child can close its copy: the bus library frees a connection only
-/// in the process that opened it. Written by one thread.
+/// Remembers a connection's socket, so that a forked child can close its copy: the bus library frees a connection only
+/// in the process that opened it. One thread writes it.
 class ConnectionSocket {
 public:
     void Remember(sd_bus* bus);
     void Forget() { _descriptor = -1; }
-    /// Does not close a descriptor that has been reused for something else.
+    /// Does not close a descriptor that has been reused.
     void CloseInChild();
 
 private:
@@ -73,7 +73,7 @@ private:
     std::atomic<ino_t> _inode{0};
 };
 
-/// Releases a lock for as long as the object lives.
+/// Unlocks a held mutex while the object lives.
 class Released {
 public:
     explicit Released(std::timed_mutex& mutex) : _mutex(mutex) { _mutex.unlock(); }
@@ -85,13 +85,13 @@ private:
     std::timed_mutex& _mutex;
 };
 
-/// A connection that is ready for use. Throws tavos::osa::Exception with the reason when there is none by `until`.
-/// `socket`, when given, gets the socket before the first wait. `held`, when given, is a lock that the caller holds; it
-/// is released during each wait for the bus.
+/// Opens a connection that is ready for use. Throws tavos::osa::Exception with the reason if it is not ready by
+/// `until`. `socket`, if given, gets the socket before the first wait. `held`, if given, is a lock that the caller
+/// holds; it is released during each wait for the bus.
 BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSocket* socket = nullptr,
                std::timed_mutex* held = nullptr);
 
-/// Logs once when the bus is lost and once when it is back, however many connections notice. Any thread.
+/// Logs once when the bus is lost and once when it is back, even if several connections report it. Any thread.
 class Reachability {
 public:
     explicit Reachability(std::string address) : _address(std::move(address)) {}

@@ -18,7 +18,7 @@ CallChannel::CallChannel(std::string address, std::chrono::milliseconds deadline
       _mutex(std::make_unique<std::timed_mutex>()),
       _forkWatch({[] {}, [] {}, [this] { Abandon(); }}) {}
 
-/// In a forked child: the connection belongs to the parent, and a thread that does not exist here may hold the lock.
+/// In a forked child: the connection belongs to the parent, and a thread of the parent may hold the lock.
 void CallChannel::Abandon() {
     _socket.CloseInChild();
     static_cast<void>(_bus.release());
@@ -48,18 +48,18 @@ void CallChannel::CallInTime(const ServiceAddress& to, const char* operation,
     const auto until = Clock::now() + time;
     std::unique_lock<std::timed_mutex> lock(*_mutex, until);
     if (!lock.owns_lock()) throw osa::Exception("another call is still under way");
-    RefuseSilent(to);  // the call before may have found it silent
+    RefuseSilent(to);  // the previous call may have found it silent
     _time = std::chrono::ceil<std::chrono::milliseconds>(time);
-    _hasItsTime = until - Clock::now() > _deadline / 2;
+    _hadEnoughTime = until - Clock::now() > _deadline / 2;
     CallUntil(until, to, operation, arguments, resultSignature, result);
 }
 
 void CallChannel::Spend(const ServiceAddress& on, Clock::duration time) {
     const auto* const slowest = _work.Spend(on, time, IsSlow(time));
-    if (slowest != nullptr && !_silent->IsSilent(slowest->service)) _silent->UsedUpTime(*slowest);
+    if (slowest != nullptr && !_silent->IsSilent(slowest->service)) _silent->TimeUsedUp(*slowest);
 }
 
-/// A service this slow delays every request that reads more than a few of its values.
+/// A slow service delays every request that reads more than a few of its values.
 bool CallChannel::IsSlow(Clock::duration time) const {
     return time > _deadline / 10;
 }
@@ -70,7 +70,7 @@ void CallChannel::RefuseSilent(const ServiceAddress& to) const {
 }
 
 void CallChannel::Missed(const ServiceAddress& whose) {
-    if (_hasItsTime) _silent->Missed(whose);
+    if (_hadEnoughTime) _silent->Missed(whose);
 }
 
 void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, const char* operation,
@@ -82,7 +82,7 @@ void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, c
     CheckBus(sd_bus_message_new_method_call(_bus.get(), &made, to.service.c_str(), to.path.c_str(),
                                             to.interface.c_str(), operation));
     const MessagePtr call(made);
-    // The bus must not wait until a missing service is started.
+    // Otherwise the bus would wait for a missing service to start.
     CheckBus(sd_bus_message_set_auto_start(made, 0));
     Writer writer(made);
     arguments(writer);
@@ -97,10 +97,10 @@ void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, c
     result(reader);
 }
 
-/// Drops what has arrived since the last call: late answers and the bus's notices. Reading it shows whether the bus has
-/// hung up.
+/// Drops the messages since the last call: late answers and the bus's notices. Reading them shows whether the bus has
+/// closed the connection.
 void CallChannel::DropIfClosed(Clock::time_point until) {
-    constexpr int kMaxMessages = 1000;  // a sender that never stops must not block the call
+    constexpr int kMaxMessages = 1000;  // an endless sender must not block the call
     int progress = 1;
     for (int i = 0; progress > 0 && i < kMaxMessages && Clock::now() < until; ++i) {
         progress = sd_bus_process(_bus.get(), nullptr);
@@ -138,9 +138,9 @@ int OnAnswer(sd_bus_message* message, void* answer, sd_bus_error*) {
 
 }  // namespace
 
-/// The library's blocking call would keep everything that arrives before the answer, up to 65,536 messages of any size.
+/// The library's blocking call would keep all messages that arrive before the answer, up to 65,536 of any size.
 int CallChannel::Await(sd_bus_message* call, Clock::time_point until, MessagePtr& answer) {
-    constexpr auto kNever = std::numeric_limits<std::uint64_t>::max();  // this function keeps the deadline
+    constexpr auto kNever = std::numeric_limits<std::uint64_t>::max();  // this function checks the deadline
     sd_bus_slot* made = nullptr;
     int result = sd_bus_call_async(_bus.get(), &made, call, OnAnswer, &answer, kNever);
     const SlotPtr slot(made);
@@ -164,7 +164,7 @@ MessagePtr CallChannel::Exchange(const ServiceAddress& to, sd_bus_message* call,
 
     const bool late = result == -ETIMEDOUT;
     if (late) Missed(to);
-    // Nobody waits for the late answer; hanging up makes the bus drop it.
+    // Close the connection, so that the bus drops the late answer.
     if (late || sd_bus_is_open(_bus.get()) <= 0) Close();
     if (late) throw osa::Exception("no answer within %d ms", static_cast<int>(_time.count()));
     if (!error) throw osa::Exception("%s", std::strerror(-result));

@@ -15,9 +15,9 @@
 
 namespace tavos::msgbus {
 
-/// The connection for calls: one call at a time, from any thread. The deadline and the time limit of the work bound
-/// each call, including its wait for the call before. A call to a service that is known to be silent fails at once. All
-/// other messages are dropped as they arrive, so that no sender can make them pile up.
+/// The connection for calls: one call at a time, from any thread. The deadline and the work's time limit apply to each
+/// call, including its wait for the previous call. A call to a silent service fails at once. All messages except
+/// answers are dropped on arrival, so that no sender can fill the memory.
 class CallChannel {
 public:
     CallChannel(std::string address, std::chrono::milliseconds deadline, std::shared_ptr<Reachability> reachability,
@@ -55,9 +55,9 @@ private:
     const std::chrono::milliseconds _deadline;
     const std::shared_ptr<Reachability> _reachability;
     const std::shared_ptr<SilentServices> _silent;
-    std::unique_ptr<std::timed_mutex> _mutex;  // on the heap: a forked child leaves it behind, held or not
-    std::chrono::milliseconds _time{};         // of the call under way, from when it was made
-    bool _hasItsTime = true;                   // the call under way began with more than half a deadline
+    std::unique_ptr<std::timed_mutex> _mutex;  // on the heap: a forked child abandons it, locked or not
+    std::chrono::milliseconds _time{};         // time limit of the current call, from its start
+    bool _hadEnoughTime = true;                // the current call began with more than half a deadline
     WorkTime _work;
     BusPtr _bus;
     ConnectionSocket _socket;

@@ -17,8 +17,8 @@ class Reachability;
 class SilentServices;
 struct EventRecord;
 
-/// Delivery of one event, for as long as the object lives. Once the destructor has returned, the handler no longer
-/// runs. On the event thread (in a handler) the destructor does not wait.
+/// Delivers one event while the object lives. After the destructor the handler does not run. On the event thread (in a
+/// handler) the destructor does not wait.
 class TAVOS_API Subscription {
 public:
     Subscription() = default;
@@ -32,8 +32,8 @@ private:
     std::shared_ptr<EventRecord> _record;
 };
 
-/// The process's end of the bus: one connection for calls, one for events. Any thread. Survives a restart of the bus
-/// and a fork: the child opens both connections again.
+/// The process's connections to the bus: one for calls, one for events. Any thread. After a restart of the bus, and in
+/// a forked child, it opens both connections again.
 class TAVOS_API Connection {
 public:
     /// `address` as TAVOS_BUS_ADDRESS, empty for the system bus. Connects at the first use.
@@ -48,8 +48,8 @@ public:
     void BeginWork(std::chrono::milliseconds limit);
 
     /// Calls and waits for the answer, which must have the signature `resultSignature`. Throws tavos::osa::Exception
-    /// with service, operation and reason. Once the server is started, a service that misses a call's whole deadline,
-    /// or uses up the time of the current work, is silent: calls to it fail at once until it answers a ping.
+    /// with service, operation and reason. After StartServer, a service is silent if it misses a call's whole deadline
+    /// or uses up the time of the current work: calls to it fail at once until it answers a ping.
     void Call(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
               const std::string& resultSignature, const std::function<void(Reader&)>& result);
 

@@ -21,8 +21,8 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto kRetryDelay = 200ms;
-constexpr auto kDelayInChild = 100ms;  // most forked children become another program before that
-constexpr auto kMaxDelegateTime = 1s;  // a fork waits no longer for a running delegate
+constexpr auto kDelayInChild = 100ms;  // most forked children run another program before that
+constexpr auto kMaxDelegateTime = 1s;  // a fork's max wait for a running delegate
 
 int NewWakeDescriptor() {
     return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -70,13 +70,13 @@ public:
             const auto known = _slots.find(record);
             slots[record] = known != _slots.end() ? std::move(known->second) : NewSlot(*record);
         }
-        _slots.swap(slots);  // destroying the slots that are left over removes their match rules
+        _slots.swap(slots);  // destroying the remaining slots removes their match rules
         _nextPing = _pings.Send();
     }
 
     void Wait(int wake, std::timed_mutex& working) {
         constexpr auto kMaxWait = 60s;
-        std::uint64_t due = 0;  // microseconds of the clock that steady_clock uses, too
+        std::uint64_t due = 0;  // microseconds of steady_clock's clock
         CheckBus(sd_bus_get_timeout(_bus.get(), &due));
         auto until = std::min(_nextPing, Clock::now() + kMaxWait);
         constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
@@ -143,13 +143,13 @@ void EventThread::StartAfter(std::chrono::milliseconds delay) {
     _thread = std::make_unique<std::thread>(
         [this, delay](std::promise<void> itsBegun) { Run(delay, std::move(itsBegun)); }, std::move(begun));
     works.wait();  // from now on a fork waits for the thread
-    _silent->SetAsker([this] { Wake(); });
+    _silent->SetPinger([this] { Wake(); });
 }
 
 void EventThread::Stop() {
     std::lock_guard<std::mutex> lock(_startMutex);
     if (!_thread) return;
-    _silent->SetAsker(nullptr);
+    _silent->SetPinger(nullptr);
     _stop = true;
     Wake();
     _thread->join();
@@ -238,7 +238,7 @@ void EventThread::Remove(const std::shared_ptr<EventRecord>& record) {
 }
 
 void EventThread::Deliver(EventRecord& record, sd_bus_message* signal) {
-    // Events are broadcast. A signal that is addressed to this process alone may come from anybody.
+    // Events are broadcast. Any process may send a signal that is addressed to this process alone.
     if (sd_bus_message_get_destination(signal) != nullptr) return;
     std::lock_guard<std::timed_mutex> lock(*_delivery);
     if (!record.active) return;
@@ -257,8 +257,8 @@ void EventThread::Deliver(EventRecord& record, sd_bus_message* signal) {
 
 void EventThread::BeforeFork() {
     _startMutex.lock();
-    // The thread must be waiting when the process forks. The child does not have the thread: a lock that it held, in a
-    // delegate or inside a library, would stay locked there.
+    // The thread must be waiting when the process forks. The child has no such thread: a lock that the thread held, in
+    // a delegate or in a library, would stay locked in the child.
     _forkAhead = true;
     _workHeldForFork = std::this_thread::get_id() != _threadId && _working->try_lock_for(kMaxDelegateTime);
     _forkAhead = false;
@@ -288,8 +288,8 @@ void EventThread::AfterForkInChild() {
         try {
             StartAfter(kDelayInChild);
         } catch (...) {
-            _silent->SetAsker(nullptr);
-            // Calls work without it; the next StartServer tries again.
+            _silent->SetPinger(nullptr);
+            // Calls work without the thread; the next StartServer tries again.
         }
     }
     _recordsMutex.unlock();

@@ -28,8 +28,8 @@ struct EventRecord {
     bool active = true;  // guarded by the thread's delivery lock
 };
 
-/// The connection for events, and the thread that owns it. Subscriptions may come and go at any time, from any thread.
-/// Between events it pings silent services.
+/// The connection for events, and the thread that owns it. Any thread may add and remove subscriptions at any time.
+/// Between events the thread pings silent services.
 class EventThread {
 public:
     EventThread(std::string address, std::chrono::milliseconds deadline, std::shared_ptr<Reachability> reachability,
@@ -43,7 +43,7 @@ public:
     void Stop();
 
     void Add(const std::shared_ptr<EventRecord>& record);
-    /// Once it has returned, the record's handler no longer runs; see Subscription.
+    /// After it returns, the record's handler does not run; see Subscription.
     void Remove(const std::shared_ptr<EventRecord>& record);
 
     /// On the event thread, for each signal of the record.

@@ -43,8 +43,8 @@ void AfterForkInChild() {
 ForkWatch::ForkWatch(Functions functions) : _functions(std::move(functions)) {
     static std::once_flag once;
     std::call_once(once, [] {
-        // The logger must register its handlers first: then a fork takes its lock last, and a delegate that the fork
-        // waits for can still log.
+        // The logger must register its fork handlers first: then a fork takes the logger's lock last, and a delegate
+        // can still log while the fork waits for it.
         core::Logger::GetLogger("tavos");
         pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
     });

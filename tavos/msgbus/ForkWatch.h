@@ -4,14 +4,14 @@
 
 namespace tavos::msgbus {
 
-/// Runs functions around each fork, for as long as the object lives. snmpd forks into the background after it has
+/// Runs functions before and after each fork while the object lives. snmpd forks into the background after it has
 /// loaded the modules: the child has only the forking thread, and the bus library refuses connections that another
-/// process opened. Declare it as the last member, so that it never outlives what its functions use.
+/// process opened. Declare it as the last member, so that it never outlives the members that its functions use.
 class ForkWatch {
 public:
     struct Functions {
-        std::function<void()> before;    ///< takes the locks that must be free in the child
-        std::function<void()> inParent;  ///< releases them
+        std::function<void()> before;    ///< locks what must be free in the child
+        std::function<void()> inParent;  ///< unlocks it
         std::function<void()> inChild;
     };
 

@@ -22,7 +22,7 @@ void GetBasic(sd_bus_message* message, char type, T* value) {
     }
 }
 
-/// The length of the UTF-8 sequence that starts at `at`; 0 when there is none.
+/// The length of the UTF-8 sequence that starts at `at`; 0 if it is invalid.
 std::size_t SequenceLength(const std::string& text, std::size_t at) {
     const auto octet = [&](std::size_t index) {
         return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;

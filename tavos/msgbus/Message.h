@@ -47,8 +47,8 @@ inline std::string Signature<void>() {
     return {};
 }
 
-/// Appends values to a message. Throws tavos::osa::Exception for a string that the bus does not carry: one with a zero
-/// octet, or not in UTF-8 (the bus would close the sender's connection).
+/// Appends values to a message. Throws tavos::osa::Exception for a string with a zero octet or not in UTF-8: the bus
+/// would close the sender's connection.
 class TAVOS_API Writer {
 public:
     explicit Writer(sd_bus_message* message) : _message(message) {}
@@ -64,7 +64,7 @@ private:
     sd_bus_message* _message;
 };
 
-/// Reads a message's values in their order. Throws tavos::osa::Exception when the next one has another type.
+/// Reads a message's values in order. Throws tavos::osa::Exception if the next value has another type.
 class TAVOS_API Reader {
 public:
     explicit Reader(sd_bus_message* message) : _message(message) {}
@@ -86,7 +86,7 @@ private:
     sd_bus_message* _message;
 };
 
-/// A value as a person reads it; doubles in the shortest form that reads back to the same number.
+/// A value as readable text; doubles in the shortest form that reads back to the same number.
 TAVOS_API std::string Text(std::int32_t value);
 TAVOS_API std::string Text(std::uint32_t value);
 TAVOS_API std::string Text(double value);
@@ -94,7 +94,7 @@ TAVOS_API std::string Text(bool value);
 TAVOS_API std::string Text(const std::string& value);
 TAVOS_API std::string Text(const std::vector<std::string>& value);
 
-/// True when the bus carries the text: UTF-8 without a zero octet.
+/// True for text that the bus accepts: UTF-8 without a zero octet.
 bool CanTravel(const std::string& text);
 
 }  // namespace tavos::msgbus

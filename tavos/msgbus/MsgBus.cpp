@@ -46,7 +46,7 @@ Connection& MsgBus::GetConnection() {
 }
 
 void MsgBus::BeginWork(Work work) {
-    // The start reads everything once: three readings, and every input and relay.
+    // The start reads three sensors and every input and relay once.
     constexpr int kRequestsOfAStart = 5;
     _connection->BeginWork(work == Work::kStart ? kRequestsOfAStart * _requestTime : _requestTime);
 }

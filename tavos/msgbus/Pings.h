@@ -8,31 +8,31 @@
 
 namespace tavos::msgbus {
 
-/// Pings silent services over one connection, one ping a service at a time. On the thread that processes the
-/// connection.
+/// Pings silent services over one connection, at most one ping per service at a time. Only on the thread that processes
+/// the connection.
 class Pings {
 public:
-    /// Both outlive it.
+    /// `bus` and `silent` must outlive this object.
     Pings(sd_bus* bus, SilentServices& silent) : _bus(bus), _silent(silent) {}
 
-    /// Sends the pings that are due and not under way; returns when the next one is due.
+    /// Sends the pings that are due, except to services with an unanswered ping. Returns the time of the next ping.
     Clock::time_point Send();
 
 private:
-    struct Question {
+    struct SentPing {
         SilentServices* silent = nullptr;
         std::string service;
         SlotPtr slot;
         bool ended = false;
-        Clock::time_point again;  // earliest time of the next ping; valid once `ended` is set
+        Clock::time_point earliestNext;  // of the next ping; valid if `ended`
     };
 
-    static int OnAnswer(sd_bus_message* answer, void* question, sd_bus_error*);
-    void Ask(const SilentServices::Question& about);
+    static int OnAnswer(sd_bus_message* answer, void* sent, sd_bus_error*);
+    void SendTo(const SilentServices::PingTarget& target);
 
     sd_bus* const _bus;
     SilentServices& _silent;
-    std::map<std::string, Question> _asked;
+    std::map<std::string, SentPing> _sent;
 };
 
 }  // namespace tavos::msgbus

@@ -10,7 +10,7 @@
 
 namespace tavos::msgbus {
 
-/// A service as the generated clients see it.
+/// A service on the bus, for the generated clients.
 class Remote {
 public:
     Remote(IMsgBus* bus, ServiceAddress address) : _connection(Checked(bus)), _address(std::move(address)) {}

@@ -16,7 +16,7 @@
 
 namespace tavos::msgbus {
 
-/// What the host requires to serve one operation; `service` points at the interface's class.
+/// What the host needs to serve one operation. `service` points to the interface's class.
 struct Operation {
     const char* name;
     const char* arguments;  ///< signature
@@ -30,7 +30,7 @@ struct EventDescription {
     const char* arguments;
 };
 
-/// The host's own side. As ServiceHost: one thread.
+/// ServiceHost's implementation. Like ServiceHost: one thread.
 struct TAVOS_API ServiceHost::Private {
     explicit Private(const std::string& address);
     ~Private();
@@ -41,10 +41,10 @@ struct TAVOS_API ServiceHost::Private {
     void Add(const ServiceAddress& address, void* service, const std::vector<Operation>& operations,
              const std::vector<EventDescription>& events);
 
-    /// Keeps `object` for as long as the host lives.
+    /// Keeps `object` while the host lives.
     void Keep(std::shared_ptr<void> object);
 
-    /// Emits an event to its subscribers; without a bus it is lost.
+    /// Emits an event to its subscribers. Without a bus the event is lost.
     void Emit(const ServiceAddress& from, const char* event, const std::function<void(Writer&)>& arguments);
 
     struct State;

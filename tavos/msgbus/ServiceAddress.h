@@ -4,7 +4,7 @@
 
 namespace tavos::msgbus {
 
-/// Where a service is found on the bus.
+/// The address of a service on the bus.
 struct ServiceAddress {
     std::string service;  ///< well-known name
     std::string path;

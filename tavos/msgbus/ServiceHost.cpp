@@ -38,7 +38,7 @@ struct Object {
 int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error);
 int OnMessage(sd_bus_message* message, void* state, sd_bus_error* error);
 
-// The library's own macros for the table's rows are no C++17.
+// The library's macros for the table's rows are not C++17.
 sd_bus_vtable StartRow() {
     sd_bus_vtable row{};
     row.type = _SD_BUS_VTABLE_START;
@@ -51,7 +51,7 @@ sd_bus_vtable StartRow() {
 sd_bus_vtable MethodRow(const Operation& operation) {
     sd_bus_vtable row{};
     row.type = _SD_BUS_VTABLE_METHOD;
-    row.flags = SD_BUS_VTABLE_UNPRIVILEGED;  // who may call is the bus's policy
+    row.flags = SD_BUS_VTABLE_UNPRIVILEGED;  // the bus's policy decides who may call
     row.x.method.member = operation.name;
     row.x.method.signature = operation.arguments;
     row.x.method.result = operation.result;
@@ -168,7 +168,7 @@ struct ServiceHost::Private::State {
         pollfd watched[] = {{wakeDescriptor, POLLIN, 0}, {-1, 0, 0}};
         if (bus) {
             const int events = sd_bus_get_events(bus.get());
-            std::uint64_t due = 0;  // microseconds of the clock that steady_clock uses, too
+            std::uint64_t due = 0;  // microseconds of steady_clock's clock
             if (events < 0 || sd_bus_get_timeout(bus.get(), &due) < 0) {
                 Disconnect("the connection has ended");
                 return false;
@@ -260,7 +260,7 @@ int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error) {
     }
 }
 
-/// The bus library answers pings for the whole process. This keeps it from answering for a service that hangs.
+/// The bus library answers pings for the whole process. This prevents answers for a service that hangs.
 int OnMessage(sd_bus_message* message, void* state, sd_bus_error*) {
     constexpr std::size_t kMaxHeld = 100;
     auto& host = *static_cast<ServiceHost::Private::State*>(state);
@@ -351,7 +351,7 @@ void ServiceHost::WakeOn(int descriptor) {
 }
 
 void ServiceHost::Process(int timeout) {
-    constexpr int kMaxMessages = 1000;  // a caller that never stops must not block the host's other work
+    constexpr int kMaxMessages = 1000;  // an endless caller must not block the host's other work
     auto& state = *_private->state;
     const auto until = Clock::now() + std::chrono::milliseconds(timeout);
     for (int processed = 0; processed < kMaxMessages;) {

@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// Zero after the first miss, 200 ms after the second, doubled for each further one.
+/// Zero after the first miss, 200 ms after the second, doubled after each further miss.
 Clock::duration Delay(int misses) {
     constexpr auto kFirst = 200ms;
     constexpr auto kMaxDelay = 10000ms;
@@ -28,10 +28,10 @@ const ServiceAddress& SilentServices::TheBus() {
     return *bus;
 }
 
-void SilentServices::SetAsker(std::function<void()> wake) {
+void SilentServices::SetPinger(std::function<void()> wake) {
     const std::lock_guard<std::mutex> lock(_mutex);
-    _wakeAsker = std::move(wake);
-    if (_wakeAsker) return;
+    _wakePinger = std::move(wake);
+    if (_wakePinger) return;
     _records.clear();
     _any = false;
 }
@@ -44,27 +44,27 @@ bool SilentServices::IsSilent(const std::string& service) const {
 }
 
 void SilentServices::Missed(const ServiceAddress& service) {
-    if (!Avoid(service)) return;
+    if (!MarkSilent(service)) return;
     core::Logger::GetLogger("tavos")->Error("%s does not answer: until it does, calls to it fail at once",
                                             service.service.c_str());
 }
 
-void SilentServices::UsedUpTime(const ServiceAddress& service) {
-    if (!Avoid(service)) return;
+void SilentServices::TimeUsedUp(const ServiceAddress& service) {
+    if (!MarkSilent(service)) return;
     core::Logger::GetLogger("tavos")->Error(
         "%s is so slow that a request has waited too long: until it answers a ping, calls to it fail at once",
         service.service.c_str());
 }
 
-bool SilentServices::Avoid(const ServiceAddress& service) {
+bool SilentServices::MarkSilent(const ServiceAddress& service) {
     const std::lock_guard<std::mutex> lock(_mutex);
-    if (!_wakeAsker) return false;
+    if (!_wakePinger) return false;
     Record& record = _records[service.service];
     record.path = service.path;
     record.silent = true;
     record.due = Clock::now() + Delay(++record.misses);
     _any = true;
-    _wakeAsker();
+    _wakePinger();
     return true;
 }
 
@@ -80,30 +80,30 @@ void SilentServices::Forget(const std::string& service) {
     _any = !_records.empty();
 }
 
-void SilentServices::Heard(const std::string& service) {
+void SilentServices::PingAnswered(const std::string& service) {
     if (!EndSilence(service)) return;
     core::Logger::GetLogger("tavos")->Information("%s answers again", service.c_str());
 }
 
-void SilentServices::Ended(const std::string& service) {
+void SilentServices::ServiceEnded(const std::string& service) {
     Forget(service);
     core::Logger::GetLogger("tavos")->Information("%s has ended", service.c_str());
 }
 
 void SilentServices::Answered(const std::string& service, bool slowly) {
     if (!_any) return;
-    Heard(service);
+    PingAnswered(service);
     if (!slowly) Forget(service);
 }
 
-std::vector<SilentServices::Question> SilentServices::Questions() const {
-    std::vector<Question> questions;
-    if (!_any) return questions;
+std::vector<SilentServices::PingTarget> SilentServices::PingTargets() const {
+    std::vector<PingTarget> targets;
+    if (!_any) return targets;
     const std::lock_guard<std::mutex> lock(_mutex);
     for (const auto& [service, record] : _records) {
-        if (record.silent) questions.push_back({service, record.path, record.due});
+        if (record.silent) targets.push_back({service, record.path, record.due});
     }
-    return questions;
+    return targets;
 }
 
 }  // namespace tavos::msgbus

@@ -11,19 +11,19 @@
 
 namespace tavos::msgbus {
 
-/// The time that is left to the calls of one piece of work together, and the slow services that used it. Belongs to the
-/// thread that began the work; calls of other threads have only their deadlines.
+/// The remaining time for all calls of one piece of work, and the slow services that used it. It applies to the thread
+/// that began the work. Calls of other threads have only their deadlines.
 class WorkTime {
 public:
-    /// Begins the calling thread's next piece of work and ends the one before.
+    /// Begins the calling thread's next piece of work and ends the previous one.
     void Begin(Clock::duration limit);
 
-    /// Zero or less when the time is used up; max() on a thread that has begun no work.
+    /// The remaining time. Zero or less: used up. max() on a thread that did not begin the work.
     Clock::duration Left() const;
 
-    /// Counts the time of one call. `slow`: longer than a healthy service takes to answer. When this call uses up the
-    /// limit, returns the service whose slow answers took the largest share, if that is at least a quarter of the
-    /// limit. Otherwise null: the work asked for too many answers, or the machine delayed a few.
+    /// Subtracts the time of one call. `slow`: the call took longer than a healthy service needs. If this call uses up
+    /// the limit, returns the service whose slow answers took the largest share, if that share is at least a quarter of
+    /// the limit. Otherwise null: the work made too many calls, or the machine delayed a few.
     const ServiceAddress* Spend(const ServiceAddress& service, Clock::duration time, bool slow);
 
 private:
@@ -31,7 +31,7 @@ private:
     const ServiceAddress* Slowest() const;
 
     std::atomic<std::thread::id> _owner{};
-    Clock::duration _limit{};  // of the owner, as all members below
+    Clock::duration _limit{};  // of the owner, like all members below
     Clock::duration _left{};
     std::vector<std::pair<ServiceAddress, Clock::duration>> _slowCalls;  // few, because each call is slow
 };

@@ -41,12 +41,12 @@ class DatabaseFailure : public osa::Exception {
 public:
     DatabaseFailure(int result, const char* text) : Exception("%s", text), _kind(result & 0xff) {}
 
-    /// True when the cause may be a file that cannot be created or written.
-    bool MayBeOfWriting() const {
+    /// True if the cause may be a file that cannot be created or written.
+    bool MayBeWriteFailure() const {
         return _kind == SQLITE_CANTOPEN || _kind == SQLITE_IOERR || _kind == SQLITE_READONLY || _kind == SQLITE_FULL;
     }
 
-    /// Whether another process has the database locked.
+    /// True if another process has locked the database.
     bool IsBusy() const { return _kind == SQLITE_BUSY; }
 
 private:
@@ -123,8 +123,8 @@ std::string StorePath() {
     return error ? given : absolute.string();
 }
 
-/// The file that symbolic links lead to: the database library keeps its other files beside it. `path` itself when the
-/// file does not exist.
+/// `path` with its symbolic links resolved: the database library keeps its other files beside that file. `path` itself
+/// if the file does not exist.
 std::string Resolved(const std::string& path) {
     std::error_code error;
     const auto resolved = std::filesystem::canonical(path, error);
@@ -136,8 +136,8 @@ bool IsNoRegularFile(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
-/// A FIFO instead of one of the files that the database library opens would block the open without a deadline. A FIFO
-/// that replaces a file in the microseconds between this check and the open still does.
+/// The database library's open of a FIFO would block without a deadline. It still blocks if a FIFO replaces a file in
+/// the microseconds between this check and the open.
 void RefuseOtherThanRegularFiles(const std::string& path) {
     if (IsNoRegularFile(path)) throw osa::Exception("it is no regular file");
     const std::string resolved = Resolved(path);
@@ -147,15 +147,15 @@ void RefuseOtherThanRegularFiles(const std::string& path) {
     }
 }
 
-/// The database library's busy handler. The library's default one waits up to 100 ms between attempts. Processes that
-/// store one value after the other overtook it each time: it gave up although nobody held the lock for long.
+/// The database library's busy handler. The library's default handler waits up to 100 ms between attempts. Processes
+/// that store many values took the lock first each time, and it failed although no process held the lock for long.
 int WaitForLock(void* deadline, int /*attempts*/) {
     if (Clock::now() >= *static_cast<const Clock::time_point*>(deadline)) return 0;
     std::this_thread::sleep_for(kBusyPoll);
     return 1;
 }
 
-/// Size and time of a database file and the log beside it: a change of the contents changes them.
+/// Size and time of a database file and size of the log beside it. Each change of the contents changes one of them.
 struct Stamp {
     explicit Stamp(const std::string& path) {
         const std::string resolved = Resolved(path);
@@ -193,16 +193,16 @@ bool IsEmpty(sqlite3* database) {
     return !Statement(database, "SELECT 1 FROM sqlite_schema").Step();
 }
 
-/// Leaves changes in the log beside the file; the system writes the log to the disk later. The next process that is the
-/// last to close the file moves them into it.
+/// Leaves changes in the log beside the file; the system writes the log to the disk later. The next process that closes
+/// the file as its last user moves them into the file.
 void LeaveToTheSystem(sqlite3* database, off_t logSize) {
     Run(database, "PRAGMA synchronous = NORMAL");
     if (logSize < kMaxLog) Check(database, sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr));
     sqlite3_busy_timeout(database, kQuickBusyTime);
 }
 
-/// Creates the table in an empty database. Other processes may do the same at the same time: the library calls no busy
-/// handler for the change of the journal mode, so this waits for them.
+/// Creates the table in an empty database. Other processes may do the same at the same time. The library calls no busy
+/// handler when the journal mode changes, so this function waits for them.
 void MakeTable(sqlite3* database, Clock::time_point deadline) {
     for (bool done = false; !done;) {
         try {
@@ -222,7 +222,7 @@ void MakeTable(sqlite3* database, Clock::time_point deadline) {
 }  // namespace
 
 /// Opens the file for each operation and closes it afterwards. A database must not stay open across a fork: the child
-/// would rely on locks that it does not hold. It also notices at once when the file is replaced or repaired.
+/// would rely on locks that it does not hold. Each operation also uses a replaced or repaired file at once.
 struct TavosSettingsClient::Store {
     explicit Store(int operationMode) : mode(operationMode), path(StorePath()) {}
 
@@ -232,9 +232,9 @@ struct TavosSettingsClient::Store {
         LogFailures(writingFails, [&] { work(Open().get()); });
     }
 
-    /// As Write, for work that only reads and may run twice. An open database requires two more files beside it. When
-    /// they cannot be created (full or read-only disk), this reads the database file alone, unless one of them still
-    /// holds the latest changes.
+    /// Like Write, for work that only reads and may run twice. An open database requires two more files beside it. If
+    /// they cannot be created (full or read-only disk), this reads the database file alone, unless one of them holds
+    /// newer changes.
     template <class Work>
     void Read(const Work& work) {
         LogFailures(readingFails, [&] {
@@ -242,14 +242,14 @@ struct TavosSettingsClient::Store {
             try {
                 work(Open().get());
             } catch (const DatabaseFailure& e) {
-                if (!e.MayBeOfWriting() || before.logSize > 0) throw;
-                work(OpenAsItIs().get());
+                if (!e.MayBeWriteFailure() || before.logSize > 0) throw;
+                work(OpenFileAlone().get());
                 if (!(Stamp(path) == before)) throw;
             }
         });
     }
 
-    /// Logs the first failure after a success, and rethrows each one with the store's name.
+    /// Logs the first failure after a success, and rethrows each failure with the store's name.
     template <class Work>
     void LogFailures(bool& failing, const Work& work) {
         std::string fault;
@@ -258,7 +258,7 @@ struct TavosSettingsClient::Store {
             failing = false;
             return;
         } catch (const DatabaseFailure& e) {
-            fault = e.what() + (e.MayBeOfWriting() ? Hindrance() : "");
+            fault = e.what() + (e.MayBeWriteFailure() ? LikelyReason() : "");
         } catch (const osa::Exception& e) {
             fault = e.what();
         }
@@ -268,8 +268,8 @@ struct TavosSettingsClient::Store {
         throw whole;
     }
 
-    /// The likely reason in the file system, which the database library does not report.
-    std::string Hindrance() const {
+    /// The likely cause in the file system; the database library does not report it.
+    std::string LikelyReason() const {
         constexpr unsigned long kRoom = 64 * 1024;  // bytes, for the files that an open database needs
         const std::string folder = std::filesystem::path(path).parent_path().string();
         const auto refused = [](const std::string& name, int access) {
@@ -285,7 +285,7 @@ struct TavosSettingsClient::Store {
         return reason ? std::string(" (") + std::strerror(reason) + ")" : "";
     }
 
-    DatabasePtr OpenAsItIs() const {
+    DatabasePtr OpenFileAlone() const {
         RefuseOtherThanRegularFiles(path);
         sqlite3* opened = nullptr;
         const std::string uri = AsUri(path) + "?immutable=1";
@@ -313,7 +313,7 @@ struct TavosSettingsClient::Store {
         return database;
     }
 
-    /// Readable by the owner only: the store may hold a password one day.
+    /// Readable by the owner only: the store may hold passwords later.
     void CreateFile() const {
         const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         if (descriptor >= 0) {
@@ -325,7 +325,7 @@ struct TavosSettingsClient::Store {
 
     const int mode;
     const std::string path;
-    Clock::time_point deadline{};  // of the current operation, for another process's lock
+    Clock::time_point deadline{};  // of the current operation's wait for another process's lock
     bool readingFails = false;
     bool writingFails = false;
 };

@@ -25,7 +25,7 @@ IniFile Everything(const std::string& path) {
     return ini;
 }
 
-/// As TavosSettingsClient::GetValue, but throws for a missing value.
+/// Like TavosSettingsClient::GetValue, but throws for a missing value.
 void Get(const std::string& key) {
     const std::string value = TavosSettingsClient(TavosSettingsClient::kReadOnly).GetValue(key);
     const auto end = key.find(']');

@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what the platform's libraries export; everything else in them is hidden.
+/// Exports a symbol from the platform's libraries; all other symbols are hidden.
 #define TAVOS_API __attribute__((visibility("default")))

@@ -2,12 +2,12 @@
 
 namespace tavos::core {
 
-/// What an event calls: a member function bound to an object. Call runs on the thread that fires the event.
+/// The receiver of an event: a member function bound to an object. Call runs on the thread that fires the event.
 template <class A>
 class IVoidDelegate1 {
 public:
     virtual ~IVoidDelegate1() = default;
-    /// True exactly when `object` is the object that the delegate is bound to.
+    /// True if the delegate is bound to `object`.
     virtual bool Matches(void* object) const = 0;
     virtual void Call(const A& a) = 0;
 };

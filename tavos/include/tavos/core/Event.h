@@ -9,8 +9,8 @@
 namespace tavos::core {
 
 /// The handlers of one event, called in the order in which they were added. Thread-safe. The lock is held while the
-/// handlers run: a handler must not add or remove handlers of the same event, and once RemoveHandlers or the
-/// destructor has returned, no handler of the object runs.
+/// handlers run. So a handler must not add or remove handlers of the same event, and after RemoveHandlers or the
+/// destructor no handler of the object runs.
 template <class Delegate>
 class Event {
 public:

@@ -11,7 +11,7 @@ class IMsgBus;
 
 namespace tavos::interfaces {
 
-/// Alarm inputs in named banks, org.tavos.Alarm3. Inputs of a bank are numbered from 0.
+/// Alarm inputs in named banks, org.tavos.Alarm3. The inputs of each bank are numbered from 0.
 class TAVOS_API IAlarmV3Provider {
 public:
     /// A client owned by the caller.

@@ -23,8 +23,8 @@ public:
     virtual std::uint32_t GetPosition() = 0;  ///< the signed position's 32 bits
     virtual void SetRelativeVelocity(double velocity, int timeLimit) = 0;
     virtual double GetRelativeVelocity() = 0;
-    /// The ends of the range: the min position, downwards, and the max position. (The module's log lines call the first
-    /// one topLimit and the second one bottomLimit; nothing else there depends on them.)
+    /// The ends of the range: the min position is the lowest, the max position the highest. The module's log lines call
+    /// the first one topLimit and the second one bottomLimit; it does not use them otherwise.
     virtual int GetMinPosition() = 0;
     virtual int GetMaxPosition() = 0;
 };

@@ -15,7 +15,7 @@ public:
     static IFocusV2Provider* CreateClient(msgbus::IMsgBus* bus);
 
     virtual ~IFocusV2Provider() = default;
-    virtual void AutoFocus(bool start) = 0;  ///< one run of the auto focus, in any mode
+    virtual void AutoFocus(bool start) = 0;  ///< runs the auto focus once, in any mode
     virtual double GetMinPosition() = 0;
     virtual double GetMaxPosition() = 0;
     virtual double GetMinTranslation() = 0;

@@ -11,13 +11,13 @@ class IMsgBus;
 namespace tavos::interfaces {
 
 /// The endless pan axis, org.tavos.Pan1. Positions are thousandths of a degree: 360000 a turn, growing clockwise.
-/// Speeds and velocities are fractions of the axis's max speed, -1.0 to 1.0, positive clockwise; a speed of 0 in a
-/// positioned move selects the axis's default speed. A time limit, in seconds, ends a move that lasts longer.
-/// Here as in every service interface: operations are synchronous, throw tavos::osa::Exception when the service is
-/// missing, refuses, or does not answer in time, and may be called from any thread, one call at a time.
+/// Speeds and velocities are fractions of the axis's max speed, -1.0 to 1.0, positive clockwise. In a move to a
+/// position a speed of 0 selects the axis's default speed. A move stops at its time limit, in seconds. For every
+/// service interface: operations are synchronous and may be called from any thread, one call at a time. They throw
+/// tavos::osa::Exception if the service is missing, refuses, or misses the deadline.
 class TAVOS_API IPanProvider {
 public:
-    /// A client owned by the caller. Works also while the service is missing; only its operations then throw.
+    /// A client owned by the caller. It can be created while the service is missing; then only its operations throw.
     static IPanProvider* CreateClient(msgbus::IMsgBus* bus);
 
     virtual ~IPanProvider() = default;

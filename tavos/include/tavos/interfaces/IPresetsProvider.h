@@ -8,8 +8,8 @@ class IMsgBus;
 
 namespace tavos::interfaces {
 
-/// Stored positions, org.tavos.Presets1. It has no operation yet; a client can be created, and the service can be
-/// present or missing.
+/// Stored positions, org.tavos.Presets1. The interface has no operations yet. A client can be created while the service
+/// is present or missing.
 class TAVOS_API IPresetsProvider {
 public:
     /// A client owned by the caller.

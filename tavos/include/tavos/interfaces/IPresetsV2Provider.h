@@ -17,7 +17,7 @@ public:
     static IPresetsV2Provider* CreateClient(msgbus::IMsgBus* bus);
 
     virtual ~IPresetsV2Provider() = default;
-    virtual std::uint32_t GetMaxPresets() = 0;  ///< how many presets the camera has
+    virtual std::uint32_t GetMaxPresets() = 0;  ///< number of presets of the camera
 };
 
 }  // namespace tavos::interfaces

@@ -11,7 +11,7 @@ class IMsgBus;
 
 namespace tavos::interfaces {
 
-/// Relay outputs in named banks, org.tavos.Relay3. Relays of a bank are numbered from 0.
+/// Relay outputs in named banks, org.tavos.Relay3. The relays of each bank are numbered from 0.
 class TAVOS_API IRelayV3Provider {
 public:
     /// A client owned by the caller.

@@ -17,7 +17,7 @@ public:
 
     virtual ~ITemperatureV2Provider() = default;
     virtual int GetTemperatureDegreesCelsius(int sensor) = 0;
-    /// (sensor, degrees); fired on the bus's event thread when a reading has changed.
+    /// (sensor, degrees); fired on the bus's event thread when a reading changes.
     virtual core::Event2<int, int>& OnTemperatureChange() = 0;
 };
 

@@ -9,7 +9,7 @@ class IMsgBus;
 
 namespace tavos::interfaces {
 
-/// The supply voltage's supervision, org.tavos.Voltage2. Status codes: 0 normal, 1 low, 2 high.
+/// The supply voltage's monitor, org.tavos.Voltage2. Status codes: 0 normal, 1 low, 2 high.
 class TAVOS_API IVoltageV2Provider {
 public:
     /// A client owned by the caller.
@@ -17,7 +17,7 @@ public:
 
     virtual ~IVoltageV2Provider() = default;
     virtual int GetVoltageStatus() = 0;
-    /// (status); fired on the bus's event thread when the status has changed.
+    /// (status); fired on the bus's event thread when the status changes.
     virtual core::Event1<int>& OnVoltageStatusChange() = 0;
 };
 

@@ -25,9 +25,9 @@ class IVoltageV2Provider;
 class IPowerV2Provider;
 class IFanV2Provider;
 
-/// Serves `service` on the bus under its well-known name and returns that name. Calls from the bus call `service` on
-/// the host's thread; an exception becomes the caller's error. Each event fired on that thread is emitted as a signal.
-/// `service` must outlive the host. Throws tavos::osa::Exception when the name is taken.
+/// Serves `service` on the bus under its well-known name and returns that name. Calls from the bus run on the host's
+/// thread; the caller gets an exception as an error. Each event fired on that thread is emitted as a signal. `service`
+/// must outlive the host. Throws tavos::osa::Exception if another process owns the name.
 TAVOS_API std::string Serve(msgbus::ServiceHost& host, IPanProvider& service);
 TAVOS_API std::string Serve(msgbus::ServiceHost& host, IAxisProvider& service, const char* axis);
 TAVOS_API std::string Serve(msgbus::ServiceHost& host, IZoomProvider& service);

@@ -8,14 +8,14 @@
 
 namespace tavos::msgbus {
 
-/// A process's end of the message bus at the address in the environment's TAVOS_BUS_ADDRESS; without it, of the system
-/// bus. Construction never fails: while the bus is missing, calls throw. A call's deadline is 500 ms, or
+/// A process's connections to the message bus. The environment variable TAVOS_BUS_ADDRESS has the address; the default
+/// is the system bus. Construction never fails: while the bus is missing, calls throw. A call's deadline is 500 ms, or
 /// TAVOS_CALL_TIMEOUT_MS milliseconds. The limit for all calls of one request is twice the deadline, or
 /// TAVOS_REQUEST_TIMEOUT_MS milliseconds; the limit for the start is five times that of a request.
 class TAVOS_API MsgBus final : public IMsgBus {
 public:
     MsgBus();
-    /// Ends the event thread; returns once no delegate runs.
+    /// Ends the event thread; returns when no delegate runs.
     ~MsgBus() override;
     MsgBus(const MsgBus&) = delete;
     MsgBus& operator=(const MsgBus&) = delete;

@@ -18,30 +18,30 @@ struct ReceivedCall {
     std::vector<std::string> arguments;
 };
 
-/// A call is served, answered with an error, or never answered.
+/// How the host treats a call: serves it, answers with an error, or never answers.
 enum class Treatment { kServe, kFail, kHang };
 
-/// The other end of the bus: a process's services. Everything runs on the thread that calls Process; no member may
-/// be called from another. After a restart of the bus the host connects again and takes its names back.
+/// A process's services on the bus. Everything runs on the thread that calls Process; call members only on that thread.
+/// After a restart of the bus the host connects again and takes its names again.
 class TAVOS_API ServiceHost {
 public:
-    /// `address` as TAVOS_BUS_ADDRESS (see MsgBus); empty: the system bus. Throws tavos::osa::Exception when the bus
-    /// does not answer.
+    /// `address` as TAVOS_BUS_ADDRESS (see MsgBus); empty: the system bus. Throws tavos::osa::Exception if the bus does
+    /// not answer.
     explicit ServiceHost(const std::string& address);
     ~ServiceHost();
     ServiceHost(const ServiceHost&) = delete;
     ServiceHost& operator=(const ServiceHost&) = delete;
 
-    /// Called before each call is served, in the order of arrival. Without a filter everything is served. It also
-    /// decides whether a service answers pings, as an operation "Ping" without arguments, possibly many times: only
-    /// kHang keeps the ping unanswered.
+    /// Called before each call is served, in the order of arrival. Without a filter everything is served. The filter
+    /// also gets pings, as an operation "Ping" without arguments, possibly several times for one ping: only kHang
+    /// leaves the ping unanswered.
     void SetCallFilter(std::function<Treatment(const ReceivedCall&)> filter);
 
-    /// Takes or gives up a service's well-known name; without its name a service is missing to its clients.
-    /// Throws tavos::osa::Exception for a service that is not served here, or when another process has the name.
+    /// Takes or releases a service's well-known name. Without its name a service is missing for its clients. Throws
+    /// tavos::osa::Exception for a service that is not served here, or if another process owns the name.
     void SetPresent(const std::string& service, bool present);
 
-    /// Makes Process return when the descriptor becomes readable; the caller must read it. One descriptor, which must
+    /// Makes Process return when the descriptor becomes readable; the caller must read it. Only one descriptor; it must
     /// stay open as long as the host lives.
     void WakeOn(int descriptor);
 

@@ -8,17 +8,17 @@
 
 namespace tavos::osa {
 
-/// Waits without end when handed to Mutex::Lock.
+/// A Mutex::Lock timeout: no deadline.
 constexpr std::uint32_t kWaitForever = 0xFFFFFFFF;
 
-/// A mutex with a name for the person who debugs it. Not recursive.
+/// A mutex with a name for debugging. Not recursive.
 class TAVOS_API Mutex {
 public:
     explicit Mutex(const char* name) : _name(name) {}
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    /// Waits at most `timeout` milliseconds; true when the caller now holds the mutex.
+    /// Waits at most `timeout` milliseconds. True if the caller now holds the mutex.
     bool Lock(std::uint32_t timeout);
 
     /// Called by the holder only.

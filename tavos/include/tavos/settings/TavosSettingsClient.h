@@ -11,26 +11,26 @@ class IniFile;
 
 namespace tavos::settings {
 
-/// A process's view of the camera's settings store: text values under "[Section/Name]Key". The store is one SQLite
-/// file, named by the environment's TAVOS_SETTINGS_STORE or else /var/lib/tavos/settings.db, shared by every process
-/// of the camera. It is opened for each operation, so that construction never fails; each operation throws
-/// tavos::osa::Exception with the file's name and the reason when the store is missing, damaged, no regular file (a
-/// link to one is fine; a FIFO is not opened) or busy for more than a second. Once SetValue has
-/// returned, the value survives a kill and a loss of power; that takes a disk some milliseconds. Values can still be
-/// read when the disk is full or read-only. One thread at a time may use a client.
+/// Access to the camera's settings store: text values under "[Section/Name]Key". The store is one SQLite file, shared
+/// by all processes of the camera. The environment variable TAVOS_SETTINGS_STORE names the file; the default is
+/// /var/lib/tavos/settings.db. Each operation opens the file, so construction never fails. An operation throws
+/// tavos::osa::Exception with the file's name and the reason if the store is missing, damaged, not a regular file (a
+/// link to one works; a FIFO is not opened) or busy for more than a second. After SetValue the value survives a kill
+/// and a loss of power; that takes a disk some milliseconds. Values can be read even if the disk is full or read-only.
+/// One thread at a time may use a client.
 class TAVOS_API TavosSettingsClient {
 public:
     enum OperationMode : int {
         kReadOnly = 0,
         kReadWrite = 1,  ///< the store must exist
-        kCreate = 2,     ///< makes an empty store where there is none
+        kCreate = 2,     ///< creates an empty store if there is none
     };
 
-    /// What a stored value survives.
+    /// Which failures a stored value survives.
     enum class Survives {
         kPowerLoss,
-        /// A kill, but no loss of power until the next store with kPowerLoss. Waits for the disk only now and then, and
-        /// up to a tenth of a second for another process that is storing.
+        /// A kill, but not a loss of power before the next write with kPowerLoss. Rarely waits for the disk. Waits up
+        /// to a tenth of a second for another process that writes.
         kKill,
     };
 
@@ -39,16 +39,16 @@ public:
     TavosSettingsClient(const TavosSettingsClient&) = delete;
     TavosSettingsClient& operator=(const TavosSettingsClient&) = delete;
 
-    /// The value of "[Section]Key", or an empty string when there is none. Throws also for a key of another form.
+    /// The value of "[Section]Key", or an empty string if there is none. Throws also for an invalid key.
     std::string GetValue(const std::string& key) const;
 
     void SetValue(const std::string& key, const std::string& value);
 
-    /// Adds to `ini` the section `path` and every section below it ("path/..."); none is no failure. An empty path
-    /// stands for the whole store.
+    /// Adds the section `path` and every section below it ("path/...") to `ini`. A missing section is not a failure. An
+    /// empty path selects the whole store.
     void GetSettings(const std::string& path, core::IniFile& ini) const;
 
-    /// Stores every value of `ini` in one transaction: all of them or, when it throws, none.
+    /// Stores all values of `ini` in one transaction. If it throws, it has stored none.
     void SetSettings(const core::IniFile& ini, Survives what = Survives::kPowerLoss);
 
 private:

@@ -6,7 +6,7 @@ objects.py mib TEMPLATE OUTPUT  a MIB: fills the template's lines "@OBJECTS SECT
                                 and "@MEMBERS SECTION...@" within a line
 objects.py page PAGE            rewrites the rows of docs/objects.md below each "<!-- objects.toml: SECTION... -->"
 
-Does not touch a file whose content is already right, so that a build compiles nothing again.
+Does not write a file whose content is already right, so that a build does not compile it again.
 """
 
 import dataclasses
@@ -29,7 +29,7 @@ PARAMETERS = """(netsnmp_mib_handler*, netsnmp_handler_registration*,
 
 @dataclasses.dataclass
 class Object:
-    """A row: its attributes, then its section's. objects.toml explains the attributes."""
+    """An object with its attributes and those of its section. objects.toml explains the attributes."""
 
     name: str
     oid: str
@@ -112,7 +112,7 @@ class Object:
                f"    ::= {{ {self.node} {self.oid.split('.')[-2]} }}\n"
 
     def mib_variation(self):
-        """What the capabilities say about it; empty for nothing."""
+        """Its variation in the capabilities; empty if there is none."""
         clauses = self.variation
         if clauses is None and self.is_number:
             named = self.syntax.startswith("INTEGER")
@@ -192,7 +192,7 @@ def write_code(sections, folder):
     }
     for name, lines in files.items():
         write(folder / (name if "." in name else f"{name}.inc"),
-              "// Made from objects.toml by objects.py: change those.\n" + "".join(lines))
+              "// Generated from objects.toml by objects.py: change those files.\n" + "".join(lines))
 
 
 def named(sections, names):

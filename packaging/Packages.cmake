@@ -1,7 +1,7 @@
-# The Debian packages, one for each component of the install rules: cpack makes them from a build of the preset
-# "packages". home.arpa belongs to nobody: set your own address here before you pass packages on.
+# The Debian packages, one for each component of the install rules. cpack makes them from a build of the preset
+# "packages". home.arpa is a reserved domain: set your own address before you distribute packages.
 set(ORVEX_PACKAGE_CONTACT "orvexsnmp developers <orvexsnmp@home.arpa>" CACHE STRING
-    "Whom the packages name as their maintainer")
+    "The packages' maintainer")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
@@ -16,14 +16,14 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${ORVEX_PACKAGE_CONTACT})
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-# Packages that link libtavos name libtavos0 as a dependency themselves.
+# Packages that link libtavos declare their dependency on libtavos0 themselves.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/lib)
 set(own_version "(= ${PROJECT_VERSION})")
 
 configure_file(debian/changelog.in ${CMAKE_CURRENT_BINARY_DIR}/changelog @ONLY)
 
-# orvex_gzip(FILE DESTINATION COMPONENT [NAME]): installs a file compressed, the same octets each time.
+# orvex_gzip(FILE DESTINATION COMPONENT): installs a compressed file; the output is reproducible.
 function(orvex_gzip file destination component)
   get_filename_component(name ${file} NAME)
   set(compressed ${CMAKE_CURRENT_BINARY_DIR}/compressed/${name}.gz)
@@ -62,46 +62,46 @@ if(ORVEX_OWN_PLATFORM)
 endif()
 
 orvex_package(module orvexsnmp "camera objects for the SNMP agent"
-"A module for net-snmp's agent that serves NTCIP 1205 and 1201 objects of a
-pan-tilt-zoom camera, and private ones, by calling the camera's services
-over D-Bus. It comes with a configuration fragment that makes the agent load
-it, an example of a whole configuration with SNMPv3 users, and a drop-in that
-runs the agent unprivileged and in a sandbox."
+"A module for net-snmp's agent. It serves NTCIP 1205 and 1201 objects and
+private objects of a pan-tilt-zoom camera by calling the camera's services
+over D-Bus. The package also has a configuration fragment that loads the
+module, an example of a whole configuration with SNMPv3 users, and a drop-in
+that runs the agent unprivileged and in a sandbox."
   "snmpd, adduser${and_platform}" orvexsnmp.8 orvexsnmp-add-user.8)
 set(CPACK_DEBIAN_MODULE_PACKAGE_SUGGESTS orvexsnmp-mibs)
 
 orvex_package(mibs orvexsnmp-mibs "MIBs of the camera's objects and traps"
-"What managers need to show the camera's objects by their names."
+"Managers need these MIBs to show the names of the camera's objects."
   "")
 set(CPACK_DEBIAN_MIBS_PACKAGE_ARCHITECTURE all)
 
 if(ORVEX_OWN_PLATFORM)
   orvex_package(platform libtavos0 "camera platform on D-Bus and SQLite"
-  "The libraries that the camera's SNMP module and services are written against:
-clients and servers of the camera's services on a D-Bus message bus, a
-settings store, and a logger."
+  "The libraries that the camera's SNMP module and services use: clients and
+servers of the camera's services on a D-Bus message bus, a settings store,
+and a logger."
     "")
   set(CPACK_DEBIAN_PLATFORM_PACKAGE_SECTION libs)
 
   orvex_package(tavos tavos "settings store and message bus of a camera"
   "The command that shows and changes a camera's settings, the policy that
-says who may own and call the camera's services, and a bus for these services
-alone where they are not on the system bus."
+defines who may own and call the camera's services, and a separate bus for
+services that are not on the system bus."
     "adduser, dbus-daemon, libtavos0 ${own_version}" tavos-settings.1)
 
   orvex_package(dev orvexsnmp-dev "development files of the camera platform"
-  "Headers of the camera platform that the SNMP module is written against, and
-what CMake needs to find it."
+  "Headers of the camera platform that the SNMP module uses, and its CMake
+package files."
     "libtavos0 ${own_version}")
   set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 endif()
 
 if(ORVEX_DOME)
-  orvex_package(dome orvex-dome "desk camera, for work without a camera at hand"
+  orvex_package(dome orvex-dome "desk camera, for work without a real camera"
   "A process that serves a camera's services from a model of a pan-tilt-zoom
-camera, a page that shows it, and commands that inspect and control it. Units
-run one camera for this machine's agent, and any number of cameras with an
-agent each."
+camera, a web page that shows it, and commands that inspect and control it.
+Units run one camera for this machine's agent, and any number of cameras
+that each have their own agent."
     "adduser, snmpd, tavos ${own_version}, libtavos0 ${own_version}" orvex-dome.1 domectl.1 myname.1)
 endif()
 

@@ -153,7 +153,7 @@ std::optional<int> LevelOf(const IniFile& ini, const char* section) {
     if (!ini.HasValue(section, "log.level")) return std::nullopt;
     const std::string text = ini.GetValue(section, "log.level");
     const auto level = Number(text);
-    if (!level) throw osa::Exception("log.level is no number: \"%s\"", IniFile::Escaped(text).c_str());
+    if (!level) throw osa::Exception("log.level is not a number: \"%s\"", IniFile::Escaped(text).c_str());
     return level;
 }
 

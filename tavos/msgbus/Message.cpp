@@ -18,7 +18,7 @@ void Check(int result) {
 template <class T>
 void GetBasic(sd_bus_message* message, char type, T* value) {
     if (sd_bus_message_read_basic(message, type, value) <= 0) {
-        throw osa::Exception("a message holds other values than expected");
+        throw osa::Exception("a message has values of unexpected types");
     }
 }
 
@@ -104,7 +104,7 @@ void Reader::Get(std::string& value) {
 }
 
 void Reader::Get(std::vector<std::string>& value) {
-    const auto wrong = [] { return osa::Exception("a message holds other values than expected"); };
+    const auto wrong = [] { return osa::Exception("a message has values of unexpected types"); };
     if (sd_bus_message_enter_container(_message, SD_BUS_TYPE_ARRAY, "s") <= 0) throw wrong();
     value.clear();
     const char* text = nullptr;

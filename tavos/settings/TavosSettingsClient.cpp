@@ -112,7 +112,7 @@ Key Parsed(const std::string& text) {
         Key key{text.substr(1, end - 1), text.substr(end + 1)};
         if (core::IniFile::IsSectionName(key.section) && core::IniFile::IsKeyName(key.name)) return key;
     }
-    throw osa::Exception("\"%s\" is no key of the form [Section]Key", text.c_str());
+    throw osa::Exception("\"%s\" is not a key of the form [Section]Key", text.c_str());
 }
 
 std::string StorePath() {
@@ -293,7 +293,7 @@ struct TavosSettingsClient::Store {
                                            SQLITE_OPEN_READONLY | SQLITE_OPEN_PRIVATECACHE | SQLITE_OPEN_URI, nullptr);
         DatabasePtr database(opened);
         Check(opened, result);
-        if (!HasTable(opened)) throw osa::Exception("it is no settings store");
+        if (!HasTable(opened)) throw osa::Exception("it is not a settings store");
         return database;
     }
 
@@ -309,7 +309,7 @@ struct TavosSettingsClient::Store {
         sqlite3_busy_handler(opened, WaitForLock, &deadline);
         if (mode != kReadOnly) Run(opened, "PRAGMA synchronous = FULL");
         if (mode == kCreate && IsEmpty(opened)) MakeTable(opened, deadline);
-        if (!HasTable(opened)) throw osa::Exception("it is no settings store");
+        if (!HasTable(opened)) throw osa::Exception("it is not a settings store");
         return database;
     }
 
@@ -380,9 +380,10 @@ void TavosSettingsClient::SetSettings(const core::IniFile& ini, Survives what) {
         Run(database, "BEGIN IMMEDIATE");
         Statement insert(database, "INSERT OR REPLACE INTO settings (section, key, value) VALUES (?1, ?2, ?3)");
         for (const auto& [section, values] : ini.Sections()) {
-            if (!core::IniFile::IsSectionName(section)) throw osa::Exception("\"%s\" is no section", section.c_str());
+            if (!core::IniFile::IsSectionName(section))
+                throw osa::Exception("\"%s\" is not a section name", section.c_str());
             for (const auto& [key, value] : values) {
-                if (!core::IniFile::IsKeyName(key)) throw osa::Exception("\"%s\" is no key", key.c_str());
+                if (!core::IniFile::IsKeyName(key)) throw osa::Exception("\"%s\" is not a key name", key.c_str());
                 insert.Bind(1, section);
                 insert.Bind(2, key);
                 insert.Bind(3, value);

@@ -123,7 +123,7 @@ def damage(store):
 
 HINDRANCES = {
     "a level that is no number": (lambda desk: set_level(desk, "loud\nand more"),
-                                  r'log\.level is no number: "loud\\nand more"'),
+                                  r'log\.level is not a number: "loud\\nand more"'),
     "a log file in no folder": (lambda desk: desk.settings("set", "[Applications/OrvexSnmp]log.file", "/no/such/file"),
                                 r"log\.file /no/such/file: No such file or directory"),
     "a damaged store": (lambda desk: damage(desk.state / "settings.db"), r"settings\.db: file is not a database"),
@@ -184,7 +184,7 @@ def test_a_start_that_cannot_apply_the_settings_says_why_before_it_ends(desk):
     desk.launch_agent()
     assert desk.processes.pop("agent").wait(20) != 0
     assert "OrvexSnmp Error Error reloading, invalid configuration" in desk.output("agent")
-    assert 'orvexsnmp: invalid configuration: log.level is no number: "loud"' in desk.log("agent")
+    assert 'orvexsnmp: invalid configuration: log.level is not a number: "loud"' in desk.log("agent")
 
 
 # --- out of descriptors ---

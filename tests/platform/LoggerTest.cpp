@@ -226,7 +226,7 @@ TEST_F(LoggerTest, ARefusedConfigurationChangesNothing) {
 
 TEST_F(LoggerTest, ARefusedConfigurationWithoutAppendersIsLoggedToStandardOutput) {
     for (const auto& [key, value, text] :
-         {std::tuple{"log.level", "loud\nand more", "log.level is no number: \"loud\\nand more\""},
+         {std::tuple{"log.level", "loud\nand more", "log.level is not a number: \"loud\\nand more\""},
           std::tuple{"log.file", "/no/such\n/file", "log.file /no/such\\n/file: No such file or directory"}}) {
         testing::internal::CaptureStdout();
         Logger::ClearAppenders();

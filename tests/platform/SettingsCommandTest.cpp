@@ -96,8 +96,8 @@ TEST_F(SettingsCommandTest, FailuresAreOneLine) {
     Import("[a]\nb = 1\n");
     ExpectFailure("get '[a]c'", "[a]c: no such value");
     ExpectFailure("get '[x]b'", "[x]b: no such value");
-    ExpectFailure("get b", "\"b\" is no key of the form [Section]Key");
-    ExpectFailure("set '[a]' 1", "\"[a]\" is no key of the form [Section]Key");
+    ExpectFailure("get b", "\"b\" is not a key of the form [Section]Key");
+    ExpectFailure("set '[a]' 1", "\"[a]\" is not a key of the form [Section]Key");
     ExpectFailure("import '" + folder.File("") + "'", "cannot be read");
     ExpectFailure("export /nonexistent/file", "/nonexistent/file: cannot be written");
 }

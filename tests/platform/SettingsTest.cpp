@@ -67,7 +67,7 @@ TEST_F(SettingsTest, ValuesComeBack) {
 TEST_F(SettingsTest, KeysOfAnotherFormAreRefused) {
     TavosSettingsClient client(TavosSettingsClient::kCreate);
     for (const char* key : {"", "a", "[a]", "[]b", "a]b", "[a", "[a]b=c", "[a\n]b", "[a] b", "[[a]b", "[a]#b"}) {
-        EXPECT_THAT(Failure([&] { client.SetValue(key, "1"); }), HasSubstr("is no key of the form [Section]Key"))
+        EXPECT_THAT(Failure([&] { client.SetValue(key, "1"); }), HasSubstr("is not a key of the form [Section]Key"))
             << key;
         EXPECT_NE(Failure([&] { client.GetValue(key); }), "") << key;
     }
@@ -155,7 +155,7 @@ TEST_F(SettingsTest, AnotherProgramsDatabaseIsLeftAlone) {
     const std::string before = FileText(store);
     for (const int mode : {0, 1, 2}) {
         TavosSettingsClient client(mode);
-        EXPECT_THAT(Failure([&] { client.GetValue("[a]b"); }), HasSubstr("it is no settings store")) << mode;
+        EXPECT_THAT(Failure([&] { client.GetValue("[a]b"); }), HasSubstr("it is not a settings store")) << mode;
     }
     EXPECT_EQ(FileText(store), before);
 }

@@ -112,18 +112,20 @@ netsnmp_table_row* NewRow(long number) {
 
 }  // namespace
 
-bool IsTaken(const tavos::core::Logger& logger, const char* name, const char* what, long long number, int maxNumber) {
+bool IsAccepted(const tavos::core::Logger& logger, const char* name, const char* what, long long number,
+                int maxNumber) {
     if (number >= 0 && number <= maxNumber) return true;
     logger.Error("%s: the service gives %lld for %s, which must be 0 to %d: the rows stay as they were", name, number,
                  what, maxNumber);
     return false;
 }
 
-bool AreTaken(const tavos::core::Logger& logger, const char* name, const std::vector<std::string>& banks) {
+bool AreAccepted(const tavos::core::Logger& logger, const char* name, const std::vector<std::string>& banks) {
     const auto count = static_cast<long long>(banks.size());
-    if (!IsTaken(logger, name, "the number of banks", count, kMaxBanks)) return false;
+    if (!IsAccepted(logger, name, "the number of banks", count, kMaxBanks)) return false;
     return std::all_of(banks.begin(), banks.end(), [&](const std::string& bank) {
-        return IsTaken(logger, name, "the octets of a bank's name", static_cast<long long>(bank.size()), kMaxBankName);
+        return IsAccepted(logger, name, "the octets of a bank's name", static_cast<long long>(bank.size()),
+                          kMaxBankName);
     });
 }
 

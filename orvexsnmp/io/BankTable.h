@@ -10,28 +10,28 @@
 #include "core/PlatformCall.h"
 #include "tavos/core/Logger.h"
 
-/// The table of all inputs or outputs of all banks. Both providers of this folder have one. Agent's thread only.
+/// A table of the inputs or outputs of all banks. Both table providers of this folder have one. Agent's thread only.
 
-/// ((bank, id within the bank), state); row n of the table is the entry n - 1.
+/// ((bank, id in the bank), state). Row n of the table is entry n - 1.
 using BankEntry = std::pair<std::pair<std::string, int>, int>;
 using BankList = std::vector<BankEntry>;
 
 enum BankColumn : unsigned { kBankNameColumn = 1, kBankIdColumn = 2, kBankStateColumn = 3, kUnusedColumn = 4 };
 
-/// Limits of what a table accepts from a service. No real camera comes near them. A service above them is faulty and
-/// would cost the agent its memory, or one call for each row. A SET of a relay reads every state again and must end
-/// within a request's time.
+/// The max values that a table accepts from a service. Real cameras have far smaller ones. A service above a limit is
+/// faulty: it would use up the agent's memory, or cause a call for each row. A SET of a relay reads every state again
+/// and must end within a request's time.
 constexpr int kMaxRows = 1024;  ///< of all banks together
 constexpr int kMaxBanks = 100;
 constexpr int kMaxBankName = 255;  ///< octets, as in a DisplayString
 
-/// False, and one Error line, for a number that a table does not take. `what` is what is counted.
-bool IsTaken(const tavos::core::Logger& logger, const char* name, const char* what, long long number, int maxNumber);
+/// Returns false, with one Error line, for a number that a table does not accept. `what` describes the number.
+bool IsAccepted(const tavos::core::Logger& logger, const char* name, const char* what, long long number, int maxNumber);
 
 /// The same for the names of a service's banks.
-bool AreTaken(const tavos::core::Logger& logger, const char* name, const std::vector<std::string>& banks);
+bool AreAccepted(const tavos::core::Logger& logger, const char* name, const std::vector<std::string>& banks);
 
-/// The words in which the two providers' list building differs: `name`, and whole Error lines, no formats.
+/// The texts that differ between the two providers when they build a list: `name`, and whole Error lines, not formats.
 struct BankListLines {
     const char* name;
     const char* noBankNames;
@@ -39,8 +39,8 @@ struct BankListLines {
     const char* noState;
 };
 
-/// Reads each bank's count and each entry's state once. Logs what fails and replaces it: a count by the previous
-/// bank's, a state by the previous entry's. Returns nothing, with a log line, at the first count that a table refuses.
+/// Reads each bank's count and each entry's state once. Logs each failure; then uses the previous bank's count or the
+/// previous entry's state. At the first count that a table refuses, logs it and returns nullopt.
 template <class EntryCount, class State>
 std::optional<BankList> ReadBanks(const tavos::core::Logger& logger, const BankListLines& lines, bool update,
                                   const std::vector<std::string>& banks, EntryCount&& entryCount, State&& getState) {
@@ -54,7 +54,7 @@ std::optional<BankList> ReadBanks(const tavos::core::Logger& logger, const BankL
             logger.Error("%s", lines.noEntryCount);
         }
         const int room = kMaxRows - static_cast<int>(list.size());
-        if (!IsTaken(logger, lines.name, "a bank's count", count, room)) return std::nullopt;
+        if (!IsAccepted(logger, lines.name, "a bank's count", count, room)) return std::nullopt;
         for (int id = 0; id < count; ++id) {
             if (!update) {
                 CaughtCall(logger, lines.noState, [&] { state = getState(bank, id) ? 1 : 0; });
@@ -65,9 +65,9 @@ std::optional<BankList> ReadBanks(const tavos::core::Logger& logger, const BankL
     return list;
 }
 
-/// Builds the list anew from a service; names that it does not give are replaced by none. With `update` every state is
-/// 0 and not asked for. A list that no table takes is not asked for to its end, and `list` stays as it was. `bankNames`
-/// fills in the names and logs their number.
+/// Builds the list again from a service. If its bank names cannot be read, the list is empty. With `update` every state
+/// is 0, without calls. At the first number that a table refuses, it stops reading and does not change `list`.
+/// `bankNames` sets the names and logs their number.
 template <class BankNames, class EntryCount, class State>
 void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines, bool update, BankList& list,
                    BankNames&& bankNames, EntryCount&& entryCount, State&& getState) {
@@ -79,24 +79,24 @@ void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines
     } catch (...) {
         logger.Error("%s", lines.noBankNames);
     }
-    if (AreTaken(logger, lines.name, banks)) {
+    if (AreAccepted(logger, lines.name, banks)) {
         if (auto read = ReadBanks(logger, lines, update, banks, entryCount, getState)) list = std::move(*read);
     }
     logger.Trace("%s: Done.", lines.name);
 }
 
-/// The table in the agent: a registered data set whose rows are replaced when the banks change.
+/// The table in the agent: a registered data set. Its rows are replaced when the banks change.
 ///
-/// The agent looks up a request's row before it calls the module's handler, and keeps the row over the phases of a SET.
-/// So rows may only change before that look-up. For this the table adds a front handler before the agent's handlers. It
-/// calls the owner's BeginTableRequest, which compares the service with the list and may call ReplaceRows. The owner's
-/// handler comes last, finds Pass() at kBegun or kRefused, and does not begin the request again.
+/// The agent looks up a request's row before it calls the module's handler, and keeps the row through all phases of a
+/// SET. So rows must change only before that look-up. The table therefore adds a front handler before the agent's
+/// handlers. It calls the owner's BeginTableRequest, which compares the service with the list and may call ReplaceRows.
+/// The owner's handler runs last; Pass() is then kBegun or kRefused, and the handler does not begin the request again.
 /// See docs/contract.md, rows-before-look-up.
 class BankTable {
 public:
-    /// Where a request for the table stands.
+    /// The state of the current request.
     enum class PassState {
-        kOutside,  ///< the owner's handler was called without the front handler: it begins the request itself
+        kOutside,  ///< no front handler ran: the owner's handler begins the request itself
         kBegun,
         kRefused,  ///< begun, and refused by the owner
     };
@@ -116,7 +116,7 @@ public:
     BankTable(const BankTable&) = delete;
     BankTable& operator=(const BankTable&) = delete;
 
-    /// Makes the data set when there is none yet.
+    /// Creates the data set if there is none.
     void Create();
     bool IsCreated() const { return _dataSet != nullptr; }
 
@@ -126,8 +126,8 @@ public:
     /// Unregisters and frees the data set. Create and Register may follow.
     void Unregister();
 
-    /// Serves the list's entries from now on; an empty list as one row without values. In the later phases of a SET the
-    /// rows are replaced at the next request instead. `list` must live as long as the table.
+    /// Serves the list's entries from now on; an empty list gives one row without values. In the later phases of a SET
+    /// the rows are replaced at the next request. `list` must live as long as the table.
     void ReplaceRows(const BankList& list);
 
     PassState Pass() const { return _pass; }
@@ -150,16 +150,17 @@ private:
     const BankList* _waitingRows = nullptr;  ///< served once the agent no longer holds rows
 };
 
-/// The row that a request's name asks for, 1 and up, or 0 when the name has none.
+/// The row in a request's name, from 1; 0 if the name has none.
 unsigned long RequestedRow(const netsnmp_request_info& request);
 
-/// The column that a request's name asks for, or 0 when the name has none.
+/// The column in a request's name; 0 if the name has none.
 unsigned RequestedColumn(const netsnmp_request_info& request);
 
-/// The list's entry for a request, or null when the row is not the list's.
+/// The list's entry for a request; null if the list does not have the row.
 const BankEntry* RequestedEntry(const BankList& list, const netsnmp_request_info& request);
 
-/// The words in which the providers' comparison of list and service differs: `name`, and whole lines, no formats.
+/// The texts that differ between the providers when they compare list and service: `name`, and whole lines, not
+/// formats.
 struct BankCountLines {
     const char* name;
     const char* count;
@@ -167,7 +168,7 @@ struct BankCountLines {
     const char* update;
 };
 
-/// Compares the service's count with the list and rebuilds the table when they differ. A count that cannot be read, or
+/// Compares the service's count with the list and rebuilds the table if they differ. A count that cannot be read, or
 /// that a table refuses, changes nothing. `getCount` is the provider's wrapper.
 template <class GetCount, class Rebuild>
 void FollowService(const tavos::core::Logger& logger, const BankCountLines& lines, const BankList& list,
@@ -178,12 +179,12 @@ void FollowService(const tavos::core::Logger& logger, const BankCountLines& line
     logger.Information("%s", lines.size);
     // See docs/contract.md, count-unread; fixed: docs/contract.md, same-total-unnoticed.
     if (!counted || static_cast<int>(list.size()) == count) return;
-    if (!IsTaken(logger, lines.name, "the number of rows", count, kMaxRows)) return;
+    if (!IsAccepted(logger, lines.name, "the number of rows", count, kMaxRows)) return;
     logger.Information("%s", lines.update);
     rebuild();
 }
 
-/// Answers a read of one cell. `readState` gives column 3 its value. Returns an SNMP error.
+/// Answers a read of one cell. `readState` returns the value of column 3. Returns an SNMP error.
 template <class ReadState>
 int AnswerCell(const tavos::core::Logger& logger, const char* name, netsnmp_request_info* request,
                const BankEntry& entry, ReadState&& readState) {

@@ -12,11 +12,11 @@
 /// bit 0 is input 0 of the bank "BNK2". Agent's thread only.
 class OrvexSnmpAlarm final : public OrvexSnmpBaseProvider<OrvexSnmpAlarm>, private BankTable::Owner {
 public:
-    /// Throws what CreateClient throws.
+    /// Throws CreateClient's exceptions.
     explicit OrvexSnmpAlarm(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpAlarm() override = default;
 
-    // The service's operations. Return 0, or -1 for a call that failed; set outputs on success only.
+    // The service's operations. Return 0, or -1 if the call failed; set outputs on success only.
     int GetAlarmCount(int& count) const;
     int GetAlarmState(const std::string& bank, int alarmId, bool& state) const;
 

@@ -37,9 +37,9 @@ struct PendingRelaySet {
     int relayId = 0;
     int oldState = 0;
     int newValue = 0;
-    unsigned long row = 0;                // RESERVE2 of this SET read this row's relay; 0 is none
-    bool hasValue = false;                // ACTION of this SET read a value for that row
-    std::vector<unsigned long> promised;  // rows that RESERVE1 of this SET found
+    unsigned long row = 0;                 // the row whose relay RESERVE2 of this SET read; 0: none
+    bool hasValue = false;                 // ACTION of this SET read that row's value
+    std::vector<unsigned long> foundRows;  // rows that RESERVE1 of this SET found
 };
 
 PendingRelaySet s_pending;
@@ -146,7 +146,7 @@ int OrvexSnmpRelay::Drive(const char* name, const std::string& bank, int relayId
     return result;
 }
 
-// The one rule for a row that the list does not have: no SET succeeds unless its relay was driven.
+// Handles a row that the list does not have. Rule: a SET succeeds only if its relay was driven.
 // If the agent has not found the row either, it has refused the request: skip it without an error.
 // If the agent still has the row after a failed refresh, RESERVE1 refuses it as the agent refuses unknown rows.
 // If list and service change during the SET, a row found in RESERVE1 can be missing in a later phase: that phase fails.
@@ -160,17 +160,16 @@ int OrvexSnmpRelay::RefusalOfMissingRow(const netsnmp_agent_request_info* info, 
         case MODE_SET_RESERVE2:
         case MODE_SET_ACTION:
         case MODE_SET_COMMIT: {
-            const auto& promised = s_pending.promised;
-            const bool isPromised =
-                std::find(promised.begin(), promised.end(), RequestedRow(*request)) != promised.end();
-            return isPromised ? SNMP_ERR_GENERR : SNMP_ERR_NOERROR;
+            const auto& foundRows = s_pending.foundRows;
+            const bool wasFound = std::find(promised.begin(), promised.end(), RequestedRow(*request)) != promised.end();
+            return wasFound ? SNMP_ERR_GENERR : SNMP_ERR_NOERROR;
         }
         default:
             return SNMP_ERR_NOERROR;
     }
 }
 
-// The refreshed list may be shorter than the one in which the row was found, or empty when the service failed. Such a
+// The refreshed list may be shorter than the list in which the row was found, or empty if the service failed. Such a
 // SET must stop: it would drive the relay of an earlier SET. See docs/contract.md, relay-guard.
 int OrvexSnmpRelay::RememberRow(netsnmp_agent_request_info* info, netsnmp_request_info* request) {
     // Fixed: docs/contract.md, relay-set-asks-all.
@@ -189,7 +188,7 @@ int OrvexSnmpRelay::RememberRow(netsnmp_agent_request_info* info, netsnmp_reques
 
 int OrvexSnmpRelay::CommitRow(netsnmp_request_info* request) const {
     _logger->Information("%s: newRelayState in MODE_SET_COMMIT is %d", kTableHandler, s_pending.newValue);
-    // The row was missing in RESERVE2 or ACTION: relay or value would be those of another row or an earlier SET.
+    // The row was missing in RESERVE2 or ACTION: the relay or the value would be that of another row or an earlier SET.
     if (s_pending.row == 0 || !s_pending.hasValue) return SNMP_ERR_GENERR;
     if (Drive(kTableHandler, s_pending.bank, s_pending.relayId, s_pending.newValue == kEnergise) == -1) {
         return SNMP_ERR_GENERR;
@@ -202,7 +201,7 @@ int OrvexSnmpRelay::HandleCell(netsnmp_agent_request_info* info, netsnmp_request
                                const BankEntry& entry) {
     switch (info->mode) {
         case MODE_SET_RESERVE1:
-            s_pending.promised.push_back(RequestedRow(*request));
+            s_pending.foundRows.push_back(RequestedRow(*request));
             if (request->requestvb->type != ASN_INTEGER) netsnmp_set_request_error(info, request, SNMP_ERR_WRONGTYPE);
             return SNMP_ERR_NOERROR;
         case MODE_SET_RESERVE2:
@@ -239,7 +238,7 @@ int OrvexSnmpRelay::handle_relayStates(netsnmp_mib_handler*, netsnmp_handler_reg
     const int result = relay.HandleRequests(info, requests);
     const bool isLastPhase =
         info->mode == MODE_SET_COMMIT || info->mode == MODE_SET_FREE || info->mode == MODE_SET_UNDO;
-    if (isLastPhase) s_pending.promised.clear();
+    if (isLastPhase) s_pending.foundRows.clear();
     if (result == SNMP_ERR_NOERROR) logger.Trace("%s: Done.", kTableHandler);
     return result;
 }

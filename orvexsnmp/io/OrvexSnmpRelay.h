@@ -14,11 +14,11 @@
 /// relays, and NTCIP 1205 outputStatus and outputControl for relay 0 of the bank "BNK2". Agent's thread only.
 class OrvexSnmpRelay final : public OrvexSnmpBaseProvider<OrvexSnmpRelay>, private BankTable::Owner {
 public:
-    /// Throws what CreateClient throws.
+    /// Throws CreateClient's exceptions.
     explicit OrvexSnmpRelay(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpRelay() override = default;
 
-    // The service's operations. Return 0, or -1 for a call that failed; set outputs on success only.
+    // The service's operations. Return 0, or -1 if the call failed; set outputs on success only.
     int GetRelayCount(int& count) const;
     int GetRelayState(const std::string& bank, int relayId, bool& state) const;
     int SetRelay(const std::string& bank, int relayId, int value) const;

@@ -8,8 +8,7 @@
 #include "core/PlatformCall.h"
 #include "tavos/core/Logger.h"
 
-/// The four-octet command of the five position objects of NTCIP 1205: mode, signed speed,
-/// big-endian position.
+/// The four-octet command of NTCIP 1205's five position objects: mode, signed speed, big-endian position.
 struct PositionCommand {
     enum Mode : std::uint8_t { kStop = 0, kDelta = 1, kAbsolute = 2, kContinuous = 3 };
 
@@ -17,7 +16,7 @@ struct PositionCommand {
 
     std::array<std::uint8_t, 4> octets;  ///< as received
     std::uint8_t mode;                   ///< 4 to 255 are invalid
-    int speed;                           ///< -128 to 127; -128 is out of the command's range
+    int speed;                           ///< -128 to 127; -128 is out of range
     std::uint16_t position;              ///< the axis's own unit
 };
 
@@ -31,15 +30,15 @@ constexpr unsigned kMaxAngle = kTurn - 1;
 /// Platform units in one NTCIP pan or tilt unit.
 constexpr int kPlatformUnits = 10;
 
-/// False, with an Information line, for the speed -128.
+/// Returns false, with an Information line, for the speed -128.
 bool SpeedInRange(const tavos::core::Logger& logger, const char* name, int speed);
 
-/// The speed rule of the pan and tilt wrappers: converts the NTCIP speed to a fraction of the axis's max. speed.
-/// Returns false for a speed out of range; `tavosSpeed` then stays unchanged.
+/// Converts an NTCIP speed to a fraction of the axis's max speed. Returns false for a speed out of range; then
+/// `tavosSpeed` stays unchanged.
 bool ScaleSpeed(const tavos::core::Logger& logger, const char* name, int speed, double& tavosSpeed);
 
-/// The stop of every axis: `line` logs the mode. A speed other than 0 is logged by `speedLine` and refused with
-/// SNMP_ERR_GENERR, otherwise `stop` is called.
+/// The stop command of every axis. `line` logs the mode. Speed 0 calls `stop`. Another speed is logged by `speedLine`
+/// and refused with SNMP_ERR_GENERR.
 template <class Line, class SpeedLine, class Stop>
 int StopCommand(const PositionCommand& command, Line&& line, SpeedLine&& speedLine, Stop&& stop) {
     line(command.mode);
@@ -51,14 +50,14 @@ int StopCommand(const PositionCommand& command, Line&& line, SpeedLine&& speedLi
     return SNMP_ERR_NOERROR;
 }
 
-/// What a commit returns, beside SNMP errors, to end the handler with SNMP_ERR_GENERR at once: no answer is set and
-/// no exit is traced.
+/// A commit returns this value instead of an SNMP error to end the handler at once with SNMP_ERR_GENERR, without an
+/// answer and without the exit trace.
 constexpr int kRefusedAtOnce = -1;
 
-/// The handler of a motion object. Everything happens in the commit phase; GET answers the last command received
-/// there, valid or not. `before` is called with the command on every request, whatever its mode; `commit` acts on it
-/// and returns an SNMP error or kRefusedAtOnce. `last` holds the four octets as they arrived.
-/// Fixed: docs/contract.md, checked-in-commit.
+/// The handler of a position object. Only the commit phase checks and acts. GET answers the last committed command,
+/// valid or not. Each request calls `before` with the command, whatever its mode. `commit` acts on the command and
+/// returns an SNMP error or kRefusedAtOnce. `last` has the four octets as received. Fixed: docs/contract.md,
+/// checked-in-commit.
 template <class Before, class Commit>
 int HandlePosition(const char* name, const tavos::core::Logger& logger, std::uint32_t& last,
                    const netsnmp_agent_request_info* info, netsnmp_request_info* requests, Before&& before,
@@ -82,8 +81,8 @@ int HandlePosition(const char* name, const tavos::core::Logger& logger, std::uin
     return result;
 }
 
-/// A delta's target, from a platform position and a step in NTCIP units, in unsigned 32-bit arithmetic. A turn is
-/// taken off once, whatever is left: a step backwards across 0 stays below zero.
+/// The target of a delta, in NTCIP units, from a platform position and the command's step. Uses unsigned 32-bit
+/// arithmetic. Subtracts 36000 once if the target is above 35999: a step backwards across 0 stays below zero.
 template <class Lines>
 int DeltaTarget(const Lines& lines, const PositionCommand& command, unsigned current) {
     const unsigned base = current / kPlatformUnits;

@@ -161,7 +161,8 @@ int OrvexSnmpRelay::RefusalOfMissingRow(const netsnmp_agent_request_info* info, 
         case MODE_SET_ACTION:
         case MODE_SET_COMMIT: {
             const auto& foundRows = s_pending.foundRows;
-            const bool wasFound = std::find(promised.begin(), promised.end(), RequestedRow(*request)) != promised.end();
+            const bool wasFound =
+                std::find(foundRows.begin(), foundRows.end(), RequestedRow(*request)) != foundRows.end();
             return wasFound ? SNMP_ERR_GENERR : SNMP_ERR_NOERROR;
         }
         default:

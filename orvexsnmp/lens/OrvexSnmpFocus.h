@@ -21,8 +21,8 @@ public:
     explicit OrvexSnmpFocus(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpFocus() override;
 
-    // Fixed: docs/contract.md, unused-operations. The services' operations. Return 0, or -1 if the call failed; set
-    // outputs on success only.
+    // Fixed: docs/contract.md, unused-operations.
+    // The services' operations. Return 0, or -1 if the call failed; set outputs on success only.
     int SetAutoIrisEnabled(bool enabled) const;
     int GetAutoIrisEnabled(bool& enabled) const;
     int SetAutoFocusEnabled(bool enabled) const;   ///< on the focus service and in the settings store

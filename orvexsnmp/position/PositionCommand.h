@@ -56,8 +56,8 @@ constexpr int kRefusedAtOnce = -1;
 
 /// The handler of a position object. Only the commit phase checks and acts. GET answers the last committed command,
 /// valid or not. Each request calls `before` with the command, whatever its mode. `commit` acts on the command and
-/// returns an SNMP error or kRefusedAtOnce. `last` has the four octets as received. Fixed: docs/contract.md,
-/// checked-in-commit.
+/// returns an SNMP error or kRefusedAtOnce. `last` has the four octets as received.
+/// Fixed: docs/contract.md, checked-in-commit.
 template <class Before, class Commit>
 int HandlePosition(const char* name, const tavos::core::Logger& logger, std::uint32_t& last,
                    const netsnmp_agent_request_info* info, netsnmp_request_info* requests, Before&& before,

@@ -13,7 +13,7 @@ public:
     explicit OrvexSnmpPressure(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpPressure() override = default;
 
-    /// 0, or -1 for a call that failed; `state` then stays unchanged.
+    /// Returns 0, or -1 if the call failed; then `state` stays unchanged.
     int GetAlarmState(bool& state) const;
 
     // The handlers of its objects.

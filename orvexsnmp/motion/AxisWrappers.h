@@ -4,8 +4,8 @@
 #include "position/PositionCommand.h"
 #include "tavos/core/Logger.h"
 
-/// The wrappers that pan and tilt have alike; Client is the service interface of the axis. 0, or -1 for a call that
-/// failed or a speed that was refused.
+/// The wrappers that pan and tilt share. Client is the axis's service interface. They return 0, or -1 if the call
+/// failed or the speed was refused.
 
 template <class Client>
 int SetAxisVelocity(const tavos::core::Logger& logger, Client& client, int speed) {

@@ -19,7 +19,7 @@ public:
     int GetLastPan() const { return static_cast<int>(_lastPan); }
     void SetLastPan(int last) { _lastPan = static_cast<std::uint32_t>(last); }
 
-    // The service's operations. Return 0, or -1 for a call that failed or was refused; set outputs on success only.
+    // The service's operations. Return 0, or -1 if the call failed or was refused; set outputs on success only.
     int SetPosition(int position) const;
     int SetPositionAtSpeed(int position, int speed) const;
     int GetPosition(unsigned int& position) const;  ///< platform units

@@ -19,7 +19,7 @@ public:
     int GetLastTilt() const { return static_cast<int>(_lastTilt); }
     void SetLastTilt(int last) { _lastTilt = static_cast<std::uint32_t>(last); }
 
-    // The service's operations. Return 0, or -1 for a call that failed or was refused; set outputs on success only.
+    // The service's operations. Return 0, or -1 if the call failed or was refused; set outputs on success only.
     int SetPosition(int position) const;
     int SetPositionAtSpeed(int position, int speed) const;
     int GetPosition(unsigned int& position) const;  ///< platform units, the 32 bits of a signed angle

@@ -95,8 +95,8 @@ int DeltaTarget(const Lines& lines, const PositionCommand& command, unsigned cur
     return static_cast<int>(target > kMaxAngle ? target - kTurn : target);
 }
 
-/// What pan and tilt do with a command, through the axis's wrappers, whose failures do not fail the SET. Returns an
-/// SNMP error. `lines` has an operation for each line in which the two differ; it logs that line.
+/// Commits a pan or tilt command with the axis's wrappers; their failures do not fail the SET. Returns an SNMP error.
+/// `lines` has an operation for each log line that differs between the two axes.
 template <class Axis, class Lines>
 int CommitAxisCommand(const Axis& axis, const Lines& lines, const PositionCommand& command) {
     // Fixed: docs/contract.md, failed-service-no-error.

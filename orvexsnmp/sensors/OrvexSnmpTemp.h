@@ -9,12 +9,12 @@
 /// The temperature of sensor 0 in degrees Celsius: a signed reading, served as the Gauge32 of the same 32 bits.
 class OrvexSnmpTemp final : public OrvexSnmpBaseProvider<OrvexSnmpTemp> {
 public:
-    /// Subscribes to the service's changes. Throws what CreateClient throws.
+    /// Subscribes to the service's changes. Throws CreateClient's exceptions.
     explicit OrvexSnmpTemp(tavos::msgbus::MsgBus& bus);
     ~OrvexSnmpTemp() override = default;
 
-    /// Agent's thread. Always sets `type`, the SNMP type of the object. Calls the service. 0, or -1 for a call that
-    /// failed; `value` then stays unchanged.
+    /// Agent's thread. Calls the service. Always sets `type`, the SNMP type of the object. Returns 0, or -1 if the call
+    /// failed; then `value` stays unchanged.
     int GetMibIntData(int& value, unsigned char& type) const;
 
     /// The bus's event thread: sends a change as a trap.

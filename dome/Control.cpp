@@ -9,6 +9,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "WrongWord.h"
 #include "dome/services/Arguments.h"
 #include "tavos/osa/Exception.h"
 
@@ -204,7 +205,7 @@ void Control::SetClock(const Words& arguments) {
     CheckWords("clock", arguments, 1, 2);
     const std::string& verb = arguments[0];
     const bool takesNumber = verb == "step" || verb == "rate";
-    if (!takesNumber && verb != "pause" && verb != "run") throw Exception("clock cannot %s", verb.c_str());
+    if (!takesNumber && verb != "pause" && verb != "run") throw WrongWord("clock", verb, "pause, run, step, rate");
     CheckWords("clock " + verb, arguments, takesNumber ? 2 : 1, takesNumber ? 2 : 1);
     if (verb == "pause") _clock.Pause();
     if (verb == "run") _clock.Run();
@@ -217,7 +218,7 @@ void Control::SetClock(const Words& arguments) {
 std::string Control::Calls(const Words& arguments) {
     CheckWords("calls", arguments, 0, 1);
     const bool clear = !arguments.empty();
-    if (clear && arguments[0] != "--clear") throw Exception("unknown option %s", arguments[0].c_str());
+    if (clear && arguments[0] != "--clear") throw WrongWord("calls", arguments[0], "--clear");
     std::string lines = _calls.Lines();
     if (clear) _calls.Clear();
     return lines;
@@ -261,7 +262,7 @@ void Control::Set(const Words& arguments) {
         } else if (const auto other = longSetters.find(name); other != longSetters.end()) {
             other->second();
         } else {
-            throw Exception("set: unknown name %s", name.c_str());
+            throw WrongWord("set", name, KeysOf(setters) + ", " + KeysOf(longSetters));
         }
     });
 }
@@ -286,7 +287,7 @@ int Control::ParseSensor(const std::string& text) const {
 void Control::ReplaceBanks(const Words& arguments) {
     CheckWords("banks", arguments, 1, 1 + Banks::kMaxBanks);
     const bool isAlarm = arguments[0] == "alarm";
-    if (!isAlarm && arguments[0] != "relay") throw Exception("unknown banks %s", arguments[0].c_str());
+    if (!isAlarm && arguments[0] != "relay") throw WrongWord("banks", arguments[0], "alarm, relay");
     // A command that lost its words must not remove every bank.
     if (arguments.size() == 1) throw Exception("banks %s: NAME=COUNT or none is missing", arguments[0].c_str());
     const bool isNone = arguments.size() == 2 && arguments[1] == "none";
@@ -310,7 +311,9 @@ std::uint64_t Control::AddEvents(const Words& arguments) {
     if (values.empty()) throw Exception("event: wrong number of values (0)");
     const std::string& name = values[0];
     const bool isTemperature = name == "temperature";
-    if (!isTemperature && name != "voltage" && name != "power") throw Exception("event: unknown name %s", name.c_str());
+    if (!isTemperature && name != "voltage" && name != "power") {
+        throw WrongWord("event", name, "temperature, voltage, power");
+    }
     CheckWords(name, values, isTemperature ? 3 : 2, isTemperature ? 3 : 2);
     const int first = ParseWithin<int>(name, values.back());
     std::uint64_t last = 0;

@@ -25,8 +25,8 @@ public:
         std::uint64_t more = 0;  ///< not 0: still running; the command "more" with this number asks for progress
     };
 
-    /// Carries out one command. Throws tavos::osa::Exception with one line of text when it cannot; the camera is then
-    /// unchanged.
+    /// Carries out one command. Throws tavos::osa::Exception with one line of text when it cannot, a WrongWord for a
+    /// word that it does not know; the camera is then unchanged.
     Answer Execute(const std::vector<std::string>& words);
 
     /// While events wait, EmitEvents must be called repeatedly; each call emits some of them.

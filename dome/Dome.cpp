@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "WrongWord.h"
+
 namespace dome {
 
 namespace {
@@ -77,6 +79,8 @@ std::vector<std::string> Dome::Execute(const std::vector<std::string>& words) {
         const Control::Answer answer = _control.Execute(words);
         if (answer.more != 0) return {"more", std::to_string(answer.more)};
         return {"ok", answer.text};
+    } catch (const WrongWord& wrong) {
+        return {"unknown", wrong.what()};
     } catch (const std::exception& error) {
         return {"error", error.what()};
     }

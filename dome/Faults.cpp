@@ -1,10 +1,8 @@
 #include "Faults.h"
 
-#include "tavos/osa/Exception.h"
+#include "WrongWord.h"
 
 namespace dome {
-
-using tavos::osa::Exception;
 
 Faults::Faults(const std::vector<std::string>& services, SetPresent setPresent) : _setPresent(std::move(setPresent)) {
     for (const std::string& service : services) _faults[service] = "ok";
@@ -12,9 +10,9 @@ Faults::Faults(const std::vector<std::string>& services, SetPresent setPresent) 
 
 void Faults::Set(const std::string& service, const std::string& fault) {
     const auto found = _faults.find(service);
-    if (found == _faults.end()) throw Exception("unknown service %s", service.c_str());
+    if (found == _faults.end()) throw WrongWord("fault", service, KeysOf(_faults));
     if (fault != "ok" && fault != "fail" && fault != "hang" && fault != "gone") {
-        throw Exception("unknown fault %s (ok, fail, hang or gone)", fault.c_str());
+        throw WrongWord("fault " + service, fault, "ok, fail, hang, gone");
     }
     const bool present = fault != "gone";
     if (present != (found->second != "gone")) _setPresent(service, present);

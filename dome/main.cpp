@@ -3,7 +3,7 @@
 #include <malloc.h>
 #include <systemd/sd-daemon.h>
 
-#include <charconv>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -15,17 +15,9 @@
 #include "Configuration.h"
 #include "Dome.h"
 #include "StateFolder.h"
+#include "tavos/core/CommandLine.h"
 
 namespace {
-
-constexpr const char* kUsage = R"(usage: orvex-dome --state DIR [--bus ADDRESS] [OPTION VALUE]...
-
-  --config FILE         what the camera can do, as dome/desk.toml describes it (default: the same values)
-  --console-port N      TCP port of the page that shows the camera (default 0: none)
-  --console-address IP  where the page is served (default 127.0.0.1: to this machine only)
-  --agent-port N        UDP port of the agent in front of the camera, for commands that the page shows (default 1161);
-                        when it is given, the page says whether that agent answers
-)";
 
 std::atomic<bool> s_stop{false};
 
@@ -48,36 +40,25 @@ struct Options {
     dome::console::Options console;  // port 0: no console
 };
 
-std::optional<std::uint16_t> ParsePort(const std::string& text) {
-    std::uint16_t port = 0;
-    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), port);
-    if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size()) return std::nullopt;
-    return port;
-}
-
-std::optional<Options> ParseOptions(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i + 1 < argc; i += 2) {
-        const std::string name = argv[i];
-        if (name == "--state") {
-            options.state = argv[i + 1];
-        } else if (name == "--bus") {
-            options.bus = argv[i + 1];
-        } else if (name == "--config") {
-            options.configuration = argv[i + 1];
-        } else if (name == "--console-address") {
-            options.console.address = argv[i + 1];
-        } else if (name == "--console-port" || name == "--agent-port") {
-            const std::optional<std::uint16_t> port = ParsePort(argv[i + 1]);
-            if (!port) return std::nullopt;
-            (name == "--agent-port" ? options.console.agentPort : options.console.port) = *port;
-            if (name == "--agent-port") options.console.watchesAgent = *port != 0;
-        } else {
-            return std::nullopt;
-        }
-    }
-    if (argc % 2 == 0 || options.state.empty()) return std::nullopt;
-    return options;
+/// The exit status when the program must end now.
+std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
+    tavos::core::CommandLine line("orvex-dome", "Desk camera: a camera's services on a bus, with a model behind them.");
+    const auto add = [&line](const char* name, const char* type, auto& value, const char* help) {
+        return line.add_option(name, value, help)->type_name(type);
+    };
+    const CLI::Validator port = CLI::Range(0, 65535).description("");
+    add("--state", "DIR", options.state, "the camera's folder")->required();
+    add("--bus", "ADDRESS", options.bus, "the bus (default: the one in DIR)");
+    add("--config", "FILE", options.configuration, "what the camera can do; dome/desk.toml describes it");
+    add("--console-port", "N", options.console.port, "TCP port of the page (default 0: none)")->check(port);
+    add("--console-address", "IP", options.console.address, "where the page is served (default 127.0.0.1)");
+    const CLI::Option* const agent = add("--agent-port", "N", options.console.agentPort, R"(UDP port of the agent in
+front of the camera, for commands that the page shows (default 1161);
+when it is given, the page says whether that agent answers)")
+                                         ->check(port);
+    const std::optional<int> status = line.Parse(argc, argv);
+    options.console.watchesAgent = agent->count() > 0 && options.console.agentPort != 0;
+    return status;
 }
 
 /// The absolute path of the environment's store, or else of the state folder's. Sets it in the environment, where the
@@ -92,20 +73,17 @@ std::string SettingsStore(const std::string& folder) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::optional<Options> options = ParseOptions(argc, argv);
-    if (!options) {
-        std::fputs(kUsage, stderr);
-        return 2;
-    }
+    Options options;
+    if (const std::optional<int> status = ParseOptions(argc, argv, options)) return *status;
     // Without this, malloc never returns the memory of one large answer.
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     try {
-        const std::string address = dome::BusAddress(options->state);
+        const std::string address = dome::BusAddress(options.state);
         const dome::Configuration configuration =
-            options->configuration.empty() ? dome::Configuration() : dome::ReadConfiguration(options->configuration);
-        const std::string store = SettingsStore(options->state);
-        dome::Dome dome(options->bus.empty() ? address : options->bus, configuration, store);
-        if (options->console.port != 0) dome.OpenConsole(options->console);
+            options.configuration.empty() ? dome::Configuration() : dome::ReadConfiguration(options.configuration);
+        const std::string store = SettingsStore(options.state);
+        dome::Dome dome(options.bus.empty() ? address : options.bus, configuration, store);
+        if (options.console.port != 0) dome.OpenConsole(options.console);
         CatchSignals();
         std::puts("ready");
         std::fflush(stdout);

@@ -2,14 +2,17 @@
 
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <string>
 
+#include "tavos/core/CommandLine.h"
 #include "tavos/core/Logger.h"
 #include "tavos/osa/Exception.h"
 #include "tavos/settings/TavosSettingsClient.h"
 
 namespace {
 
+using tavos::core::CommandLine;
 using tavos::osa::Exception;
 using tavos::settings::TavosSettingsClient;
 
@@ -20,21 +23,25 @@ std::string Get(const TavosSettingsClient& settings, const char* name) {
     return value;
 }
 
-std::string Identity(int argc, char** argv) {
-    const std::string option = argc == 2 ? argv[1] : "";
+std::string Identity(const CommandLine& line) {
     const TavosSettingsClient settings(TavosSettingsClient::kReadOnly);
-    if (option == "-m") return Get(settings, "ModelNumber");
-    if (option == "-s") return Get(settings, "SerialNumber");
-    if (option == "-w") return Get(settings, "AssemblyId") + "-" + Get(settings, "AssemblyVersion");
-    throw Exception("usage: myname -m|-s|-w");
+    if (line.count("-m") != 0) return Get(settings, "ModelNumber");
+    if (line.count("-s") != 0) return Get(settings, "SerialNumber");
+    return Get(settings, "AssemblyId") + "-" + Get(settings, "AssemblyVersion");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    CommandLine line("myname", "Prints who the desk camera is.");
+    line.add_flag("-m", "the model number");
+    line.add_flag("-s", "the serial number");
+    line.add_flag("-w", "the hardware version: assembly identifier and version, with a hyphen between");
+    line.require_option(1);
+    if (const std::optional<int> status = line.Parse(argc, argv)) return *status == 0 ? 0 : 1;
     tavos::core::Logger::ClearAppenders();  // only the answer may go to standard output
     try {
-        const std::string identity = Identity(argc, argv);
+        const std::string identity = Identity(line);
         std::printf("%s\n", identity.c_str());
         return 0;
     } catch (const std::exception& error) {

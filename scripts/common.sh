@@ -7,6 +7,11 @@ fail() {
     exit "${2:-1}"
 }
 
+# The version of this checkout, as CMakeLists.txt states it.
+project_version() {
+    sed -n 's/^project(.* VERSION \([0-9.]*\) .*/\1/p' "$root/CMakeLists.txt"
+}
+
 # Fails for a path that exists and is not a regular file: opening a FIFO may block without a deadline. A link to a
 # regular file is allowed.
 check_files() {

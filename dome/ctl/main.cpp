@@ -5,23 +5,32 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "dome/IControl.h"
 #include "dome/StateFolder.h"
+#include "tavos/core/CommandLine.h"
 #include "tavos/core/Logger.h"
 #include "tavos/msgbus/MsgBus.h"
 #include "tavos/osa/Exception.h"
 
 namespace {
 
-constexpr const char* kUsage = R"(usage: domectl --state DIR [--bus ADDRESS] COMMAND
+using tavos::core::CommandLine;
+using tavos::osa::Exception;
+using Words = std::vector<std::string>;
 
-  state                                  the whole camera, as JSON
+void AddCommands(CommandLine& line) {
+    constexpr std::size_t kAnyNumber = 1000;
+    line.AddCommand("state", 0, 0, R"(
+  state                                  the whole camera, as JSON)");
+    line.AddCommand("calls", 0, 1, R"(
   calls [--clear]                        the service calls received, the last 20000 at most, one JSON object a line;
-                                         --clear then empties the log
+                                         --clear then empties the log)");
+    line.AddCommand("set", 2, 4, R"(
   set pan|tilt POSITION                  thousandths of a degree
   set zoom|zoom-max MAGNIFICATION        thousandths
   set focus|iris|light PERCENT           light: what the automatic iris follows
@@ -29,90 +38,60 @@ constexpr const char* kUsage = R"(usage: domectl --state DIR [--bus ADDRESS] COM
   set presets COUNT
   set temperature [SENSOR] DEGREES       sensor 0 unless given
   set voltage|power STATUS
-  set alarm|relay BANK NUMBER 0|1
+  set alarm|relay BANK NUMBER 0|1)");
+    line.AddCommand("banks", 2, kAnyNumber, R"(
   banks alarm|relay NAME=COUNT...        replaces all banks
-  banks alarm|relay none                 removes all banks
+  banks alarm|relay none                 removes all banks)");
+    line.AddCommand("clock", 1, 2, R"(
   clock pause|run                        stops the camera's time; lets it go on
   clock step SECONDS                     advances it at once by that time
-  clock rate X                           0.01 to 100 of the camera's seconds a second
+  clock rate X                           0.01 to 100 of the camera's seconds a second)");
+    line.AddCommand("event", 2, 5, R"(
   event temperature SENSOR DEGREES [--count N]
-  event voltage|power STATUS [--count N] emits the event without a change of the reading; N of them, counting up
+  event voltage|power STATUS [--count N] emits the event without a change of the reading; N of them, counting up)");
+    line.AddCommand("fault", 2, 2, R"(
   fault SERVICE ok|fail|hang|gone        pan tilt zoom focus focus2 iris presets presets2 alarm relay
-                                         temperature voltage power fan
-)";
-
-using tavos::osa::Exception;
-using Words = std::vector<std::string>;
-
-struct Command {
-    const char* name;
-    std::size_t min;  // words after the name
-    std::size_t max;
-};
-
-constexpr std::size_t kAnyNumber = 1000;
-constexpr Command kCommands[] = {
-    {"state", 0, 0},          {"calls", 0, 1}, {"set", 2, 4},   {"fault", 2, 2},
-    {"banks", 2, kAnyNumber}, {"event", 2, 5}, {"clock", 1, 2},
-};
-
-bool IsCommand(const Words& words) {
-    for (const Command& command : kCommands) {
-        if (words.empty() || words[0] != command.name) continue;
-        return words.size() - 1 >= command.min && words.size() - 1 <= command.max;
-    }
-    return false;
+                                         temperature voltage power fan)");
 }
 
-struct Invocation {
-    std::string state;
-    std::string bus;
-    Words words;
-};
-
-bool Parse(int argc, char** argv, Invocation& invocation) {
-    int i = 1;
-    for (; i + 1 < argc && argv[i][0] == '-'; i += 2) {
-        const std::string option = argv[i];
-        if (option != "--state" && option != "--bus") return false;
-        (option == "--state" ? invocation.state : invocation.bus) = argv[i + 1];
-    }
-    invocation.words.assign(argv + i, argv + argc);
-    return !invocation.state.empty() && IsCommand(invocation.words);
-}
-
-std::string Execute(const Invocation& invocation) {
-    const std::string address = dome::BusAddress(invocation.state);
-    setenv("TAVOS_BUS_ADDRESS", invocation.bus.empty() ? address.c_str() : invocation.bus.c_str(), 1);
+/// The camera's answer, as dome::IControl::Execute describes it, but not "more".
+Words Ask(const std::string& state, const std::string& bus, const Words& words) {
+    const std::string address = dome::BusAddress(state);
+    setenv("TAVOS_BUS_ADDRESS", bus.empty() ? address.c_str() : bus.c_str(), 1);
     setenv("TAVOS_CALL_TIMEOUT_MS", "10000", 1);  // a full call log takes long to send
     tavos::core::Logger::ClearAppenders();        // standard output is for the answer
-    tavos::msgbus::MsgBus bus;
-    const std::unique_ptr<dome::IControl> control(dome::IControl::CreateClient(&bus));
-    Words answer;
+    tavos::msgbus::MsgBus connection;
+    const std::unique_ptr<dome::IControl> control(dome::IControl::CreateClient(&connection));
     try {
-        answer = control->Execute(invocation.words);
+        Words answer = control->Execute(words);
         while (answer.size() == 2 && answer[0] == "more") {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
             answer = control->Execute(answer);
         }
+        if (answer.size() != 2) throw Exception("the answer has %zu words, not 2", answer.size());
+        return answer;
     } catch (const std::exception& error) {
-        throw Exception("no answer from the camera in %s: %s", invocation.state.c_str(), error.what());
+        throw Exception("no answer from the camera in %s: %s", state.c_str(), error.what());
     }
-    if (answer.size() != 2 || answer[0] != "ok") throw Exception("%s", answer.empty() ? "" : answer.back().c_str());
-    return answer[1];
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    Invocation invocation;
-    if (!Parse(argc, argv, invocation)) {
-        std::fputs(kUsage, stderr);
-        return 2;
-    }
+    CommandLine line("domectl", "Inspects and controls the desk camera.");
+    std::string state, bus;
+    line.add_option("--state", state, "the camera's folder")->type_name("DIR")->required();
+    line.add_option("--bus", bus, "the camera's bus (default: the one in DIR)")->type_name("ADDRESS");
+    AddCommands(line);
+    if (const std::optional<int> status = line.Parse(argc, argv)) return *status;
     try {
-        const std::string output = Execute(invocation);
-        const bool written = std::fwrite(output.data(), 1, output.size(), stdout) == output.size();
+        const Words answer = Ask(state, bus, line.Words());
+        const std::string& text = answer[1];
+        if (answer[0] != "ok") {
+            std::fprintf(stderr, "domectl: %s\n", text.c_str());
+            return answer[0] == "unknown" ? 2 : 1;
+        }
+        const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
         if (!written || std::fflush(stdout) != 0) throw Exception("standard output cannot be written");
         return 0;
     } catch (const std::exception& error) {

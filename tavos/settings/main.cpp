@@ -2,9 +2,11 @@
 #include <exception>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "tavos/core/CommandLine.h"
 #include "tavos/core/IniFile.h"
 #include "tavos/core/Logger.h"
 #include "tavos/osa/Exception.h"
@@ -16,8 +18,6 @@ using tavos::core::IniFile;
 using tavos::osa::Exception;
 using tavos::settings::TavosSettingsClient;
 using Words = std::vector<std::string>;
-
-struct UsageError {};
 
 IniFile Everything(const std::string& path) {
     IniFile ini;
@@ -73,26 +73,14 @@ void Export(const std::string& file) {
     if (!text) throw Exception("%s: cannot be written", file.c_str());
 }
 
-void Run(Words words) {
-    if (words.size() >= 2 && words[0] == "--store") {
-        setenv("TAVOS_SETTINGS_STORE", words[1].c_str(), 1);
-        words.erase(words.begin(), words.begin() + 2);
-    }
-    const std::string command = words.empty() ? "" : words[0];
-    const std::size_t count = words.size();
-    if (command == "get" && count == 2) {
-        Get(words[1]);
-    } else if (command == "set" && count == 3) {
-        TavosSettingsClient(TavosSettingsClient::kReadWrite).SetValue(words[1], words[2]);
-    } else if (command == "list" && count <= 2) {
-        List(count == 2 ? words[1] : "");
-    } else if (command == "import" && count == 2) {
-        Import(words[1]);
-    } else if (command == "export" && count <= 2) {
-        Export(count == 2 ? words[1] : "-");
-    } else {
-        throw UsageError();
-    }
+void Run(const Words& words) {
+    const std::string& command = words[0];
+    const std::string first = words.size() > 1 ? words[1] : "";
+    if (command == "get") Get(first);
+    if (command == "set") TavosSettingsClient(TavosSettingsClient::kReadWrite).SetValue(first, words[2]);
+    if (command == "list") List(first);
+    if (command == "import") Import(first);
+    if (command == "export") Export(words.size() > 1 ? first : "-");
     std::cout.flush();
     if (!std::cout) throw Exception("standard output cannot be written");
 }
@@ -100,14 +88,22 @@ void Run(Words words) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    tavos::core::CommandLine line("tavos-settings", "Shows and changes a camera's settings.");
+    std::string store;
+    line.add_option("--store", store, "the settings store (default: the one that TAVOS_SETTINGS_STORE names)")
+        ->type_name("FILE");
+    line.AddCommand("get", 1, 1, "\n  get KEY        prints the value; KEY is \"[Section/Name]Key\"");
+    line.AddCommand("set", 2, 2, "\n  set KEY VALUE  stores it");
+    line.AddCommand("list", 0, 1, "\n  list [PATH]    prints all values, or those of that section and below");
+    line.AddCommand("import", 1, 1, "\n  import FILE    stores all values of an INI file; \"-\" is standard input");
+    line.AddCommand("export", 0, 1,
+                    "\n  export [FILE]  writes all values as an INI file, to standard output by default");
+    if (const std::optional<int> status = line.Parse(argc, argv)) return *status;
+    if (!store.empty()) setenv("TAVOS_SETTINGS_STORE", store.c_str(), 1);
     tavos::core::Logger::ClearAppenders();  // this command reports each failure itself, once
     try {
-        Run(Words(argv + 1, argv + argc));
+        Run(line.Words());
         return 0;
-    } catch (const UsageError&) {
-        std::cerr << "usage: tavos-settings [--store FILE] get KEY | set KEY VALUE | list [PATH] | import FILE | "
-                     "export [FILE]\n       KEY is \"[Section/Name]Key\"; a FILE to import or export may be \"-\"\n";
-        return 2;
     } catch (const std::exception& e) {
         std::cerr << "tavos-settings: " << e.what() << '\n';
         return 1;

@@ -4,6 +4,7 @@ import concurrent.futures
 import contextlib
 import os
 import pathlib
+import re
 import shutil
 import signal
 import socket
@@ -224,6 +225,30 @@ def test_taken_port(started, address):
 def test_wrong_options(words):
     status, out, error = run(*words)
     assert (status, out, len(error.splitlines())) == (2, "", 1)
+
+
+@pytest.mark.parametrize("program", ["run", "check", "bench/run"])
+def test_help_and_version_are_answers(program):
+    (version,) = re.findall(r"^project\(.* VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)
+    for word, expected in [("--help", "--version"), ("-h", "--version"), ("--version", f"orvexsnmp {version}\n")]:
+        done = subprocess.run([ROOT / program, word], capture_output=True, text=True, timeout=20)
+        assert (done.returncode, done.stderr) == (0, "")
+        assert expected in done.stdout
+
+
+def test_a_wrong_word_is_named_with_what_was_expected():
+    status, out, error = run("--colour")
+    assert (status, out) == (2, "")
+    assert error.startswith("run: unknown word '--colour', expected --detach --stop --state --port ")
+
+
+def test_a_value_may_follow_an_equals_sign(started):
+    words = [f"--state={started.state}", f"--port={started.port}", f"--trap-port={started.port - 1}", "--console-port=0"]
+    status, _, error = run("--detach", *words)
+    assert status == 0, error
+    assert started.model_name()
+    assert run("--stop", f"--state={started.state}")[0] == 0
+    assert run(*words, "--port=")[0] == 2
 
 
 def test_the_camera_is_as_configured(started):

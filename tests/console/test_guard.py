@@ -165,7 +165,7 @@ def test_wrong_options(desk, options):
     desk.start_bus()
     desk.launch_dome()
     assert desk.processes.pop("dome").wait(20) == 2
-    assert desk.log("dome").startswith("usage: ")
+    assert desk.log("dome").startswith(f"orvex-dome: {options[0]}: ")
 
 
 def test_an_invalid_address(desk):

@@ -437,8 +437,11 @@ TEST_F(ProcessTest, UsesABusByItsAddress) {
         other.Folder() + "/out", other.Folder() + "/err");
     ASSERT_TRUE(Await([&] { return other.Read("out") == "ready\n"; })) << other.Read("err");
     EXPECT_EQ(desk.State()["pan"]["position"], 0);
-    const Result seen = other.Run("domectl", {"--state", other.Folder(), "--bus", desk.BusAddress(), "state"});
-    EXPECT_EQ(seen.status, 0) << seen.errors;
+    for (const Words& words : {Words{"--state", other.Folder(), "--bus", desk.BusAddress(), "state"},
+                               Words{"--state=" + other.Folder(), "--bus=" + desk.BusAddress(), "state"}}) {
+        const Result seen = other.Run("domectl", words);
+        EXPECT_EQ(seen.status, 0) << seen.errors;
+    }
 }
 
 TEST_F(ProcessTest, RunsBesideOthers) {
@@ -456,19 +459,26 @@ TEST_F(ProcessTest, RefusesWrongCommandsWithClearErrors) {
         EXPECT_EQ(result.status, status) << command[0];
         EXPECT_EQ(result.output, "") << command[0];
         EXPECT_NE(result.errors.find(word), std::string::npos) << result.errors;
-        EXPECT_EQ(IsOneLine(result.errors), status == 1) << result.errors;
+        EXPECT_TRUE(IsOneLine(result.errors)) << result.errors;
     };
-    fails({"set", "wiper", "1"}, 1, "wiper");
+    fails({"set", "wiper", "1"}, 2, "unknown word 'wiper' after set, expected auto-focus, auto-iris, focus");
     fails({"set", "pan", "north"}, 1, "north");
-    fails({"fault", "pan", "broken"}, 1, "broken");
+    fails({"set", "tilt", "-90001"}, 1, "tilt -90001 outside");
+    fails({"fault", "pam", "fail"}, 2, "unknown word 'pam' after fault, expected alarm, fan, ");
+    fails({"fault", "pan", "broken"}, 2, "unknown word 'broken' after fault pan, expected ok, fail, hang, gone");
+    fails({"event", "wiper", "1"}, 2, "unknown word 'wiper' after event, expected temperature, voltage, power");
+    fails({"clock", "back"}, 2, "unknown word 'back' after clock, expected pause, run, step, rate");
+    fails({"banks", "lamp", "A=1"}, 2, "unknown word 'lamp' after banks, expected alarm, relay");
     fails({"banks", "alarm", "A=many"}, 1, "many");
     fails({"event", "temperature", "0", "hot"}, 1, "hot");
-    fails({"dance"}, 2, "usage");
+    fails({"dance"}, 2,
+          "unknown word 'dance', expected state, calls, set, banks, clock, event, fault, --help, --version");
     fails({"set", "pan", "999999"}, 1, "pan 999999 outside 0 to 359999");
     fails({"event", "temperature", "7", "30"}, 1, "temperature sensor 7 outside 0 to 1");
-    fails({"banks", "relay"}, 2, "usage");
-    fails({"set", "pan"}, 2, "usage");
-    fails({"calls", "--all"}, 1, "--all");
+    fails({"banks", "relay"}, 2, "banks: has 1 words after it, expected 2 or more (domectl --help shows the usage)");
+    fails({"set", "pan"}, 2, "set: has 1 words after it, expected 2 or more");
+    fails({"state", "pan"}, 2, "state: has 1 words after it, expected max 0");
+    fails({"calls", "--all"}, 2, "unknown word '--all' after calls, expected --clear");
     EXPECT_EQ(desk.Run("domectl", {"state"}).status, 2);
     EXPECT_EQ(desk.Run("domectl", {"--state", desk.Folder()}).status, 2);
 
@@ -482,6 +492,37 @@ TEST_F(ProcessTest, RefusesWrongCommandsWithClearErrors) {
     fails({"state"}, 1, desk.Folder());
     desk.StopBus();
     fails({"state"}, 1, desk.Folder());
+}
+
+TEST(ProcessCommandLine, ShowsItsHelpAndVersionOnStandardOutput) {
+    Desk desk;
+    for (const char* program : {"orvex-dome", "domectl", "myname", "tavos-settings"}) {
+        for (const Words& words : {Words{"--help"}, Words{"-h"}, Words{"--version"}}) {
+            const Result result = desk.Run(program, words);
+            EXPECT_EQ(result.status, 0) << program << ' ' << words[0];
+            EXPECT_EQ(result.errors, "") << program << ' ' << words[0];
+            const bool isVersion = words[0] == "--version";
+            const std::string expected = isVersion ? program + std::string(" " ORVEX_VERSION "\n") : "--version";
+            EXPECT_NE(result.output.find(expected), std::string::npos) << result.output;
+        }
+    }
+    EXPECT_NE(desk.Run("domectl", {"clock", "--help"}).output.find("clock step SECONDS"), std::string::npos);
+}
+
+TEST(ProcessCommandLine, NamesTheWrongWordAndWhatWasExpected) {
+    Desk desk;
+    const auto refuses = [&](const Words& words, const std::string& reason) {
+        const Result result = desk.Run("orvex-dome", words);
+        EXPECT_EQ(result.status, 2) << reason;
+        EXPECT_EQ(result.output, "");
+        EXPECT_EQ(result.errors, "orvex-dome: " + reason + " (orvex-dome --help shows the usage)\n");
+    };
+    const std::string options =
+        "expected --help, --version, --state, --bus, --config, --console-port, --console-address, --agent-port";
+    refuses({"--dance", "x", "--state", "y"}, "unknown word '--dance', " + options);
+    refuses({"--state", "x", "y"}, "unknown word 'y', " + options);
+    refuses({"--bus", "x"}, "--state is required");
+    refuses({"--state=x", "--agent-port=65536"}, "--agent-port: Value 65536 not in range 0 to 65535");
 }
 
 TEST(ProcessStart, ReportsWhyItCannotStart) {

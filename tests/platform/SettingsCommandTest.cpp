@@ -8,6 +8,7 @@
 #include "TemporaryFolder.h"
 
 using testing::AllOf;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -113,11 +114,22 @@ TEST_F(SettingsCommandTest, AFifoInsteadOfTheStoreIsRefused) {
 
 TEST_F(SettingsCommandTest, WrongUsage) {
     for (const char* words : {"", "get", "get a b", "set a", "set a b c", "list a b", "import", "import a b",
-                              "export a b", "other", "--store", "--store x"}) {
+                              "export a b", "other", "--store", "--store x", "--stores=x list"}) {
         const Outcome outcome = RunWith(words);
         EXPECT_EQ(outcome.status, 2) << words;
         EXPECT_EQ(outcome.output, "") << words;
-        EXPECT_THAT(outcome.errors, StartsWith("usage: tavos-settings ")) << words;
+        EXPECT_THAT(outcome.errors, StartsWith("tavos-settings: ")) << words;
+        EXPECT_THAT(outcome.errors, EndsWith("(tavos-settings --help shows the usage)\n")) << words;
+        EXPECT_EQ(outcome.errors.find('\n'), outcome.errors.size() - 1) << outcome.errors;
+    }
+    EXPECT_THAT(RunWith("other").errors, HasSubstr("unknown word 'other', expected get, set, list, import, export,"));
+}
+
+TEST_F(SettingsCommandTest, AnyValueIsTakenAsItIs) {
+    Import("[a]\nb = 1\n");
+    for (const char* value : {"-5", "-x", "--store", "--help", "--", "[x]", "{}", "%%", ""}) {
+        EXPECT_EQ(Run(std::string("set '[a]b' '") + value + "'").status, 0) << value;
+        EXPECT_EQ(RunWith("--store='" + store + "' get '[a]b'").output, std::string(value) + "\n");
     }
 }
 

@@ -2,16 +2,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Faults.h"
+
 namespace dome {
 
 namespace {
 
 using tavos::msgbus::Treatment;
-
-const char* Outcome(Treatment treatment) {
-    if (treatment == Treatment::kFail) return "fail";
-    return treatment == Treatment::kHang ? "hang" : "ok";
-}
 
 std::string Quoted(const std::string& text) {
     return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);

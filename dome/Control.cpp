@@ -185,7 +185,7 @@ Json Control::Picture(std::size_t maxPoints) const {
     state["voltage"] = _camera.sensors.VoltageStatus();
     state["power"] = _camera.sensors.PowerStatus();
     state["fan"] = _camera.sensors.IsFanRunning();
-    state["faults"] = _faults.All();
+    for (const auto& [service, fault] : _faults.All()) state["faults"][service] = KindOf(fault).name;
     return state;
 }
 

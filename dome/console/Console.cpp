@@ -26,9 +26,11 @@ std::int64_t MillisecondsSince1970() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
 
-const char* Outcome(tavos::msgbus::Treatment treatment) {
-    if (treatment == tavos::msgbus::Treatment::kFail) return "fail";
-    return treatment == tavos::msgbus::Treatment::kHang ? "hang" : "ok";
+// The page offers these, and says of each service what the second text says.
+json FaultWords() {
+    json faults = json::array();
+    for (const FaultKind& kind : kFaultKinds) faults.push_back({kind.name, kind.words});
+    return faults;
 }
 
 Reply Answer(const json& body, unsigned status = 200) {
@@ -80,6 +82,7 @@ Console::Console(const Options& options, Services& services, CameraAccess camera
     Api api;
     api.hello = json{{"agentPort", options.agentPort},
                      {"agentWatched", options.watchesAgent},
+                     {"faults", FaultWords()},
                      {"started", MillisecondsSince1970()}}
                     .dump();
     if (options.watchesAgent) api.agentPort = options.agentPort;
@@ -159,11 +162,11 @@ Reply Console::Control(const Words& words) {
 // A fault affects the console's calls like those from the bus, but the caller does not wait: the answer names the
 // fault.
 Reply Console::CallService(const std::string& service, const std::string& operation, const json& arguments) {
-    const std::string fault = _camera.fault(service);
+    const Fault fault = _camera.fault(service);
     const auto note = [&](const char* outcome) { Note("console", service, operation, Texts(arguments), outcome); };
-    if (fault != "ok") {
-        note(fault.c_str());
-        return Answer({{"outcome", fault}});
+    if (fault != Fault::kOk) {
+        note(KindOf(fault).name);
+        return Answer({{"outcome", KindOf(fault).name}});
     }
     try {
         Call(_services, service, operation, arguments);

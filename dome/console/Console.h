@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Handover.h"
+#include "dome/Faults.h"
 #include "dome/services/Services.h"
 #include "tavos/msgbus/ServiceHost.h"
 
@@ -29,8 +30,8 @@ struct CameraAccess {
     std::function<std::string(std::size_t maxPoints)> state;
     /// Carries out one of domectl's commands; throws when it cannot.
     std::function<void(const std::vector<std::string>& words)> execute;
-    /// "ok", "fail", "hang" or "gone", for a service's short name.
-    std::function<std::string(const std::string& service)> fault;
+    /// For a service's short name.
+    std::function<Fault(const std::string& service)> fault;
 };
 
 /// The camera as a page in a browser. Call all members on the camera's thread; none of them blocks. A separate thread

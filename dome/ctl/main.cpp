@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "dome/Faults.h"
 #include "dome/IControl.h"
 #include "dome/StateFolder.h"
 #include "tavos/core/CommandLine.h"
@@ -49,8 +50,8 @@ void AddCommands(CommandLine& line) {
     line.AddCommand("event", 2, 5, R"(
   event temperature SENSOR DEGREES [--count N]
   event voltage|power STATUS [--count N] emits the event without a change of the reading; N of them, counting up)");
-    line.AddCommand("fault", 2, 2, R"(
-  fault SERVICE ok|fail|hang|gone        pan tilt zoom focus focus2 iris presets presets2 alarm relay
+    line.AddCommand("fault", 2, 2, "\n  fault SERVICE " + dome::FaultNames("|") + R"(
+                                         pan tilt zoom focus focus2 iris presets presets2 alarm relay
                                          temperature voltage power fan)");
 }
 

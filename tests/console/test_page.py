@@ -209,6 +209,13 @@ def test_a_service_that_hangs_is_named(camera, page, tools):
     page.await_text("trouble", "")
 
 
+def test_every_fault_is_offered(camera, page):
+    with camera.events() as events:
+        faults = [name for name, _ in events.next("hello")["faults"]]
+    assert "ok" in faults and "gone" in faults
+    assert [option.text for option in Select(page.find("fault-pan")).options] == faults
+
+
 @pytest.mark.parametrize("fault, words", [("fail", "focus fails"), ("hang", "focus hangs"), ("gone", "focus is gone")])
 def test_a_failed_action_is_shown(camera, page, fault, words):
     camera.control("fault", "focus", fault)

@@ -302,6 +302,17 @@ TEST_F(ControlTest, TakesAndReleasesNamesOnlyOnAChange) {
     EXPECT_EQ(faults.Treatment("pan"), Treatment::kServe);
 }
 
+TEST_F(ControlTest, EveryFaultIsSetAndShownByItsName) {
+    for (const FaultKind& kind : kFaultKinds) {
+        presence.clear();
+        Execute({"fault", "pan", kind.name});
+        EXPECT_EQ(State()["faults"]["pan"], kind.name);
+        EXPECT_EQ(faults.All().at("pan"), kind.fault);
+        EXPECT_EQ(faults.Treatment("pan"), kind.treatment);
+        EXPECT_EQ(presence.empty(), kind.present) << kind.name;
+    }
+}
+
 TEST(CallLog, WritesArgumentsByTheirKind) {
     CallLog log;
     log.Add("pan", {"org.tavos.Pan1", "SetPositionAtSpeed", {"180000", "0.5039370078740157", "300"}},

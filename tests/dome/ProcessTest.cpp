@@ -13,6 +13,7 @@
 
 #include "Desk.h"
 #include "dome/CallLog.h"
+#include "dome/Faults.h"
 #include "tavos/interfaces/IAlarmV3Provider.h"
 #include "tavos/interfaces/IAxisProvider.h"
 #include "tavos/interfaces/IFanV2Provider.h"
@@ -506,6 +507,7 @@ TEST(ProcessCommandLine, ShowsItsHelpAndVersionOnStandardOutput) {
             EXPECT_NE(result.output.find(expected), std::string::npos) << result.output;
         }
     }
+    EXPECT_NE(desk.Run("domectl", {"fault", "-h"}).output.find("SERVICE " + FaultNames("|")), std::string::npos);
     EXPECT_NE(desk.Run("domectl", {"clock", "--help"}).output.find("clock step SECONDS"), std::string::npos);
 }
 

@@ -42,6 +42,8 @@ def test_domectls_commands_are_all_there():
     assert len(listed) > 15
     written = " ".join(page("domectl").split())
     assert [words for words in sorted(listed) if words not in written] == []
+    (faults,) = re.findall(r"fault SERVICE (\S+)", usage("domectl"))
+    assert f"fault SERVICE {faults} " in written
 
 
 def test_tavos_settings_commands_are_all_there():
@@ -53,4 +55,4 @@ def test_tavos_settings_commands_are_all_there():
 def test_mynames_options_are_all_there():
     words = re.findall(r"^  (-[a-z]) ", usage("myname"), re.MULTILINE)
     assert words == ["-m", "-s", "-w"]
-    assert re.findall(r"^ +(-[a-z])$", page("myname"), re.MULTILINE) == words
+    assert re.findall(r"^ +(-[a-z]) ", page("myname"), re.MULTILINE) == words

@@ -11,15 +11,15 @@ const kCodes = {
   voltage: ['normal', 'low', 'high'],
   power: ['mains', 'backup', 'failing'],
 };
-const kSaying = {fail: 'fails', hang: 'hangs', gone: 'is gone'};
 
+let s_faults = new Map(); // name -> what is said of such a service
 let s_failureTimer = 0;
 
 /// Carries out an action and shows a failure.
 async function attempt(action) {
   try {
     const answer = await action;
-    if (answer.outcome !== 'ok') showMessage(`${answer.service} ${kSaying[answer.outcome] ?? answer.outcome}: nothing was done.`);
+    if (answer.outcome !== 'ok') showMessage(`${answer.service} ${s_faults.get(answer.outcome) ?? answer.outcome}: nothing was done.`);
   } catch (error) {
     showMessage(error.message);
   }
@@ -240,7 +240,7 @@ function showSensors(camera) {
 
 function buildServices(faults) {
   const rows = Object.keys(faults).map((name) => {
-    const select = element('select', {id: `fault-${name}`}, ...['ok', 'fail', 'hang', 'gone'].map((fault) => new Option(fault, fault)));
+    const select = element('select', {id: `fault-${name}`}, ...[...s_faults.keys()].map((fault) => new Option(fault, fault)));
     select.addEventListener('change', () => attempt(control('fault', name, select.value)));
     return element('div', {className: 'service'}, element('label', {htmlFor: select.id, textContent: name}), select);
   });
@@ -255,7 +255,7 @@ function showServices(faults) {
     if (select.value !== faults[name]) select.value = faults[name];
     if (select.parentElement.dataset.fault !== faults[name]) select.parentElement.dataset.fault = faults[name];
   }
-  const trouble = names.filter((name) => faults[name] !== 'ok').map((name) => `${name} ${kSaying[faults[name]]}`);
+  const trouble = names.filter((name) => faults[name] !== 'ok').map((name) => `${name} ${s_faults.get(faults[name])}`);
   setText($('trouble'), trouble.join(', '));
 }
 
@@ -281,7 +281,8 @@ new Stream({
   onAgent({answers}) {
     showLink(answers ? 'live' : 'silent');
   },
-  onHello({agentPort, agentWatched, started}) {
+  onHello({agentPort, agentWatched, faults, started}) {
+    s_faults = new Map(faults);
     showLink(agentWatched ? 'waiting' : 'live'); // until the agent's first answer or timeout
     setText($('agent'), `127.0.0.1:${agentPort}`);
     panel.setPort(agentPort);

@@ -4,10 +4,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
-#include <spdlog/details/log_msg.h>
-#include <spdlog/details/null_mutex.h>
-#include <spdlog/pattern_formatter.h>
-#include <spdlog/sinks/base_sink.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -61,21 +58,16 @@ private:
 
 /// Writes each line with one write, so that no line stays in a buffer when the process is killed. A line that cannot be
 /// written is lost: a full disk or a stopped reader must not stop the camera.
-class DescriptorSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
+class Appender {
 public:
-    DescriptorSink(int descriptor, bool owned) : _descriptor(descriptor), _owned(owned) {
-        set_formatter_(std::make_unique<spdlog::pattern_formatter>("%Y-%m-%d %H:%M:%S.%e %n %v"));
-    }
-    ~DescriptorSink() override {
+    Appender(int descriptor, bool owned) : _descriptor(descriptor), _owned(owned) {}
+    ~Appender() {
         if (_owned) close(_descriptor);
     }
-    DescriptorSink(const DescriptorSink&) = delete;
-    DescriptorSink& operator=(const DescriptorSink&) = delete;
+    Appender(const Appender&) = delete;
+    Appender& operator=(const Appender&) = delete;
 
-private:
-    void sink_it_(const spdlog::details::log_msg& message) override {
-        spdlog::memory_buf_t line;
-        formatter_->format(message, line);
+    void Write(std::string_view line) {
         PipeSignalBlocked guard;
         const char* rest = line.data();
         const char* const end = rest + line.size();
@@ -89,8 +81,8 @@ private:
             }
         }
     }
-    void flush_() override {}
 
+private:
     /// A ready pipe accepts at least this much without blocking.
     static std::size_t AtMost(std::size_t size) { return std::min<std::size_t>(size, PIPE_BUF); }
 
@@ -113,11 +105,11 @@ private:
 
 constexpr const char* kStandardOutput = "";  // no file has this path
 
-using Appenders = std::map<std::string, spdlog::sink_ptr>;  // by path
+using Appenders = std::map<std::string, std::shared_ptr<Appender>>;  // by path
 
 void AddStandardOutput(Appenders& appenders) {
     if (appenders.count(kStandardOutput) != 0) return;
-    appenders[kStandardOutput] = std::make_shared<DescriptorSink>(STDOUT_FILENO, false);
+    appenders[kStandardOutput] = std::make_shared<Appender>(STDOUT_FILENO, false);
 }
 
 struct State {
@@ -157,7 +149,7 @@ std::optional<int> LevelOf(const IniFile& ini, const char* section) {
     return level;
 }
 
-spdlog::sink_ptr OpenFile(const std::string& path) {
+std::shared_ptr<Appender> OpenFile(const std::string& path) {
     // Without O_NONBLOCK, open waits for a FIFO's reader without a deadline.
     const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     const int descriptor = open(path.c_str(), flags, 0640);
@@ -165,7 +157,7 @@ spdlog::sink_ptr OpenFile(const std::string& path) {
         const char* const reason = errno == ENXIO ? "it is a FIFO without a reader, or a socket" : std::strerror(errno);
         throw osa::Exception("log.file %s: %s", IniFile::Escaped(path).c_str(), reason);
     }
-    return std::make_shared<DescriptorSink>(descriptor, true);
+    return std::make_shared<Appender>(descriptor, true);
 }
 
 const char* LevelWord(int level) {
@@ -174,36 +166,56 @@ const char* LevelWord(int level) {
     return level <= kDebug ? "Debug" : "Trace";
 }
 
-/// A line's level and text. A short line allocates nothing, so that "out of memory" can be logged.
-class LineText {
+/// A whole line. A short one allocates nothing, so that "out of memory" can be logged.
+class Line {
 public:
-    __attribute__((format(printf, 3, 0))) LineText(int level, const char* format, va_list arguments) {
+    __attribute__((format(printf, 4, 0)))
+    Line(const std::string& name, int level, const char* format, va_list arguments) {
         va_list again;
         va_copy(again, arguments);
-        _start = static_cast<std::size_t>(std::snprintf(_short, sizeof _short, "%s ", LevelWord(level)));
-        const int length = std::vsnprintf(_short + _start, sizeof _short - _start, format, arguments);
-        if (length < 0) {
-            _long = std::string(_short, _start) + format;
-        } else if (_start + static_cast<std::size_t>(length) >= sizeof _short) {
-            _long.assign(_short, _start);
-            _long.resize(_start + static_cast<std::size_t>(length) + 1);
-            std::vsnprintf(_long.data() + _start, static_cast<std::size_t>(length) + 1, format, again);
-            _long.pop_back();
+        _size = Print(_short, sizeof _short, name, level, format, arguments);
+        if (_size + 1 >= sizeof _short) {
+            _long.resize(_size + 2);  // a newline, a zero
+            _start = _long.data();
+            Print(_start, _long.size(), name, level, format, again);
         }
         va_end(again);
+        if (_start[_size - 1] != '\n') _start[_size++] = '\n';
     }
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
 
-    /// The text without a newline at its end.
-    std::string_view View() const {
-        std::string_view text = _long.empty() ? std::string_view(_short) : std::string_view(_long);
-        if (text.back() == '\n') text.remove_suffix(1);
-        return text;
+    /// The line as of now.
+    std::string_view Stamped() {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        tm local{};
+        localtime_r(&now.tv_sec, &local);
+        char time[64];
+        const std::size_t size = std::strftime(time, sizeof time, "%Y-%m-%d %H:%M:%S", &local);
+        std::snprintf(time + size, sizeof time - size, ".%03ld ", now.tv_nsec / 1000000);
+        std::memcpy(_start, time, kStamp);
+        return {_start, _size};
     }
 
 private:
+    static constexpr std::size_t kStamp = 24;  // octets of "2026-01-31 23:59:59.999 "
+
+    /// Prints as snprintf does, with room for the time, and returns the whole line's size.
+    __attribute__((format(printf, 5, 0))) static std::size_t Print(char* to, std::size_t room, const std::string& name,
+                                                                   int level, const char* format, va_list arguments) {
+        const int head =
+            std::snprintf(to, room, "%*s%s %s ", static_cast<int>(kStamp), "", name.c_str(), LevelWord(level));
+        const std::size_t used = std::min(static_cast<std::size_t>(head), room);
+        int length = std::vsnprintf(to + used, room - used, format, arguments);
+        if (length < 0) length = std::snprintf(to + used, room - used, "%s", format);  // better than no line
+        return static_cast<std::size_t>(head + length);
+    }
+
     char _short[512];
-    std::size_t _start;
     std::string _long;  // empty for a line that fits into _short
+    char* _start = _short;
+    std::size_t _size;
 };
 
 }  // namespace
@@ -253,14 +265,12 @@ void Logger::EnableDebugLogging() {
 
 void Logger::LogMessageV(int level, const char* format, va_list arguments) const {
     try {
-        const LineText line(level, format, arguments);
-        const auto text = line.View();
+        Line line(_name, level, format, arguments);
         State& state = Shared();
         std::lock_guard<std::mutex> lock(state.mutex);
         // Read the time under the lock, so that the lines' times never decrease.
-        const spdlog::details::log_msg message(_name, spdlog::level::info,
-                                               spdlog::string_view_t(text.data(), text.size()));
-        for (const auto& [path, sink] : state.appenders) sink->log(message);
+        const std::string_view text = line.Stamped();
+        for (const auto& [path, appender] : state.appenders) appender->Write(text);
     } catch (...) {
         // A line that cannot be written is lost.
     }

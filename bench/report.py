@@ -8,7 +8,7 @@ import pathlib
 import statistics
 import sys
 
-import svg
+import plots
 from loads import BEHIND, LOADS, NO_SERVICE, WORKLOADS
 
 median = statistics.median
@@ -374,7 +374,7 @@ def calls_section(results):
                  [[WHAT[w], *(calls[c][w] for c in calls)] for w in WORKLOADS])
 
 
-def plots(results, folder):
+def draw(results, folder):
     names = ["module", *results.peers]
     titles = [results.title[name] for name in names]
 
@@ -385,7 +385,7 @@ def plots(results, folder):
     for in_flight in LOADS:
         groups = [(workload, [values(name, workload, in_flight) for name in names]) for workload in results.workloads()]
         write(folder / f"performance-rates-{in_flight}.svg",
-              svg.bars(f"Requests a second, {in_flight} in flight", "a second", groups, titles))
+              plots.bars(f"Requests a second, {in_flight} in flight", "a second", groups, titles))
     parts = []
     for workload in BEHIND if "close_ups" in results.data else ():
         measured = results.live_parts(workload)
@@ -394,7 +394,7 @@ def plots(results, folder):
         parts.append(("measured", [whole, None, None]))
     if parts:
         write(folder / "performance-live.svg",
-              svg.stacks("What a live request takes, 1 in flight", "µs", parts,
+              plots.stacks("What a live request takes, 1 in flight", "µs", parts,
                          ["this module", "built-in GET", "bare bus round trips"]))
     keys = ("50", "90", "99", "99.9")
     series = []
@@ -405,7 +405,7 @@ def plots(results, folder):
             series.append((results.title[name], [one["percentiles"][key] if shown else None
                                                  for key, shown in zip(keys, enough)]))
     write(folder / "performance-latency.svg",
-          svg.lines("GET temperature, 1 in flight: the time within which so many are answered", "µs",
+          plots.lines("GET temperature, 1 in flight: the time within which so many are answered", "µs",
                     [f"{key} %" for key in keys], series))
 
 
@@ -450,7 +450,7 @@ def main():
     results = Results(json.loads(pathlib.Path(sys.argv[1]).read_text()))
     out = pathlib.Path(sys.argv[2])
     out.parent.mkdir(parents=True, exist_ok=True)
-    plots(results, out.parent)
+    draw(results, out.parent)
     write(out, page(results))
     for what, goal, measured, met in goals(results):
         print(f"{'met   ' if met else 'MISSED'}  {what}: {measured} ({goal})")

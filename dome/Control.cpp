@@ -255,16 +255,16 @@ void Control::Set(const Words& arguments) {
         {"alarm", [&] { SetBank(_camera.alarms, arguments); }},
         {"relay", [&] { SetBank(_camera.relays, arguments); }},
     };
-    Refusable([&] {
-        if (const auto found = setters.find(name); found != setters.end()) {
-            CheckWords(name, arguments, 2, 2);
-            found->second();
-        } else if (const auto other = longSetters.find(name); other != longSetters.end()) {
-            other->second();
-        } else {
-            throw WrongWord("set", name, KeysOf(setters) + ", " + KeysOf(longSetters));
-        }
-    });
+    const auto found = setters.find(name);
+    const auto longer = longSetters.find(name);
+    if (found != setters.end()) {
+        CheckWords(name, arguments, 2, 2);
+        Refusable(found->second);
+    } else if (longer != longSetters.end()) {
+        Refusable(longer->second);
+    } else {
+        throw WrongWord("set", name, KeysOf(setters) + ", " + KeysOf(longSetters));
+    }
 }
 
 void Control::SetBank(Banks& banks, const Words& arguments) {

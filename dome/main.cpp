@@ -52,10 +52,11 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
     add("--config", "FILE", options.configuration, "what the camera can do; dome/desk.toml describes it");
     add("--console-port", "N", options.console.port, "TCP port of the page (default 0: none)")->check(port);
     add("--console-address", "IP", options.console.address, "where the page is served (default 127.0.0.1)");
-    const CLI::Option* const agent = add("--agent-port", "N", options.console.agentPort, R"(UDP port of the agent in
-front of the camera, for commands that the page shows (default 1161);
-when it is given, the page says whether that agent answers)")
-                                         ->check(port);
+    const CLI::Option* const agent =
+        add("--agent-port", "N", options.console.agentPort,
+            "UDP port of the agent in front of it, for commands that the page shows (default 1161);\n"
+            "when it is given, the page says whether that agent answers")
+            ->check(port);
     const std::optional<int> status = line.Parse(argc, argv);
     options.console.watchesAgent = agent->count() > 0 && options.console.agentPort != 0;
     return status;

@@ -50,8 +50,9 @@ void AddCommands(CommandLine& line) {
     line.AddCommand("event", 2, 5, R"(
   event temperature SENSOR DEGREES [--count N]
   event voltage|power STATUS [--count N] emits the event without a change of the reading; N of them, counting up)");
-    line.AddCommand("fault", 2, 2, "\n  fault SERVICE " + dome::FaultNames("|") + R"(
-                                         pan tilt zoom focus focus2 iris presets presets2 alarm relay
+    line.AddCommand("fault", 2, 2,
+                    "\n  fault SERVICE " + dome::FaultNames("|") +
+                        R"(        pan tilt zoom focus focus2 iris presets presets2 alarm relay
                                          temperature voltage power fan)");
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <iostream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -50,11 +51,14 @@ public:
 
 private:
     std::string Reason(const CLI::Error& error) const {
-        if (remaining().empty()) return error.what();
+        const bool hasNoCommand = error.what() == std::string(CLI::RequiredError::Subcommand(1).what());
+        if (remaining().empty() && !hasNoCommand) return error.what();
         std::vector<std::string> expected;
         for (const App* command : get_subcommands({})) expected.push_back(command->get_name());
         for (const CLI::Option* option : get_options()) expected.push_back(option->get_name());
-        return "unknown word '" + remaining().front() + "', expected " + CLI::detail::join(expected, ", ");
+        const std::string wrong =
+            remaining().empty() ? "a command is missing" : "unknown word '" + remaining().front() + '\'';
+        return wrong + ", expected " + CLI::detail::join(expected, ", ");
     }
 
     std::vector<std::string> _words;

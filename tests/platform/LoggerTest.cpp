@@ -161,10 +161,15 @@ TEST_F(LoggerTest, AShortLineIsWrittenWithoutMemory) {
 TEST_F(LoggerTest, LinesOfEveryLengthAreWhole) {
     UseFile("3");
     std::string expected;
-    for (std::size_t length = 490; length < 530; ++length) {
+    for (std::size_t length = 450; length < 530; ++length) {
         const std::string text(length, 'x');
         log->Error("%s", text.c_str());
         expected += "Test Error " + text + "\n";
+    }
+    for (const std::size_t length : {480, 510, 520, 2000}) {
+        const std::string name(length, 'n');
+        Logger::GetLogger(name.c_str())->Error("%s", "x");
+        expected += name + " Error x\n";
     }
     EXPECT_EQ(Lines(), expected);
 }

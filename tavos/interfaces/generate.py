@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
-"""Writes a service's client and server side from its D-Bus introspection file.
+"""Writes C++ from a service's D-Bus introspection file.
 
-generate.py FILE.xml OUTPUT.cpp
+generate.py FILE.xml OUTPUT.cpp                the client and the server side, on the bus
+generate.py FILE.xml OUTPUT.cpp HEADER CLASS   only the client side, on CLASS, declared in HEADER, instead of
+                                               tavos::msgbus::Remote: a recorder for tests, for example
+generate.py FILE.xml OUTPUT.h                  VisitOperations: the operations' names, methods and arguments' names
 
 The interface has annotations. org.tavos.Cpp.Class is its abstract class in C++, with its methods and an accessor
 On<signal> for each signal. org.tavos.Cpp.Header is the header of that class. A service with several instances has
 org.tavos.Cpp.Instance, the parameter that names an instance: it is appended to the well-known name and to the path. The
-output defines CLASS::CreateClient and, in the class's namespace, Serve.
+output defines CLASS::CreateClient and, for the server side, Serve in the class's namespace.
 """
 
 import sys
@@ -55,6 +58,10 @@ class Method:
                 f"        return _remote.Call<{self.result}>(\"{self.name}\"{values});\n"
                 f"    }}\n")
 
+    def visit(self, interface):
+        names = "".join(f", \"{a.get('name')}\"" for a in self.inputs)
+        return f"    visit(\"{self.name}\", &{interface}::{self.name}{names});\n"
+
     def server(self, interface):
         return (f"tavos::msgbus::OperationOf<&{interface}::{self.name}>(\"{self.name}\", "
                 f"\"{signature(self.inputs)}\", \"{signature(self.outputs)}\")")
@@ -71,81 +78,128 @@ class Signal:
     def client(self):
         return f"    {self.type}& On{self.name}() override {{ return {self.member}; }}\n"
 
-    def members(self):
+    def members(self, remote):
         return (f"    {self.type} {self.member};\n"
-                f"    tavos::msgbus::Subscription {self.member}Subscription;  // destroyed before the event\n")
+                f"    {remote}::Subscription {self.member}Subscription;  // destroyed before the event\n")
 
     def server(self):
         return f"{{\"{self.name}\", \"{signature(self.arguments)}\"}}"
 
 
-def generate(path):
-    interface = xml.etree.ElementTree.parse(path).getroot().find("interface")
-    bus_name = interface.get("name")
-    annotations = {a.get("name"): a.get("value") for a in interface.findall("annotation")}
-    namespace, _, class_name = annotations["org.tavos.Cpp.Class"].rpartition("::")
-    instance = annotations.get("org.tavos.Cpp.Instance")
-    methods = [Method(element) for element in interface.findall("method")]
-    signals = [Signal(element) for element in interface.findall("signal")]
+class Interface:
+    def __init__(self, path):
+        interface = xml.etree.ElementTree.parse(path).getroot().find("interface")
+        annotations = {a.get("name"): a.get("value") for a in interface.findall("annotation")}
+        self.origin = f"// Made from {path.rsplit('/', 1)[-1]} by generate.py."
+        self.bus_name = interface.get("name")
+        self.header = annotations["org.tavos.Cpp.Header"]
+        self.namespace, _, self.name = annotations["org.tavos.Cpp.Class"].rpartition("::")
+        self.methods = [Method(element) for element in interface.findall("method")]
+        self.signals = [Signal(element) for element in interface.findall("signal")]
+        instance = annotations.get("org.tavos.Cpp.Instance")
+        self.more_parameter = f", const char* {instance}" if instance else ""
+        self.more_value = f", {instance}" if instance else ""
+        self.name_end = f" + std::string(\".\") + {instance}" if instance else ""
+        self.path_end = f" + std::string(\"/\") + {instance}" if instance else ""
 
-    more_parameter = f", const char* {instance}" if instance else ""
-    more_value = f", {instance}" if instance else ""
-    object_path = "/" + bus_name.replace(".", "/")
-    name_end = f" + std::string(\".\") + {instance}" if instance else ""
-    path_end = f" + std::string(\"/\") + {instance}" if instance else ""
-    subscriptions = "".join(f",\n          {s.member}Subscription(_remote.Subscribe(\"{s.name}\", {s.member}))"
-                            for s in signals)
-    forwards = "".join(f"    tavos::msgbus::ForwardEvent(host.Internals(), address, \"{s.name}\", "
-                       f"service.On{s.name}());\n" for s in signals)
-    operations = "".join(f"\n                           {m.server(class_name)}," for m in methods)
+    def client(self, remote):
+        object_path = "/" + self.bus_name.replace(".", "/")
+        subscriptions = "".join(f",\n          {s.member}Subscription(_remote.Subscribe(\"{s.name}\", {s.member}))"
+                                for s in self.signals)
+        return f"""namespace {{
 
-    return f"""// Made from {path.rsplit("/", 1)[-1]} by generate.py.
-#include "{annotations["org.tavos.Cpp.Header"]}"
+tavos::msgbus::ServiceAddress Address({self.more_parameter[2:]}) {{
+    return {{"{self.bus_name}"{self.name_end}, "{object_path}"{self.path_end}, "{self.bus_name}"}};
+}}
+
+class {self.name}Client final : public {self.name} {{
+public:
+    explicit {self.name}Client(tavos::msgbus::IMsgBus* bus{self.more_parameter})
+        : _remote(bus, Address({self.more_value[2:]})){subscriptions} {{}}
+
+{"".join(m.client() for m in self.methods)}{"".join(s.client() for s in self.signals)}
+private:
+    {remote} _remote;
+{"".join(s.members(remote) for s in self.signals)}}};
+
+}}  // namespace
+
+{self.name}* {self.name}::CreateClient(tavos::msgbus::IMsgBus* bus{self.more_parameter}) {{
+    return new {self.name}Client(bus{self.more_value});
+}}
+"""
+
+    def server_parameters(self):
+        return f"tavos::msgbus::ServiceHost& host, {self.name}& service{self.more_parameter}"
+
+    def server(self):
+        operations = "".join(f"\n                           {m.server(self.name)}," for m in self.methods)
+        forwards = "".join(f"    tavos::msgbus::ForwardEvent(host.Internals(), address, \"{s.name}\", "
+                           f"service.On{s.name}());\n" for s in self.signals)
+        return f"""std::string Serve({self.server_parameters()}) {{
+    const tavos::msgbus::ServiceAddress address = Address({self.more_value[2:]});
+    host.Internals().Add(address, &service,
+                         {{{operations}}},
+                         {{{", ".join(s.server() for s in self.signals)}}});
+{forwards}    return address.service;
+}}
+"""
+
+    def both_sides(self):
+        return f"""{self.origin}
+#include "{self.header}"
 
 #include "tavos/msgbus/Remote.h"
 #include "tavos/msgbus/Service.h"
 
-namespace {namespace} {{
+namespace {self.namespace} {{
 
-{"TAVOS_API " if namespace == "tavos::interfaces" else ""}std::string Serve(tavos::msgbus::ServiceHost& host, {class_name}& service{more_parameter});
+{"TAVOS_API " if self.namespace == "tavos::interfaces" else ""}std::string Serve({self.server_parameters()});
 
-namespace {{
+{self.client("tavos::msgbus::Remote")}
+{self.server()}
+}}  // namespace {self.namespace}
+"""
 
-tavos::msgbus::ServiceAddress Address({more_parameter[2:]}) {{
-    return {{"{bus_name}"{name_end}, "{object_path}"{path_end}, "{bus_name}"}};
-}}
+    def client_only(self, remote_header, remote):
+        return f"""{self.origin}
+#include "{self.header}"
 
-class {class_name}Client final : public {class_name} {{
-public:
-    explicit {class_name}Client(tavos::msgbus::IMsgBus* bus{more_parameter})
-        : _remote(bus, Address({more_value[2:]})){subscriptions} {{}}
+#include "{remote_header}"
 
-{"".join(m.client() for m in methods)}{"".join(s.client() for s in signals)}
-private:
-    tavos::msgbus::Remote _remote;
-{"".join(s.members() for s in signals)}}};
+namespace {self.namespace} {{
 
-}}  // namespace
+{self.client(remote)}
+}}  // namespace {self.namespace}
+"""
 
-{class_name}* {class_name}::CreateClient(tavos::msgbus::IMsgBus* bus{more_parameter}) {{
-    return new {class_name}Client(bus{more_value});
-}}
+    def operations(self):
+        return f"""{self.origin}
+#pragma once
 
-std::string Serve(tavos::msgbus::ServiceHost& host, {class_name}& service{more_parameter}) {{
-    const tavos::msgbus::ServiceAddress address = Address({more_value[2:]});
-    host.Internals().Add(address, &service,
-                         {{{operations}}},
-                         {{{", ".join(s.server() for s in signals)}}});
-{forwards}    return address.service;
-}}
+#include "{self.header}"
 
-}}  // namespace {namespace}
+namespace {self.namespace} {{
+
+/// Calls visit(OPERATION, METHOD, ARGUMENT...) for each operation, with the names of its arguments.
+template <class Visit>
+void VisitOperations(const {self.name}*, [[maybe_unused]] Visit&& visit) {{
+{"".join(m.visit(self.name) for m in self.methods)}}}
+
+}}  // namespace {self.namespace}
 """
 
 
+def generate(path, output, *remote):
+    interface = Interface(path)
+    if output.endswith(".h"):
+        return interface.operations()
+    return interface.client_only(*remote) if remote else interface.both_sides()
+
+
 if __name__ == "__main__":
-    if len(sys.argv) != 3:
+    if len(sys.argv) not in (3, 5):
         sys.exit(__doc__)
-    text = generate(sys.argv[1])
-    with open(sys.argv[2], "w", encoding="utf-8") as output:
-        output.write(text)
+    text = generate(*sys.argv[1:])
+    with open(sys.argv[2], "w", encoding="utf-8") as file:
+        file.write(text)

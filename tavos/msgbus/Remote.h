@@ -13,6 +13,8 @@ namespace tavos::msgbus {
 /// A service on the bus, for the generated clients.
 class Remote {
 public:
+    using Subscription = msgbus::Subscription;
+
     Remote(IMsgBus* bus, ServiceAddress address) : _connection(Checked(bus)), _address(std::move(address)) {}
 
     template <class Result, class... Arguments>

@@ -405,13 +405,15 @@ private:
         if (_mode != MODE_GET) return Nothing(SNMP_ERR_GENERR);
         MUST(_calls.size() == 1 && _driving == 0, "%s", object.name);
         const bool isTemperature = Begins(object.name, "temp");
-        const bool fails = Fails(isTemperature                ? "temperature.GetTemperatureDegreesCelsius"
-                                 : Begins(object.name, "pow") ? "power.GetPowerStatus"
-                                                              : "voltage.GetVoltageStatus");
+        const char* const operation = isTemperature                ? "temperature.GetTemperatureDegreesCelsius"
+                                      : Begins(object.name, "pow") ? "power.GetPowerStatus"
+                                                                   : "voltage.GetVoltageStatus";
+        const bool fails = Fails(operation);
         Result(fails ? SNMP_ERR_GENERR : 0);
         if (fails) return NoAnswer();
-        if (isTemperature) return AnswersInteger(static_cast<std::uint32_t>(Camera().temperature), ASN_GAUGE);
-        AnswersInteger(Begins(object.name, "pow") ? Camera().power : Camera().voltage);
+        const auto reading = static_cast<std::int32_t>(Camera().answers[operation]);
+        if (isTemperature) return AnswersInteger(static_cast<std::uint32_t>(reading), ASN_GAUGE);
+        AnswersInteger(reading);
     }
 
     void CheckStatus() const {
@@ -649,29 +651,29 @@ void Change(Bytes& bytes) {
     auto& camera = Camera();
     switch (bytes.Below(11)) {
         case 0:
-            camera.panPosition = bytes.Take<std::uint32_t>();
+            camera.answers["pan.GetPosition"] = bytes.Take<std::uint32_t>();
             break;
         case 1:
-            camera.tiltPosition = bytes.Take<std::uint32_t>();
+            camera.answers["tilt.GetPosition"] = bytes.Take<std::uint32_t>();
             break;
         case 2:
-            camera.magnification = bytes.Take<std::uint32_t>();
+            camera.answers["zoom.GetMagnificationThousandthsX"] = bytes.Take<std::uint32_t>();
             break;
         case 3:
-            camera.maxMagnification = bytes.Take<std::uint32_t>();
+            camera.answers["zoom.GetMaxMagnificationThousandthsX"] = bytes.Take<std::uint32_t>();
             break;
         case 4:
-            camera.focusPosition = bytes.Take<double>();
+            camera.answers["focus2.GetPosition"] = bytes.Take<double>();
             break;
         case 5:
-            camera.autoIris = bytes.Below(2) == 1;
+            camera.answers["iris.GetAutoIris"] = bytes.Below(2) == 1;
             break;
         case 6:
-            camera.temperature = bytes.Take<std::int32_t>();
+            camera.answers["temperature.GetTemperatureDegreesCelsius"] = bytes.Take<std::int32_t>();
             break;
         case 7:
-            camera.voltage = bytes.Take<std::int32_t>();
-            camera.power = bytes.Take<std::int32_t>();
+            camera.answers["voltage.GetVoltageStatus"] = bytes.Take<std::int32_t>();
+            camera.answers["power.GetPowerStatus"] = bytes.Take<std::int32_t>();
             break;
         case 8:
             camera.alarms = TakeBanks(bytes);

@@ -226,7 +226,7 @@ std::vector<Writable> Writables() {
 
 class WritableTest : public CameraTest, public testing::WithParamInterface<Writable> {
 protected:
-    WritableTest() { Camera().focusPosition = 50.0; }
+    WritableTest() { Camera().answers["focus2.GetPosition"] = 50.0; }
 
     Octets Get() {
         SnmpRequest request(GetParam().oidName, GetParam().length);

@@ -145,10 +145,10 @@ const std::vector<MotionObject>& Objects() {
 class MotionObjectsTest : public CameraTest, public testing::WithParamInterface<MotionObject> {
 protected:
     MotionObjectsTest() {
-        Camera().panPosition = 100000;
-        Camera().tiltPosition = 45000;
-        Camera().magnification = 10000;
-        Camera().focusPosition = 50.0;
+        Camera().answers["pan.GetPosition"] = 100000;
+        Camera().answers["tilt.GetPosition"] = 45000;
+        Camera().answers["zoom.GetMagnificationThousandthsX"] = 10000;
+        Camera().answers["focus2.GetPosition"] = 50.0;
     }
 
     Octets Last() {

@@ -74,12 +74,12 @@ TEST_F(FocusConstructionTest, ComesToNothingWithoutAClientAndClosesTheSettings) 
 }
 
 TEST_F(FocusTest, EveryWrapperLogsCallsAndReportsFailure) {
-    Camera().autoIris = true;
-    Camera().focusPosition = 33.25;
-    Camera().focusMinPosition = -1.5;
-    Camera().focusMaxPosition = 101.0;
-    Camera().focusMinTranslation = -99.0;
-    Camera().focusMaxTranslation = 98.0;
+    Camera().answers["iris.GetAutoIris"] = true;
+    Camera().answers["focus2.GetPosition"] = 33.25;
+    Camera().answers["focus2.GetMinPosition"] = -1.5;
+    Camera().answers["focus2.GetMaxPosition"] = 101.0;
+    Camera().answers["focus2.GetMinTranslation"] = -99.0;
+    Camera().answers["focus2.GetMaxTranslation"] = 98.0;
     Camera().settings[kMode] = "Auto";
     using F = OrvexSnmpFocus;
     const Wrapper<F> wrappers[] = {
@@ -199,7 +199,7 @@ int ReadsTruth(const OrvexSnmpFocus& focus, int (OrvexSnmpFocus::*getter)(bool&)
 
 TEST_F(FocusTest, AutoIrisIsReadFromItsService) {
     for (const bool enabled : {true, false}) {
-        Camera().autoIris = enabled;
+        Camera().answers["iris.GetAutoIris"] = enabled;
         ExpectProtocol<OrvexSnmpFocus>(_provider,
                                        {"GetAutoIrisEnabled",
                                         [enabled](const OrvexSnmpFocus& focus) {
@@ -250,7 +250,7 @@ TEST_F(FocusTest, ScalingTruncatesAndLosesTheSign) {
 // --- positionFocusLens ---
 
 TEST_F(FocusTest, EveryRequestReadsThePositionFirst) {
-    Camera().focusPosition = 42.5;
+    Camera().answers["focus2.GetPosition"] = 42.5;
     for (const int mode : {static_cast<int>(MODE_GET), static_cast<int>(MODE_GETNEXT), MODE_SET_RESERVE1,
                            MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_FREE, MODE_SET_UNDO, 6, 162, -1}) {
         SCOPED_TRACE(mode);
@@ -275,14 +275,14 @@ TEST_F(FocusTest, APositionThatCannotBeReadIsNotReported) {
 }
 
 TEST_F(FocusTest, StopHoldsThePositionReadAtTheStart) {
-    Camera().focusPosition = 42.5;
+    Camera().answers["focus2.GetPosition"] = 42.5;
     EXPECT_EQ(Command({0, 0, 0x12, 0x34}), SNMP_ERR_NOERROR);
     EXPECT_EQ(Done(),
               Position("42.50", Lines{"6 handle_positionFocusLens: stop focus (0)"} + SetTo(42.5, "42.500000")));
 }
 
 TEST_F(FocusTest, StopMovesToZeroWhenThePositionCannotBeRead) {
-    Camera().focusPosition = 42.5;
+    Camera().answers["focus2.GetPosition"] = 42.5;
     for (const auto thrown : kEveryThrow) {
         Fail("focus2.GetPosition", thrown);
         EXPECT_EQ(Command({0, 0, 0, 0}), SNMP_ERR_NOERROR);
@@ -344,7 +344,7 @@ TEST_F(FocusTest, DeltaStepsByPercentAndStaysWithinTheRange) {
     };
     for (const auto& step : steps) {
         SCOPED_TRACE(journal::Join(step.from, step.speed, step.position));
-        Camera().focusPosition = step.from;
+        Camera().answers["focus2.GetPosition"] = step.from;
         EXPECT_EQ(Command({1, static_cast<u_char>(step.speed & 0xFF), static_cast<u_char>(step.position / 256),
                            static_cast<u_char>(step.position % 256)}),
                   SNMP_ERR_NOERROR);
@@ -358,7 +358,7 @@ TEST_F(FocusTest, DeltaStepsByPercentAndStaysWithinTheRange) {
 }
 
 TEST_F(FocusTest, DeltaStartsAtZeroWhenThePositionCannotBeRead) {
-    Camera().focusPosition = 42.5;
+    Camera().answers["focus2.GetPosition"] = 42.5;
     Fail("focus2.GetPosition", Thrown::kInt);
     EXPECT_EQ(Command({1, 1, 0xFF, 0xFF}), SNMP_ERR_NOERROR);
     EXPECT_THAT(journal::Calls(), ElementsAre("focus2 GetPosition", "focus2 SetPosition 100"));
@@ -477,7 +477,7 @@ TEST_F(FocusTest, StatusIsMadeOfTheSettingsAndTheIris) {
     };
     for (const auto& row : rows) {
         Camera().settings[kMode] = row.mode;
-        Camera().autoIris = row.autoIris;
+        Camera().answers["iris.GetAutoIris"] = row.autoIris;
         for (const int mode : {static_cast<int>(MODE_GET), static_cast<int>(MODE_GETNEXT)}) {
             SnmpRequest request(OrvexSnmpOid::oid_systemLensFeatureStatus);
             journal::Clear();
@@ -497,7 +497,7 @@ TEST_F(FocusTest, StatusIsMadeOfTheSettingsAndTheIris) {
 
 TEST_F(FocusTest, StatusLeavesABitOutThatCannotBeRead) {
     Camera().settings[kMode] = "Auto";
-    Camera().autoIris = true;
+    Camera().answers["iris.GetAutoIris"] = true;
     for (const auto thrown : kEveryThrow) {
         Fail("settings.GetValue", thrown);
         EXPECT_THAT(Get(kStatus), ElementsAre(0x80));

@@ -199,9 +199,9 @@ TEST_F(InitTest, RegistersTheOtherScalarsAndTheRebootWhenNoSensorAnswers) {
 }
 
 TEST_F(InitTest, LeavesOutPowerAndVoltageButNotTemperatureThatReadMinusOne) {
-    Camera().power = -1;
-    Camera().voltage = -1;
-    Camera().temperature = -1;
+    Camera().answers["power.GetPowerStatus"] = -1;
+    Camera().answers["voltage.GetVoltageStatus"] = -1;
+    Camera().answers["temperature.GetTemperatureDegreesCelsius"] = -1;
     EXPECT_EQ(init_orvexsnmp(), 0);
     EXPECT_EQ(Agent().handlers.count("power"), 0u);
     EXPECT_EQ(Agent().handlers.count("voltage"), 0u);

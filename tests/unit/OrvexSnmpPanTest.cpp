@@ -55,10 +55,10 @@ TEST_F(PanConstructionTest, ComesToNothingWithoutItsClient) {
 }
 
 TEST_F(PanTest, EveryWrapperLogsCallsAndReportsFailure) {
-    Camera().panPosition = 123450;
-    Camera().panMinPosition = 11;
-    Camera().panMaxPosition = 359990;
-    Camera().panVelocity = -0.25;
+    Camera().answers["pan.GetPosition"] = 123450;
+    Camera().answers["pan.GetMinPosition"] = 11;
+    Camera().answers["pan.GetMaxPosition"] = 359990;
+    Camera().answers["pan.GetRelativeVelocity"] = -0.25;
     const Wrapper<OrvexSnmpPan> wrappers[] = {
         {"SetPosition",
          [](const OrvexSnmpPan& pan) { return pan.SetPosition(36001); },
@@ -114,7 +114,7 @@ TEST_F(PanTest, EveryWrapperLogsCallsAndReportsFailure) {
 }
 
 TEST_F(PanTest, PositionsOfTheServiceArePrintedSigned) {
-    Camera().panPosition = 0xFFFFFFFB;
+    Camera().answers["pan.GetPosition"] = 0xFFFFFFFB;
     unsigned position = 0;
     EXPECT_EQ(_provider.GetPosition(position), 0);
     EXPECT_EQ(position, 0xFFFFFFFB);
@@ -232,7 +232,7 @@ TEST_F(PanTest, DeltaAddsOrTakesAwayAndWrapsOnce) {
     };
     for (const auto& step : steps) {
         SCOPED_TRACE(journal::Join(step.from, step.position, step.speed));
-        Camera().panPosition = step.from;
+        Camera().answers["pan.GetPosition"] = step.from;
         EXPECT_EQ(Command({1, static_cast<u_char>(step.speed & 0xFF), static_cast<u_char>(step.position / 256),
                            static_cast<u_char>(step.position % 256)}),
                   SNMP_ERR_NOERROR);
@@ -246,7 +246,7 @@ TEST_F(PanTest, DeltaAddsOrTakesAwayAndWrapsOnce) {
 }
 
 TEST_F(PanTest, DeltaLogsEveryStepInOrder) {
-    Camera().panPosition = 10000;
+    Camera().answers["pan.GetPosition"] = 10000;
     EXPECT_EQ(Command({1, 0xF6, 0x07, 0xD0}), SNMP_ERR_NOERROR);
     EXPECT_EQ(
         Done(),
@@ -261,7 +261,7 @@ TEST_F(PanTest, DeltaLogsEveryStepInOrder) {
 
 TEST_F(PanTest, DeltaFromAnAngleBelowZeroWrapsAround32Bits) {
     // The service's -1 read as unsigned: 429496729 NTCIP units, a turn less, times ten in 32 bits.
-    Camera().panPosition = 0xFFFFFFFF;
+    Camera().answers["pan.GetPosition"] = 0xFFFFFFFF;
     EXPECT_EQ(Command({1, 1, 0, 0}), SNMP_ERR_NOERROR);
     EXPECT_THAT(journal::Logged(6), Contains("handle_positionPan: pan positive clockwise,speed=1,new pan=429496729"));
     EXPECT_THAT(journal::Calls().back(), HasSubstr("SetPositionAtSpeed -360006 "));
@@ -314,7 +314,7 @@ TEST_F(PanTest, TrueNorthOffsetIsRememberedAndNeverSentToTheService) {
 }
 
 TEST_F(PanTest, TrueNorthOffsetChangesNoPanCommand) {
-    Camera().panPosition = 100000;
+    Camera().answers["pan.GetPosition"] = 100000;
     for (const long offset : {65535L, 0L}) {
         SetOffset(offset);
         Command({1, 10, 0, 0});

@@ -18,7 +18,7 @@ TEST_F(PresetsConstructionTest, ComesToNothingWithoutAClient) {
 }
 
 TEST_F(PresetsTest, TheNumberOfPresetsIsLoggedAtTrace) {
-    Camera().maxPresets = 96;
+    Camera().answers["presets2.GetMaxPresets"] = 96;
     ExpectProtocol<OrvexSnmpPresets>(_provider, {"GetMaxPresets",
                                                  Reads(&OrvexSnmpPresets::GetMaxPresets, 96U),
                                                  {},
@@ -30,7 +30,7 @@ TEST_F(PresetsTest, TheNumberOfPresetsIsLoggedAtTrace) {
 
 TEST_F(PresetsTest, TheMaxPresetIsZeroWhateverTheServiceReturns) {
     for (const unsigned presets : {0U, 64U, 0xFFFFFFFFU}) {
-        Camera().maxPresets = presets;
+        Camera().answers["presets2.GetMaxPresets"] = presets;
         for (const int mode : {static_cast<int>(MODE_GET), static_cast<int>(MODE_GETNEXT)}) {
             SnmpRequest request(OrvexSnmpOid::oid_rangeMaximumPreset);
             journal::Clear();

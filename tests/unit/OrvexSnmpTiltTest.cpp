@@ -28,10 +28,10 @@ TEST_F(TiltConstructionTest, ComesToNothingWithoutItsClient) {
 }
 
 TEST_F(TiltTest, EveryWrapperLogsCallsAndReportsFailure) {
-    Camera().tiltPosition = static_cast<std::uint32_t>(-45000);
-    Camera().tiltMinPosition = -90000;
-    Camera().tiltMaxPosition = 45;
-    Camera().tiltVelocity = 0.5;
+    Camera().answers["tilt.GetPosition"] = static_cast<std::uint32_t>(-45000);
+    Camera().answers["tilt.GetMinPosition"] = -90000;
+    Camera().answers["tilt.GetMaxPosition"] = 45;
+    Camera().answers["tilt.GetRelativeVelocity"] = 0.5;
     const Wrapper<OrvexSnmpTilt> wrappers[] = {
         {"SetPosition",
          [](const OrvexSnmpTilt& tilt) { return tilt.SetPosition(22500); },
@@ -203,7 +203,7 @@ TEST_F(TiltTest, AnUnknownModeIsReportedByItself) {
 }
 
 TEST_F(TiltTest, DeltaLogsEveryStepInOrder) {
-    Camera().tiltPosition = 45000;
+    Camera().answers["tilt.GetPosition"] = 45000;
     EXPECT_EQ(Command({0x01, 0x05, 0x01, 0xF4}), SNMP_ERR_NOERROR);
     EXPECT_EQ(Done(),
               Handled("handle_positionTilt",
@@ -240,7 +240,7 @@ TEST_F(TiltTest, DeltaTakesThePlatformsAngleForAnNtcipPosition) {
     };
     for (const auto& step : steps) {
         SCOPED_TRACE(journal::Join(step.from, step.position, step.speed));
-        Camera().tiltPosition = static_cast<std::uint32_t>(step.from);
+        Camera().answers["tilt.GetPosition"] = static_cast<std::uint32_t>(step.from);
         EXPECT_EQ(Command({1, static_cast<u_char>(step.speed & 0xFF), static_cast<u_char>(step.position / 256),
                            static_cast<u_char>(step.position % 256)}),
                   SNMP_ERR_NOERROR);
@@ -258,7 +258,7 @@ TEST_F(TiltTest, EveryDeltaFromAnAngleBelowZeroIsRefusedWithoutAnError) {
     for (const int angle : {-90000, -45000, -1}) {
         for (const int speed : {10, -10}) {
             SCOPED_TRACE(journal::Join(angle, speed));
-            Camera().tiltPosition = static_cast<std::uint32_t>(angle);
+            Camera().answers["tilt.GetPosition"] = static_cast<std::uint32_t>(angle);
             const unsigned base = static_cast<std::uint32_t>(angle) / 10;
             const unsigned target = speed > 0 ? base + 1000 : base - 1000;
             EXPECT_EQ(Command({1, static_cast<u_char>(speed & 0xFF), 0x03, 0xE8}), SNMP_ERR_NOERROR);

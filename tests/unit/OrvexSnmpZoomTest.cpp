@@ -49,10 +49,10 @@ Wrapper<OrvexSnmpZoom> Getter(const char* name, int (OrvexSnmpZoom::*getter)(uns
 }
 
 TEST_F(ZoomTest, EveryWrapperLogsCallsAndReportsFailure) {
-    Camera().magnification = 1234;
-    Camera().maxMagnification = 0xFFFFFFFF;
-    Camera().maxDigitalMagnification = 12000;
-    Camera().maxOpticalMagnification = 35000;
+    Camera().answers["zoom.GetMagnificationThousandthsX"] = 1234;
+    Camera().answers["zoom.GetMaxMagnificationThousandthsX"] = 0xFFFFFFFF;
+    Camera().answers["zoom.GetMaxDigitalMagnificationThousandthsX"] = 12000;
+    Camera().answers["zoom.GetMaxOpticalMagnificationThousandthsX"] = 35000;
     const Wrapper<OrvexSnmpZoom> wrappers[] = {
         {"SetMagnificationThousandthsX",
          [](const OrvexSnmpZoom& zoom) { return zoom.SetMagnificationThousandthsX(20000); },
@@ -179,8 +179,8 @@ TEST_F(ZoomTest, DeltaTakesItsSignFromTheSpeedAndFromThePosition) {
     };
     for (const auto& step : steps) {
         SCOPED_TRACE(journal::Join(step.from, step.speed, step.position));
-        Camera().magnification = step.from;
-        Camera().maxMagnification = step.max;
+        Camera().answers["zoom.GetMagnificationThousandthsX"] = step.from;
+        Camera().answers["zoom.GetMaxMagnificationThousandthsX"] = step.max;
         EXPECT_EQ(Requested(1, step.speed, step.position),
                   journal::Join("zoom SetMagnificationThousandthsX", step.requested, 300));
         char percent[32];
@@ -194,13 +194,13 @@ TEST_F(ZoomTest, DeltaTakesItsSignFromTheSpeedAndFromThePosition) {
 }
 
 TEST_F(ZoomTest, AMaximumOfOneLeavesNothingToZoom) {
-    Camera().maxMagnification = 1000;
+    Camera().answers["zoom.GetMaxMagnificationThousandthsX"] = 1000;
     for (const int position : {0, 1, 32768, 65535}) {
         SCOPED_TRACE(position);
         EXPECT_EQ(Requested(2, 0, position), "zoom SetMagnificationThousandthsX 1000 300");
         // An empty range cannot scale the current position. Every position must request 1.0x.
         for (const unsigned current : {0U, 1000U, 20000U, 0xFFFFFFFFU}) {
-            Camera().magnification = current;
+            Camera().answers["zoom.GetMagnificationThousandthsX"] = current;
             EXPECT_EQ(Requested(1, 1, position), "zoom SetMagnificationThousandthsX 1000 300");
             EXPECT_EQ(Requested(1, -1, position), "zoom SetMagnificationThousandthsX 1000 300");
         }
@@ -217,7 +217,7 @@ TEST_F(ZoomTest, AMaximumThatCannotBeReadCountsAsZero) {
                                                  "thousandsths=499,max=0"));
         EXPECT_EQ(Requested(2, 0, 65535), "zoom SetMagnificationThousandthsX 0 300");
 
-        Camera().magnification = 2000;  // maps to -65535, which comes back positive
+        Camera().answers["zoom.GetMagnificationThousandthsX"] = 2000;  // maps to -65535, which comes back positive
         EXPECT_EQ(Requested(1, -1, 1), "zoom SetMagnificationThousandthsX 0 300");
         EXPECT_THAT(journal::Logged(6),
                     Contains("handle_positionZoomLens: NTCIP zoom cur=65534,req=1,delta=0.000015 percent, tavos "

@@ -114,9 +114,9 @@ TEST_F(SensorAvailabilityTest, DisablesOnlyTheSensorWhoseServiceFails) {
 }
 
 TEST_F(SensorAvailabilityTest, TakesMinusOneAsNoReadingOfPowerAndVoltageButAsATemperature) {
-    Camera().power = -1;
-    Camera().voltage = -1;
-    Camera().temperature = -1;
+    Camera().answers["power.GetPowerStatus"] = -1;
+    Camera().answers["voltage.GetVoltageStatus"] = -1;
+    Camera().answers["temperature.GetTemperatureDegreesCelsius"] = -1;
     ApplySensorAvailability();
     EXPECT_EQ(Enabled("power"), 0);
     EXPECT_EQ(Enabled("voltage"), 0);
@@ -124,13 +124,13 @@ TEST_F(SensorAvailabilityTest, TakesMinusOneAsNoReadingOfPowerAndVoltageButAsATe
 }
 
 TEST_F(SensorAvailabilityTest, LooksAtEachSensorsOwnReading) {
-    Camera().power = -1;
+    Camera().answers["power.GetPowerStatus"] = -1;
     ApplySensorAvailability();
     EXPECT_EQ(Enabled("power"), 0);
     EXPECT_EQ(Enabled("voltage"), 1);
 
-    Camera().power = 0;
-    Camera().voltage = -1;
+    Camera().answers["power.GetPowerStatus"] = 0;
+    Camera().answers["voltage.GetVoltageStatus"] = -1;
     ApplySensorAvailability();
     EXPECT_EQ(Enabled("power"), 1);
     EXPECT_EQ(Enabled("voltage"), 0);
@@ -138,8 +138,8 @@ TEST_F(SensorAvailabilityTest, LooksAtEachSensorsOwnReading) {
 
 TEST_F(SensorAvailabilityTest, TakesEveryOtherReadingAsAnAnswer) {
     for (const int reading : {0, 1, -2, 255}) {
-        Camera().power = reading;
-        Camera().voltage = reading;
+        Camera().answers["power.GetPowerStatus"] = reading;
+        Camera().answers["voltage.GetVoltageStatus"] = reading;
         ApplySensorAvailability();
         EXPECT_EQ(Enabled("power"), 1) << reading;
         EXPECT_EQ(Enabled("voltage"), 1) << reading;

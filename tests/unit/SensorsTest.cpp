@@ -25,7 +25,6 @@ struct TemperatureSensor {
     static constexpr u_char kType = ASN_GAUGE;
     static constexpr auto kTrapOid = ".1.1.7.0";
     static const oid (&Name())[11] { return OrvexSnmpOid::oid_temperature; }
-    static int& Reading() { return Camera().temperature; }
     static void Fire(int value) { Camera().temperatureChange.Fire(0, value); }
     static void SendTrap(Provider& provider, int value) { provider.SendTemperatureTrap(0, value); }
 };
@@ -42,7 +41,6 @@ struct VoltageSensor {
     static constexpr u_char kType = ASN_INTEGER;
     static constexpr auto kTrapOid = ".1.1.9.0";
     static const oid (&Name())[11] { return OrvexSnmpOid::oid_voltage; }
-    static int& Reading() { return Camera().voltage; }
     static void Fire(int value) { Camera().voltageChange.Fire(value); }
     static void SendTrap(Provider& provider, int value) { provider.SendVoltageTrap(value); }
 };
@@ -59,7 +57,6 @@ struct PowerSensor {
     static constexpr u_char kType = ASN_INTEGER;
     static constexpr auto kTrapOid = ".1.1.8.0";
     static const oid (&Name())[11] { return OrvexSnmpOid::oid_power; }
-    static int& Reading() { return Camera().power; }
     static void Fire(int value) { Camera().powerChange.Fire(value); }
     static void SendTrap(Provider& provider, int value) { provider.SendPowerTrap(value); }
 };
@@ -149,7 +146,7 @@ TYPED_TEST(SensorTest, SecondOneIsRefusedAndTheFirstStays) {
 TYPED_TEST(SensorTest, ReadingComesWithItsType) {
     for (const int reading : {0, 42, -1, -40, 2147483647}) {
         journal::Clear();
-        TypeParam::Reading() = reading;
+        Camera().answers[TypeParam::kOperation] = reading;
         int value = 12345;
         unsigned char type = 0;
         EXPECT_EQ(this->_provider->GetMibIntData(value, type), 0);
@@ -174,7 +171,7 @@ TYPED_TEST(SensorTest, FailedReadingStillGivesTheTypeAndLeavesTheValueAlone) {
 }
 
 TYPED_TEST(SensorTest, GetAnswersTheReadingInFourBytes) {
-    TypeParam::Reading() = 37;
+    Camera().answers[TypeParam::kOperation] = 37;
     SnmpRequest request(TypeParam::Name());
     EXPECT_EQ(this->Call(request), SNMP_ERR_NOERROR);
     EXPECT_EQ(request.Type(), TypeParam::kType);
@@ -187,7 +184,7 @@ TYPED_TEST(SensorTest, GetAnswersTheReadingInFourBytes) {
 
 TYPED_TEST(SensorTest, EveryGetAsksTheServiceAgain) {
     for (const int reading : {1, 2, 3}) {
-        TypeParam::Reading() = reading;
+        Camera().answers[TypeParam::kOperation] = reading;
         SnmpRequest request(TypeParam::Name());
         this->Call(request);
         EXPECT_EQ(request.Integer(), reading);
@@ -263,7 +260,7 @@ TYPED_TEST(SensorTest, TrapDoesNotAskTheService) {
 using TemperatureTest = SensorTest<TemperatureSensor>;
 
 TEST_F(TemperatureTest, FrostIsServedAsTheGaugeOfItsBits) {
-    Camera().temperature = -5;
+    Camera().answers["temperature.GetTemperatureDegreesCelsius"] = -5;
     SnmpRequest request(OrvexSnmpOid::oid_temperature);
     EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
     EXPECT_EQ(request.Type(), ASN_GAUGE);
@@ -284,7 +281,7 @@ TEST_F(TemperatureTest, ChangeOfAnotherSensorIsLoggedAndDropped) {
 using VoltageTest = SensorTest<VoltageSensor>;
 
 TEST_F(VoltageTest, NegativeStatusIsServedAsItIs) {
-    Camera().voltage = -2;
+    Camera().answers["voltage.GetVoltageStatus"] = -2;
     SnmpRequest request(OrvexSnmpOid::oid_voltage);
     EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
     EXPECT_EQ(request.Integer(), -2);
@@ -308,9 +305,9 @@ TEST_F(SensorsOfTheModuleTest, VoltageThatFailsAtLoadIsNotServedButItsChangesAre
 }
 
 TEST_F(SensorsOfTheModuleTest, SensorsAreServedByTheirOwnProviders) {
-    Camera().temperature = 11;
-    Camera().power = 22;
-    Camera().voltage = 33;
+    Camera().answers["temperature.GetTemperatureDegreesCelsius"] = 11;
+    Camera().answers["power.GetPowerStatus"] = 22;
+    Camera().answers["voltage.GetVoltageStatus"] = 33;
     EXPECT_EQ(init_orvexsnmp(), 0);
     const std::pair<const char*, long> expected[] = {{"temperature", 11}, {"power", 22}, {"voltage", 33}};
     for (const auto& [name, value] : expected) {
@@ -321,7 +318,7 @@ TEST_F(SensorsOfTheModuleTest, SensorsAreServedByTheirOwnProviders) {
 }
 
 TYPED_TEST(SensorTest, WhatWasReadIsHandedOutAfterTheSuccessWasLogged) {
-    TypeParam::Reading() = 12;
+    Camera().answers[TypeParam::kOperation] = 12;
     Camera().failing = {std::string("log 6 GetMibIntData: ") + TypeParam::kReading + " returned 12."};
     int value = 77;
     unsigned char type = 0;

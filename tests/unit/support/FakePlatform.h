@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -13,10 +12,12 @@
 #include "tavos/msgbus/IMsgBus.h"
 
 /// The platform in the unit tests. Recorders replace the logger, the bus, the settings store and every service client
-/// of tavos/ at link time. They write into the journal and answer with this camera's values.
+/// of tavos/ at link time; the clients are generated, see Recorder.h. They write into the journal and answer with this
+/// camera's values.
 struct FakeCamera {
     /// Operations that throw: "pan.SetPosition", "pan.CreateClient", "settings.GetValue", "bus.StartServer",
-    /// "logger.ConfigureLogging", and log lines as in the journal, "log 6 just reconfigured!".
+    /// "logger.ConfigureLogging"; an operation of a service only with these arguments, "alarm.GetAlarmState BNK2 0";
+    /// and log lines as in the journal, "log 6 just reconfigured!".
     std::set<std::string> failing;
     /// The same, but only for the next call of each.
     std::set<std::string> failingOnce;
@@ -35,29 +36,21 @@ struct FakeCamera {
     std::vector<const tavos::msgbus::IMsgBus*> openedBuses;
     std::vector<std::pair<std::string, const tavos::msgbus::IMsgBus*>> clientBuses;
 
-    std::uint32_t panPosition = 0;
-    std::uint32_t panMinPosition = 0;
-    std::uint32_t panMaxPosition = 360000;
-    double panVelocity = 0.0;
-
-    std::uint32_t tiltPosition = 0;
-    int tiltMinPosition = -90000;
-    int tiltMaxPosition = 90000;
-    double tiltVelocity = 0.0;
-
-    std::uint32_t magnification = 1000;
-    std::uint32_t maxMagnification = 20000;
-    std::uint32_t maxDigitalMagnification = 12000;
-    std::uint32_t maxOpticalMagnification = 20000;
-
-    double focusPosition = 0.0;
-    double focusMinPosition = 0.0;
-    double focusMaxPosition = 100.0;
-    double focusMinTranslation = -100.0;
-    double focusMaxTranslation = 100.0;
-    bool autoIris = false;
-
-    std::uint32_t maxPresets = 64;
+    /// The numbers and booleans that operations return, by the operation's name; 0 for all others.
+    std::map<std::string, double> answers = {
+        {"pan.GetMaxPosition", 360000},
+        {"tilt.GetMinPosition", -90000},
+        {"tilt.GetMaxPosition", 90000},
+        {"zoom.GetMagnificationThousandthsX", 1000},
+        {"zoom.GetMaxMagnificationThousandthsX", 20000},
+        {"zoom.GetMaxDigitalMagnificationThousandthsX", 12000},
+        {"zoom.GetMaxOpticalMagnificationThousandthsX", 20000},
+        {"focus2.GetMaxPosition", 100},
+        {"focus2.GetMinTranslation", -100},
+        {"focus2.GetMaxTranslation", 100},
+        {"presets2.GetMaxPresets", 64},
+        {"temperature.GetTemperatureDegreesCelsius", 25},
+    };
 
     /// Banks in order. `bankCount` and `total` override the vectors' sizes.
     struct Banks {
@@ -68,9 +61,6 @@ struct FakeCamera {
     Banks alarms;
     Banks relays;
 
-    int temperature = 25;
-    int voltage = 0;
-    int power = 0;
     tavos::core::Event2<int, int> temperatureChange;
     tavos::core::Event1<int> voltageChange;
     tavos::core::Event1<int> powerChange;

@@ -4,9 +4,18 @@
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
+#include "operations/Axis1.h"
+#include "operations/Focus1.h"
+#include "operations/Focus2.h"
+#include "operations/Iris1.h"
+#include "operations/Pan1.h"
+#include "operations/Relay3.h"
+#include "operations/Zoom1.h"
 #include "tavos/osa/Exception.h"
 
 namespace dome::console {
@@ -16,75 +25,98 @@ namespace {
 using nlohmann::json;
 using tavos::osa::Exception;
 using Operation = std::function<void(Services&, const json&)>;
-
-template <class Integer>
-Integer ToInteger(const json& value) {
-    if (!value.is_number_integer()) throw Exception("not a whole number: %s", value.dump().c_str());
-    const bool isHuge = value.is_number_unsigned() &&
-                        value.get<std::uint64_t>() > static_cast<std::uint64_t>(std::numeric_limits<Integer>::max());
-    const auto number = isHuge ? 0 : value.get<std::int64_t>();
-    if (isHuge || number < static_cast<std::int64_t>(std::numeric_limits<Integer>::min())) {
-        throw Exception("number out of range: %s", value.dump().c_str());
-    }
-    return static_cast<Integer>(number);
-}
+using Table = std::map<std::pair<std::string, std::string>, Operation>;
 
 template <class Value>
-Value To(const json& value) {
+std::string Kind() {
+    using Limits = std::numeric_limits<Value>;
     if constexpr (std::is_same_v<Value, bool>) {
-        if (!value.is_boolean()) throw Exception("not true or false: %s", value.dump().c_str());
-        return value.get<bool>();
+        return "true or false";
     } else if constexpr (std::is_integral_v<Value>) {
-        return ToInteger<Value>(value);
-    } else if constexpr (std::is_floating_point_v<Value>) {
-        if (!value.is_number()) throw Exception("not a number: %s", value.dump().c_str());
-        return value.get<Value>();
+        return "a whole number from " + std::to_string(Limits::min()) + " to " + std::to_string(Limits::max());
     } else {
-        if (!value.is_string()) throw Exception("not a text: %s", value.dump().c_str());
-        return value.get<Value>();
+        return std::is_floating_point_v<Value> ? "a number" : "a text";
     }
 }
 
-template <class Service, class... Arguments, std::size_t... Indices>
-void Apply(Service& service, void (Service::*method)(Arguments...), const json& arguments,
-           std::index_sequence<Indices...> /*indices*/) {
-    if (arguments.size() != sizeof...(Arguments)) {
-        throw Exception("%zu arguments, not %zu", arguments.size(), sizeof...(Arguments));
+/// Nothing when the JSON value is of another kind.
+template <class Value>
+std::optional<Value> To(const json& value) {
+    using Limits = std::numeric_limits<Value>;
+    bool fits = false;
+    if constexpr (std::is_same_v<Value, bool>) {
+        fits = value.is_boolean();
+    } else if constexpr (std::is_floating_point_v<Value>) {
+        fits = value.is_number();
+    } else if constexpr (!std::is_integral_v<Value>) {
+        fits = value.is_string();
+    } else if (value.is_number_unsigned()) {
+        fits = value.get<std::uint64_t>() <= std::uint64_t{Limits::max()};
+    } else if (value.is_number_integer()) {
+        fits = value.get<std::int64_t>() >= std::int64_t{Limits::min()};  // below 0
     }
-    (service.*method)(To<std::decay_t<Arguments>>(arguments[Indices])...);
+    return fits ? std::optional<Value>(value.get<Value>()) : std::nullopt;
 }
 
-template <class Service, class... Arguments>
-Operation Of(Service Services::*service, void (Service::*method)(Arguments...)) {
-    return [service, method](Services& services, const json& arguments) {
-        Apply(services.*service, method, arguments, std::index_sequence_for<Arguments...>());
+/// Takes the next argument.
+template <class Value>
+Value Argument(const std::string& call, const json& values, json::const_iterator& next, const char* name) {
+    const std::string what = call + ": argument " + name;
+    const std::string kind = Kind<Value>();
+    if (next == values.end()) throw Exception("%s (%s) is missing", what.c_str(), kind.c_str());
+    const json& given = *next++;
+    const std::optional<Value> value = To<Value>(given);
+    if (!value) throw Exception("%s must be %s, not %s", what.c_str(), kind.c_str(), given.dump().c_str());
+    return *value;
+}
+
+/// Refuses arguments beyond those that the operation takes.
+template <class... Values, class... Names>
+void CheckCount(const std::string& call, const json& values, Names... names) {
+    if (values.size() <= sizeof...(Values)) return;
+    std::string takes;
+    ((takes += std::string(takes.empty() ? "" : ", ") + names + " (" + Kind<Values>() + ")"), ...);
+    throw Exception("%s: %zu arguments, but it takes only %s", call.c_str(), values.size(), takes.c_str());
+}
+
+template <class Service, class Interface, class... Values, class... Names>
+Operation Checked(const std::string& call, Service Services::*service, void (Interface::*method)(Values...),
+                  Names... names) {
+    return [=](Services& services, const json& values) {
+        CheckCount<std::decay_t<Values>...>(call, values, names...);
+        auto next = values.begin();
+        // Braces: from left to right.
+        const std::tuple<std::decay_t<Values>...> typed{Argument<std::decay_t<Values>>(call, values, next, names)...};
+        std::apply([&](const auto&... value) { ((services.*service).*method)(value...); }, typed);
     };
 }
 
-using Name = std::pair<std::string, std::string>;
+/// An operation with a result only reads: the console has the state instead.
+template <class Service, class Interface, class Result, class... Values, class... Names>
+Operation Checked(const std::string&, Service Services::*, Result (Interface::*)(Values...), Names...) {
+    return nullptr;
+}
 
-const std::map<Name, Operation>& Operations() {
-    static const std::map<Name, Operation> operations = {
-        {{"pan", "SetPosition"}, Of(&Services::pan, &PanService::SetPosition)},
-        {{"pan", "SetPositionAtSpeed"}, Of(&Services::pan, &PanService::SetPositionAtSpeed)},
-        {{"pan", "SetRelativeVelocity"}, Of(&Services::pan, &PanService::SetRelativeVelocity)},
-        {{"tilt", "SetPosition"}, Of(&Services::tilt, &TiltService::SetPosition)},
-        {{"tilt", "SetPositionAtSpeed"}, Of(&Services::tilt, &TiltService::SetPositionAtSpeed)},
-        {{"tilt", "SetRelativeVelocity"}, Of(&Services::tilt, &TiltService::SetRelativeVelocity)},
-        {{"zoom", "SetMagnificationThousandthsX"}, Of(&Services::zoom, &ZoomService::SetMagnificationThousandthsX)},
-        {{"zoom", "SetMaxMagnificationThousandthsX"},
-         Of(&Services::zoom, &ZoomService::SetMaxMagnificationThousandthsX)},
-        {{"zoom", "ZoomRelative"}, Of(&Services::zoom, &ZoomService::ZoomRelative)},
-        {{"focus", "SetAutoFocus"}, Of(&Services::focus, &FocusService::SetAutoFocus)},
-        {{"focus", "MoveFocus"}, Of(&Services::focus, &FocusService::MoveFocus)},
-        {{"focus2", "AutoFocus"}, Of(&Services::focus2, &FocusV2Service::AutoFocus)},
-        {{"focus2", "SetPosition"}, Of(&Services::focus2, &FocusV2Service::SetPosition)},
-        {{"focus2", "RelativeFocus"}, Of(&Services::focus2, &FocusV2Service::RelativeFocus)},
-        {{"iris", "SetAutoIris"}, Of(&Services::iris, &IrisService::SetAutoIris)},
-        {{"iris", "MoveIris"}, Of(&Services::iris, &IrisService::MoveIris)},
-        {{"relay", "SetRelay"}, Of(&Services::relay, &RelayService::SetRelay)},
-        {{"relay", "ClearRelay"}, Of(&Services::relay, &RelayService::ClearRelay)},
-    };
+template <class Service>
+void Add(Table& table, const std::string& name, Service Services::*service) {
+    VisitOperations(static_cast<Service*>(nullptr), [&](const char* operation, auto method, auto... arguments) {
+        Operation checked = Checked(name + ' ' + operation, service, method, arguments...);
+        if (checked) table[{name, operation}] = std::move(checked);
+    });
+}
+
+const Table& Operations() {
+    static const Table operations = [] {
+        Table table;
+        Add(table, "pan", &Services::pan);
+        Add(table, "tilt", &Services::tilt);
+        Add(table, "zoom", &Services::zoom);
+        Add(table, "focus", &Services::focus);
+        Add(table, "focus2", &Services::focus2);
+        Add(table, "iris", &Services::iris);
+        Add(table, "relay", &Services::relay);
+        return table;
+    }();
     return operations;
 }
 

@@ -8,11 +8,12 @@
 
 namespace dome::console {
 
-/// True for an operation that the console may call: those that a manager's commands cause.
+/// True for an operation that the console may call: those that change something, as a manager's commands do.
 bool IsOperation(const std::string& service, const std::string& operation);
 
-/// Calls an operation of the camera's services for which IsOperation is true. Throws tavos::osa::Exception when the
-/// number or a type of the arguments is wrong, and what the operation throws.
+/// Calls an operation of the camera's services for which IsOperation is true. Throws tavos::osa::Exception, with the
+/// names of operation and argument and the argument's type, when an argument is missing, surplus or of another type;
+/// and what the operation throws.
 void Call(Services& services, const std::string& service, const std::string& operation,
           const nlohmann::json& arguments);
 

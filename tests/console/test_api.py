@@ -3,6 +3,7 @@
 import json
 import re
 import shlex
+import xml.etree.ElementTree
 
 import pytest
 
@@ -117,6 +118,51 @@ def test_wrong_arguments_are_refused(camera, service, operation, arguments):
     assert (answer.status, list(answer.json)) == (422, ["error"])
     assert last_activity(camera)[-1] == "refused"
     assert camera.console_state() == before
+
+
+WHOLE = "a whole number from -2147483648 to 2147483647"
+
+
+@pytest.mark.parametrize(
+    "service, operation, arguments, error",
+    [
+        ("pan", "SetPosition", [0.5, 1], f"pan SetPosition: argument position must be {WHOLE}, not 0.5"),
+        ("pan", "SetPosition", [1], f"pan SetPosition: argument timeLimit ({WHOLE}) is missing"),
+        ("pan", "SetPosition", [], f"pan SetPosition: argument position ({WHOLE}) is missing"),
+        ("tilt", "SetPosition", [1, 2, 3],
+         f"tilt SetPosition: 3 arguments, but it takes only position ({WHOLE}), timeLimit ({WHOLE})"),
+        ("zoom", "SetMagnificationThousandthsX", [4294967296, 1],
+         "zoom SetMagnificationThousandthsX: argument magnification must be a whole number from 0 to 4294967295, "
+         "not 4294967296"),
+        ("focus2", "RelativeFocus", [True], "focus2 RelativeFocus: argument translation must be a number, not true"),
+        ("iris", "SetAutoIris", ["true"], 'iris SetAutoIris: argument enabled must be true or false, not "true"'),
+        ("relay", "ClearRelay", [None, 1, 1], "relay ClearRelay: argument bank must be a text, not null"),
+    ],
+    ids=str,
+)
+def test_the_error_names_operation_argument_and_type(camera, service, operation, arguments, error):
+    assert camera.call(service, operation, *arguments).json == {"error": error}
+
+
+def test_the_console_calls_what_the_page_lists_and_nothing_else(camera):
+    descriptions = {}
+    for file in (ROOT / "tavos" / "interfaces").glob("*.xml"):
+        for method in xml.etree.ElementTree.parse(file).iter("method"):
+            arguments = [(argument.get("name"), argument.get("direction")) for argument in method.iter("arg")]
+            names = ", ".join(name for name, direction in arguments if direction == "in")
+            descriptions[file.stem, method.get("name")] = names, ("result", "out") in arguments
+    services = {"pan": "Pan1", "tilt": "Axis1", "zoom": "Zoom1", "focus": "Focus1", "focus2": "Focus2",
+                "iris": "Iris1", "relay": "Relay3"}
+    page = (ROOT / "docs" / "console.md").read_text()
+    for service, interface in services.items():
+        for (owner, operation), (names, is_reading) in descriptions.items():
+            if owner != interface:
+                continue
+            answer = camera.call(service, operation, *["?"] * 8)
+            assert answer.status == (400 if is_reading else 422), (service, operation)
+            assert is_reading or f"`{operation}({names})`" in page
+    listed = [(owner, operation) for (owner, operation), (_, is_reading) in descriptions.items() if not is_reading]
+    assert {owner for owner, _ in listed} == set(services.values())
 
 
 @pytest.mark.parametrize("fault", ["fail", "hang", "gone"])

@@ -1,6 +1,9 @@
 #include "CallLog.h"
 
+#include <cmath>
 #include <nlohmann/json.hpp>
+#include <type_traits>
+#include <variant>
 
 #include "Faults.h"
 
@@ -14,12 +17,16 @@ std::string Quoted(const std::string& text) {
     return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-/// Arguments arrive as text without their types. The only strings are the banks of alarms and relays, as the first
-/// argument. All others are numbers and booleans, whose text is already JSON (except "nan" and "inf").
-std::string Argument(const std::string& service, std::size_t index, const std::string& text) {
-    const bool isBank = index == 0 && (service == "alarm" || service == "relay");
-    const bool isJson = !isBank && nlohmann::json::accept(text);
-    return isJson ? text : Quoted(text);
+/// JSON has no "nan" and no "inf".
+std::string Argument(const tavos::msgbus::Value& value) {
+    const std::string text = tavos::msgbus::Text(value);
+    const auto json = [&](const auto& held) {
+        if constexpr (std::is_arithmetic_v<std::decay_t<decltype(held)>>) {
+            if (std::isfinite(static_cast<double>(held))) return text;
+        }
+        return Quoted(text);
+    };
+    return std::visit(json, value);
 }
 
 }  // namespace
@@ -28,7 +35,7 @@ void CallLog::Add(const std::string& service, const tavos::msgbus::ReceivedCall&
     std::string line = "{\"service\":" + Quoted(service) + ",\"call\":" + Quoted(call.operation) + ",\"args\":[";
     for (std::size_t i = 0; i < call.arguments.size(); ++i) {
         if (i > 0) line += ',';
-        line += Argument(service, i, call.arguments[i]);
+        line += Argument(call.arguments[i]);
     }
     line += std::string("],\"outcome\":\"") + Outcome(treatment) + "\"}\n";
     _bytes += line.size();

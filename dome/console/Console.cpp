@@ -180,7 +180,9 @@ Reply Console::CallService(const std::string& service, const std::string& operat
 
 void Console::Heard(const std::string& service, const tavos::msgbus::ReceivedCall& call,
                     tavos::msgbus::Treatment treatment) {
-    Note("bus", service, call.operation, call.arguments, Outcome(treatment));
+    Words arguments;
+    for (const tavos::msgbus::Value& value : call.arguments) arguments.push_back(tavos::msgbus::Text(value));
+    Note("bus", service, call.operation, std::move(arguments), Outcome(treatment));
 }
 
 void Console::OnTemperature(int sensor, int degrees) {

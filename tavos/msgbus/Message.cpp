@@ -2,7 +2,6 @@
 
 #include <systemd/sd-bus.h>
 
-#include <charconv>
 #include <cstring>
 
 #include "tavos/osa/Exception.h"
@@ -111,33 +110,6 @@ void Reader::Get(std::vector<std::string>& value) {
     int result = 0;
     while ((result = sd_bus_message_read_basic(_message, SD_BUS_TYPE_STRING, &text)) > 0) value.emplace_back(text);
     if (result < 0 || sd_bus_message_exit_container(_message) < 0) throw wrong();
-}
-
-std::string Text(std::int32_t value) {
-    return std::to_string(value);
-}
-
-std::string Text(std::uint32_t value) {
-    return std::to_string(value);
-}
-
-std::string Text(double value) {
-    char text[32];
-    return {text, std::to_chars(text, text + sizeof text, value).ptr};
-}
-
-std::string Text(bool value) {
-    return value ? "true" : "false";
-}
-
-std::string Text(const std::string& value) {
-    return value;
-}
-
-std::string Text(const std::vector<std::string>& value) {
-    std::string text;
-    for (const auto& element : value) text += (text.empty() ? "" : ",") + element;
-    return text;
 }
 
 }  // namespace tavos::msgbus

@@ -86,14 +86,6 @@ private:
     sd_bus_message* _message;
 };
 
-/// A value as readable text; doubles in the shortest form that reads back to the same number.
-TAVOS_API std::string Text(std::int32_t value);
-TAVOS_API std::string Text(std::uint32_t value);
-TAVOS_API std::string Text(double value);
-TAVOS_API std::string Text(bool value);
-TAVOS_API std::string Text(const std::string& value);
-TAVOS_API std::string Text(const std::vector<std::string>& value);
-
 /// True for text that the bus accepts: UTF-8 without a zero octet.
 bool CanTravel(const std::string& text);
 

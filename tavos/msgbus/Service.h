@@ -21,7 +21,7 @@ struct Operation {
     const char* name;
     const char* arguments;  ///< signature
     const char* result;     ///< signature
-    std::vector<std::string> (*render)(Reader& arguments);
+    std::vector<Value> (*values)(Reader& arguments);
     void (*serve)(void* service, Reader& arguments, Writer& result);
 };
 
@@ -62,9 +62,8 @@ struct MethodOperation<Method> {
         return Values{reader.Get<std::decay_t<Arguments>>()...};  // braces: from left to right
     }
 
-    static std::vector<std::string> Render(Reader& reader) {
-        return std::apply([](const auto&... values) { return std::vector<std::string>{Text(values)...}; },
-                          Read(reader));
+    static std::vector<Value> List(Reader& reader) {
+        return std::apply([](const auto&... values) { return std::vector<Value>{values...}; }, Read(reader));
     }
 
     static void Serve(void* service, Reader& reader, Writer& writer) {
@@ -80,7 +79,7 @@ struct MethodOperation<Method> {
 
 template <auto Method>
 constexpr Operation OperationOf(const char* name, const char* arguments, const char* result) {
-    return {name, arguments, result, &MethodOperation<Method>::Render, &MethodOperation<Method>::Serve};
+    return {name, arguments, result, &MethodOperation<Method>::List, &MethodOperation<Method>::Serve};
 }
 
 /// Emits each firing of a service's event on the bus, from construction to destruction.

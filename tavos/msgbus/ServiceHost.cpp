@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <deque>
 #include <iterator>
@@ -83,7 +84,27 @@ std::string Travelling(std::string text) {
     return text;
 }
 
+struct Render {
+    std::string operator()(std::int32_t value) const { return std::to_string(value); }
+    std::string operator()(std::uint32_t value) const { return std::to_string(value); }
+    std::string operator()(bool value) const { return value ? "true" : "false"; }
+    std::string operator()(const std::string& value) const { return value; }
+    std::string operator()(double value) const {
+        char text[32];
+        return {text, std::to_chars(text, text + sizeof text, value).ptr};
+    }
+    std::string operator()(const std::vector<std::string>& value) const {
+        std::string text;
+        for (const auto& element : value) text += (text.empty() ? "" : ",") + element;
+        return text;
+    }
+};
+
 }  // namespace
+
+std::string Text(const Value& value) {
+    return std::visit(Render(), value);
+}
 
 struct ServiceHost::Private::State {
     explicit State(const std::string& busAddress) : address(busAddress), reachability(busAddress) {}
@@ -221,7 +242,7 @@ namespace {
 Treatment Ask(const Object& object, const Operation& operation, sd_bus_message* call) {
     if (!object.host->filter) return Treatment::kServe;
     Reader reader(call);
-    const ReceivedCall received{object.address.service, operation.name, operation.render(reader)};
+    const ReceivedCall received{object.address.service, operation.name, operation.values(reader)};
     CheckBus(sd_bus_message_rewind(call, 1));
     return object.host->filter(received);
 }

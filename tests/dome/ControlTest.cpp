@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "dome/Control.h"
@@ -315,12 +316,11 @@ TEST_F(ControlTest, EveryFaultIsSetAndShownByItsName) {
 
 TEST(CallLog, WritesArgumentsByTheirKind) {
     CallLog log;
-    log.Add("pan", {"org.tavos.Pan1", "SetPositionAtSpeed", {"180000", "0.5039370078740157", "300"}},
-            Treatment::kServe);
-    log.Add("focus", {"org.tavos.Focus1", "SetAutoFocus", {"true"}}, Treatment::kFail);
-    log.Add("relay", {"org.tavos.Relay3", "SetRelay", {"12", "3", "-1"}}, Treatment::kHang);
+    log.Add("pan", {"org.tavos.Pan1", "SetPositionAtSpeed", {180000, 0.5039370078740157, 300}}, Treatment::kServe);
+    log.Add("focus", {"org.tavos.Focus1", "SetAutoFocus", {true}}, Treatment::kFail);
+    log.Add("relay", {"org.tavos.Relay3", "SetRelay", {"12", 3, -1}}, Treatment::kHang);
     log.Add("alarm", {"org.tavos.Alarm3", "GetBankAlarmCount", {"a \"b\"\n"}}, Treatment::kServe);
-    log.Add("pan", {"org.tavos.Pan1", "SetRelativeVelocity", {"1e-05", "nan"}}, Treatment::kServe);
+    log.Add("pan", {"org.tavos.Pan1", "SetRelativeVelocity", {1e-05, std::nan("")}}, Treatment::kServe);
     log.Add("fan", {"org.tavos.Fan2", "IsRunning", {}}, Treatment::kServe);
     EXPECT_EQ(log.Lines(),
               R"({"service":"pan","call":"SetPositionAtSpeed","args":[180000,0.5039370078740157,300],"outcome":"ok"})"
@@ -342,7 +342,7 @@ TEST(CallLog, WritesArgumentsByTheirKind) {
 TEST(CallLog, KeepsTheLatestCallsOnly) {
     CallLog log;
     for (std::size_t i = 0; i < CallLog::kMaxCalls + 5; ++i) {
-        log.Add("power", {"org.tavos.Power2", "GetPowerStatus", {std::to_string(i)}}, Treatment::kServe);
+        log.Add("power", {"org.tavos.Power2", "GetPowerStatus", {static_cast<std::uint32_t>(i)}}, Treatment::kServe);
     }
     const std::string lines = log.Lines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), static_cast<std::ptrdiff_t>(CallLog::kMaxCalls));

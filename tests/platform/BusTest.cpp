@@ -212,7 +212,7 @@ TEST_F(BusTest, TextsThatCannotTravelAreRefused) {
     EXPECT_THAT(alarm.Take(), ElementsAre("GetBankAlarmCount \xF0\x9F\x8E\xA5"));
 }
 
-TEST_F(BusTest, TheFilterSeesEveryCallInOrderAsText) {
+TEST_F(BusTest, TheFilterSeesEveryCallInOrderWithTypedArguments) {
     fake::Alarm alarm;
     fake::Iris iris;
     HostThread host(bus.Address());
@@ -223,7 +223,10 @@ TEST_F(BusTest, TheFilterSeesEveryCallInOrderAsText) {
         Serve(h, iris);
         h.SetCallFilter([&](const ReceivedCall& call) {
             std::string line = call.service + "|" + call.operation;
-            for (const auto& argument : call.arguments) line += "|" + argument;
+            constexpr const char* kTypes[] = {"i", "u", "d", "b", "s", "as"};
+            for (const auto& argument : call.arguments) {
+                line += std::string("|") + kTypes[argument.index()] + " " + tavos::msgbus::Text(argument);
+            }
             seen.Note(line.c_str());
             return Treatment::kServe;
         });
@@ -240,9 +243,10 @@ TEST_F(BusTest, TheFilterSeesEveryCallInOrderAsText) {
     irises->SetAutoIris(true);
     EXPECT_THAT(
         seen.Take(),
-        ElementsAre("org.tavos.Pan1|SetPositionAtSpeed|-45000|0.1|300", "org.tavos.Pan1|SetRelativeVelocity|-1|60",
-                    "org.tavos.Pan1|SetRelativeVelocity|0.7874015748031497|60", "org.tavos.Pan1|GetPosition",
-                    "org.tavos.Alarm3|GetAlarmState|front door|1", "org.tavos.Iris1|SetAutoIris|true"));
+        ElementsAre("org.tavos.Pan1|SetPositionAtSpeed|i -45000|d 0.1|i 300",
+                    "org.tavos.Pan1|SetRelativeVelocity|d -1|i 60",
+                    "org.tavos.Pan1|SetRelativeVelocity|d 0.7874015748031497|i 60", "org.tavos.Pan1|GetPosition",
+                    "org.tavos.Alarm3|GetAlarmState|s front door|i 1", "org.tavos.Iris1|SetAutoIris|b true"));
     EXPECT_THAT(pan.Take(), testing::SizeIs(3));  // they were executed, too
 }
 

@@ -1,21 +1,28 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "tavos/Api.h"
 
 namespace tavos::msgbus {
 
+/// An argument of a call.
+using Value = std::variant<std::int32_t, std::uint32_t, double, bool, std::string, std::vector<std::string>>;
+
+/// Integers in decimal, doubles in the shortest form that reads back to the same number, booleans as "true" and
+/// "false", strings as they are, lists with commas.
+TAVOS_API std::string Text(const Value& value);
+
 /// One call as it arrived at a service.
 struct ReceivedCall {
     std::string service;    ///< well-known name, "org.tavos.Pan1"
     std::string operation;  ///< "SetPositionAtSpeed"
-    /// As text: integers in decimal, doubles in the shortest form that reads back to the same number, booleans as
-    /// "true" and "false", strings as they are.
-    std::vector<std::string> arguments;
+    std::vector<Value> arguments;
 };
 
 /// How the host treats a call: serves it, answers with an error, or never answers.

@@ -5,13 +5,9 @@
 #include <type_traits>
 #include <variant>
 
-#include "Faults.h"
-
 namespace dome {
 
 namespace {
-
-using tavos::msgbus::Treatment;
 
 std::string Quoted(const std::string& text) {
     return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
@@ -31,13 +27,13 @@ std::string Argument(const tavos::msgbus::Value& value) {
 
 }  // namespace
 
-void CallLog::Add(const std::string& service, const tavos::msgbus::ReceivedCall& call, Treatment treatment) {
+void CallLog::Add(const std::string& service, const tavos::msgbus::ReceivedCall& call, const std::string& outcome) {
     std::string line = "{\"service\":" + Quoted(service) + ",\"call\":" + Quoted(call.operation) + ",\"args\":[";
     for (std::size_t i = 0; i < call.arguments.size(); ++i) {
         if (i > 0) line += ',';
         line += Argument(call.arguments[i]);
     }
-    line += std::string("],\"outcome\":\"") + Outcome(treatment) + "\"}\n";
+    line += std::string("],\"outcome\":\"") + outcome + "\"}\n";
     _bytes += line.size();
     _lines.push_back(std::move(line));
     while (_lines.size() > kMaxCalls || _bytes > kMaxBytes) {

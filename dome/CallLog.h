@@ -14,8 +14,8 @@ public:
     static constexpr std::size_t kMaxCalls = 20000;
     static constexpr std::size_t kMaxBytes = 2 * 1024 * 1024;
 
-    /// `service` is the short name ("pan"); `treatment` is what the camera did with the call.
-    void Add(const std::string& service, const tavos::msgbus::ReceivedCall& call, tavos::msgbus::Treatment treatment);
+    /// `service` is the short name ("pan"), `outcome` "ok", "fail" or "hang".
+    void Add(const std::string& service, const tavos::msgbus::ReceivedCall& call, const std::string& outcome);
 
     /// One JSON object a line: service, call, args, outcome ("ok", "fail" or "hang").
     std::string Lines() const;

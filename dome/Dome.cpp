@@ -3,13 +3,13 @@
 #include <algorithm>
 
 #include "WrongWord.h"
+#include "tavos/osa/Exception.h"
 
 namespace dome {
 
 namespace {
 
 using tavos::msgbus::ReceivedCall;
-using tavos::msgbus::Treatment;
 
 // Milliseconds. kTickWhileMoving is a tick of the model's clock. kIdle is also the max delay of a signal that arrives
 // just before the host waits.
@@ -40,7 +40,7 @@ Dome::Dome(const std::string& busAddress, const Configuration& configuration, co
     _settings.Restore();  // before the first call is served
     _camera.relays.OnChange([this] { _settings.KeepRelays(); });
     Serve(_host, static_cast<IControl&>(*this));
-    _host.SetCallFilter([this](const ReceivedCall& call) { return Treat(call); });
+    _host.SetCallFilter([this](const ReceivedCall& call) { return TakesOver(call); });
 }
 
 void Dome::OpenConsole(const console::Options& options) {
@@ -60,6 +60,8 @@ void Dome::Run(const std::atomic<bool>& stop) {
         EmitEvents();
         _settings.Work(_now);
         if (_console) _console->Work();
+        _hungPings.Answer(
+            [this](const std::string& service) { return _faults.Treatment(service) == Treatment::kHang; });
     }
 }
 
@@ -86,17 +88,22 @@ std::vector<std::string> Dome::Execute(const std::vector<std::string>& words) {
     }
 }
 
-Treatment Dome::Treat(const ReceivedCall& call) {
+bool Dome::TakesOver(const ReceivedCall& call) {
     // The call must see the camera as it is now, not as it was when the host began to wait.
     LetTimePass();
     const auto named = [&](const Services::Name& name) { return name.busName == call.service; };
     const auto name = std::find_if(_names.begin(), _names.end(), named);
-    if (name == _names.end()) return Treatment::kServe;
+    if (name == _names.end()) return false;
     const Treatment treatment = _faults.Treatment(name->shortName);
-    if (call.operation == "Ping") return treatment;  // not a call of a camera service
-    _calls.Add(name->shortName, call, treatment);
-    if (_console) _console->Heard(name->shortName, call, treatment);
-    return treatment;
+    const bool hangs = treatment == Treatment::kHang;
+    if (call.operation == "Ping") {  // not a call of a camera service
+        if (hangs) _hungPings.Hold(name->shortName, call);
+        return hangs;
+    }
+    _calls.Add(name->shortName, call, Outcome(treatment));
+    if (_console) _console->Heard(name->shortName, call, Outcome(treatment));
+    if (treatment == Treatment::kFail) throw tavos::osa::Exception("the service has failed");
+    return hangs;
 }
 
 void Dome::LetTimePass() {

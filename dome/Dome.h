@@ -10,6 +10,7 @@
 #include "Configuration.h"
 #include "Control.h"
 #include "Faults.h"
+#include "HeldPings.h"
 #include "IControl.h"
 #include "ModelClock.h"
 #include "SettingsLink.h"
@@ -37,7 +38,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     std::vector<std::string> Execute(const std::vector<std::string>& words) override;
-    tavos::msgbus::Treatment Treat(const tavos::msgbus::ReceivedCall& call);
+    bool TakesOver(const tavos::msgbus::ReceivedCall& call);
     int Timeout() const;
     void LetTimePass();
     void EmitEvents();
@@ -50,6 +51,7 @@ private:
     tavos::msgbus::ServiceHost _host;
     const std::vector<Services::Name> _names;
     Faults _faults;
+    HeldPings _hungPings;
     Control _control{_camera, _clock, _services, _calls, _faults};
     Clock::time_point _now = Clock::now();
     Clock::time_point _nextEvents{};

@@ -5,9 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "tavos/msgbus/ServiceHost.h"
-
 namespace dome {
+
+/// A call is served, answered with an error, or never answered.
+enum class Treatment { kServe, kFail, kHang };
 
 // One row for each fault; "ok", no fault, is the first. After the enumerator: its name in commands and answers, what
 // the page says of such a service, what happens to the service's calls, and whether it keeps its name on the bus.
@@ -18,7 +19,7 @@ namespace dome {
     ROW(kGone, "gone", "is gone", kServe, false)
 #define DOME_ENUMERATOR(enumerator, name, words, treatment, present) enumerator,
 #define DOME_KIND(enumerator, name, words, treatment, present) \
-    {Fault::enumerator, name, words, tavos::msgbus::Treatment::treatment, present},
+    {Fault::enumerator, name, words, Treatment::treatment, present},
 
 /// How a service behaves.
 enum class Fault { DOME_FAULTS(DOME_ENUMERATOR) };
@@ -27,7 +28,7 @@ struct FaultKind {
     Fault fault;
     const char* name;
     const char* words;
-    tavos::msgbus::Treatment treatment;
+    Treatment treatment;
     bool present;
 };
 
@@ -41,7 +42,7 @@ constexpr const FaultKind& KindOf(Fault fault) {
 }
 
 /// The outcome of a call that is treated so: the name of the first fault that treats calls so.
-constexpr const char* Outcome(tavos::msgbus::Treatment treatment) {
+constexpr const char* Outcome(Treatment treatment) {
     for (const FaultKind& kind : kFaultKinds) {
         if (kind.treatment == treatment) return kind.name;
     }
@@ -68,7 +69,7 @@ public:
     /// nothing changes.
     void Set(const std::string& service, const std::string& name);
 
-    tavos::msgbus::Treatment Treatment(const std::string& service) const { return KindOf(All().at(service)).treatment; }
+    dome::Treatment Treatment(const std::string& service) const { return KindOf(All().at(service)).treatment; }
 
     const std::map<std::string, Fault>& All() const { return _faults; }
 

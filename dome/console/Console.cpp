@@ -178,11 +178,10 @@ Reply Console::CallService(const std::string& service, const std::string& operat
     }
 }
 
-void Console::Heard(const std::string& service, const tavos::msgbus::ReceivedCall& call,
-                    tavos::msgbus::Treatment treatment) {
+void Console::Heard(const std::string& service, const tavos::msgbus::ReceivedCall& call, const std::string& outcome) {
     Words arguments;
     for (const tavos::msgbus::Value& value : call.arguments) arguments.push_back(tavos::msgbus::Text(value));
-    Note("bus", service, call.operation, std::move(arguments), Outcome(treatment));
+    Note("bus", service, call.operation, std::move(arguments), outcome);
 }
 
 void Console::OnTemperature(int sensor, int degrees) {

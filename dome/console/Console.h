@@ -59,8 +59,8 @@ public:
     /// Carries out the browsers' requests, and publishes the camera's state at intervals while a browser watches.
     void Work();
 
-    /// Records a call from the bus.
-    void Heard(const std::string& service, const tavos::msgbus::ReceivedCall& call, tavos::msgbus::Treatment treatment);
+    /// Records a call from the bus; `outcome` as CallLog::Add.
+    void Heard(const std::string& service, const tavos::msgbus::ReceivedCall& call, const std::string& outcome);
 
 private:
     using Clock = std::chrono::steady_clock;

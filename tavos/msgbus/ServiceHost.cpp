@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <deque>
 #include <iterator>
 #include <limits>
 
@@ -125,7 +124,6 @@ struct ServiceHost::Private::State {
             object->slot.reset();
             object->owned = false;
         }
-        heldPings.clear();
         pingSlot.reset();
         bus.reset();
         nextAttempt = Clock::now();
@@ -211,38 +209,28 @@ struct ServiceHost::Private::State {
         throw osa::Exception("%s: no such service here", service.c_str());
     }
 
-    bool AnswersPings(const char* service) { return !filter || filter({service, "Ping", {}}) != Treatment::kHang; }
-
-    /// Answers the pings of services that no longer hang.
-    void AnswerHeldPings() {
-        for (auto ping = heldPings.begin(); ping != heldPings.end();) {
-            if (AnswersPings(sd_bus_message_get_destination(ping->get()))) {
-                sd_bus_reply_method_return(ping->get(), "");
-                ping = heldPings.erase(ping);
-            } else {
-                ++ping;
-            }
-        }
-    }
-
     const std::string address;
     Reachability reachability;
     BusPtr bus;
     std::vector<std::unique_ptr<Object>> objects;  // their slots are released before the bus
     SlotPtr pingSlot;                              // so is this
-    std::deque<MessagePtr> heldPings;
     std::vector<std::shared_ptr<void>> kept;
-    std::function<Treatment(const ReceivedCall&)> filter;
+    std::function<bool(const ReceivedCall&)> filter;
     Clock::time_point nextAttempt{};
     int wakeDescriptor = -1;
 };
 
 namespace {
 
-Treatment Ask(const Object& object, const Operation& operation, sd_bus_message* call) {
-    if (!object.host->filter) return Treatment::kServe;
+std::function<void()> AnswerTo(sd_bus_message* call) {
+    const std::shared_ptr<sd_bus_message> held(sd_bus_message_ref(call), MessageRelease());
+    return [held] { sd_bus_reply_method_return(held.get(), ""); };
+}
+
+bool IsTakenOver(const Object& object, const Operation& operation, sd_bus_message* call) {
+    if (!object.host->filter) return false;
     Reader reader(call);
-    const ReceivedCall received{object.address.service, operation.name, operation.values(reader)};
+    const ReceivedCall received{object.address.service, operation.name, operation.values(reader), AnswerTo(call)};
     CheckBus(sd_bus_message_rewind(call, 1));
     return object.host->filter(received);
 }
@@ -264,15 +252,7 @@ int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error) {
         const auto operation = std::find_if(object.operations.begin(), object.operations.end(),
                                             [&](const Operation& o) { return std::strcmp(o.name, member) == 0; });
         if (operation == object.operations.end()) return 0;
-        switch (Ask(object, *operation, call)) {
-            case Treatment::kServe:
-                Answer(object, *operation, call);
-                break;
-            case Treatment::kFail:
-                return sd_bus_error_set(error, kErrorName, "the service has failed");
-            case Treatment::kHang:
-                break;
-        }
+        if (!IsTakenOver(object, *operation, call)) Answer(object, *operation, call);
         return 1;
     } catch (const std::exception& e) {
         return sd_bus_error_set(error, kErrorName, Travelling(e.what()).c_str());
@@ -281,16 +261,12 @@ int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error) {
     }
 }
 
-/// The bus library answers pings for the whole process. This prevents answers for a service that hangs.
+/// The bus library answers pings for the whole process, unless the filter takes them over.
 int OnMessage(sd_bus_message* message, void* state, sd_bus_error*) {
-    constexpr std::size_t kMaxHeld = 100;
-    auto& host = *static_cast<ServiceHost::Private::State*>(state);
-    if (sd_bus_message_is_method_call(message, "org.freedesktop.DBus.Peer", "Ping") <= 0) return 0;
+    const auto& filter = static_cast<ServiceHost::Private::State*>(state)->filter;
+    if (!filter || sd_bus_message_is_method_call(message, "org.freedesktop.DBus.Peer", "Ping") <= 0) return 0;
     try {
-        if (host.AnswersPings(sd_bus_message_get_destination(message))) return 0;
-        if (host.heldPings.size() == kMaxHeld) host.heldPings.pop_front();
-        host.heldPings.emplace_back(sd_bus_message_ref(message));
-        return 1;
+        return filter({sd_bus_message_get_destination(message), "Ping", {}, AnswerTo(message)}) ? 1 : 0;
     } catch (...) {
         return 0;
     }
@@ -347,7 +323,7 @@ ServiceHost::ServiceHost(const std::string& address) : _private(std::make_unique
 
 ServiceHost::~ServiceHost() = default;
 
-void ServiceHost::SetCallFilter(std::function<Treatment(const ReceivedCall&)> filter) {
+void ServiceHost::SetCallFilter(std::function<bool(const ReceivedCall&)> filter) {
     _private->state->filter = std::move(filter);
 }
 
@@ -378,7 +354,6 @@ void ServiceHost::Process(int timeout) {
     for (int processed = 0; processed < kMaxMessages;) {
         if (state.EnsureConnected()) {
             state.TakeMissingNames();
-            state.AnswerHeldPings();
             if (state.bus && state.ProcessOne()) {
                 ++processed;
                 continue;

@@ -10,7 +10,6 @@ namespace dome {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using tavos::msgbus::Treatment;
 using tavos::osa::Exception;
 
 struct ControlTest : testing::Test {
@@ -316,12 +315,12 @@ TEST_F(ControlTest, EveryFaultIsSetAndShownByItsName) {
 
 TEST(CallLog, WritesArgumentsByTheirKind) {
     CallLog log;
-    log.Add("pan", {"org.tavos.Pan1", "SetPositionAtSpeed", {180000, 0.5039370078740157, 300}}, Treatment::kServe);
-    log.Add("focus", {"org.tavos.Focus1", "SetAutoFocus", {true}}, Treatment::kFail);
-    log.Add("relay", {"org.tavos.Relay3", "SetRelay", {"12", 3, -1}}, Treatment::kHang);
-    log.Add("alarm", {"org.tavos.Alarm3", "GetBankAlarmCount", {"a \"b\"\n"}}, Treatment::kServe);
-    log.Add("pan", {"org.tavos.Pan1", "SetRelativeVelocity", {1e-05, std::nan("")}}, Treatment::kServe);
-    log.Add("fan", {"org.tavos.Fan2", "IsRunning", {}}, Treatment::kServe);
+    log.Add("pan", {"org.tavos.Pan1", "SetPositionAtSpeed", {180000, 0.5039370078740157, 300}}, "ok");
+    log.Add("focus", {"org.tavos.Focus1", "SetAutoFocus", {true}}, "fail");
+    log.Add("relay", {"org.tavos.Relay3", "SetRelay", {"12", 3, -1}}, "hang");
+    log.Add("alarm", {"org.tavos.Alarm3", "GetBankAlarmCount", {"a \"b\"\n"}}, "ok");
+    log.Add("pan", {"org.tavos.Pan1", "SetRelativeVelocity", {1e-05, std::nan("")}}, "ok");
+    log.Add("fan", {"org.tavos.Fan2", "IsRunning", {}}, "ok");
     EXPECT_EQ(log.Lines(),
               R"({"service":"pan","call":"SetPositionAtSpeed","args":[180000,0.5039370078740157,300],"outcome":"ok"})"
               "\n"
@@ -342,7 +341,7 @@ TEST(CallLog, WritesArgumentsByTheirKind) {
 TEST(CallLog, KeepsTheLatestCallsOnly) {
     CallLog log;
     for (std::size_t i = 0; i < CallLog::kMaxCalls + 5; ++i) {
-        log.Add("power", {"org.tavos.Power2", "GetPowerStatus", {static_cast<std::uint32_t>(i)}}, Treatment::kServe);
+        log.Add("power", {"org.tavos.Power2", "GetPowerStatus", {static_cast<std::uint32_t>(i)}}, "ok");
     }
     const std::string lines = log.Lines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), static_cast<std::ptrdiff_t>(CallLog::kMaxCalls));
@@ -351,7 +350,7 @@ TEST(CallLog, KeepsTheLatestCallsOnly) {
 
     log.Clear();
     const std::string big(CallLog::kMaxBytes / 32, 'x');
-    for (int i = 0; i < 40; ++i) log.Add("alarm", {"", "GetBankAlarmCount", {big}}, Treatment::kServe);
+    for (int i = 0; i < 40; ++i) log.Add("alarm", {"", "GetBankAlarmCount", {big}}, "ok");
     EXPECT_LE(log.Lines().size(), CallLog::kMaxBytes);
     EXPECT_GT(log.Lines().size(), CallLog::kMaxBytes / 2);
 }

@@ -29,7 +29,6 @@ using namespace tavos::interfaces;
 using tavos::msgbus::MsgBus;
 using tavos::msgbus::ReceivedCall;
 using tavos::msgbus::ServiceHost;
-using tavos::msgbus::Treatment;
 using tavos::osa::Exception;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -73,10 +72,8 @@ TEST_F(BusTest, AServiceThatHangsThrowsAfterTheDeadline) {
     setenv("TAVOS_CALL_TIMEOUT_MS", "300", 1);
     HostThread host(bus.Address());
     std::atomic<bool> hang{true};
-    host.Do([&](ServiceHost& h) {
-        Serve(h, pan);
-        h.SetCallFilter([&](const ReceivedCall&) { return hang ? Treatment::kHang : Treatment::kServe; });
-    });
+    host.Do([&](ServiceHost& h) { Serve(h, pan); });
+    host.Treat([&](const ReceivedCall&) { return hang ? Treatment::kHang : Treatment::kServe; });
     MsgBus messages;
     const auto client = PanClient(messages);
     for (int i = 0; i < 6; ++i) {  // more than the bus's max of unanswered calls for one connection
@@ -94,10 +91,8 @@ TEST_F(BusTest, SignalsDoNotCutAWaitShort) {
     setenv("TAVOS_CALL_TIMEOUT_MS", "300", 1);
     HostThread host(bus.Address());
     std::atomic<bool> hang{true};
-    host.Do([&](ServiceHost& h) {
-        Serve(h, pan);
-        h.SetCallFilter([&](const ReceivedCall&) { return hang ? Treatment::kHang : Treatment::kServe; });
-    });
+    host.Do([&](ServiceHost& h) { Serve(h, pan); });
+    host.Treat([&](const ReceivedCall&) { return hang ? Treatment::kHang : Treatment::kServe; });
     struct sigaction action {};
     action.sa_handler = [](int) {};
     sigaction(SIGUSR1, &action, nullptr);
@@ -157,11 +152,9 @@ TEST_F(BusTest, ARefusalAndAFailureReachTheCaller) {
         void SetRelativeVelocity(double, int) override { throw 42; }
     } stubborn;
     HostThread host(bus.Address());
-    host.Do([&](ServiceHost& h) {
-        Serve(h, stubborn);
-        h.SetCallFilter([](const ReceivedCall& call) {
-            return call.operation == "GetPosition" ? Treatment::kFail : Treatment::kServe;
-        });
+    host.Do([&](ServiceHost& h) { Serve(h, stubborn); });
+    host.Treat([](const ReceivedCall& call) {
+        return call.operation == "GetPosition" ? Treatment::kFail : Treatment::kServe;
     });
     MsgBus messages;
     const auto client = PanClient(messages);
@@ -228,7 +221,7 @@ TEST_F(BusTest, TheFilterSeesEveryCallInOrderWithTypedArguments) {
                 line += std::string("|") + kTypes[argument.index()] + " " + tavos::msgbus::Text(argument);
             }
             seen.Note(line.c_str());
-            return Treatment::kServe;
+            return false;
         });
     });
     MsgBus messages;

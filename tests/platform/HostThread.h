@@ -9,7 +9,12 @@
 #include <utility>
 #include <vector>
 
+#include "dome/HeldPings.h"
 #include "tavos/msgbus/ServiceHost.h"
+#include "tavos/osa/Exception.h"
+
+/// A call is served, answered with an error, or never answered.
+enum class Treatment { kServe, kFail, kHang };
 
 /// A service host on a separate thread, as if in another process.
 class HostThread {
@@ -44,7 +49,22 @@ public:
         outcome.get();
     }
 
+    /// Treats each call and ping as the function says.
+    void Treat(std::function<Treatment(const tavos::msgbus::ReceivedCall&)> treat) {
+        Do([&](tavos::msgbus::ServiceHost& host) {
+            _treat = std::move(treat);
+            host.SetCallFilter([this](const tavos::msgbus::ReceivedCall& call) { return TakesOver(call); });
+        });
+    }
+
 private:
+    bool TakesOver(const tavos::msgbus::ReceivedCall& call) {
+        const Treatment treatment = _treat(call);
+        if (treatment == Treatment::kFail) throw tavos::osa::Exception("the service has failed");
+        if (treatment == Treatment::kHang && call.operation == "Ping") _heldPings.Hold(call.service, call);
+        return treatment == Treatment::kHang;
+    }
+
     void Run(const std::string& address, std::promise<void>& connected) {
         std::unique_ptr<tavos::msgbus::ServiceHost> host;
         try {
@@ -62,8 +82,15 @@ private:
             }
             for (auto& task : tasks) task(*host);
             host->Process(5);
+            _heldPings.Answer([this](const std::string& service) {
+                return _treat({service, "Ping", {}}) == Treatment::kHang;
+            });
         }
     }
+
+    // Of the host's thread.
+    std::function<Treatment(const tavos::msgbus::ReceivedCall&)> _treat;
+    dome::HeldPings _heldPings;
 
     std::mutex _mutex;
     std::vector<std::packaged_task<void(tavos::msgbus::ServiceHost&)>> _tasks;

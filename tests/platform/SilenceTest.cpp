@@ -24,7 +24,6 @@ using namespace tavos::interfaces;
 using tavos::msgbus::MsgBus;
 using tavos::msgbus::ReceivedCall;
 using tavos::msgbus::ServiceHost;
-using tavos::msgbus::Treatment;
 using testing::HasSubstr;
 
 namespace {
@@ -54,8 +53,8 @@ protected:
         host->Do([this](ServiceHost& h) {
             Serve(h, pan);
             Serve(h, temperature);
-            h.SetCallFilter([this](const ReceivedCall& call) { return Treat(call); });
         });
+        host->Treat([this](const ReceivedCall& call) { return Treat(call); });
         messages = std::make_unique<MsgBus>();
         messages->StartServer();
         panClient.reset(IPanProvider::CreateClient(messages.get()));

@@ -29,7 +29,6 @@ using namespace tavos::interfaces;
 using tavos::msgbus::MsgBus;
 using tavos::msgbus::ReceivedCall;
 using tavos::msgbus::ServiceHost;
-using tavos::msgbus::Treatment;
 using tavos::msgbus::Work;
 using testing::HasSubstr;
 
@@ -52,13 +51,11 @@ protected:
         log.SetValue("log", "log.level", "6");
         tavos::core::Logger::ClearAppenders();
         tavos::core::Logger::ConfigureLogging(log, "log");
-        panHost.Do([this](ServiceHost& h) {
-            Serve(h, pan);
-            h.SetCallFilter([this](const ReceivedCall& call) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(panTakes));
-                if (call.operation != "Ping") ++arrived;
-                return Treatment::kServe;
-            });
+        panHost.Do([this](ServiceHost& h) { Serve(h, pan); });
+        panHost.Treat([this](const ReceivedCall& call) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(panTakes));
+            if (call.operation != "Ping") ++arrived;
+            return Treatment::kServe;
         });
         temperatureHost.Do([this](ServiceHost& h) { Serve(h, temperature); });
         Connect();

@@ -23,10 +23,10 @@ struct ReceivedCall {
     std::string service;    ///< well-known name, "org.tavos.Pan1"
     std::string operation;  ///< "SetPositionAtSpeed"
     std::vector<Value> arguments;
+    /// For a filter that has taken the call over: sends an answer without a result, once, at any time, on the host's
+    /// thread. The answer is lost when the connection of the call has ended.
+    std::function<void()> answer = nullptr;
 };
-
-/// How the host treats a call: serves it, answers with an error, or never answers.
-enum class Treatment { kServe, kFail, kHang };
 
 /// A process's services on the bus. Everything runs on the thread that calls Process; call members only on that thread.
 /// After a restart of the bus the host connects again and takes its names again.
@@ -39,10 +39,10 @@ public:
     ServiceHost(const ServiceHost&) = delete;
     ServiceHost& operator=(const ServiceHost&) = delete;
 
-    /// Called before each call is served, in the order of arrival. Without a filter everything is served. The filter
-    /// also gets pings, as an operation "Ping" without arguments, possibly several times for one ping: only kHang
-    /// leaves the ping unanswered.
-    void SetCallFilter(std::function<Treatment(const ReceivedCall&)> filter);
+    /// Called before each call is served, in the order of arrival; also for each ping of a service, as an operation
+    /// "Ping" without arguments. When it returns true it has taken the call over: the host does not serve it and sends
+    /// no answer. An exception becomes the caller's error (a ping is then answered).
+    void SetCallFilter(std::function<bool(const ReceivedCall&)> filter);
 
     /// Takes or releases a service's well-known name. Without its name a service is missing for its clients. Throws
     /// tavos::osa::Exception for a service that is not served here, or if another process owns the name.

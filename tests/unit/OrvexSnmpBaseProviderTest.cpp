@@ -10,17 +10,10 @@
 #include "io/OrvexSnmpAlarm.h"
 #include "io/OrvexSnmpPressure.h"
 #include "io/OrvexSnmpRelay.h"
-#include "lens/OrvexSnmpFocus.h"
-#include "lens/OrvexSnmpIris.h"
-#include "lens/OrvexSnmpWiper.h"
-#include "lens/OrvexSnmpZoom.h"
-#include "motion/OrvexSnmpPan.h"
-#include "motion/OrvexSnmpPresets.h"
-#include "motion/OrvexSnmpTilt.h"
 #include "sensors/OrvexSnmpPower.h"
 #include "sensors/OrvexSnmpTemp.h"
 #include "sensors/OrvexSnmpVoltage.h"
-#include "support/ModuleTest.h"
+#include "support/CameraTest.h"
 #include "tavos/core/Delegate.h"
 #include "tavos/core/Event.h"
 
@@ -153,6 +146,17 @@ TYPED_TEST(EveryProviderTest, ThereIsOneInstance) {
     EXPECT_EQ(FailureOf([&] { const TypeParam second(this->_bus); }), "Duplicate Instance");
     EXPECT_EQ(TypeParam::GetInstance(), &first);
     EXPECT_THAT(journal::Logged(), ElementsAre("3 OrvexSnmpBaseProvider: Duplicate instance, exiting!"));
+    EXPECT_THAT(journal::All("bus"), IsEmpty());
+}
+
+TYPED_TEST(EveryProviderTest, ComesToNothingWithoutOneOfItsClients) {
+    std::vector<std::pair<std::string, const tavos::msgbus::IMsgBus*>> clients;
+    {
+        const TypeParam provider(this->_bus);
+        clients = Camera().clientBuses;
+    }
+    ASSERT_THAT(clients, Not(IsEmpty()));
+    for (const auto& [service, bus] : clients) ExpectNoProviderWithout<TypeParam>(service);
 }
 
 TYPED_TEST(EveryProviderTest, BeginsWithTheFixedLoggingSetup) {

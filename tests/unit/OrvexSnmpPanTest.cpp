@@ -1,21 +1,14 @@
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 
 #include "motion/OrvexSnmpPan.h"
 #include "support/CameraTest.h"
 
 namespace {
 
-const CameraObject kPosition{"positionPan"};
-
-class PanTest : public ProviderTest<OrvexSnmpPan> {
+class PanTest : public MotionTest<OrvexSnmpPan> {
 protected:
-    /// The expected call, log lines and result of a committed positionPan, between entry and exit.
-    int Command(const std::vector<u_char>& octets) {
-        journal::Clear();
-        return Commit(kPosition, octets);
-    }
+    PanTest() : MotionTest("positionPan") {}
 
     SnmpRequest _offset{OrvexSnmpOid::oid_rangeTrueNorthOffset};
 
@@ -36,10 +29,7 @@ protected:
     }
 
     static Lines OffsetLines(const Lines& between) {
-        Lines lines{"7 handle_rangeTrueNorthOffset: Enter."};
-        lines.insert(lines.end(), between.begin(), between.end());
-        lines.push_back("7 handle_rangeTrueNorthOffset: Done.");
-        return lines;
+        return Lines{"7 handle_rangeTrueNorthOffset: Enter."} + between + Lines{"7 handle_rangeTrueNorthOffset: Done."};
     }
 };
 
@@ -48,10 +38,6 @@ using PanConstructionTest = ModuleTest;
 TEST_F(PanConstructionTest, TracesTheMakingOfItsClientAndDeletesIt) {
     EXPECT_THAT(MadeAndUnmade<OrvexSnmpPan>(), ElementsAre("8 OrvexSnmpPan: Enter", "bus CreateClient pan",
                                                            "8 OrvexSnmpPan: Done.", "bus DeleteClient pan"));
-}
-
-TEST_F(PanConstructionTest, ComesToNothingWithoutItsClient) {
-    ExpectNoProviderWithout<OrvexSnmpPan>("pan");
 }
 
 TEST_F(PanTest, EveryWrapperLogsCallsAndReportsFailure) {
@@ -64,51 +50,21 @@ TEST_F(PanTest, EveryWrapperLogsCallsAndReportsFailure) {
          [](const OrvexSnmpPan& pan) { return pan.SetPosition(36001); },
          {},
          {"call pan SetPosition 360010 300"},
-         "6 SetPosition=(360010,300)",
-         "pan.SetPosition",
-         "Exception while SetPosition"},
+         "6 SetPosition=(360010,300)"},
         {"SetPositionAtSpeed",
          [](const OrvexSnmpPan& pan) { return pan.SetPositionAtSpeed(-37000, -127); },
          {"6 SetPositionAtSpeed: NTCIP speed -127, tavosSpeed -1.000000"},
          {"call pan SetPositionAtSpeed -370000 -1 300"},
-         "6 SetPositionAtSpeed(-370000,-1.000000,300)",
-         "pan.SetPositionAtSpeed",
-         "Exception while SetPositionAtSpeed"},
-        {"GetPosition",
-         Reads(&OrvexSnmpPan::GetPosition, 123450U),
-         {},
-         {"call pan GetPosition"},
-         "6 currentPosition=123450",
-         "pan.GetPosition",
-         "Exception while GetPosition"},
-        {"GetMinPosition",
-         Reads(&OrvexSnmpPan::GetMinPosition, 11U),
-         {},
-         {"call pan GetMinPosition"},
-         "6 leftLimit=11",
-         "pan.GetMinPosition",
-         "Exception while GetMinPosition"},
-        {"GetMaxPosition",
-         Reads(&OrvexSnmpPan::GetMaxPosition, 359990U),
-         {},
-         {"call pan GetMaxPosition"},
-         "6 rightLimit=359990",
-         "pan.GetMaxPosition",
-         "Exception while GetMaxPosition"},
+         "6 SetPositionAtSpeed(-370000,-1.000000,300)"},
+        Getter("GetPosition", &OrvexSnmpPan::GetPosition, 123450U, "pan", "6 currentPosition=123450"),
+        Getter("GetMinPosition", &OrvexSnmpPan::GetMinPosition, 11U, "pan", "6 leftLimit=11"),
+        Getter("GetMaxPosition", &OrvexSnmpPan::GetMaxPosition, 359990U, "pan", "6 rightLimit=359990"),
         {"SetRelativeVelocity",
          [](const OrvexSnmpPan& pan) { return pan.SetRelativeVelocity(127); },
          {"6 SetRelativeVelocity: NTCIP speed 127, tavosSpeed 1.000000"},
          {"call pan SetRelativeVelocity 1 300"},
-         "6 SetRelativeVelocity(1.000000,300)",
-         "pan.SetRelativeVelocity",
-         "Exception while SetRelativeVelocity"},
-        {"GetRelativeVelocity",
-         Reads(&OrvexSnmpPan::GetRelativeVelocity, -0.25),
-         {},
-         {"call pan GetRelativeVelocity"},
-         "6 velocity=-0.250000",
-         "pan.GetRelativeVelocity",
-         "Exception while GetRelativeVelocity"},
+         "6 SetRelativeVelocity(1.000000,300)"},
+        Getter("GetRelativeVelocity", &OrvexSnmpPan::GetRelativeVelocity, -0.25, "pan", "6 velocity=-0.250000"),
     };
     for (const auto& wrapper : wrappers) ExpectProtocol(_provider, wrapper);
 }
@@ -119,24 +75,6 @@ TEST_F(PanTest, PositionsOfTheServiceArePrintedSigned) {
     EXPECT_EQ(_provider.GetPosition(position), 0);
     EXPECT_EQ(position, 0xFFFFFFFB);
     EXPECT_THAT(journal::Logged(6), ElementsAre("GetPosition: currentPosition=-5"));
-}
-
-TEST_F(PanTest, TheSpeedBelowMinus127IsRefusedWithoutACallOrAnExitTrace) {
-    EXPECT_EQ(_provider.SetPositionAtSpeed(100, -128), -1);
-    EXPECT_THAT(Done(), ElementsAre("8 SetPositionAtSpeed: Enter.",
-                                    "6 SetPositionAtSpeed: NTCIP speed -128 outside range of -127 to +127"));
-    journal::Clear();
-    EXPECT_EQ(_provider.SetRelativeVelocity(-128), -1);
-    EXPECT_THAT(Done(), ElementsAre("8 SetRelativeVelocity: Enter.",
-                                    "6 SetRelativeVelocity: NTCIP speed -128 outside range of -127 to +127"));
-}
-
-TEST_F(PanTest, TheServiceGetsASpeedAsAFractionInDoublePrecision) {
-    for (int speed = -127; speed <= 127; ++speed) {
-        journal::Clear();
-        EXPECT_EQ(_provider.SetRelativeVelocity(speed), 0);
-        EXPECT_THAT(journal::Calls(), ElementsAre(journal::Join("pan SetRelativeVelocity", speed / 127.0, 300)));
-    }
 }
 
 TEST_F(PanTest, AbsoluteCommandCallsThePlatformInItsUnitsAndLogsEveryStep) {
@@ -165,84 +103,9 @@ TEST_F(PanTest, AbsoluteCommandsReachFromZeroToJustBelowATurn) {
     EXPECT_THAT(journal::Calls(), ElementsAre("pan SetPositionAtSpeed 359990 0 300"));
 }
 
-TEST_F(PanTest, AbsoluteCommandsOfAWholeTurnAreRefused) {
-    EXPECT_EQ(Command({2, 0x10, 0x8C, 0xA0}), SNMP_ERR_GENERR);
-    EXPECT_EQ(Done(),
-              Handled("handle_positionPan", {"6 handle_positionPan: absolute pan (2)",
-                                             "3 handle_positionPan: absolute pan position=36000 outside range"}));
-    EXPECT_EQ(Command({2, 0x80, 0xFF, 0xFF}), SNMP_ERR_GENERR);
-    EXPECT_THAT(journal::Logged(3), ElementsAre("handle_positionPan: absolute pan position=65535 outside range"));
-    EXPECT_THAT(journal::Calls(), IsEmpty());
-}
-
-TEST_F(PanTest, StopCommandsVelocityZero) {
-    EXPECT_EQ(Command({0, 0, 0x12, 0x34}), SNMP_ERR_NOERROR);
-    EXPECT_EQ(
-        Done(),
-        Handled("handle_positionPan",
-                {"6 handle_positionPan: stop pan (0)", "8 SetRelativeVelocity: Enter.",
-                 "6 SetRelativeVelocity: NTCIP speed 0, tavosSpeed 0.000000", "call pan SetRelativeVelocity 0 300",
-                 "6 SetRelativeVelocity: SetRelativeVelocity(0.000000,300)", "8 SetRelativeVelocity: Done."}));
-}
-
-TEST_F(PanTest, StopWithASpeedIsRefusedWithTheSignedSpeed) {
-    EXPECT_EQ(Command({0, 1, 0, 0}), SNMP_ERR_GENERR);
-    EXPECT_EQ(Done(), Handled("handle_positionPan", {"6 handle_positionPan: stop pan (0)",
-                                                     "3 handle_positionPan: stop pan speed not zero(1)"}));
-    EXPECT_EQ(Command({0, 0xFF, 0, 0}), SNMP_ERR_GENERR);
-    EXPECT_THAT(journal::Logged(3), ElementsAre("handle_positionPan: stop pan speed not zero(-1)"));
-}
-
-TEST_F(PanTest, ContinuousCommandsTheVelocityAndLogsTheModeAsPan) {
-    EXPECT_EQ(Command({3, 0xF6, 0xFF, 0xFF}), SNMP_ERR_NOERROR);
-    EXPECT_EQ(Done(),
-              Handled("handle_positionPan",
-                      {"6 handle_positionPan: continuous pan=3, speed=-10", "8 SetRelativeVelocity: Enter.",
-                       "6 SetRelativeVelocity: NTCIP speed -10, tavosSpeed -0.078740",
-                       journal::Join("call pan SetRelativeVelocity", -10 / 127.0, 300),
-                       "6 SetRelativeVelocity: SetRelativeVelocity(-0.078740,300)", "8 SetRelativeVelocity: Done."}));
-}
-
-TEST_F(PanTest, ContinuousAtMinus128IsDroppedWithoutAnError) {
-    EXPECT_EQ(Command({3, 0x80, 0, 0}), SNMP_ERR_NOERROR);
-    EXPECT_EQ(Done(), Handled("handle_positionPan",
-                              {"6 handle_positionPan: continuous pan=3, speed=-128", "8 SetRelativeVelocity: Enter.",
-                               "6 SetRelativeVelocity: NTCIP speed -128 outside range of -127 to +127"}));
-}
-
 TEST_F(PanTest, AnUnknownModeIsReportedByItsSpeed) {
     EXPECT_EQ(Command({9, 0xFE, 0, 0}), SNMP_ERR_GENERR);
     EXPECT_EQ(Done(), Handled("handle_positionPan", {"3 handle_positionPan: unknown pan mode (-2)"}));
-}
-
-struct Step {
-    std::uint32_t from;  ///< platform units
-    int position;
-    int speed;
-    int logged;  ///< NTCIP
-    int sent;    ///< platform units
-};
-
-TEST_F(PanTest, DeltaAddsOrTakesAwayAndWrapsOnce) {
-    const Step steps[] = {
-        {100005, 500, 10, 10500, 105000}, {10000, 2000, -10, -1000, -370000}, {300000, 10000, 10, 40000, 40000},
-        {300000, 5999, 0, 35999, 359990}, {300000, 6000, 127, 36000, 0},      {0, 0, -1, 0, 0},
-        {9, 1, -1, -1, -360010},          {359999, 65535, 1, 101534, 655340}, {359999, 35999, -127, 0, 0},
-        {720000, 0, 1, 72000, 360000},    {720000, 100, -1, 71900, 359000},
-    };
-    for (const auto& step : steps) {
-        SCOPED_TRACE(journal::Join(step.from, step.position, step.speed));
-        Camera().answers["pan.GetPosition"] = step.from;
-        EXPECT_EQ(Command({1, static_cast<u_char>(step.speed & 0xFF), static_cast<u_char>(step.position / 256),
-                           static_cast<u_char>(step.position % 256)}),
-                  SNMP_ERR_NOERROR);
-        const std::string direction = step.speed < 0 ? "negative counter-clockwise" : "positive clockwise";
-        EXPECT_THAT(journal::Logged(6),
-                    Contains("handle_positionPan: pan " + direction + ",speed=" + std::to_string(step.speed) +
-                             ",new pan=" + std::to_string(step.logged)));
-        EXPECT_THAT(journal::Calls(), ElementsAre("pan GetPosition", journal::Join("pan SetPositionAtSpeed", step.sent,
-                                                                                   step.speed / 127.0, 300)));
-    }
 }
 
 TEST_F(PanTest, DeltaLogsEveryStepInOrder) {
@@ -265,30 +128,6 @@ TEST_F(PanTest, DeltaFromAnAngleBelowZeroWrapsAround32Bits) {
     EXPECT_EQ(Command({1, 1, 0, 0}), SNMP_ERR_NOERROR);
     EXPECT_THAT(journal::Logged(6), Contains("handle_positionPan: pan positive clockwise,speed=1,new pan=429496729"));
     EXPECT_THAT(journal::Calls().back(), HasSubstr("SetPositionAtSpeed -360006 "));
-}
-
-TEST_F(PanTest, DeltaIsDroppedWhenThePositionCannotBeRead) {
-    for (const auto thrown : kEveryThrow) {
-        Fail("pan.GetPosition", thrown);
-        EXPECT_EQ(Command({1, 10, 1, 0}), SNMP_ERR_NOERROR);
-        EXPECT_EQ(Done(), Handled("handle_positionPan",
-                                  {"6 handle_positionPan: delta pan (1)", "8 GetPosition: Enter.",
-                                   "call pan GetPosition", "3 Exception while GetPosition", "8 GetPosition: Done."}));
-    }
-}
-
-TEST_F(PanTest, TheLastCommandIsKeptInTheOrderOfItsOctets) {
-    EXPECT_EQ(_provider.GetLastPan(), 0);
-    Command({2, 0x40, 0x46, 0x50});
-    const int last = _provider.GetLastPan();
-    u_char octets[4];
-    std::memcpy(octets, &last, sizeof octets);
-    EXPECT_THAT(octets, ElementsAre(2, 0x40, 0x46, 0x50));
-
-    _provider.SetLastPan(0);
-    SnmpRequest request(OrvexSnmpOid::oid_positionPan);
-    request.Call(OrvexSnmpPan::handle_positionPan, MODE_GET);
-    EXPECT_THAT(request.Octets(), ElementsAre(0, 0, 0, 0));
 }
 
 // --- rangeTrueNorthOffset ---

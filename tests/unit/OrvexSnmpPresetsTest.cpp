@@ -19,13 +19,8 @@ TEST_F(PresetsConstructionTest, ComesToNothingWithoutAClient) {
 
 TEST_F(PresetsTest, TheNumberOfPresetsIsLoggedAtTrace) {
     Camera().answers["presets2.GetMaxPresets"] = 96;
-    ExpectProtocol<OrvexSnmpPresets>(_provider, {"GetMaxPresets",
-                                                 Reads(&OrvexSnmpPresets::GetMaxPresets, 96U),
-                                                 {},
-                                                 {"call presets2 GetMaxPresets"},
-                                                 "8 count=96",
-                                                 "presets2.GetMaxPresets",
-                                                 "Exception while GetMaxPresets"});
+    ExpectProtocol<OrvexSnmpPresets>(
+        _provider, Getter("GetMaxPresets", &OrvexSnmpPresets::GetMaxPresets, 96U, "presets2", "8 count=96"));
 }
 
 TEST_F(PresetsTest, TheMaxPresetIsZeroWhateverTheServiceReturns) {

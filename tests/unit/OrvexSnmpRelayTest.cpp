@@ -1,78 +1,23 @@
-#include <memory>
+// What only the relay outputs do; AlarmAndRelayTest.cpp has what they and the alarm inputs do alike.
 #include <set>
 
-#include "io/OrvexSnmpRelay.h"
-#include "support/AgentLog.h"
-#include "support/BankRows.h"
-#include "support/ModuleTest.h"
-#include "tavos/osa/Exception.h"
+#include "support/AlarmAndRelay.h"
 
 namespace {
 
-const std::string kEnterprise = ".1.3.6.1.4.1." + std::to_string(ORVEX_ENTERPRISE_NUMBER);
-
-using bankrows::Cell;
-using bankrows::Columns;
 using bankrows::Stored;
-using testing::Pair;
 using testing::SizeIs;
 using Answer = FakeAgent::Answer;
+
+using RelayTest = BankTest<RelayOutputs>;
+using CellRequest = CellOf<RelayOutputs>;
 
 constexpr int kModes[] = {MODE_GET,          MODE_GETNEXT,    MODE_SET_RESERVE1,
                           MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_COMMIT,
                           MODE_SET_FREE,     MODE_SET_UNDO,   77};
 
-auto Entry(const char* bank, int id, int state) {
-    return Pair(Pair(bank, id), state);
-}
-
-Lines operator+(Lines first, const Lines& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-class RelayTest : public ProviderTest<OrvexSnmpRelay> {
-protected:
-    /// Two banks, three relays; the list and the table are built, the journal is empty.
-    void BuildTwoBanks() {
-        Camera().relays.banks = {{"BNK1", {true}}, {"BNK2", {false, true}}};
-        _provider.init_relayTable(false);
-        journal::Clear();
-    }
-
-    static netsnmp_table_data_set* DataSet() { return Agent().dataSets.at("relayStatesTable"); }
-    BankList& List() { return *_provider.GetRelayTableVar(); }
-
-    static int Call(SnmpRequest& request, int mode = MODE_GET) {
-        return request.Call(&OrvexSnmpRelay::handle_relayStates, mode);
-    }
-    static int Set(SnmpRequest& request) { return request.Set(&OrvexSnmpRelay::handle_relayStates); }
-
-    AgentLog _agentLog;
-};
-
-/// A request for one cell of the relay table.
-struct CellRequest : SnmpRequest {
-    CellRequest(oid column, oid row) : CellRequest(Cell(OrvexSnmpOid::oid_relay, column, row)) {}
-
-private:
-    explicit CellRequest(const std::vector<oid>& name) : SnmpRequest(name.data(), name.size()) {}
-};
-
-/// The first lines of every table request when the service's `count` relays are as many as the list's.
-Lines Begun(int count = 3, const std::string& rangeEnd = "") {
-    return {"log 8 handle_relayStates: Enter.",
-            "log 8 handle_relayStates: Received OID " + rangeEnd,
-            "log 6 handle_relayStates: calling GetRelayCount()...",
-            "log 8 GetRelayCount: Enter.",
-            "call relay GetRelayCount",
-            "log 6 GetRelayCount: count=" + std::to_string(count),
-            "log 8 GetRelayCount: Done.",
-            "log 6 handle_relayStates: calling relayTable.size()..."};
-}
-
 std::string Place(int row, int column) {
-    return "log 6 handle_relayStates: relayNumber is " + std::to_string(row) + ", col no is " + std::to_string(column);
+    return RelayOutputs::RowLines(row, column).at(0);
 }
 
 const std::string kDone = "log 8 handle_relayStates: Done.";
@@ -81,8 +26,6 @@ const std::string kDone = "log 8 handle_relayStates: Done.";
 Lines Driven() {
     return journal::All("call relay SetRelay") + journal::All("call relay ClearRelay");
 }
-
-// --- construction ---
 
 TEST_F(ModuleTest, RelayOpensItsClientBetweenItsLines) {
     tavos::msgbus::MsgBus bus;
@@ -95,52 +38,7 @@ TEST_F(ModuleTest, RelayOpensItsClientBetweenItsLines) {
     EXPECT_EQ(OrvexSnmpRelay::GetInstance(), &relay);
 }
 
-TEST_F(ModuleTest, RelayTakesItsRegistrationBackAndDeletesItsClient) {
-    tavos::msgbus::MsgBus bus;
-    auto relay = std::make_unique<OrvexSnmpRelay>(bus);
-    relay->init_relayTable(false);
-    journal::Clear();
-    relay.reset();
-    EXPECT_THAT(journal::All(), ElementsAre("agent unregister relayStatesTable", "bus DeleteClient relay"));
-    EXPECT_EQ(OrvexSnmpRelay::GetInstance(), nullptr);
-}
-
-TEST_F(ModuleTest, RelayPassesOnWhatTheMakingOfItsClientThrows) {
-    tavos::msgbus::MsgBus bus;
-    Camera().failing = {"relay.CreateClient"};
-    EXPECT_THROW(OrvexSnmpRelay{bus}, tavos::osa::Exception);
-}
-
-TEST_F(RelayTest, SecondRelayIsRefusedAndTheFirstStays) {
-    EXPECT_THROW(OrvexSnmpRelay{_bus}, tavos::osa::Exception);
-    EXPECT_THAT(journal::Logged(3), ElementsAre("OrvexSnmpBaseProvider: Duplicate instance, exiting!"));
-    EXPECT_EQ(OrvexSnmpRelay::GetInstance(), &_provider);
-    EXPECT_THAT(List(), IsEmpty());
-}
-
 // --- the service's operations ---
-
-TEST_F(RelayTest, CountIsTheServicesTotal) {
-    Camera().relays.total = 7;
-    int count = -5;
-    EXPECT_EQ(_provider.GetRelayCount(count), 0);
-    EXPECT_EQ(count, 7);
-    EXPECT_THAT(journal::All(), ElementsAre("log 8 GetRelayCount: Enter.", "call relay GetRelayCount",
-                                            "log 6 GetRelayCount: count=7", "log 8 GetRelayCount: Done."));
-}
-
-TEST_F(RelayTest, StateIsThatOfTheBanksRelay) {
-    Camera().relays.banks = {{"North", {false, true}}};
-    bool state = false;
-    EXPECT_EQ(_provider.GetRelayState("North", 1, state), 0);
-    EXPECT_TRUE(state);
-    EXPECT_THAT(journal::All(),
-                ElementsAre("log 8 GetRelayState: Enter.", "call relay GetRelayState North 1",
-                            "log 6 GetRelayState: bankName = North relayId=1 state=1", "log 8 GetRelayState: Done."));
-    EXPECT_EQ(_provider.GetRelayState("North", 0, state), 0);
-    EXPECT_FALSE(state);
-    EXPECT_THAT(journal::Logged(6), Contains("GetRelayState: bankName = North relayId=0 state=0"));
-}
 
 TEST_F(RelayTest, SetPassesItsValueOn) {
     EXPECT_EQ(_provider.SetRelay("North", 2, 5), 0);
@@ -176,63 +74,6 @@ TEST_F(RelayTest, FailedCallsAreLoggedAndLeaveTheirArgumentsAlone) {
     }
 }
 
-// --- the list ---
-
-TEST_F(RelayTest, ListHasEveryRelayOfEveryBankInOrderWithItsState) {
-    Camera().relays.banks = {{"North", {false, true}}, {"BNK2", {true}}};
-    _provider.CreateRelayTable(false);
-    EXPECT_THAT(List(), ElementsAre(Entry("North", 0, 0), Entry("North", 1, 1), Entry("BNK2", 0, 1)));
-    EXPECT_THAT(journal::All(),
-                ElementsAre("log 8 CreateRelayTable: Enter.", "log 6 CreateRelayTable: update=0",
-                            "call relay GetBankNames", "log 6 CreateRelayTable: Relay bankNames size is 2",
-                            "call relay GetBankRelayCount North", "call relay GetRelayState North 0",
-                            "call relay GetRelayState North 1", "call relay GetBankRelayCount BNK2",
-                            "call relay GetRelayState BNK2 0", "log 8 CreateRelayTable: Done."));
-}
-
-TEST_F(RelayTest, UpdatedListHasStateZeroEverywhereAndAsksForNone) {
-    Camera().relays.banks = {{"North", {true, true}}, {"BNK2", {true}}};
-    _provider.CreateRelayTable(true);
-    EXPECT_THAT(List(), ElementsAre(Entry("North", 0, 0), Entry("North", 1, 0), Entry("BNK2", 0, 0)));
-    EXPECT_THAT(journal::All("call relay GetRelayState"), IsEmpty());
-    EXPECT_THAT(journal::Logged(6), Contains("CreateRelayTable: update=1"));
-}
-
-TEST_F(RelayTest, BankNamesAreAskedForOnceAndFailingLeaveAnEmptyList) {
-    BuildTwoBanks();
-    Camera().failing = {"relay.GetBankNames"};
-    _provider.CreateRelayTable(false);
-    EXPECT_THAT(List(), IsEmpty());
-    EXPECT_THAT(
-        journal::All(),
-        ElementsAre("log 8 CreateRelayTable: Enter.", "log 6 CreateRelayTable: update=0", "call relay GetBankNames",
-                    "log 3 CreateRelayTable: Exception GetBankNames for 0", "log 8 CreateRelayTable: Done."));
-}
-
-TEST_F(RelayTest, BankWhoseCountFailsGetsTheCountOfTheBankBefore) {
-    Camera().relays.banks = {{"Z", {true}}, {"A", {true, false}}, {"B", {false, true, true}}, {"C", {true}}};
-    Camera().failing = {"relay.GetBankRelayCount Z", "relay.GetBankRelayCount B"};
-    for (const bool throwsInt : {false, true}) {
-        journal::Clear();
-        Camera().throwsInt = throwsInt;
-        _provider.CreateRelayTable(false);
-        EXPECT_THAT(List(), ElementsAre(Entry("A", 0, 1), Entry("A", 1, 0), Entry("B", 0, 0), Entry("B", 1, 1),
-                                        Entry("C", 0, 1)));
-        EXPECT_THAT(journal::Logged(3), ElementsAre("CreateRelayTable: Retry for GetBankRelayCount for 0",
-                                                    "CreateRelayTable: Retry for GetBankRelayCount for 0"));
-        EXPECT_THAT(journal::All("call relay GetBankRelayCount B"), SizeIs(1));
-    }
-}
-
-TEST_F(RelayTest, RelayWhoseStateFailsGetsTheStateOfTheEntryBefore) {
-    Camera().relays.banks = {{"A", {true, true}}, {"B", {false, false}}};
-    Camera().failing = {"relay.GetRelayState A 0", "relay.GetRelayState B 0"};
-    _provider.CreateRelayTable(false);
-    EXPECT_THAT(List(), ElementsAre(Entry("A", 0, 0), Entry("A", 1, 1), Entry("B", 0, 1), Entry("B", 1, 0)));
-    EXPECT_THAT(journal::Logged(3), ElementsAre("CreateRelayTable: Exception in GetRelayState()",
-                                                "CreateRelayTable: Exception in GetRelayState()"));
-}
-
 // --- the table ---
 
 TEST_F(RelayTest, FirstBuildRegistersTheTableAndLogsThroughThePlatformOnly) {
@@ -247,132 +88,7 @@ TEST_F(RelayTest, FirstBuildRegistersTheTableAndLogsThroughThePlatformOnly) {
     EXPECT_THAT(journal::All("agentlog 6"), IsEmpty());
 }
 
-TEST_F(RelayTest, OnlyTheStateColumnIsWritableInTheTableAndInEveryRow) {
-    BuildTwoBanks();
-    EXPECT_THAT(Columns(DataSet()), ElementsAre("1 type 4", "2 type 2", "3 type 2 w"));
-    EXPECT_THAT(Stored(DataSet()), ElementsAre(".1: octets 4 BNK1, integer 4 0, integer 4 1 w",
-                                               ".2: octets 4 BNK2, integer 4 0, integer 4 0 w",
-                                               ".3: octets 4 BNK2, integer 4 1, integer 4 1 w"));
-    EXPECT_EQ(DataSet()->table->indexes_template->type, ASN_INTEGER);
-    EXPECT_EQ(DataSet()->table->indexes_template->next_variable, nullptr);
-    EXPECT_STREQ(DataSet()->table->name, "relayStatesTable");
-    EXPECT_EQ(DataSet()->allow_creation, 0);
-    EXPECT_EQ(DataSet()->rowstatus_column, 0u);
-}
-
-TEST_F(RelayTest, RebuildServesTheNewRowsWithoutRegisteringAgain) {
-    BuildTwoBanks();
-    auto* registered = DataSet();
-    Camera().relays.banks = {{"South", {true, true}}};
-    EXPECT_EQ(_provider.init_relayTable(true), 0);
-    EXPECT_EQ(DataSet(), registered);
-    EXPECT_THAT(Stored(registered), ElementsAre(".1: octets 5 South, integer 4 0, integer 4 0 w",
-                                                ".2: octets 5 South, integer 4 1, integer 4 0 w"));
-    EXPECT_THAT(journal::All(),
-                ElementsAre("log 6 init_relayTable: Enter. update=1\n", "log 8 CreateRelayTable: Enter.",
-                            "log 6 CreateRelayTable: update=1", "call relay GetBankNames",
-                            "log 6 CreateRelayTable: Relay bankNames size is 1", "call relay GetBankRelayCount South",
-                            "log 8 CreateRelayTable: Done.", "log 6 init_relayTable: deleting table to make new one",
-                            "log 6 init_relayTable: making new relay table"));
-}
-
-TEST_F(RelayTest, ServiceWithoutRelaysGivesOneRowWithoutValues) {
-    EXPECT_EQ(_provider.init_relayTable(false), 0);
-    EXPECT_THAT(Stored(DataSet()), ElementsAre(".1:"));
-    Camera().relays.banks = {{"BNK1", {}}, {"BNK2", {}}};
-    EXPECT_EQ(_provider.init_relayTable(true), 0);
-    EXPECT_THAT(Stored(DataSet()), ElementsAre(".1:"));
-}
-
-TEST_F(RelayTest, RefusedRegistrationIsReportedAndTriedAgainByTheNextBuild) {
-    Camera().relays.banks = {{"A", {true}}};
-    Agent().refusing = {"relayStatesTable"};
-    EXPECT_EQ(_provider.init_relayTable(false), -1);
-    EXPECT_EQ(journal::Logged(6).back(), "init_relayTable: Registration for Relay table OID not OK");
-    EXPECT_EQ(_provider.init_relayTable(true), -1);
-    EXPECT_THAT(journal::All("agent register"), SizeIs(2));
-
-    Agent().refusing.clear();
-    EXPECT_EQ(_provider.init_relayTable(true), 0);
-    EXPECT_EQ(journal::Logged(6).back(), "init_relayTable: Registration for Relay table OID OK");
-    EXPECT_THAT(Stored(DataSet()), ElementsAre(".1: octets 1 A, integer 4 0, integer 4 0 w"));
-    EXPECT_EQ(_provider.init_relayTable(true), 0);
-    EXPECT_THAT(journal::All("agent register"), SizeIs(3));
-}
-
 // --- reads of the table ---
-
-TEST_F(RelayTest, BankNameIsAnswered) {
-    BuildTwoBanks();
-    CellRequest request(1, 3);
-    EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
-    EXPECT_EQ(request.Type(), ASN_OCTET_STR);
-    EXPECT_THAT(request.Octets(), ElementsAre('B', 'N', 'K', '2'));
-    EXPECT_THAT(
-        journal::All(),
-        ElementsAreArray(Begun() + Lines{Place(3, 1), "log 6 handle_relayStates: table_info->colnum is 1", kDone}));
-}
-
-TEST_F(RelayTest, IdWithinTheBankIsAnsweredOnGetNextToo) {
-    BuildTwoBanks();
-    CellRequest request(2, 3);
-    request.WithRangeEnd({1, 3, 6});
-    EXPECT_EQ(Call(request, MODE_GETNEXT), SNMP_ERR_NOERROR);
-    EXPECT_EQ(request.Type(), ASN_INTEGER);
-    EXPECT_EQ(request.Integer(), 1);
-    EXPECT_THAT(Agent().answers, ElementsAre(Answer{ASN_INTEGER, 4}));
-    EXPECT_THAT(journal::All(),
-                ElementsAreArray(Begun(3, ".1.3.6") +
-                                 Lines{Place(3, 2), "log 6 handle_relayStates: table_info->colnum is 2", kDone}));
-}
-
-TEST_F(RelayTest, StateIsReadLive) {
-    BuildTwoBanks();
-    for (const bool state : {true, false}) {
-        Camera().relays.banks[1].second[0] = state;
-        journal::Clear();
-        CellRequest request(3, 2);
-        EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
-        EXPECT_EQ(request.Type(), ASN_INTEGER);
-        EXPECT_EQ(request.Integer(), state ? 1 : 0);
-        EXPECT_THAT(Agent().answers, ElementsAre(Answer{ASN_INTEGER, 4}));
-        EXPECT_THAT(journal::All(),
-                    ElementsAreArray(Begun() + Lines{Place(2, 3), "log 6 handle_relayStates: table_info->colnum is 3",
-                                                     "log 8 GetRelayState: Enter.", "call relay GetRelayState BNK2 0",
-                                                     "log 6 GetRelayState: bankName = BNK2 relayId=0 state=" +
-                                                         std::to_string(state ? 1 : 0),
-                                                     "log 8 GetRelayState: Done.", kDone}));
-    }
-}
-
-TEST_F(RelayTest, StateThatCannotBeReadIsAnsweredAsZeroWithoutAnError) {
-    BuildTwoBanks();
-    Camera().failing = {"relay.GetRelayState"};
-    CellRequest request(3, 1);  // stored as energised
-    EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
-    EXPECT_EQ(request.Type(), ASN_INTEGER);
-    EXPECT_EQ(request.Integer(), 0);
-    EXPECT_EQ(request.Mark(), 0);
-}
-
-TEST_F(RelayTest, FourthColumnIsLeftUnansweredAndOthersAreAnError) {
-    BuildTwoBanks();
-    CellRequest fourth(4, 1);
-    EXPECT_EQ(Call(fourth), SNMP_ERR_NOERROR);
-    EXPECT_EQ(fourth.Type(), ASN_NULL);
-    EXPECT_THAT(journal::Logged(3), IsEmpty());
-    for (const int column : {0, 5, 99}) {
-        journal::Clear();
-        CellRequest request(static_cast<oid>(column), 1);
-        EXPECT_EQ(Call(request), SNMP_ERR_GENERR);
-        EXPECT_EQ(request.Type(), ASN_NULL);
-        const auto number = std::to_string(column);
-        EXPECT_THAT(journal::All(),
-                    ElementsAreArray(Begun() + Lines{Place(1, column),
-                                                     "log 6 handle_relayStates: table_info->colnum is " + number,
-                                                     "log 3 handle_relayStates: unknown colnum (" + number + ")"}));
-    }
-}
 
 TEST_F(RelayTest, EveryRequestOfTheListIsAnsweredAndThoseWithoutARowAreSkipped) {
     BuildTwoBanks();
@@ -441,19 +157,6 @@ TEST_F(RelayTest, DifferentCountRebuildsListAndTableInEveryMode) {
                       "log 8 CreateRelayTable: Done.", "log 6 init_relayTable: deleting table to make new one",
                       "log 6 init_relayTable: making new relay table", Place(9, 3), kDone}));
     }
-}
-
-TEST_F(RelayTest, CountThatCannotBeReadRebuildsNothing) {
-    BuildTwoBanks();
-    Camera().relays.banks = {{"North", {true}}};
-    Camera().failing = {"relay.GetRelayCount"};
-    CellRequest request(1, 2);
-    EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
-    EXPECT_THAT(request.Octets(), ElementsAre('B', 'N', 'K', '2'));
-    EXPECT_THAT(List(), SizeIs(3));
-    EXPECT_THAT(journal::All("call"), ElementsAre("call relay GetRelayCount"));
-    EXPECT_THAT(journal::Logged(3), ElementsAre("Exception while GetRelayCount"));
-    EXPECT_THAT(journal::Logged(6), Contains("handle_relayStates: calling relayTable.size()..."));
 }
 
 // --- sets of the table ---
@@ -685,85 +388,6 @@ TEST_F(RelayTest, SetWhoseBanksCannotBeReadFailsBeforeItDrivesTheRelayOfAnEarlie
     request.WithInteger(1);
     EXPECT_EQ(Set(request), SNMP_ERR_GENERR);
     EXPECT_THAT(Driven(), IsEmpty());
-}
-
-// --- outputStatus ---
-
-class OutputStatusTest : public RelayTest {
-protected:
-    static int Call(SnmpRequest& request, int mode = MODE_GET) {
-        return request.Call(&OrvexSnmpRelay::handle_outputStatus, mode);
-    }
-    static Lines Read(const Lines& inBetween, const std::string& rangeEnd = "") {
-        return Lines{"log 6 handle_outputStatus: Enter.", "log 6 handle_outputStatus: Received OID " + rangeEnd,
-                     "log 8 GetRelayState: Enter.", "call relay GetRelayState BNK2 0"} +
-               inBetween + Lines{"log 6 handle_outputStatus: Done."};
-    }
-};
-
-TEST_F(OutputStatusTest, HasTheStateOfTheFirstRelayOfBnk2InBitZero) {
-    Camera().relays.banks = {{"BNK1", {false, false}}, {"BNK2", {true, false}}};
-    SnmpRequest request(OrvexSnmpOid::oid_outputStatus);
-    EXPECT_EQ(Call(request), SNMP_ERR_NOERROR);
-    EXPECT_EQ(request.Type(), ASN_OCTET_STR);
-    EXPECT_THAT(request.Octets(), ElementsAre(0x01));
-    EXPECT_THAT(
-        journal::All(),
-        ElementsAreArray(Read({"log 6 GetRelayState: bankName = BNK2 relayId=0 state=1", "log 8 GetRelayState: Done.",
-                               "log 6 handle_outputStatus: GetRelayState relayState=TRUE, RelayOne.outputStatus1=1"})));
-}
-
-TEST_F(OutputStatusTest, OfAReleasedRelayIsZero) {
-    Camera().relays.banks = {{"BNK2", {false}}};
-    SnmpRequest request(OrvexSnmpOid::oid_outputStatus);
-    request.WithRangeEnd({1, 3, 6});
-    EXPECT_EQ(Call(request, MODE_GETNEXT), SNMP_ERR_NOERROR);
-    EXPECT_THAT(request.Octets(), ElementsAre(0x00));
-    EXPECT_THAT(
-        journal::All(),
-        ElementsAreArray(Read({"log 6 GetRelayState: bankName = BNK2 relayId=0 state=0", "log 8 GetRelayState: Done.",
-                               "log 6 handle_outputStatus: GetRelayState relayState=FALSE, RelayOne.outputStatus1=0"},
-                              ".1.3.6")));
-}
-
-TEST_F(OutputStatusTest, RepeatsTheLastGoodValueAfterAFailure) {
-    Camera().relays.banks = {{"BNK2", {true}}};
-    Camera().failing = {"relay.GetRelayState"};
-    SnmpRequest first(OrvexSnmpOid::oid_outputStatus);
-    EXPECT_EQ(Call(first), SNMP_ERR_NOERROR);
-    EXPECT_THAT(first.Octets(), ElementsAre(0x00));
-    EXPECT_THAT(
-        journal::All(),
-        ElementsAreArray(Read({"log 3 GetRelayState:Exception while GetRelayState", "log 8 GetRelayState: Done.",
-                               "log 3 handle_outputStatus: GetRelayState(BNK2,0,FALSE)returned with "
-                               "exception"})));
-    Camera().failing.clear();
-    SnmpRequest good(OrvexSnmpOid::oid_outputStatus);
-    Call(good);
-    Camera().failing = {"relay.GetRelayState"};
-    SnmpRequest bad(OrvexSnmpOid::oid_outputStatus);
-    EXPECT_EQ(Call(bad), SNMP_ERR_NOERROR);
-    EXPECT_THAT(bad.Octets(), ElementsAre(0x01));
-    Camera().failing.clear();
-    Camera().relays.banks[0].second[0] = false;
-    SnmpRequest again(OrvexSnmpOid::oid_outputStatus);
-    Call(again);
-    EXPECT_THAT(again.Octets(), ElementsAre(0x00));
-}
-
-TEST_F(OutputStatusTest, RefusesEveryOtherMode) {
-    Camera().relays.banks = {{"BNK2", {true}}};
-    for (const int mode :
-         {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_COMMIT, MODE_SET_FREE, MODE_SET_UNDO, 77}) {
-        journal::Clear();
-        SnmpRequest request(OrvexSnmpOid::oid_outputStatus);
-        request.WithOctets({0x55});
-        EXPECT_EQ(Call(request, mode), SNMP_ERR_GENERR);
-        EXPECT_THAT(request.Octets(), ElementsAre(0x55));
-        EXPECT_THAT(journal::All(),
-                    ElementsAre("log 6 handle_outputStatus: Enter.",
-                                "log 3 handle_outputStatus: unknown mode (" + std::to_string(mode) + ")"));
-    }
 }
 
 // --- outputControl ---
@@ -1009,19 +633,6 @@ TEST_F(RelayTest, SetWhoseRowIsAwayInAPhaseDrivesNothingThatAnEarlierSetHasLeft)
     }
 }
 
-TEST_F(RelayTest, WhatWasReadIsHandedOutAfterTheSuccessWasLogged) {
-    Camera().relays.banks = {{"North", {true}}};
-    Camera().failing = {"log 6 GetRelayCount: count=1", "log 6 GetRelayState: bankName = North relayId=0 state=1"};
-    int count = -5;
-    bool state = false;
-    EXPECT_EQ(_provider.GetRelayCount(count), -1);
-    EXPECT_EQ(_provider.GetRelayState("North", 0, state), -1);
-    EXPECT_EQ(count, -5);
-    EXPECT_FALSE(state);
-    EXPECT_THAT(journal::Logged(3),
-                ElementsAre("Exception while GetRelayCount", "GetRelayState:Exception while GetRelayState"));
-}
-
 TEST_F(RelayTest, ABulkRequestIsAnUnknownMode) {
     BuildTwoBanks();
     CellRequest cell(3, 1);
@@ -1116,25 +727,25 @@ TEST_F(RelayTest, AReadThatTheAgentHasAnsweredIsLeftAlone) {
 
 // --- what the two scalars store ---
 
-TEST_F(OutputStatusTest, KeepsItsOctetOverEveryFailureAndWhateverIsControlled) {
+TEST_F(RelayTest, OutputStatusKeepsItsOctetOverEveryFailureAndWhateverIsControlled) {
     Camera().relays.banks = {{"BNK2", {true}}};
     SnmpRequest good(OrvexSnmpOid::oid_outputStatus);
-    Call(good);
+    CallStatus(good);
     Camera().failing = {"relay.GetRelayState"};
     for (int failure = 0; failure < 3; ++failure) {
         SnmpRequest control(OrvexSnmpOid::oid_outputControl);
         control.WithOctets({0x01, 0x00}).Set(&OrvexSnmpRelay::handle_outputControl);
         SnmpRequest bad(OrvexSnmpOid::oid_outputStatus);
-        EXPECT_EQ(Call(bad), SNMP_ERR_NOERROR);
+        EXPECT_EQ(CallStatus(bad), SNMP_ERR_NOERROR);
         EXPECT_THAT(bad.Octets(), ElementsAre(0x01));
     }
     Camera().failing.clear();
     Camera().relays.banks[0].second[0] = false;
     SnmpRequest released(OrvexSnmpOid::oid_outputStatus);
-    Call(released);
+    CallStatus(released);
     Camera().failing = {"relay.GetRelayState"};
     SnmpRequest bad(OrvexSnmpOid::oid_outputStatus);
-    Call(bad);
+    CallStatus(bad);
     EXPECT_THAT(bad.Octets(), ElementsAre(0x00));
 }
 

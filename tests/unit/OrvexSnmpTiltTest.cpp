@@ -1,18 +1,11 @@
-#include <cstring>
-
 #include "motion/OrvexSnmpTilt.h"
 #include "support/CameraTest.h"
 
 namespace {
 
-const CameraObject kPosition{"positionTilt"};
-
-class TiltTest : public ProviderTest<OrvexSnmpTilt> {
+class TiltTest : public MotionTest<OrvexSnmpTilt> {
 protected:
-    int Command(const std::vector<u_char>& octets) {
-        journal::Clear();
-        return Commit(kPosition, octets);
-    }
+    TiltTest() : MotionTest("positionTilt") {}
 };
 
 using TiltConstructionTest = ModuleTest;
@@ -21,10 +14,6 @@ TEST_F(TiltConstructionTest, MakesItsClientBeforeItTracesAndDeletesIt) {
     // The journal names the client by its axis.
     EXPECT_THAT(MadeAndUnmade<OrvexSnmpTilt>(), ElementsAre("bus CreateClient tilt", "8 OrvexSnmpTilt: Enter",
                                                             "8 OrvexSnmpTilt: Done.", "bus DeleteClient tilt"));
-}
-
-TEST_F(TiltConstructionTest, ComesToNothingWithoutItsClient) {
-    ExpectNoProviderWithout<OrvexSnmpTilt>("tilt");
 }
 
 TEST_F(TiltTest, EveryWrapperLogsCallsAndReportsFailure) {
@@ -37,64 +26,25 @@ TEST_F(TiltTest, EveryWrapperLogsCallsAndReportsFailure) {
          [](const OrvexSnmpTilt& tilt) { return tilt.SetPosition(22500); },
          {"6 SetPosition: NTCIP position 22500, tavosposition -45000"},
          {"call tilt SetPosition -45000 300"},
-         "6 SetPosition=(-45000,300)",
-         "tilt.SetPosition",
-         "Exception while SetPosition"},
+         "6 SetPosition=(-45000,300)"},
         {"SetPositionAtSpeed",
          [](const OrvexSnmpTilt& tilt) { return tilt.SetPositionAtSpeed(22500, 127); },
          {"6 SetPositionAtSpeed: NTCIP speed 127, tavosSpeed 1.000000",
           "6 SetPositionAtSpeed: NTCIP position 22500, tavosposition -45000"},
          {"call tilt SetPositionAtSpeed -45000 1 300"},
-         "6 SetPositionAtSpeed(22500,1.000000, 300)",
-         "tilt.SetPositionAtSpeed",
-         "Exception while SetPositionAtSpeed"},
-        {"GetPosition",
-         Reads(&OrvexSnmpTilt::GetPosition, static_cast<unsigned>(-45000)),
-         {},
-         {"call tilt GetPosition"},
-         "6 currentTilt=-45000",
-         "tilt.GetPosition",
-         "Exception while GetPosition"},
+         "6 SetPositionAtSpeed(22500,1.000000, 300)"},
+        Getter("GetPosition", &OrvexSnmpTilt::GetPosition, static_cast<unsigned>(-45000), "tilt",
+               "6 currentTilt=-45000"),
         {"SetRelativeVelocity",
          [](const OrvexSnmpTilt& tilt) { return tilt.SetRelativeVelocity(-127); },
          {"6 SetRelativeVelocity: NTCIP speed -127, tavosSpeed -1.000000"},
          {"call tilt SetRelativeVelocity -1 300"},
-         "6 SetRelativeVelocity(-1.000000,300)",
-         "tilt.SetRelativeVelocity",
-         "Exception while SetRelativeVelocity"},
-        {"GetRelativeVelocity",
-         Reads(&OrvexSnmpTilt::GetRelativeVelocity, 0.5),
-         {},
-         {"call tilt GetRelativeVelocity"},
-         "6 velocity=0.500000",
-         "tilt.GetRelativeVelocity",
-         "Exception while GetRelativeVelocity"},
-        {"GetMinPosition",
-         Reads(&OrvexSnmpTilt::GetMinPosition, -90000),
-         {},
-         {"call tilt GetMinPosition"},
-         "6 topLimit=-90000",
-         "tilt.GetMinPosition",
-         "Exception while GetMinPosition"},
-        {"GetMaxPosition",
-         Reads(&OrvexSnmpTilt::GetMaxPosition, 45),
-         {},
-         {"call tilt GetMaxPosition"},
-         "6 bottomLimit=45",
-         "tilt.GetMaxPosition",
-         "Exception while GetMaxPosition"},
+         "6 SetRelativeVelocity(-1.000000,300)"},
+        Getter("GetRelativeVelocity", &OrvexSnmpTilt::GetRelativeVelocity, 0.5, "tilt", "6 velocity=0.500000"),
+        Getter("GetMinPosition", &OrvexSnmpTilt::GetMinPosition, -90000, "tilt", "6 topLimit=-90000"),
+        Getter("GetMaxPosition", &OrvexSnmpTilt::GetMaxPosition, 45, "tilt", "6 bottomLimit=45"),
     };
     for (const auto& wrapper : wrappers) ExpectProtocol(_provider, wrapper);
-}
-
-TEST_F(TiltTest, TheSpeedBelowMinus127IsRefusedBeforeThePositionIsLookedAt) {
-    EXPECT_EQ(_provider.SetPositionAtSpeed(36000, -128), -1);
-    EXPECT_THAT(Done(), ElementsAre("8 SetPositionAtSpeed: Enter.",
-                                    "6 SetPositionAtSpeed: NTCIP speed -128 outside range of -127 to +127"));
-    journal::Clear();
-    EXPECT_EQ(_provider.SetRelativeVelocity(-128), -1);
-    EXPECT_THAT(Done(), ElementsAre("8 SetRelativeVelocity: Enter.",
-                                    "6 SetRelativeVelocity: NTCIP speed -128 outside range of -127 to +127"));
 }
 
 TEST_F(TiltTest, PositionsOfAWholeTurnAreRefusedWithoutACallOrAnExitTrace) {
@@ -150,51 +100,6 @@ TEST_F(TiltTest, AbsoluteCommandsReachTheWholeCircle) {
     EXPECT_THAT(journal::Calls(), ElementsAre("tilt SetPositionAtSpeed -10 -1 300"));
 }
 
-TEST_F(TiltTest, AbsoluteCommandsOfAWholeTurnAreRefused) {
-    EXPECT_EQ(Command({2, 0, 0x8C, 0xA0}), SNMP_ERR_GENERR);
-    EXPECT_EQ(Done(),
-              Handled("handle_positionTilt", {"6 handle_positionTilt: absolute tilt (2)",
-                                              "3 handle_positionTilt: absolute tilt position=36000 outside range"}));
-    EXPECT_EQ(Command({2, 0x80, 0xFF, 0xFF}), SNMP_ERR_GENERR);
-    EXPECT_THAT(journal::Logged(3), ElementsAre("handle_positionTilt: absolute tilt position=65535 outside range"));
-    EXPECT_THAT(journal::Calls(), IsEmpty());
-}
-
-TEST_F(TiltTest, StopCommandsVelocityZero) {
-    EXPECT_EQ(Command({0, 0, 0x12, 0x34}), SNMP_ERR_NOERROR);
-    EXPECT_EQ(
-        Done(),
-        Handled("handle_positionTilt",
-                {"6 handle_positionTilt: stop tilt (0)", "8 SetRelativeVelocity: Enter.",
-                 "6 SetRelativeVelocity: NTCIP speed 0, tavosSpeed 0.000000", "call tilt SetRelativeVelocity 0 300",
-                 "6 SetRelativeVelocity: SetRelativeVelocity(0.000000,300)", "8 SetRelativeVelocity: Done."}));
-}
-
-TEST_F(TiltTest, StopWithASpeedIsRefusedWithTheSignedSpeed) {
-    EXPECT_EQ(Command({0, 1, 0, 0}), SNMP_ERR_GENERR);
-    EXPECT_EQ(Done(), Handled("handle_positionTilt", {"6 handle_positionTilt: stop tilt (0)",
-                                                      "3 handle_positionTilt: stop tilt speed not zero(1)"}));
-    EXPECT_EQ(Command({0, 0xFF, 0, 0}), SNMP_ERR_GENERR);
-    EXPECT_THAT(journal::Logged(3), ElementsAre("handle_positionTilt: stop tilt speed not zero(-1)"));
-}
-
-TEST_F(TiltTest, ContinuousCommandsTheVelocityAndLogsTheModeAsTilt) {
-    EXPECT_EQ(Command({3, 0xF6, 0xFF, 0xFF}), SNMP_ERR_NOERROR);
-    EXPECT_EQ(Done(),
-              Handled("handle_positionTilt",
-                      {"6 handle_positionTilt: continuous tilt=3, speed=-10", "8 SetRelativeVelocity: Enter.",
-                       "6 SetRelativeVelocity: NTCIP speed -10, tavosSpeed -0.078740",
-                       journal::Join("call tilt SetRelativeVelocity", -10 / 127.0, 300),
-                       "6 SetRelativeVelocity: SetRelativeVelocity(-0.078740,300)", "8 SetRelativeVelocity: Done."}));
-}
-
-TEST_F(TiltTest, ContinuousAtMinus128IsDroppedWithoutAnError) {
-    EXPECT_EQ(Command({3, 0x80, 0, 0}), SNMP_ERR_NOERROR);
-    EXPECT_EQ(Done(), Handled("handle_positionTilt",
-                              {"6 handle_positionTilt: continuous tilt=3, speed=-128", "8 SetRelativeVelocity: Enter.",
-                               "6 SetRelativeVelocity: NTCIP speed -128 outside range of -127 to +127"}));
-}
-
 TEST_F(TiltTest, AnUnknownModeIsReportedByItself) {
     EXPECT_EQ(Command({7, 0, 0, 0}), SNMP_ERR_GENERR);
     EXPECT_EQ(Done(), Handled("handle_positionTilt", {"3 handle_positionTilt: unknown tilt mode (7)"}));
@@ -216,44 +121,6 @@ TEST_F(TiltTest, DeltaLogsEveryStepInOrder) {
                        "6 SetPositionAtSpeed: SetPositionAtSpeed(5000,0.039370, 300)", "8 SetPositionAtSpeed: Done."}));
 }
 
-struct Step {
-    int from;  ///< platform units
-    int position;
-    int speed;
-    int logged;  ///< NTCIP
-    int sent;    ///< platform units
-};
-
-TEST_F(TiltTest, DeltaTakesThePlatformsAngleForAnNtcipPosition) {
-    const Step steps[] = {
-        {45000, 1000, 10, 5500, 55000},
-        {45009, 1000, 0, 5500, 55000},
-        {5000, 1000, -10, -500, -365000},
-        {45000, 4500, 1, 9000, 0},
-        {45000, 22500, 1, 27000, -90000},
-        {45000, 31499, 1, 35999, -10},
-        {45000, 31500, 1, 36000, 0},
-        {45000, 4500, -1, 0, 0},
-        {0, 0, -1, 0, 0},
-        {0, 65535, 127, 65535, -64650},
-        {0, 65535, -127, -65535, -1015350},
-    };
-    for (const auto& step : steps) {
-        SCOPED_TRACE(journal::Join(step.from, step.position, step.speed));
-        Camera().answers["tilt.GetPosition"] = static_cast<std::uint32_t>(step.from);
-        EXPECT_EQ(Command({1, static_cast<u_char>(step.speed & 0xFF), static_cast<u_char>(step.position / 256),
-                           static_cast<u_char>(step.position % 256)}),
-                  SNMP_ERR_NOERROR);
-        const std::string direction = step.speed < 0 ? "downward" : "upward";
-        EXPECT_THAT(journal::Logged(6),
-                    Contains("handle_positionTilt: tilt " + direction + ",speed=" + std::to_string(step.speed) +
-                             ",new tilt=" + std::to_string(step.logged)));
-        EXPECT_THAT(journal::Calls(),
-                    ElementsAre("tilt GetPosition",
-                                journal::Join("tilt SetPositionAtSpeed", step.sent, step.speed / 127.0, 300)));
-    }
-}
-
 TEST_F(TiltTest, EveryDeltaFromAnAngleBelowZeroIsRefusedWithoutAnError) {
     for (const int angle : {-90000, -45000, -1}) {
         for (const int speed : {10, -10}) {
@@ -271,30 +138,6 @@ TEST_F(TiltTest, EveryDeltaFromAnAngleBelowZeroIsRefusedWithoutAnError) {
                                     " outside NTCIP range of 0 - 35999"));
         }
     }
-}
-
-TEST_F(TiltTest, DeltaIsDroppedWhenThePositionCannotBeRead) {
-    for (const auto thrown : kEveryThrow) {
-        Fail("tilt.GetPosition", thrown);
-        EXPECT_EQ(Command({1, 10, 1, 0}), SNMP_ERR_NOERROR);
-        EXPECT_EQ(Done(), Handled("handle_positionTilt",
-                                  {"6 handle_positionTilt: delta tilt (1)", "8 GetPosition: Enter.",
-                                   "call tilt GetPosition", "3 Exception while GetPosition", "8 GetPosition: Done."}));
-    }
-}
-
-TEST_F(TiltTest, TheLastCommandIsKeptInTheOrderOfItsOctets) {
-    EXPECT_EQ(_provider.GetLastTilt(), 0);
-    Command({2, 0x40, 0x46, 0x50});
-    const int last = _provider.GetLastTilt();
-    u_char octets[4];
-    std::memcpy(octets, &last, sizeof octets);
-    EXPECT_THAT(octets, ElementsAre(2, 0x40, 0x46, 0x50));
-
-    _provider.SetLastTilt(0);
-    SnmpRequest request(OrvexSnmpOid::oid_positionTilt);
-    request.Call(OrvexSnmpTilt::handle_positionTilt, MODE_GET);
-    EXPECT_THAT(request.Octets(), ElementsAre(0, 0, 0, 0));
 }
 
 }  // namespace

@@ -7,20 +7,13 @@
 
 namespace {
 
-const CameraObject kPosition{"positionZoomLens"};
-
-class ZoomTest : public ProviderTest<OrvexSnmpZoom> {
+class ZoomTest : public MotionTest<OrvexSnmpZoom> {
 protected:
-    int Command(const std::vector<u_char>& octets) {
-        journal::Clear();
-        return Commit(kPosition, octets);
-    }
+    ZoomTest() : MotionTest("positionZoomLens") {}
 
     /// Sends a delta or an absolute command with the speed and position; returns the resulting call of the service.
     std::string Requested(int mode, int speed, int position) {
-        EXPECT_EQ(Command({static_cast<u_char>(mode), static_cast<u_char>(speed & 0xFF),
-                           static_cast<u_char>(position / 256), static_cast<u_char>(position % 256)}),
-                  SNMP_ERR_NOERROR);
+        EXPECT_EQ(Command(mode, speed, position), SNMP_ERR_NOERROR);
         return journal::Calls().back();
     }
 };
@@ -30,22 +23,6 @@ using ZoomConstructionTest = ModuleTest;
 TEST_F(ZoomConstructionTest, TracesTheMakingOfItsClientAndDeletesIt) {
     EXPECT_THAT(MadeAndUnmade<OrvexSnmpZoom>(), ElementsAre("8 OrvexSnmpZoom: Enter", "bus CreateClient zoom",
                                                             "8 OrvexSnmpZoom: Done.", "bus DeleteClient zoom"));
-}
-
-TEST_F(ZoomConstructionTest, ComesToNothingWithoutItsClient) {
-    ExpectNoProviderWithout<OrvexSnmpZoom>("zoom");
-}
-
-/// A getter of the service; its wrapper, operation and log line have one name.
-Wrapper<OrvexSnmpZoom> Getter(const char* name, int (OrvexSnmpZoom::*getter)(unsigned&) const, unsigned value) {
-    const std::string operation = name;
-    return {name,
-            Reads(getter, value),
-            {},
-            {"call zoom " + operation},
-            "6 " + operation + "(" + std::to_string(static_cast<int>(value)) + ")",
-            "zoom." + operation,
-            "Exception while " + operation};
 }
 
 TEST_F(ZoomTest, EveryWrapperLogsCallsAndReportsFailure) {
@@ -58,27 +35,25 @@ TEST_F(ZoomTest, EveryWrapperLogsCallsAndReportsFailure) {
          [](const OrvexSnmpZoom& zoom) { return zoom.SetMagnificationThousandthsX(20000); },
          {},
          {"call zoom SetMagnificationThousandthsX 20000 300"},
-         "6 SetMagnificationThousandthsX(20000,300)",
-         "zoom.SetMagnificationThousandthsX",
-         "Exception while SetMagnificationThousandthsX"},
+         "6 SetMagnificationThousandthsX(20000,300)"},
         {"SetMaxMagnificationThousandthsX",
          [](const OrvexSnmpZoom& zoom) { return zoom.SetMaxMagnificationThousandthsX(12345); },
          {},
          {"call zoom SetMaxMagnificationThousandthsX 12345"},
-         "6 SetMaxMagnificationThousandthsX(12345)",
-         "zoom.SetMaxMagnificationThousandthsX",
-         "Exception while SetMaxMagnificationThousandthsX"},
-        Getter("GetMagnificationThousandthsX", &OrvexSnmpZoom::GetMagnificationThousandthsX, 1234),
-        Getter("GetMaxMagnificationThousandthsX", &OrvexSnmpZoom::GetMaxMagnificationThousandthsX, 0xFFFFFFFF),
-        Getter("GetMaxDigitalMagnificationThousandthsX", &OrvexSnmpZoom::GetMaxDigitalMagnificationThousandthsX, 12000),
-        Getter("GetMaxOpticalMagnificationThousandthsX", &OrvexSnmpZoom::GetMaxOpticalMagnificationThousandthsX, 35000),
+         "6 SetMaxMagnificationThousandthsX(12345)"},
+        Getter("GetMagnificationThousandthsX", &OrvexSnmpZoom::GetMagnificationThousandthsX, 1234, "zoom",
+               "6 GetMagnificationThousandthsX(1234)"),
+        Getter("GetMaxMagnificationThousandthsX", &OrvexSnmpZoom::GetMaxMagnificationThousandthsX, 0xFFFFFFFF, "zoom",
+               "6 GetMaxMagnificationThousandthsX(-1)"),
+        Getter("GetMaxDigitalMagnificationThousandthsX", &OrvexSnmpZoom::GetMaxDigitalMagnificationThousandthsX, 12000,
+               "zoom", "6 GetMaxDigitalMagnificationThousandthsX(12000)"),
+        Getter("GetMaxOpticalMagnificationThousandthsX", &OrvexSnmpZoom::GetMaxOpticalMagnificationThousandthsX, 35000,
+               "zoom", "6 GetMaxOpticalMagnificationThousandthsX(35000)"),
         {"ZoomRelative",
          [](const OrvexSnmpZoom& zoom) { return zoom.ZoomRelative(-1); },
          {},
          {"call zoom ZoomRelative -1 300"},
-         "6 ZoomRelative(-1,300)",
-         "zoom.ZoomRelative",
-         "Exception while ZoomRelative"},
+         "6 ZoomRelative(-1,300)"},
     };
     for (const auto& wrapper : wrappers) ExpectProtocol(_provider, wrapper);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <sstream>
 #include <stdexcept>
 
 #include "lens/OrvexSnmpFocus.h"
@@ -73,10 +74,7 @@ inline Lines Done() {
 
 /// The given lines between the first and last lines of a handler's request without a range end.
 inline Lines Handled(const std::string& name, const Lines& between) {
-    Lines lines{"8 " + name + ": Enter.", "7 " + name + ": Received OID "};
-    lines.insert(lines.end(), between.begin(), between.end());
-    lines.push_back("8 " + name + ": Done.");
-    return lines;
+    return Lines{"8 " + name + ": Enter.", "7 " + name + ": Received OID "} + between + Lines{"8 " + name + ": Done."};
 }
 
 /// A wrapper of one service operation. The lines have the format of Done.
@@ -84,12 +82,22 @@ template <class Provider>
 struct Wrapper {
     const char* name;
     std::function<int(const Provider&)> call;
-    Lines before;           ///< after the entry, before the call
-    Lines calls;            ///< in full: "call pan GetPosition"
-    std::string success;    ///< without the name: "6 currentPosition=5"
-    std::string operation;  ///< the call that fails: "pan.GetPosition"
-    std::string failure;    ///< without its level
+    Lines before;              ///< after the entry, before the call
+    Lines calls;               ///< in full: "call pan GetPosition"; the last one is tried with a failing service
+    std::string success;       ///< without the name: "6 currentPosition=5"
+    std::string failing = {};  ///< what the Error line names, where that is not the wrapper
 };
+
+/// What FakeCamera::failing calls a line of the journal: "pan.GetPosition" for "call pan GetPosition".
+inline std::string OperationOf(const std::string& line) {
+    std::istringstream words(line);
+    std::string service;
+    std::string operation;
+    words >> service;
+    if (service == "call") words >> service;
+    words >> operation;
+    return service + "." + operation;
+}
 
 /// Calls a getter; expects `value` after a success and an unchanged argument after a failure.
 template <class Provider, class Value>
@@ -103,40 +111,40 @@ std::function<int(const Provider&)> Reads(int (Provider::*getter)(Value&) const,
     };
 }
 
+/// The wrapper of an operation that reads one value; both have one name.
+template <class Provider, class Value>
+Wrapper<Provider> Getter(const char* name, int (Provider::*getter)(Value&) const, std::common_type_t<Value> value,
+                         const std::string& service, const std::string& success) {
+    return {name, Reads(getter, value), {}, {"call " + service + " " + name}, success};
+}
+
 /// Checks a wrapper's lines, calls and result, in order: with a service that works, with services that throw anything,
 /// and with a logger that throws at the success line.
 template <class Provider>
 void ExpectProtocol(const Provider& provider, const Wrapper<Provider>& wrapper) {
     SCOPED_TRACE(wrapper.name);
     const std::string name = wrapper.name;
-    Lines begun{"8 " + name + ": Enter."};
-    begun.insert(begun.end(), wrapper.before.begin(), wrapper.before.end());
-    begun.insert(begun.end(), wrapper.calls.begin(), wrapper.calls.end());
+    const Lines begun = Lines{"8 " + name + ": Enter."} + wrapper.before + wrapper.calls;
+    const std::string success = wrapper.success.substr(0, 2) + name + ": " + wrapper.success.substr(2);
+    const Lines failure{"3 Exception while " + (wrapper.failing.empty() ? name : wrapper.failing),
+                        "8 " + name + ": Done."};
     journal::Clear();
     EXPECT_EQ(wrapper.call(provider), 0);
-    Lines worked = begun;
-    worked.push_back(wrapper.success.substr(0, 2) + name + ": " + wrapper.success.substr(2));
-    worked.push_back("8 " + name + ": Done.");
-    EXPECT_EQ(Done(), worked);
+    EXPECT_EQ(Done(), begun + Lines{success, "8 " + name + ": Done."});
 
-    Lines failed = begun;
-    failed.push_back("3 " + wrapper.failure);
-    failed.push_back("8 " + name + ": Done.");
     for (const auto thrown : kEveryThrow) {
         SCOPED_TRACE(static_cast<int>(thrown));
-        Fail(wrapper.operation, thrown);
+        Fail(OperationOf(wrapper.calls.back()), thrown);
         journal::Clear();
         EXPECT_EQ(wrapper.call(provider), -1);
-        EXPECT_EQ(Done(), failed);
+        EXPECT_EQ(Done(), begun + failure);
     }
 
-    const auto& success = worked[worked.size() - 2];
-    failed.insert(failed.end() - 2, success);
     Camera().failing.clear();
     Fail("log " + success, Thrown::kInt);
     journal::Clear();
     EXPECT_EQ(wrapper.call(provider), -1);
-    EXPECT_EQ(Done(), failed);
+    EXPECT_EQ(Done(), begun + Lines{success} + failure);
     Camera().failing.clear();
 }
 
@@ -188,6 +196,26 @@ inline int Commit(const CameraObject& object, const std::vector<u_char>& octets)
     request.WithOctets(octets);
     return request.Call(object.handler, MODE_SET_COMMIT);
 }
+
+/// A test of the provider of one motion object.
+template <class Provider>
+class MotionTest : public ProviderTest<Provider> {
+protected:
+    explicit MotionTest(const char* object) : _object(object) {}
+
+    /// Commits a SET; the journal then has only what it did.
+    static int Command(const std::vector<u_char>& octets, const CameraObject& object) {
+        journal::Clear();
+        return Commit(object, octets);
+    }
+    int Command(const std::vector<u_char>& octets) { return Command(octets, _object); }
+    int Command(int mode, int speed, int position) {
+        return Command({static_cast<u_char>(mode), static_cast<u_char>(speed & 0xFF),
+                        static_cast<u_char>(position / 256), static_cast<u_char>(position % 256)});
+    }
+
+    const CameraObject _object;
+};
 
 /// Request modes that are neither GET, GETNEXT nor a phase of a SET.
 constexpr int kUnknownModes[] = {-1, 6, 100, 159, 162, MODE_GETBULK, 255};

@@ -29,6 +29,11 @@ protected:
 };
 
 using journal::Lines;
+inline Lines operator+(Lines first, const Lines& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;

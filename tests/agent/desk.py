@@ -45,16 +45,24 @@ def await_until(condition, what, seconds=15.0):
         time.sleep(0.02)
 
 
-def free_udp_port():
+def free_port(kind):
     """A free port, below the range from which the kernel gives ports to clients."""
     while True:
         port = random.randint(20000, 32000)
-        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+        with socket.socket(socket.AF_INET, kind) as probe:
             try:
                 probe.bind(("127.0.0.1", port))
                 return port
             except OSError:
                 continue
+
+
+def free_udp_port():
+    return free_port(socket.SOCK_DGRAM)
+
+
+def free_tcp_port():
+    return free_port(socket.SOCK_STREAM)
 
 
 def sanitizer_runtime():
@@ -86,6 +94,7 @@ class Desk:
             ASAN_OPTIONS="detect_leaks=0:abort_on_error=1:log_path=stderr",
             UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1",
         )
+        self.dome_options = []
         self.processes = {}  # in the order of their start
 
     def __enter__(self):
@@ -105,8 +114,15 @@ class Desk:
         self._await("bus", lambda: self.output("bus"))
 
     def start_dome(self):
-        self._launch("dome", [BUILD / "bin" / "orvex-dome", "--state", self.state])
+        self.launch_dome()
         self._await("dome", lambda: "ready" in self.output("dome").splitlines())
+
+    def launch_dome(self):
+        """Starts the dome without waiting for it."""
+        self._launch("dome", self.dome_command())
+
+    def dome_command(self):
+        return [BUILD / "bin" / "orvex-dome", "--state", self.state, *self.dome_options]
 
     def start_agent(self):
         self.launch_agent()

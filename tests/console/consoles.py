@@ -4,23 +4,10 @@ import contextlib
 import http.client
 import json
 import math
-import random
 import socket
 import time
 
-from desk import BUILD, Desk
-
-
-def free_tcp_port():
-    """A free port, below the range from which the kernel gives ports to clients."""
-    while True:
-        port = random.randint(20000, 32000)
-        with socket.socket() as probe:
-            try:
-                probe.bind(("127.0.0.1", port))
-                return port
-            except OSError:
-                continue
+from desk import Desk, free_tcp_port
 
 
 class Answer:
@@ -37,15 +24,7 @@ class ConsoleDesk(Desk):
     def __init__(self):
         super().__init__()
         self.console_port = free_tcp_port()
-        self.console_options = ["--console-port", self.console_port, "--agent-port", self.port]
-
-    def start_dome(self):
-        self.launch_dome()
-        self._await("dome", lambda: "ready" in self.output("dome").splitlines())
-
-    def launch_dome(self):
-        """Starts the dome without waiting for it."""
-        self._launch("dome", [BUILD / "bin" / "orvex-dome", "--state", self.state, *self.console_options])
+        self.dome_options = ["--console-port", self.console_port, "--agent-port", self.port]
 
     @property
     def url(self):

@@ -81,7 +81,7 @@ def test_an_agent_that_hangs(camera):
 
 
 def test_without_the_agents_port_nothing_is_probed(desk):
-    desk.console_options = desk.console_options[:2]
+    desk.dome_options = desk.dome_options[:2]
     desk.start()
     with desk.events() as events:
         hello = events.next("hello")

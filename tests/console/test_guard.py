@@ -137,7 +137,7 @@ def test_requests_on_one_connection(camera):
 
 
 def test_without_a_port_there_is_no_console(desk):
-    desk.console_options = ["--console-port", 0]
+    desk.dome_options = ["--console-port", 0]
     desk.start_bus()
     desk.start_dome()
     with pytest.raises(ConnectionRefusedError):
@@ -161,7 +161,7 @@ def test_a_taken_port_is_reported(desk):
 
 @pytest.mark.parametrize("options", [["--console-port", "65536"], ["--console-port", "-1"], ["--console-port", "x"], ["--agent-port", ""]], ids=" ".join)
 def test_wrong_options(desk, options):
-    desk.console_options = options
+    desk.dome_options = options
     desk.start_bus()
     desk.launch_dome()
     assert desk.processes.pop("dome").wait(20) == 2
@@ -169,7 +169,7 @@ def test_wrong_options(desk, options):
 
 
 def test_an_invalid_address(desk):
-    desk.console_options += ["--console-address", "localhost"]
+    desk.dome_options += ["--console-address", "localhost"]
     desk.start_bus()
     desk.launch_dome()
     assert desk.processes.pop("dome").wait(20) == 1
@@ -178,7 +178,7 @@ def test_an_invalid_address(desk):
 
 
 def test_another_address_on_request(desk):
-    desk.console_options += ["--console-address", "0.0.0.0"]
+    desk.dome_options += ["--console-address", "0.0.0.0"]
     desk.start_bus()
     desk.start_dome()
     assert desk.get("/api/state", Host="192.0.2.7:8205").status == 200, "any numeric host is accepted"

@@ -395,7 +395,7 @@ def test_an_agent_that_does_not_answer_is_named(camera, page):
 
 
 def test_without_the_agents_port_the_page_is_live(desk, browser):
-    desk.console_options = desk.console_options[:2]
+    desk.dome_options = desk.dome_options[:2]
     desk.start_bus()
     desk.start_dome()
     browser.open(desk)

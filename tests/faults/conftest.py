@@ -1,12 +1,6 @@
 import os
-import pathlib
-import sys
 
 import pytest
-
-sys.path[:0] = [str(pathlib.Path(__file__).parents[1] / "agent"), str(pathlib.Path(__file__).parent)]
-
-import desk as desks  # noqa: E402
 
 
 @pytest.fixture
@@ -24,18 +18,10 @@ def undisturbed():
 
 
 @pytest.fixture
-def desk():
-    """A desk camera of this test, not started yet."""
-    with desks.Desk() as desk:
-        yield desk
-
-
-@pytest.fixture
-def started():
+def started(desk):
     """A running desk camera of this test."""
-    with desks.Desk() as desk:
-        desk.start()
-        yield desk
+    desk.start()
+    return desk
 
 
 @pytest.fixture

@@ -7,26 +7,12 @@ import time
 import pytest
 
 import ber
-import desk as desks
 from desk import AGENT, ManagerOf
 from expected_tree import OID, ROWS, SUBTREES
 from watching import times
 
 POSITIONS = ["positionPan", "positionTilt", "positionZoomLens", "positionFocusLens", "positionIrisLens"]
 DEADLINE = 0.5
-
-
-@pytest.fixture(scope="module")
-def running():
-    with desks.Desk() as desk:
-        desk.start()
-        yield desk
-
-
-@pytest.fixture
-def manager(running):
-    with ManagerOf(running) as manager:
-        yield manager
 
 
 def parts(oid):

@@ -1,20 +1,15 @@
-import pathlib
-import sys
-
 import pytest
 
-sys.path[:0] = [str(pathlib.Path(__file__).parents[1] / "agent"), str(pathlib.Path(__file__).parent)]
-
-import ber  # noqa: E402
-import desk as desks  # noqa: E402
-from expected_tree import OID  # noqa: E402
-from managers import MANAGERS, manager  # noqa: E402
+import ber
+from desk import ManagerOf
+from expected_tree import OID
+from managers import MANAGERS, manager
 
 
 @pytest.fixture(scope="session")
-def running():
+def running(desk_class):
     """One running desk camera for the tests of all managers."""
-    with desks.Desk() as desk:
+    with desk_class() as desk:
         desk.start()
         desk.domectl("clock", "rate", 100)  # moves end at once
         yield desk
@@ -23,7 +18,7 @@ def running():
 @pytest.fixture
 def camera(running):
     """The running desk camera with its pan at rest, no pan command stored and an empty call log."""
-    with desks.ManagerOf(running) as plain:
+    with ManagerOf(running) as plain:
         assert plain.set((OID["positionPan"], ber.OCTET_STRING, bytes(4))).error_status == ber.NO_ERROR
     running.domectl("set", "pan", 0)
     running.clear_calls()

@@ -9,7 +9,7 @@ import urllib.request
 import pytest
 
 import documentation
-from desk import BUILD, SYS_UP_TIME, Desk, ManagerOf, await_until
+from desk import BUILD, SYS_UP_TIME, Desk, ManagerOf, await_until, free_tcp_port
 from expected_tree import CCTV, OID, POINTS, ROWS, SUBTREES
 from managers import user_of_3
 from test_mibs import name_of
@@ -17,12 +17,6 @@ from test_mibs import name_of
 CONFIGURATION = BUILD / "packaging" / "prometheus" / "snmp.yml"
 COMMAND = documentation.command("prometheus-snmp-exporter")
 SENSORS = ["temperature", "power", "voltage"]
-
-
-def free_tcp_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 class Exporter:

@@ -81,10 +81,8 @@ class PolicedDesk(Desk):
         text = re.sub("<listen>.*?</listen>", f"<listen>unix:path={self.state}/bus.sock</listen>", text)
         return re.sub("<includedir>system.d</includedir>", f"<include>{self.state}/policy.conf</include>", text)
 
-    def start_dome(self):
-        command = [self.state / "programs" / "bin" / "orvex-dome", "--state", self.state]
-        self._launch("dome", as_user(DOME, *command, group=SETTINGS_GROUP))
-        self._await("dome", lambda: "ready" in self.output("dome").splitlines())
+    def dome_command(self):
+        return as_user(DOME, self.state / "programs" / "bin" / "orvex-dome", "--state", self.state, group=SETTINGS_GROUP)
 
     def agent_command(self):
         return as_user(AGENT, SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", *AGENT_PARTS, "-Le", group=SETTINGS_GROUP)

@@ -1,0 +1,43 @@
+"""The fixtures of every folder of tests. A folder with desk cameras of its own has a `desk_class` of its own."""
+
+import pathlib
+import sys
+
+import pytest
+
+HERE = pathlib.Path(__file__).parent
+sys.path[:0] = [str(HERE / folder) for folder in ("agent", "console", "faults", "managers", "packaging")]
+
+from desk import Desk, ManagerOf  # noqa: E402
+from tools import Tools  # noqa: E402
+
+
+@pytest.fixture(scope="session")
+def desk_class():
+    return Desk
+
+
+@pytest.fixture
+def desk(desk_class):
+    """A desk camera of this test, not started yet."""
+    with desk_class() as desk:
+        yield desk
+
+
+@pytest.fixture(scope="module")
+def running(desk_class):
+    """One running desk camera for all tests of a file."""
+    with desk_class() as desk:
+        desk.start()
+        yield desk
+
+
+@pytest.fixture
+def manager(running):
+    with ManagerOf(running) as manager:
+        yield manager
+
+
+@pytest.fixture
+def tools(running):
+    return Tools(running)

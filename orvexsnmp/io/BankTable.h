@@ -123,6 +123,8 @@ public:
     /// Registers the data set for `handler`. Returns the agent's answer, 0 for success.
     int Register(Netsnmp_Node_Handler* handler, const oid* tableId, std::size_t tableIdLength);
 
+    bool IsRegistered() const { return _registration != nullptr; }
+
     /// Unregisters and frees the data set. Create and Register may follow.
     void Unregister();
 

@@ -36,21 +36,18 @@ OrvexSnmpAlarm::OrvexSnmpAlarm(tavos::msgbus::MsgBus& bus) : _table(*this, "alar
 }
 
 int OrvexSnmpAlarm::GetAlarmCount(int& count) const {
-    constexpr auto kName = "GetAlarmCount";
-    return PlatformCall(*_logger, kName, "Exception while GetAlarmCount", [&] {
-        const int total = _client->GetAlarmCount();
-        _logger->Information("%s: count=%d", kName, total);
-        count = total;
-    });
+    return PlatformRead(
+        *_logger, "GetAlarmCount", "Exception while GetAlarmCount", count, [this] { return _client->GetAlarmCount(); },
+        [this](int total) { _logger->Information("GetAlarmCount: count=%d", total); });
 }
 
 int OrvexSnmpAlarm::GetAlarmState(const std::string& bank, int alarmId, bool& state) const {
-    constexpr auto kName = "GetAlarmState";
-    return PlatformCall(*_logger, kName, "GetAlarmState:Exception while GetAlarmState", [&] {
-        const bool active = _client->GetAlarmState(bank, alarmId);
-        _logger->Information("%s: bankName=%s alarmId=%d state=%d", kName, bank.c_str(), alarmId, active ? 1 : 0);
-        state = active;
-    });
+    return PlatformRead(
+        *_logger, "GetAlarmState", "GetAlarmState:Exception while GetAlarmState", state,
+        [&] { return _client->GetAlarmState(bank, alarmId); },
+        [&](bool on) {
+            _logger->Information("GetAlarmState: bankName=%s alarmId=%d state=%d", bank.c_str(), alarmId, on ? 1 : 0);
+        });
 }
 
 void OrvexSnmpAlarm::CreateAlarmTable(bool update) {
@@ -71,22 +68,16 @@ int OrvexSnmpAlarm::init_alarmTable(bool update) {
     if (update) snmp_log(LOG_DEBUG, "init_alarmTable deleting table to make new one\n");
     snmp_log(LOG_DEBUG, "init_alarmTable making new table\n");
     _table.Create();
-    if (_firstTime) {
+    if (!_table.IsRegistered()) {
         if (_table.Register(&OrvexSnmpAlarm::handle_alarmStates, OrvexSnmpOid::oid_alarm,
                             OID_LENGTH(OrvexSnmpOid::oid_alarm)) != 0) {
             snmp_log(LOG_INFO, "Registration for Alarm table OID not OK\n");
             return -1;
         }
         snmp_log(LOG_INFO, "Registration for Alarm table OID OK\n");
-        _firstTime = false;
     }
     _table.ReplaceRows(_list);
     return 0;
-}
-
-void OrvexSnmpAlarm::UnregisterTable() {
-    _table.Unregister();
-    _firstTime = true;
 }
 
 bool OrvexSnmpAlarm::BeginTableRequest(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {

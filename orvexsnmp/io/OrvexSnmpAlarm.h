@@ -32,7 +32,7 @@ public:
     int init_alarmTable(bool update);
 
     /// Unregisters the table; the next init_alarmTable registers it again.
-    void UnregisterTable();
+    void UnregisterTable() { _table.Unregister(); }
 
     static Netsnmp_Node_Handler handle_alarmStates;
     // The handlers of its objects.
@@ -45,6 +45,5 @@ private:
     std::unique_ptr<tavos::interfaces::IAlarmV3Provider> _client;
     BankList _list;
     BankTable _table;
-    bool _firstTime = true;
     std::uint8_t _inputStatus = 0;  ///< the last value that could be read
 };

@@ -15,12 +15,10 @@ OrvexSnmpPressure::OrvexSnmpPressure(tavos::msgbus::MsgBus& bus) {
 }
 
 int OrvexSnmpPressure::GetAlarmState(bool& state) const {
-    constexpr auto kName = "GetAlarmState";
-    return PlatformCall(*_logger, kName, "Exception while GetAlarmState", [&] {
-        const bool active = _client->GetAlarmState("BNK2", 0);
-        _logger->Information("%s: bankName=BNK2 alarmId=0 state=%d", kName, active ? 1 : 0);
-        state = active;
-    });
+    return PlatformRead(
+        *_logger, "GetAlarmState", "Exception while GetAlarmState", state,
+        [this] { return _client->GetAlarmState("BNK2", 0); },
+        [this](bool on) { _logger->Information("GetAlarmState: bankName=BNK2 alarmId=0 state=%d", on ? 1 : 0); });
 }
 
 int OrvexSnmpPressure::handle_alarmStatus(netsnmp_mib_handler*, netsnmp_handler_registration*,

@@ -55,21 +55,18 @@ OrvexSnmpRelay::OrvexSnmpRelay(tavos::msgbus::MsgBus& bus) : _table(*this, "rela
 }
 
 int OrvexSnmpRelay::GetRelayCount(int& count) const {
-    constexpr auto kName = "GetRelayCount";
-    return PlatformCall(*_logger, kName, "Exception while GetRelayCount", [&] {
-        const int total = _client->GetRelayCount();
-        _logger->Information("%s: count=%d", kName, total);
-        count = total;
-    });
+    return PlatformRead(
+        *_logger, "GetRelayCount", "Exception while GetRelayCount", count, [this] { return _client->GetRelayCount(); },
+        [this](int total) { _logger->Information("GetRelayCount: count=%d", total); });
 }
 
 int OrvexSnmpRelay::GetRelayState(const std::string& bank, int relayId, bool& state) const {
-    constexpr auto kName = "GetRelayState";
-    return PlatformCall(*_logger, kName, "GetRelayState:Exception while GetRelayState", [&] {
-        const bool energised = _client->GetRelayState(bank, relayId);
-        _logger->Information("%s: bankName = %s relayId=%d state=%d", kName, bank.c_str(), relayId, energised ? 1 : 0);
-        state = energised;
-    });
+    return PlatformRead(
+        *_logger, "GetRelayState", "GetRelayState:Exception while GetRelayState", state,
+        [&] { return _client->GetRelayState(bank, relayId); },
+        [&](bool on) {
+            _logger->Information("GetRelayState: bankName = %s relayId=%d state=%d", bank.c_str(), relayId, on ? 1 : 0);
+        });
 }
 
 int OrvexSnmpRelay::SetRelay(const std::string& bank, int relayId, int value) const {
@@ -107,22 +104,16 @@ int OrvexSnmpRelay::init_relayTable(bool update) {
     // The constructor has already built the table of the start.
     if (update || !_table.IsCreated()) _logger->Information("%s: making new relay table", kName);
     _table.Create();
-    if (_firstTime) {
+    if (!_table.IsRegistered()) {
         if (_table.Register(&OrvexSnmpRelay::handle_relayStates, OrvexSnmpOid::oid_relay,
                             OID_LENGTH(OrvexSnmpOid::oid_relay)) != 0) {
             _logger->Information("%s: Registration for Relay table OID not OK", kName);
             return -1;
         }
         _logger->Information("%s: Registration for Relay table OID OK", kName);
-        _firstTime = false;
     }
     _table.ReplaceRows(_list);
     return 0;
-}
-
-void OrvexSnmpRelay::UnregisterTable() {
-    _table.Unregister();
-    _firstTime = true;
 }
 
 bool OrvexSnmpRelay::BeginTableRequest(netsnmp_agent_request_info*, netsnmp_request_info* requests) {

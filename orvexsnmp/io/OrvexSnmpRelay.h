@@ -36,7 +36,7 @@ public:
     int init_relayTable(bool update);
 
     /// Unregisters the table; the next init_relayTable registers it again.
-    void UnregisterTable();
+    void UnregisterTable() { _table.Unregister(); }
 
     static Netsnmp_Node_Handler handle_relayStates;
     // The handlers of its objects.
@@ -56,7 +56,6 @@ private:
     std::unique_ptr<tavos::interfaces::IRelayV3Provider> _client;
     BankList _list;
     BankTable _table;
-    bool _firstTime = true;
     std::array<std::uint8_t, 2> _committedControl{};  ///< outputControl as of the last commit
     std::array<std::uint8_t, 2> _control{};           ///< outputControl of the current request
     std::uint8_t _outputStatus = 0;                   ///< the last value that could be read

@@ -21,10 +21,8 @@ int SetAxisVelocity(const tavos::core::Logger& logger, Client& client, int speed
 
 template <class Client>
 int GetAxisVelocity(const tavos::core::Logger& logger, Client& client, double& velocity) {
-    constexpr auto kName = "GetRelativeVelocity";
-    return PlatformCall(logger, kName, "Exception while GetRelativeVelocity", [&] {
-        const double current = client.GetRelativeVelocity();
-        logger.Information("%s: velocity=%f", kName, current);
-        velocity = current;
-    });
+    return PlatformRead(
+        logger, "GetRelativeVelocity", "Exception while GetRelativeVelocity", velocity,
+        [&] { return client.GetRelativeVelocity(); },
+        [&](double current) { logger.Information("GetRelativeVelocity: velocity=%f", current); });
 }

@@ -13,30 +13,19 @@ std::int32_t s_trueNorthOffset = kNoNorth;
 
 constexpr auto kHandler = "handle_positionPan";
 
-// The lines in which pan and tilt differ. See CommitAxisCommand.
+// The words in which pan and tilt differ: the formats of CommitAxisCommand's lines.
 struct Lines {
-    const tavos::core::Logger& logger;
-
-    void Stop(int mode) const { logger.Information("%s: stop pan (%d)", kHandler, mode); }
-    void StopSpeed(int speed) const { logger.Error("%s: stop pan speed not zero(%d)", kHandler, speed); }
-    void Delta(int mode) const { logger.Information("%s: delta pan (%d)", kHandler, mode); }
-    void DeltaForward(int speed, int target) const {
-        logger.Information("%s: pan positive clockwise,speed=%d,new pan=%d", kHandler, speed, target);
-    }
-    void DeltaBackward(int speed, int target) const {
-        logger.Information("%s: pan negative counter-clockwise,speed=%d,new pan=%d", kHandler, speed, target);
-    }
-    void Absolute(int mode) const { logger.Information("%s: absolute pan (%d)", kHandler, mode); }
-    void OutsideRange(int position) const {
-        logger.Error("%s: absolute pan position=%d outside range", kHandler, position);
-    }
-    void Continuous(int mode, int speed) const {
-        logger.Information("%s: continuous pan=%d, speed=%d", kHandler, mode, speed);
-    }
+    static constexpr char kStop[] = "%s: stop pan (%d)";
+    static constexpr char kStopSpeed[] = "%s: stop pan speed not zero(%d)";
+    static constexpr char kDelta[] = "%s: delta pan (%d)";
+    static constexpr char kDeltaForward[] = "%s: pan positive clockwise,speed=%d,new pan=%d";
+    static constexpr char kDeltaBackward[] = "%s: pan negative counter-clockwise,speed=%d,new pan=%d";
+    static constexpr char kAbsolute[] = "%s: absolute pan (%d)";
+    static constexpr char kOutsideRange[] = "%s: absolute pan position=%d outside range";
+    static constexpr char kContinuous[] = "%s: continuous pan=%d, speed=%d";
     // Fixed: docs/contract.md, unknown-mode-line.
-    void UnknownMode(const PositionCommand& command) const {
-        logger.Error("%s: unknown pan mode (%d)", kHandler, command.speed);
-    }
+    static constexpr char kUnknownMode[] = "%s: unknown pan mode (%d)";
+    static int UnknownMode(const PositionCommand& command) { return command.speed; }
 };
 
 // Modulo 2^32, like the steps of a delta: a service's position may be any 32 bits.
@@ -108,7 +97,7 @@ int OrvexSnmpPan::handle_positionPan(netsnmp_mib_handler*, netsnmp_handler_regis
     auto& pan = *GetInstance();
     return HandlePosition(
         kHandler, pan.GetLogger(), pan._lastPan, info, requests, [](const PositionCommand&) {},
-        [&](const PositionCommand& command) { return CommitAxisCommand(pan, Lines{pan.GetLogger()}, command); });
+        [&](const PositionCommand& command) { return CommitAxisCommand<Lines>(pan, kHandler, command); });
 }
 
 int OrvexSnmpPan::handle_rangeTrueNorthOffset(netsnmp_mib_handler*, netsnmp_handler_registration*,

@@ -8,29 +8,18 @@ namespace {
 
 constexpr auto kHandler = "handle_positionTilt";
 
-// The lines in which pan and tilt differ. See CommitAxisCommand.
+// The words in which pan and tilt differ: the formats of CommitAxisCommand's lines.
 struct Lines {
-    const tavos::core::Logger& logger;
-
-    void Stop(int mode) const { logger.Information("%s: stop tilt (%d)", kHandler, mode); }
-    void StopSpeed(int speed) const { logger.Error("%s: stop tilt speed not zero(%d)", kHandler, speed); }
-    void Delta(int mode) const { logger.Information("%s: delta tilt (%d)", kHandler, mode); }
-    void DeltaForward(int speed, int target) const {
-        logger.Information("%s: tilt upward,speed=%d,new tilt=%d", kHandler, speed, target);
-    }
-    void DeltaBackward(int speed, int target) const {
-        logger.Information("%s: tilt downward,speed=%d,new tilt=%d", kHandler, speed, target);
-    }
-    void Absolute(int mode) const { logger.Information("%s: absolute tilt (%d)", kHandler, mode); }
-    void OutsideRange(int position) const {
-        logger.Error("%s: absolute tilt position=%d outside range", kHandler, position);
-    }
-    void Continuous(int mode, int speed) const {
-        logger.Information("%s: continuous tilt=%d, speed=%d", kHandler, mode, speed);
-    }
-    void UnknownMode(const PositionCommand& command) const {
-        logger.Error("%s: unknown tilt mode (%d)", kHandler, command.mode);
-    }
+    static constexpr char kStop[] = "%s: stop tilt (%d)";
+    static constexpr char kStopSpeed[] = "%s: stop tilt speed not zero(%d)";
+    static constexpr char kDelta[] = "%s: delta tilt (%d)";
+    static constexpr char kDeltaForward[] = "%s: tilt upward,speed=%d,new tilt=%d";
+    static constexpr char kDeltaBackward[] = "%s: tilt downward,speed=%d,new tilt=%d";
+    static constexpr char kAbsolute[] = "%s: absolute tilt (%d)";
+    static constexpr char kOutsideRange[] = "%s: absolute tilt position=%d outside range";
+    static constexpr char kContinuous[] = "%s: continuous tilt=%d, speed=%d";
+    static constexpr char kUnknownMode[] = "%s: unknown tilt mode (%d)";
+    static int UnknownMode(const PositionCommand& command) { return command.mode; }
 };
 
 // Fixed: docs/contract.md, tilt-second-quadrant.
@@ -117,5 +106,5 @@ int OrvexSnmpTilt::handle_positionTilt(netsnmp_mib_handler*, netsnmp_handler_reg
     auto& tilt = *GetInstance();
     return HandlePosition(
         kHandler, tilt.GetLogger(), tilt._lastTilt, info, requests, [](const PositionCommand&) {},
-        [&](const PositionCommand& command) { return CommitAxisCommand(tilt, Lines{tilt.GetLogger()}, command); });
+        [&](const PositionCommand& command) { return CommitAxisCommand<Lines>(tilt, kHandler, command); });
 }

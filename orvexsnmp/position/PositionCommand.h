@@ -84,51 +84,53 @@ int HandlePosition(const char* name, const tavos::core::Logger& logger, std::uin
 /// The target of a delta, in NTCIP units, from a platform position and the command's step. Uses unsigned 32-bit
 /// arithmetic. Subtracts 36000 once if the target is above 35999: a step backwards across 0 stays below zero.
 template <class Lines>
-int DeltaTarget(const Lines& lines, const PositionCommand& command, unsigned current) {
+int DeltaTarget(const tavos::core::Logger& logger, const char* name, const PositionCommand& command, unsigned current) {
     const unsigned base = current / kPlatformUnits;
     // Fixed: docs/contract.md, tilt-delta-unmapped.
     const bool forward = command.speed >= 0;
     const unsigned target = forward ? base + command.position : base - command.position;
-    forward ? lines.DeltaForward(command.speed, static_cast<int>(target))
-            : lines.DeltaBackward(command.speed, static_cast<int>(target));
+    forward ? logger.Information(Lines::kDeltaForward, name, command.speed, static_cast<int>(target))
+            : logger.Information(Lines::kDeltaBackward, name, command.speed, static_cast<int>(target));
     // Fixed: docs/contract.md, delta-across-zero.
     return static_cast<int>(target > kMaxAngle ? target - kTurn : target);
 }
 
 /// Commits a pan or tilt command with the axis's wrappers; their failures do not fail the SET. Returns an SNMP error.
-/// `lines` has an operation for each log line that differs between the two axes.
-template <class Axis, class Lines>
-int CommitAxisCommand(const Axis& axis, const Lines& lines, const PositionCommand& command) {
+/// `Lines` has the formats of the log lines that differ between the two axes, and the number that each prints for an
+/// unknown mode.
+template <class Lines, class Axis>
+int CommitAxisCommand(const Axis& axis, const char* name, const PositionCommand& command) {
+    const auto& logger = axis.GetLogger();
     // Fixed: docs/contract.md, failed-service-no-error.
     switch (command.mode) {
         case PositionCommand::kStop:
             return StopCommand(
-                command, [&](int mode) { lines.Stop(mode); }, [&](int speed) { lines.StopSpeed(speed); },
-                [&] { axis.SetRelativeVelocity(0); });
+                command, [&](int mode) { logger.Information(Lines::kStop, name, mode); },
+                [&](int speed) { logger.Error(Lines::kStopSpeed, name, speed); }, [&] { axis.SetRelativeVelocity(0); });
         case PositionCommand::kDelta: {
-            lines.Delta(command.mode);
+            logger.Information(Lines::kDelta, name, command.mode);
             unsigned current = 0;
             // Fixed: docs/contract.md, delta-without-position.
             if (axis.GetPosition(current) != 0) return SNMP_ERR_NOERROR;
             // Fixed: docs/contract.md, delta-speed-sign.
-            axis.SetPositionAtSpeed(DeltaTarget(lines, command, current), command.speed);
+            axis.SetPositionAtSpeed(DeltaTarget<Lines>(logger, name, command, current), command.speed);
             return SNMP_ERR_NOERROR;
         }
         case PositionCommand::kAbsolute:
-            lines.Absolute(command.mode);
+            logger.Information(Lines::kAbsolute, name, command.mode);
             if (command.position > kMaxAngle) {
-                lines.OutsideRange(command.position);
+                logger.Error(Lines::kOutsideRange, name, command.position);
                 return SNMP_ERR_GENERR;
             }
             axis.SetPositionAtSpeed(command.position, command.speed);
             return SNMP_ERR_NOERROR;
         case PositionCommand::kContinuous:
             // Fixed: docs/contract.md, continuous-line.
-            lines.Continuous(command.mode, command.speed);
+            logger.Information(Lines::kContinuous, name, command.mode, command.speed);
             axis.SetRelativeVelocity(command.speed);
             return SNMP_ERR_NOERROR;
         default:
-            lines.UnknownMode(command);
+            logger.Error(Lines::kUnknownMode, name, Lines::UnknownMode(command));
             return SNMP_ERR_GENERR;
     }
 }

@@ -16,14 +16,14 @@ OrvexSnmpTemp::OrvexSnmpTemp(tavos::msgbus::MsgBus& bus) {
 }
 
 int OrvexSnmpTemp::GetMibIntData(int& value, unsigned char& type) const {
-    constexpr auto kName = "GetMibIntData";
     // Fixed: docs/contract.md, gauge-of-celsius.
     type = ASN_GAUGE;
-    return PlatformCall(*_logger, kName, "Exception while GetTemperatureDegreesCelsius", [&] {
-        const int reading = _client->GetTemperatureDegreesCelsius(kSensor);
-        _logger->Information("%s: GetTemperatureDegreesCelsius returned %d.", kName, reading);
-        value = reading;
-    });
+    return PlatformRead(
+        *_logger, "GetMibIntData", "Exception while GetTemperatureDegreesCelsius", value,
+        [this] { return _client->GetTemperatureDegreesCelsius(kSensor); },
+        [this](int reading) {
+            _logger->Information("GetMibIntData: GetTemperatureDegreesCelsius returned %d.", reading);
+        });
 }
 
 void OrvexSnmpTemp::SendTemperatureTrap(int sensor, int degrees) {

@@ -10,13 +10,11 @@ OrvexSnmpVoltage::OrvexSnmpVoltage(tavos::msgbus::MsgBus& bus) {
 }
 
 int OrvexSnmpVoltage::GetMibIntData(int& value, unsigned char& type) const {
-    constexpr auto kName = "GetMibIntData";
     type = ASN_INTEGER;
-    return PlatformCall(*_logger, kName, "GetMibIntData: Exception in GetVoltageStatus call", [&] {
-        const int reading = _client->GetVoltageStatus();
-        _logger->Information("%s: GetVoltageStatus returned %d.", kName, reading);
-        value = reading;
-    });
+    return PlatformRead(
+        *_logger, "GetMibIntData", "GetMibIntData: Exception in GetVoltageStatus call", value,
+        [this] { return _client->GetVoltageStatus(); },
+        [this](int reading) { _logger->Information("GetMibIntData: GetVoltageStatus returned %d.", reading); });
 }
 
 void OrvexSnmpVoltage::SendVoltageTrap(int status) {

@@ -5,12 +5,14 @@
 #include <type_traits>
 #include <variant>
 
+#include "OneLine.h"
+
 namespace dome {
 
 namespace {
 
 std::string Quoted(const std::string& text) {
-    return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return OneLine(nlohmann::json(text));
 }
 
 /// JSON has no "nan" and no "inf".

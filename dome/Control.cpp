@@ -9,6 +9,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "OneLine.h"
 #include "WrongWord.h"
 #include "dome/services/Arguments.h"
 #include "tavos/osa/Exception.h"
@@ -83,10 +84,6 @@ long HighestThousandth(const Axis& axis) {
 
 double ParsePosition(const std::string& what, const Axis& axis, const std::string& text) {
     return static_cast<double>(ParseWithin(what, text, LowestThousandth(axis), HighestThousandth(axis)));
-}
-
-std::string Text(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 Json DriveState(const Axis& axis) {
@@ -190,7 +187,7 @@ Json Control::Picture(std::size_t maxPoints) const {
 }
 
 std::string Control::State(std::size_t maxPoints) const {
-    return Text(Picture(maxPoints));
+    return OneLine(Picture(maxPoints));
 }
 
 std::string Control::StateAndClock() const {
@@ -198,7 +195,7 @@ std::string Control::StateAndClock() const {
     state["clock"]["mode"] = _clock.IsRunning() ? "run" : "pause";
     state["clock"]["rate"] = _clock.Rate();
     state["clock"]["time"] = _clock.Time();
-    return Text(state);
+    return OneLine(state);
 }
 
 void Control::SetClock(const Words& arguments) {

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "OneLine.h"
 #include "dome/model/Camera.h"
 #include "tavos/core/IniFile.h"
 #include "tavos/osa/Exception.h"
@@ -139,7 +140,7 @@ std::string SettingsLink::RelaysAsText() const {
         for (const bool energised : bank.states) states += energised ? '1' : '0';
         relays[bank.name] = states;
     }
-    return relays.dump(-1, ' ', false, json::error_handler_t::replace);
+    return OneLine(relays);
 }
 
 SettingsLink::Kept SettingsLink::Picture() const {

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Page.h"
+#include "dome/OneLine.h"
 
 namespace dome::console {
 
@@ -63,10 +64,6 @@ std::string_view View(beast::string_view text) {
 
 beast::string_view View(std::string_view text) {
     return {text.data(), text.size()};
-}
-
-std::string Dump(const json& value) {
-    return value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 json ToJson(const Activity& activity) {
@@ -178,7 +175,7 @@ void Hub::FetchActivities() {
     for (const Activity& activity : handover.ActivitiesAfter(_lines.empty() ? 0 : _lines.back().number)) {
         // The lines' numbers must stay consecutive, so after a gap the older lines are dropped.
         if (!_lines.empty() && activity.number != _lines.back().number + 1) _lines.clear();
-        _lines.push_back({activity.number, Event("activity", Dump(ToJson(activity)))});
+        _lines.push_back({activity.number, Event("activity", OneLine(ToJson(activity)))});
     }
     while (_lines.size() > Handover::kMaxActivities) _lines.pop_front();
 }
@@ -252,7 +249,7 @@ void Connection::Dispatch() {
 /// The answer to a request whose headers alone are reason to refuse it.
 std::optional<Reply> Connection::Objection(std::string_view path) const {
     const auto& request = _parser->get();
-    const auto refuse = [](unsigned status, const char* reason) { return Reply{status, Dump({{"error", reason}})}; };
+    const auto refuse = [](unsigned status, const char* reason) { return Reply{status, OneLine({{"error", reason}})}; };
     const std::string_view host = View(request[http::field::host]);
     if (request.count(http::field::host) != 1 || !_hub.guard.IsOwnHost(host)) {
         return refuse(403, "the Host header does not name this console");
@@ -310,7 +307,7 @@ void Connection::Post(const std::string& path) {
 void Connection::SendActivities() {
     json activities = json::array();
     for (const Activity& activity : _hub.handover.ActivitiesAfter(0)) activities.push_back(ToJson(activity));
-    SendJson({200, Dump(activities)});
+    SendJson({200, OneLine(activities)});
 }
 
 void Connection::SendJson(const Reply& reply) {
@@ -318,7 +315,7 @@ void Connection::SendJson(const Reply& reply) {
 }
 
 void Connection::SendError(unsigned status, const std::string& reason, const char* allow) {
-    Send(status, kJsonType, Dump({{"error", reason}}) + '\n', allow);
+    Send(status, kJsonType, OneLine({{"error", reason}}) + '\n', allow);
 }
 
 void Connection::Send(unsigned status, std::string_view type, std::string body, const char* allow) {
@@ -398,7 +395,7 @@ void Connection::Pump(bool keepAlive) {
     }
     if (_hub.agentAnswers && _hub.agentAnswers != _sentAgent) {
         _sentAgent = _hub.agentAnswers;
-        _events += Event("agent", Dump({{"answers", *_sentAgent}}));
+        _events += Event("agent", OneLine({{"answers", *_sentAgent}}));
     }
     _hub.AppendActivities(_cursor, _events);
     if (_events.empty() && keepAlive) _events = ":\n\n";

@@ -7,6 +7,7 @@
 
 #include "Operations.h"
 #include "Server.h"
+#include "dome/OneLine.h"
 #include "tavos/osa/Exception.h"
 
 namespace dome::console {
@@ -34,7 +35,7 @@ json FaultWords() {
 }
 
 Reply Answer(const json& body, unsigned status = 200) {
-    return {status, body.dump(-1, ' ', false, json::error_handler_t::replace)};
+    return {status, OneLine(body)};
 }
 
 Reply Refused(const char* reason) {

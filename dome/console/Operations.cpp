@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "dome/OneLine.h"
 #include "operations/Axis1.h"
 #include "operations/Focus1.h"
 #include "operations/Focus2.h"
@@ -134,8 +135,7 @@ std::vector<std::string> Texts(const json& arguments) {
     std::vector<std::string> texts;
     for (const json& argument : arguments) {
         const bool isText = argument.is_string();
-        texts.push_back(isText ? argument.get<std::string>()
-                               : argument.dump(-1, ' ', false, json::error_handler_t::replace));
+        texts.push_back(isText ? argument.get<std::string>() : OneLine(argument));
     }
     return texts;
 }

@@ -284,7 +284,7 @@ TYPED_TEST(AlarmAndRelayTest, BankNameIsAnswered) {
     EXPECT_EQ(this->Call(request), SNMP_ERR_NOERROR);
     EXPECT_EQ(request.Type(), ASN_OCTET_STR);
     EXPECT_THAT(request.Octets(), ElementsAre('B', 'N', 'K', '2'));
-    EXPECT_EQ(journal::All(), this->Asked(1, 3) + this->Texts({"log 8 handle_<kind>States: Done."}));
+    EXPECT_EQ(journal::All(), this->Asked(1, 3) + this->Ended());
 }
 
 TYPED_TEST(AlarmAndRelayTest, IdWithinTheBankIsAnsweredOnGetNextTooWithItsRangeEndLogged) {
@@ -298,7 +298,7 @@ TYPED_TEST(AlarmAndRelayTest, IdWithinTheBankIsAnsweredOnGetNextTooWithItsRangeE
         EXPECT_EQ(request.Type(), ASN_INTEGER);
         EXPECT_EQ(request.Integer(), 1);
         EXPECT_THAT(Agent().answers, ElementsAre(FakeAgent::Answer{ASN_INTEGER, 4}));
-        EXPECT_EQ(journal::All(), this->Asked(2, 3, rangeEnd) + this->Texts({"log 8 handle_<kind>States: Done."}));
+        EXPECT_EQ(journal::All(), this->Asked(2, 3, rangeEnd) + this->Ended());
     }
 }
 
@@ -313,8 +313,7 @@ TYPED_TEST(AlarmAndRelayTest, StateIsReadLive) {
         EXPECT_EQ(request.Integer(), state ? 1 : 0);
         EXPECT_THAT(Agent().answers, ElementsAre(FakeAgent::Answer{ASN_INTEGER, 4}));
         EXPECT_EQ(journal::All(), this->Asked(3, 2) + this->StateRead("BNK2", 0, state) +
-                                      TypeParam::LiveLines("BNK2", 0, state) +
-                                      this->Texts({"log 8 handle_<kind>States: Done."}));
+                                      TypeParam::LiveLines("BNK2", 0, state) + this->Ended());
     }
 }
 
@@ -326,8 +325,7 @@ TYPED_TEST(AlarmAndRelayTest, StateThatCannotBeReadIsAnsweredAsZeroWithoutAnErro
     EXPECT_EQ(request.Type(), ASN_INTEGER);
     EXPECT_EQ(request.Integer(), 0);
     EXPECT_EQ(request.Mark(), 0);
-    EXPECT_EQ(journal::All(),
-              this->Asked(3, 1) + this->StateUnread("BNK1", 0) + this->Texts({"log 8 handle_<kind>States: Done."}));
+    EXPECT_EQ(journal::All(), this->Asked(3, 1) + this->StateUnread("BNK1", 0) + this->Ended());
 }
 
 TYPED_TEST(AlarmAndRelayTest, FourthColumnIsLeftUnansweredAndOthersAreAnError) {
@@ -335,7 +333,7 @@ TYPED_TEST(AlarmAndRelayTest, FourthColumnIsLeftUnansweredAndOthersAreAnError) {
     CellOf<TypeParam> fourth(4, 1);
     EXPECT_EQ(this->Call(fourth), SNMP_ERR_NOERROR);
     EXPECT_EQ(fourth.Type(), ASN_NULL);
-    EXPECT_EQ(journal::All(), this->Asked(4, 1) + this->Texts({"log 8 handle_<kind>States: Done."}));
+    EXPECT_EQ(journal::All(), this->Asked(4, 1) + this->Ended());
     for (const int column : {0, 5, 99}) {
         journal::Clear();
         CellOf<TypeParam> request(static_cast<oid>(column), 1);
@@ -355,8 +353,7 @@ TYPED_TEST(AlarmAndRelayTest, RowsThatTheListDoesNotHaveAreLeftUnanswered) {
         EXPECT_EQ(this->Call(request), SNMP_ERR_NOERROR);
         EXPECT_EQ(request.Type(), ASN_NULL);
         EXPECT_EQ(request.Mark(), 0);
-        EXPECT_EQ(journal::All(), this->Begun() + TypeParam::RowLines(static_cast<int>(row), 3) +
-                                      this->Texts({"log 8 handle_<kind>States: Done."}));
+        EXPECT_EQ(journal::All(), this->Begun() + TypeParam::RowLines(static_cast<int>(row), 3) + this->Ended());
     }
 }
 
@@ -397,7 +394,7 @@ TYPED_TEST(AlarmAndRelayTest, DifferentCountRebuildsListAndTableBeforeTheAnswer)
                                "call <kind> GetBank<Kind>Count North", "log 8 Create<Kind>Table: Done."}) +
                   TypeParam::RebuildLines() + TypeParam::RowLines(4, 3) +
                   this->Texts({"log 6 handle_<kind>States: table_info->colnum is 3"}) + this->StateRead("North", 3, 1) +
-                  TypeParam::LiveLines("North", 3, 1) + this->Texts({"log 8 handle_<kind>States: Done."}));
+                  TypeParam::LiveLines("North", 3, 1) + this->Ended());
 }
 
 TYPED_TEST(AlarmAndRelayTest, RowThatTheRebuildTakesAwayIsLeftUnanswered) {
@@ -418,7 +415,7 @@ TYPED_TEST(AlarmAndRelayTest, CountThatCannotBeReadRebuildsNothing) {
     EXPECT_THAT(this->List(), SizeIs(3));
     Lines lines = this->Asked(1, 2);
     lines[5] = this->Text("log 3 Exception while Get<Kind>Count");  // instead of the count
-    EXPECT_EQ(journal::All(), lines + this->Texts({"log 8 handle_<kind>States: Done."}));
+    EXPECT_EQ(journal::All(), lines + this->Ended());
 }
 
 TYPED_TEST(AlarmAndRelayTest, BanksWithTheSameTotalAreNotNoticed) {
@@ -444,9 +441,11 @@ protected:
         EXPECT_THAT(request.Octets(), ElementsAre(octet));
     }
 
-    static Lines Begun(const std::string& rangeEnd = "") {
+    /// All lines of a read: those of the state, and the last two.
+    static Lines AllLines(const Lines& state, const char* line, const char* end, const std::string& rangeEnd = "") {
         const std::string name = Kind::kStatusName;
-        return {"log 6 " + name + ": Enter.", "log 6 " + name + ": Received OID " + rangeEnd};
+        return Lines{"log 6 " + name + ": Enter.", "log 6 " + name + ": Received OID " + rangeEnd} + state +
+               Lines{line, end};
     }
 };
 TYPED_TEST_SUITE(InputAndOutputStatusTest, Kinds, KindNames);
@@ -454,23 +453,21 @@ TYPED_TEST_SUITE(InputAndOutputStatusTest, Kinds, KindNames);
 TYPED_TEST(InputAndOutputStatusTest, HasTheFirstStateOfBnk2InBitZero) {
     TypeParam::Banks().banks = {{"BNK1", {false, false}}, {"BNK2", {true, false}}};
     this->Expect(0x01);
-    EXPECT_EQ(journal::All(),
-              this->Begun() + this->StateRead("BNK2", 0, 1) + Lines{TypeParam::kActive, TypeParam::kActiveEnd});
+    EXPECT_EQ(journal::All(), this->AllLines(this->StateRead("BNK2", 0, 1), TypeParam::kActive, TypeParam::kActiveEnd));
 }
 
 TYPED_TEST(InputAndOutputStatusTest, OfAClearStateIsZero) {
     TypeParam::Banks().banks = {{"BNK2", {false}}};
     this->Expect(0x00, MODE_GETNEXT, {1, 3, 6});
     EXPECT_EQ(journal::All(),
-              this->Begun(".1.3.6") + this->StateRead("BNK2", 0, 0) + Lines{TypeParam::kClear, TypeParam::kClearEnd});
+              this->AllLines(this->StateRead("BNK2", 0, 0), TypeParam::kClear, TypeParam::kClearEnd, ".1.3.6"));
 }
 
 TYPED_TEST(InputAndOutputStatusTest, BeforeAnySuccessIsZero) {
     TypeParam::Banks().banks = {{"BNK2", {true}}};
     Camera().failing = {this->Text("<kind>.Get<Kind>State")};
     this->Expect(0x00);
-    EXPECT_EQ(journal::All(),
-              this->Begun() + this->StateUnread("BNK2", 0) + Lines{TypeParam::kUnread, TypeParam::kClearEnd});
+    EXPECT_EQ(journal::All(), this->AllLines(this->StateUnread("BNK2", 0), TypeParam::kUnread, TypeParam::kClearEnd));
 }
 
 TYPED_TEST(InputAndOutputStatusTest, RepeatsTheLastGoodValueAfterAFailure) {

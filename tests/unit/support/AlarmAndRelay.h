@@ -156,6 +156,9 @@ protected:
                       "log 8 Get<Kind>Count: Done.", "log 6 handle_<kind>States: calling <kind>Table.size()..."});
     }
 
+    /// The last line of a table request that succeeds.
+    Lines Ended() const { return Texts({"log 8 handle_<kind>States: Done."}); }
+
     /// The lines of the read of one cell up to its answer.
     Lines Asked(int column, int row, const std::string& rangeEnd = "") const {
         return Begun(3, rangeEnd) + Kind::RowLines(row, column) +

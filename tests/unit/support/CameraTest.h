@@ -130,7 +130,8 @@ void ExpectProtocol(const Provider& provider, const Wrapper<Provider>& wrapper) 
                         "8 " + name + ": Done."};
     journal::Clear();
     EXPECT_EQ(wrapper.call(provider), 0);
-    EXPECT_EQ(Done(), begun + Lines{success, "8 " + name + ": Done."});
+    const Lines worked = begun + Lines{success, "8 " + name + ": Done."};
+    EXPECT_EQ(Done(), worked);
 
     for (const auto thrown : kEveryThrow) {
         SCOPED_TRACE(static_cast<int>(thrown));

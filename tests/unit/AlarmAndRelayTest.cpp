@@ -14,12 +14,6 @@ const int kOtherModes[] = {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION
                            MODE_SET_FREE,     MODE_SET_UNDO,     MODE_GETBULK,    77};
 
 using Kinds = testing::Types<AlarmInputs, RelayOutputs>;
-struct KindNames {
-    template <class Kind>
-    static std::string GetName(int) {
-        return Kind::kKind;
-    }
-};
 
 template <class Kind>
 class AlarmAndRelayTest : public BankTest<Kind> {};
@@ -39,7 +33,7 @@ TYPED_TEST_SUITE(AlarmAndRelayConstructionTest, Kinds, KindNames);
 TYPED_TEST(AlarmAndRelayConstructionTest, ItsEndDeletesTheClient) {
     journal::Clear();
     this->_provider.reset();
-    EXPECT_THAT(journal::All(), ElementsAre(std::string("bus DeleteClient ") + TypeParam::kKind));
+    EXPECT_THAT(journal::All(), ElementsAre(std::string("bus DeleteClient ") + TypeParam::kName));
     EXPECT_EQ(TypeParam::Provider::GetInstance(), nullptr);
 }
 
@@ -47,7 +41,7 @@ TYPED_TEST(AlarmAndRelayConstructionTest, ItsEndTakesTheRegistrationBackAndDelet
     ((*this->_provider).*TypeParam::kInitTable)(false);
     journal::Clear();
     this->_provider.reset();
-    const std::string kind = TypeParam::kKind;
+    const std::string kind = TypeParam::kName;
     EXPECT_THAT(journal::All(), ElementsAre("agent unregister " + kind + "StatesTable", "bus DeleteClient " + kind));
     EXPECT_EQ(TypeParam::Provider::GetInstance(), nullptr);
 }

@@ -73,13 +73,7 @@ private:
 };
 
 using Axes = testing::Types<PanAxis, TiltAxis>;
-struct AxisNames {
-    template <class Axis>
-    static std::string GetName(int) {
-        return Axis::kObject;
-    }
-};
-TYPED_TEST_SUITE(PanAndTiltTest, Axes, AxisNames);
+TYPED_TEST_SUITE(PanAndTiltTest, Axes, KindNames);
 
 TYPED_TEST(PanAndTiltTest, TheSpeedBelowMinus127IsRefusedBeforeThePositionWithoutACallOrAnExitTrace) {
     EXPECT_EQ(this->_provider.SetPositionAtSpeed(36000, -128), -1);

@@ -14,7 +14,7 @@ const std::string kEnterprise = ".1.3.6.1.4.1." + std::to_string(ORVEX_ENTERPRIS
 /// The differences between the three sensors.
 struct TemperatureSensor {
     using Provider = OrvexSnmpTemp;
-    static constexpr auto kClass = "OrvexSnmpTemp";
+    static constexpr auto kName = "OrvexSnmpTemp";
     static constexpr auto kService = "temperature";
     static constexpr auto kOperation = "temperature.GetTemperatureDegreesCelsius";
     static constexpr auto kCall = "call temperature GetTemperatureDegreesCelsius 0";
@@ -30,7 +30,7 @@ struct TemperatureSensor {
 
 struct VoltageSensor {
     using Provider = OrvexSnmpVoltage;
-    static constexpr auto kClass = "OrvexSnmpVoltage";
+    static constexpr auto kName = "OrvexSnmpVoltage";
     static constexpr auto kService = "voltage";
     static constexpr auto kOperation = "voltage.GetVoltageStatus";
     static constexpr auto kCall = "call voltage GetVoltageStatus";
@@ -46,7 +46,7 @@ struct VoltageSensor {
 
 struct PowerSensor {
     using Provider = OrvexSnmpPower;
-    static constexpr auto kClass = "OrvexSnmpPower";
+    static constexpr auto kName = "OrvexSnmpPower";
     static constexpr auto kService = "power";
     static constexpr auto kOperation = "power.GetPowerStatus";
     static constexpr auto kCall = "call power GetPowerStatus";
@@ -100,13 +100,7 @@ protected:
 };
 
 using Sensors = testing::Types<TemperatureSensor, VoltageSensor, PowerSensor>;
-struct SensorNames {
-    template <class Sensor>
-    static std::string GetName(int) {
-        return Sensor::kClass;
-    }
-};
-TYPED_TEST_SUITE(SensorTest, Sensors, SensorNames);
+TYPED_TEST_SUITE(SensorTest, Sensors, KindNames);
 
 TYPED_TEST(SensorTest, OpensItsClientBetweenItsTwoLinesAndDeletesIt) {
     this->_provider.reset();
@@ -115,7 +109,7 @@ TYPED_TEST(SensorTest, OpensItsClientBetweenItsTwoLinesAndDeletesIt) {
     EXPECT_EQ(TypeParam::Provider::GetInstance(), this->_provider.get());
     this->_provider.reset();
     EXPECT_EQ(TypeParam::Provider::GetInstance(), nullptr);
-    const std::string className = TypeParam::kClass;
+    const std::string className = TypeParam::kName;
     const std::string service = TypeParam::kService;
     EXPECT_THAT(journal::All(),
                 ElementsAre("logger ClearAppenders", "logger ConfigureLogging log log.level=3 log.stdout=true",

@@ -18,7 +18,7 @@ inline const std::string kEnterprise = ".1.3.6.1.4.1." + std::to_string(ORVEX_EN
 
 struct AlarmInputs {
     using Provider = OrvexSnmpAlarm;
-    static constexpr auto kKind = "alarm";
+    static constexpr auto kName = "alarm";
     static constexpr auto kGetCount = &Provider::GetAlarmCount;
     static constexpr auto kGetState = &Provider::GetAlarmState;
     static constexpr auto kCreateList = &Provider::CreateAlarmTable;
@@ -60,7 +60,7 @@ struct AlarmInputs {
 
 struct RelayOutputs {
     using Provider = OrvexSnmpRelay;
-    static constexpr auto kKind = "relay";
+    static constexpr auto kName = "relay";
     static constexpr auto kGetCount = &Provider::GetRelayCount;
     static constexpr auto kGetState = &Provider::GetRelayState;
     static constexpr auto kCreateList = &Provider::CreateRelayTable;
@@ -178,5 +178,5 @@ protected:
     AgentLog _agentLog;
 
 private:
-    const Words _words{"kind", Kind::kKind};
+    const Words _words{"kind", Kind::kName};
 };

@@ -28,6 +28,14 @@ protected:
     Provider _provider;
 };
 
+/// Names typed tests after their types.
+struct KindNames {
+    template <class Kind>
+    static std::string GetName(int) {
+        return Kind::kName;
+    }
+};
+
 using journal::Lines;
 inline Lines operator+(Lines first, const Lines& second) {
     first.insert(first.end(), second.begin(), second.end());

@@ -64,9 +64,8 @@ protected:
     PanAndTiltTest() : MotionTest<typename Axis::Provider>(Axis::kObject) {}
 
     std::string Text(const std::string& text) const { return _words.Text(text); }
-    Lines Texts(const Lines& lines) const { return _words.All(lines); }
     /// All lines of positionPan or positionTilt, with these in between.
-    Lines Handled(const Lines& between) const { return ::Handled(this->_object.Handler(), Texts(between)); }
+    Lines Handled(const Lines& between) const { return ::Handled(this->_object.Handler(), _words.All(between)); }
 
 private:
     const Words _words{"axis", Axis::kName};

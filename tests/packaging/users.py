@@ -82,7 +82,8 @@ class PolicedDesk(Desk):
         return re.sub("<includedir>system.d</includedir>", f"<include>{self.state}/policy.conf</include>", text)
 
     def dome_command(self):
-        return as_user(DOME, self.state / "programs" / "bin" / "orvex-dome", "--state", self.state, group=SETTINGS_GROUP)
+        program = self.state / "programs" / "bin" / "orvex-dome"
+        return as_user(DOME, program, "--state", self.state, group=SETTINGS_GROUP)
 
     def agent_command(self):
         return as_user(AGENT, SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", *AGENT_PARTS, "-Le", group=SETTINGS_GROUP)

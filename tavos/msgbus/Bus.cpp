@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <optional>
 
 #include "tavos/core/Logger.h"
@@ -101,6 +102,18 @@ void ConnectionSocket::CloseInChild() {
     if (descriptor >= 0 && fstat(descriptor, &status) == 0 && S_ISSOCK(status.st_mode) && status.st_ino == _inode) {
         close(descriptor);
     }
+}
+
+BusWait::BusWait(sd_bus* bus, int wake, Clock::time_point until)
+    : _watched{{wake, POLLIN, 0}, {-1, 0, 0}}, _until(until) {
+    if (bus == nullptr) return;
+    const int events = sd_bus_get_events(bus);
+    CheckBus(events);
+    std::uint64_t due = 0;  // microseconds of steady_clock's clock
+    CheckBus(sd_bus_get_timeout(bus, &due));
+    constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+    if (due != kNever) _until = std::min(_until, Clock::time_point(std::chrono::microseconds(due)));
+    _watched[1] = {sd_bus_get_fd(bus), static_cast<short>(events), 0};
 }
 
 void Reachability::Lost(const char* reason) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/types.h>
 #include <systemd/sd-bus.h>
@@ -90,6 +91,23 @@ private:
 /// holds; it is released during each wait for the bus.
 BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSocket* socket = nullptr,
                std::timed_mutex* held = nullptr);
+
+/// A wait until a connection has something to do, or a descriptor is readable.
+class BusWait {
+public:
+    /// `bus` null: there is no connection. `wake` -1: there is no descriptor. Throws tavos::osa::Exception when the
+    /// connection has ended.
+    BusWait(sd_bus* bus, int wake, Clock::time_point until);
+
+    /// Returns at `until` at the latest, or when a signal arrives.
+    void Wait() { poll(_watched, 2, MillisecondsUntil(_until)); }
+
+    bool IsWoken() const { return _watched[0].revents != 0; }
+
+private:
+    pollfd _watched[2];
+    Clock::time_point _until;
+};
 
 /// Logs once when the bus is lost and once when it is back, even if several connections report it. Any thread.
 class Reachability {

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <limits>
 #include <map>
 #include <system_error>
 
@@ -76,21 +75,13 @@ public:
 
     void Wait(int wake, std::timed_mutex& working) {
         constexpr auto kMaxWait = 60s;
-        std::uint64_t due = 0;  // microseconds of steady_clock's clock
-        CheckBus(sd_bus_get_timeout(_bus.get(), &due));
-        auto until = std::min(_nextPing, Clock::now() + kMaxWait);
-        constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
-        if (due != kNever) until = std::min(until, Clock::time_point(std::chrono::microseconds(due)));
-        const int timeout = MillisecondsUntil(until);
-        const int events = sd_bus_get_events(_bus.get());
-        CheckBus(events);
-        pollfd descriptors[] = {{sd_bus_get_fd(_bus.get()), static_cast<short>(events), 0}, {wake, POLLIN, 0}};
+        BusWait wait(_bus.get(), wake, std::min(_nextPing, Clock::now() + kMaxWait));
         {
             const Released rest(working);
-            if (poll(descriptors, 2, timeout) < 0) return;
+            wait.Wait();
         }
         std::uint64_t count = 0;
-        if (descriptors[1].revents != 0) static_cast<void>(!read(wake, &count, sizeof count));
+        if (wait.IsWoken()) static_cast<void>(!read(wake, &count, sizeof count));
     }
 
 private:

@@ -1,12 +1,9 @@
 #include "tavos/msgbus/ServiceHost.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <iterator>
-#include <limits>
 
 #include "tavos/core/Logger.h"
 #include "tavos/msgbus/Bus.h"
@@ -184,22 +181,14 @@ struct ServiceHost::Private::State {
 
     /// True when the descriptor of WakeOn has become readable.
     bool WaitUntil(Clock::time_point until) {
-        pollfd watched[] = {{wakeDescriptor, POLLIN, 0}, {-1, 0, 0}};
-        if (bus) {
-            const int events = sd_bus_get_events(bus.get());
-            std::uint64_t due = 0;  // microseconds of steady_clock's clock
-            if (events < 0 || sd_bus_get_timeout(bus.get(), &due) < 0) {
-                Disconnect("the connection has ended");
-                return false;
-            }
-            watched[1] = {sd_bus_get_fd(bus.get()), static_cast<short>(events), 0};
-            constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
-            if (due != kNever) until = std::min(until, Clock::time_point(std::chrono::microseconds(due)));
-        } else {
-            until = std::min(until, nextAttempt);
+        try {
+            BusWait wait(bus.get(), wakeDescriptor, bus ? until : std::min(until, nextAttempt));
+            wait.Wait();
+            return wait.IsWoken();
+        } catch (const osa::Exception&) {
+            Disconnect("the connection has ended");
+            return false;
         }
-        poll(watched, std::size(watched), MillisecondsUntil(until));
-        return watched[0].revents != 0;
     }
 
     Object& Find(const std::string& service) {

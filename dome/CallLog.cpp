@@ -29,31 +29,23 @@ std::string Argument(const tavos::msgbus::Value& value) {
 
 }  // namespace
 
-void CallLog::Add(const std::string& service, const tavos::msgbus::ReceivedCall& call, const std::string& outcome) {
+void CallLog::Add(const std::string& service, const tavos::msgbus::ReceivedCall& call, const std::string& outcome,
+                  std::uint64_t change, const Moment& moment) {
     std::string line = "{\"service\":" + Quoted(service) + ",\"call\":" + Quoted(call.operation) + ",\"args\":[";
     for (std::size_t i = 0; i < call.arguments.size(); ++i) {
         if (i > 0) line += ',';
         line += Argument(call.arguments[i]);
     }
     line += std::string("],\"outcome\":\"") + outcome + "\"}\n";
-    _bytes += line.size();
-    _lines.push_back(std::move(line));
-    while (_lines.size() > kMaxCalls || _bytes > kMaxBytes) {
-        _bytes -= _lines.front().size();
-        _lines.pop_front();
-    }
+    _calls.Add({change, ++_count, moment, std::move(line), call.sender, call.serial});
 }
 
 std::string CallLog::Lines() const {
     std::string lines;
-    lines.reserve(_bytes);
-    for (const std::string& line : _lines) lines += line;
+    for (const ServiceCall& call : _calls.All()) {
+        if (call.number > _cleared) lines += call.line;
+    }
     return lines;
-}
-
-void CallLog::Clear() {
-    _lines.clear();
-    _bytes = 0;
 }
 
 }  // namespace dome

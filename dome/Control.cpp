@@ -1,6 +1,7 @@
 #include "Control.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -129,6 +130,7 @@ Control::Answer Control::Execute(const Words& words) {
         return {StateAndClock() + "\n"};
     }
     if (command == "calls") return {Calls(arguments)};
+    if (command == "history") return {ReadHistory(arguments)};
     if (command == "event") return Progress(AddEvents(arguments));
     if (command == "more") {
         CheckWords(command, arguments, 1, 1);
@@ -150,6 +152,11 @@ Control::Answer Control::Execute(const Words& words) {
         throw Exception("unknown command %s", command.c_str());
     }
     return {};
+}
+
+bool Control::IsAction(const Words& words) {
+    constexpr std::array<const char*, 5> kActions = {"set", "banks", "clock", "event", "fault"};
+    return !words.empty() && std::find(kActions.begin(), kActions.end(), words.front()) != kActions.end();
 }
 
 void Control::EmitEvents() {
@@ -206,6 +213,8 @@ void Control::SetClock(const Words& arguments) {
     CheckWords("clock " + verb, arguments, takesNumber ? 2 : 1, takesNumber ? 2 : 1);
     if (verb == "pause") _clock.Pause();
     if (verb == "run") _clock.Run();
+    // What begins within the step is the camera's own doing.
+    const History::Because nothing(_history, {});
     Refusable([&] {
         if (verb == "step") _clock.Step(ParseNumber<double>(arguments[1]));
         if (verb == "rate") _clock.SetRate(ParseNumber<double>(arguments[1]));
@@ -219,6 +228,14 @@ std::string Control::Calls(const Words& arguments) {
     std::string lines = _calls.Lines();
     if (clear) _calls.Clear();
     return lines;
+}
+
+std::string Control::ReadHistory(const Words& arguments) const {
+    CheckWords("history", arguments, 0, 2);
+    if (arguments.empty()) return _history.Since(0);
+    if (arguments[0] != "--since") throw Exception("unknown option %s", arguments[0].c_str());
+    CheckWords("history --since", arguments, 2, 2);
+    return _history.Since(ParseNumber<std::uint64_t>(arguments[1]));
 }
 
 void Control::Set(const Words& arguments) {
@@ -313,16 +330,21 @@ std::uint64_t Control::AddEvents(const Words& arguments) {
     }
     CheckWords(name, values, isTemperature ? 3 : 2, isTemperature ? 3 : 2);
     const int first = ParseWithin<int>(name, values.back());
-    std::uint64_t last = 0;
+    EventQueue::Emit emit;
     if (isTemperature) {
         const int sensor = ParseSensor(values[1]);
         auto& event = _services.temperature.OnTemperatureChange();
-        last = _events.Add(first, count, [&event, sensor](int degrees) { event.Fire(sensor, degrees); });
+        emit = [&event, sensor](int degrees) { event.Fire(sensor, degrees); };
     } else {
         auto& event =
             name == "voltage" ? _services.voltage.OnVoltageStatusChange() : _services.power.OnPowerStatusChange();
-        last = _events.Add(first, count, [&event](int status) { event.Fire(status); });
+        emit = [&event](int status) { event.Fire(status); };
     }
+    const auto emitBecause = [this, cause = _history.CurrentCause(), emit = std::move(emit)](int value) {
+        const History::Because because(_history, cause);
+        emit(value);
+    };
+    const std::uint64_t last = _events.Add(first, count, emitBecause);
     EmitEvents();  // emits the first few before the answer
     return last;
 }

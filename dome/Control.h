@@ -9,6 +9,7 @@
 #include "CallLog.h"
 #include "EventQueue.h"
 #include "Faults.h"
+#include "History.h"
 #include "ModelClock.h"
 #include "dome/services/Services.h"
 
@@ -17,8 +18,8 @@ namespace dome {
 /// Carries out domectl's commands on the running camera; domectl's usage text lists them.
 class Control {
 public:
-    Control(Camera& camera, ModelClock& clock, Services& services, CallLog& calls, Faults& faults)
-        : _camera(camera), _clock(clock), _services(services), _calls(calls), _faults(faults) {}
+    Control(Camera& camera, ModelClock& clock, Services& services, CallLog& calls, Faults& faults, History& history)
+        : _camera(camera), _clock(clock), _services(services), _calls(calls), _faults(faults), _history(history) {}
 
     struct Answer {
         std::string text;        ///< for domectl to print
@@ -28,6 +29,9 @@ public:
     /// Carries out one command. Throws tavos::osa::Exception with one line of text when it cannot, a WrongWord for a
     /// word that it does not know; the camera is then unchanged.
     Answer Execute(const std::vector<std::string>& words);
+
+    /// True for a command that changes the camera, its clock or its faults, or emits events, if it is carried out.
+    static bool IsAction(const std::vector<std::string>& words);
 
     /// While events wait, EmitEvents must be called repeatedly; each call emits some of them.
     bool HasEvents() const { return !_events.IsEmpty(); }
@@ -44,6 +48,7 @@ private:
     std::string StateAndClock() const;
     void SetClock(const std::vector<std::string>& arguments);
     std::string Calls(const std::vector<std::string>& arguments);
+    std::string ReadHistory(const std::vector<std::string>& arguments) const;
     void Set(const std::vector<std::string>& arguments);
     void SetMaxZoom(const std::string& value);
     int ParseSensor(const std::string& text) const;
@@ -57,6 +62,7 @@ private:
     Services& _services;
     CallLog& _calls;
     Faults& _faults;
+    History& _history;
     EventQueue _events;
 };
 

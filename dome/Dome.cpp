@@ -20,6 +20,10 @@ constexpr int kIdle = 200;
 // answers to service calls.
 constexpr std::chrono::milliseconds kEventsEvery{2};
 
+Cause FromSettings() {
+    return {Cause::Kind::kNamed, "settings"};
+}
+
 std::vector<std::string> ShortNames(const std::vector<Services::Name>& names) {
     std::vector<std::string> shortNames;
     for (const Services::Name& name : names) shortNames.push_back(name.shortName);
@@ -37,6 +41,7 @@ Dome::Dome(const std::string& busAddress, const Configuration& configuration, co
           const auto named = [&](const Services::Name& name) { return name.shortName == service; };
           _host.SetPresent(std::find_if(_names.begin(), _names.end(), named)->busName, present);
       }) {
+    const History::Because because(_history, FromSettings());
     _settings.Restore();  // before the first call is served
     _camera.relays.OnChange([this] { _settings.KeepRelays(); });
     Serve(_host, static_cast<IControl&>(*this));
@@ -46,8 +51,9 @@ Dome::Dome(const std::string& busAddress, const Configuration& configuration, co
 void Dome::OpenConsole(const console::Options& options) {
     console::CameraAccess access;
     access.state = [this](std::size_t maxPoints) { return _control.State(maxPoints); };
-    access.execute = [this](const std::vector<std::string>& words) { _control.Execute(words); };
-    access.fault = [this](const std::string& service) { return _faults.All().at(service); };
+    access.execute = [this](const std::vector<std::string>& words) { Execute("page", words); };
+    access.call = [this](const std::string& service, const std::vector<std::string>& words,
+                         const std::function<void()>& carryOut) { return CallForPage(service, words, carryOut); };
     _console = std::make_unique<console::Console>(options, _services, std::move(access));
     _host.WakeOn(_console->Descriptor());
 }
@@ -58,7 +64,7 @@ void Dome::Run(const std::atomic<bool>& stop) {
         _host.Process(_console ? _console->Timeout(timeout) : timeout);
         LetTimePass();
         EmitEvents();
-        _settings.Work(_now);
+        FollowSettings();
         if (_console) _console->Work();
         _hungPings.Answer(
             [this](const std::string& service) { return _faults.Treatment(service) == Treatment::kHang; });
@@ -76,9 +82,35 @@ void Dome::EmitEvents() {
     _nextEvents = _now + kEventsEvery;
 }
 
+void Dome::FollowSettings() {
+    const History::Because because(_history, FromSettings());
+    _settings.Work(_now);
+}
+
+Control::Answer Dome::Execute(const char* by, const std::vector<std::string>& words) {
+    if (!Control::IsAction(words)) return _control.Execute(words);
+    Control::Answer answer;
+    _history.Act(by, words, [&] {
+        answer = _control.Execute(words);
+        return std::string();
+    });
+    return answer;
+}
+
+Fault Dome::CallForPage(const std::string& service, const std::vector<std::string>& words,
+                        const std::function<void()>& carryOut) {
+    const Fault fault = _faults.All().at(service);
+    _history.Act("page", words, [&] {
+        if (fault != Fault::kOk) return service + " is set to " + KindOf(fault).name;
+        carryOut();
+        return std::string();
+    });
+    return fault;
+}
+
 std::vector<std::string> Dome::Execute(const std::vector<std::string>& words) {
     try {
-        const Control::Answer answer = _control.Execute(words);
+        const Control::Answer answer = Execute("domectl", words);
         if (answer.more != 0) return {"more", std::to_string(answer.more)};
         return {"ok", answer.text};
     } catch (const WrongWord& wrong) {
@@ -100,7 +132,7 @@ bool Dome::TakesOver(const ReceivedCall& call) {
         if (hangs) _hungPings.Hold(name->shortName, call);
         return hangs;
     }
-    _calls.Add(name->shortName, call, Outcome(treatment));
+    _history.AddCall(name->shortName, call, Outcome(treatment));
     if (_console) _console->Heard(name->shortName, call, Outcome(treatment));
     if (treatment == Treatment::kFail) throw tavos::osa::Exception("the service has failed");
     return hangs;
@@ -108,6 +140,7 @@ bool Dome::TakesOver(const ReceivedCall& call) {
 
 void Dome::LetTimePass() {
     const Clock::time_point now = Clock::now();
+    _history.TimePasses();
     _clock.Pass(std::chrono::duration<double>(now - _now).count());
     _now = now;
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "Control.h"
 #include "Faults.h"
 #include "HeldPings.h"
+#include "History.h"
 #include "IControl.h"
 #include "ModelClock.h"
 #include "SettingsLink.h"
@@ -38,21 +40,26 @@ private:
     using Clock = std::chrono::steady_clock;
 
     std::vector<std::string> Execute(const std::vector<std::string>& words) override;
+    Control::Answer Execute(const char* by, const std::vector<std::string>& words);
+    Fault CallForPage(const std::string& service, const std::vector<std::string>& words,
+                      const std::function<void()>& carryOut);
     bool TakesOver(const tavos::msgbus::ReceivedCall& call);
     int Timeout() const;
     void LetTimePass();
     void EmitEvents();
+    void FollowSettings();
 
     Camera _camera;
     SettingsLink _settings;
     ModelClock _clock{_camera};
     Services _services{_camera};
     CallLog _calls;
+    History _history{_camera, _services, _clock, _calls};
     tavos::msgbus::ServiceHost _host;
     const std::vector<Services::Name> _names;
     Faults _faults;
     HeldPings _hungPings;
-    Control _control{_camera, _clock, _services, _calls, _faults};
+    Control _control{_camera, _clock, _services, _calls, _faults, _history};
     Clock::time_point _now = Clock::now();
     Clock::time_point _nextEvents{};
     std::unique_ptr<console::Console> _console;  // null: no console

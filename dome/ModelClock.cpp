@@ -24,10 +24,14 @@ void ModelClock::SetRate(double rate) {
 void ModelClock::Advance(double seconds) {
     // A rounding error in a number of whole ticks must not add an almost empty tick.
     const auto ticks = static_cast<long>(seconds / kTick + 1e-9);
-    for (long i = 0; i < ticks; ++i) _camera.Tick(kTick);
+    const double begin = _time;
+    for (long i = 0; i < ticks; ++i) {
+        _time = begin + static_cast<double>(i + 1) * kTick;
+        _camera.Tick(kTick);
+    }
+    _time = begin + seconds;
     const double rest = seconds - static_cast<double>(ticks) * kTick;
     if (rest > 0) _camera.Tick(rest);
-    _time += seconds;
 }
 
 }  // namespace dome

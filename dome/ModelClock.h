@@ -31,7 +31,8 @@ public:
 
     bool IsRunning() const { return _running; }
     double Rate() const { return _rate; }
-    double Time() const { return _time; }  ///< the camera's seconds since the start
+    /// The camera's seconds since the start; within a tick of the camera, the time at which the tick ends.
+    double Time() const { return _time; }
 
 private:
     void Advance(double seconds);

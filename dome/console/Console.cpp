@@ -163,16 +163,15 @@ Reply Console::Control(const Words& words) {
 // A fault affects the console's calls like those from the bus, but the caller does not wait: the answer names the
 // fault.
 Reply Console::CallService(const std::string& service, const std::string& operation, const json& arguments) {
-    const Fault fault = _camera.fault(service);
-    const auto note = [&](const char* outcome) { Note("console", service, operation, Texts(arguments), outcome); };
-    if (fault != Fault::kOk) {
-        note(KindOf(fault).name);
-        return Answer({{"outcome", KindOf(fault).name}});
-    }
+    const Words texts = Texts(arguments);
+    const auto note = [&](const char* outcome) { Note("console", service, operation, texts, outcome); };
+    Words words{"call", service, operation};
+    words.insert(words.end(), texts.begin(), texts.end());
     try {
-        Call(_services, service, operation, arguments);
-        note("ok");
-        return Answer({{"outcome", "ok"}});
+        const auto carryOut = [&] { Call(_services, service, operation, arguments); };
+        const char* const outcome = KindOf(_camera.call(service, words, carryOut)).name;
+        note(outcome);
+        return Answer({{"outcome", outcome}});
     } catch (const std::exception& error) {
         note("refused");
         return Refused(error.what());

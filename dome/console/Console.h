@@ -30,8 +30,12 @@ struct CameraAccess {
     std::function<std::string(std::size_t maxPoints)> state;
     /// Carries out one of domectl's commands; throws when it cannot.
     std::function<void(const std::vector<std::string>& words)> execute;
-    /// For a service's short name.
-    std::function<Fault(const std::string& service)> fault;
+    /// Carries out a call of the service with this short name, unless the service's fault prevents it. Returns that
+    /// fault, or kOk when the call was carried out; throws what `carryOut` throws. `words` are the call as the camera's
+    /// history shows it.
+    std::function<Fault(const std::string& service, const std::vector<std::string>& words,
+                        const std::function<void()>& carryOut)>
+        call;
 };
 
 /// The camera as a page in a browser. Call all members on the camera's thread; none of them blocks. A separate thread

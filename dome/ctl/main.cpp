@@ -31,6 +31,9 @@ void AddCommands(CommandLine& line) {
     line.AddCommand("calls", 0, 1, R"(
   calls [--clear]                        the service calls received, the last 20000 at most, one JSON object a line;
                                          --clear then empties the log)");
+    line.AddCommand("history", 0, 2, R"(
+  history [--since N]                    calls, motions, actions and events, in order, one JSON object a line; from the
+                                         oldest on, or after the change N)");
     line.AddCommand("set", 2, 4, R"(
   set pan|tilt POSITION                  thousandths of a degree
   set zoom|zoom-max MAGNIFICATION        thousandths

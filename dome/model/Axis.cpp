@@ -17,6 +17,7 @@ Axis::Axis(const AxisProperties& properties) : _properties(properties), _positio
 }
 
 void Axis::MoveTo(double position, double speed, double timeLimit) {
+    Interrupt(MoveEnd::kReplaced);
     const double target = _properties.endless ? Wrap(position) : Clamp(position);
     _remaining = target - _position;
     if (_properties.endless) {
@@ -30,21 +31,28 @@ void Axis::MoveTo(double position, double speed, double timeLimit) {
     _target = target;
     _timeLeft = timeLimit;
     _mode = Mode::kPositioned;
+    Begin(_properties.endless || target == position ? MoveEnd::kArrived : MoveEnd::kLimit);
     if (_remaining == 0 && _velocity == 0) ComeToRest(target);
 }
 
 void Axis::MoveAt(double velocity, double timeLimit) {
+    if (velocity == 0) return Stop();
+    Interrupt(MoveEnd::kReplaced);
     _cruise = std::clamp(velocity, -1.0, 1.0) * _properties.maxSpeed;
     _target.reset();
     _timeLeft = timeLimit;
-    _mode = _cruise == 0 ? Mode::kRest : Mode::kContinuous;
+    _mode = Mode::kContinuous;
+    Begin(MoveEnd::kLimit);
+    if (_velocity == 0 && DistanceToGo() == 0) ComeToRest(_position);
 }
 
 void Axis::Stop() {
-    MoveAt(0, 0);
+    if (_expected && _mode != Mode::kRest && _observer.stopping) _observer.stopping();
+    Brake(MoveEnd::kStopped);
 }
 
 void Axis::JumpTo(double position) {
+    Interrupt(MoveEnd::kJumped);
     ComeToRest(_properties.endless ? Wrap(position) : Clamp(position));
     _target.reset();
 }
@@ -52,10 +60,15 @@ void Axis::JumpTo(double position) {
 void Axis::SetLimits(double minimum, double maximum) {
     _properties.minimum = minimum;
     _properties.maximum = maximum;
-    if (Clamp(_position) != _position) JumpTo(_position);
+    if (Clamp(_position) != _position) {
+        _position = Clamp(_position);
+        Interrupt(MoveEnd::kLimit);
+        JumpTo(_position);
+    }
     if (_mode == Mode::kPositioned && Clamp(*_target) != *_target) {
         _target = Clamp(*_target);
         _remaining = *_target - _position;
+        _expected = MoveEnd::kLimit;
     }
 }
 
@@ -63,7 +76,7 @@ double Axis::Tick(double seconds) {
     while (seconds > 0 && IsMoving()) {
         const bool timed = _mode != Mode::kRest;
         if (timed && _timeLeft <= 0) {
-            Stop();
+            Brake(MoveEnd::kTimeLimit);
             continue;
         }
         double step = std::min(seconds, kMaxIntegrationStep);
@@ -139,12 +152,39 @@ void Axis::Advance(double step) {
         _velocity = 0;
         _remaining = _target ? *_target - _position : 0;
     }
+    if (_mode == Mode::kRest && _velocity == 0) ComeToRest(_position);
+}
+
+void Axis::Brake(MoveEnd end) {
+    if (_expected && _mode != Mode::kRest) _expected = end;
+    _cruise = 0;
+    _target.reset();
+    _mode = Mode::kRest;
+    if (_velocity == 0) ComeToRest(_position);
 }
 
 void Axis::ComeToRest(double position) {
     _position = position;
     _velocity = 0;
     _mode = Mode::kRest;
+    if (_expected) End(*_expected);
+}
+
+void Axis::Begin(MoveEnd expected) {
+    _expected = expected;
+    if (!_observer.began) return;
+    const double speed = _target ? std::copysign(_cruise, _remaining) : _cruise;
+    _observer.began({_position, _target, speed / _properties.maxSpeed});
+}
+
+void Axis::End(MoveEnd end) {
+    _expected.reset();
+    if (_observer.ended) _observer.ended(end);
+}
+
+/// Ends the current move where it is. One that is already braking ends as it would have at rest.
+void Axis::Interrupt(MoveEnd end) {
+    if (_expected) End(_mode == Mode::kRest ? *_expected : end);
 }
 
 }  // namespace dome

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <optional>
+#include <utility>
 
 namespace dome {
 
@@ -17,6 +19,31 @@ struct AxisProperties {
     double acceleration = std::numeric_limits<double>::infinity();
 };
 
+/// How a move ended.
+enum class MoveEnd {
+    kArrived,    ///< at its target
+    kReplaced,   ///< the next move began
+    kStopped,    ///< Stop
+    kLimit,      ///< at an end of the axis: a continuous move, or one whose target was beyond it
+    kTimeLimit,  ///< its time limit
+    kJumped      ///< JumpTo
+};
+
+/// A move as it begins.
+struct MoveStart {
+    double from;
+    std::optional<double> target;  ///< none: a continuous move
+    double speed;                  ///< a fraction of the max speed; negative: towards smaller positions
+};
+
+/// Sees the moves of an axis: all members are set. Each move that began ends once, and before the next one begins. A
+/// move that changes nothing begins and ends at once.
+struct MoveObserver {
+    std::function<void(const MoveStart& start)> began;
+    std::function<void()> stopping;          ///< Stop has begun to brake the move
+    std::function<void(MoveEnd end)> ended;  ///< Position() is where it ended
+};
+
 /// One motor: pan, tilt, and the lens's drives. It moves only in Tick; a new move replaces the previous one and starts
 /// at the axis's current velocity. It never passes a limit or its max speed. Speeds and velocities of the moves are
 /// fractions of the max speed, -1 to 1 (clamped to that range). Time limits are in seconds of Tick's clock; at its
@@ -24,6 +51,10 @@ struct AxisProperties {
 class Axis {
 public:
     explicit Axis(const AxisProperties& properties);
+
+    /// Replaces the observer before. A move that was stopped or has reached its time limit ends when the axis is at
+    /// rest, or when the next move begins.
+    void Observe(MoveObserver observer) { _observer = std::move(observer); }
 
     /// An endless axis takes the position modulo a turn. It moves in the direction of the speed's sign; with speed 0 in
     /// the shorter direction (towards larger positions when both are equal). An axis with ends moves towards the
@@ -67,7 +98,11 @@ private:
     double WantedVelocity() const;
     bool Arrives(double distance, double step) const;
     void Advance(double step);
+    void Brake(MoveEnd end);
     void ComeToRest(double position);
+    void Begin(MoveEnd expected);
+    void End(MoveEnd end);
+    void Interrupt(MoveEnd end);
 
     AxisProperties _properties;
     Mode _mode = Mode::kRest;
@@ -77,6 +112,8 @@ private:
     double _remaining = 0;  // signed distance to the target of a positioned move
     double _timeLeft = 0;
     std::optional<double> _target;
+    MoveObserver _observer;
+    std::optional<MoveEnd> _expected;  // how the current move ends unless something else happens; none: no move
 };
 
 }  // namespace dome

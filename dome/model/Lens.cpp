@@ -100,6 +100,23 @@ void Focus::Swing() {
     }
 }
 
+void Focus::Observe(MoveObserver observer) {
+    MoveObserver drive;
+    drive.began = [this, began = std::move(observer.began)](MoveStart start) {
+        const bool isLaterSwing = _focusing && _swing > 1;
+        if (isLaterSwing) return;
+        if (_focusing) start.target = _sharp;
+        began(start);
+    };
+    drive.stopping = std::move(observer.stopping);
+    drive.ended = [this, ended = std::move(observer.ended)](MoveEnd end) {
+        const bool isAtTarget = end == MoveEnd::kArrived || end == MoveEnd::kLimit;
+        const bool goesOn = _focusing && isAtTarget && _swing < std::size(kSwings);
+        if (!goesOn) ended(end);
+    };
+    _drive.Observe(std::move(drive));
+}
+
 void Focus::Tick(double seconds) {
     double left = _drive.Tick(seconds);
     while (_focusing && !_drive.IsMoving()) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <utility>
 
 #include "Axis.h"
 
@@ -40,6 +41,7 @@ public:
     std::uint32_t DigitalMaximum() const { return _properties.digitalMaximum; }
     std::uint32_t CombinedMaximum() const;  ///< optical times digital: the limit of SetMaximum
     const Axis& Drive() const { return _drive; }
+    void Observe(MoveObserver observer) { _drive.Observe(std::move(observer)); }
 
 private:
     Properties _properties;
@@ -78,6 +80,10 @@ public:
     double Percent() const { return _drive.Position(); }
     const Axis& Drive() const { return _drive; }
 
+    /// A run of the auto focus is one move, whose target is the sharp position. The focus must stay where it is in
+    /// memory from then on.
+    void Observe(MoveObserver observer);
+
 private:
     void Swing();
 
@@ -112,6 +118,7 @@ public:
 
     double Percent() const { return _drive.Position(); }
     const Axis& Drive() const { return _drive; }
+    void Observe(MoveObserver observer) { _drive.Observe(std::move(observer)); }
 
 private:
     void Expose();

@@ -219,7 +219,10 @@ std::function<void()> AnswerTo(sd_bus_message* call) {
 bool IsTakenOver(const Object& object, const Operation& operation, sd_bus_message* call) {
     if (!object.host->filter) return false;
     Reader reader(call);
-    const ReceivedCall received{object.address.service, operation.name, operation.values(reader), AnswerTo(call)};
+    ReceivedCall received{object.address.service, operation.name, operation.values(reader), AnswerTo(call)};
+    const char* const sender = sd_bus_message_get_sender(call);
+    received.sender = sender ? sender : "";
+    CheckBus(sd_bus_message_get_cookie(call, &received.serial));
     CheckBus(sd_bus_message_rewind(call, 1));
     return object.host->filter(received);
 }

@@ -23,7 +23,8 @@ struct ControlTest : testing::Test {
     std::vector<std::pair<std::string, bool>> presence;
     Faults faults{{"pan", "alarm"},
                   [this](const std::string& service, bool present) { presence.emplace_back(service, present); }};
-    Control control{camera, clock, services, calls, faults};
+    History history{camera, services, clock, calls};
+    Control control{camera, clock, services, calls, faults, history};
 };
 
 TEST_F(ControlTest, SetsThings) {

@@ -59,7 +59,8 @@ struct Desk {
     dome::Services services{camera};
     dome::CallLog calls;
     dome::Faults faults{{std::begin(kServices), std::end(kServices)}, [](const std::string&, bool) {}};
-    dome::Control control{camera, clock, services, calls, faults};
+    dome::History history{camera, services, clock, calls};
+    dome::Control control{camera, clock, services, calls, faults, history};
 };
 
 /// Reset for each input, but always at the same address, because the console keeps it.
@@ -72,7 +73,12 @@ Console& TheConsole() {
         dome::console::CameraAccess access;
         access.state = [](std::size_t maxPoints) { return s_desk->control.State(maxPoints); };
         access.execute = [](const std::vector<std::string>& words) { s_desk->control.Execute(words); };
-        access.fault = [](const std::string& service) { return s_desk->faults.All().at(service); };
+        access.call = [](const std::string& service, const std::vector<std::string>&,
+                         const std::function<void()>& carryOut) {
+            const dome::Fault fault = s_desk->faults.All().at(service);
+            if (fault == dome::Fault::kOk) carryOut();
+            return fault;
+        };
         return new Console({}, s_desk->services, std::move(access));
     }();
     return *console;

@@ -26,6 +26,8 @@ struct ReceivedCall {
     /// For a filter that has taken the call over: sends an answer without a result, once, at any time, on the host's
     /// thread. The answer is lost when the connection of the call has ended.
     std::function<void()> answer = nullptr;
+    std::string sender{};      ///< the caller's unique bus name, ":1.7"
+    std::uint64_t serial = 0;  ///< the message's serial among those of its sender
 };
 
 /// A process's services on the bus. Everything runs on the thread that calls Process; call members only on that thread.

@@ -175,6 +175,16 @@ class Desk:
         """The calls that the dome's services have received since the log was cleared."""
         return [json.loads(line) for line in self.domectl("calls").splitlines()]
 
+    def history(self, since=0):
+        """The camera's history after that change: its entries, and the change to read on from."""
+        entries = []
+        while True:
+            head, *lines = map(json.loads, self.domectl("history", "--since", since).splitlines())
+            entries += lines
+            since = head["change"]
+            if not head["more"]:
+                return entries, since
+
     def clear_calls(self):
         self.domectl("calls", "--clear")
 

@@ -173,6 +173,25 @@ def test_a_fault_affects_the_console_too(camera, fault):
     assert last_activity(camera)[-1] == fault
 
 
+def test_what_the_page_does_is_in_the_history(camera):
+    _, before = camera.history()
+    camera.control("fault", "tilt", "hang")
+    camera.post("/api/control", {"words": ["set", "pan", "north"]})
+    camera.call("tilt", "SetPosition", 1000, 300)
+    camera.call("pan", "SetPosition", 0.5, 300)
+    camera.call("pan", "SetPosition", 90000, 300)
+    history, _ = camera.history(before)
+    actions = [entry for entry in history if entry["kind"] == "action"]
+    assert [action["by"] for action in actions] == ["page"] * 5
+    assert [(action["words"], action["refused"]) for action in actions[:3]] == [
+        (["fault", "tilt", "hang"], None),
+        (["set", "pan", "north"], "pan: not a whole number: north"),
+        (["call", "tilt", "SetPosition", "1000", "300"], "tilt is set to hang")]
+    assert "0.5" in actions[3]["refused"] and actions[4]["refused"] is None
+    (motion,) = [entry for entry in history if entry["kind"] == "motion" and entry["axis"] == "pan"]
+    assert (motion["target"], motion["cause"]) == (90000, {"action": actions[4]["number"]})
+
+
 def test_calls_and_events_are_logged(camera, tools):
     assert tools.set("1.3.6.1.4.1.1206.4.2.7.4.1.0", "x", "02404650").status == 0
     found = activities(camera)[-1]

@@ -2,6 +2,9 @@
 
 #include <cmath>
 #include <functional>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "dome/model/Axis.h"
 
@@ -234,6 +237,142 @@ TEST(Axis, MovesInsideNewLimits) {
     axis.SetLimits(-1000, 5000);
     EXPECT_EQ(axis.Position(), 5000);
     EXPECT_FALSE(axis.IsMoving());
+}
+
+/// What an observer sees of an axis, as text: "began FROM TARGET SPEED", "stopping", "HOW POSITION".
+struct Observed {
+    explicit Observed(Axis& observed) : axis(observed) {
+        axis.Observe({[this](const MoveStart& start) {
+                          const std::string target = start.target ? Whole(*start.target) : "none";
+                          seen.push_back("began " + Whole(start.from) + ' ' + target + ' ' + Whole(100 * start.speed) +
+                                         '%');
+                      },
+                      [this] { seen.push_back("stopping"); },
+                      [this](MoveEnd how) { seen.push_back(Name(how) + ' ' + Whole(axis.Position())); }});
+    }
+
+    static std::string Whole(double number) { return std::to_string(std::lround(number)); }
+
+    static std::string Name(MoveEnd how) {
+        const char* const names[] = {"arrived", "replaced", "stopped", "limit", "time", "jumped"};
+        return names[static_cast<int>(how)];
+    }
+
+    /// Since the last Take.
+    std::vector<std::string> Take() { return std::exchange(seen, {}); }
+
+    Axis& axis;
+    std::vector<std::string> seen;
+};
+
+using Seen = std::vector<std::string>;
+
+TEST(MoveObserver, SeesAMoveArrive) {
+    Axis axis(Turning());
+    Observed observed(axis);
+    axis.MoveTo(350000, 0, kLong);
+    axis.Tick(0.1);
+    EXPECT_EQ(observed.Take(), Seen{"began 0 350000 -50%"});
+    RunToRest(axis);
+    EXPECT_EQ(observed.Take(), Seen{"arrived 350000"});
+    axis.MoveTo(350000, 1, kLong);
+    EXPECT_EQ(observed.Take(), (Seen{"began 350000 350000 100%", "arrived 350000"})) << "without a tick";
+}
+
+TEST(MoveObserver, SeesTheNextMoveReplaceTheOneBefore) {
+    Axis axis(Heavy(Turning()));
+    Observed observed(axis);
+    axis.MoveTo(180000, 1, kLong);
+    axis.Tick(0.25);
+    const std::string there = Observed::Whole(axis.Position());
+    axis.MoveTo(20000, 1, kLong);
+    EXPECT_EQ(observed.Take(), (Seen{"began 0 180000 100%", "replaced " + there, "began " + there + " 20000 100%"}));
+    axis.MoveAt(-0.5, kLong);
+    EXPECT_EQ(observed.Take(), (Seen{"replaced " + there, "began " + there + " none -50%"}));
+}
+
+TEST(MoveObserver, SeesAStoppedMoveEndWhereItComesToRest) {
+    Axis axis(Heavy(Turning()));
+    Observed observed(axis);
+    axis.MoveAt(1, kLong);
+    axis.Tick(1);
+    observed.Take();
+    axis.Stop();
+    axis.Stop();
+    axis.Tick(0.1);
+    EXPECT_EQ(observed.Take(), Seen{"stopping"}) << "it still brakes";
+    RunToRest(axis);
+    EXPECT_EQ(observed.Take(), Seen{"stopped " + Observed::Whole(axis.Position())});
+    axis.Stop();
+    EXPECT_EQ(observed.Take(), Seen{}) << "nothing was moving";
+
+    axis.MoveAt(1, kLong);
+    axis.Tick(1);
+    axis.Stop();
+    observed.Take();
+    axis.MoveAt(0.5, kLong);
+    EXPECT_EQ(observed.Take().front(), "stopped " + Observed::Whole(axis.Position())) << "it was stopped before";
+    axis.Stop();
+    observed.Take();
+    axis.MoveAt(-1, kLong);
+    axis.MoveAt(0, kLong);
+    EXPECT_EQ(observed.Take().at(2), "stopping") << "a velocity of 0 is a stop";
+}
+
+TEST(MoveObserver, SeesAMoveEndAtALimit) {
+    Axis axis(Nodding());
+    Observed observed(axis);
+    axis.MoveAt(1, kLong);
+    axis.Tick(2);
+    EXPECT_EQ(observed.Take(), (Seen{"began 0 none 100%", "limit 90000"}));
+    axis.MoveAt(0.5, kLong);
+    EXPECT_EQ(observed.Take(), (Seen{"began 90000 none 50%", "limit 90000"})) << "without a tick";
+    EXPECT_FALSE(axis.IsMoving());
+    axis.MoveTo(-365000, 1, kLong);
+    axis.Tick(3);
+    EXPECT_EQ(observed.Take(), (Seen{"began 90000 -90000 -100%", "limit -90000"})) << "the target is beyond";
+    axis.MoveTo(-90000, 1, kLong);
+    EXPECT_EQ(observed.Take(), (Seen{"began -90000 -90000 100%", "arrived -90000"}));
+}
+
+TEST(MoveObserver, SeesNewLimitsEndAMove) {
+    Axis axis(Nodding());
+    Observed observed(axis);
+    axis.MoveTo(80000, 1, kLong);
+    axis.Tick(0.4);
+    axis.SetLimits(-1000, 60000);
+    EXPECT_EQ(observed.Take(), Seen{"began 0 80000 100%"});
+    axis.Tick(1);
+    EXPECT_EQ(observed.Take(), Seen{"limit 60000"});
+    axis.MoveAt(-1, kLong);
+    axis.Tick(0.1);
+    observed.Take();
+    axis.SetLimits(-1000, 5000);
+    EXPECT_EQ(observed.Take(), Seen{"limit 5000"});
+    EXPECT_FALSE(axis.IsMoving());
+}
+
+TEST(MoveObserver, SeesAMoveEndAtItsTimeLimit) {
+    Axis axis(Heavy(Turning()));
+    Observed observed(axis);
+    axis.MoveTo(300000, 1, 1);
+    axis.Tick(1);
+    axis.Tick(0.1);
+    axis.Stop();
+    EXPECT_EQ(observed.Take(), Seen{"began 0 300000 100%"}) << "it brakes, and no stop brakes it";
+    RunToRest(axis);
+    EXPECT_EQ(observed.Take(), Seen{"time " + Observed::Whole(axis.Position())});
+}
+
+TEST(MoveObserver, SeesAJumpEndAMoveWhereItWas) {
+    Axis axis(Turning());
+    Observed observed(axis);
+    axis.MoveAt(1, kLong);
+    axis.Tick(0.5);
+    axis.JumpTo(200000);
+    EXPECT_EQ(observed.Take(), (Seen{"began 0 none 100%", "jumped 50000"}));
+    axis.JumpTo(100000);
+    EXPECT_EQ(observed.Take(), Seen{}) << "nothing was moving";
 }
 
 TEST(HeavyAxis, SpeedsUpAndSlowsDown) {

@@ -68,6 +68,31 @@ TEST_F(BusTest, AServiceThatAppearsLaterWorks) {
     EXPECT_EQ(client->GetMaxPosition(), 359999U);
 }
 
+TEST_F(BusTest, AReceivedCallNamesItsSenderAndItsSerial) {
+    std::vector<ReceivedCall> received;
+    HostThread host(bus.Address());
+    host.Do([&](ServiceHost& h) {
+        Serve(h, pan);
+        h.SetCallFilter([&](const ReceivedCall& call) {
+            received.push_back(call);
+            return Treatment::kServe;
+        });
+    });
+    MsgBus one;
+    MsgBus other;
+    PanClient(one)->GetPosition();
+    PanClient(one)->GetPosition();
+    PanClient(other)->GetPosition();
+    std::vector<ReceivedCall> calls;
+    host.Do([&](ServiceHost&) { calls = received; });
+    ASSERT_EQ(calls.size(), 3u);
+    EXPECT_EQ(calls[0].sender.front(), ':');
+    EXPECT_EQ(calls[1].sender, calls[0].sender);
+    EXPECT_NE(calls[2].sender, calls[0].sender);
+    EXPECT_GT(calls[0].serial, 0u);
+    EXPECT_GT(calls[1].serial, calls[0].serial);
+}
+
 TEST_F(BusTest, AServiceThatHangsThrowsAfterTheDeadline) {
     setenv("TAVOS_CALL_TIMEOUT_MS", "300", 1);
     HostThread host(bus.Address());

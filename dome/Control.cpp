@@ -233,7 +233,7 @@ std::string Control::Calls(const Words& arguments) {
 std::string Control::ReadHistory(const Words& arguments) const {
     CheckWords("history", arguments, 0, 2);
     if (arguments.empty()) return _history.Since(0);
-    if (arguments[0] != "--since") throw Exception("unknown option %s", arguments[0].c_str());
+    if (arguments[0] != "--since") throw WrongWord("history", arguments[0], "--since");
     CheckWords("history --since", arguments, 2, 2);
     return _history.Since(ParseNumber<std::uint64_t>(arguments[1]));
 }

@@ -65,8 +65,7 @@ Moment History::Now() const {
     return {NanosecondsSince1970(), _clock.Time()};
 }
 
-void History::AddCall(const std::string& service, const tavos::msgbus::ReceivedCall& call,
-                      const std::string& outcome) {
+void History::AddCall(const std::string& service, const tavos::msgbus::ReceivedCall& call, const std::string& outcome) {
     _calls.Add(service, call, outcome, ++_changes, Now());
     _cause = {Cause::Kind::kCall, call.sender, call.serial};
 }

@@ -75,7 +75,7 @@ TEST_F(BusTest, AReceivedCallNamesItsSenderAndItsSerial) {
         Serve(h, pan);
         h.SetCallFilter([&](const ReceivedCall& call) {
             received.push_back(call);
-            return Treatment::kServe;
+            return false;
         });
     });
     MsgBus one;

@@ -28,19 +28,24 @@ void CallChannel::Abandon() {
 
 void CallChannel::Call(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
                        const std::string& resultSignature, const std::function<void(Reader&)>& result) {
+    CallObservation observation;
     const auto start = Clock::now();
     try {
-        CallInTime(to, operation, arguments, resultSignature, result);
-        Spend(to, Clock::now() - start);
+        CallInTime(to, operation, arguments, resultSignature, result, observation);
+        const auto time = Clock::now() - start;
+        Spend(to, time);
+        observation.End(to, operation, arguments, "", time);
     } catch (const osa::Exception& e) {
-        Spend(to, Clock::now() - start);
+        const auto time = Clock::now() - start;
+        Spend(to, time);
+        observation.End(to, operation, arguments, e.what(), time);
         throw osa::Exception("%s %s: %s", to.service.c_str(), operation, e.what());
     }
 }
 
 void CallChannel::CallInTime(const ServiceAddress& to, const char* operation,
                              const std::function<void(Writer&)>& arguments, const std::string& resultSignature,
-                             const std::function<void(Reader&)>& result) {
+                             const std::function<void(Reader&)>& result, CallObservation& observation) {
     RefuseSilent(to);
     const auto left = _work.Left();
     if (left <= Clock::duration::zero()) throw osa::Exception("the request has waited too long for services already");
@@ -51,7 +56,8 @@ void CallChannel::CallInTime(const ServiceAddress& to, const char* operation,
     RefuseSilent(to);  // the previous call may have found it silent
     _time = std::chrono::ceil<std::chrono::milliseconds>(time);
     _hadEnoughTime = until - Clock::now() > _deadline / 2;
-    CallUntil(until, to, operation, arguments, resultSignature, result);
+    observation.Tried();
+    CallUntil(until, to, operation, arguments, resultSignature, result, observation);
 }
 
 void CallChannel::Spend(const ServiceAddress& on, Clock::duration time) {
@@ -75,7 +81,7 @@ void CallChannel::Missed(const ServiceAddress& whose) {
 
 void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, const char* operation,
                             const std::function<void(Writer&)>& arguments, const std::string& resultSignature,
-                            const std::function<void(Reader&)>& result) {
+                            const std::function<void(Reader&)>& result, CallObservation& observation) {
     const SignalsBlocked guard;
     EnsureOpen(until);
     sd_bus_message* made = nullptr;
@@ -87,7 +93,7 @@ void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, c
     Writer writer(made);
     arguments(writer);
 
-    const MessagePtr answer = Exchange(to, made, until);
+    const MessagePtr answer = Exchange(to, made, until, observation);
     if (sd_bus_message_has_signature(answer.get(), resultSignature.c_str()) <= 0) {
         const char* const signature = sd_bus_message_get_signature(answer.get(), 1);
         throw osa::Exception("the answer has the wrong form (\"%s\" instead of \"%s\")", signature ? signature : "",
@@ -136,14 +142,24 @@ int OnAnswer(sd_bus_message* message, void* answer, sd_bus_error*) {
     return 0;
 }
 
+void Describe(sd_bus* bus, sd_bus_message* call, CallObservation& observation) {
+    const char* sender = nullptr;
+    std::uint64_t serial = 0;
+    sd_bus_get_unique_name(bus, &sender);
+    sd_bus_message_get_cookie(call, &serial);
+    observation.Sent(sender, serial);
+}
+
 }  // namespace
 
 /// The library's blocking call would keep all messages that arrive before the answer, up to 65,536 of any size.
-int CallChannel::Await(sd_bus_message* call, Clock::time_point until, MessagePtr& answer) {
+int CallChannel::Await(sd_bus_message* call, Clock::time_point until, MessagePtr& answer,
+                       CallObservation& observation) {
     constexpr auto kNever = std::numeric_limits<std::uint64_t>::max();  // this function checks the deadline
     sd_bus_slot* made = nullptr;
     int result = sd_bus_call_async(_bus.get(), &made, call, OnAnswer, &answer, kNever);
     const SlotPtr slot(made);
+    if (result >= 0 && observation.IsOn()) Describe(_bus.get(), call, observation);
     while (result >= 0 && !answer) {
         if (Clock::now() >= until) return -ETIMEDOUT;
         result = sd_bus_process(_bus.get(), nullptr);
@@ -154,10 +170,11 @@ int CallChannel::Await(sd_bus_message* call, Clock::time_point until, MessagePtr
     return result;
 }
 
-MessagePtr CallChannel::Exchange(const ServiceAddress& to, sd_bus_message* call, Clock::time_point until) {
+MessagePtr CallChannel::Exchange(const ServiceAddress& to, sd_bus_message* call, Clock::time_point until,
+                                 CallObservation& observation) {
     const auto start = Clock::now();
     MessagePtr answer;
-    const int result = Await(call, until, answer);
+    const int result = Await(call, until, answer, observation);
     const sd_bus_error* const error = answer ? sd_bus_message_get_error(answer.get()) : nullptr;
     if (answer && (!error || IsAnswer(error->name))) _silent->Answered(to.service, IsSlow(Clock::now() - start));
     if (answer && !error) return answer;

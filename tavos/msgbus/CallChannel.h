@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tavos/msgbus/Bus.h"
+#include "tavos/msgbus/CallObservation.h"
 #include "tavos/msgbus/ForkWatch.h"
 #include "tavos/msgbus/Message.h"
 #include "tavos/msgbus/ServiceAddress.h"
@@ -38,17 +39,19 @@ private:
     /// is silent.
     void Missed(const ServiceAddress& whose);
     void CallInTime(const ServiceAddress& to, const char* operation, const std::function<void(Writer&)>& arguments,
-                    const std::string& resultSignature, const std::function<void(Reader&)>& result);
+                    const std::string& resultSignature, const std::function<void(Reader&)>& result,
+                    CallObservation& observation);
     void CallUntil(Clock::time_point until, const ServiceAddress& to, const char* operation,
                    const std::function<void(Writer&)>& arguments, const std::string& resultSignature,
-                   const std::function<void(Reader&)>& result);
+                   const std::function<void(Reader&)>& result, CallObservation& observation);
     void EnsureOpen(Clock::time_point until);
     void DropIfClosed(Clock::time_point until);
     void Close();
-    int Await(sd_bus_message* call, Clock::time_point until, MessagePtr& answer);
+    int Await(sd_bus_message* call, Clock::time_point until, MessagePtr& answer, CallObservation& observation);
     bool IsSlow(Clock::duration time) const;
     void Spend(const ServiceAddress& on, Clock::duration time);
-    MessagePtr Exchange(const ServiceAddress& to, sd_bus_message* call, Clock::time_point until);
+    MessagePtr Exchange(const ServiceAddress& to, sd_bus_message* call, Clock::time_point until,
+                        CallObservation& observation);
     void Abandon();
 
     const std::string _address;

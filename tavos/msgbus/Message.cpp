@@ -2,6 +2,8 @@
 
 #include <systemd/sd-bus.h>
 
+#include <charconv>
+#include <cmath>
 #include <cstring>
 
 #include "tavos/osa/Exception.h"
@@ -50,29 +52,91 @@ bool CanTravel(const std::string& text) {
     return true;
 }
 
+namespace {
+
+void AppendQuoted(std::string& json, const std::string& text) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    json += '"';
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = SequenceLength(text, at);
+        const auto octet = static_cast<unsigned char>(text[at]);
+        if (length == 0 && octet != 0) {
+            json += "\xEF\xBF\xBD";
+        } else if (octet < 0x20) {
+            json += {'\\', 'u', '0', '0', kDigits[octet >> 4], kDigits[octet & 0xF]};
+        } else {
+            if (octet == '"' || octet == '\\') json += '\\';
+            json.append(text, at, length);
+        }
+        at += length == 0 ? 1 : length;
+    }
+    json += '"';
+}
+
+/// Doubles in the shortest form that reads back as the same number.
+template <class T>
+std::string TextOf(T number) {
+    char text[32];
+    return {text, std::to_chars(text, text + sizeof text, number).ptr};
+}
+
+}  // namespace
+
+std::string& Writer::NextElement() {
+    if (!_json->empty()) *_json += ',';
+    return *_json;
+}
+
 void Writer::Put(std::int32_t value) {
+    if (_json != nullptr) {
+        NextElement() += TextOf(value);
+        return;
+    }
     Check(sd_bus_message_append_basic(_message, SD_BUS_TYPE_INT32, &value));
 }
 
 void Writer::Put(std::uint32_t value) {
+    if (_json != nullptr) {
+        NextElement() += TextOf(value);
+        return;
+    }
     Check(sd_bus_message_append_basic(_message, SD_BUS_TYPE_UINT32, &value));
 }
 
 void Writer::Put(double value) {
+    if (_json != nullptr) {
+        NextElement() += std::isfinite(value) ? TextOf(value) : "null";  // JSON has no infinite numbers
+        return;
+    }
     Check(sd_bus_message_append_basic(_message, SD_BUS_TYPE_DOUBLE, &value));
 }
 
 void Writer::Put(bool value) {
+    if (_json != nullptr) {
+        NextElement() += value ? "true" : "false";
+        return;
+    }
     const int number = value ? 1 : 0;
     Check(sd_bus_message_append_basic(_message, SD_BUS_TYPE_BOOLEAN, &number));
 }
 
 void Writer::Put(const std::string& value) {
+    if (_json != nullptr) {
+        AppendQuoted(NextElement(), value);
+        return;
+    }
     if (!CanTravel(value)) throw osa::Exception("a text is not UTF-8");
     Check(sd_bus_message_append_basic(_message, SD_BUS_TYPE_STRING, value.c_str()));
 }
 
 void Writer::Put(const std::vector<std::string>& value) {
+    if (_json != nullptr) {
+        std::string elements;
+        Writer writer(elements);
+        for (const auto& element : value) writer.Put(element);
+        NextElement() += '[' + elements + ']';
+        return;
+    }
     Check(sd_bus_message_open_container(_message, SD_BUS_TYPE_ARRAY, "s"));
     for (const auto& element : value) Put(element);
     Check(sd_bus_message_close_container(_message));

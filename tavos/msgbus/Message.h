@@ -60,8 +60,15 @@ public:
     void Put(const std::vector<std::string>& value);
     void Put(const char*) = delete;  // would convert to bool
 
+    /// A writer that appends the values to the elements of a JSON array instead. Takes any text: an octet that is no
+    /// UTF-8 becomes U+FFFD.
+    explicit Writer(std::string& json) : _message(nullptr), _json(&json) {}
+
 private:
+    std::string& NextElement();
+
     sd_bus_message* _message;
+    std::string* _json = nullptr;
 };
 
 /// Reads a message's values in order. Throws tavos::osa::Exception if the next value has another type.

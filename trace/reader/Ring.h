@@ -64,8 +64,8 @@ private:
     const RingHeader* _header = nullptr;
     const std::byte* _data = nullptr;
     std::uint64_t _capacity = 0;
-    std::uint64_t _next = 0;        // octets since the ring was made
-    std::uint64_t _nextNumber = 0;  // 0: not known, the next record counts no loss
+    std::uint64_t _next = 0;  // octets since the ring was made
+    std::uint64_t _nextNumber = 1;
     std::uint64_t _lost = 0;
 };
 

@@ -87,6 +87,7 @@ class Desk:
             os.environ,
             TAVOS_BUS_ADDRESS=f"unix:path={self.state}/bus.sock",
             TAVOS_SETTINGS_STORE=f"{self.state}/settings.db",
+            ORVEX_TRACE_SOCKET=f"{self.state}/trace.sock",
             PATH=f"{BUILD}/bin:{os.environ['PATH']}",
             MIBS="",
             SNMP_PERSISTENT_DIR=f"{self.state}/snmp",

@@ -166,7 +166,7 @@ def test_a_reader_of_the_log_that_stops_and_goes_on(desk):
 def test_the_module_loaded_twice_ends_the_start(desk):
     configuration = desk.state / "snmpd.conf"
     text = configuration.read_text()
-    (line,) = [line for line in text.splitlines() if line.startswith("dlmod ")]
+    (line,) = [line for line in text.splitlines() if line.startswith("dlmod orvexsnmp ")]
     configuration.write_text(text.replace(line, f"{line}\n{line}"))
     desk.start_bus()
     desk.start_dome()

@@ -202,8 +202,7 @@ void Companion::BeginRequest() noexcept {
     SettleRequest();
     _request.Begin(RecordKind::kRequest, Now(CLOCK_REALTIME));
     _start = Steady();
-    _pdu = nullptr;
-    _allowed = false;
+    _parsed = _allowed = false;
     _namesRefused = 0;
     Arm(true);
 }
@@ -219,11 +218,11 @@ void Companion::Received(netsnmp_transport& transport, const void* octets, int l
 
 void Companion::CheckedRequest(const view_parameters& checked) noexcept {
     if (!_on || checked.pdu == nullptr) return;
-    const bool another = !_request.IsOpen() || _pdu != nullptr;
+    const bool another = !_request.IsOpen() || _parsed;
     if (another && !_inStream) return;  // a query of the agent to itself
     if (another) BeginRequest();        // the next of several messages that a stream brought at once
-    EndWaitingOf(checked.pdu);          // the agent has freed that one
-    _pdu = checked.pdu;
+    _parsed = true;
+    _transaction = checked.pdu->transid;
     const auto verdict = static_cast<std::int32_t>(checked.errorcode);
     _allowed = verdict == VACM_SUCCESS;
     _request.Head().flags |= kParsed;
@@ -233,7 +232,8 @@ void Companion::CheckedRequest(const view_parameters& checked) noexcept {
 
 void Companion::CheckedName(const view_parameters& checked) noexcept {
     if (!_on || checked.errorcode == VACM_SUCCESS || checked.name == nullptr) return;
-    if (!_request.IsOpen() || checked.pdu != _pdu || ++_namesRefused > kMaxNamesRefused) return;
+    const bool here = _request.IsOpen() && _parsed && checked.pdu != nullptr && checked.pdu->transid == _transaction;
+    if (!here || ++_namesRefused > kMaxNamesRefused) return;
     const auto verdict = static_cast<std::int32_t>(checked.errorcode);
     const auto count = static_cast<std::uint32_t>(std::min<std::size_t>(checked.namelen, MAX_OID_LEN));
     _request.Open(Section::kNameRefused);
@@ -272,7 +272,7 @@ void Companion::Called(const tavos::msgbus::ObservedCall& call) noexcept {
 /// Before the agent has parsed a message it can only answer that it does not understand it.
 bool Companion::AnswersRequest(const netsnmp_pdu& pdu) const noexcept {
     if (!_request.IsOpen()) return false;
-    return _pdu != nullptr ? _pdu == &pdu : pdu.command == SNMP_MSG_REPORT || pdu.command == SNMP_MSG_RESPONSE;
+    return _parsed ? pdu.transid == _transaction : pdu.command == SNMP_MSG_REPORT || pdu.command == SNMP_MSG_RESPONSE;
 }
 
 void Companion::Sent(netsnmp_transport& transport, const netsnmp_pdu* pdu, const void* octets, int length, void* to,
@@ -299,7 +299,6 @@ void Companion::EndRequest() noexcept {
     if (!_request.IsOpen()) return;
     _request.Head().microseconds = MicrosecondsSince(_start);
     WriteTraps(_ring.Append(_request.Finish()));
-    _pdu = nullptr;
     DisarmIfDone();
 }
 
@@ -316,16 +315,15 @@ bool Companion::PutAside() noexcept {
     auto* const copy = static_cast<std::byte*>(std::malloc(_request.Length()));
     if (copy == nullptr) return false;
     std::memcpy(copy, _request.Data(), _request.Length());
-    _waiting[_waitingCount++] = {_pdu, _start, _request.Length(), copy};
+    _waiting[_waitingCount++] = {_transaction, _start, _request.Length(), copy};
     static_cast<void>(_request.Finish());
-    _pdu = nullptr;
     WriteTraps(0);
     return true;
 }
 
 void Companion::AnswerWaiting(const netsnmp_pdu& pdu, const void* octets, int length, bool sent) noexcept {
     for (std::size_t i = 0; i < _waitingCount; ++i) {
-        if (_waiting[i].pdu != &pdu) continue;
+        if (_waiting[i].transaction != pdu.transid) continue;
         _late.Load(_waiting[i].record, _waiting[i].length);
         Answered(_late, pdu, octets, length, sent);
         EndWaiting(_waiting[i]);
@@ -345,15 +343,6 @@ void Companion::EndWaiting(Waiting& waiting) noexcept {
 
 void Companion::EndWaitingBefore(std::int64_t start) noexcept {
     while (_waitingCount > 0 && _waiting[0].start < start) EndWaiting(_waiting[0]);
-}
-
-void Companion::EndWaitingOf(const netsnmp_pdu* pdu) noexcept {
-    for (std::size_t i = 0; i < _waitingCount; ++i) {
-        if (_waiting[i].pdu == pdu) {
-            EndWaiting(_waiting[i]);
-            return;
-        }
-    }
 }
 
 // --- a trap ---

@@ -35,7 +35,7 @@ public:
 private:
     /// A request that somebody else is to answer.
     struct Waiting {
-        const netsnmp_pdu* pdu;
+        long transaction;
         std::int64_t start;
         std::size_t length;
         std::byte* record;
@@ -75,7 +75,6 @@ private:
     void AnswerWaiting(const netsnmp_pdu& pdu, const void* octets, int length, bool sent) noexcept;
     void EndWaiting(Waiting& waiting) noexcept;
     void EndWaitingBefore(std::int64_t start) noexcept;
-    void EndWaitingOf(const netsnmp_pdu* pdu) noexcept;
 
     void BeginTrap() noexcept;
     void EndTrap() noexcept;
@@ -104,10 +103,13 @@ private:
     bool _alarmIsNow = false;  // or it comes within a second
 
     RecordBuilder _request;
-    const netsnmp_pdu* _pdu = nullptr;  // of the open request, once the agent has parsed it
-    bool _allowed = false;              // the agent began to work on it
-    bool _inStream = false;             // more messages may follow in the octets received last
-    std::int64_t _start = 0;            // steady, in nanoseconds
+    /// The library gives each message that it parses a number of its own, which the agent's copies of it keep; the
+    /// answer to a request that fails is another copy than the one that was checked.
+    long _transaction = 0;
+    bool _parsed = false;
+    bool _allowed = false;    // the agent began to work on it
+    bool _inStream = false;   // more messages may follow in the octets received last
+    std::int64_t _start = 0;  // steady, in nanoseconds
     std::uint32_t _namesRefused = 0;
 
     RecordBuilder _trap;

@@ -56,7 +56,8 @@ def check(pids, state, port, console):
     # The module connects to the bus shortly after the agent has loaded it.
     await_until(lambda: "unix connected" in sockets(), "the module is on the bus")
     # Newer agents learn of interfaces through a netlink socket, to which only the kernel can send.
-    assert sockets() - {"netlink"} == {f"udp 127.0.0.1:{port}", "udp 127.0.0.1:any", "unix connected"}
+    assert sockets() - {"netlink"} == {f"udp 127.0.0.1:{port}", "udp 127.0.0.1:any", "unix connected",
+                                       f"unix {state}/trace.sock listens"}
 
 
 def test_a_test_desk_is_open_to_its_own_machine_only(network):

@@ -11,7 +11,7 @@ import pytest
 
 import ber
 import trace_ring
-from desk import Desk, ManagerOf, await_until
+from desk import ManagerOf, await_until
 from expected_tree import OID
 from trace_ring import Pdu, Ring
 
@@ -37,6 +37,18 @@ def next_records(ring, count, kind=None):
 
     await_until(enough, f"{count} records")
     assert len(found) == count, [vars(record) for record in found]
+    return found
+
+
+def records_until(ring, condition):
+    """The next records, up to one that fulfils the condition: the agent answers before it writes the record."""
+    found = []
+
+    def fulfilled():
+        found.extend(ring.records())
+        return found and condition(found[-1])
+
+    await_until(fulfilled, "the last record")
     return found
 
 
@@ -190,7 +202,7 @@ def snmpv3(desk, *words, **settings):
 def test_an_encrypted_request_shows_what_it_says(ring, running):
     done = snmpv3(running, "." + OID["positionPan"], "x", PAN_TO_180.hex())
     assert done.returncode == 0, done.stderr
-    probe, *_, record = [record for record in ring.records() if record.kind == trace_ring.REQUEST]
+    probe, *_, record = records_until(ring, lambda record: record.calls)
     assert probe.answered and not probe.parsed  # asks for the engine's ID, answered by a report
     assert record.verdict == 0 and PAN_TO_180 not in record.one(trace_ring.MESSAGE_IN)
     request, answer = Pdu(record.one(trace_ring.REQUEST_PDU)), Pdu(record.one(trace_ring.ANSWER_PDU))
@@ -200,10 +212,13 @@ def test_an_encrypted_request_shows_what_it_says(ring, running):
     assert len(record.calls) == 1
 
 
-def test_a_wrong_key_is_recorded_with_the_report(ring, running):
+def test_a_wrong_key_is_recorded_with_the_report(ring, running, manager):
+    manager.get(SYS_NAME)
+    first = only_record(ring).number + 1
     assert snmpv3(running, "-A", "not the phrase", "." + OID["positionPan"], "x", "00").returncode != 0
-    record = ring.records()[-1]
+    probe, record, *_ = records_until(ring, lambda record: record.number >= first + 1)
     assert record.answered and not record.parsed and record.one(trace_ring.MESSAGE_OUT)
+    assert record.one(trace_ring.MESSAGE_OUT) != probe.one(trace_ring.MESSAGE_OUT)
 
 
 def test_a_trap_is_recorded_with_what_it_says_and_its_receivers(ring, running):

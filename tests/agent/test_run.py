@@ -404,7 +404,7 @@ def test_a_strangers_lock_is_left_alone(started):
 def test_a_copied_state_folder_is_not_the_running_cameras(started, neighbour):
     assert started.run("--detach")[0] == 0
     pids = started.pids()
-    shutil.copytree(started.state, neighbour.state, ignore=shutil.ignore_patterns("bus.sock"))
+    shutil.copytree(started.state, neighbour.state, ignore=shutil.ignore_patterns("bus.sock", "trace.sock"))
     status, _, error = neighbour.stop()
     assert not any(gone(pid) for pid in pids.values()), "the copied DIR/pids ended the first camera"
     status, _, error = neighbour.run("--detach")

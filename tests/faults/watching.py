@@ -27,7 +27,7 @@ def times(short, full):
 
 
 class Footprint(NamedTuple):
-    resident: int  # kB
+    resident: int  # kB, without shared memory
     highest: int  # kB, since the start
     threads: int
     descriptors: tuple  # their targets, without the numbers that identify single sockets
@@ -45,7 +45,9 @@ def footprint(pid):
             targets.append(os.readlink(link).split(":[")[0])
         except FileNotFoundError:
             continue  # closed meanwhile
-    return Footprint(int(status["VmRSS"].split()[0]), int(status["VmHWM"].split()[0]), int(status["Threads"]),
+    # The trace's ring is shared memory that fills up to its fixed size.
+    own = int(status["VmRSS"].split()[0]) - int(status["RssShmem"].split()[0])
+    return Footprint(own, int(status["VmHWM"].split()[0]), int(status["Threads"]),
                      tuple(sorted(targets)))
 
 

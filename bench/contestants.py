@@ -14,7 +14,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / "tests" / "agent"))
 
 import ber  # noqa: E402
-from desk import BUILD, SNMPD, Desk, ManagerOf, await_until, free_udp_port  # noqa: E402
+from desk import BUILD, SNMPD, ManagerOf, await_until, free_udp_port  # noqa: E402
+from desk import UntracedDesk as Desk  # noqa: E402
 from expected_tree import CCTV, GLOBAL, OID, ORVEX  # noqa: E402
 
 PEERS = pathlib.Path(__file__).resolve().parent / "peers"

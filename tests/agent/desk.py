@@ -76,11 +76,17 @@ def sanitizer_runtime():
 class Desk:
     """Not started yet: change settings, versions and configurations before start(). A `with` closes it."""
 
+    traced = True
+
     def __init__(self):
         self.state = pathlib.Path(tempfile.mkdtemp(prefix="orvex-"))
         self.port, self.trap_port = free_udp_port(), free_udp_port()
         command = [ROOT / "scripts" / "prepare-state", BUILD, self.state, str(self.port), str(self.trap_port)]
         subprocess.run(command, check=True)
+        if not self.traced:
+            configuration = self.state / "snmpd.conf"
+            kept = [line for line in configuration.read_text().splitlines(True) if "dlmod orvextrace" not in line]
+            configuration.write_text("".join(kept))
         # Otherwise a tool of an older net-snmp creates it and prints a message.
         (self.state / "snmp" / "cert_indexes").mkdir()
         self.environment = dict(
@@ -233,6 +239,12 @@ class Desk:
             return condition()
 
         await_until(ready, f"the {name} is ready")
+
+
+class UntracedDesk(Desk):
+    """For measurements of the module alone."""
+
+    traced = False
 
 
 def answers(manager):

@@ -233,7 +233,11 @@ void Companion::CheckedRequest(const view_parameters& checked) noexcept {
 void Companion::CheckedName(const view_parameters& checked) noexcept {
     if (!_on || checked.errorcode == VACM_SUCCESS || checked.name == nullptr) return;
     const bool here = _request.IsOpen() && _parsed && checked.pdu != nullptr && checked.pdu->transid == _transaction;
-    if (!here || ++_namesRefused > kMaxNamesRefused) return;
+    if (!here) return;
+    if (++_namesRefused > kMaxNamesRefused) {
+        _request.Head().flags |= kCut;
+        return;
+    }
     const auto verdict = static_cast<std::int32_t>(checked.errorcode);
     const auto count = static_cast<std::uint32_t>(std::min<std::size_t>(checked.namelen, MAX_OID_LEN));
     _request.Open(Section::kNameRefused);
@@ -258,7 +262,9 @@ void Companion::Called(const tavos::msgbus::ObservedCall& call) noexcept {
     head.operationLength = ShortLength(call.operation);
     head.errorLength = ShortLength(call.error);
     const std::size_t arguments = std::strlen(call.arguments);
-    head.argumentsLength = arguments <= kMaxArguments ? static_cast<std::uint32_t>(arguments) : 0;
+    const bool fits = arguments <= kMaxArguments;
+    head.argumentsLength = fits ? static_cast<std::uint32_t>(arguments) : 0;
+    if (!fits) _request.Head().flags |= kCut;
     _request.Open(Section::kCall);
     _request.Put(&head, sizeof head);
     _request.Put(call.sender, head.senderLength);

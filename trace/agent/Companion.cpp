@@ -363,7 +363,12 @@ void Companion::BeginTrap() noexcept {
 /// The agent shows each trap twice: as a trap of SNMPv1, then as one of SNMPv2. Either may be missing.
 void Companion::TrapBegins(int minor, const netsnmp_pdu& pdu) noexcept {
     if (!_on) return;
-    LookAround();
+    // The first trap, at the agent's start, comes before the first request.
+    if (_looked) {
+        HookSessions();
+    } else {
+        LookAround();
+    }
     const bool isFirst = minor == SNMPD_CALLBACK_SEND_TRAP1;
     const unsigned here = isFirst ? kTrap1Seen : kTrap2Seen;
     const bool isNext = isFirst ? _trapCallbacks != 0 : (_trapCallbacks & kTrap2Seen) != 0;

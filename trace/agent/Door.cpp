@@ -55,6 +55,10 @@ bool RemoveDead(const std::string& path, const sockaddr_un& address, std::string
         return false;
     }
     const Descriptor probe(MakeSocket());
+    if (probe < 0) {
+        reason = std::strerror(errno);
+        return false;
+    }
     const int result = connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     if (result == 0 || errno == EAGAIN) {
         reason = "another agent listens there; name another path";

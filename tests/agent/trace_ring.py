@@ -28,7 +28,8 @@ COUNTER64, OID = 0x46, 0x06
 
 class Record:
     def __init__(self, octets):
-        (length, self.kind, self.number, self.time, self.microseconds, self.cause, self.flags, _) = RECORD.unpack_from(octets)
+        fields = RECORD.unpack_from(octets)
+        length, self.kind, self.number, self.time, self.microseconds, self.cause, self.flags, _ = fields
         assert length == len(octets) and length % 8 == 0
         self.sections, at = [], RECORD.size
         while at < length:

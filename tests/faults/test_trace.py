@@ -217,7 +217,7 @@ def cpu_ticks(pid):
 
 
 def test_without_a_free_descriptor_the_agent_neither_spins_nor_ends(started):
-    """A connection that cannot be accepted stays in the queue. Requests are not tried meanwhile: the stock agent of Debian
+    """A connection that cannot be accepted stays in the queue. Requests are not tried meanwhile: Debian's agent
     refuses them when it cannot open its lists of hosts."""
     pid = started.agent_pid()
     limits = resource.prlimit(pid, resource.RLIMIT_NOFILE)

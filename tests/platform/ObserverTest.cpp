@@ -26,7 +26,6 @@ using tavos::msgbus::MsgBus;
 using tavos::msgbus::ObservedCall;
 using tavos::msgbus::ReceivedCall;
 using tavos::msgbus::ServiceHost;
-using tavos::msgbus::Treatment;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -67,8 +66,8 @@ protected:
         host->Do([this](ServiceHost& h) {
             Serve(h, pan);
             Serve(h, relay);
-            h.SetCallFilter([this](const ReceivedCall&) { return treatment.load(); });
         });
+        host->Treat([this](const ReceivedCall&) { return treatment.load(); });
         messages = std::make_unique<MsgBus>();
         messages->StartServer();
         panClient.reset(IPanProvider::CreateClient(messages.get()));

@@ -4,6 +4,8 @@
 objects.py code FOLDER          the C++ that core/, frame/ and the providers include
 objects.py mib TEMPLATE OUTPUT  a MIB: fills the template's lines "@OBJECTS SECTION...@" and "@VARIATIONS SECTION...@",
                                 and "@MEMBERS SECTION...@" within a line
+objects.py trace FILE           the C++ rows of trace/reader: each object's name, OID, type, access
+                                and whether its octets are a text
 objects.py page PAGE            rewrites the rows of docs/objects.md below each "<!-- objects.toml: SECTION... -->"
 
 Does not write a file whose content is already right, so that a build does not compile it again.
@@ -128,12 +130,20 @@ class Object:
         return text + textwrap.fill(f"DESCRIPTION \"{' '.join(clauses['description'].split())}\"", 115,
                                     initial_indent=" " * 12, subsequent_indent=" " * 16, break_on_hyphens=False) + "\n"
 
-    # docs/objects.md
+    # The trace and docs/objects.md
+
+    def kind(self):
+        return "OCTET STRING" if self.is_octets else "Gauge32" if self.syntax == "Gauge32" else "INTEGER"
+
+    def trace_row(self):
+        kind = {"OCTET STRING": "kOctetString", "Gauge32": "kGauge32", "INTEGER": "kInteger"}[self.kind()]
+        _, parts = self.array()
+        is_text = self.syntax == "OrvexText" and self.constant is None
+        return f"{{\"{self.name}\", {{{parts}}}, {kind}, {str(self.is_writable).lower()}, {str(is_text).lower()}}},\n"
 
     def page_row(self):
-        kind = "OCTET STRING" if self.is_octets else "Gauge32" if self.syntax == "Gauge32" else "INTEGER"
         summary = self.summary or str(self.constant) + ("; every SET: genErr" if self.is_writable else "")
-        return f"| `{self.name}` | `{self.oid}` | {kind} | {self.access} | {' '.join(summary.split())} |\n"
+        return f"| `{self.name}` | `{self.oid}` | {self.kind()} | {self.access} | {' '.join(summary.split())} |\n"
 
 
 def refuse(name, why):
@@ -195,6 +205,12 @@ def write_code(sections, folder):
               "// Generated from objects.toml by objects.py: change those files.\n" + "".join(lines))
 
 
+def write_trace(sections, path):
+    rows = [thing.trace_row() for things in sections.values() for thing in things]
+    pathlib.Path(path).parent.mkdir(parents=True, exist_ok=True)
+    write(path, "// Made from objects.toml by objects.py: change those.\n" + "".join(rows))
+
+
 def named(sections, names):
     unknown = [name for name in names.split() if name not in sections]
     if unknown:
@@ -230,6 +246,8 @@ def main(what, source, output=None):
     sections = read_table()
     if what == "code":
         write_code(sections, source)
+    elif what == "trace":
+        write_trace(sections, source)
     elif what == "mib":
         write(output, fill_template(sections, pathlib.Path(source).read_text()))
     elif what == "page":

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "Trace.h"
 #include "dome/Faults.h"
 #include "dome/IControl.h"
 #include "dome/StateFolder.h"
@@ -34,6 +35,7 @@ void AddCommands(CommandLine& line) {
     line.AddCommand("history", 0, 2, R"(
   history [--since N]                    calls, motions, actions and events, in order, one JSON object a line; from the
                                          oldest on, or after the change N)");
+    line.AddCommand("trace", 0, kAnyNumber, dome::kTraceUsage);
     line.AddCommand("set", 2, 4, R"(
   set pan|tilt POSITION                  thousandths of a degree
   set zoom|zoom-max MAGNIFICATION        thousandths
@@ -90,6 +92,10 @@ int main(int argc, char** argv) {
     AddCommands(line);
     if (const std::optional<int> status = line.Parse(argc, argv)) return *status;
     try {
+        if (line.Words().front() == "trace") {
+            const Words options(line.Words().begin() + 1, line.Words().end());
+            return dome::Trace(state, bus.empty() ? dome::BusAddress(state) : bus, options);
+        }
         const Words answer = Ask(state, bus, line.Words());
         const std::string& text = answer[1];
         if (answer[0] != "ok") {

@@ -11,6 +11,7 @@ namespace {
 constexpr std::uint8_t kSequence = 0x30;
 constexpr std::uint8_t kAuthFlag = 0x01;
 constexpr std::uint8_t kPrivFlag = 0x02;
+constexpr std::uint8_t kReportableFlag = 0x04;
 constexpr std::int64_t kUserSecurityModel = 3;
 
 Value DecodeValue(const Element& element) {
@@ -81,6 +82,7 @@ void DecodeVersion3(BerReader& fields, Message& message) {
     if (flags.size() != 1) throw Exception("the flags have %zu octets, not 1", flags.size());
     security.isAuthenticated = (flags[0] & kAuthFlag) != 0;
     security.isEncrypted = (flags[0] & kPrivFlag) != 0;
+    security.isReportable = (flags[0] & kReportableFlag) != 0;
     const std::int64_t model = global.NextInteger("the security model");
     if (model != kUserSecurityModel) throw Exception("it has the security model %d, not 3", static_cast<int>(model));
     DecodeSecurity(fields.Next("the security parameters", kOctetString), security);

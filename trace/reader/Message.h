@@ -68,6 +68,7 @@ struct Security {
     std::string user;
     bool isAuthenticated = false;
     bool isEncrypted = false;
+    bool isReportable = false;  ///< the agent may report what is wrong
     std::string context;  ///< the context's name; empty for the default one, and when it is encrypted
 };
 

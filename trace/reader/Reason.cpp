@@ -256,10 +256,14 @@ Judgement Judge::OfDropped(const Record& record) const {
         return {"the agent dropped it: a " + PduName(record.in.pdu->type) + " is no request", true};
     }
     if (!record.isParsed && record.in.security) {
-        const bool isReportable = !record.in.security->user.empty();
-        return {isReportable ? "the agent dropped it: user, key or time are wrong, or it is damaged"
-                             : "the agent dropped it",
-                true};
+        const Security& security = *record.in.security;
+        // An agent reports a wrong user, authentication key or time, but not what it cannot decrypt.
+        if (security.isEncrypted && security.isReportable) {
+            return {"wrong key: it could not be decrypted: the privacy pass phrase of \"" + Shown(security.user) +
+                        "\", or its protocol, is another",
+                    true};
+        }
+        return {"the agent dropped it: engine, user, key or time are wrong", true};
     }
     if (!record.isParsed) return {"broken message: the agent could not read it, or its host is not allowed", true};
     return {"the agent did not answer", true};

@@ -232,12 +232,20 @@ public:
         _options.object = LowerCase(_options.object);
     }
 
-    /// Whether it lies before what was asked for, in the order of the entries.
-    bool IsBefore(const trace::Entry& entry) {
-        if (entry.time < _from) return true;
-        if (!_options.since) return false;
-        if (entry.record && entry.record->number > *_options.since) _options.since.reset();
-        return _options.since.has_value();
+    /// Removes what lies before what was asked for. Entries in the order of time; `since` counts in the first ones that
+    /// come: a later agent's numbers begin again.
+    void DropEarlier(std::vector<trace::Entry>& entries) {
+        auto first =
+            std::find_if(entries.begin(), entries.end(), [&](const auto& entry) { return entry.time >= _from; });
+        if (_options.since) {
+            const auto isUpTo = [&](const trace::Entry& entry) {
+                return entry.record && entry.record->number <= *_options.since;
+            };
+            const auto last = std::find_if(entries.rbegin(), entries.rend(), isUpTo);
+            first = std::max(first, last.base());
+            _options.since.reset();
+        }
+        entries.erase(entries.begin(), first);
     }
 
     bool Takes(const trace::Entry& entry) const {
@@ -305,10 +313,10 @@ private:
 
 /// Writes those that were asked for. Lost records count for the next one that is written.
 void Write(std::vector<trace::Entry> entries, Filter& filter, Output& output, std::uint64_t& lost) {
+    filter.DropEarlier(entries);
     for (trace::Entry& entry : entries) {
-        const bool isBefore = filter.IsBefore(entry);
-        if (entry.json.contains("lost") && !entry.isAgain && !isBefore) lost += entry.json["lost"].get<std::uint64_t>();
-        if (isBefore || !filter.Takes(entry)) continue;
+        if (entry.json.contains("lost") && !entry.isAgain) lost += entry.json["lost"].get<std::uint64_t>();
+        if (!filter.Takes(entry)) continue;
         if (lost != 0 && !entry.isAgain) entry.json["lost"] = std::exchange(lost, 0);
         output.Write(entry);
     }

@@ -119,6 +119,14 @@ std::string Outcome(const Json& entry) {
     return error == "noError" ? "ok" : error;
 }
 
+/// A wrong community may be long, and must not hide what follows it.
+std::string Who(const Json& entry) {
+    constexpr std::size_t kMaxColumns = 20;
+    const std::string who = Text(entry["who"]);
+    if (Columns(who) <= kMaxColumns) return who;
+    return who.substr(0, Cut(who, kMaxColumns - 3)) + "...";
+}
+
 std::string HeadLine(const Json& entry) {
     std::array<char, 32> number{};
     const bool isNumbered = entry["number"].is_number();
@@ -127,7 +135,7 @@ std::string HeadLine(const Json& entry) {
     const std::string pdu = Text(entry["pdu"]);
     const std::string subject = entry.contains("words") ? Text(entry["words"]) : Subject(entry);
     return Fitted(Harmless(std::string(number.data()) + " " + time + " " + Padded(Address(entry), 15) + " " +
-                           Padded(Text(entry["who"]), 8) + " " + Padded(pdu.empty() ? "?" : pdu, 7) + " " +
+                           Padded(Who(entry), 8) + " " + Padded(pdu.empty() ? "?" : pdu, 7) + " " +
                            Padded(Outcome(entry), 7) + " " + subject + MotionsText(entry)));
 }
 

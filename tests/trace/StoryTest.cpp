@@ -1,0 +1,179 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "Records.h"
+#include "trace/reader/Json.h"
+#include "trace/reader/Pcap.h"
+#include "trace/reader/Plain.h"
+#include "trace/reader/Story.h"
+
+namespace {
+
+using trace::CallOutcome;
+using trace::Section;
+
+constexpr std::uint32_t kDone = trace::kAnswered | trace::kParsed;
+
+RingRecord PanSet(std::uint64_t number, CallOutcome outcome = CallOutcome::kAnswered, const std::string& error = "") {
+    const std::string binding = PositionBinding(1, Octets("02 40 46 50"));
+    RingRecord record;
+    record.Number(number).Flags(kDone).AddVerdict(0);
+    record.Add(Section::kPeer, "UDP: [127.0.0.1]:40123->[127.0.0.1]:1161");
+    record.Add(Section::kMessageIn, Message2c("private", 0xa3, binding));
+    record.Add(Section::kMessageOut, Message2c("private", 0xa2, binding));
+    record.AddCall(outcome, "org.tavos.Pan1", "SetPositionAtSpeed", "[180000,0.5,300]", error);
+    return record;
+}
+
+trace::Communities Configuration() {
+    return trace::Communities(
+        "com2sec reader 127.0.0.1 public\ncom2sec -Cn x writer default \"private\"\n#com2sec a b c\n");
+}
+
+nlohmann::ordered_json OnlyEntry(trace::Story& story) {
+    const auto entries = story.Take();
+    EXPECT_EQ(1u, entries.size());
+    return entries.empty() ? nlohmann::ordered_json() : entries[0].json;
+}
+
+std::string Head(int change) {
+    return R"({"kind":"history","change":)" + std::to_string(change) +
+           R"(,"more":false,"time":0,"clock":0.0,"started":1})" + "\n";
+}
+
+const std::string kBegun =
+    R"({"kind":"motion","change":2,"number":4,"time":1,"clock":1.0,"axis":"pan","cause":{"sender":":1.5","serial":7},)"
+    R"("from":90000,"target":180000,"speed":0.5,"ended":)";
+
+TEST(CommunitiesTest, AreKnownByTheirSecurityNames) {
+    EXPECT_EQ("reader", Configuration().NameOf("public"));
+    EXPECT_EQ("writer", Configuration().NameOf("private"));
+    EXPECT_FALSE(Configuration().NameOf("c"));
+    EXPECT_EQ("rwcommunity in line 2", trace::Communities("\nrwcommunity secret\n").NameOf("secret"));
+}
+
+TEST(StoryTest, AMotionIsJoinedByTheCallAndComesAgainWhenItHasEnded) {
+    trace::Story story(Configuration());
+    story.AddRecord(PanSet(12).Decoded());
+    story.AddHistory(Head(2) + kBegun + "null}\n");
+    auto entry = OnlyEntry(story);
+    EXPECT_EQ("writer", entry["who"]);
+    EXPECT_EQ("127.0.0.1:40123", entry["peer"]);
+    EXPECT_EQ("2023-11-14T22:13:20.123456Z", entry["time"]);
+    EXPECT_EQ("moving", entry["motions"][0]["end"]);
+    EXPECT_TRUE(story.Take().empty());
+
+    story.AddHistory(Head(3) + kBegun + R"({"how":"arrived","time":2,"clock":3.5,"position":180000}})" + "\n");
+    const auto again = story.Take();
+    ASSERT_EQ(1u, again.size());
+    EXPECT_TRUE(again[0].isAgain);
+    EXPECT_EQ("pan from 90.00° to 180.00°: arrived at 180.00° after 2.50 s", again[0].json["motions"][0]["words"]);
+    EXPECT_FALSE(again[0].json["failed"]);
+    EXPECT_TRUE(story.Take().empty());
+}
+
+TEST(StoryTest, AMotionThatEndsWhereItBeganMovedNothing) {
+    trace::Story story;
+    story.AddRecord(PanSet(12).Decoded());
+    story.AddHistory(Head(3) + kBegun + R"({"how":"limit","time":2,"clock":1.0,"position":90000}})" + "\n");
+    const auto entry = OnlyEntry(story);
+    EXPECT_EQ("it is at its limit already: nothing moved", entry["reason"]);
+    EXPECT_TRUE(entry["failed"]);
+}
+
+TEST(StoryTest, ASilentServiceIsSilentSinceTheRecordThatItDidNotAnswer) {
+    trace::Story story;
+    story.AddRecord(PanSet(12, CallOutcome::kFailed, "no answer within 500 ms").Decoded());
+    story.AddRecord(PanSet(13, CallOutcome::kNotMade, "the service is silent").Decoded());
+    story.AddRecord(PanSet(14).Decoded());
+    story.AddRecord(PanSet(15, CallOutcome::kNotMade, "the service is silent").Decoded());
+    const auto entries = story.Take();
+    ASSERT_EQ(4u, entries.size());
+    EXPECT_EQ("the pan service gave no answer within 500 ms: nothing moved", entries[0].json["reason"]);
+    EXPECT_EQ("not called: the pan service is silent since 22:13:20.123 (record 12): nothing moved",
+              entries[1].json["reason"]);
+    EXPECT_EQ("", entries[2].json["reason"]);
+    EXPECT_EQ("not called: the pan service is silent: nothing moved", entries[3].json["reason"]);
+    EXPECT_TRUE(entries[0].json["failed"] && entries[1].json["failed"] && !entries[2].json["failed"]);
+}
+
+TEST(StoryTest, ACameraThatWasStartedAnewIsAskedFromItsBeginning) {
+    trace::Story story;
+    story.AddHistory(Head(9));
+    EXPECT_EQ(9u, story.HistoryChange());
+    story.ForgetCamera();
+    EXPECT_EQ(0u, story.HistoryChange());
+    EXPECT_ANY_THROW(story.AddHistory("nothing\n"));
+    EXPECT_ANY_THROW(story.AddHistory("{\"kind\":\"motion\"}\n"));
+}
+
+TEST(StoryTest, ATrapStandsWithTheRequestThatCausedIt) {
+    trace::Story story;
+    story.AddRecord(PanSet(12).Decoded());
+    auto trap = RingRecord(trace::RecordKind::kTrap).Number(13).Decoded();
+    trap.cause = 12;
+    story.AddRecord(trap);
+    EXPECT_EQ(13, OnlyEntry(story)["traps"][0]["number"]);
+    trap.cause = 11;  // overwritten
+    story.AddRecord(trap);
+    EXPECT_TRUE(story.Take().empty());
+    EXPECT_EQ("trap", OnlyEntry(story)["pdu"]);
+}
+
+TEST(StoryTest, WhatWasDroppedSaysWhy) {
+    trace::Story story(Configuration());
+    story.AddRecord(RingRecord().Add(Section::kMessageIn, "rubbish").Decoded());
+    story.AddRecord(RingRecord()
+                        .Number(2)
+                        .Flags(trace::kParsed)
+                        .AddVerdict(1)
+                        .Add(Section::kMessageIn, Message2c("guess", 0xa0, PositionBinding(1, "")))
+                        .Decoded(),
+                    3);
+    const auto entries = story.Take();
+    EXPECT_EQ("broken message: the message has a length of 117 octets, but 5 are left", entries[0].json["reason"]);
+    EXPECT_EQ("wrong community", entries[1].json["reason"]);
+    EXPECT_EQ("guess", entries[1].json["who"]);
+    EXPECT_EQ(3, entries[1].json["lost"]);
+    EXPECT_TRUE(entries[1].json["error"].is_null());
+}
+
+TEST(RecordTest, ATruncatedSectionLeavesTheOthers) {
+    auto record = RingRecord().Add(Section::kCall, "short").Add(Section::kPeer, "peer").Decoded();
+    EXPECT_TRUE(record.isCut);
+    EXPECT_EQ("peer", record.peer);
+    auto raw = PanSet(1).Raw();
+    for (std::size_t length = sizeof(trace::RecordHead); length < raw.size(); ++length) {
+        EXPECT_NO_THROW(trace::DecodeRecord({raw.begin(), raw.begin() + static_cast<std::ptrdiff_t>(length)}));
+    }
+    EXPECT_ANY_THROW(trace::DecodeRecord({}));
+}
+
+TEST(PlainTest, ControlCharactersAndLengthsDoNotSpoilTheTerminal) {
+    trace::Story story;
+    story.AddRecord(RingRecord()
+                        .Flags(trace::kParsed)
+                        .AddVerdict(1)
+                        .Add(Section::kMessageIn, Message2c(std::string(300, '\n') + "\x1b[2J", 0xa0, ""))
+                        .Decoded());
+    const std::string lines = trace::PlainLines(OnlyEntry(story), trace::Details::kAll);
+    EXPECT_EQ(std::string::npos, lines.find('\x1b'));
+    std::istringstream stream(lines);
+    for (std::string line; std::getline(stream, line);) EXPECT_LE(line.size(), 120u) << line;
+}
+
+TEST(PcapTest, AVersion6PacketHasBothAddresses) {
+    auto record = PanSet(1).Decoded();
+    record.peer = "UDP/IPv6: [::1]:5000->[::1]:161";
+    record.messageOut.clear();
+    std::ostringstream file;
+    trace::PcapWriter(file).Write(record);
+    const std::string packet = file.str().substr(24 + 16);
+    EXPECT_EQ(0x60, packet[0]);
+    EXPECT_EQ(17, packet[6]);
+    EXPECT_EQ(std::string(15, '\0') + "\1" + std::string(15, '\0') + "\1", packet.substr(8, 32));
+    EXPECT_EQ(record.messageIn, packet.substr(48));
+}
+
+}  // namespace

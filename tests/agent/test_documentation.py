@@ -49,7 +49,7 @@ def test_rows_are_what_the_table_of_objects_makes(tmp_path):
     assert made.read_text() == PAGE.read_text(), f"run orvexsnmp/objects.py page docs/objects.md: {stale}"
 
 
-@pytest.mark.parametrize(("page", "count"), [("README.md", 4), ("docs/dome.md", 7)])
+@pytest.mark.parametrize(("page", "count"), [("README.md", 4), ("docs/dome.md", 7), ("docs/trace.md", 2), ("docs/why.md", 12)])
 def test_what_a_page_shows_is_what_happens(desk, page, count):
     desk.start()
     desk.domectl("clock", "rate", 100)  # a reader of the page gives a move time to end

@@ -513,7 +513,7 @@ def test_plain_lines_are_at_most_120_columns_wide(camera, asking):
     for options in [], ["--details"]:
         lines = camera.domectl("trace", "--since", asking.since, "--peer", "127.0.0.1", *options).splitlines()
         assert max(map(len, lines)) <= 120
-        assert len([line for line in lines if not line.startswith("         ")]) == 3
+        assert len([line for line in lines if not line.startswith("             ")]) == 3
     assert "why: positionPan: out of range" in camera.domectl("trace", "--since", asking.since)
 
 

@@ -12,7 +12,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kWidth = 120;
-constexpr const char* kIndent = "         ";
+constexpr const char* kIndent = "             ";  // below the time
 
 bool IsContinued(char octet) {
     return (static_cast<unsigned char>(octet) & 0xc0) == 0x80;

@@ -333,6 +333,7 @@ std::vector<Entry> Story::Take() {
         const bool isMoving = AddMotions(open);
         if (!open.isShown || !isMoving) {
             open.entry.isAgain = open.isShown;
+            if (open.isShown) open.entry.json.erase("lost");
             entries.push_back(open.entry);
         }
         open.isShown = true;

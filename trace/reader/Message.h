@@ -69,7 +69,7 @@ struct Security {
     bool isAuthenticated = false;
     bool isEncrypted = false;
     bool isReportable = false;  ///< the agent may report what is wrong
-    std::string context;  ///< the context's name; empty for the default one, and when it is encrypted
+    std::string context;        ///< the context's name; empty for the default one, and when it is encrypted
 };
 
 constexpr int kVersion1 = 0;

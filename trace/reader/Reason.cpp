@@ -68,14 +68,14 @@ bool IsGetNextOrBulk(const Record& record) {
     return record.pdu && (record.pdu->type == kGetNext || record.pdu->type == kGetBulk);
 }
 
-bool BeginsWith(const std::string& text, const char* start) {
-    return text.rfind(start, 0) == 0;
+bool BeginsWith(const std::string& text, const std::string& start) {
+    return text.compare(0, start.size(), start) == 0;
 }
 
 /// The error without the service and the operation that the platform sets before it.
 std::string PlainError(const Call& call) {
     const std::string prefix = call.service + " " + call.operation + ": ";
-    return BeginsWith(call.error, prefix.c_str()) ? call.error.substr(prefix.size()) : call.error;
+    return BeginsWith(call.error, prefix) ? call.error.substr(prefix.size()) : call.error;
 }
 
 bool IsReading(const Call& call) {

@@ -44,7 +44,7 @@ def refused(done):
     return done.returncode != 0 and "AccessDenied" in done.stderr
 
 
-def refused(camera, done):
+def refused_to_stranger(camera, done):
     """On the camera's private bus a stranger gets no connection. On the system bus every call of a stranger is
     refused."""
     if camera.kind == "own":
@@ -114,7 +114,7 @@ def test_a_burst_of_events_passes_the_bus(camera):
 @pytest.mark.parametrize("name", [*SERVICES, CONTROL, "org.tavos", "org.tavos.Other1"])
 def test_only_the_dome_owns_a_service(camera, name):
     assert refused(camera.own(AGENT, name))
-    assert refused(camera, camera.own(STRANGER, name))
+    assert refused_to_stranger(camera, camera.own(STRANGER, name))
     done = camera.own(DOME, name)
     if name in SERVICES or name == CONTROL:
         assert (done.returncode, done.stdout.split()[-1]) == (0, "3")  # the name exists: the running dome owns it
@@ -131,12 +131,12 @@ def test_only_the_agent_calls_a_service(camera, interface):
     assert not refused(done), done.stderr
     assert done.returncode == 0 or not questions
     assert refused(camera.call(DOME, name, operation))
-    assert refused(camera, camera.call(STRANGER, name, operation))
+    assert refused_to_stranger(camera, camera.call(STRANGER, name, operation))
 
 
 def test_the_agent_asks_whether_a_service_is_there(camera):
     assert camera.call(AGENT, "org.tavos.Pan1", "org.freedesktop.DBus.Peer.Ping").returncode == 0
-    assert refused(camera, camera.call(STRANGER, "org.tavos.Pan1", "org.freedesktop.DBus.Peer.Ping"))
+    assert refused_to_stranger(camera, camera.call(STRANGER, "org.tavos.Pan1", "org.freedesktop.DBus.Peer.Ping"))
 
 
 @pytest.mark.parametrize("name", ["org.tavos.Pan1", CONTROL])
@@ -154,7 +154,7 @@ def test_a_call_by_the_connections_own_name_is_refused_too(camera):
     assert unique.startswith(":")
     call = [f"--dest={unique}", "/" + CONTROL.replace(".", "/"), f"{CONTROL}.Execute", "array:string:state"]
     assert refused(camera.bus(AGENT, *call))
-    assert refused(camera, camera.bus(STRANGER, *call))
+    assert refused_to_stranger(camera, camera.bus(STRANGER, *call))
     assert camera.bus("root", *call).returncode == 0
 
 

@@ -126,6 +126,17 @@ def test_a_size_that_cannot_be_is_named_and_the_default_taken(desk, size):
         assert ring.capacity == 8192 * 1024
 
 
+def test_a_limit_of_file_sizes_below_the_rings_leaves_the_agent_without_a_trace(desk):
+    before = resource.getrlimit(resource.RLIMIT_FSIZE)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (4 * 1024 * 1024, before[1]))
+    try:
+        desk.start()
+    finally:
+        resource.setrlimit(resource.RLIMIT_FSIZE, before)
+    (line,) = refusals(desk)
+    assert "File too large" in line and serves(desk)
+
+
 # --- too much ---
 
 def test_the_smallest_ring_keeps_the_newest_records_of_a_flood(desk):

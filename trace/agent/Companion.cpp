@@ -426,6 +426,11 @@ void Companion::WriteTraps(std::uint64_t cause) noexcept {
 
 void Companion::Arm(bool now) noexcept {
     if (_alarm != 0 && _alarmIsNow >= now) return;
+    // The library numbers alarms with 32 bits. When the numbers repeat, it would unregister an alarm of the agent
+    // itself.
+    constexpr std::uint32_t kMaxAlarms = 2'000'000'000;
+    if (_alarms == kMaxAlarms) return;
+    ++_alarms;
     Disarm();
     _alarmIsNow = now;
     const timeval when{now ? 0 : 1, now ? 1 : 0};

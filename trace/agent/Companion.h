@@ -100,7 +100,8 @@ private:
     bool _looked = false;  // since the start, in the main loop
     pthread_t _thread{};   // the agent's
     unsigned int _alarm = 0;
-    bool _alarmIsNow = false;  // or it comes within a second
+    std::uint32_t _alarms = 0;  // registered so far
+    bool _alarmIsNow = false;   // or it comes within a second
 
     RecordBuilder _request;
     /// The library gives each message that it parses a number of its own, which the agent's copies of it keep; the

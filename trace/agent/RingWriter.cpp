@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,6 +25,14 @@ int OpenForReading(int memory) noexcept {
     char name[40];
     std::snprintf(name, sizeof name, "/proc/self/fd/%d", memory);
     return open(name, O_RDONLY | O_CLOEXEC);
+}
+
+/// A file beyond the process's limit would raise SIGXFSZ, which ends the agent.
+bool MayBeAsLargeAs(std::uint64_t size) noexcept {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || size <= limit.rlim_cur) return true;
+    errno = EFBIG;
+    return false;
 }
 
 std::int64_t NanosecondsSince1970() noexcept {
@@ -54,7 +63,7 @@ bool RingWriter::Open(std::uint64_t capacity) noexcept {
     _memory = memfd_create("orvextrace", MFD_CLOEXEC | MFD_ALLOW_SEALING);
     if (_memory < 0) return false;
     void* mapped = MAP_FAILED;
-    if (ftruncate(_memory, static_cast<off_t>(size)) == 0) {
+    if (MayBeAsLargeAs(size) && fallocate(_memory, 0, 0, static_cast<off_t>(size)) == 0) {
         mapped = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, _memory, 0);
     }
     if (mapped == MAP_FAILED) {

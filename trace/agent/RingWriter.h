@@ -16,8 +16,8 @@ public:
     RingWriter(const RingWriter&) = delete;
     RingWriter& operator=(const RingWriter&) = delete;
 
-    /// `capacity` in octets: a multiple of 8, at least kMaxRecord. The memory is taken as it fills. False: errno says
-    /// why, nothing is left open.
+    /// `capacity` in octets: a multiple of 8, at least kMaxRecord. Takes all the memory at once: the agent would end if
+    /// a page were missing later. False: errno says why, nothing is left open.
     bool Open(std::uint64_t capacity) noexcept;
     bool IsOpen() const noexcept { return _header != nullptr; }
 

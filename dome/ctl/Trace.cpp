@@ -134,23 +134,25 @@ private:
 /// The agent's part, over its restarts.
 class Agent {
 public:
-    explicit Agent(std::string socketPath) : _path(std::move(socketPath)) {}
+    /// Records after `since` that are gone count as lost.
+    Agent(std::string socketPath, std::uint64_t since) : _path(std::move(socketPath)), _next(since + 1) {}
 
+    /// Reads the records that are there now: with those that come meanwhile it might not end.
     void Read(trace::Story& story) {
         try {
             if (!_ring) Connect(story);
             const bool isGone = _ring->AgentIsGone();  // asked before reading: nothing comes after that
             std::vector<std::byte> octets;
-            while (_ring->Next(octets)) {
-                story.AddRecord(trace::DecodeRecord(octets), _ring->Lost() - _lost);
-                _lost = _ring->Lost();
+            const std::uint64_t end = _ring->Facts().nextNumber;
+            for (std::uint64_t number = 0; number + 1 < end && _ring->Next(octets);) {
+                number = trace::HeadOf(octets).number;
+                story.AddRecord(trace::DecodeRecord(octets), LostBefore(number));
             }
             _notes.Works();
             if (isGone) _ring.reset();
             if (isGone) _notes.Failed("the agent has ended, or no longer keeps the trace");
         } catch (const std::exception& error) {
-            _ring.reset();
-            _notes.Failed(error.what());
+            _notes.Failed(error.what());  // the ring, if there is one, goes on after a broken record
         }
     }
 
@@ -159,13 +161,21 @@ public:
 private:
     void Connect(trace::Story& story) {
         _ring = std::make_unique<trace::RingReader>(_path);
-        _lost = 0;
+        if (_wasConnected) _next = 1;
+        _wasConnected = true;
         story.ForgetAgent();
+    }
+
+    std::uint64_t LostBefore(std::uint64_t number) {
+        const std::uint64_t lost = number > _next ? number - _next : 0;
+        _next = number + 1;
+        return lost;
     }
 
     std::string _path;
     std::unique_ptr<trace::RingReader> _ring;
-    std::uint64_t _lost = 0;
+    std::uint64_t _next;  // the number of the record that must come next
+    bool _wasConnected = false;
     Notes _notes;
 };
 
@@ -176,16 +186,19 @@ public:
 
     void Read(trace::Story& story) {
         try {
+            bool isNew = false;
             do {
                 const Words answer = Ask(story.HistoryChange());
-                if (answer.size() == 2 && answer[0] == "ok") {
+                const bool isAnswer = answer.size() == 2 && answer[0] == "ok";
+                isNew = !isAnswer && story.HistoryChange() != 0;  // a camera that was started anew has fewer changes
+                if (isAnswer) {
                     story.AddHistory(answer[1]);
-                } else if (story.HistoryChange() != 0) {
-                    story.ForgetCamera();  // a camera that was started anew has fewer changes
+                } else if (isNew) {
+                    story.ForgetCamera();
                 } else {
                     throw Exception("%s", answer.empty() ? "" : answer.back().c_str());
                 }
-            } while (story.HistoryHasMore() || story.HistoryChange() == 0);
+            } while (isNew || story.HistoryHasMore());
             _notes.Works();
         } catch (const std::exception& error) {
             _notes.Failed(std::string("no answer from the camera: ") + error.what());
@@ -325,7 +338,7 @@ void Write(std::vector<trace::Entry> entries, Filter& filter, Output& output, st
 
 int Show(const std::string& state, const std::string& bus, const Options& options) {
     trace::Story story(ReadCommunities(state + "/snmpd.conf"));
-    Agent agent(state + "/trace.sock");
+    Agent agent(state + "/trace.sock", options.since.value_or(0));
     Camera camera(bus);
     Output output(options);
     const bool isFromNow = options.follow && !options.since;

@@ -189,7 +189,7 @@ MessagePtr CallChannel::Exchange(const ServiceAddress& to, sd_bus_message* call,
         sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0) {
         throw osa::Exception("the service is missing");
     }
-    throw osa::Exception("%s", error->message ? error->message : error->name);
+    throw osa::Exception("%s", error->message && *error->message ? error->message : error->name);
 }
 
 }  // namespace tavos::msgbus

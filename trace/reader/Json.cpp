@@ -86,7 +86,7 @@ void NameRelay(const Record& record, Json& bindings) {
 }
 
 Json ErrorJson(const Record& record) {
-    if (!record.answer) return nullptr;
+    if (!record.answer || !record.isAnswered) return nullptr;
     if (record.answer->type != kReport) return ErrorName(record.answer->errorStatus);
     return record.answer->bindings.empty() ? "report" : NameOf(record.answer->bindings[0].name);
 }
@@ -102,7 +102,7 @@ void FillRequest(const Record& record, Json& json) {
         NameRelay(record, json["bindings"]);
     }
     json["error"] = ErrorJson(record);
-    if (record.answer) {
+    if (record.answer && record.isAnswered) {
         json["index"] = record.answer->errorIndex;
         json["answer"] = BindingsJson(record.answer->bindings, isSet);
     }

@@ -138,7 +138,8 @@ void PcapWriter::Write(const Record& record) {
     const End agent{AddressOctets(peer.ownAddress), peer.ownPort};
     const std::int64_t answered = record.time + record.microseconds * 1000;
     if (!record.messageIn.empty()) WritePacket(record.time, Packet(manager, agent, record.messageIn));
-    if (!record.messageOut.empty()) WritePacket(answered, Packet(agent, manager, record.messageOut));
+    if (!record.messageOut.empty() && record.isAnswered)
+        WritePacket(answered, Packet(agent, manager, record.messageOut));
     for (const Receiver& receiver : record.receivers) {
         if (receiver.message.empty() || !receiver.isSent) continue;
         const Peer to = ParsePeer(receiver.peer);

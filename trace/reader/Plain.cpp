@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <vector>
 
+#include "trace/reader/Json.h"
+
 namespace trace {
 
 namespace {
@@ -113,7 +115,7 @@ std::string Address(const Json& entry) {
 
 std::string Outcome(const Json& entry) {
     if (entry.contains("words")) return entry["failed"] ? "refused" : "done";
-    if (Text(entry["pdu"]) == "trap") return "sent";
+    if (Text(entry["pdu"]) == "trap") return entry["failed"] ? "refused" : "sent";
     if (!entry["error"].is_string()) return "dropped";
     const std::string error = Text(entry["error"]);
     return error == "noError" ? "ok" : error;
@@ -140,7 +142,7 @@ std::string HeadLine(const Json& entry) {
 }
 
 std::string CallText(const Json& call) {
-    std::string text = Text(call["service"]) + " " + Text(call["operation"]) + " " + call["arguments"].dump() + " " +
+    std::string text = Text(call["service"]) + " " + Text(call["operation"]) + " " + Line(call["arguments"]) + " " +
                        Text(call["outcome"]);
     if (!Text(call["error"]).empty()) text += " (" + Text(call["error"]) + ")";
     return text + " in " + call["microseconds"].dump() + " us";
@@ -194,6 +196,7 @@ std::string PlainEnd(const nlohmann::ordered_json& entry) {
     std::string lines;
     const std::string label = entry["number"].is_number() ? "motion of " + entry["number"].dump() : "motion";
     for (const Json& motion : entry["motions"]) lines += Wrapped(label, Text(motion["words"]));
+    if (!Text(entry["reason"]).empty()) lines += Wrapped("why", Text(entry["reason"]));
     return lines;
 }
 

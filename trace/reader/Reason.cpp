@@ -202,8 +202,9 @@ std::string Judge::Who(const Record& record) const {
     if (record.in.security) return Shown(record.in.security->user) + " " + Level(*record.in.security);
     if (!record.in.community) return "";
     if (const auto name = _communities.NameOf(*record.in.community)) return *name;
-    const bool isAccepted = record.verdict && *record.verdict != kNoSecurityName;
-    return isAccepted ? "(an accepted community)" : Shown(*record.in.community);
+    // Only a community that the agent refused is no secret: the configuration may include files that are not read here.
+    if (record.verdict && *record.verdict == kNoSecurityName) return Shown(*record.in.community);
+    return record.verdict ? "(an accepted community)" : "(a community)";
 }
 
 void Judge::Learn(const Record& record) {
@@ -265,8 +266,10 @@ Judgement Judge::OfDropped(const Record& record) const {
         }
         return {"the agent dropped it: engine, user, key or time are wrong", true};
     }
-    if (!record.isParsed) return {"broken message: the agent could not read it, or its host is not allowed", true};
-    return {"the agent did not answer", true};
+    if (!record.isParsed)
+        return {"the agent dropped it: its host is not allowed (hosts.allow, hosts.deny), or this version is off",
+                true};
+    return {record.messageOut.empty() ? "the agent did not answer" : "the answer could not be sent", true};
 }
 
 Judgement Judge::OfAnswered(const Record& record) const {

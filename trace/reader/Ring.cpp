@@ -151,7 +151,7 @@ void RingReader::Map() {
         throw Exception("what %s offers is no trace", _name.c_str());
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);
-    if (size <= kPageSize) throw Exception("what %s offers is no trace", _name.c_str());
+    if (size < kPageSize + sizeof(RecordHead)) throw Exception("what %s offers is no trace", _name.c_str());
     void* const mapped = mmap(nullptr, size, PROT_READ, MAP_SHARED, _memory, 0);
     if (mapped == MAP_FAILED)
         throw Exception("the trace of %s cannot be mapped: %s", _name.c_str(), std::strerror(errno));
@@ -197,8 +197,8 @@ void RingReader::SkipToEnd() {
 bool RingReader::Copy(std::vector<std::byte>& record, std::uint64_t end) {
     std::uint32_t length = 0;
     CopyOut(_next, reinterpret_cast<std::byte*>(&length), sizeof length);
-    const bool possible =
-        length >= sizeof(RecordHead) && length <= kMaxRecord && length % 8 == 0 && length <= end - _next;
+    const bool possible = length >= sizeof(RecordHead) && length <= kMaxRecord && length <= _capacity &&
+                          length % 8 == 0 && length <= end - _next;
     if (possible) {
         record.resize(length);
         CopyOut(_next, record.data(), length);

@@ -21,7 +21,7 @@ struct ObservedCall {
     const char* service;    ///< "org.tavos.Pan1"
     const char* operation;  ///< "SetPosition"
     const char* arguments;  ///< a JSON array
-    const char* error;      ///< "" when the service answered
+    const char* error;      ///< "" when the outcome is kAnswered
 };
 
 /// Must not throw. Runs on the thread that made the call, after it.

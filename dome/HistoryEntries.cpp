@@ -3,6 +3,8 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "OneLine.h"
+
 namespace dome {
 
 namespace {
@@ -10,7 +12,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 std::string Text(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+    return OneLine(json) + '\n';
 }
 
 template <class Entry>

@@ -7,6 +7,7 @@
 
 #include "Operations.h"
 #include "Server.h"
+#include "dome/Control.h"
 #include "dome/OneLine.h"
 #include "tavos/osa/Exception.h"
 
@@ -40,12 +41,6 @@ Reply Answer(const json& body, unsigned status = 200) {
 
 Reply Refused(const char* reason) {
     return Answer({{"error", reason}}, 422);
-}
-
-// domectl's commands except those whose answers have no max length; a page has the state and the activities instead.
-bool IsControlWord(const std::string& word) {
-    constexpr std::array<const char*, 5> kWords = {"set", "banks", "clock", "event", "fault"};
-    return std::find(kWords.begin(), kWords.end(), word) != kWords.end();
 }
 
 Words ToWords(const json& body) {
@@ -139,7 +134,9 @@ void Console::Show() {
 std::function<Reply()> Console::Prepare(const std::string& path, const json& body) {
     if (path == "/api/control") {
         Words words = ToWords(body);
-        if (!IsControlWord(words.front())) throw Refusal{400, "the command must be set, banks, clock, event or fault"};
+        // The answers of the others have no max length; a page has the state and the activities instead.
+        if (!dome::Control::IsAction(words))
+            throw Refusal{400, "the command must be set, banks, clock, event or fault"};
         return [this, words = std::move(words)] { return Control(words); };
     }
     std::string service = Text(body, "service");

@@ -89,9 +89,9 @@ void BuildBankList(const tavos::core::Logger& logger, const BankListLines& lines
 ///
 /// The agent looks up a request's row before it calls the module's handler, and keeps the row through all phases of a
 /// SET. So rows must change only before that look-up. The table therefore adds a front handler before the agent's
-/// handlers. It calls the owner's BeginTableRequest, which compares the service with the list and may call ReplaceRows.
-/// The owner's handler runs last; Pass() is then kBegun or kRefused, and the handler does not begin the request again.
-/// See docs/contract.md, rows-before-look-up.
+/// handlers. If a name of the request can be a cell, it calls the owner's BeginTableRequest, which compares the service
+/// with the list and may call ReplaceRows. The owner's handler runs last; Pass() is then kBegun or kRefused, and the
+/// handler does not begin the request again. See docs/contract.md, rows-before-look-up.
 class BankTable {
 public:
     /// The state of the current request.

@@ -28,7 +28,8 @@ public:
         command->callback([this, name, min, max, command] {
             _words = command->remaining();
             const std::string has = "has " + std::to_string(_words.size()) + " words after it, expected ";
-            if (_words.size() < min) throw CLI::ValidationError(name, has + std::to_string(min) + " or more");
+            const std::string expected = std::to_string(min) + (min == max ? "" : " or more");
+            if (_words.size() < min) throw CLI::ValidationError(name, has + expected);
             if (_words.size() > max) throw CLI::ValidationError(name, has + "max " + std::to_string(max));
             _words.insert(_words.begin(), name);
         });

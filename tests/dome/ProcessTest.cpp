@@ -473,7 +473,7 @@ TEST_F(ProcessTest, RefusesWrongCommandsWithClearErrors) {
     fails({"banks", "alarm", "A=many"}, 1, "many");
     fails({"event", "temperature", "0", "hot"}, 1, "hot");
     fails({"dance"}, 2,
-          "unknown word 'dance', expected state, calls, history, set, banks, clock, event, fault, --help, --version");
+          "unknown word 'dance', expected state, calls, history, trace, set, banks, clock, event, fault, --help, --version");
     fails({"set", "pan", "999999"}, 1, "pan 999999 outside 0 to 359999");
     fails({"event", "temperature", "7", "30"}, 1, "temperature sensor 7 outside 0 to 1");
     fails({"banks", "relay"}, 2, "banks: has 1 words after it, expected 2 or more (domectl --help shows the usage)");
@@ -482,7 +482,7 @@ TEST_F(ProcessTest, RefusesWrongCommandsWithClearErrors) {
     fails({"calls", "--all"}, 2, "unknown word '--all' after calls, expected --clear");
     fails({"history", "--all"}, 2, "unknown word '--all' after history, expected --since");
     EXPECT_EQ(desk.Run("domectl", {"state"}).status, 2);
-    fails({}, 2, "a command is missing, expected state, calls, history, set");
+    fails({}, 2, "a command is missing, expected state, calls, history, trace, set");
 
     const Result nowhere = desk.Run("domectl", {"--state", desk.Folder() + "/nowhere", "state"});
     EXPECT_EQ(nowhere.status, 1);

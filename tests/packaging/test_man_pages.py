@@ -37,7 +37,7 @@ def test_the_options_are_those_of_the_command(name):
 
 
 def test_domectls_commands_are_all_there():
-    command = r"^ +((?:state|calls|set|banks|clock|event|fault)\b[^ ]*(?: [a-z][a-z0-9|-]*)?)"
+    command = r"^ +((?:state|calls|history|trace|set|banks|clock|event|fault)\b[^ ]*(?: [a-z][a-z0-9|-]*)?)"
     listed = set(re.findall(command, usage("domectl"), re.MULTILINE))
     assert len(listed) > 15
     written = " ".join(page("domectl").split())

@@ -5,6 +5,7 @@
 #include "Records.h"
 #include "trace/reader/Json.h"
 #include "trace/reader/Pcap.h"
+#include "trace/reader/Peer.h"
 #include "trace/reader/Plain.h"
 #include "trace/reader/Story.h"
 
@@ -161,6 +162,12 @@ TEST(PlainTest, ControlCharactersAndLengthsDoNotSpoilTheTerminal) {
     EXPECT_EQ(std::string::npos, lines.find('\x1b'));
     std::istringstream stream(lines);
     for (std::string line; std::getline(stream, line);) EXPECT_LE(line.size(), 120u) << line;
+}
+
+TEST(PeerTest, ReadsPortsAsEachReleaseOfTheAgentWritesThem) {
+    for (const char* text : {"UDP: [127.0.0.1]:33257->[127.0.0.1]:161", "UDP: [127.0.0.1]:-32279"}) {
+        EXPECT_EQ("127.0.0.1:33257", trace::ParsePeer(text).Text()) << text;
+    }
 }
 
 TEST(PcapTest, AVersion6PacketHasBothAddresses) {

@@ -12,7 +12,9 @@ bool ParseEnd(std::string text, std::string& address, std::uint16_t& port) {
     if (text.empty() || text[0] != '[' || close == std::string::npos) return false;
     const char* const first = text.data() + close + 2;
     const char* const last = text.data() + text.size();
-    if (std::from_chars(first, last, port).ec != std::errc()) return false;
+    int number = 0;
+    if (std::from_chars(first, last, number).ec != std::errc()) return false;
+    port = static_cast<std::uint16_t>(number);  // net-snmp 5.4 writes ports above 32767 as negative numbers
     const std::size_t start = text.find_first_not_of('[');
     const std::size_t end = text.find(']');
     if (start == std::string::npos || end < start) return false;

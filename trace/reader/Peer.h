@@ -16,8 +16,8 @@ struct Peer {
     std::string Text() const;
 };
 
-/// Understands "UDP: [127.0.0.1]:40123->[127.0.0.1]:1161" and its like for IPv6 and TCP. Another text becomes the
-/// address as it is.
+/// Understands "UDP: [127.0.0.1]:40123->[127.0.0.1]:1161" and its like for IPv6 and TCP. net-snmp 5.4 leaves the
+/// agent's end out. Another text becomes the address as it is.
 Peer ParsePeer(const std::string& text);
 
 }  // namespace trace

@@ -165,8 +165,9 @@ TEST(PlainTest, ControlCharactersAndLengthsDoNotSpoilTheTerminal) {
 }
 
 TEST(PeerTest, ReadsPortsAsEachReleaseOfTheAgentWritesThem) {
-    for (const char* text : {"UDP: [127.0.0.1]:33257->[127.0.0.1]:161", "UDP: [127.0.0.1]:-32279"}) {
-        EXPECT_EQ("127.0.0.1:33257", trace::ParsePeer(text).Text()) << text;
+    for (const char* text : {"UDP: [10.0.0.1]:33257->[127.0.0.1]:161", "UDP: [127.0.0.1]->[10.0.0.1]:-32279"}) {
+        EXPECT_EQ("10.0.0.1:33257", trace::ParsePeer(text).Text()) << text;
+        EXPECT_EQ("127.0.0.1", trace::ParsePeer(text).ownAddress) << text;
     }
 }
 

@@ -1,19 +1,22 @@
 #include "trace/reader/Peer.h"
 
 #include <charconv>
+#include <utility>
 
 namespace trace {
 
 namespace {
 
-/// "[127.0.0.1]:40123" and "[[::1]]:40123", at most. False for another text.
-bool ParseEnd(std::string text, std::string& address, std::uint16_t& port) {
-    const std::size_t close = text.rfind("]:");
+/// "[127.0.0.1]:40123", "[[::1]]:40123", or without a port, which is then 0. False for another text.
+bool ParseEnd(const std::string& text, std::string& address, std::uint16_t& port) {
+    const std::size_t close = text.rfind(']');
     if (text.empty() || text[0] != '[' || close == std::string::npos) return false;
-    const char* const first = text.data() + close + 2;
-    const char* const last = text.data() + text.size();
     int number = 0;
-    if (std::from_chars(first, last, number).ec != std::errc()) return false;
+    if (close + 1 < text.size()) {
+        const char* const first = text.data() + close + 2;
+        const char* const last = text.data() + text.size();
+        if (text[close + 1] != ':' || std::from_chars(first, last, number).ec != std::errc()) return false;
+    }
     port = static_cast<std::uint16_t>(number);  // net-snmp 5.4 writes ports above 32767 as negative numbers
     const std::size_t start = text.find_first_not_of('[');
     const std::size_t end = text.find(']');
@@ -39,7 +42,12 @@ Peer ParsePeer(const std::string& text) {
         peer.address = text;
         return peer;
     }
-    if (arrow != std::string::npos) ParseEnd(ends.substr(arrow + 2), peer.ownAddress, peer.ownPort);
+    if (arrow == std::string::npos) return peer;
+    ParseEnd(ends.substr(arrow + 2), peer.ownAddress, peer.ownPort);
+    if (peer.port == 0) {  // net-snmp 5.4 begins with its own end, which has no port
+        std::swap(peer.address, peer.ownAddress);
+        std::swap(peer.port, peer.ownPort);
+    }
     return peer;
 }
 

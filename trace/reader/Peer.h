@@ -16,8 +16,9 @@ struct Peer {
     std::string Text() const;
 };
 
-/// Understands "UDP: [127.0.0.1]:40123->[127.0.0.1]:1161" and its like for IPv6 and TCP. net-snmp 5.4 leaves the
-/// agent's end out. Another text becomes the address as it is.
+/// Understands "UDP: [127.0.0.1]:40123->[127.0.0.1]:1161" and its like for IPv6 and TCP. Understands
+/// net-snmp 5.4's "UDP: [127.0.0.1]->[127.0.0.1]:-25413", too: the agent's own end, then the other. Another text
+/// becomes the address as it is.
 Peer ParsePeer(const std::string& text);
 
 }  // namespace trace

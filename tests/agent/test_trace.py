@@ -609,6 +609,12 @@ def last_number_without_camera(desk):
     return max(json.loads(line)["number"] or 0 for line in lines)
 
 
+def test_a_notification_of_the_agent_is_shown_by_its_name(desk):
+    desk.start()
+    lines = desk.domectl("trace").splitlines()
+    assert [line for line in lines if " trap " in line and "sent" in line and "coldStart" in line]
+
+
 def test_a_camera_that_has_done_nothing_is_shown_without_an_agent(desk):
     desk.start_bus()
     desk.start_dome()

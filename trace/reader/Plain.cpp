@@ -93,6 +93,14 @@ std::string MotionsText(const Json& entry) {
     return text;
 }
 
+/// Its first bindings are the time and its name; the last is the one that it is about.
+std::string Notification(const Json& entry) {
+    const Json& last = entry["bindings"].back();
+    const std::string name = entry["traps"].empty() ? "" : Text(entry["traps"][0]["trap"]);
+    const bool isItsName = name.empty() || name == NameOf(last);
+    return (isItsName ? "" : name + ": ") + BindingText(last, false);
+}
+
 /// What the request was about: of a SET what it asks for, otherwise what was answered.
 std::string Subject(const Json& entry) {
     const Json& asked = entry["bindings"];
@@ -100,11 +108,9 @@ std::string Subject(const Json& entry) {
     const bool hasAnswer = entry["answer"].is_array() && !entry["answer"].empty();
     const Json& shown = !isSet && hasAnswer ? entry["answer"] : asked;
     if (shown.empty()) return "";
-    // A notification's first bindings are the time and its name.
-    const bool isTrap = Text(entry["pdu"]) == "trap";
-    const Json& first = isTrap ? shown.back() : shown.front();
-    std::string text = BindingText(first, !hasAnswer);
-    if (!isTrap && shown.size() > 1) text += " and " + std::to_string(shown.size() - 1) + " more";
+    if (Text(entry["pdu"]) == "trap") return Notification(entry);
+    std::string text = BindingText(shown.front(), !hasAnswer);
+    if (shown.size() > 1) text += " and " + std::to_string(shown.size() - 1) + " more";
     return text;
 }
 

@@ -190,7 +190,7 @@ READ = [
 def test_a_get_of_nothing_says_why(asking, oid, type_, reason):
     entry = asking.tool("snmpget", oid)
     assert reason in entry["reason"] and entry["failed"]
-    assert entry["answer"][0]["type"] in (type_, "noSuchInstance")
+    assert entry["answer"][0]["type"] == type_
 
 
 def test_a_get_of_version_1_of_nothing_says_why(asking):
@@ -435,23 +435,20 @@ def test_a_flood_of_rubbish_is_told_message_by_message(camera, asking):
 
 
 def test_five_pollers_with_200_requests_a_second_lose_nothing(camera, asking):
-    seconds, pollers, interval = 5, 5, 0.025
-    sent = [0] * pollers
+    pollers, each, interval = 5, 200, 0.025
 
-    def poll(number):
+    def poll():
         with ManagerOf(camera) as manager:
-            until = time.monotonic() + seconds
-            while time.monotonic() < until:
-                started = time.monotonic()
+            started = time.monotonic()
+            for number in range(each):  # each at its time, so that a slow answer does not lower the rate
+                time.sleep(max(0, started + number * interval - time.monotonic()))
                 manager.get(OID["modelName"])
-                sent[number] += 1
-                time.sleep(max(0, interval - (time.monotonic() - started)))
 
     follower = subprocess.Popen([BUILD / "bin" / "domectl", "--state", camera.state, "trace", "--follow", "--json"],
                                 env=camera.environment, stdout=subprocess.PIPE, text=True)
     try:
         wait_for_follower(camera, follower)
-        threads = [threading.Thread(target=poll, args=(number,)) for number in range(pollers)]
+        threads = [threading.Thread(target=poll) for _ in range(pollers)]
         for thread in threads:
             thread.start()
         for thread in threads:
@@ -468,7 +465,7 @@ def test_five_pollers_with_200_requests_a_second_lose_nothing(camera, asking):
         follower.kill()
         follower.wait()
         follower.stdout.close()
-    assert names["modelName"] == sum(sent) and sum(sent) > 100 * seconds
+    assert names["modelName"] == pollers * each
 
 
 # Options
@@ -499,10 +496,13 @@ def test_options_select(camera, asking):
     assert trace(camera, *since, "--peer", "192.0.2.1") == []
 
 
-@pytest.mark.parametrize("words", [["--fast"], ["--since"], ["--since", "x"], ["now"]])
-def test_a_wrong_option_is_named(camera, words):
+@pytest.mark.parametrize(("words", "message"), [(["--fast"], "trace: unknown word '--fast', expected --follow, "),
+                                                (["--since"], "trace --since: its value is missing"),
+                                                (["--since", "x"], "trace --since: not a record's number: x"),
+                                                (["now"], "trace: unknown word 'now', expected --follow, ")])
+def test_a_wrong_option_is_named(camera, words, message):
     done = camera.try_domectl("trace", *words)
-    assert done.returncode == 2 and words[-1] in done.stderr and done.stdout == ""
+    assert done.returncode == 2 and message in done.stderr and done.stdout == ""
 
 
 def test_plain_lines_are_at_most_120_columns_wide(camera, asking):

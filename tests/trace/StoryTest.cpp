@@ -7,6 +7,7 @@
 #include "trace/reader/Pcap.h"
 #include "trace/reader/Peer.h"
 #include "trace/reader/Plain.h"
+#include "trace/reader/Reason.h"
 #include "trace/reader/Story.h"
 
 namespace {
@@ -162,6 +163,41 @@ TEST(PlainTest, ControlCharactersAndLengthsDoNotSpoilTheTerminal) {
     EXPECT_EQ(std::string::npos, lines.find('\x1b'));
     std::istringstream stream(lines);
     for (std::string line; std::getline(stream, line);) EXPECT_LE(line.size(), 120u) << line;
+}
+
+TEST(PlainTest, TheEndOfAMotionSaysWhyNothingMoved) {
+    const nlohmann::ordered_json entry = {
+        {"number", 7}, {"motions", {{{"words", "tilt: at 90.00°"}}}}, {"reason", "it is at its limit already"}};
+    const std::string lines = trace::PlainEnd(entry);
+    EXPECT_NE(std::string::npos, lines.find("motion of 7: tilt: at 90.00°")) << lines;
+    EXPECT_NE(std::string::npos, lines.find("why: it is at its limit already")) << lines;
+}
+
+TEST(JudgeTest, ShowsOnlyACommunityThatTheAgentRefused) {
+    const trace::Judge judge{trace::Communities("com2sec reader 127.0.0.1 public\n")};
+    trace::Record record;
+    record.in.community = "secret";
+    EXPECT_EQ("(a community)", judge.Who(record));  // the agent could not read the message
+    record.verdict = 0;
+    EXPECT_EQ("(an accepted community)", judge.Who(record));
+    record.verdict = 1;  // VACM_NOSECNAME
+    EXPECT_EQ("secret", judge.Who(record));
+    record.in.community = "public";
+    EXPECT_EQ("reader", judge.Who(record));
+}
+
+TEST(JudgeTest, AnAnswerThatTheSocketRefusedIsNoAnswer) {
+    trace::Record record = PanSet(1).Decoded();
+    record.isAnswered = false;
+    record.isParsed = true;
+    record.verdict = 0;
+    record.messageOut = "answer";
+    const auto judgement = trace::Judge(trace::Communities()).Of(record);
+    EXPECT_EQ("the answer could not be sent", judgement.reason);
+    EXPECT_TRUE(trace::RecordJson(record, "", judgement, 0)["error"].is_null());
+    std::ostringstream file;
+    trace::PcapWriter(file).Write(record);
+    EXPECT_EQ(std::string::npos, file.str().find("answer"));
 }
 
 TEST(PeerTest, ReadsPortsAsEachReleaseOfTheAgentWritesThem) {

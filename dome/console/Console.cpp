@@ -117,12 +117,13 @@ void Console::Show() {
         _shown.clear();
         return;
     }
-    if (Clock::now() < _nextShow) return;
-    _nextShow = Clock::now() + kShowEvery;
+    const auto now = Clock::now();
+    if (now < _nextShow) return;
+    _nextShow = now + kShowEvery;
     std::string state = _camera.state(kMaxPoints);
     if (state != _shown) {
-        const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now().time_since_epoch());
-        _handover.Publish("{\"time\":" + std::to_string(now.count()) + ",\"camera\":" + state + '}');
+        const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch());
+        _handover.Publish("{\"time\":" + std::to_string(time.count()) + ",\"camera\":" + state + '}');
         _shown = std::move(state);
     } else if (_hasNews) {
         _handover.Announce();

@@ -55,7 +55,7 @@ def test_the_axis_is_seen_while_it_moves(camera):
     assert len(set(positions)) > 8, "many positions in a second of motion"
     assert any(state["camera"]["pan"]["target"] == 60000 for state in states if state["camera"]["pan"]["moving"])
     steps = [b["time"] - a["time"] for a, b in zip(states, states[1:])]
-    assert min(steps) >= 35, "no more than about 25 a second"
+    assert min(steps) >= 39, "25 a second at most: the camera takes each 40 ms or more after the one before"
 
 
 def test_nothing_is_sent_while_nothing_happens(camera):

@@ -6,19 +6,17 @@ A driver is a process that reads commands from its standard input, a JSON list a
 A value is a number, the octets in hexadecimal, or null. Its environment names VERSION (1, 2c or 3), PORT and, as
 USER_OF_3, the SNMPv3 user."""
 
-import fcntl
 import json
 import pathlib
 import selectors
 import subprocess
 from typing import NamedTuple
 
-from desk import ROOT
+import node_packages
 from tools import Answer
 
 FOLDER = pathlib.Path(__file__).parent
-NODE_FOLDER = ROOT / "build" / "managers"
-NODE_MODULES = NODE_FOLDER / "node_modules"
+NODE_MODULES = node_packages.node_modules(FOLDER)
 
 DRIVERS = {
     "pysnmp": (["/usr/bin/python3", "pysnmp_driver.py"], ["1", "2c", "3"]),
@@ -36,23 +34,6 @@ def user_of_3(desk):
             "privacy": lines["defPrivPassphrase"]}
 
 
-def install_node_modules():
-    """Installs the packages of package-lock.json, once for all builds and test runs."""
-    NODE_FOLDER.mkdir(parents=True, exist_ok=True)
-    required = (FOLDER / "package-lock.json").read_text()
-    installed = NODE_FOLDER / "installed.json"
-    with open(NODE_FOLDER / ".lock", "w") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        if NODE_MODULES.is_dir() and installed.exists() and installed.read_text() == required:
-            return
-        for name in ["package.json", "package-lock.json"]:
-            (NODE_FOLDER / name).write_text((FOLDER / name).read_text())
-        command = ["npm", "ci", "--ignore-scripts", "--no-audit", "--no-fund"]
-        done = subprocess.run(command, cwd=NODE_FOLDER, capture_output=True, text=True, timeout=300)
-        assert done.returncode == 0, done.stderr
-        installed.write_text(required)
-
-
 class Reply(NamedTuple):
     values: list  # (oid, type, value) triples, or None after an error
     error: str
@@ -65,7 +46,7 @@ class Driven:
         self.name = name
         (program, script), _ = DRIVERS[name]
         if program == "node":
-            install_node_modules()
+            node_packages.install(FOLDER)
         environment = dict(desk.environment, VERSION=version, PORT=str(desk.port), USER_OF_3=json.dumps(user_of_3(desk)),
                            NODE_PATH=str(NODE_MODULES), SNMPCONFPATH="/nonexistent")
         self._log = open(desk.state / f"{script}-{version}.log", "w+")

@@ -7,8 +7,9 @@ import subprocess
 import pytest
 
 import documentation
+import node_packages
 from commands import calls
-from managers import DRIVERS, FOLDER, NODE_MODULES, install_node_modules
+from managers import DRIVERS, FOLDER, NODE_MODULES
 
 PROGRAMS = {
     "pysnmp": ("python", ["/usr/bin/python3", "-"]),
@@ -29,7 +30,7 @@ def test_a_program_prints_what_is_shown(camera, section):
     language, interpreter = PROGRAMS[section]
     (program,), (shown,) = documentation.blocks(section, language), documentation.blocks(section, "text")
     if language == "javascript":
-        install_node_modules()
+        node_packages.install(FOLDER)
     done = subprocess.run(interpreter, input=documentation.here(program, camera), env=environment(camera),
                           capture_output=True, text=True, timeout=60)
     assert (done.stderr, done.stdout) == ("", shown)

@@ -26,9 +26,8 @@ constexpr auto kKeepAliveEvery = 10s;
 constexpr std::uint32_t kMaxHeader = 8 * 1024;
 constexpr std::size_t kMaxBuffer = Connection::kMaxBody + 2 * kMaxHeader;
 constexpr std::size_t kMaxDrained = 1024 * 1024;
-constexpr std::size_t kChunk = 32 * 1024;   // octets of activities in one chunk
-constexpr std::uint64_t kFirstLines = 200;  // activities that a new stream gets at first
-constexpr int kSendBuffer = 32 * 1024;      // octets; the max that the system buffers for a reader that has stopped
+constexpr std::size_t kChunk = 32 * 1024;  // octets of activities in one chunk
+constexpr int kSendBuffer = 32 * 1024;     // octets; the max that the system buffers for a reader that has stopped
 constexpr std::string_view kJsonType = "application/json";
 constexpr std::string_view kStreamType = "text/event-stream";
 // The page may load only its own files, and no other page may frame it.
@@ -365,9 +364,6 @@ void Connection::StartStream() {
     if (!isHead) {
         _isStream = true;
         _events += "retry: 1000\n" + Event("hello", _hub.api.hello);
-        const auto activities = _hub.handover.ActivitiesAfter(0);
-        const std::uint64_t last = activities.empty() ? 0 : activities.back().number;
-        _cursor = last > kFirstLines ? last - kFirstLines : 0;
         AwaitEnd();
     }
     WriteEvents();

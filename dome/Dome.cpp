@@ -54,6 +54,7 @@ void Dome::OpenConsole(const console::Options& options) {
     access.execute = [this](const std::vector<std::string>& words) { Execute("page", words); };
     access.call = [this](const std::string& service, const std::vector<std::string>& words,
                          const std::function<void()>& carryOut) { return CallForPage(service, words, carryOut); };
+    access.serialNumber = _settings.SerialNumber();
     _console = std::make_unique<console::Console>(options, _services, std::move(access));
     _host.WakeOn(_console->Descriptor());
 }

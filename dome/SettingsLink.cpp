@@ -88,6 +88,15 @@ void SettingsLink::Restore() {
     _kept = Picture();
 }
 
+std::string SettingsLink::SerialNumber() const {
+    if (!Look().exists) return "";
+    try {
+        return _settings.GetValue("[Device/ReadOnly]SerialNumber");
+    } catch (const Exception&) {
+        return "";  // already logged
+    }
+}
+
 void SettingsLink::Work(Clock::time_point now) {
     if (now < _next) return;
     _next = now + kLookEvery;

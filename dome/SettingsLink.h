@@ -34,6 +34,9 @@ public:
     /// state of a relay that is gone, or malformed text.
     void Restore();
 
+    /// The camera's serial number as the store has it now; empty without one.
+    std::string SerialNumber() const;
+
     /// Call it when relays have changed, before the change is acknowledged: then the change survives a kill of the
     /// camera. Usually takes less than a millisecond, some milliseconds when it waits for the disk, and up to a tenth
     /// of a second while another process is storing. After a failure it does nothing for a second; Work then stores the

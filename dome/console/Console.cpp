@@ -76,11 +76,11 @@ json Arguments(const json& body) {
 Console::Console(const Options& options, Services& services, CameraAccess camera)
     : _services(services), _camera(std::move(camera)) {
     Api api;
-    api.hello = json{{"agentPort", options.agentPort},
-                     {"agentWatched", options.watchesAgent},
-                     {"faults", FaultWords()},
-                     {"started", MillisecondsSince1970()}}
-                    .dump();
+    api.hello = OneLine({{"agentPort", options.agentPort},
+                         {"agentWatched", options.watchesAgent},
+                         {"faults", FaultWords()},
+                         {"serial", _camera.serialNumber},
+                         {"started", MillisecondsSince1970()}});
     if (options.watchesAgent) api.agentPort = options.agentPort;
     api.readState = [this] { return Reply{200, _camera.state(kMaxPoints)}; };
     api.prepare = [this](const std::string& path, const json& body) { return Prepare(path, body); };

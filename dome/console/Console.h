@@ -36,6 +36,7 @@ struct CameraAccess {
     std::function<Fault(const std::string& service, const std::vector<std::string>& words,
                         const std::function<void()>& carryOut)>
         call;
+    std::string serialNumber;  ///< empty: it has none
 };
 
 /// The camera as a page in a browser. Call all members on the camera's thread; none of them blocks. A separate thread

@@ -23,6 +23,19 @@ def test_it_begins_with_the_whole_camera(camera):
         assert events.next("state")["camera"] == camera.dome_state()
 
 
+def test_it_names_the_camera(camera):
+    with camera.events() as events:
+        assert events.next("hello")["serial"] == camera.settings("get", "[Device/ReadOnly]SerialNumber").strip()
+
+
+def test_a_camera_without_a_serial_number_has_an_empty_one(desk):
+    (desk.state / "settings.db").unlink()
+    desk.start_bus()
+    desk.start_dome()
+    with desk.events() as events:
+        assert events.next("hello")["serial"] == ""
+
+
 def test_a_change_is_sent(camera):
     with camera.events() as events:
         events.next("state")

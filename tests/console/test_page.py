@@ -50,7 +50,7 @@ def reading(page, name):
 
 
 def arrivals(page):
-    rows = page.run("return [...document.querySelectorAll('#arrivals li')].map((row) => row.innerText)")
+    rows = page.run("return [...document.querySelectorAll('#arrivals tbody tr')].map((row) => row.innerText)")
     return [" ".join(row.split()) for row in rows]
 
 
@@ -155,6 +155,19 @@ def test_the_iris_lets_light_in(camera, page):
     page.find("light").send_keys("80", Keys.ENTER)
     page.await_text("iris-value", "20.0 %")
     await_until(lambda: lens_filter(page) == "none", "auto iris and auto focus have finished")
+
+
+def test_the_zooms_motion_shows(camera, page):
+    camera.domectl("clock", "pause")
+    camera.call("zoom", "SetMagnificationThousandthsX", 8000, 300)
+    page.await_text("zoom-note", "to 8.00×")
+    assert page.text("moving").startswith("zooming")
+    camera.domectl("clock", "run")
+    page.await_text("zoom-note", "of 20×")
+    await_until(lambda: page.text("moving") == "", "the camera is at rest")
+    camera.call("zoom", "ZoomRelative", -1, 300)
+    await_until(lambda: page.text("zoom-note") == page.text("moving") == "zooming out", "the direction shows")
+    page.await_text("zoom-note", "of 20×")
 
 
 def test_beyond_its_optics_the_picture_is_cropped(camera, page):
@@ -406,6 +419,175 @@ def test_without_the_agents_port_the_page_is_live(desk, browser):
     browser.complaints()  # the browser reports the refused connections
 
 
+def test_the_page_names_its_camera(camera, page):
+    serial = camera.settings("get", "[Device/ReadOnly]SerialNumber").strip()
+    assert serial and page.driver.title == f"{serial} – Desk camera"
+    assert page.all("h1")[0].text == f"Desk camera {serial}"
+
+
+def test_presets_are_counted(camera, page):
+    assert page.text("presets") == "64"
+    assert "none over SNMP" in page.find("sensors").text
+    camera.control("set", "presets", 8)
+    try:
+        page.await_text("presets", "8")
+    finally:
+        camera.control("set", "presets", 64)
+
+
+# Collects in s_said what each visible switch says in each frame, from the first frame on.
+SWITCHES = """
+const said = (window.s_said = {});
+const look = () => {
+  for (const e of document.querySelectorAll('[role=switch]')) {
+    const name = e.getAttribute('aria-label') ?? e.textContent;
+    if (!e.checkVisibility({visibilityProperty: true})) continue;
+    said[name] = [...new Set([...(said[name] ?? []), e.getAttribute('aria-checked')])];
+  }
+  requestAnimationFrame(look);
+};
+requestAnimationFrame(look);
+"""
+
+
+def test_every_switch_is_right_from_the_first_frame_on(camera, page):
+    camera.control("set", "alarm", "BNK2", 0, 1)
+    camera.control("set", "relay", "BNK1", 2, 1)
+    camera.call("iris", "SetAutoIris", False)
+    script = page.driver.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument", {"source": SWITCHES})
+    try:
+        page.open(camera)
+    finally:
+        page.driver.execute_cdp_cmd("Page.removeScriptToEvaluateOnNewDocument", {"identifier": script["identifier"]})
+    said = await_until(lambda: page.run("return Object.keys(s_said).length > 5 && s_said"), "there are switches")
+    state = camera.dome_state()
+    expected = {"Auto focus": True, "Auto iris": False, "Reads": True, "Hold": False}
+    for kind, word in (("alarm", "Input"), ("relay", "Relay")):
+        for bank, points in state[kind].items():
+            expected.update({f"{word} {number} of {bank}": on for number, on in enumerate(points)})
+    assert expected["Input 0 of BNK2"] and expected["Relay 2 of BNK1"]
+    assert said == {name: [str(on).lower()] for name, on in expected.items()}
+
+
+def test_the_switches_of_a_new_bank_are_right(camera, page):
+    camera.domectl("banks", "alarm", "NEW=3")
+    await_until(lambda: len(page.all("#inputs [role=switch]")) == 3, "the new bank shows")
+    assert [e.get_attribute("aria-checked") for e in page.all("#inputs [role=switch]")] == ["false"] * 3
+
+
+@pytest.mark.parametrize("width", [390, 768, 1024, 1241, 1280, 1366, 1440, 1920])
+def test_names_of_services_cover_nothing(camera, page, width):
+    for service in camera.dome_state()["faults"]:
+        camera.control("fault", service, "fail")  # bold
+    page.look(width, 844)
+    await_until(lambda: len(page.all(".service[data-fault=fail]")) == len(page.all(".service")), "every service fails")
+    cut = page.run("""return [...document.querySelectorAll('.service label')]
+        .filter((e) => e.scrollWidth > e.clientWidth).map((e) => e.textContent)""")
+    assert cut == []
+
+
+@pytest.mark.parametrize("width, height, names", [
+    (390, 664, ["#frame", "#pad"]),
+    (390, 844, ["#frame", "#pad", ".lens"]),
+    (844, 390, ["#frame", "#pad", ".lens"]),  # on its side
+    (667, 375, ["#frame", "#pad"]),
+])
+def test_on_a_phone_the_picture_is_in_sight_of_the_joystick(page, width, height, names):
+    page.look(width, height)
+    page.run("scrollTo(0, 0)")
+    for name in names:
+        top, bottom = page.run("""
+            const box = document.querySelector(arguments[0]).getBoundingClientRect();
+            return [box.top, box.bottom];""", name)
+        assert 0 <= top < bottom <= height, name
+
+
+def test_a_screen_reader_hears_begin_and_end_of_a_motion(camera, page):
+    assert page.text("said") == "", "nothing has happened yet"
+    assert page.find("said").get_attribute("role") == "status"
+    camera.call("pan", "SetPositionAtSpeed", 90000, 0.1, 300)
+    page.await_text("said", "Pan to 90.00°")
+    camera.call("pan", "SetRelativeVelocity", 0, 300)
+    await_until(lambda: page.text("said").startswith("Pan at rest at "), "the end is said")
+    camera.call("zoom", "ZoomRelative", 1, 300)
+    page.await_text("said", "Zoom in")
+    page.await_text("said", "Zoom at rest at 20.00×")
+    camera.control("set", "tilt", -30000)
+    page.await_text("said", "Tilt at rest at −30.00°")
+    live = page.run("return [...document.querySelectorAll('output:not([aria-live=off])')].map((e) => e.id)")
+    assert live == [], "the numbers change too often to be read out"
+
+
+def test_a_click_without_a_pointer_holds_a_key_for_a_moment(camera, page):
+    """As a screen reader clicks."""
+    page.run("document.querySelector('[data-hold=focus-near]').click()")
+    await_until(lambda: camera.dome_state()["focus"]["position"] < 50, "the focus moves")
+    await_until(lambda: not camera.dome_state()["focus"]["moving"], "it stops by itself")
+    assert camera.dome_state()["focus"]["position"] > 0, "before the end"
+
+
+def rows_of_the_accessibility_tree(page):
+    """The arrivals' table as a screen reader has it: each row's cells as (role, name)."""
+    page.driver.execute_cdp_cmd("Accessibility.enable", {})
+    nodes = {node["nodeId"]: node for node in page.driver.execute_cdp_cmd("Accessibility.getFullAXTree", {})["nodes"]}
+
+    def role(node):
+        return node.get("role", {}).get("value")
+
+    def name(node):
+        return node.get("name", {}).get("value", "")
+
+    def inside(node):
+        for child in node.get("childIds", []):
+            yield nodes[child]
+            yield from inside(nodes[child])
+
+    def words(node):
+        return " ".join(name(n) for n in inside(node) if role(n) == "StaticText")
+
+    (table,) = [n for n in nodes.values() if role(n) == "table"]
+    assert name(table) == "Calls and events, newest first"
+    return [[(role(cell), words(cell)) for cell in inside(row) if role(cell) in ("cell", "gridcell", "columnheader")]
+            for row in inside(table) if role(row) == "row"]
+
+
+def test_the_arrivals_are_a_table_for_a_screen_reader(camera, page):
+    camera.control("event", "power", 1)
+    camera.call("pan", "SetRelativeVelocity", 0, 2)
+    await_until(lambda: len(arrivals(page)) == 2, "both arrive")
+    head, *rows = rows_of_the_accessibility_tree(page)
+    assert head == [("columnheader", "Time"), ("columnheader", "Call or event"), ("columnheader", "Outcome")]
+    assert [[role for role, _ in row] for row in rows] == [["cell"] * 3] * 2
+    calls = [call for _, (_, call), _ in rows]
+    assert calls == ["pan.SetRelativeVelocity (0, 2) this console: stop", "power.OnPowerStatusChange (1) status 1"]
+    assert [row[2][1] for row in rows] == ["ok", "event"]
+
+
+def test_the_table_of_arrivals_scrolls_by_the_keyboard(camera, page):
+    camera.control("event", "power", 1, "--count", 60)
+    await_until(lambda: len(arrivals(page)) == 60, "they arrive")
+    page.find("clear-list").send_keys(Keys.TAB)
+    assert page.run("return document.activeElement.id") == "arrivals-rows"
+    ActionChains(page.driver).send_keys(Keys.END).perform()
+    in_sight = """
+        const inside = document.getElementById('arrivals-rows').getBoundingClientRect();
+        const box = document.querySelector(arguments[0]).getBoundingClientRect();
+        return box.top >= inside.top - 1 && box.bottom <= inside.bottom + 1;"""
+    await_until(lambda: page.run(in_sight, "#arrivals tbody tr:last-child"), "the oldest one is in sight")
+    assert page.run(in_sight, "#arrivals th"), "the heads stay in sight"
+    camera.control("event", "power", 2)
+    await_until(lambda: len(arrivals(page)) == 61, "one more arrives")
+    assert page.run(in_sight, "#arrivals tbody tr:last-child"), "what is being read stays in sight"
+
+
+def test_a_new_page_lists_all_that_the_camera_keeps(camera, page):
+    camera.control("event", "power", 1, "--count", 600)
+    await_until(lambda: camera.get("/api/activities").json[-1]["args"] == ["600"], "they are listed")
+    page.open(camera)
+    await_until(lambda: len(arrivals(page)) == 500, "all show")
+    assert "status 600" in arrivals(page)[0] and "status 101" in arrivals(page)[-1]
+
+
 def test_everything_that_can_be_used_has_a_name_and_shows_its_focus(page):
     page.driver.execute_cdp_cmd("Accessibility.enable", {})
     nodes = page.driver.execute_cdp_cmd("Accessibility.getFullAXTree", {})["nodes"]
@@ -425,7 +607,7 @@ def test_everything_that_can_be_used_has_a_name_and_shows_its_focus(page):
     assert hidden == []
 
 
-@pytest.mark.parametrize("width", [390, 768, 1024, 1440, 1920])
+@pytest.mark.parametrize("width", [390, 768, 1024, 1280, 1440, 1920])
 @pytest.mark.parametrize("scheme", ["light", "dark"])
 def test_it_fits_every_screen(panel, width, scheme):
     page = panel
@@ -490,7 +672,7 @@ def test_a_flood_does_not_drown_the_page(camera, page):
             manager.get(FOCUS)
     camera.control("event", "power", 1, "--count", 100000)
     await_until(lambda: any("status 100000" in row for row in arrivals(page)), "the last one shows", 30)
-    assert len(arrivals(page)) <= 200
+    assert len(arrivals(page)) <= 500
     camera.control("set", "pan", 77000)
     page.await_text("pan-value", "77.00°")
 

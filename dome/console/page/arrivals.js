@@ -1,6 +1,6 @@
-// The list of arrivals: calls from the bus, calls of this page's controls, events.
+// The table of arrivals: calls from the bus, calls of this page's controls, events.
 
-const kMaxRows = 200;
+const kMaxRows = 500; // as many as the camera keeps
 const kTurn = 360000;
 
 const degrees = (thousandths) => `${(Number(thousandths) / 1000).toFixed(2)}°`.replace('-', '−');
@@ -66,8 +66,8 @@ function make(name, className, text) {
 }
 
 export class Arrivals {
-  constructor(list, empty, rate) {
-    Object.assign(this, {list, empty, rate, waiting: [], times: []});
+  constructor(table, empty, rate) {
+    Object.assign(this, {rows: table.tBodies[0], empty, rate, waiting: [], times: []});
     this.restart();
     document.getElementById('clear-list').addEventListener('click', () => this.clear());
     this.hold = document.getElementById('hold-list');
@@ -75,21 +75,21 @@ export class Arrivals {
     for (const button of [this.hold, reads]) {
       button.addEventListener('click', () => {
         button.setAttribute('aria-checked', String(button.getAttribute('aria-checked') !== 'true'));
-        list.classList.toggle('no-reads', reads.getAttribute('aria-checked') !== 'true');
+        table.classList.toggle('no-reads', reads.getAttribute('aria-checked') !== 'true');
         this.flush();
       });
     }
     setInterval(() => this.showRate(), 1000);
   }
 
-  /// Clears the list for a restarted camera, which counts from 1 again.
+  /// Clears the table for a restarted camera, which counts from 1 again.
   restart() {
     this.last = 0;
     this.clear();
   }
 
   clear() {
-    this.list.replaceChildren();
+    this.rows.replaceChildren();
     this.newest = null;
     this.waiting = [];
     this.empty.hidden = false;
@@ -109,8 +109,8 @@ export class Arrivals {
     this.scheduled = 0;
     if (this.hold.getAttribute('aria-checked') === 'true') return;
     for (const activity of this.waiting.splice(0)) this.show(activity);
-    while (this.list.childElementCount > kMaxRows) this.list.lastElementChild.remove();
-    this.empty.hidden = this.list.childElementCount > 0;
+    while (this.rows.childElementCount > kMaxRows) this.rows.lastElementChild.remove();
+    this.empty.hidden = this.rows.childElementCount > 0;
   }
 
   show(activity) {
@@ -123,18 +123,16 @@ export class Arrivals {
       this.newest.time.textContent = timeText(activity.time);
       return;
     }
-    const row = make('li', call.startsWith('Get') || call === 'IsRunning' ? 'read' : '');
+    const row = make('tr', call.startsWith('Get') || call === 'IsRunning' ? 'read' : '');
     const time = make('time', '', timeText(activity.time));
     const code = make('code', '', `${service}.${call}`);
     code.append(make('em', '', `(${args.join(', ')})`));
     const outcomeMark = make('span', 'outcome', outcomeText);
     outcomeMark.dataset.is = source === 'event' ? 'event' : outcome;
-    row.append(time, code, outcomeMark);
-    const meaning = meaningOf(activity);
-    if (meaning || source === 'console') {
-      row.append(make('span', 'source', source === 'console' ? 'this console' : ''), make('span', 'meaning', meaning));
-    }
-    this.list.prepend(row);
+    const cells = [time, code, outcomeMark].map((content) => row.insertCell().appendChild(content).parentElement);
+    const words = [source === 'console' ? 'this console' : '', meaningOf(activity)].filter(Boolean).join(': ');
+    if (words) cells[1].append(make('span', 'meaning', words));
+    this.rows.prepend(row);
     this.newest = {key, count: 1, outcome: outcomeMark, time};
   }
 

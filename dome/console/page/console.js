@@ -4,6 +4,7 @@ import {Street} from './scene.js';
 import {Arrivals} from './arrivals.js';
 import {CommandPanel} from './panel.js';
 import {Joystick, HoldButtons} from './hands.js';
+import {Narration} from './narration.js';
 
 const $ = (id) => document.getElementById(id);
 const kSharpEnough = 1; // percent; a smaller error of the focus is invisible
@@ -78,6 +79,7 @@ const arc = new Arc($('arc'));
 const bars = Object.fromEntries([...document.querySelectorAll('.drive')].map((drive) => [drive.dataset.drive, new Bar(drive)]));
 const arrivals = new Arrivals($('arrivals'), $('no-arrivals'), $('rate'));
 const panel = new CommandPanel();
+const narration = new Narration($('said'));
 let s_camera = null;
 let s_started = 0;
 
@@ -109,6 +111,22 @@ function motionNote(axis, goal, words) {
   if (!axis.moving) return 'at rest';
   if (goal !== null) return `to ${minus(goal.toFixed(2))}°`;
   return `${axis.velocity < 0 ? words[0] : words[1]} at ${Math.round(Math.abs(axis.velocity) * 100)} %`;
+}
+
+const zoomWord = ({velocity}) => (velocity < 0 ? 'zooming out' : velocity > 0 ? 'zooming in' : 'zooming');
+
+function zoomNote({zoom}) {
+  const goal = goalOf(zoom);
+  if (goal !== null) return `to ${(goal / 1000).toFixed(2)}×`;
+  if (zoom.moving) return zoomWord(zoom);
+  return `${zoom.position > zoom.optical ? 'cropped, ' : ''}of ${Math.round(zoom.maximum / 1000)}×`;
+}
+
+/// What the picture says of the motion; one thing at a time, for the narrowest picture.
+function motionWord({pan, tilt, zoom, focus}) {
+  if (zoom.moving) return zoomWord(zoom);
+  if (focus.focusing) return 'focusing';
+  return pan.moving || tilt.moving ? 'moving' : '';
 }
 
 function zoomFraction(zoom, camera) {
@@ -184,9 +202,10 @@ class BankSwitches {
     this.points = [];
     const word = this.kind === 'alarm' ? 'Input' : 'Relay';
     const rows = Object.entries(banks).map(([name, states]) => {
-      const points = states.map((_, number) => {
+      const points = states.map((state, number) => {
         const point = element('button', {type: 'button', className: 'point', textContent: number});
         point.setAttribute('role', 'switch');
+        setOn(point, state);
         point.setAttribute('aria-label', `${word} ${number} of ${name}`);
         Object.assign(point.dataset, {bank: name, number});
         return point;
@@ -281,10 +300,12 @@ new Stream({
   onAgent({answers}) {
     showLink(answers ? 'live' : 'silent');
   },
-  onHello({agentPort, agentWatched, faults, started}) {
+  onHello({agentPort, agentWatched, faults, serial, started}) {
     s_faults = new Map(faults);
     showLink(agentWatched ? 'waiting' : 'live'); // until the agent's first answer or timeout
     setText($('agent'), `127.0.0.1:${agentPort}`);
+    setText($('serial'), serial);
+    document.title = serial ? `${serial} – Desk camera` : 'Desk camera';
     panel.setPort(agentPort);
     motion.reset();
     if (started !== s_started) arrivals.restart();
@@ -301,9 +322,10 @@ new Stream({
     showServices(camera.faults);
     setOn($('auto-focus'), camera.focus.auto);
     setOn($('auto-iris'), camera.iris.auto);
-    setText($('moving'), camera.focus.focusing ? 'focusing' : camera.pan.moving || camera.tilt.moving ? 'moving' : '');
-    const digital = camera.zoom.position > camera.zoom.optical;
-    setText($('zoom-note'), `${digital ? 'cropped, ' : ''}of ${Math.round(camera.zoom.maximum / 1000)}×`);
+    setText($('moving'), motionWord(camera));
+    setText($('zoom-note'), zoomNote(camera));
+    setText($('presets'), String(camera.presets));
+    narration.follow(camera);
   },
   onActivity(activity) {
     arrivals.add(activity);

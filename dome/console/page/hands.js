@@ -132,6 +132,8 @@ const kHolds = {
   'iris-close': ['iris', -1], 'iris-open': ['iris', 1],
 };
 
+const kStep = 400; // milliseconds that a click without a pointer or a key holds, as a screen reader's
+
 export class HoldButtons {
   constructor(buttons, attempt) {
     const drives = {
@@ -159,6 +161,11 @@ export class HoldButtons {
       hold(true);
     });
     for (const name of ['pointerup', 'pointercancel', 'lostpointercapture', 'blur']) button.addEventListener(name, () => hold(false));
+    button.addEventListener('click', (event) => {
+      if (event.detail || isHeld) return; // a pointer has held it already
+      hold(true);
+      setTimeout(() => hold(false), kStep);
+    });
     button.addEventListener('contextmenu', (event) => event.preventDefault());
     for (const [name, held] of [['keydown', true], ['keyup', false]]) {
       button.addEventListener(name, (event) => {

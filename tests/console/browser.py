@@ -1,9 +1,12 @@
 """A headless Chromium, and the tests' actions on the console's page in it."""
 
 import base64
+import functools
+import pathlib
 import shutil
 import tempfile
 
+import node_packages
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
@@ -23,6 +26,19 @@ const context = small.getContext('2d');
 context.drawImage(document.getElementById('picture'), 0, 0, 32, 18);
 return [...context.getImageData(0, 0, 32, 18).data];
 """
+
+VIOLATIONS = """
+const text = ({id, help, nodes}) => `${id}: ${help}: ${nodes.map((node) => node.target)}`;
+axe.run(document, {resultTypes: ['violations']}).then(
+  ({violations, passes}) => arguments[0]({passed: passes.length, violations: violations.map(text)}),
+  (error) => arguments[0]({error: String(error)}))
+"""
+
+
+@functools.lru_cache
+def axe():
+    """axe-core's source."""
+    return (node_packages.install(pathlib.Path(__file__).parent) / "axe-core" / "axe.min.js").read_text()
 
 
 class Browser:
@@ -83,6 +99,13 @@ class Browser:
 
     def screenshot(self):
         return base64.b64decode(self.driver.execute_cdp_cmd("Page.captureScreenshot", {"format": "png"})["data"])
+
+    def violations(self):
+        """What axe-core finds in the page as it is now."""
+        self.run(axe())
+        found = self.driver.execute_async_script(VIOLATIONS)
+        assert found.get("passed", 0) > 20, found
+        return found["violations"]
 
     def complaints(self):
         """The page's and the browser's messages in the console."""

@@ -588,6 +588,56 @@ def test_a_new_page_lists_all_that_the_camera_keeps(camera, page):
     assert "status 600" in arrivals(page)[0] and "status 101" in arrivals(page)[-1]
 
 
+def show_nothing(camera, page, tools):
+    assert page.find("no-arrivals").is_displayed()
+
+
+def show_everything(camera, page, tools):
+    camera.control("fault", "focus", "fail")
+    camera.control("fault", "zoom", "hang")
+    camera.control("fault", "presets", "gone")
+    camera.control("set", "alarm", "BNK1", 0, 1)
+    camera.control("set", "relay", "BNK1", 0, 1)
+    camera.control("event", "power", 1)
+    tools.set(PAN, "x", "02404650")
+    type_command(page, "positionPan", "04000000")
+    page.find("auto-focus").click()
+    await_until(lambda: page.find("failure").is_displayed(), "a failure is shown")
+    await_until(lambda: any("pan.SetPosition" in row for row in arrivals(page)), "there are arrivals")
+
+
+def show_many_points(camera, page, tools):
+    camera.domectl("banks", "alarm", "A=600")
+    await_until(lambda: page.find("shortened").is_displayed(), "some are left out")
+
+
+def show_a_lost_camera(camera, page, tools):
+    camera.end("dome")
+    page.await_text("link", "No connection")
+
+
+@pytest.mark.parametrize("scheme", ["light", "dark"])
+@pytest.mark.parametrize("width, height", [(390, 844), (1280, 800)])
+@pytest.mark.parametrize("show", [show_nothing, show_everything, show_many_points, show_a_lost_camera])
+def test_axe_finds_no_violation(camera, page, tools, show, width, height, scheme):
+    page.look(width, height, scheme)
+    try:
+        show(camera, page, tools)
+        assert page.violations() == []
+    finally:
+        if "dome" not in camera.processes:
+            camera.start_dome()
+            page.complaints()  # the browser reports the refused connections
+
+
+def test_axe_finds_a_violation(page):
+    page.run("document.getElementById('pad').removeAttribute('aria-label')")
+    page.run("document.querySelector('label[for=light]').remove()")
+    assert any(violation.startswith("label: ") for violation in page.violations())
+    page.driver.refresh()
+    page.await_text("link", "Live")
+
+
 def test_everything_that_can_be_used_has_a_name_and_shows_its_focus(page):
     page.driver.execute_cdp_cmd("Accessibility.enable", {})
     nodes = page.driver.execute_cdp_cmd("Accessibility.getFullAXTree", {})["nodes"]

@@ -71,6 +71,10 @@ def texts(values):
 NOTHING = "", b""
 
 
+class Refused(Exception):
+    """The bus answered with an error."""
+
+
 class Service:
     """Takes the name `name` ("Voltage2") at once; it must be free."""
 
@@ -134,7 +138,11 @@ class Service:
         return [name for name in names if name.startswith(":") and self._pid_of(name) == pid]
 
     def _pid_of(self, name):
-        return struct.unpack("<I", self._ask_bus("GetConnectionUnixProcessID", "s", _text(name)))[0]
+        """0 for a connection that has ended."""
+        try:
+            return struct.unpack("<I", self._ask_bus("GetConnectionUnixProcessID", "s", _text(name)))[0]
+        except Refused:
+            return 0
 
     def flood(self, targets, seconds):
         """Sends calls of 60 kB each to all targets in turn. Returns the octets that the bus took."""
@@ -171,10 +179,13 @@ class Service:
             fields[SIGNATURE] = signature
         self._socket.sendall(message(CALL, self._serial, fields, body))
         while True:
-            kind, _, _, answer = self.receive()
-            assert kind != ERROR, f"{member}: {answer}"
-            if kind == RETURN:
-                return answer
+            kind, _, header, answer = self.receive()
+            # The calls of a flood are refused, too, when their receiver has ended.
+            if kind not in (RETURN, ERROR) or fields_of(header)[REPLY_SERIAL] != self._serial:
+                continue
+            if kind == ERROR:
+                raise Refused(f"{member}: {answer}")
+            return answer
 
 
 class Answering(Service):

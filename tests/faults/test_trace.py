@@ -150,7 +150,7 @@ def test_the_smallest_ring_keeps_the_newest_records_of_a_flood(desk):
             await_until(lambda: answers(manager), "a request finds room in the agent's socket")
             await_until(lambda: last_record(ring).answered, "the last request's record")
             first = oldest_record(ring)
-            assert first.number > 1000
+            assert first.number > 100, "the ring has dropped the oldest"
             ring.next = ring.begin
             records = ring.records()
         assert [record.number for record in records] == list(range(first.number, first.number + len(records)))

@@ -6,8 +6,8 @@
 
 namespace dome {
 
-/// Entries, oldest first. Above either limit the oldest ones are dropped. An entry says how many octets it takes, with
-/// Bytes(), which must stay the same.
+/// Entries, oldest first. Above either limit the oldest ones are dropped. Bytes() is what an entry counts, usually the
+/// octets of its texts; it must stay the same.
 template <class Entry>
 class BoundedList {
 public:

@@ -136,7 +136,7 @@ Control::Answer Control::Execute(const Words& words) {
         CheckWords(command, arguments, 1, 1);
         const auto lastEvent = ParseNumber<std::uint64_t>(arguments[0]);
         // A camera that was restarted meanwhile would never reach this number.
-        if (lastEvent > _events.Asked()) throw Exception("there are no events up to %s", arguments[0].c_str());
+        if (lastEvent > _events.Requested()) throw Exception("there are no events up to %s", arguments[0].c_str());
         return Progress(lastEvent);
     }
     if (command == "set") {

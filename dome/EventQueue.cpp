@@ -18,7 +18,7 @@ std::uint64_t EventQueue::Add(int first, int count, Emit emit) {
     }
     _series.push_back({first, count, std::move(emit)});
     _waiting += count;
-    return Asked();
+    return Requested();
 }
 
 void EventQueue::Work(int max) {

@@ -26,7 +26,7 @@ public:
 
     /// Events emitted, and events requested, since the start.
     std::uint64_t Emitted() const { return _emitted; }
-    std::uint64_t Asked() const { return _emitted + static_cast<std::uint64_t>(_waiting); }
+    std::uint64_t Requested() const { return _emitted + static_cast<std::uint64_t>(_waiting); }
 
 private:
     struct Series {

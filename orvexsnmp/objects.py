@@ -208,7 +208,7 @@ def write_code(sections, folder):
 def write_trace(sections, path):
     rows = [thing.trace_row() for things in sections.values() for thing in things]
     pathlib.Path(path).parent.mkdir(parents=True, exist_ok=True)
-    write(path, "// Made from objects.toml by objects.py: change those.\n" + "".join(rows))
+    write(path, "// Generated from objects.toml by objects.py: change those files.\n" + "".join(rows))
 
 
 def named(sections, names):

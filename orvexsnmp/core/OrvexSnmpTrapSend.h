@@ -35,7 +35,7 @@ public:
     void CallSnmpSendTrap();
 
     /// Agent's thread, when the module is unloaded: sends the queued traps and leaves the main loop. Later traps wait
-    /// for Resume.
+    /// for Resume in the pipe, as if the main loop watched it.
     void Suspend();
 
     /// Agent's thread: joins the main loop again; creates the pipe if there is none.

@@ -90,7 +90,7 @@ class Interface:
     def __init__(self, path):
         interface = xml.etree.ElementTree.parse(path).getroot().find("interface")
         annotations = {a.get("name"): a.get("value") for a in interface.findall("annotation")}
-        self.origin = f"// Made from {path.rsplit('/', 1)[-1]} by generate.py."
+        self.origin = f"// Generated from {path.rsplit('/', 1)[-1]} by generate.py."
         self.bus_name = interface.get("name")
         self.header = annotations["org.tavos.Cpp.Header"]
         self.namespace, _, self.name = annotations["org.tavos.Cpp.Class"].rpartition("::")

@@ -68,9 +68,10 @@ def free_tcp_port():
 def sanitizer_runtime():
     """The LD_PRELOAD for a stock program that loads a module built with sanitizers; nothing for other builds."""
     needed = subprocess.run(["ldd", MODULE], capture_output=True, text=True, check=True).stdout
-    paths = [line.split()[2] for line in needed.splitlines() if "/libasan." in line or "/libstdc++." in line]
+    paths = {word.split(".")[0]: path for word, path in re.findall(r"(\S+) => (\S+)", needed)}
+    runtime = paths.get("libclang_rt") or paths.get("libasan")
     # The runtime looks for the C++ library's throw when the program starts, and a C program does not load that library.
-    return " ".join(sorted(paths)) if any("/libasan." in path for path in paths) else ""
+    return f"{runtime} {paths['libstdc++']}" if runtime else ""
 
 
 class Desk:

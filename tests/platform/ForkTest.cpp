@@ -67,7 +67,7 @@ private:
 /// True when a fork of a process with several threads can hang the child in AddressSanitizer's allocator: the child
 /// inherits locks whose owners, other threads, do not exist in it.
 constexpr bool kAllocatorBreaksInChildren =
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ORVEX_ASAN
     true;
 #else
     false;

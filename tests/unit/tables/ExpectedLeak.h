@@ -1,6 +1,6 @@
 #pragma once
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ORVEX_ASAN
 #include <sanitizer/lsan_interface.h>
 
 /// Allows the agent to refuse tables while it lives: its library leaks its description of a refused table.

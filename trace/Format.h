@@ -47,9 +47,10 @@ struct RecordHead {
 };
 
 enum RecordFlags : std::uint32_t {
-    kCut = 1,       ///< sections are missing: the record would have been longer than kMaxRecord
-    kAnswered = 2,  ///< the agent has sent an answer or a report
-    kParsed = 4,    ///< the agent understood the message and checked who may ask (kVerdict is there)
+    kCut = 1,         ///< sections are missing: the record would have been longer than kMaxRecord
+    kAnswered = 2,    ///< the agent has sent an answer or a report
+    kParsed = 4,      ///< the agent understood the message and checked who may ask (kVerdict is there)
+    kNotAwaited = 8,  ///< another process was to answer, and the trace could not wait for that answer
 };
 
 /// A section: this head, `length` octets, and padding to a multiple of 8.
@@ -69,7 +70,8 @@ enum class Section : std::uint32_t {
     kAnswerPdu = 8,    ///< a PduHead and its bindings; only of an encrypted message
     kTrapPdu = 9,      ///< a PduHead and its bindings, as the agent was given them
     kReceiver = 10,    ///< std::int32_t 1 sent, 0 refused by the socket; then text, the peer's address; one a receiver
-    kTrapMessage = 11  ///< the octets that went to the receiver before it
+    kTrapMessage = 11,  ///< the octets that went to the receiver before it
+    kContext = 12       ///< the name of the context; only of an encrypted message, and not of the default one
 };
 
 /// `count` bindings follow, each a BindingHead, its sub-identifiers (std::uint32_t), its value, and padding to a

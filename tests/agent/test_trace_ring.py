@@ -11,7 +11,7 @@ import pytest
 
 import ber
 import trace_ring
-from desk import ManagerOf, await_until
+from desk import Desk, ManagerOf, await_until, free_tcp_port
 from expected_tree import OID
 from trace_ring import Pdu, Ring
 
@@ -306,3 +306,181 @@ def test_only_the_loaders_entries_of_the_companion_are_exported(running):
     assert {line.split()[-1] for line in names.splitlines()} == {"init_orvextrace", "deinit_orvextrace"}
     needed = subprocess.run(["ldd", module], capture_output=True, text=True, check=True).stdout
     assert "not found" not in needed and "libtavos" not in needed
+
+
+# --- connections: a message may come in pieces, and several at once ---
+
+class TcpDesk(Desk):
+    """Its agent listens on TCP, too."""
+
+    def __init__(self):
+        super().__init__()
+        self.tcp_port = free_tcp_port()
+        with open(self.state / "snmpd.conf", "a") as configuration:
+            configuration.write(f"agentaddress tcp:127.0.0.1:{self.tcp_port}\n")
+
+    def connect(self):
+        connection = socket.create_connection(("127.0.0.1", self.tcp_port), 5)
+        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        return connection
+
+
+@pytest.fixture(scope="module")
+def tcp_desk():
+    with TcpDesk() as desk:
+        desk.start()
+        yield desk
+
+
+@pytest.fixture
+def tcp_ring(tcp_desk):
+    with Ring(tcp_desk.state / "trace.sock") as ring:
+        ring.skip()
+        yield ring
+
+
+def answers_of(connection, count):
+    octets, answers = b"", []
+    while len(answers) < count:
+        octets += connection.recv(65536)
+        while len(octets) > 2 and len(octets) >= message_length(octets):
+            answers.append(ber.Message(octets[:message_length(octets)]))
+            octets = octets[message_length(octets):]
+    return answers
+
+
+def message_length(octets):
+    count = octets[1] & 0x7F if octets[1] & 0x80 else 0
+    return 2 + (count + int.from_bytes(octets[2:2 + count], "big") if count else octets[1])
+
+
+def test_a_message_that_comes_in_pieces_has_one_record(tcp_desk, tcp_ring):
+    message = ber.encode(ber.GET, [(OID["modelName"], ber.NULL, b"")] * 20)
+    with tcp_desk.connect() as connection, ManagerOf(tcp_desk) as manager:
+        for start, end in (0, 1), (1, 3), (3, 40), (40, len(message)):
+            connection.sendall(message[start:end])
+            manager.get(SYS_NAME)  # the agent has read the piece
+        answers_of(connection, 1)
+        port = connection.getsockname()[1]
+        *others, record = sorted(next_records(tcp_ring, 5), key=lambda record: len(record.one(trace_ring.MESSAGE_IN)))
+    assert record.one(trace_ring.MESSAGE_IN) == message and record.answered and record.parsed
+    assert is_from(record, port) and all(other.answered and other.parsed for other in others)
+
+
+def test_each_of_several_messages_in_one_piece_has_a_whole_record(tcp_desk, tcp_ring):
+    messages = [ber.encode(ber.GET, [(OID[name], ber.NULL, b"")]) for name in ("modelName", "hwVersion", "modelName")]
+    wrong = ber.encode(ber.GET, [(SYS_NAME, ber.NULL, b"")], community="wrong")
+    rubbish = b"\x30\x05\x02\x01\x09\x05\x00"
+    sent = [messages[0], rubbish, messages[1], wrong, rubbish, messages[2]]
+    with tcp_desk.connect() as connection:
+        connection.sendall(b"".join(sent) + messages[0][:7])
+        answers_of(connection, 3)
+        port = connection.getsockname()[1]
+        records = next_records(tcp_ring, 6)
+        assert [record.one(trace_ring.MESSAGE_IN) for record in records] == sent
+        assert [record.answered for record in records] == [True, False, True, False, False, True]
+        assert [record.parsed for record in records] == [True, False, True, True, False, True]
+        assert all(is_from(record, port) for record in records)
+        connection.sendall(messages[0][7:] + rubbish)
+        answers_of(connection, 1)
+        assert [record.one(trace_ring.MESSAGE_IN) for record in next_records(tcp_ring, 2)] == [messages[0], rubbish]
+
+
+def test_a_connection_that_ends_within_a_message_leaves_its_record(tcp_desk, tcp_ring):
+    message = ber.encode(ber.GET, [(SYS_NAME, ber.NULL, b"")])
+    with tcp_desk.connect() as connection:
+        connection.sendall(message[:9])
+    record = only_record(tcp_ring)
+    assert record.one(trace_ring.MESSAGE_IN) == message[:9] and not record.answered and not record.parsed
+
+
+def test_forty_connections_with_a_piece_each_leave_the_agent_serving(tcp_desk, tcp_ring):
+    message = ber.encode(ber.GET, [(SYS_NAME, ber.NULL, b"")])
+    connections = [tcp_desk.connect() for _ in range(40)]
+    for connection in connections:
+        connection.sendall(message[:9])
+    for connection in connections:
+        connection.sendall(message[9:])
+        answers_of(connection, 1)
+        connection.close()
+    records = records_until(tcp_ring, lambda record: record.answered)
+    assert records[-1].parsed and records[-1].answered
+
+
+def test_octets_that_are_no_message_leave_their_record_and_the_agent_serving(tcp_desk, tcp_ring):
+    for octets in (b"GET / HTTP/1.0\r\n\r\n", b"\x30\x80\x02\x01", b"\x30\x84\x7f\xff\xff\xff" + bytes(100)):
+        with tcp_desk.connect() as connection:
+            connection.sendall(octets)
+            assert only_record(tcp_ring).one(trace_ring.MESSAGE_IN) == octets
+    with ManagerOf(tcp_desk) as manager:
+        manager.get(SYS_NAME)
+    assert only_record(tcp_ring).answered
+
+
+class MonitoredDesk(TcpDesk):
+    """An agent that queries itself."""
+
+    def __init__(self):
+        super().__init__()
+        with open(self.state / "snmpd.conf", "a") as configuration:
+            configuration.write("createUser _internal\niquerySecName _internal\nrouser _internal noauth .1.3\n"
+                                "monitor -r 1 watched .1.3.6.1.2.1.1.3.0 > 0\n")
+
+    def agent_command(self):
+        return [word.replace(",mteTrigger,mteTriggerConf", "") if isinstance(word, str) else word
+                for word in super().agent_command()]
+
+
+def test_queries_of_the_agent_to_itself_are_no_requests():
+    with MonitoredDesk() as desk:
+        desk.start()
+        queries = "1.3.6.1.6.3.15.1.1.0"
+        message = ber.encode(ber.GET, [(SYS_NAME, ber.NULL, b"")])
+        with Ring(desk.state / "trace.sock") as ring, desk.connect() as connection:
+            ring.skip()
+            deadline = time.monotonic() + 4  # four queries, one a second
+            sent = 0
+            while time.monotonic() < deadline:
+                connection.sendall(message)
+                answers_of(connection, 1)
+                send(desk, b"rubbish")
+                sent += 2
+                time.sleep(0.002)
+            records = [record for record in next_records(ring, sent) if record.kind == trace_ring.REQUEST]
+        found = [record.one(trace_ring.MESSAGE_IN) for record in records]
+        assert found.count(message) == found.count(b"rubbish") == sent // 2
+        assert all(record.answered == record.parsed == (record.one(trace_ring.MESSAGE_IN) == message)
+                   for record in records)
+
+
+# --- the rest ---
+
+def test_an_empty_datagram_is_recorded(ring, running):
+    port = send(running, b"")
+    record = only_record(ring)
+    assert record.one(trace_ring.MESSAGE_IN) == b"" and is_from(record, port)
+    assert not record.parsed and not record.answered
+
+
+def test_a_walk_over_names_outside_the_view_has_lost_nothing(ring, manager):
+    """The loader's table is outside."""
+    manager.get_next(*["1.3.6.1.4.1.2021.13.14"] * 70)
+    record = only_record(ring)
+    assert len(record.names_refused) == 64 and not record.flags & trace_ring.CUT
+
+
+FOREIGN = """
+void *Sessions;
+"""
+
+
+def test_without_the_librarys_list_of_sessions_the_agent_says_so_once_and_serves(desk, tmp_path):
+    (tmp_path / "foreign.c").write_text(FOREIGN)
+    subprocess.run(["gcc", "-shared", "-fPIC", "-o", tmp_path / "foreign.so", tmp_path / "foreign.c"], check=True)
+    desk.environment["LD_PRELOAD"] = str(tmp_path / "foreign.so")
+    desk.start()
+    with ManagerOf(desk) as manager:
+        for _ in range(3):
+            manager.get(SYS_NAME)
+    lines = [line for line in desk.log("agent").splitlines() if "orvextrace" in line]
+    assert lines == ["orvextrace: the library's list of sessions is not found: no message is traced"]

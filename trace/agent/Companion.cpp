@@ -108,6 +108,7 @@ void Companion::Start() noexcept {
     _on = true;
     _looked = false;
     _peers.Forget();
+    _streams.Forget();
     RegisterCallbacks();
     SetTransportWatcher(this);
     Arm(true);  // the agent opens its sockets after it has loaded its modules
@@ -117,8 +118,9 @@ void Companion::Stop() noexcept {
     if (!_on) return;
     EndRequest();
     EndTrap();
-    EndWaitingBefore(INT64_MAX);
+    EndWaitingBefore(INT64_MAX, kNotAwaited);
     Disarm();
+    _streams.Forget();
     _on = false;
     SetTransportWatcher(nullptr);
     UnhookSessions();
@@ -198,36 +200,72 @@ void Companion::UnregisterCallbacks() noexcept {
 
 // --- a request ---
 
-void Companion::BeginRequest() noexcept {
+/// Of what was received last.
+void Companion::BeginRequest(const void* octets, std::size_t length) noexcept {
     SettleRequest();
-    _request.Begin(RecordKind::kRequest, Now(CLOCK_REALTIME));
-    _start = Steady();
+    _request.Begin(RecordKind::kRequest, _arrival);
+    _start = _arrivalSteady;
     _parsed = _allowed = false;
     _namesRefused = 0;
+    _request.Add(Section::kPeer, _peer, _peerLength);
+    _request.Add(Section::kMessageIn, octets, length);
     Arm(true);
+}
+
+/// False when the connection's next message is not whole yet.
+bool Companion::BeginNext() noexcept {
+    const auto message = _streams.Next();
+    if (message.data == nullptr) return false;
+    BeginRequest(message.data, message.length);
+    _message = message;
+    return true;
 }
 
 void Companion::Received(netsnmp_transport& transport, const void* octets, int length, void* from,
                          int fromLength) noexcept {
-    BeginRequest();
-    _inStream = (transport.flags & NETSNMP_TRANSPORT_FLAG_STREAM) != 0;
+    SettleRequests();
+    _arrival = Now(CLOCK_REALTIME);
+    _arrivalSteady = Steady();
+    _domain = transport.domain;
     const auto peer = _peers.Of(transport, from, fromLength);
-    _request.Add(Section::kPeer, peer.text, peer.length);
-    _request.Add(Section::kMessageIn, octets, static_cast<std::size_t>(length));
+    _peerLength = std::min(peer.length, sizeof _peer);
+    std::memcpy(_peer, peer.text, _peerLength);
+    const auto size = static_cast<std::size_t>(length);
+    if ((transport.flags & NETSNMP_TRANSPORT_FLAG_STREAM) == 0) {
+        BeginRequest(octets, size);
+    } else if (size == 0) {
+        const auto rest = _streams.TakeRest(transport);
+        if (rest.length > 0) BeginRequest(rest.data, rest.length);
+    } else if (_streams.Add(transport, octets, size)) {
+        BeginNext();
+    }
+}
+
+/// Opens the record of the message that the agent has parsed: it drops some of those that a connection brings at once.
+bool Companion::FindMessageOf(const netsnmp_pdu& pdu) noexcept {
+    while (!_request.IsOpen() || _parsed || (_streams.HasNext() && !MayBeOf(pdu, _message.data, _message.length))) {
+        if (!BeginNext()) return false;
+    }
+    return true;
 }
 
 void Companion::CheckedRequest(const view_parameters& checked) noexcept {
     if (!_on || checked.pdu == nullptr) return;
-    const bool another = !_request.IsOpen() || _parsed;
-    if (another && !_inStream) return;  // a query of the agent to itself
-    if (another) BeginRequest();        // the next of several messages that a stream brought at once
+    if (checked.pdu->tDomain != _domain) {  // a query of the agent to itself
+        if (!_parsed) SettleRequest();      // the agent is done with what came before
+        return;
+    }
+    if (!FindMessageOf(*checked.pdu)) return;
     _parsed = true;
     _transaction = checked.pdu->transid;
     const auto verdict = static_cast<std::int32_t>(checked.errorcode);
     _allowed = verdict == VACM_SUCCESS;
     _request.Head().flags |= kParsed;
     _request.Add(Section::kVerdict, &verdict, sizeof verdict);
-    if (IsEncrypted(*checked.pdu)) AddPdu(_request, Section::kRequestPdu, *checked.pdu);
+    if (!IsEncrypted(*checked.pdu)) return;
+    AddPdu(_request, Section::kRequestPdu, *checked.pdu);
+    const std::size_t context = checked.pdu->contextName != nullptr ? checked.pdu->contextNameLen : 0;
+    if (context > 0) _request.Add(Section::kContext, checked.pdu->contextName, context);
 }
 
 void Companion::CheckedName(const view_parameters& checked) noexcept {
@@ -235,7 +273,9 @@ void Companion::CheckedName(const view_parameters& checked) noexcept {
     const bool here = _request.IsOpen() && _parsed && checked.pdu != nullptr && checked.pdu->transid == _transaction;
     if (!here) return;
     if (++_namesRefused > kMaxNamesRefused) {
-        _request.Head().flags |= kCut;
+        // What a walk passes over explains nothing.
+        const bool walks = checked.pdu->command == SNMP_MSG_GETNEXT || checked.pdu->command == SNMP_MSG_GETBULK;
+        if (!walks) _request.Head().flags |= kCut;
         return;
     }
     const auto verdict = static_cast<std::int32_t>(checked.errorcode);
@@ -277,8 +317,8 @@ void Companion::Called(const tavos::msgbus::ObservedCall& call) noexcept {
 
 /// Before the agent has parsed a message it can only answer that it does not understand it.
 bool Companion::AnswersRequest(const netsnmp_pdu& pdu) const noexcept {
-    if (!_request.IsOpen()) return false;
-    return _parsed ? pdu.transid == _transaction : pdu.command == SNMP_MSG_REPORT || pdu.command == SNMP_MSG_RESPONSE;
+    if (!_request.IsOpen() || (pdu.command != SNMP_MSG_REPORT && pdu.command != SNMP_MSG_RESPONSE)) return false;
+    return !_parsed || pdu.transid == _transaction;
 }
 
 void Companion::Sent(netsnmp_transport& transport, const netsnmp_pdu* pdu, const void* octets, int length, void* to,
@@ -286,7 +326,11 @@ void Companion::Sent(netsnmp_transport& transport, const netsnmp_pdu* pdu, const
     if (pdu == nullptr || octets == nullptr || length <= 0) return;
     if (pdu->command == SNMP_MSG_TRAP || pdu->command == SNMP_MSG_TRAP2 || pdu->command == SNMP_MSG_INFORM) {
         AddReceiver(transport, octets, length, to, toLength, sent);
-    } else if (AnswersRequest(*pdu)) {
+        return;
+    }
+    // The agent reports what is wrong with a message without checking who asks.
+    if (pdu->command == SNMP_MSG_REPORT && _streams.HasNext() && !(_request.IsOpen() && _parsed)) FindMessageOf(*pdu);
+    if (AnswersRequest(*pdu)) {
         Answered(_request, *pdu, octets, length, sent);
         EndRequest();
     } else {
@@ -313,11 +357,18 @@ void Companion::SettleRequest() noexcept {
     if (_request.IsOpen() && !(_allowed && PutAside())) EndRequest();
 }
 
+/// The agent is done with all that was received.
+void Companion::SettleRequests() noexcept {
+    do {
+        SettleRequest();
+    } while (BeginNext());
+}
+
 // --- requests that somebody else answers ---
 
 /// False without memory: then the record ends without its answer.
 bool Companion::PutAside() noexcept {
-    if (_waitingCount == kMaxWaiting) EndWaiting(_waiting[0]);
+    if (_waitingCount == kMaxWaiting) EndWaiting(_waiting[0], kNotAwaited);
     auto* const copy = static_cast<std::byte*>(std::malloc(_request.Length()));
     if (copy == nullptr) return false;
     std::memcpy(copy, _request.Data(), _request.Length());
@@ -332,14 +383,15 @@ void Companion::AnswerWaiting(const netsnmp_pdu& pdu, const void* octets, int le
         if (_waiting[i].transaction != pdu.transid) continue;
         _late.Load(_waiting[i].record, _waiting[i].length);
         Answered(_late, pdu, octets, length, sent);
-        EndWaiting(_waiting[i]);
+        EndWaiting(_waiting[i], 0);
         return;
     }
 }
 
 /// Writes the record, with the answer if `_late` has it already.
-void Companion::EndWaiting(Waiting& waiting) noexcept {
+void Companion::EndWaiting(Waiting& waiting, std::uint32_t flags) noexcept {
     if (!_late.IsOpen()) _late.Load(waiting.record, waiting.length);
+    _late.Head().flags |= flags;
     _late.Head().microseconds = MicrosecondsSince(waiting.start);
     _ring.Append(_late.Finish());
     std::free(waiting.record);
@@ -347,8 +399,8 @@ void Companion::EndWaiting(Waiting& waiting) noexcept {
     --_waitingCount;
 }
 
-void Companion::EndWaitingBefore(std::int64_t start) noexcept {
-    while (_waitingCount > 0 && _waiting[0].start < start) EndWaiting(_waiting[0]);
+void Companion::EndWaitingBefore(std::int64_t start, std::uint32_t flags) noexcept {
+    while (_waitingCount > 0 && _waiting[0].start < start) EndWaiting(_waiting[0], flags);
 }
 
 // --- a trap ---
@@ -441,7 +493,8 @@ void Companion::Arm(bool now) noexcept {
 
 /// The agent sleeps without a timer while nothing is open.
 void Companion::DisarmIfDone() noexcept {
-    if (_looked && _waitingCount == 0 && !_request.IsOpen() && !_trap.IsOpen()) Disarm();
+    const bool isOpen = _request.IsOpen() || _trap.IsOpen() || _waitingCount > 0 || _streams.HasNext();
+    if (_looked && !isOpen) Disarm();
 }
 
 void Companion::Disarm() noexcept {
@@ -452,10 +505,9 @@ void Companion::Disarm() noexcept {
 void Companion::TurnEnds() noexcept {
     _alarm = 0;
     if (!_on) return;
-    SettleRequest();
+    SettleRequests();
     EndTrap();
-    _inStream = false;
-    EndWaitingBefore(Steady() - kMaxWait);
+    EndWaitingBefore(Steady() - kMaxWait, 0);
     if (!_looked) {
         LookAround();
         _looked = true;

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -11,6 +12,7 @@
 #include "trace/agent/PeerNames.h"
 #include "trace/agent/RecordBuilder.h"
 #include "trace/agent/RingWriter.h"
+#include "trace/agent/StreamOctets.h"
 #include "trace/agent/Transports.h"
 
 namespace trace {
@@ -65,16 +67,19 @@ private:
     void Sent(netsnmp_transport& transport, const netsnmp_pdu* pdu, const void* octets, int length, void* to,
               int toLength, bool sent) noexcept override;
 
-    void BeginRequest() noexcept;
+    void BeginRequest(const void* octets, std::size_t length) noexcept;
+    bool BeginNext() noexcept;
+    bool FindMessageOf(const netsnmp_pdu& pdu) noexcept;
     void EndRequest() noexcept;
     void SettleRequest() noexcept;
+    void SettleRequests() noexcept;
     void Answered(RecordBuilder& record, const netsnmp_pdu& pdu, const void* octets, int length, bool sent) noexcept;
     bool AnswersRequest(const netsnmp_pdu& pdu) const noexcept;
 
     bool PutAside() noexcept;
     void AnswerWaiting(const netsnmp_pdu& pdu, const void* octets, int length, bool sent) noexcept;
-    void EndWaiting(Waiting& waiting) noexcept;
-    void EndWaitingBefore(std::int64_t start) noexcept;
+    void EndWaiting(Waiting& waiting, std::uint32_t flags) noexcept;
+    void EndWaitingBefore(std::int64_t start, std::uint32_t flags) noexcept;
 
     void BeginTrap() noexcept;
     void EndTrap() noexcept;
@@ -96,9 +101,9 @@ private:
     RingWriter _ring;
     Door _door;
     PeerNames _peers;
-    bool _on = false;
-    bool _looked = false;  // since the start, in the main loop
-    pthread_t _thread{};   // the agent's
+    std::atomic<bool> _on{false};      // other threads' calls are observed, too
+    bool _looked = false;              // since the start, in the main loop
+    std::atomic<pthread_t> _thread{};  // the agent's
     unsigned int _alarm = 0;
     std::uint32_t _alarms = 0;  // registered so far
     bool _alarmIsNow = false;   // or it comes within a second
@@ -109,9 +114,17 @@ private:
     long _transaction = 0;
     bool _parsed = false;
     bool _allowed = false;    // the agent began to work on it
-    bool _inStream = false;   // more messages may follow in the octets received last
     std::int64_t _start = 0;  // steady, in nanoseconds
     std::uint32_t _namesRefused = 0;
+
+    /// Of what was received last.
+    const oid* _domain = nullptr;
+    std::int64_t _arrival = 0;  // nanoseconds since 1970
+    std::int64_t _arrivalSteady = 0;
+    char _peer[256];
+    std::size_t _peerLength = 0;
+    StreamOctets _streams;
+    StreamOctets::Octets _message;  // of the open request, when it came by a connection
 
     RecordBuilder _trap;
     unsigned _trapCallbacks = 0;   // the kinds of callback seen for the open trap

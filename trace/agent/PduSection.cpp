@@ -65,7 +65,61 @@ void PutBinding(RecordBuilder& record, const netsnmp_variable_list& variable) no
     record.Pad(4);
 }
 
+/// Reads the elements of a message one after the other, whatever their tags; after a broken one there are no more.
+class Elements {
+public:
+    struct Element {
+        const std::byte* data = nullptr;
+        std::size_t length = 0;
+    };
+
+    explicit Elements(const Element& all) noexcept : _rest(all) {}
+
+    Element Next() noexcept {
+        constexpr std::size_t kHead = 2;
+        constexpr std::uint8_t kLongForm = 0x80;
+        if (_rest.length < kHead) return End();
+        std::uint64_t length = std::to_integer<std::uint8_t>(_rest.data[1]);
+        const std::size_t count = length < kLongForm ? 0 : length & ~std::uint64_t{kLongForm};
+        if (count > sizeof length || _rest.length < kHead + count) return End();
+        if (count > 0) length = 0;
+        for (std::size_t i = 0; i < count; ++i) length = length << 8 | std::to_integer<std::uint8_t>(_rest.data[2 + i]);
+        if (length > _rest.length - kHead - count) return End();
+        const Element element{_rest.data + kHead + count, static_cast<std::size_t>(length)};
+        _rest = {element.data + element.length, _rest.length - kHead - count - element.length};
+        return element;
+    }
+
+    /// The next element's last 32 bits as a number.
+    std::uint32_t NextNumber() noexcept {
+        const Element element = Next();
+        std::uint32_t number = 0;
+        for (std::size_t i = 0; i < element.length; ++i) {
+            number = number << 8 | std::to_integer<std::uint8_t>(element.data[i]);
+        }
+        return number;
+    }
+
+private:
+    Element End() noexcept {
+        _rest = {};
+        return {};
+    }
+
+    Element _rest;
+};
+
 }  // namespace
+
+bool MayBeOf(const netsnmp_pdu& pdu, const std::byte* message, std::size_t length) noexcept {
+    Elements fields(Elements({message, length}).Next());
+    const std::uint32_t version = fields.NextNumber();
+    if (version != static_cast<std::uint32_t>(pdu.version)) return false;
+    if (version != SNMP_VERSION_3) fields.Next();  // the community
+    // The PDU, or the head of a message of SNMPv3: each begins with an id.
+    const std::uint32_t id = Elements(fields.Next()).NextNumber();
+    return id == static_cast<std::uint32_t>(version == SNMP_VERSION_3 ? pdu.msgid : pdu.reqid);
+}
 
 void AddPdu(RecordBuilder& record, Section kind, const netsnmp_pdu& pdu) noexcept {
     PduHead head{};

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -39,6 +40,16 @@ const Original* OriginalOf(const netsnmp_transport& transport) noexcept {
     return nullptr;
 }
 
+/// Whether something has come, or a connection has ended.
+bool IsArrival(const netsnmp_transport& transport, int length, bool isSenderKnown) noexcept {
+    if (length > 0) return true;
+#ifdef NETSNMP_TRANSPORT_FLAG_EMPTY_PKT
+    if ((transport.flags & NETSNMP_TRANSPORT_FLAG_EMPTY_PKT) != 0) return false;
+#endif
+    if ((transport.flags & NETSNMP_TRANSPORT_FLAG_STREAM) != 0) return true;
+    return length == 0 && isSenderKnown;
+}
+
 int Receive(netsnmp_transport* transport, void* buffer, int size, void** from, int* fromLength) {
     const Original* const original = OriginalOf(*transport);
     if (original == nullptr) {  // cannot be: see Original
@@ -46,10 +57,10 @@ int Receive(netsnmp_transport* transport, void* buffer, int size, void** from, i
         return -1;
     }
     const int length = original->receive(transport, buffer, size, from, fromLength);
-    if (length <= 0 || s_watcher == nullptr) return length;
     const int reason = errno;
-    const bool known = from != nullptr && fromLength != nullptr;
-    s_watcher->Received(*transport, buffer, length, known ? *from : nullptr, known ? *fromLength : 0);
+    const bool known = from != nullptr && fromLength != nullptr && *from != nullptr;
+    if (s_watcher == nullptr || !IsArrival(*transport, length, known)) return length;
+    s_watcher->Received(*transport, buffer, std::max(length, 0), known ? *from : nullptr, known ? *fromLength : 0);
     errno = reason;
     return length;
 }
@@ -84,8 +95,22 @@ int Send(netsnmp_transport* transport, Octets* octets, int length, void** to, in
 constexpr decltype(netsnmp_transport::f_recv) kReceive = &Receive;
 constexpr decltype(netsnmp_transport::f_send) kSend = &Send;
 
+/// The library's list of open sessions. Only of the object that opens them: another one may have a variable of that
+/// name, too.
+OpenSession** FindSessions() noexcept {
+    void* const list = dlsym(RTLD_DEFAULT, "Sessions");
+    Dl_info here{};
+    Dl_info library{};
+    const bool isLibrarys = list != nullptr && dladdr(list, &here) != 0 &&
+                            dladdr(reinterpret_cast<const void*>(&snmp_open), &library) != 0 &&
+                            here.dli_fbase == library.dli_fbase;
+    if (isLibrarys) return static_cast<OpenSession**>(list);
+    snmp_log(LOG_ERR, "orvextrace: the library's list of sessions is not found: no message is traced\n");
+    return nullptr;
+}
+
 OpenSession* OpenSessions() noexcept {
-    static auto* const list = static_cast<OpenSession**>(dlsym(RTLD_DEFAULT, "Sessions"));
+    static OpenSession** const list = FindSessions();
     return list != nullptr ? *list : nullptr;
 }
 

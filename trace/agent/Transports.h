@@ -7,6 +7,7 @@ namespace trace {
 /// Who is told what goes through the agent's sockets. Must not throw.
 class TransportWatcher {
 public:
+    /// `length` 0: an empty datagram, or a connection that has ended.
     virtual void Received(netsnmp_transport& transport, const void* octets, int length, void* from,
                           int fromLength) noexcept = 0;
     /// `pdu` is what the message was made from, or nullptr when that is not certain; `to` is its address.

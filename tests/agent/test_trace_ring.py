@@ -462,11 +462,17 @@ def test_an_empty_datagram_is_recorded(ring, running):
     assert not record.parsed and not record.answered
 
 
-def test_a_walk_over_names_outside_the_view_has_lost_nothing(ring, manager):
-    """The loader's table is outside."""
-    manager.get_next(*["1.3.6.1.4.1.2021.13.14"] * 70)
-    record = only_record(ring)
-    assert len(record.names_refused) == 64 and not record.flags & trace_ring.CUT
+def test_a_walk_over_names_outside_the_view_has_lost_nothing(desk):
+    with open(desk.state / "snmpd.conf", "a") as configuration:
+        configuration.write(f"view readable excluded .{SYS_NAME}\n")
+    desk.start()
+    with Ring(desk.state / "trace.sock") as ring, ManagerOf(desk) as manager:
+        ring.skip()
+        manager.get_next(*["1.3.6.1.2.1.1.4.0"] * 70)
+        manager.get(*[SYS_NAME] * 70)
+        walked, asked = next_records(ring, 2)
+    assert walked.names_refused == asked.names_refused == [(NOT_IN_VIEW, SYS_NAME)] * 64
+    assert (walked.flags & trace_ring.CUT, asked.flags & trace_ring.CUT) == (0, trace_ring.CUT)
 
 
 FOREIGN = """

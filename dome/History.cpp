@@ -145,9 +145,13 @@ std::string History::Since(std::uint64_t change) const {
         lines += line;
     }
     const bool isMore = !oldest->IsEmpty();
-    const nlohmann::ordered_json head = {{"kind", "history"},      {"change", isMore ? change : _changes},
-                                         {"more", isMore},         {"time", NanosecondsSince1970()},
-                                         {"clock", _clock.Time()}, {"started", _started}};
+    const nlohmann::ordered_json head = {{"kind", "history"},
+                                         {"change", isMore ? change : _changes},
+                                         {"more", isMore},
+                                         {"time", NanosecondsSince1970()},
+                                         {"clock", _clock.Time()},
+                                         {"started", _started},
+                                         {"running", _clock.IsRunning()}};
     return head.dump() + '\n' + lines;
 }
 

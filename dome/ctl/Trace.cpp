@@ -12,8 +12,10 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include "dome/IControl.h"
 #include "tavos/core/Logger.h"
@@ -241,16 +243,16 @@ bool NamesObject(const Json& bindings, const std::string& object) {
 
 class Filter {
 public:
-    Filter(const Options& options, std::int64_t from) : _options(options), _from(from) {
-        _options.object = LowerCase(_options.object);
-    }
+    explicit Filter(const Options& options) : _options(options) { _options.object = LowerCase(_options.object); }
 
     /// Removes what lies before what was asked for. Entries in the order of time; `since` counts in the first ones that
     /// come: a later agent's numbers begin again.
     void DropEarlier(std::vector<trace::Entry>& entries) {
+        const std::int64_t from = _isFromNow ? Start() : 0;
         auto first =
-            std::find_if(entries.begin(), entries.end(), [&](const auto& entry) { return entry.time >= _from; });
-        if (_options.since) {
+            std::find_if(entries.begin(), entries.end(), [&](const auto& entry) { return entry.time >= from; });
+        const auto isRecord = [](const trace::Entry& entry) { return entry.record != nullptr; };
+        if (_options.since && std::any_of(entries.begin(), entries.end(), isRecord)) {
             const auto isUpTo = [&](const trace::Entry& entry) {
                 return entry.record && entry.record->number <= *_options.since;
             };
@@ -258,7 +260,35 @@ public:
             first = std::max(first, last.base());
             _options.since.reset();
         }
+        for (auto it = entries.begin(); it != first; ++it) Remember(_dropped, *it);
         entries.erase(entries.begin(), first);
+    }
+
+    /// Whether to show the entry. One that comes again, but was not shown the first time, is no longer one that does.
+    bool Admits(trace::Entry& entry) {
+        if (_dropped.count(KeyOf(entry)) != 0 || !Takes(entry)) return false;
+        if (entry.isAgain && _shown.count(KeyOf(entry)) == 0) entry.isAgain = false;
+        Remember(_shown, entry);
+        return true;
+    }
+
+private:
+    using Key = std::pair<std::int64_t, std::uint64_t>;  // an entry's time and its number
+
+    static Key KeyOf(const trace::Entry& entry) { return {entry.time, entry.record ? entry.record->number : 0}; }
+
+    /// Those may come again.
+    static void Remember(std::set<Key>& keys, const trace::Entry& entry) {
+        constexpr std::size_t kMaxKeys = 20000;
+        if (entry.json["motions"].empty()) return;
+        keys.insert(KeyOf(entry));
+        if (keys.size() > kMaxKeys) keys.erase(keys.begin());
+    }
+
+    /// When this began, by the clock as it is set now: records that are made after it was set back are not earlier.
+    std::int64_t Start() const {
+        const std::chrono::nanoseconds passed = std::chrono::steady_clock::now() - _startedSteady;
+        return std::min(_started, Now() - passed.count());
     }
 
     bool Takes(const trace::Entry& entry) const {
@@ -268,7 +298,6 @@ public:
         return _options.object.empty() || Names(json);
     }
 
-private:
     static bool IsFrom(const std::string& peer, const std::string& asked) {
         return peer == asked || peer.rfind(asked + ":", 0) == 0 || peer.rfind("[" + asked + "]:", 0) == 0;
     }
@@ -280,7 +309,11 @@ private:
     }
 
     Options _options;
-    std::int64_t _from;
+    const bool _isFromNow = _options.follow && !_options.since;
+    const std::int64_t _started = Now();
+    const std::chrono::steady_clock::time_point _startedSteady = std::chrono::steady_clock::now();
+    std::set<Key> _shown;
+    std::set<Key> _dropped;
 };
 
 class Output {
@@ -329,7 +362,7 @@ void Write(std::vector<trace::Entry> entries, Filter& filter, Output& output, st
     filter.DropEarlier(entries);
     for (trace::Entry& entry : entries) {
         if (entry.json.contains("lost") && !entry.isAgain) lost += entry.json["lost"].get<std::uint64_t>();
-        if (!filter.Takes(entry)) continue;
+        if (!filter.Admits(entry)) continue;
         if (lost != 0 && !entry.isAgain) entry.json["lost"] = std::exchange(lost, 0);
         output.Write(entry);
     }
@@ -341,8 +374,7 @@ int Show(const std::string& state, const std::string& bus, const Options& option
     Agent agent(state + "/trace.sock", options.since.value_or(0));
     Camera camera(bus);
     Output output(options);
-    const bool isFromNow = options.follow && !options.since;
-    Filter filter(options, isFromNow ? Now() : 0);
+    Filter filter(options);
     std::uint64_t lost = 0;
     for (;;) {
         agent.Read(story);  // before the camera: what the camera noted of these records is then there

@@ -16,6 +16,7 @@ using trace::CallOutcome;
 using trace::Section;
 
 constexpr std::uint32_t kDone = trace::kAnswered | trace::kParsed;
+constexpr std::uint32_t kDropped = trace::kParsed;
 
 RingRecord PanSet(std::uint64_t number, CallOutcome outcome = CallOutcome::kAnswered, const std::string& error = "") {
     const std::string binding = PositionBinding(1, Octets("02 40 46 50"));
@@ -41,11 +42,11 @@ nlohmann::ordered_json OnlyEntry(trace::Story& story) {
 
 std::string Head(int change) {
     return R"({"kind":"history","change":)" + std::to_string(change) +
-           R"(,"more":false,"time":0,"clock":0.0,"started":1})" + "\n";
+           R"(,"more":false,"time":0,"clock":0.0,"started":1,"running":true})" + "\n";
 }
 
 const std::string kBegun =
-    R"({"kind":"motion","change":2,"number":4,"time":1,"clock":1.0,"axis":"pan","cause":{"sender":":1.5","serial":7},)"
+    R"({"kind":"motion","change":2,"number":4,"time":1700000000200000000,"clock":1.0,"axis":"pan","cause":{"sender":":1.5","serial":7},)"
     R"("from":90000,"target":180000,"speed":0.5,"ended":)";
 
 TEST(CommunitiesTest, AreKnownByTheirSecurityNames) {
@@ -98,6 +99,86 @@ TEST(StoryTest, ASilentServiceIsSilentSinceTheRecordThatItDidNotAnswer) {
     EXPECT_EQ("", entries[2].json["reason"]);
     EXPECT_EQ("not called: the pan service is silent: nothing moved", entries[3].json["reason"]);
     EXPECT_TRUE(entries[0].json["failed"] && entries[1].json["failed"] && !entries[2].json["failed"]);
+}
+
+/// How the motion of PanSet was replaced by the call `serial` of `sender`.
+std::string Replaced(const std::string& sender, int serial) {
+    return kBegun + R"({"how":"replaced","time":1700000000300000000,"clock":2.0,"position":95000,"by":{"sender":")" +
+           sender + R"(","serial":)" + std::to_string(serial) + "}}}\n";
+}
+
+RingRecord PanSetByCall(std::uint64_t number, std::uint64_t serial) {
+    return RingRecord().Number(number).Flags(kDone).AddVerdict(0).AddCall(CallOutcome::kAnswered, "org.tavos.Pan1",
+                                                                          "Stop", "[]", "", serial);
+}
+
+TEST(StoryTest, ARequestThatEndsAMotionMayComeLaterThanTheMotionsEnd) {
+    trace::Story story;
+    story.AddRecord(PanSet(12).Decoded());
+    story.AddHistory(Head(2) + Replaced(":1.5", 8));
+    const auto first = OnlyEntry(story);
+    EXPECT_EQ("replaced", first["motions"][0]["end"]);
+    EXPECT_TRUE(first["motions"][0]["by"].is_null());
+    EXPECT_TRUE(story.Take().empty());
+    story.AddRecord(PanSetByCall(13, 8).Decoded());
+    const auto entries = story.Take();
+    ASSERT_EQ(2u, entries.size());
+    EXPECT_TRUE(entries[0].isAgain);
+    EXPECT_EQ(13, entries[0].json["motions"][0]["by"]["request"]);
+    EXPECT_TRUE(story.Take().empty());
+}
+
+TEST(StoryTest, ACallThatNoRequestMadeIsAnotherCallers) {
+    for (const auto& [sender, words] :
+         {std::pair{":1.9", "another caller"}, std::pair{":1.5", "a request that is not known"}}) {
+        trace::Story story;
+        story.AddRecord(PanSet(12).Decoded());
+        story.AddHistory(Head(2) + Replaced(sender, 99));
+        EXPECT_TRUE(OnlyEntry(story)["motions"][0]["by"].is_null());
+        std::vector<trace::Entry> again;
+        for (int turn = 0; turn < 20 && again.empty(); ++turn) again = story.Take();
+        ASSERT_EQ(1u, again.size());
+        EXPECT_EQ(words, again[0].json["motions"][0]["by"]);
+
+        trace::Story last;
+        last.AddRecord(PanSet(12).Decoded());
+        last.AddHistory(Head(2) + Replaced(sender, 99));
+        last.ForgetAgent();  // no more records come
+        EXPECT_EQ(words, OnlyEntry(last)["motions"][0]["by"]);
+    }
+}
+
+TEST(StoryTest, ACallOfAnEarlierBusIsAnotherCall) {
+    trace::Story story;
+    auto old = PanSet(3).Decoded();
+    old.time -= 3600'000'000'000;
+    story.AddRecord(old);
+    story.AddRecord(PanSet(12).Decoded());
+    auto other = RingRecord().Number(13).Flags(kDone).AddVerdict(0).Decoded();
+    other.time += 3600'000'000'000;
+    other.calls = PanSet(1).Decoded().calls;
+    story.AddRecord(other);
+    story.AddHistory(Head(2) + Replaced(":1.5", 7));
+    const auto entries = story.Take();
+    ASSERT_EQ(3u, entries.size());
+    EXPECT_TRUE(entries[0].json["motions"].empty());
+    ASSERT_EQ(1u, entries[1].json["motions"].size());
+    EXPECT_EQ(12, entries[1].json["motions"][0]["by"]["request"]);
+    EXPECT_TRUE(entries[2].json["motions"].empty());
+}
+
+TEST(StoryTest, AMotionIsHeldByAPausedClock) {
+    trace::Story story;
+    story.AddRecord(PanSet(12).Decoded());
+    const auto paused = [](std::string head) { return head.replace(head.find("true"), 4, "false"); };
+    story.AddHistory(paused(Head(2)) + kBegun + "null}\n");
+    const auto held = OnlyEntry(story);
+    EXPECT_EQ("the camera's clock is paused", held["reason"]);
+    EXPECT_TRUE(held["failed"]);
+    story.AddHistory(Head(3) + kBegun + R"({"how":"arrived","time":2,"clock":3.5,"position":180000}})" + "\n");
+    const auto ended = OnlyEntry(story);
+    EXPECT_EQ("", ended["reason"]);
+    EXPECT_FALSE(ended["failed"]);
 }
 
 TEST(StoryTest, ACameraThatWasStartedAnewIsAskedFromItsBeginning) {
@@ -186,6 +267,49 @@ TEST(JudgeTest, ShowsOnlyACommunityThatTheAgentRefused) {
     EXPECT_EQ("reader", judge.Who(record));
 }
 
+TEST(JudgeTest, AnAnswerThatWasNotAwaitedIsNotCalledMissing) {
+    for (const bool isAwaited : {true, false}) {
+        RingRecord record;
+        record.Flags(isAwaited ? kDropped : kDropped | trace::kNotAwaited).AddVerdict(0);
+        record.Add(Section::kMessageIn, Message2c("public", 0xa0, PositionBinding(1, "")));
+        trace::Story story;
+        story.AddRecord(record.Decoded());
+        const auto entry = OnlyEntry(story);
+        EXPECT_EQ(isAwaited, entry["failed"]);
+        EXPECT_EQ(isAwaited, entry["reason"] == "the agent did not answer") << entry["reason"];
+        const std::string outcome = isAwaited ? "dropped" : "unknown";
+        EXPECT_NE(std::string::npos, trace::PlainLines(entry, trace::Details::kFailed).find(outcome));
+    }
+}
+
+TEST(JsonTest, ShowsWhatAGetBulkAsksForAndTheContext) {
+    auto record = RingRecord().Add(Section::kMessageIn, Message2c("public", 0xa5, "", 2, 30)).Decoded();
+    EXPECT_FALSE(trace::RecordJson(record, "", {}, 0).contains("context"));
+    record.context = "other";
+    const auto json = trace::RecordJson(record, "", {}, 0);
+    EXPECT_EQ(2, json["nonRepeaters"]);
+    EXPECT_EQ(30, json["maxRepetitions"]);
+    EXPECT_EQ("other", json["context"]);
+    EXPECT_FALSE(trace::RecordJson(PanSet(1).Decoded(), "", {}, 0).contains("maxRepetitions"));
+}
+
+TEST(RecordTest, ANotificationIsWhatItsFirstReceiverWasSent) {
+    const std::string sent = Message2c("public", 0xa6, PositionBinding(1, Octets("02 40 46 50")));
+    const std::string receiver = Octets("01 00 00 00") + "UDP: [127.0.0.1]:0->[127.0.0.1]:162";
+    const auto retried = RingRecord(trace::RecordKind::kTrap)
+                             .Add(Section::kReceiver, receiver)
+                             .Add(Section::kTrapMessage, "rubbish")
+                             .Add(Section::kReceiver, receiver)
+                             .Add(Section::kTrapMessage, sent)
+                             .Decoded();
+    ASSERT_TRUE(retried.pdu);
+    EXPECT_EQ(1u, retried.pdu->bindings.size());
+    EXPECT_EQ(5, trace::RecordJson(retried, "", {}, 0)["id"]);
+    auto unknown = retried;
+    unknown.sentId.reset();
+    EXPECT_TRUE(trace::RecordJson(unknown, "", {}, 0)["id"].is_null());
+}
+
 TEST(JudgeTest, AnAnswerThatTheSocketRefusedIsNoAnswer) {
     trace::Record record = PanSet(1).Decoded();
     record.isAnswered = false;
@@ -209,7 +333,7 @@ TEST(PeerTest, ReadsPortsAsEachReleaseOfTheAgentWritesThem) {
 
 TEST(PcapTest, AVersion6PacketHasBothAddresses) {
     auto record = PanSet(1).Decoded();
-    record.peer = "UDP/IPv6: [::1]:5000->[::1]:161";
+    record.peer = "UDP/IPv6: [::1%eth0]:5000->[::1]:161";
     record.messageOut.clear();
     std::ostringstream file;
     trace::PcapWriter(file).Write(record);

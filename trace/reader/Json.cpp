@@ -114,7 +114,7 @@ void FillTrap(const Record& record, Json& json) {
     json["pdu"] = "trap";
     json["peer"] = "";
     if (!record.pdu) return;
-    json["id"] = record.pdu->requestId;
+    if (record.sentId) json["id"] = *record.sentId;
     json["bindings"] = BindingsJson(record.pdu->bindings, false);
 }
 
@@ -129,6 +129,11 @@ nlohmann::ordered_json RecordJson(const Record& record, const std::string& who, 
     record.kind == RecordKind::kRequest ? FillRequest(record, json) : FillTrap(record, json);
     json["reason"] = judgement.reason;
     json["failed"] = judgement.failed;
+    if (record.pdu && record.pdu->type == kGetBulk) {
+        json["nonRepeaters"] = record.pdu->errorStatus;
+        json["maxRepetitions"] = record.pdu->errorIndex;
+    }
+    if (!record.context.empty()) json["context"] = ShownText(record.context);
     if (lost != 0) json["lost"] = lost;
     if (record.isCut) json["cut"] = true;
     return json;

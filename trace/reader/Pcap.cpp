@@ -40,8 +40,9 @@ struct End {
     std::uint16_t port;
 };
 
-/// 4 octets, or 16 of an IPv6 address; empty for a text that is none.
-std::string AddressOctets(const std::string& text) {
+/// 4 octets, or 16 of an IPv6 address, without its zone; empty for a text that is none.
+std::string AddressOctets(const std::string& zoned) {
+    const std::string text = zoned.substr(0, zoned.find('%'));
     std::array<char, 16> octets{};
     if (inet_pton(AF_INET, text.c_str(), octets.data()) == 1) return {octets.data(), 4};
     if (inet_pton(AF_INET6, text.c_str(), octets.data()) == 1) return {octets.data(), 16};

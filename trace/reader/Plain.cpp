@@ -122,7 +122,7 @@ std::string Address(const Json& entry) {
 std::string Outcome(const Json& entry) {
     if (entry.contains("words")) return entry["failed"] ? "refused" : "done";
     if (Text(entry["pdu"]) == "trap") return entry["failed"] ? "refused" : "sent";
-    if (!entry["error"].is_string()) return "dropped";
+    if (!entry["error"].is_string()) return entry["failed"] ? "dropped" : "unknown";
     const std::string error = Text(entry["error"]);
     return error == "noError" ? "ok" : error;
 }

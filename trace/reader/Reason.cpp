@@ -91,18 +91,13 @@ std::string Level(const Security& security) {
     return security.isEncrypted ? "authPriv" : "authNoPriv";
 }
 
-/// A community as it was, with what is no text in hexadecimal.
-std::string Shown(const std::string& octets) {
-    return IsText(octets) ? octets : Hexadecimal(octets);
-}
-
 /// Reports say by a counter's name what is wrong (RFC 3414).
 Judgement OfReport(const Record& record) {
     const ObjectId& name = record.answer->bindings.empty() ? ObjectId() : record.answer->bindings[0].name;
     const std::string counter = NameOf(name);
     const bool asksForEngine = record.in.security && record.in.security->engine.empty();
     const bool asksForTime = record.in.security && record.in.security->boots == 0 && record.in.security->time == 0;
-    const std::string user = record.in.security ? Shown(record.in.security->user) : "";
+    const std::string user = record.in.security ? ShownText(record.in.security->user) : "";
     if (counter == "usmStatsUnknownEngineIDs" && asksForEngine) {
         return {"discovery: the manager asked for the agent's engine ID", false};
     }
@@ -179,6 +174,10 @@ std::string OfMissing(const ObjectId& name) {
 
 }  // namespace
 
+std::string ShownText(const std::string& octets) {
+    return IsText(octets) ? octets : Hexadecimal(octets);
+}
+
 std::string ShortService(const std::string& service) {
     static const std::map<std::string, std::string> names = {{"org.tavos.Pan1", "pan"},
                                                              {"org.tavos.Axis1.tilt", "tilt"},
@@ -199,11 +198,11 @@ std::string ShortService(const std::string& service) {
 }
 
 std::string Judge::Who(const Record& record) const {
-    if (record.in.security) return Shown(record.in.security->user) + " " + Level(*record.in.security);
+    if (record.in.security) return ShownText(record.in.security->user) + " " + Level(*record.in.security);
     if (!record.in.community) return "";
     if (const auto name = _communities.NameOf(*record.in.community)) return *name;
     // Only a community that the agent refused is no secret: the configuration may include files that are not read here.
-    if (record.verdict && *record.verdict == kNoSecurityName) return Shown(*record.in.community);
+    if (record.verdict && *record.verdict == kNoSecurityName) return ShownText(*record.in.community);
     return record.verdict ? "(an accepted community)" : "(a community)";
 }
 
@@ -243,7 +242,9 @@ std::string Judge::OfVerdict(const Record& record) const {
         case kNoAccessRule:
             return "refused by the view: no access rule for " + who + " at this security level";
         case kNoSuchContext:
-            return "no such context";
+            return record.context.empty()
+                       ? "no such context"
+                       : "no such context: the agent has none named \"" + ShownText(record.context) + "\"";
         default:
             return "refused by the view: " + who + " may see nothing";
     }
@@ -260,7 +261,7 @@ Judgement Judge::OfDropped(const Record& record) const {
         const Security& security = *record.in.security;
         // An agent reports a wrong user, authentication key or time, but not what it cannot decrypt.
         if (security.isEncrypted && security.isReportable) {
-            return {"wrong key: it could not be decrypted: the privacy pass phrase of \"" + Shown(security.user) +
+            return {"wrong key: it could not be decrypted: the privacy pass phrase of \"" + ShownText(security.user) +
                         "\", or its protocol, is another",
                     true};
         }
@@ -269,7 +270,11 @@ Judgement Judge::OfDropped(const Record& record) const {
     if (!record.isParsed)
         return {"the agent dropped it: its host is not allowed (hosts.allow, hosts.deny), or this version is off",
                 true};
-    return {record.messageOut.empty() ? "the agent did not answer" : "the answer could not be sent", true};
+    if (!record.messageOut.empty()) return {"the answer could not be sent", true};
+    if (record.isNotAwaited) {
+        return {"the answer was not awaited: it comes from another process, and too many requests waited", false};
+    }
+    return {"the agent did not answer", true};
 }
 
 Judgement Judge::OfAnswered(const Record& record) const {
@@ -398,6 +403,8 @@ std::string Judge::OfCalls(const Record& record) const {
 
 Judgement WithMotions(Judgement judgement, const std::vector<MotionEnd>& motions) {
     if (motions.empty() || !judgement.reason.empty()) return judgement;
+    const auto isHeld = [](const MotionEnd& end) { return end.isHeld; };
+    if (std::any_of(motions.begin(), motions.end(), isHeld)) return {"the camera's clock is paused", true};
     const bool allStill = std::all_of(motions.begin(), motions.end(), [](const MotionEnd& end) { return end.isStill; });
     if (!allStill) return judgement;
     const bool atLimit = std::any_of(motions.begin(), motions.end(), [](const MotionEnd& end) { return end.atLimit; });

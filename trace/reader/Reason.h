@@ -15,6 +15,7 @@ namespace trace {
 struct MotionEnd {
     bool isStill = false;  ///< it has ended where it began
     bool atLimit = false;  ///< it ended at a limit
+    bool isHeld = false;   ///< it has not ended, and the camera's clock is paused
 };
 
 /// Why a request failed, or why nothing happened although it did not fail.
@@ -61,6 +62,9 @@ private:
 
 /// The judgement, and what the motions that the request began add to it.
 Judgement WithMotions(Judgement judgement, const std::vector<MotionEnd>& motions);
+
+/// Octets as text, or in hexadecimal when they are none.
+std::string ShownText(const std::string& octets);
 
 /// "pan" for "org.tavos.Pan1": the name that domectl and the page use. Others stay as they are.
 std::string ShortService(const std::string& service);

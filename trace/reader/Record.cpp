@@ -161,6 +161,9 @@ void TakeSection(Section kind, std::string_view octets, Record& record) {
         case Section::kTrapMessage:
             if (!record.receivers.empty()) record.receivers.back().message = octets;
             break;
+        case Section::kContext:
+            record.context = octets;
+            break;
     }
 }
 
@@ -181,6 +184,18 @@ void TakeSections(std::string_view octets, Record& record) {
     }
 }
 
+/// What the first receiver was sent whose message can be read. The agent gives each one an id of its own, and shows the
+/// notification itself only the first time that it sends it.
+void TakeSent(Record& record) {
+    for (const Receiver& receiver : record.receivers) {
+        const std::optional<Pdu> sent = DecodeMessage(receiver.message).pdu;
+        if (!sent || sent->type == kTrapV1) continue;
+        record.sentId = sent->requestId;
+        if (!record.pdu) record.pdu = sent;
+        return;
+    }
+}
+
 }  // namespace
 
 Record DecodeRecord(const std::vector<std::byte>& octets) {
@@ -196,11 +211,14 @@ Record DecodeRecord(const std::vector<std::byte>& octets) {
     record.isCut = (head.flags & kCut) != 0;
     record.isAnswered = (head.flags & kAnswered) != 0;
     record.isParsed = (head.flags & kParsed) != 0;
+    record.isNotAwaited = (head.flags & kNotAwaited) != 0;
     const auto* const sections = reinterpret_cast<const char*>(octets.data()) + sizeof head;
     TakeSections({sections, octets.size() - sizeof head}, record);
 
     if (record.kind == RecordKind::kRequest) record.in = DecodeMessage(record.messageIn);
     if (!record.messageOut.empty()) record.out = DecodeMessage(record.messageOut);
+    if (record.in.security && record.context.empty()) record.context = record.in.security->context;
+    if (record.kind == RecordKind::kTrap) TakeSent(record);
     if (!record.pdu) record.pdu = record.in.pdu;
     if (!record.answer) record.answer = record.out.pdu;
     return record;

@@ -46,12 +46,15 @@ struct Record {
     bool isCut = false;
     bool isAnswered = false;
     bool isParsed = false;
-    std::string peer;  ///< as the transport formats it
+    bool isNotAwaited = false;  ///< another process was to answer; whether it did is not known
+    std::string peer;           ///< as the transport formats it
+    std::string context;        ///< of SNMPv3, also of an encrypted message; empty for the default one
     std::string messageIn;
     std::string messageOut;
     Message in;
-    Message out;             ///< empty when nothing was answered
-    std::optional<Pdu> pdu;  ///< the request's, also of an encrypted message, or the notification's
+    Message out;                         ///< empty when nothing was answered
+    std::optional<Pdu> pdu;              ///< the request's, also of an encrypted message, or the notification's
+    std::optional<std::int64_t> sentId;  ///< of a notification: the request id that its first receiver was sent
     std::optional<Pdu> answer;
     std::optional<std::int32_t> verdict;
     std::vector<RefusedName> refused;

@@ -24,6 +24,11 @@ constexpr std::size_t kMaxMotions = 20000;
 constexpr std::size_t kMaxRequests = 50000;
 constexpr std::size_t kMaxEvents = 20000;
 constexpr std::size_t kMaxOpen = 5000;  // shown, with motions that have not ended
+constexpr std::size_t kMaxAgents = 1000;
+constexpr std::int64_t kSlack = 1'000'000'000;  // between two times that belong to one request
+/// A motion is known to have been replaced as soon as the call is made, the request that made it only when it has been
+/// answered: ten times at ten a second are longer than a call may take.
+constexpr int kMaxWaited = 10;
 constexpr double kSamePosition = 0.0005;
 
 std::string Position(const std::string& axis, double position) {
@@ -53,12 +58,12 @@ bool HasEnded(const Json& motion) {
     return motion["ended"].is_object();
 }
 
-MotionEnd EndOf(const Json& motion) {
-    if (!HasEnded(motion)) return {};
+MotionEnd EndOf(const Json& motion, bool isPaused) {
+    if (!HasEnded(motion)) return {false, false, isPaused};
     const Json& ended = motion["ended"];
     const std::string how = ended["how"];
     const double distance = std::abs(ended["position"].get<double>() - motion["from"].get<double>());
-    return {(how == "arrived" || how == "limit") && distance < kSamePosition, how == "limit"};
+    return {(how == "arrived" || how == "limit") && distance < kSamePosition, how == "limit", false};
 }
 
 std::string Words(const Json& words) {
@@ -76,6 +81,7 @@ void Story::Keep(Open open) {
 }
 
 void Story::AddRecord(Record record, std::uint64_t lost) {
+    _recordsFollow = true;
     const auto shared = std::make_shared<const Record>(std::move(record));
     Open open;
     open.judgement = _judge.Of(*shared);
@@ -90,7 +96,9 @@ void Story::AddRecord(Record record, std::uint64_t lost) {
         if (call.serial == 0) continue;
         const CallKey key{call.sender, call.serial};
         open.calls.push_back(key);
-        if (_requests.emplace(key, shared->number).second) _requestOrder.push_back(key);
+        const RequestKey request{call.sender, call.serial, shared->time};
+        if (_requests.insert_or_assign(request, shared->number).second) _requestOrder.push_back(request);
+        if (_agents.size() < kMaxAgents) _agents.insert(call.sender);
     }
     AttachWaitingTraps(open);
     Keep(std::move(open));
@@ -142,6 +150,7 @@ void Story::ForgetCamera() {
     _change = 0;
     _started = 0;
     _hasMore = false;
+    _isPaused = false;
     _motions.clear();
     _motionsOfCalls.clear();
     _motionsOfActions.clear();
@@ -151,6 +160,7 @@ void Story::ForgetCamera() {
 }
 
 void Story::ForgetAgent() {
+    _recordsFollow = false;
     _judge.ForgetSilence();
     ReleaseOverdueTraps();
     ReleaseOverdueTraps();
@@ -162,6 +172,7 @@ void Story::ReadHead(const Json& head) {
     _started = started;
     _change = head.at("change");
     _hasMore = head.at("more");
+    _isPaused = !head.at("running").get<bool>();
 }
 
 void Story::AddHistory(const std::string& lines) {
@@ -206,15 +217,30 @@ void Story::AddAction(const Json& line) {
     Keep(std::move(open));
 }
 
-Json Story::CauseJson(const Json& cause) const {
-    if (!cause.is_object()) return cause;
-    if (!cause.contains("sender")) return cause;
-    const auto request = _requests.find(CallKey{cause.at("sender"), cause.at("serial")});
-    if (request == _requests.end()) return "another caller";
-    return {{"request", request->second}};
+/// The number of the last request before `time` that made this call; nullptr when none is known.
+const std::uint64_t* Story::RequestOf(const Json& cause, std::int64_t time) const {
+    const CallKey call{cause.at("sender"), cause.at("serial")};
+    auto next = _requests.upper_bound(RequestKey{call.first, call.second, time + kSlack});
+    if (next == _requests.begin()) return nullptr;
+    const auto& [key, number] = *--next;
+    return std::get<0>(key) == call.first && std::get<1>(key) == call.second ? &number : nullptr;
 }
 
-Json Story::MotionJson(const Json& motion) const {
+/// Whether the motion was ended by a call whose request may still come.
+bool Story::MayBecomeKnown(const Json& motion) const {
+    if (!_recordsFollow || !HasEnded(motion) || !motion["ended"].contains("by")) return false;
+    const Json& by = motion["ended"]["by"];
+    return by.is_object() && by.contains("sender") && RequestOf(by, motion["ended"]["time"]) == nullptr;
+}
+
+Json Story::CauseJson(const Json& cause, std::int64_t time) const {
+    if (!cause.is_object() || !cause.contains("sender")) return cause;
+    if (const std::uint64_t* const request = RequestOf(cause, time)) return {{"request", *request}};
+    const bool isOfAgent = _agents.count(cause.at("sender")) != 0;
+    return isOfAgent ? "a request that is not known" : "another caller";
+}
+
+Json Story::MotionJson(const Json& motion, bool isEnderKnown) const {
     const std::string axis = motion["axis"];
     Json json = {{"number", motion["number"]},
                  {"axis", axis},
@@ -237,7 +263,7 @@ Json Story::MotionJson(const Json& motion) const {
     json["end"] = ended["how"] == "time" ? Json("time limit") : ended["how"];
     json["position"] = ended["position"];
     json["seconds"] = std::round(seconds * 1000.0) / 1000.0;
-    if (ended.contains("by")) json["by"] = CauseJson(ended["by"]);
+    if (ended.contains("by") && isEnderKnown) json["by"] = CauseJson(ended["by"], ended["time"]);
     std::array<char, 40> time{};
     std::snprintf(time.data(), time.size(), " after %.2f s", seconds);
     json["words"] = words + ": " + EndWords(ended["how"]) + " at " + Position(axis, ended["position"]) + time.data();
@@ -246,18 +272,22 @@ Json Story::MotionJson(const Json& motion) const {
 
 std::vector<const Json*> Story::MotionsOf(const Open& open) const {
     std::vector<const Json*> motions;
-    const auto add = [&](auto range) {
+    const auto add = [&](auto range, const auto& isOf) {
         for (auto it = range.first; it != range.second; ++it) {
             const auto found = _motions.find(it->second);
-            if (found != _motions.end()) motions.push_back(&found->second);
+            if (found != _motions.end() && isOf(found->second)) motions.push_back(&found->second);
         }
     };
-    for (const CallKey& call : open.calls) add(_motionsOfCalls.equal_range(call));
-    if (open.action != 0) add(_motionsOfActions.equal_range(open.action));
+    const std::int64_t first = open.entry.time - kSlack;
+    const std::int64_t microseconds = open.entry.record ? open.entry.record->microseconds : 0;
+    const std::int64_t last = open.entry.time + microseconds * 1000 + kSlack;
+    const auto beganMeanwhile = [&](const Json& motion) { return motion["time"] >= first && motion["time"] <= last; };
+    for (const CallKey& call : open.calls) add(_motionsOfCalls.equal_range(call), beganMeanwhile);
+    if (open.action != 0) add(_motionsOfActions.equal_range(open.action), [](const Json&) { return true; });
     return motions;
 }
 
-/// Returns whether one of them is under way.
+/// Returns whether one of them is under way, or more may become known of it.
 bool Story::AddMotions(Open& open) const {
     const std::vector<const Json*> motions = MotionsOf(open);
     if (motions.empty()) return false;
@@ -265,15 +295,19 @@ bool Story::AddMotions(Open& open) const {
     json["motions"] = Json::array();
     std::vector<MotionEnd> ends;
     bool isMoving = false;
+    bool waits = false;
     for (const Json* motion : motions) {
-        json["motions"].push_back(MotionJson(*motion));
-        ends.push_back(EndOf(*motion));
+        const bool mayBecomeKnown = open.waited < kMaxWaited && MayBecomeKnown(*motion);
+        json["motions"].push_back(MotionJson(*motion, !mayBecomeKnown));
+        ends.push_back(EndOf(*motion, _isPaused));
         isMoving = isMoving || !HasEnded(*motion);
+        waits = waits || mayBecomeKnown;
     }
+    if (waits) ++open.waited;
     const Judgement judgement = WithMotions(open.judgement, ends);
     json["reason"] = judgement.reason;
     json["failed"] = judgement.failed;
-    return isMoving;
+    return isMoving || waits;
 }
 
 /// The event that a sensor's notification reports: the first one of its kind and value that no notification has
@@ -295,8 +329,9 @@ Json Story::EventOf(const Record& record) {
     if (best == _events.end()) return nullptr;
     const Json event = *best;
     _events.erase(best);
-    return {{"number", event["number"]}, {"time", IsoTime(event["time"])}, {"event", event["event"]},
-            {"sensor", event["sensor"]}, {"value", event["value"]},        {"cause", CauseJson(event["cause"])}};
+    return {{"number", event["number"]}, {"time", IsoTime(event["time"])},
+            {"event", event["event"]},   {"sensor", event["sensor"]},
+            {"value", event["value"]},   {"cause", CauseJson(event["cause"], event["time"])}};
 }
 
 Json Story::TrapJson(const Record& record) {

@@ -5,7 +5,9 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -54,6 +56,8 @@ public:
 private:
     using Json = nlohmann::ordered_json;
     using CallKey = std::pair<std::string, std::uint64_t>;  // sender, serial
+    /// With the request's time: a bus that is started anew begins again with both.
+    using RequestKey = std::tuple<std::string, std::uint64_t, std::int64_t>;
 
     struct Open {
         Entry entry;
@@ -61,6 +65,7 @@ private:
         std::vector<CallKey> calls;
         std::uint64_t action = 0;
         bool isShown = false;
+        int waited = 0;  // calls of Take, for the request that ended a motion
     };
     struct WaitingTrap {
         Open open;
@@ -77,8 +82,10 @@ private:
     void AddTraps(Open& open);
     Json TrapJson(const Record& record);
     Json EventOf(const Record& record);
-    Json CauseJson(const Json& cause) const;
-    Json MotionJson(const Json& motion) const;
+    const std::uint64_t* RequestOf(const Json& cause, std::int64_t time) const;
+    bool MayBecomeKnown(const Json& motion) const;
+    Json CauseJson(const Json& cause, std::int64_t time) const;
+    Json MotionJson(const Json& motion, bool isEnderKnown) const;
     std::vector<const Json*> MotionsOf(const Open& open) const;
     bool AddMotions(Open& open) const;
     void Forget();
@@ -87,14 +94,17 @@ private:
     std::uint64_t _change = 0;
     std::int64_t _started = 0;
     bool _hasMore = false;
-    std::deque<Open> _open;  // not shown yet, or with motions under way
+    bool _isPaused = false;       // the camera's clock
+    bool _recordsFollow = false;  // from the agent whose records have come
+    std::deque<Open> _open;       // not shown yet, or with motions under way
     std::vector<WaitingTrap> _waitingTraps;
     std::map<std::uint64_t, Json> _motions;
     std::multimap<CallKey, std::uint64_t> _motionsOfCalls;
     std::multimap<std::uint64_t, std::uint64_t> _motionsOfActions;
-    std::map<CallKey, std::uint64_t> _requests;  // the numbers of the requests that made calls
-    std::deque<CallKey> _requestOrder;
-    std::deque<Json> _events;  // not joined yet
+    std::map<RequestKey, std::uint64_t> _requests;  // the numbers of the requests that made calls
+    std::deque<RequestKey> _requestOrder;
+    std::set<std::string> _agents;  // who made them
+    std::deque<Json> _events;       // not joined yet
 };
 
 }  // namespace trace

@@ -12,7 +12,7 @@ import pytest
 import ber
 from desk import BUILD, SNMPD, Desk, ManagerOf, await_until
 from expected_tree import OID, ORVEX
-from test_trace import PAN, Asking, asking, ended, last_number, packets, run_tool, trace, user  # noqa: F401
+from test_trace import PAN, TILT, Asking, asking, ended, last_number, packets, run_tool, trace, user  # noqa: F401
 
 def read_record(desk, since):
     """The one request after that record."""
@@ -27,7 +27,7 @@ NAME = "1.3.6.1.2.1.1.5.0"
 REASONS_CONFIGURATION = """
 com2sec distant 192.0.2.1 elsewhere
 com2sec lonely 127.0.0.1 alone
-com2sec -Cn nowhere contextual 127.0.0.1 context
+com2sec -Cn nowhere unplaced 127.0.0.1 context
 rwcommunity full 127.0.0.1 .1.3.6.1.2.1.1
 createUser half SHA halfhalfhalf
 rouser half auth .1.3.6.1.2.1.1
@@ -63,15 +63,27 @@ def test_a_community_that_is_refused_says_why(odd, community, words, error, reas
     entry = read_record(odd, since)
     assert (entry["error"], entry["failed"]) == (error, True)
     assert entry["reason"].startswith(reason)
-    assert community not in json.dumps(entry)
+    assert f'"{community}"' not in json.dumps(entry)
 
 
-def test_an_answer_that_does_not_fit_says_so(odd):
+def test_an_answer_that_does_not_fit_into_a_datagram_says_so(odd):
     since = last_number(odd)
-    with ManagerOf(odd) as manager:
-        message = ber.encode(ber.GET, [(OID["modelName"], ber.NULL, b"")] * 2000)
-        assert manager.exchange(message).error_status == 1
+    with ManagerOf(odd, timeout=0.1) as manager, pytest.raises(socket.timeout):
+        manager.get(*[OID["modelName"]] * 2400)
     entry = read_record(odd, since)
+    assert (entry["error"], entry["answer"], entry["failed"]) == (None, None, True)
+    assert entry["reason"].startswith("the answer could not be sent: it has ")
+    assert entry["reason"].endswith(" octets, more than a datagram has room for; ask for fewer values")
+
+
+def test_an_answer_that_is_longer_than_the_agent_may_send_says_so(desk):
+    with open(desk.state / "snmpd.conf", "a") as configuration:
+        configuration.write("[snmp] sendMessageMaxSize 1400\n")
+    desk.start()
+    since = last_number(desk)
+    with ManagerOf(desk) as manager:
+        assert manager.get(*[OID["modelName"]] * 100).error_status == 1
+    entry = read_record(desk, since)
     assert (entry["error"], entry["failed"]) == ("tooBig", True)
     assert entry["reason"] == "the answer does not fit into a message: ask for fewer values"
 
@@ -121,7 +133,8 @@ def test_a_trap_that_a_request_caused_stands_with_it(odd):
     run_tool(odd, "snmpget", NAME, community="guess")
     entry = read_record(odd, since)
     (trap,) = entry["traps"]
-    assert trap["bindings"][-1]["value"] == "1.3.6.1.6.3.1.1.5.5" and trap["number"] == entry["number"] + 1
+    assert "1.3.6.1.6.3.1.1.5.5" in [binding["value"] for binding in trap["bindings"]]
+    assert trap["number"] == entry["number"] + 1
     assert [receiver["sent"] for receiver in trap["receivers"]] == [True]
     assert not [entry for entry in trace(odd, "--since", since) if entry["pdu"] == "trap"]
 
@@ -139,8 +152,10 @@ def test_an_answer_that_cannot_be_sent_says_so(odd):
 
 HOSTS = """
 #include <stdlib.h>
-extern char *hosts_allow_table, *hosts_deny_table;
+extern char *hosts_allow_table __attribute__((weak));
+extern char *hosts_deny_table __attribute__((weak));
 __attribute__((constructor)) static void ours(void) {
+    if (&hosts_deny_table == 0) return;  /* another program than the agent */
     hosts_allow_table = getenv("TEST_HOSTS_ALLOW");
     hosts_deny_table = getenv("TEST_HOSTS_DENY");
 }
@@ -196,7 +211,7 @@ def test_a_motion_stands_still_while_the_clock_is_paused(camera, asking):
 def test_a_call_of_somebody_else_is_another_callers(camera, asking):
     run_tool(camera, "snmpset", PAN, "x", "03100000", community="private")
     subprocess.run(["dbus-send", f"--bus=unix:path={camera.state}/bus.sock", "--print-reply", "--dest=org.tavos.Pan1",
-                    "/org/tavos/Pan1", "org.tavos.Pan1.Stop"], check=True, capture_output=True, timeout=20)
+                    "/org/tavos/Pan1", "org.tavos.Pan1.SetRelativeVelocity", "double:0", "int32:0"], check=True, capture_output=True, timeout=20)
     (motion,) = ended(asking)["motions"]
     assert (motion["end"], motion["by"]) == ("stopped", "another caller")
 
@@ -279,24 +294,34 @@ def await_following(desk, follower):
     await_until(shown, "the follower shows a record")
 
 
+UP = "037f0000"
+
+
+def go_to_the_limit(camera):
+    """And lets the next motion end 2 s after its begin: with the tick."""
+    camera.domectl("clock", "rate", 100)
+    asking = Asking(camera)
+    asking.set(TILT, "x", UP)
+    ended(asking)
+    camera.domectl("clock", "rate", 0.01)
+
+
 def test_following_what_failed_shows_whole_what_is_known_to_have_failed_only_at_its_end(camera, asking):
-    camera.domectl("set", "pan", 90000)
-    camera.domectl("clock", "rate", 0.01)  # a tick takes 2 s: before its end the motion is under way
+    go_to_the_limit(camera)
     with Follower(camera, "--failed") as follower:
         await_following(camera, follower)
-        number = Asking(camera).set(PAN, "x", "02402328")["number"]
-        follower.await_line("why: it is there already: nothing moved")
+        number = Asking(camera).set(TILT, "x", UP)["number"]
+        follower.await_line("why: it is at its limit already: nothing moved")
         assert f"motion of {number}" not in "".join(follower.lines)
-        follower.await_line(f"{number} ")
-        assert "go to 90.00" in follower.await_line("positionPan")
+        follower.await_line("motion: tilt from ")
+        assert "positionTilt = 03 7f 00 00" in follower.await_line(f" {number} ")
 
 
 def test_following_says_at_the_end_of_a_motion_why_nothing_moved(camera, asking):
-    camera.domectl("set", "pan", 90000)
-    camera.domectl("clock", "rate", 0.01)
+    go_to_the_limit(camera)
     with Follower(camera) as follower:
         await_following(camera, follower)
-        number = Asking(camera).set(PAN, "x", "02402328")["number"]
-        follower.await_line("pan moving")
-        follower.await_line(f"motion of {number}: pan from 90.00")
-        follower.await_line("why: it is there already: nothing moved")
+        number = Asking(camera).set(TILT, "x", UP)["number"]
+        assert "positionTilt = 03 7f 00 00" in follower.await_line(f" {number} ")
+        follower.await_line(f"motion of {number}: tilt from ")
+        follower.await_line("why: it is at its limit already: nothing moved")

@@ -121,6 +121,14 @@ Judgement OfReport(const Record& record) {
     return {"the agent reported " + counter, true};
 }
 
+std::string OfUnsent(const Record& record) {
+    constexpr std::size_t kMaxDatagram = 65507;  // of IPv4, without its heads
+    const std::string reason = "the answer could not be sent";
+    if (record.messageOut.size() <= kMaxDatagram) return reason;
+    return reason + ": it has " + std::to_string(record.messageOut.size()) +
+           " octets, more than a datagram has room for; ask for fewer values";
+}
+
 /// Whether the request's tilt was below the horizon, from where the module sends no delta.
 bool IsDroppedTiltDelta(const Record& record, const Binding& binding) {
     if (FactsOf(binding.name).object != "positionTilt" || PositionWords(binding.value).mode != 1) return false;
@@ -270,7 +278,7 @@ Judgement Judge::OfDropped(const Record& record) const {
     if (!record.isParsed)
         return {"the agent dropped it: its host is not allowed (hosts.allow, hosts.deny), or this version is off",
                 true};
-    if (!record.messageOut.empty()) return {"the answer could not be sent", true};
+    if (!record.messageOut.empty()) return {OfUnsent(record), true};
     if (record.isNotAwaited) {
         return {"the answer was not awaited: it comes from another process, and too many requests waited", false};
     }

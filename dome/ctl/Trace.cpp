@@ -264,10 +264,12 @@ public:
         entries.erase(entries.begin(), first);
     }
 
-    /// Whether to show the entry. One that comes again, but was not shown the first time, is no longer one that does.
+    /// Whether to show the entry. One that was shown comes again, even when it is found that it has not failed; one that
+    /// was not shown is then new.
     bool Admits(trace::Entry& entry) {
-        if (_dropped.count(KeyOf(entry)) != 0 || !Takes(entry)) return false;
-        if (entry.isAgain && _shown.count(KeyOf(entry)) == 0) entry.isAgain = false;
+        const bool wasShown = entry.isAgain && _shown.count(KeyOf(entry)) != 0;
+        if (_dropped.count(KeyOf(entry)) != 0 || (!wasShown && !Takes(entry))) return false;
+        entry.isAgain = wasShown;
         Remember(_shown, entry);
         return true;
     }

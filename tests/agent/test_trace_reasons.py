@@ -265,7 +265,7 @@ def test_a_capture_of_version_3_is_encrypted_as_on_the_wire(camera, asking, tmp_
 class Follower:
     """`domectl trace --follow`, until the block ends."""
 
-    def __init__(self, desk, *options, check_with=NAME):
+    def __init__(self, desk, *options):
         self._desk, self.lines = desk, []
         self._process = subprocess.Popen([BUILD / "bin" / "domectl", "--state", desk.state, "trace", "--follow", *options],
                                          env=desk.environment, stdout=subprocess.PIPE, text=True)
@@ -307,3 +307,46 @@ def test_following_what_failed_shows_the_end_of_what_stood_still(camera, asking)
         camera.domectl("clock", "run")
         follower.await_line(f"motion of {number}: pan from 1.00° to 0.00°: arrived")
         assert f"motion of {other}:" not in "".join(follower.lines)
+
+
+AHEAD = """
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <stdlib.h>
+#include <time.h>
+#include <unistd.h>
+int clock_gettime(clockid_t clock, struct timespec *now) {
+    static int (*original)(clockid_t, struct timespec *);
+    if (original == 0) original = (int (*)(clockid_t, struct timespec *))dlsym(RTLD_NEXT, "clock_gettime");
+    int result = original(clock, now);
+    if (clock == CLOCK_REALTIME && access(getenv("TEST_AHEAD"), F_OK) == 0) now->tv_sec += 3600;
+    return result;
+}
+"""
+
+
+def test_following_goes_on_after_the_clock_is_set_back(camera, asking, tmp_path, monkeypatch):
+    (tmp_path / "ahead.c").write_text(AHEAD)
+    subprocess.run(["gcc", "-shared", "-fPIC", "-o", tmp_path / "ahead.so", tmp_path / "ahead.c", "-ldl"], check=True)
+    (tmp_path / "ahead").write_text("")
+    monkeypatch.setitem(camera.environment, "TEST_AHEAD", str(tmp_path / "ahead"))
+    monkeypatch.setitem(camera.environment, "LD_PRELOAD", str(tmp_path / "ahead.so"))
+    with Follower(camera, "--failed") as follower:
+        monkeypatch.delitem(camera.environment, "LD_PRELOAD")
+        for _ in range(10):
+            run_tool(camera, "snmpget", f"{ORVEX}.99.1.0")
+        assert follower.lines == [], "they are an hour before the follower's start"
+        (tmp_path / "ahead").unlink()
+        await_following(camera, follower)
+
+
+def test_following_since_a_record_waits_for_the_agent(desk):
+    desk.start_bus()
+    desk.start_dome()
+    with Follower(desk, "--since", "3") as follower:
+        desk.domectl("set", "pan", 1000)
+        follower.await_line("set pan 1000")
+        desk.start_agent()
+        await_following(desk, follower)
+        numbers = [int(line.split()[0]) for line in follower.lines if line.split()[0].isdigit()]
+    assert numbers and min(numbers) == 4

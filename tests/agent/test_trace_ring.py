@@ -242,6 +242,26 @@ def test_a_trap_is_recorded_with_what_it_says_and_its_receivers(ring, running):
     assert bindings[-1][2] == 5
 
 
+def test_an_inform_that_is_sent_again_is_shown_with_what_it_says(desk):
+    """Nobody acknowledges it."""
+    with open(desk.state / "snmpd.conf", "a") as configuration:
+        configuration.write(f"informsink 127.0.0.1:{desk.trap_port} public\n")
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sink:
+        sink.bind(("127.0.0.1", desk.trap_port))
+        desk.start()
+
+        def again():
+            entries = [json.loads(line) for line in desk.domectl("trace", "--json").splitlines()]
+            with Ring(desk.state / "trace.sock") as ring:
+                retries = {record.number: ber.Message(record.one(trace_ring.TRAP_MESSAGE)) for record in ring.records()
+                           if record.kind == trace_ring.TRAP and not record.all(trace_ring.TRAP_PDU)}
+            return [(entry, retries[entry["number"]]) for entry in entries if entry["number"] in retries]
+
+        entry, message = await_until(again, "it is sent again")[0]
+    assert [binding["oid"] for binding in entry["bindings"]] == [binding.oid for binding in message.bindings]
+    assert entry["id"] == message.request_id and len(entry["bindings"]) >= 3
+
+
 def test_each_of_many_traps_is_recorded_once(ring, running):
     running.domectl("event", "voltage", 100, "--count", 500)
     traps = next_records(ring, 500, trace_ring.TRAP)

@@ -1,5 +1,6 @@
 """The trace while something is wrong: it may lose records, and must never hold up or end the agent."""
 
+import json
 import os
 import resource
 import signal
@@ -349,6 +350,30 @@ def test_a_request_that_another_process_answers_is_recorded_with_its_answer(desk
                 os.kill(behind.agent_pid(), signal.SIGCONT)
             reload(desk)  # with an open record
             assert serves(desk)
+
+
+def test_an_answer_that_is_not_awaited_is_not_called_missing(desk):
+    """The companion waits for 16 answers of other processes at a time."""
+    with Desk() as behind:
+        behind.start()
+        with open(desk.state / "snmpd.conf", "a") as configuration:
+            configuration.write(f"proxy -v 2c -c public 127.0.0.1:{behind.port} .{ELSEWHERE} .1.3.6.1.2.1.1.5\n")
+        desk.start()
+        with Ring(path_of(desk)) as ring, socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+            ring.skip()
+            os.kill(behind.agent_pid(), signal.SIGSTOP)
+            try:
+                for number in range(17):
+                    message = ber.encode(ber.GET, [(f"{ELSEWHERE}.0", ber.NULL, b"")], request_id=5000 + number)
+                    sender.sendto(message, ("127.0.0.1", desk.port))
+                (record,) = await_until(ring.records, "the record of the first")
+            finally:
+                os.kill(behind.agent_pid(), signal.SIGCONT)
+            assert record.flags == trace_ring.PARSED | trace_ring.NOT_AWAITED
+            assert ber.Message(record.one(trace_ring.MESSAGE_IN)).request_id == 5000
+            entries = [json.loads(line) for line in desk.domectl("trace", "--json").splitlines()]
+            (entry,) = [entry for entry in entries if entry["number"] == record.number]
+            assert entry["reason"].startswith("the answer was not awaited") and not entry["failed"]
 
 
 def test_the_loader_may_unload_the_companion_before_the_module(desk):

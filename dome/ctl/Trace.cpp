@@ -264,8 +264,8 @@ public:
         entries.erase(entries.begin(), first);
     }
 
-    /// Whether to show the entry. One that was shown comes again, even when it is found that it has not failed; one that
-    /// was not shown is then new.
+    /// Whether to show the entry. One that was shown comes again, even when it is found that it has not failed; one
+    /// that was not shown is then new.
     bool Admits(trace::Entry& entry) {
         const bool wasShown = entry.isAgain && _shown.count(KeyOf(entry)) != 0;
         if (_dropped.count(KeyOf(entry)) != 0 || (!wasShown && !Takes(entry))) return false;

@@ -1,6 +1,8 @@
 #include "Dome.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "WrongWord.h"
 #include "tavos/osa/Exception.h"
@@ -11,10 +13,11 @@ namespace {
 
 using tavos::msgbus::ReceivedCall;
 
-// Milliseconds. kTickWhileMoving is a tick of the model's clock. kIdle is also the max delay of a signal that arrives
-// just before the host waits.
+// Milliseconds. kTickWhileMoving is a tick of the model's clock. While the temperatures drift, a change emits its event
+// at most kTickWhileDrifting late. A camera at rest waits for a call or a descriptor.
 constexpr int kTickWhileMoving = 20;
-constexpr int kIdle = 200;
+constexpr int kTickWhileDrifting = 200;
+constexpr int kAtRest = 3'600'000;
 
 // The bus carries about 100000 events a second, in the same queue as the answers. Events emitted faster would delay the
 // answers to service calls.
@@ -45,6 +48,8 @@ Dome::Dome(const std::string& busAddress, const Configuration& configuration, co
     _settings.Restore();  // before the first call is served
     _camera.relays.OnChange([this] { _settings.KeepRelays(); });
     Serve(_host, static_cast<IControl&>(*this));
+    WakeOn(_settings.Descriptor());
+    _host.WakeOn(_wakers.Descriptor());
     _host.SetCallFilter([this](const ReceivedCall& call) { return TakesOver(call); });
 }
 
@@ -56,7 +61,11 @@ void Dome::OpenConsole(const console::Options& options) {
                          const std::function<void()>& carryOut) { return CallForPage(service, words, carryOut); };
     access.serialNumber = _settings.SerialNumber();
     _console = std::make_unique<console::Console>(options, _services, std::move(access));
-    _host.WakeOn(_console->Descriptor());
+    WakeOn(_console->Descriptor());
+}
+
+void Dome::WakeOn(int descriptor) {
+    if (!_wakers.Add(descriptor)) throw tavos::osa::Exception("cannot wait for a descriptor: %s", std::strerror(errno));
 }
 
 void Dome::Run(const std::atomic<bool>& stop) {
@@ -65,8 +74,8 @@ void Dome::Run(const std::atomic<bool>& stop) {
         _host.Process(_console ? _console->Timeout(timeout) : timeout);
         LetTimePass();
         EmitEvents();
-        FollowSettings();
         if (_console) _console->Work();
+        FollowSettings();  // after whatever may change the camera
         _hungPings.Answer(
             [this](const std::string& service) { return _faults.Treatment(service) == Treatment::kHang; });
     }
@@ -74,7 +83,11 @@ void Dome::Run(const std::atomic<bool>& stop) {
 
 int Dome::Timeout() const {
     if (_control.HasEvents()) return 1;
-    return _clock.IsRunning() && _camera.IsMoving() ? kTickWhileMoving : kIdle;
+    const int tick = !_clock.IsRunning() || _camera.IsAtRest() ? kAtRest
+                     : _camera.IsMoving()                      ? kTickWhileMoving
+                                                               : kTickWhileDrifting;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(_settings.NextWork() - Clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, tick));
 }
 
 void Dome::EmitEvents() {

@@ -10,6 +10,7 @@
 #include "CallLog.h"
 #include "Configuration.h"
 #include "Control.h"
+#include "DescriptorSet.h"
 #include "Faults.h"
 #include "HeldPings.h"
 #include "History.h"
@@ -33,7 +34,12 @@ public:
     /// Opens the console for browsers. Throws tavos::osa::Exception when it cannot listen on the port.
     void OpenConsole(const console::Options& options);
 
-    /// Serves until `stop` is set (a signal handler may set it). Survives a restart of the bus.
+    /// Makes Run look at its `stop` when the descriptor is readable. Throws tavos::osa::Exception when the system
+    /// cannot watch it.
+    void WakeOn(int descriptor);
+
+    /// Serves until `stop` is set (a signal handler may set it, and must then make a descriptor of WakeOn readable: Run
+    /// may wait for an hour). Survives a restart of the bus.
     void Run(const std::atomic<bool>& stop);
 
 private:
@@ -49,6 +55,7 @@ private:
     void EmitEvents();
     void FollowSettings();
 
+    DescriptorSet _wakers;
     Camera _camera;
     SettingsLink _settings;
     ModelClock _clock{_camera};

@@ -25,7 +25,8 @@ void ModelClock::Advance(double seconds) {
     // A rounding error in a number of whole ticks must not add an almost empty tick.
     const auto ticks = static_cast<long>(seconds / kTick + 1e-9);
     const double begin = _time;
-    for (long i = 0; i < ticks; ++i) {
+    // A camera at rest skips the ticks: an hour has 180000, and the first call after it would wait for them.
+    for (long i = 0; i < ticks && !_camera.IsAtRest(); ++i) {
         _time = begin + static_cast<double>(i + 1) * kTick;
         _camera.Tick(kTick);
     }

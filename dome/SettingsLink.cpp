@@ -98,8 +98,11 @@ std::string SettingsLink::SerialNumber() const {
 }
 
 void SettingsLink::Work(Clock::time_point now) {
+    // Whatever the watch has seen, or the camera has changed: this call or one at _next looks at it.
+    _watch.Disarm();
     if (now < _next) return;
     _next = now + kLookEvery;
+    _watch.Arm();  // before the look: a change after it is seen
     const Stamp stamp = Look();
     if (!stamp.exists) return;
     try {
@@ -108,6 +111,7 @@ void SettingsLink::Work(Clock::time_point now) {
         if (!_camera.IsMoving()) Keep();
     } catch (const Exception&) {
         _next = now + kLeaveAlone;
+        _watch.Disarm();
     }
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "StoreWatch.h"
 #include "tavos/settings/TavosSettingsClient.h"
 
 namespace dome {
@@ -43,10 +44,18 @@ public:
     /// relays.
     void KeepRelays();
 
-    /// Call it repeatedly. At most once a second it checks whether the store's files have changed, and reads the store
-    /// only then. It writes when the camera is at rest and its state differs from the stored one. After a failure it
-    /// leaves the store alone for ten seconds.
+    /// Call it after each change of the camera, when Descriptor is readable, and when the time of NextWork has come. At
+    /// most once a second it checks whether the store's files have changed, and reads the store only then. It writes
+    /// when the camera is at rest and its state differs from the stored one. After a failure it leaves the store alone
+    /// for ten seconds.
     void Work(Clock::time_point now);
+
+    /// Readable when the store may have changed since the last Work.
+    int Descriptor() const { return _watch.Descriptor(); }
+
+    /// When Work must be called although nothing has happened; Clock::time_point::max() for never. It is never unless
+    /// Work has just come too early, has failed, or cannot watch the store's files and must look once a second.
+    Clock::time_point NextWork() const { return _watch.IsArmed() ? Clock::time_point::max() : _next; }
 
 private:
     struct Kept {
@@ -65,6 +74,7 @@ private:
     Camera& _camera;
     const std::string _store;
     const bool _keepPosition;
+    StoreWatch _watch{_store};
     tavos::settings::TavosSettingsClient _settings{tavos::settings::TavosSettingsClient::kReadWrite};
     Stamp _seen;
     std::string _focusMode = "Auto";

@@ -1,12 +1,15 @@
 // The desk camera's process.
 
 #include <malloc.h>
+#include <sys/eventfd.h>
 #include <systemd/sd-daemon.h>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <optional>
@@ -16,18 +19,25 @@
 #include "Dome.h"
 #include "StateFolder.h"
 #include "tavos/core/CommandLine.h"
+#include "tavos/osa/Exception.h"
 
 namespace {
 
 std::atomic<bool> s_stop{false};
+int s_stopping = -1;  // readable when s_stop is set
 
 void OnSignal(int /*signal*/) {
+    const int before = errno;
     s_stop = true;
+    eventfd_write(s_stopping, 1);
+    errno = before;
 }
 
 void CatchSignals() {
+    s_stopping = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (s_stopping < 0) throw tavos::osa::Exception("no descriptor for signals: %s", std::strerror(errno));
     struct sigaction action {};
-    action.sa_handler = OnSignal;  // without SA_RESTART: a signal must end the wait for the bus
+    action.sa_handler = OnSignal;
     sigaction(SIGTERM, &action, nullptr);
     sigaction(SIGINT, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
@@ -86,6 +96,7 @@ int main(int argc, char** argv) {
         dome::Dome dome(options.bus.empty() ? address : options.bus, configuration, store);
         if (options.console.port != 0) dome.OpenConsole(options.console);
         CatchSignals();
+        dome.WakeOn(s_stopping);
         std::puts("ready");
         std::fflush(stdout);
         sd_notify(0, "READY=1");  // for systemd, where it has started this process

@@ -12,6 +12,11 @@ project_version() {
     sed -n 's/^project(.* VERSION \([0-9.]*\) .*/\1/p' "$root/CMakeLists.txt"
 }
 
+# The names of the stock agent's parts that a camera needs, as snmpd's option -I takes them.
+agent_parts() {
+    sed '/^#/d' "$root/scripts/agent-parts" | paste -sd ,
+}
+
 # Fails for a path that exists and is not a regular file: opening a FIFO may block without a deadline. A link to a
 # regular file is allowed.
 check_files() {

@@ -41,6 +41,9 @@ struct Camera {
     void Tick(double seconds);
     bool IsMoving() const;
 
+    /// True: Tick changes nothing.
+    bool IsAtRest() const { return !IsMoving() && !sensors.IsDrifting(); }
+
     /// The focus percentage that makes the current view sharp: kSharp ahead at no magnification, up to 10 more to
     /// the right and less to the left (the sine of the pan), up to 20 more above and less below (the sine of the tilt),
     /// and up to 10 more with the zoom (its logarithm, to the end of the optical range).

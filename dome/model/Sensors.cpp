@@ -36,7 +36,7 @@ double Sensors::Drifted() const {
 }
 
 void Sensors::Tick(double seconds) {
-    if (_drift.degrees == 0) return;
+    if (!IsDrifting()) return;
     _time = std::fmod(_time + seconds, _drift.period);
     const double drifted = Drifted();
     for (std::size_t i = 0; i < _set.size(); ++i) {

@@ -25,6 +25,9 @@ public:
     /// Advances the drift of the temperatures. A reading changes by whole degrees.
     void Tick(double seconds);
 
+    /// False: Tick changes nothing.
+    bool IsDrifting() const { return _drift.degrees != 0; }
+
     /// Degrees Celsius. Throw std::out_of_range for a sensor that does not exist.
     int Temperature(int sensor) const;
     void SetTemperature(int sensor, int degrees);

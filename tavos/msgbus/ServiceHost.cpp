@@ -179,10 +179,16 @@ struct ServiceHost::Private::State {
         return progress > 0;
     }
 
+    /// False: something must be tried again at nextAttempt.
+    bool IsComplete() const {
+        return bus && std::all_of(objects.begin(), objects.end(),
+                                  [](const auto& object) { return object->owned || !object->wanted; });
+    }
+
     /// True when the descriptor of WakeOn has become readable.
     bool WaitUntil(Clock::time_point until) {
         try {
-            BusWait wait(bus.get(), wakeDescriptor, bus ? until : std::min(until, nextAttempt));
+            BusWait wait(bus.get(), wakeDescriptor, IsComplete() ? until : std::min(until, nextAttempt));
             wait.Wait();
             return wait.IsWoken();
         } catch (const osa::Exception&) {

@@ -19,8 +19,11 @@ BUILD = pathlib.Path(os.environ.get("ORVEX_BUILD", ROOT / "build" / "desk")).res
 MODULE = BUILD / "lib" / "orvexsnmp.so"
 SYS_UP_TIME = "1.3.6.1.2.1.1.3.0"
 SNMPD = os.environ.get("ORVEX_SNMPD", "/usr/sbin/snmpd")  # tests/compat/agents names others
-# As ./run and the units start it. Without SMUX the agent listens on no TCP port.
-AGENT_PARTS = ["-I", "-smux,mteTrigger,mteTriggerConf"]
+# As ./run and the desk cameras' unit start it: only the stock parts that a camera needs.
+PARTS = [line for line in (ROOT / "scripts" / "agent-parts").read_text().splitlines() if not line.startswith("#")]
+AGENT_PARTS = ["-I", ",".join(PARTS)]
+# As a camera's unit starts it, with nearly all parts. Without SMUX the agent listens on no TCP port.
+CAMERA_PARTS = ["-I", "-smux,mteTrigger,mteTriggerConf"]
 
 
 def snmpd_version():

@@ -31,6 +31,29 @@ TEST(ModelClock, PassesTimeTimesTheRate) {
     EXPECT_NEAR(clock.Time(), 1.01, 1e-12);
 }
 
+TEST(ModelClock, SkipsTheTicksOfACameraAtRest) {
+    Camera camera;
+    ModelClock clock(camera);
+    clock.SetRate(ModelClock::kMaxRate);
+    const double year = 365.0 * 24 * 3600;
+    clock.Pass(year);  // would be 158 thousand million ticks
+    EXPECT_EQ(clock.Time(), year * ModelClock::kMaxRate);
+    camera.zoom.Move(1, 300);
+    clock.Pass(0.005);
+    EXPECT_NEAR(camera.zoom.Drive().Position(), 3500, 1e-6);
+}
+
+TEST(ModelClock, PassesTheTimeOfDriftingTemperaturesInTicks) {
+    CameraProperties properties;
+    properties.temperatures = {20};
+    properties.drift = {5, 100};
+    Camera camera(properties);
+    int changes = 0;
+    camera.sensors.ObserveTemperature([&](int, int) { ++changes; });
+    ModelClock(camera).Pass(100);
+    EXPECT_EQ(changes, 20);  // five up, ten down, five up
+}
+
 TEST(ModelClock, StandsStillWhilePaused) {
     Camera camera;
     ModelClock clock(camera);

@@ -1,6 +1,7 @@
 // What the camera reads from its settings, and what it stores there for a restart.
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 
 #include <chrono>
@@ -56,6 +57,76 @@ TEST_F(SettingsLinkTest, FollowsTheModeOfTheAutoFocus) {
     EXPECT_FALSE(camera.focus.IsAuto());
     Look(link);
     EXPECT_TRUE(camera.focus.IsAuto());
+}
+
+bool IsReadable(int descriptor, int milliseconds) {
+    pollfd watched{descriptor, POLLIN, 0};
+    return poll(&watched, 1, milliseconds) == 1;
+}
+
+constexpr auto kNever = SettingsLink::Clock::time_point::max();
+
+TEST_F(SettingsLinkTest, SleepsUntilTheStoreChanges) {
+    SettingsLink link(camera, store, false);
+    link.Restore();
+    Look(link);
+    EXPECT_EQ(link.NextWork(), kNever);
+    EXPECT_FALSE(IsReadable(link.Descriptor(), 50));
+    SetMode("Manual");
+    ASSERT_TRUE(IsReadable(link.Descriptor(), 5000));
+    link.Work(now + 100ms);  // too early for another look
+    EXPECT_FALSE(IsReadable(link.Descriptor(), 0)) << "the change would wake the camera until it looks";
+    EXPECT_EQ(link.NextWork(), now + 1s);
+    Look(link);
+    EXPECT_FALSE(camera.focus.IsAuto());
+    Look(link);  // the read of the store has changed the files beside it
+    EXPECT_EQ(link.NextWork(), kNever);
+    EXPECT_FALSE(IsReadable(link.Descriptor(), 50));
+}
+
+TEST_F(SettingsLinkTest, WakesForAStoreThatAppearsOrIsReplaced) {
+    std::filesystem::rename(store, store + ".later");
+    SettingsLink link(camera, store, false);
+    link.Restore();
+    Look(link);
+    EXPECT_EQ(link.NextWork(), kNever);
+    std::filesystem::rename(store + ".later", store);
+    EXPECT_TRUE(IsReadable(link.Descriptor(), 5000));
+    Look(link);
+    Look(link);
+    EXPECT_FALSE(IsReadable(link.Descriptor(), 50));
+    std::filesystem::copy(store, store + ".copy");
+    Look(link);
+    std::filesystem::rename(store + ".copy", store);
+    EXPECT_TRUE(IsReadable(link.Descriptor(), 5000));
+    Look(link);
+    std::ofstream(store, std::ios::app) << "";  // no change
+    std::filesystem::last_write_time(store, std::filesystem::file_time_type::clock::now());
+    EXPECT_TRUE(IsReadable(link.Descriptor(), 5000)) << "the file that replaced the first one is watched, too";
+}
+
+TEST_F(SettingsLinkTest, LooksOnceASecondWhereItCannotWatch) {
+    const std::string link = desk.Folder() + "/linked.db";
+    std::filesystem::create_symlink(store, link);
+    SettingsLink followed(camera, link, false);
+    followed.Restore();
+    Look(followed);
+    EXPECT_EQ(followed.NextWork(), now + 1s);
+    SetMode("Manual");
+    Look(followed);
+    EXPECT_FALSE(camera.focus.IsAuto());
+    SettingsLink nowhere(camera, desk.Folder() + "/missing/settings.db", false);
+    nowhere.Work(now);
+    EXPECT_EQ(nowhere.NextWork(), now + 1s);
+}
+
+TEST_F(SettingsLinkTest, ComesBackToAStoreThatFailed) {
+    SettingsLink link(camera, store, false);
+    link.Restore();
+    Look(link);
+    std::ofstream(store) << "no store";
+    Look(link);
+    EXPECT_EQ(link.NextWork(), now + 10s);
 }
 
 TEST_F(SettingsLinkTest, BeginsWithoutTheAutoFocusWhenItIsManual) {

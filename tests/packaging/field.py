@@ -5,7 +5,7 @@ import os
 import re
 import subprocess
 
-from desk import AGENT_PARTS, BUILD, ROOT, SNMPD, Desk
+from desk import BUILD, CAMERA_PARTS, ROOT, SNMPD, Desk
 from tools import Answer
 
 PACKAGING = ROOT / "packaging"
@@ -53,7 +53,7 @@ class FieldDesk(Desk):
 
     def agent_command(self):
         # Without -C: with it the agent would ignore its persistent store.
-        return [SNMPD, "-f", *AGENT_PARTS, "-A", "-Lf", self.state / "agent.log"]
+        return [SNMPD, "-f", *CAMERA_PARTS, "-A", "-Lf", self.state / "agent.log"]
 
     def add_users(self, *users):
         for user in users:

@@ -18,6 +18,7 @@ import pytest
 import ber
 from desk import ROOT, await_until, free_udp_port
 from expected_tree import OID
+from resting import check_rest
 
 pytestmark = [pytest.mark.slow, pytest.mark.commands]
 RUN = ROOT / "run"
@@ -132,6 +133,15 @@ def test_detached_camera_answers_until_it_is_stopped(started):
 
     status, _, error = started.stop()
     assert (status, len(message(error))) == (1, 1)
+
+
+def test_nothing_of_a_camera_wakes_up_at_rest(started):
+    with socket.socket() as free:
+        free.bind(("127.0.0.1", 0))
+        started.console_port = free.getsockname()[1]
+    assert started.run("--detach")[0] == 0
+    assert started.model_name()
+    check_rest(started.pids())
 
 
 def test_a_stopped_camera_keeps_its_settings(started):

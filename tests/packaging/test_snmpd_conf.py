@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-from desk import await_until
+from desk import AGENT_PARTS, BUILD, await_until
 from expected_tree import CCTV, INTEGER, OID, ORVEX, ROWS, RW
 from field import NO_SUCH_OBJECT, READY, ROLES, FieldDesk, authentication, privacy, replace_once
 from sockets import sockets_of
@@ -243,3 +243,33 @@ def test_traps_go_to_whoever_knows_the_notifiers_pass_phrases():
             receiver.terminate()
             receiver.wait(10)
         desk.close()
+
+
+class LeanFieldDesk(FieldDesk):
+    """With both choices of an operator: only the parts that a camera needs, and no TCP wrappers."""
+
+    def __init__(self):
+        super().__init__()
+        text = self.configuration.read_text()
+        text = replace_once(text, r"^#dlmod orvexnowrap .*$", f"dlmod orvexnowrap {BUILD}/lib/orvexnowrap.so")
+        self.configuration.write_text(replace_once(text, r"^doNotRetainNotificationLogs yes\n", ""))
+
+    def agent_command(self):
+        command = super().agent_command()
+        command[command.index("-I") + 1] = AGENT_PARTS[1]
+        return command
+
+
+def test_a_camera_with_few_parts_and_without_wrappers_serves_the_same():
+    with LeanFieldDesk() as desk:
+        desk.add_users(*ROLES)
+        desk.start()
+        for user in ROLES:
+            answer = desk.ask(user, "snmpget", *(row.oid for row in ROWS))
+            assert (answer.status, [oid for oid, kind, _ in answer.triples if kind is None]) == (0, []), answer.error
+        assert reason(desk.ask("operator", "snmpset", REBOOT, "i", "1")) == "noAccess"
+        for part in ["1.3.6.1.2.1.1", "1.3.6.1.2.1.11", "1.3.6.1.6.3.10.2.1"]:
+            assert len(desk.ask("reader", "snmpwalk", part).triples) > 3
+        assert desk.ask_community("2c", "public", "snmpget", READY).triples == []
+        complaints = [line for line in desk.log("agent").splitlines() if "nknown" in line or "rror" in line]
+        assert complaints == []

@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-from desk import BUILD
+from desk import AGENT_PARTS, BUILD, ROOT
 
 UNITS = BUILD / "packaging" / "systemd"
 STOCK_AGENT = pathlib.Path("/lib/systemd/system/snmpd.service")
@@ -45,6 +45,10 @@ def exposure(unit):
     return float(figure)
 
 
+CHOICES = {"camera-parts.conf": UNITS / "snmpd.service.d-camera-parts.conf",
+           "no-wrappers.conf": ROOT / "packaging" / "systemd" / "snmpd.service.d-no-wrappers.conf"}
+
+
 @pytest.mark.parametrize("service", SERVICES)
 def test_a_service_has_few_rights(units, service, record_property):
     figure = exposure(units / service)
@@ -70,6 +74,35 @@ def test_systemd_has_nothing_to_say_against_them(units):
                           capture_output=True, text=True, timeout=60)
     complaints = [line for line in done.stderr.splitlines() if str(units) in line or "orvex" in line]
     assert complaints == []
+
+
+def with_choices(units, folder):
+    """The camera's agent with the drop-in and both choices."""
+    shutil.copytree(units, folder, symlinks=True)
+    for name, file in CHOICES.items():
+        shutil.copy(file, folder / "snmpd.service.d" / name)
+    return folder / "snmpd.service"
+
+
+def test_the_choices_for_a_cameras_agent_are_sound_and_add_no_rights(units, tmp_path):
+    unit = with_choices(units, tmp_path / "units")
+    done = subprocess.run(["systemd-analyze", "verify", "--man=no", "--recursive-errors=no", unit], capture_output=True,
+                          text=True, timeout=60)
+    assert [line for line in done.stderr.splitlines() if ".conf" in line or "snmpd" in line] == []
+    assert exposure(unit) <= exposure(units / "snmpd.service")
+
+
+def test_the_choice_of_parts_replaces_nothing_else_of_the_agents_start():
+    started = [value.split() for name, value in settings(DROP_IN) if name == "ExecStart" and value]
+    chosen = [value for name, value in settings(CHOICES["camera-parts.conf"]) if name == "ExecStart"]
+    assert chosen[0] == "", "systemd would refuse a second ExecStart"
+    assert [[AGENT_PARTS[1] if "mteTrigger" in word else word for word in command] for command in started] == [
+        command.split() for command in chosen[1:]]
+
+
+def test_the_choice_without_wrappers_refuses_all_but_the_named_hosts():
+    values = settings(CHOICES["no-wrappers.conf"])
+    assert values == [["IPAddressDeny", "any"], ["IPAddressAllow", "localhost"], ["IPAddressAllow", "192.0.2.0/24"]]
 
 
 def settings(unit):

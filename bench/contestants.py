@@ -38,6 +38,11 @@ COMMANDS = {"positionPan": "position", "outputControl": "control"}
 TYPES = {ber.INTEGER: "i", ber.GAUGE32: "g", ber.OCTET_STRING: "s"}
 
 
+def without_modules(configuration):
+    """The lines of a desk's snmpd.conf except the camera's objects and the trace."""
+    return [line for line in configuration.splitlines() if not line.startswith(("dlmod orvexsnmp", "dlmod orvextrace"))]
+
+
 class Unavailable(Exception):
     """The reason why a contestant cannot run here."""
 
@@ -148,12 +153,13 @@ class Peer:
                 stdout=log, stderr=log, cwd=self.folder, env=environment, start_new_session=True))
 
     def run_snmpd(self, *lines):
-        """A stock agent with the desk camera's configuration, with these lines instead of the module's."""
+        """A stock agent with the desk camera's configuration and parts, with these lines instead of the module's."""
         text = (self.desk.state / "snmpd.conf").read_text().replace(str(self.desk.port), str(self.port))
-        kept = [line for line in text.splitlines() if not line.startswith(("dlmod", "trap2sink"))]
+        kept = [line for line in without_modules(text) if not line.startswith("trap2sink")]
         configuration = self.folder / "snmpd.conf"
         configuration.write_text("\n".join([*kept, *lines]) + "\n")
-        self.run([SNMPD, "-f", "-C", "-c", configuration, "-A", "-Lf", self.folder / "agent.log"])
+        parts = ",".join([*self.desk.parts, "pass_persist"])
+        self.run([SNMPD, "-f", "-C", "-c", configuration, "-I", parts, "-A", "-Lf", self.folder / "agent.log"])
 
     def pids(self):
         """The processes that work for a request, including the camera's services."""

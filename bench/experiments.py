@@ -2,16 +2,27 @@
 kinds of bus, and the log calls."""
 
 import contextlib
+import datetime
 import json
+import os
 import pathlib
+import random
 import re
 import subprocess
 import time
 
-from contestants import BUILD, OID, ROOT, Desk, ManagerOf, await_until, ber, processor_microseconds, walked
-from loads import BUILT_IN, WORKLOADS, Series, load, percentile_microseconds, program
+from contestants import (BUILD, OID, ROOT, Desk, ManagerOf, await_until, ber, processor_microseconds, walked,
+                         without_modules)
+from loads import BUILT_IN, LOADS, WORKLOADS, Series, load, percentile_microseconds, program, rate_and_median
+
+from desk import CAMERA_PARTS
+from resting import wakes
 
 BROKER = ROOT / "build" / "bench" / "dbus-broker" / "usr" / "bin" / "dbus-broker"
+
+
+def today():
+    return datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%d %H:%M UTC")
 
 
 def log_calls(options):
@@ -40,8 +51,7 @@ class _PlainDesk(Desk):
 
     def agent_command(self):
         configuration = self.state / "snmpd.conf"
-        lines = configuration.read_text().splitlines()
-        configuration.write_text("\n".join(line for line in lines if not line.startswith("dlmod")) + "\n")
+        configuration.write_text("\n".join(without_modules(configuration.read_text())) + "\n")
         return super().agent_command()
 
 
@@ -82,6 +92,52 @@ def start_and_memory(options):
             figures["start"].append(seconds)
             figures["resident"].append(megabytes)
     return result
+
+
+class _StockDesk(Desk):
+    """A desk whose agent keeps TCP wrappers or all stock parts, as a camera's agent does by default."""
+
+    def __init__(self, wrappers, all_parts):
+        super().__init__()
+        if wrappers:
+            configuration = self.state / "snmpd.conf"
+            configuration.write_text(configuration.read_text().replace("dlmod orvexnowrap", "#dlmod orvexnowrap"))
+        if all_parts:
+            self.parts = CAMERA_PARTS[1].split(",")
+
+
+STOCK_AGENTS = {"all": (True, True), "no wrappers": (False, True), "few parts": (True, False), "both": (False, False)}
+REST = 15  # seconds; the parts that watch the interfaces look every 15 s
+
+
+def _memory(pid):
+    """Megabytes: pages that several processes share are divided among them."""
+    text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
+    return int(re.search(r"^Pss:\s+(\d+)", text, re.M).group(1)) / 1024
+
+
+def stock_agent(options):
+    """What the stock agent does besides: sysName with and without TCP wrappers and the parts that no camera needs, and
+    how often each agent wakes up at rest."""
+    agents = {name: {"rounds": {str(n): [] for n in LOADS}} for name in STOCK_AGENTS}
+    with contextlib.ExitStack() as stack:
+        desks = {name: stack.enter_context(_closing(_StockDesk(*chosen))) for name, chosen in STOCK_AGENTS.items()}
+        for desk in desks.values():
+            desk.start()
+        for number in range(options.rounds):
+            for name in random.Random(number).sample(list(desks), len(desks)):
+                for n in LOADS:
+                    pids = [desks[name].agent_pid()]
+                    figures = rate_and_median(load(desks[name].port, BUILT_IN, n, options.seconds, pids=pids))
+                    agents[name]["rounds"][str(n)].append(figures)
+        before = {name: wakes(desk.agent_pid()) for name, desk in desks.items()}
+        start = time.monotonic()
+        time.sleep(REST)
+        seconds = time.monotonic() - start
+        for name, desk in desks.items():
+            agents[name]["wakes"] = (wakes(desk.agent_pid()) - before[name]) / seconds
+            agents[name]["memory"] = _memory(desk.agent_pid())
+    return {"load": os.getloadavg()[0], "date": today(), "seconds": options.seconds, "agents": agents}
 
 
 class _CountingDesk(Desk):
@@ -130,12 +186,11 @@ def instructions(options):
 
 
 class _LoggedDesk(Desk):
-    """An agent that logs the notifications that it sends, as it does by default."""
+    """An agent that logs the notifications that it sends, as one with all parts does by default."""
 
     def __init__(self):
         super().__init__()
-        configuration = self.state / "snmpd.conf"
-        configuration.write_text(configuration.read_text().replace("doNotRetainNotificationLogs yes\n", ""))
+        self.parts.append("notification_log")
 
 
 def traps(options):

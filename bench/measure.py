@@ -6,7 +6,6 @@ writes the page from the figures.
 """
 
 import argparse
-import datetime
 import json
 import os
 import pathlib
@@ -215,7 +214,7 @@ class Measurement:
     def run(self):
         options = self.options
         self.results = {
-            "date": datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%d %H:%M UTC"),
+            "date": experiments.today(),
             "machine": machine(),
             "kind": options.kind,
             "rounds": options.rounds,
@@ -234,11 +233,8 @@ class Measurement:
         self.results["walks"] = [{"contestant": c, "walk": w, **entry} for (c, w), entry in sorted(self.walks.items())]
         if not options.parts:
             return
-        for name, part in (
-                ("close_ups", lambda _: self.close_ups()), ("table", lambda _: self.table()),
-                ("traps", experiments.traps), ("log_calls", experiments.log_calls),
-                ("start_and_memory", experiments.start_and_memory), ("instructions", experiments.instructions),
-                ("buses", experiments.buses)):
+        for name, part in (("close_ups", lambda _: self.close_ups()), ("table", lambda _: self.table()),
+                           *SEPARATE.items()):
             self.say(name.replace("_", " "))
             try:
                 self.results[name] = part(options)
@@ -246,6 +242,11 @@ class Measurement:
                 self.say(f"not measured: {reason}")
                 self.results["failed"][name] = f"{type(reason).__name__}: {reason}"
 
+
+# The parts that need nothing of the run: each can be repeated alone.
+SEPARATE = {"traps": experiments.traps, "log_calls": experiments.log_calls,
+            "start_and_memory": experiments.start_and_memory, "stock_agent": experiments.stock_agent,
+            "instructions": experiments.instructions, "buses": experiments.buses}
 
 KINDS = {
     "full": {"rounds": 9, "seconds": 0.15, "peers": [kind.name for kind in PEER_CLASSES], "parts": True,
@@ -267,10 +268,20 @@ def as_text(results):
     return "{\n" + ",\n".join(f" {json.dumps(name)}: {part(value)}" for name, value in results.items()) + "\n}\n"
 
 
+def measured(options):
+    measurement = Measurement(options)
+    try:
+        measurement.run()
+    finally:
+        measurement.close()
+    return measurement.results
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--kind", choices=KINDS, default="full")
     parser.add_argument("--rounds", type=int)
+    parser.add_argument("--part", choices=SEPARATE, help="repeats this part alone; the other figures of --out stay")
     parser.add_argument("--out", required=True)
     options = parser.parse_args()
     rounds = options.rounds
@@ -279,15 +290,14 @@ def main():
             setattr(options, name, value)
     options.start, options.trap_rate = time.monotonic(), 10000
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended by a signal"))  # this also ends everything that was started
-    measurement = Measurement(options)
-    try:
-        measurement.run()
-    finally:
-        measurement.close()
     out = pathlib.Path(options.out)
+    if options.part:
+        results = {**json.loads(out.read_text()), options.part: SEPARATE[options.part](options)}
+    else:
+        results = measured(options)
     out.parent.mkdir(parents=True, exist_ok=True)
-    out.write_text(as_text(measurement.results))
-    measurement.say(f"written: {out}")
+    out.write_text(as_text(results))
+    print(f"{time.monotonic() - options.start:6.1f} s  written: {out}", flush=True)
 
 
 if __name__ == "__main__":

@@ -334,6 +334,22 @@ def memory_section(data):
     return table(["snmpd", "start to first answer, ms", "resident memory, MB"], rows)
 
 
+def stock_agent_section(data):
+    one = data["stock_agent"]
+    titles = {"all": "as a camera's by default: all parts, TCP wrappers", "no wrappers": "without TCP wrappers",
+              "few parts": "with the parts that a camera needs", "both": "both, as a desk camera's"}
+    rows = []
+    for name, title in titles.items():
+        agent = one["agents"][name]
+        rates = [spread([turn["rate"] for turn in agent["rounds"][str(n)]], "{:,.0f}") for n in LOADS]
+        times = spread([turn["processor"] for turn in agent["rounds"]["8"]], "{:.1f}")
+        rows.append((title, *rates, times, f"{agent['wakes']:.1f}", f"{agent['memory']:.1f}"))
+    header = ["snmpd", *(f"`sysName` a second, {n} in flight" for n in LOADS), "processor time, µs, 8 in flight",
+              "wakes a second at rest", "memory, MB"]
+    busy = " The machine was busy with other work: compare the processor times." if one["load"] > 1 else ""
+    return table(header, rows) + f"\nMeasured on {one['date']}, at a load of {one['load']:.1f}.{busy}\n"
+
+
 def instructions_section(data):
     counted = data["instructions"]
     return table(["Request", "instructions of the agent", "over the built-in scalar's"],
@@ -440,7 +456,7 @@ def page(results):
         requests=requests_section(results), processor=processor_section(results), latency=latency_section(results),
         walks=walks_section(results), table=part("table", table_section, data),
         traps=part("traps", traps_section, data), memory=part("start_and_memory", memory_section, data),
-        logs=part("log_calls", logs_section, data),
+        stock=part("stock_agent", stock_agent_section, data), logs=part("log_calls", logs_section, data),
         instructions=part("instructions", instructions_section, data), buses=part("buses", buses_section, data))
 
 

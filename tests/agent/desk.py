@@ -105,6 +105,7 @@ class Desk:
             ASAN_OPTIONS="detect_leaks=0:abort_on_error=1:log_path=stderr",
             UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1",
         )
+        self.parts = list(PARTS)  # of the stock agent
         self.dome_options = []
         self.processes = {}  # in the order of their start
 
@@ -148,7 +149,8 @@ class Desk:
         self._launch("agent", self.agent_command(), environment)
 
     def agent_command(self):
-        return [SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", *AGENT_PARTS, "-A", "-Lf", self.state / "agent.log"]
+        return [SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", "-I", ",".join(self.parts), "-A", "-Lf",
+                self.state / "agent.log"]
 
     def output(self, name):
         """The process's standard output; the module logs to the agent's."""

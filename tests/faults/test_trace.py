@@ -326,6 +326,7 @@ def test_an_agent_that_gives_up_its_rights_keeps_its_trace_over_a_reload():
 
 def test_a_request_that_another_process_answers_is_recorded_with_its_answer(desk):
     """The agent delegates a proxied request and answers it in a later turn of its main loop."""
+    desk.parts.append("proxy")
     with Desk() as behind:
         behind.start()
         with open(desk.state / "snmpd.conf", "a") as configuration:

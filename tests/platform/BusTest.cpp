@@ -4,7 +4,10 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -359,6 +362,35 @@ TEST_F(BusTest, ANameThatSomebodyElseHasIsTakenWhenItIsFree) {
     })) << log.Text();
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - since);
     EXPECT_LE(log.Count(refused), 2U + static_cast<std::size_t>(seconds.count())) << "it retries once a second";
+}
+
+TEST_F(BusTest, AHostThatWaitsLongTakesANameWhenItIsFree) {
+    const LogFile log;
+    const int wake = eventfd(0, EFD_CLOEXEC);
+    ServiceHost host(bus.Address());
+    host.WakeOn(wake);
+    Serve(host, pan);
+    bus.Stop();
+    bus.Start();
+    fake::Pan other;
+    auto stranger = std::make_unique<HostThread>(bus.Address());
+    stranger->Do([&](ServiceHost& h) { Serve(h, other); });
+    std::atomic<bool> stop{false};
+    std::thread waiting([&] {
+        while (!stop) host.Process(3'600'000);
+    });
+    EXPECT_TRUE(Eventually([&] { return log.Count("org.tavos.Pan1: cannot take the name") >= 2; })) << log.Text();
+    stranger.reset();
+    MsgBus messages;
+    const auto client = PanClient(messages);
+    EXPECT_TRUE(Eventually([&] {
+        Failure([&] { client->SetPosition(1, 2); });
+        return !pan.Take().empty();
+    })) << log.Text();
+    stop = true;
+    eventfd_write(wake, 1);
+    waiting.join();
+    close(wake);
 }
 
 TEST_F(BusTest, ABusThatRefusesToDeliverAnEventIsNamed) {

@@ -93,7 +93,7 @@ def test_what_run_starts_is_open_to_its_own_machine_only(network):
 
 @pytest.mark.parametrize(("unit", "parts"), [("orvex-agent@.service", AGENT_PARTS),
                                              ("snmpd.service.d-orvexsnmp.conf", CAMERA_PARTS),
-                                             ("snmpd.service.d-camera-parts.conf", AGENT_PARTS)])
+                                             ("snmpd.service.d-parts.conf", AGENT_PARTS)])
 def test_every_agent_is_started_as_one_that_was_looked_at(unit, parts):
     lines = (BUILD / "packaging" / "systemd" / unit).read_text().splitlines()
     (command,) = [line for line in lines if "/usr/sbin/snmpd -" in line]

@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import stat
 import subprocess
 
@@ -176,6 +177,34 @@ def test_a_restart_goes_through_the_platforms_script_as_root(root):
     assert log.read_text() == "root -s -k\n"
     # The agent's chmod applied to its stand-in of the script.
     assert ask(root, "reader", "snmpget", OID["rebootDevice"]).returncode == 0
+
+
+def test_an_operator_may_choose_fewer_parts_and_no_wrappers(root):
+    configuration, refusals = root.root / "etc/snmp/snmpd.conf", root.root / "etc/hosts.deny"
+    before = configuration.read_text(), refusals.read_text()
+    choices = root.root / "etc/systemd/system/snmpd.service.d"
+    answers = lambda: ask(root, "reader", "snmpget", OID["modelName"]).returncode == 0  # noqa: E731
+
+    def restart():
+        root.must("systemctl", "daemon-reload")
+        root.must("systemctl", "restart", "snmpd")
+
+    try:
+        refusals.write_text("ALL: ALL\n")
+        assert not answers(), "TCP wrappers refuse by default"
+        shutil.copytree(root.root / "usr/share/doc/orvexsnmp/examples/snmpd.service.d", choices)
+        configuration.write_text(before[0].replace("#dlmod orvexnowrap", "dlmod orvexnowrap").replace(
+            "doNotRetainNotificationLogs yes\n", ""))
+        restart()
+        await_until(answers, "the agent answers whatever hosts.deny says")
+        assert "0.0.0.0/0" in root.must("systemctl", "show", "snmpd", "--property=IPAddressDeny", "--value")
+        assert "snmpEngine,snmpMPDStats" in root.must("systemctl", "show", "snmpd", "--property=ExecStart", "--value")
+    finally:
+        shutil.rmtree(choices, ignore_errors=True)
+        refusals.write_text(before[1])
+        configuration.write_text(before[0])
+        restart()
+    await_until(answers, "the agent answers again")
 
 
 def test_a_reload_keeps_the_process_and_the_objects(root):

@@ -45,8 +45,8 @@ def exposure(unit):
     return float(figure)
 
 
-CHOICES = {"camera-parts.conf": UNITS / "snmpd.service.d-camera-parts.conf",
-           "no-wrappers.conf": ROOT / "packaging" / "systemd" / "snmpd.service.d-no-wrappers.conf"}
+CHOICES = {"parts.conf": UNITS / "snmpd.service.d-parts.conf",
+           "without-wrappers.conf": ROOT / "packaging" / "systemd" / "snmpd.service.d-without-wrappers.conf"}
 
 
 @pytest.mark.parametrize("service", SERVICES)
@@ -94,14 +94,15 @@ def test_the_choices_for_a_cameras_agent_are_sound_and_add_no_rights(units, tmp_
 
 def test_the_choice_of_parts_replaces_nothing_else_of_the_agents_start():
     started = [value.split() for name, value in settings(DROP_IN) if name == "ExecStart" and value]
-    chosen = [value for name, value in settings(CHOICES["camera-parts.conf"]) if name == "ExecStart"]
+    chosen = [value for name, value in settings(CHOICES["parts.conf"]) if name == "ExecStart"]
     assert chosen[0] == "", "systemd would refuse a second ExecStart"
+    assert min(CHOICES) > "orvexsnmp.conf", "systemd reads drop-ins in the order of their names, whatever their folder"
     assert [[AGENT_PARTS[1] if "mteTrigger" in word else word for word in command] for command in started] == [
         command.split() for command in chosen[1:]]
 
 
 def test_the_choice_without_wrappers_refuses_all_but_the_named_hosts():
-    values = settings(CHOICES["no-wrappers.conf"])
+    values = settings(CHOICES["without-wrappers.conf"])
     assert values == [["IPAddressDeny", "any"], ["IPAddressAllow", "localhost"], ["IPAddressAllow", "192.0.2.0/24"]]
 
 

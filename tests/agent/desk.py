@@ -77,6 +77,11 @@ def sanitizer_runtime():
     return f"{runtime} {paths['libstdc++']}" if runtime else ""
 
 
+def has_wrappers():
+    """True for an agent that reads TCP wrappers' lists of hosts."""
+    return "libwrap" in subprocess.run(["ldd", SNMPD], capture_output=True, text=True, check=True).stdout
+
+
 class Desk:
     """Not started yet: change settings, versions and configurations before start(). A `with` closes it."""
 
@@ -88,9 +93,7 @@ class Desk:
         command = [ROOT / "scripts" / "prepare-state", BUILD, self.state, str(self.port), str(self.trap_port)]
         subprocess.run(command, check=True)
         if not self.traced:
-            configuration = self.state / "snmpd.conf"
-            kept = [line for line in configuration.read_text().splitlines(True) if "dlmod orvextrace" not in line]
-            configuration.write_text("".join(kept))
+            self.leave_out("orvextrace")
         # Otherwise a tool of an older net-snmp creates it and prints a message.
         (self.state / "snmp" / "cert_indexes").mkdir()
         self.environment = dict(
@@ -108,6 +111,12 @@ class Desk:
         self.parts = list(PARTS)  # of the stock agent
         self.dome_options = []
         self.processes = {}  # in the order of their start
+
+    def leave_out(self, module):
+        """The agent does not load this module at its next start or reload."""
+        configuration = self.state / "snmpd.conf"
+        lines = configuration.read_text().splitlines(True)
+        configuration.write_text("".join(line for line in lines if not line.startswith(f"dlmod {module} ")))
 
     def __enter__(self):
         return self
@@ -265,6 +274,12 @@ class ManagerOf(ber.Manager):
 
     def __init__(self, desk, timeout=5.0):
         super().__init__(desk.port, timeout)
+
+    def leave_out(self, module):
+        """The agent does not load this module at its next start or reload."""
+        configuration = self.state / "snmpd.conf"
+        lines = configuration.read_text().splitlines(True)
+        configuration.write_text("".join(line for line in lines if not line.startswith(f"dlmod {module} ")))
 
     def __enter__(self):
         return self

@@ -3,12 +3,11 @@
 import pathlib
 import signal
 import socket
-import subprocess
 
 import pytest
 
 import ber
-from desk import SNMPD, SYS_UP_TIME, Desk, ManagerOf, await_until, free_tcp_port
+from desk import SNMPD, SYS_UP_TIME, Desk, ManagerOf, await_until, free_tcp_port, has_wrappers
 from resting import check_rest
 
 def test_a_desk_camera_at_rest_does_not_wake_up():
@@ -21,10 +20,6 @@ def test_a_desk_camera_at_rest_does_not_wake_up():
         desk.settings("set", "[Imaging/Focus]Mode", "Manual")
         await_until(lambda: desk.dome_state()["focus"]["auto"] is False, "the camera has seen the setting")
         check_rest(pids)
-
-
-def is_linked_with_libwrap():
-    return "libwrap" in subprocess.run(["ldd", SNMPD], capture_output=True, text=True, check=True).stdout
 
 
 class RefusingDesk(Desk):
@@ -46,11 +41,6 @@ class RefusingDesk(Desk):
         self.launch_agent()
         self._await("agent", lambda: "NET-SNMP version" in self.log("agent"))
 
-    def keep_wrappers(self):
-        configuration = self.state / "snmpd.conf"
-        lines = configuration.read_text().splitlines(True)
-        configuration.write_text("".join(line for line in lines if not line.startswith("dlmod orvexnowrap")))
-
 
 TABLES = [("/etc/hosts.allow", "ALL: ALL: deny\n"), ("/etc/hosts.deny", "ALL: ALL\n")]
 
@@ -58,7 +48,7 @@ TABLES = [("/etc/hosts.allow", "ALL: ALL: deny\n"), ("/etc/hosts.deny", "ALL: AL
 @pytest.fixture(params=TABLES, ids=["hosts.allow", "hosts.deny"])
 def refusing_desk(request):
     name, text = request.param
-    if not is_linked_with_libwrap():
+    if not has_wrappers():
         pytest.skip(f"{SNMPD} has no TCP wrappers")
     if not pathlib.Path(name).exists():
         pytest.skip(f"this machine has no {name} to replace")
@@ -93,7 +83,7 @@ def test_the_desks_agent_reads_neither_table_of_tcp_wrappers(refusing_desk):
 
 def test_an_agent_without_the_module_reads_both(refusing_desk):
     desk = refusing_desk
-    desk.keep_wrappers()
+    desk.leave_out("orvexnowrap")
     desk.start()
     assert not answers(desk)
     assert "REFUSED" in desk.log("agent")
@@ -103,7 +93,7 @@ def test_a_reload_without_the_module_restores_tcp_wrappers(refusing_desk):
     desk = refusing_desk
     desk.start()
     assert answers(desk)
-    desk.keep_wrappers()
+    desk.leave_out("orvexnowrap")
     reload(desk)
     assert not answers(desk)
     assert desk.alive("agent")

@@ -11,7 +11,7 @@ import tempfile
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-sys.path.insert(0, str(ROOT / "tests" / "agent"))
+sys.path[:0] = [str(ROOT / "tests" / "agent"), str(ROOT / "conform" / "oracle")]
 
 import ber  # noqa: E402
 from desk import BUILD, SNMPD, ManagerOf, await_until, free_udp_port  # noqa: E402

@@ -11,7 +11,7 @@ import socket
 import sys
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "agent"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "conform" / "oracle"))
 
 import ber  # noqa: E402
 

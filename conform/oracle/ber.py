@@ -99,6 +99,9 @@ class Message:
         else:
             (_, community), (self.pdu, pdu) = parts
             self.community = community.decode()
+        self._read(pdu)
+
+    def _read(self, pdu):
         (_, request_id), (_, status), (_, index), (_, bindings) = split(pdu)
         self.request_id = int.from_bytes(request_id, "big", signed=True)
         self.error_status = int.from_bytes(status, "big")
@@ -109,12 +112,36 @@ class Message:
             self.bindings.append(Binding(oid_text(oid), tag, value))
 
 
-def encode(pdu, bindings, community="public", status=0, index=0, request_id=None):
-    """A message's octets. `bindings` are (dotted oid, tag, content octets)."""
+class Pdu(Message):
+    """A PDU on its own, as in an SNMPv3 message that was decrypted."""
+
+    def __init__(self, octets):
+        ((self.pdu, content),) = split(octets)
+        self._read(content)
+
+
+def integers(*numbers):
+    return b"".join(tlv(INTEGER, integer_octets(number)) for number in numbers)
+
+
+def next_request_id():
+    return next(_request_ids)
+
+
+def pdu_octets(pdu, bindings, status=0, index=0, request_id=None):
+    """A PDU's octets. `bindings` are (dotted oid, tag, content octets)."""
     names = b"".join(tlv(SEQUENCE, tlv(OID, oid_octets(oid)) + tlv(tag, value)) for oid, tag, value in bindings)
-    body = b"".join(tlv(INTEGER, integer_octets(n)) for n in (request_id or next(_request_ids), status, index))
-    message = tlv(INTEGER, b"\x01") + tlv(OCTET_STRING, community.encode()) + tlv(pdu, body + tlv(SEQUENCE, names))
-    return tlv(SEQUENCE, message)
+    return tlv(pdu, integers(request_id or next_request_id(), status, index) + tlv(SEQUENCE, names))
+
+
+def message(pdu, community, version=1):
+    """A message of SNMPv1 (version 0) or SNMPv2c (version 1) around a PDU's octets."""
+    return tlv(SEQUENCE, integers(version) + tlv(OCTET_STRING, community.encode()) + pdu)
+
+
+def encode(pdu, bindings, community="public", status=0, index=0, request_id=None):
+    """The octets of an SNMPv2c message. `bindings` are (dotted oid, tag, content octets)."""
+    return message(pdu_octets(pdu, bindings, status, index, request_id), community)
 
 
 class Manager:

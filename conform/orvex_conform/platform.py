@@ -1,0 +1,58 @@
+"""Compares what the camera answers with what its platform shows, where a command shows it (--state-command).
+
+The command prints one JSON object, of which every member may be absent, in the form of `domectl state`: alarm and relay
+have banks of truth values, temperature, voltage and power have readings, and each axis has a position."""
+
+import ber
+from orvex_conform.reads import shown
+
+FIRST_BANK = "BNK2"  # whose input 0 and relay 0 the one-octet objects show
+
+
+def points(state, kind):
+    """[(bank, number, state)] in the order of the table's rows, or None."""
+    banks = state.get(kind)
+    if not isinstance(banks, dict):
+        return None
+    return [(bank, number, on) for bank, points in banks.items() for number, on in enumerate(points)]
+
+
+def expected(state):
+    """(object, value, words) for each value that the platform shows."""
+    for kind, octets, bits in (("alarm", ("alarmStatus", "inputStatus"), (0x10, 0x01)),
+                               ("relay", ("outputStatus",), (0x01,))):
+        rows = points(state, kind)
+        if rows is None:
+            continue
+        on = any(bank == FIRST_BANK and number == 0 and state_ for bank, number, state_ in rows)
+        for name, bit in zip(octets, bits):
+            yield name, bytes([bit if on else 0])
+        for index, (bank, number, state_) in enumerate(rows, 1):
+            yield f"{kind}Bank.{index}", bank.encode()
+            yield f"{kind}Number.{index}", number
+            yield f"{kind}State.{index}", int(state_)
+    temperature = state.get("temperature")
+    if isinstance(temperature, list) and temperature:
+        yield "temperature", temperature[0] % 2**32
+    for name in ("power", "voltage"):
+        if isinstance(state.get(name), int):
+            yield name, state[name]
+
+
+def check(run):
+    state = run.platform()
+    if state is None:
+        return
+    for name, value in expected(state):
+        row = run.tree.by_name.get(name)
+        if row is None:
+            run.verdicts.failed(name, "platform", "the camera's platform has it, a walk does not meet it")
+            continue
+        if name in run.unreadable or name in run.failed():
+            continue
+        answer = run.link.get(run.reader, row.oid)  # by itself: among others a cell may be the stored one
+        got = answer.binding.value if answer.error == 0 else None
+        if row.tag == ber.GAUGE32 and got is not None:
+            got %= 2**32
+        run.verdicts.judge(name, "platform", got == value, f"{shown(got)}, but its platform shows {shown(value)}",
+                           run.commands.get(run.reader, row.oid))

@@ -106,14 +106,15 @@ class Link:
             raise Gone(f"{PATIENCE} requests in a row were not answered")
         raise Silent(f"no answer within {timeout:g} s")
 
-    def set_all(self, access, oid, values, probe, window=8):
+    def set_all(self, access, oid, values, probe, unanswered=frozenset(), window=8):
         """SETs of one object to each of the values (already encoded), several at once; the answer to each, or None. A GET
-        of `probe` after each group shows that the agent has handled it. A value without an answer is sent once more."""
+        of `probe` after each group shows that the agent has handled it. A value without an answer is sent once more,
+        unless it is one of `unanswered`."""
         answers = []
         for start in range(0, len(values), window):
             group = values[start : start + window]
             received = self._group(access, oid, group, probe)
-            again = [place for place, answer in enumerate(received) if answer is None]
+            again = [place for place, answer in enumerate(received) if answer is None and group[place] not in unanswered]
             for place in again:
                 received[place] = self._group(access, oid, [group[place]], probe)[0]
             answers += received

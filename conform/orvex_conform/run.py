@@ -20,6 +20,7 @@ class Run:
         self.values = {}  # of the readable objects, by name
         self.unreadable = set()  # names whose GET gives no value
         self.old_agent = False  # before net-snmp 5.9; known after the first SETs
+        self.dropped = set()  # the values that the agent drops for every name
         self.tree, self._order = None, []
 
     def expect(self, tree):

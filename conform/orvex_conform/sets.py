@@ -214,7 +214,8 @@ def remembered(row, sent, before):
 
 
 def words(sent):
-    return f"{type_name(sent.tag)} of {len(sent.content)} octets ({shown(sent.content)})"
+    count = len(sent.content)
+    return f"{type_name(sent.tag)} of {count} octet{'s' * (count != 1)} ({shown(sent.content)})"
 
 
 def acceptances(run, row, taken):

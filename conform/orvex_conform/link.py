@@ -36,6 +36,11 @@ class Access:
     def __init__(self, version, community="", user=None):
         self.version, self.community, self.user = version, community, user
 
+    def is_same(self, other):
+        """Whether the camera takes both for the same one."""
+        mine, theirs = (one.user.name if one.user else one.community for one in (self, other))
+        return (self.version == V3, mine) == (other.version == V3, theirs)
+
     def message(self, pdu, request_id):
         if self.version == V3:
             return self.user.wrap(pdu, request_id)

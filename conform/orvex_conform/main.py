@@ -4,6 +4,7 @@ import argparse
 import ipaddress
 import os
 import pathlib
+import signal
 import sys
 
 import promises
@@ -14,6 +15,7 @@ from orvex_conform.run import Run, StateUnknown
 from orvex_conform.verdicts import FAIL, Verdicts
 
 PASSED, FINDINGS, UNUSABLE = 0, 1, 2
+AUTHORIZATION_ERROR = 16
 PHRASES = "ORVEX_CONFORM"
 
 DESCRIPTION = """
@@ -93,6 +95,10 @@ def trap_command(text):
     return sensor, command
 
 
+def interrupt(*_):
+    raise KeyboardInterrupt
+
+
 class Unusable(Exception):
     """The run cannot begin."""
 
@@ -100,6 +106,7 @@ class Unusable(Exception):
 def main(words=None, version="0"):
     options = parser(version).parse_args(words)
     options.trap_commands = dict(options.trap_command)
+    signal.signal(signal.SIGTERM, interrupt)  # so that a camera is stopped before the end
     try:
         return checked(options)
     except (Unusable, Unreachable, StateUnknown) as error:
@@ -176,13 +183,24 @@ def roles(link, options):
     return (readers or writers)[0], writers[0] if writers else None, named
 
 
+def is_let_in(link, role, options):
+    """Raises Unusable if the camera refuses that role altogether."""
+    answer = link.get_next(role, promises.Tree(0, 0, options.enterprise).subtrees[0])
+    if answer.pdu == usm.REPORT:
+        reports = [usm.REPORTS.get(binding.oid, binding.oid) for binding in answer.bindings]
+        raise Unusable(f"the camera refuses the user {role.user.name}: {', '.join(reports)}")
+    if answer.error == AUTHORIZATION_ERROR:
+        raise Unusable(f"the camera refuses the {'user' if role.user else 'community'}: authorizationError")
+
+
 def judged(link, options):
     verdicts = Verdicts(f"{options.host} port {options.port}")
     listener = listen(link, options)
     try:
         try:
             reader, writer, named = roles(link, options)
-            link.get_next(reader, promises.Tree(0, 0, options.enterprise).subtrees[0])
+            for role in named:
+                is_let_in(link, role, options)
         except (Silent, Gone) as silence:
             raise Unusable(f"{options.host} port {options.port} does not answer: {silence}; is it the right address, "
                            "community or user?") from None
@@ -205,13 +223,14 @@ def check(run, named, listener):
     platform.check(run)
     access.check(run, named)
     if run.options.move:
+        before = sets.remember(run)
         try:
             if run.options.move != "motion":
                 sets.check(run)
             if run.options.move != "grammar":
                 motion.check(run)
         finally:
-            sets.stop(run)
+            sets.restore(run, before)
     traps.check(run, listener)
     if run.options.harsh:
         harsh.check(run, run.options.harsh)

@@ -5,7 +5,6 @@ import time
 
 import ber
 from orvex_conform.reads import error_name
-from orvex_conform.sets import stop
 
 CHECK = "motion"
 NOTICE = 1.0  # seconds within which a move must show
@@ -220,23 +219,8 @@ def check(run):
         for _, name, _ in AXES:
             run.verdicts.skipped(name, CHECK, "seen by its answers only: there is no --state-command")
         return
-    automatic = auto_focus(run)
-    if automatic:
-        control(run, 0x00)
-    try:
-        for kind, name, key in AXES:
-            if name not in run.unreadable:
-                kind(run, name, key).check()
-    finally:
-        stop(run)
-        if automatic:
-            control(run, 0x80)
-
-
-def auto_focus(run):
-    answer = run.link.get(run.reader, run.tree.oid("systemLensFeatureStatus"))
-    return answer.error == 0 and len(answer.binding.octets) == 1 and bool(answer.binding.octets[0] & AUTO_FOCUS)
-
-
-def control(run, state):
-    run.link.set(run.writer, (run.tree.oid("systemLensFeatureControl"), ber.OCTET_STRING, bytes([AUTO_FOCUS, state])))
+    off = (run.tree.oid("systemLensFeatureControl"), ber.OCTET_STRING, bytes([AUTO_FOCUS, 0]))
+    run.link.set(run.writer, off)  # set back at the end of the run
+    for kind, name, key in AXES:
+        if name not in run.unreadable:
+            kind(run, name, key).check()

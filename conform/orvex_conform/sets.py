@@ -4,7 +4,7 @@ set back is set back."""
 import ber
 import promises
 import set_grammar
-from orvex_conform.link import V1, V3, Silent
+from orvex_conform.link import V1, V3, Gone, Silent
 from orvex_conform.reads import error_name, shown, type_name
 
 BAD_NORTH = 7  # a value that rangeTrueNorthOffset refuses before anything acts
@@ -21,33 +21,30 @@ STOP = bytes(4)
 def check(run):
     probe_agent(run)
     readable = readable_values(run)
-    before = remember(run)
-    try:
-        readers_write_nothing(run)
-        for row in run.tree.read_only():
-            if row.name not in run.unreadable:
-                read_only(run, row, readable)
-        for row in run.tree.writable():
-            if row.name not in run.unreadable:
-                writable(run, row, readable)
-        for row in run.tree.writable():
-            if row.name not in run.unreadable and row.name != "rebootDevice":
-                half_done(run, row)
-        no_new_instances(run)
-    finally:
-        restore(run, before)
+    readers_write_nothing(run)
+    for row in run.tree.read_only():
+        if row.name not in run.unreadable:
+            read_only(run, row, readable)
+    for row in run.tree.writable():
+        if row.name not in run.unreadable:
+            writable(run, row, readable)
+    for row in run.tree.writable():
+        if row.name not in run.unreadable and row.name != "rebootDevice":
+            half_done(run, row)
+    no_new_instances(run)
 
 
 def stop(run):
-    """Stops every axis; returns the names of those that took the stop."""
-    stopped = []
+    """Stops every axis; a note names those that did not take the stop."""
+    lost = []
     for name in promises.POSITIONS:
         try:
-            if run.link.set(run.writer, (run.tree.oid(name), ber.OCTET_STRING, STOP)).error == 0:
-                stopped.append(name)
-        except Silent:
-            continue
-    return stopped
+            if run.link.set(run.writer, (run.tree.oid(name), ber.OCTET_STRING, STOP)).error:
+                lost.append(name)
+        except (Silent, Gone):
+            lost.append(name)
+    if lost:
+        run.verdicts.note(f"could not be stopped: {', '.join(lost)}")
 
 
 def probe_agent(run):
@@ -62,7 +59,7 @@ def some_values(old_agent):
     for sent in set_grammar.all_values(old_agent):
         shape = (sent.tag, len(sent.content), len(sent.encoded))
         is_command = sent.tag == ber.OCTET_STRING and len(sent.content) in (1, 4) and is_of_interest(sent.content)
-        if shape not in met or is_command or (sent.tag == ber.INTEGER and len(sent.content) > 1):
+        if shape not in met or is_command or sent.tag == ber.INTEGER:
             met.add(shape)
             kept.append(sent)
     return kept
@@ -175,7 +172,8 @@ def few(row, taken):
         others = [one for one in taken if one not in commands]
         return others[:: max(1, len(others) // MAX_MOVES)] + commands[:: max(1, len(commands) // MAX_MOVES)]
     if promises.RELAY_STATE.match(row.name):
-        return taken[:MAX_SWITCHES]
+        on = [one for one in taken if one[0].encoded == ber.tlv(ber.INTEGER, b"\1")]
+        return [one for one in taken if one not in on][: MAX_SWITCHES - 1] + on[:1]
     if row.name == "systemLensFeatureControl":  # selects nothing, mostly: each switch is stored on the camera's disk
         quiet = [one for one in taken if not one[0].octets(1)[0] & 0xC0]
         return quiet + [one for one in taken if one not in quiet][:MAX_SWITCHES]
@@ -316,7 +314,7 @@ def no_new_instances(run):
 
 def readers_write_nothing(run):
     """The reader's own SETs of the current values."""
-    if run.reader is run.writer:
+    if run.reader.is_same(run.writer):
         run.verdicts.skipped("access control", "a reader's SET", "no reader apart from the writer was named")
         return
     for row in run.tree.writable():
@@ -352,7 +350,7 @@ def restore(run, before):
         try:
             if run.link.set(run.writer, *bindings).error:
                 lost.append(name)
-        except Silent:
+        except (Silent, Gone):
             lost.append(name)
 
     status = before.pop("systemLensFeatureStatus", None)

@@ -99,6 +99,22 @@ def test_moving_passes_and_ends_at_rest_with_what_can_be_set_back(quick, manager
     manager.set_integer(OID["rangeTrueNorthOffset"], 65535)
 
 
+def test_an_interrupted_run_stops_the_camera(camera):
+    command = [COMMAND, "--host", "127.0.0.1", "--port", camera.port, *WRITER, "--move", "motion", *state(camera)]
+    run = subprocess.Popen(list(map(str, command)), env=camera.environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                           text=True)
+    try:
+        await_until(lambda: camera.dome_state()["pan"]["moving"], "the pan moves")
+        run.terminate()
+        assert run.communicate(timeout=20) == ("", "orvex-conform: interrupted\n")
+    finally:
+        run.kill()
+        run.wait()
+    assert run.returncode == 2
+    await_until(lambda: not camera.dome_state()["pan"]["moving"], "the pan is at rest", 3)
+    assert [call["args"][0] for call in camera.calls() if call["service"] == "pan"][-1] == 0  # the stop
+
+
 @pytest.mark.skipif(AGENT <= (5, 4, 2), reason="a huge GETBULK ends net-snmp 5.4.2, with the module or without")
 def test_the_camera_survives_harsh_messages(camera):
     done = conform(camera, *READER, "--harsh", 3)
@@ -197,9 +213,9 @@ WRITES = {
     "positionZoomLens": ("no-deltas", {"SET grammar"}),
     "positionFocusLens": ("other-answer", {"SET answer"}),
     "positionIrisLens": ("forgets", {"stored"}),
-    "systemLensEquipped": ("ignores", {"SET answer", "stored"}),
+    "systemLensEquipped": ("ignores", {"SET grammar", "SET answer", "stored"}),
     "outputControl": ("half-done", {"stored", "nothing half done"}),
-    "presetStorePosition": ("ignores", {"SET answer"}),
+    "presetStorePosition": ("writable", {"SET answer"}),
     "relayState.3": ("ignores", {"stored"}),
     "relayState.5": ("any-octets", {"SET grammar"}),
     "rebootDevice": ("any-octets", {"SET grammar"}),
@@ -357,7 +373,8 @@ def test_the_page_is_one_file_with_a_row_for_each_object(camera):
     (["--community", "public", "--host", "224.0.0.1"], "not one host's address"),
     (["--community", "public", "--host", "255.255.255.255"], "not one host's address"),
     (["--community", "public", "--trap-command", "fan=true"], "requires temperature|power|voltage=COMMAND"),
-    (["--user", "desk"], "does not answer"),
+    (["--user", "desk"], "refuses the user: authorizationError"),
+    (["--user", "nobody"], "refuses the user nobody: unknown user"),
 ])
 def test_what_cannot_begin_ends_with_status_2_and_one_line(camera, words, said):
     done = conform(camera, *words, "--timeout", 0.2, "--retries", 0)

@@ -75,6 +75,18 @@ orvex_package(mibs orvexsnmp-mibs "MIBs of the camera's objects and traps"
   "")
 set(CPACK_DEBIAN_MIBS_PACKAGE_ARCHITECTURE all)
 
+orvex_package(conform orvex-conform "checks a camera over SNMP against what is promised"
+"Asks a camera for every object from outside, by address and credentials, and
+prints a verdict for each: presence, type, values, order, SETs, motion, traps,
+access and robustness. By default it only reads. Reports as text, JUnit XML
+and one HTML file."
+  "python3" orvex-conform.1)
+set(CPACK_DEBIAN_CONFORM_PACKAGE_ARCHITECTURE all)
+# For encrypted SNMPv3.
+set(CPACK_DEBIAN_CONFORM_PACKAGE_RECOMMENDS python3-cryptography)
+# They repeat a finding.
+set(CPACK_DEBIAN_CONFORM_PACKAGE_SUGGESTS snmp)
+
 if(ORVEX_OWN_PLATFORM)
   orvex_package(platform libtavos0 "camera platform on D-Bus and SQLite"
   "The libraries that the camera's SNMP module and services use: clients and

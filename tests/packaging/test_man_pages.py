@@ -5,11 +5,12 @@ import subprocess
 
 import pytest
 
-from desk import BUILD
+from desk import BUILD, ROOT
 from field import ADD_USER, PACKAGING
 
 PROGRAMS = {name: BUILD / "bin" / name for name in ["orvex-dome", "domectl", "myname", "tavos-settings"]}
 PROGRAMS["orvexsnmp-add-user"] = ADD_USER
+PROGRAMS["orvex-conform"] = ROOT / "conform" / "orvex-conform"
 
 
 def usage(name):

@@ -225,6 +225,7 @@ def check(run, named, listener):
     if run.options.move:
         before = sets.remember(run)
         try:
+            sets.readers_write_nothing(run)
             if run.options.move != "motion":
                 sets.check(run)
             if run.options.move != "grammar":

@@ -49,7 +49,8 @@ def test_rows_are_what_the_table_of_objects_makes(tmp_path):
     assert made.read_text() == PAGE.read_text(), f"run orvexsnmp/objects.py page docs/objects.md: {stale}"
 
 
-@pytest.mark.parametrize(("page", "count"), [("README.md", 4), ("docs/dome.md", 7), ("docs/trace.md", 2), ("docs/why.md", 12)])
+@pytest.mark.parametrize(("page", "count"), [("README.md", 4), ("docs/dome.md", 7), ("docs/trace.md", 2), ("docs/why.md", 12),
+                                               ("docs/conform.md", 1)])
 def test_what_a_page_shows_is_what_happens(desk, page, count):
     desk.start()
     desk.domectl("clock", "rate", 100)  # a reader of the page gives a move time to end
@@ -57,7 +58,8 @@ def test_what_a_page_shows_is_what_happens(desk, page, count):
     assert len(commands) == count
     for command, shown in commands:
         for theirs, ours in [("127.0.0.1:1161", f"127.0.0.1:{desk.port}"), ("--state state", f"--state {desk.state}"),
-                             ("build/desk/", f"{BUILD}/")]:
+                             ("build/desk/", f"{BUILD}/"), ("--port 1161", f"--port {desk.port}"),
+                             ("conform/orvex-conform", f"{ROOT}/conform/orvex-conform")]:
             command = command.replace(theirs, ours)
 
         def as_shown():

@@ -51,6 +51,18 @@ def phrases(desk):
     return {"ORVEX_CONFORM_AUTHENTICATION": lines["defAuthPassphrase"], "ORVEX_CONFORM_PRIVACY": lines["defPrivPassphrase"]}
 
 
+def state(desk):
+    return ["--state-command", domectl(desk, "state")]
+
+
+def traps(desk, first, *sensors):
+    """The options that cause a trap of each sensor: its reading changes."""
+    words = ["--trap-port", desk.trap_port, "--trap-wait", 3]
+    for number, sensor in enumerate(sensors, first):
+        words += ["--trap-command", f"{sensor}={domectl(desk, 'set', sensor, number)}"]
+    return words
+
+
 class BreakableDesk(Desk):
     """A desk whose agent also loads the breaker: tests/conform/breaker."""
 

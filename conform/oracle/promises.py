@@ -90,7 +90,8 @@ def module_version(firmware):
 RELATIONS = [
     ("swVersion", "fwVersion", lambda value: value, "equals fwVersion"),
     ("moduleModel", "modelNumber", lambda value: value, "equals modelNumber"),
-    ("moduleVersion", "fwVersion", module_version, "is fwVersion's 8 characters after its '-', ' - v', its text before the '-'"),
+    ("moduleVersion", "fwVersion", module_version,
+     "is fwVersion's 8 characters after its '-', ' - v', its text before the '-'"),
 ]
 
 UNREADABLE_FIRMWARE = b"Error: Firmware Version not defined"

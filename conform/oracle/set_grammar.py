@@ -1,5 +1,5 @@
-"""What a SET answers: every BER type at every length of interest, and each writable object's answer to it, computed from
-the object's description. The tests and orvex-conform share it."""
+"""What a SET answers: every BER type at every length of interest, and each writable object's answer to it, computed
+from the object's description. The tests and orvex-conform share it."""
 
 import random
 from typing import NamedTuple

@@ -48,7 +48,8 @@ def loader_is_hidden(run, accesses):
     for access in accesses:
         answer = run.link.get_next(access, promises.LOADER)
         shown = answer.error == 0 and answer.bindings and is_below(answer.binding.oid, promises.LOADER)
-        run.verdicts.judge(CONTROL, "the module loader", not shown, f"{promises.LOADER} is shown, so a writer may load code",
+        run.verdicts.judge(CONTROL, "the module loader", not shown,
+                           f"{promises.LOADER} is shown, so a writer may load code",
                            run.commands.get_next(access, promises.LOADER))
 
 
@@ -77,8 +78,8 @@ def users(run, accesses, name):
     known = next(access.user for access in accesses if access.version == V3)
     tries = {"an unknown user": usm.User(name), "a user without authentication": usm.User(known.name)}
     if known.level != "noAuthNoPriv":
-        tries["a wrong pass phrase"] = usm.User(known.name, known.authentication, name, name if known.level == "authPriv"
-                                                else "")
+        privacy = name if known.level == "authPriv" else ""
+        tries["a wrong pass phrase"] = usm.User(known.name, known.authentication, name, privacy)
     else:
         del tries["a user without authentication"]
     for who, user in tries.items():

@@ -10,7 +10,7 @@ from orvex_conform import usm
 
 V1, V2C, V3 = "1", "2c", "3"
 _NUMBERS = {V1: 0, V2C: 1}
-LARGEST = 65507  # octets of a UDP message over IPv4
+MAX_MESSAGE = 65507  # octets of a UDP message over IPv4
 PATIENCE = 4  # silent requests in a row before the camera counts as gone
 
 
@@ -56,7 +56,8 @@ class Answer:
 
     @property
     def binding(self):
-        return self.bindings[0]
+        """The first one; one without a name if there is none."""
+        return self.bindings[0] if self.bindings else ber.Binding("", ber.NULL, b"")
 
 
 class Link:
@@ -112,16 +113,16 @@ class Link:
         raise Silent(f"no answer within {timeout:g} s")
 
     def set_all(self, access, oid, values, probe, unanswered=frozenset(), window=8):
-        """SETs of one object to each of the values (already encoded), several at once; the answer to each, or None. A GET
-        of `probe` after each group shows that the agent has handled it. A value without an answer is sent once more,
-        unless it is one of `unanswered`."""
+        """SETs of one object to each of the values (already encoded), several at once; the answer to each, or None. A
+        GET of `probe` after each group shows that the agent has handled it. A value without an answer is sent once
+        more, unless it is one of `unanswered`."""
         answers = []
         for start in range(0, len(values), window):
             group = values[start : start + window]
             received = self._group(access, oid, group, probe)
-            again = [place for place, answer in enumerate(received) if answer is None and group[place] not in unanswered]
-            for place in again:
-                received[place] = self._group(access, oid, [group[place]], probe)[0]
+            for index, value in enumerate(group):
+                if received[index] is None and value not in unanswered:
+                    received[index] = self._group(access, oid, [value], probe)[0]
             answers += received
         return answers
 
@@ -188,7 +189,7 @@ class Link:
 
     def send(self, octets):
         try:
-            self._socket.send(octets[:LARGEST])
+            self._socket.send(octets[:MAX_MESSAGE])
         except ConnectionRefusedError:
             pass  # of an earlier message: nobody listens; the receiving side sees the silence
         except OSError as error:

@@ -26,7 +26,8 @@ EPILOG = f"""
 Pass phrases of SNMPv3 come from the environment: {PHRASES}_AUTHENTICATION and {PHRASES}_PRIVACY for the user,
 {PHRASES}_WRITE_AUTHENTICATION and {PHRASES}_WRITE_PRIVACY for the write user if it is another one.
 
-Exit status: 0 everything passed, 1 something failed, 2 wrong options, or the camera cannot be reached."""
+Exit status: 0 nothing failed, 1 something failed, 2 wrong options, or the camera cannot be reached, 3 a fault of this
+program."""
 
 
 def parser(version):
@@ -43,8 +44,10 @@ def parser(version):
     add("--authentication", choices=usm.AUTHENTICATION, default="SHA-256", help="of both users; SHA-256 by default")
     add("--enterprise", metavar="N", type=number(0, 2**32 - 1), default=promises.DEFAULT_ENTERPRISE,
         help="the private enterprise number in the camera's OIDs; %(default)s by default")
-    add("--timeout", metavar="SECONDS", type=seconds(0.05, 60), default=2.0, help="for each request; %(default)g by default")
-    add("--retries", metavar="N", type=number(0, 10), default=1, help="of an unanswered request; %(default)s by default")
+    add("--timeout", metavar="SECONDS", type=seconds(0.05, 60), default=2.0,
+        help="for each request; %(default)g by default")
+    add("--retries", metavar="N", type=number(0, 10), default=1,
+        help="of an unanswered request; %(default)s by default")
     add("--slow", metavar="SECONDS", type=seconds(0.001, 60), default=0.4,
         help="a slower answer is a finding; %(default)g by default")
     how = made.add_argument_group("how far to go")
@@ -59,7 +62,7 @@ def parser(version):
                       help="prints the platform's state as one JSON object, in the form of domectl state")
     seen.add_argument("--trap-port", metavar="PORT", type=number(1, 65535), help="listens here for the camera's traps")
     seen.add_argument("--trap-command", metavar="SENSOR=COMMAND", action="append", default=[], type=trap_command,
-                      help="changes the reading of temperature, power or voltage, so that its trap must come; repeatable")
+                      help="changes the reading of temperature, power or voltage: its trap must come; repeatable")
     seen.add_argument("--trap-wait", metavar="SECONDS", type=seconds(0.1, 600), default=5.0,
                       help="for such a trap; %(default)g by default")
     reports = made.add_argument_group("reports; text goes to standard output")
@@ -109,7 +112,7 @@ def main(words=None, version="0"):
     signal.signal(signal.SIGTERM, interrupt)  # so that a camera is stopped before the end
     try:
         return checked(options)
-    except (Unusable, Unreachable, StateUnknown) as error:
+    except (Unusable, Unreachable) as error:
         print(f"orvex-conform: {error}", file=sys.stderr)
         return UNUSABLE
     except KeyboardInterrupt:
@@ -164,8 +167,7 @@ def user_of(link, options, name, which):
 
 
 def roles(link, options):
-    """(reader, writer or None, every named role in each of its versions)."""
-    named = []
+    """(readers, writers): each named role in each of its versions."""
     readers, writers = [], []
     for community, group in ((options.community, readers), (options.write_community, writers)):
         if community is not None:
@@ -175,12 +177,11 @@ def roles(link, options):
             if which != PHRASES and (name == options.user or not any(phrases(which))):
                 which = PHRASES
             group.append(user_of(link, options, name, which))
-    named = readers + writers
-    if not named:
+    if not readers + writers:
         raise Unusable("who asks? name a --community or a --user")
     if options.move and not writers:
         raise Unusable("--move requires a --write-community or a --write-user")
-    return (readers or writers)[0], writers[0] if writers else None, named
+    return readers, writers
 
 
 def is_let_in(link, role, options):
@@ -198,17 +199,17 @@ def judged(link, options):
     listener = listen(link, options)
     try:
         try:
-            reader, writer, named = roles(link, options)
-            for role in named:
+            readers, writers = roles(link, options)
+            for role in readers + writers:
                 is_let_in(link, role, options)
         except (Silent, Gone) as silence:
             raise Unusable(f"{options.host} port {options.port} does not answer: {silence}; is it the right address, "
                            "community or user?") from None
-        run = Run(link, reader, writer, verdicts, Commands(options.host, options.port), options)
+        run = Run(link, readers, writers, verdicts, Commands(options.host, options.port), options)
         try:
-            check(run, named, listener)
-        except (Silent, Gone) as silence:
-            verdicts.failed("answers", "the camera answers", f"the checks ended: {silence}")
+            check(run, listener)
+        except (Silent, Gone, StateUnknown) as end:
+            verdicts.failed("answers", "the checks ended", str(end))
     finally:
         if listener:
             listener.close()
@@ -216,12 +217,16 @@ def judged(link, options):
     return verdicts
 
 
-def check(run, named, listener):
+def check(run, listener):
+    try:
+        run.platform()
+    except StateUnknown as error:
+        raise Unusable(str(error)) from None
     run.alarms, run.relays = (reads.count_rows(run, name) for name in ("alarm", "relay"))
     run.expect(run.expected_tree(run.alarms, run.relays))
     reads.check(run)
     platform.check(run)
-    access.check(run, named)
+    access.check(run, run.readers + run.writers)
     if run.options.move:
         before = sets.remember(run)
         try:

@@ -18,7 +18,7 @@ class Axis:
     """One axis: its object, its name on the platform, and what positions and units mean there."""
 
     tolerance = 60  # of the platform's units: a step of a hundredth of a degree is 10
-    least = 300  # a continuous move that is shorter is none
+    min_move = 300  # a continuous move that is shorter is none
     sense = 1  # of a continuous move with a positive speed
 
     def __init__(self, run, name, key):
@@ -86,7 +86,7 @@ class Axis:
         moved = self._moved(since, time.monotonic() + NOTICE)
         if not self.send(self.command(STOPPED)):
             return False
-        if moved * direction < 0 or abs(moved) < self.least:
+        if moved * direction < 0 or abs(moved) < self.min_move:
             self.fail(octets, f"it moved by {moved:g}, not {'upwards' if direction > 0 else 'downwards'}")
             return False
         return self._rests()
@@ -95,7 +95,7 @@ class Axis:
         while True:
             position, _, _ = self.look()
             moved = self.difference(position, since)
-            if abs(moved) >= self.least or time.monotonic() > deadline:
+            if abs(moved) >= self.min_move or time.monotonic() > deadline:
                 return moved
             time.sleep(PAUSE)
 
@@ -147,7 +147,8 @@ class Pan(Axis):
 class Tilt(Axis):
     def targets(self, start, shown):
         low, high = shown.get("minimum", -90000), shown.get("maximum", 90000)
-        angles = [angle for angle in (10000, -10000, 20000, -20000) if low <= angle <= high and abs(angle - start) > 1000]
+        angles = [angle for angle in (10000, -10000, 20000, -20000)
+                  if low <= angle <= high and abs(angle - start) > 1000]
         return [(self.back(angle, shown), angle) for angle in angles[:2]]
 
     def back(self, start, shown):
@@ -156,7 +157,7 @@ class Tilt(Axis):
 
 
 class Zoom(Axis):
-    tolerance, least = 3, 20
+    tolerance, min_move = 3, 20
 
     def targets(self, start, shown):
         top = shown.get("maximum")
@@ -173,7 +174,7 @@ class Zoom(Axis):
 class Focus(Axis):
     """Continuous commands move it toward 0 for speeds of 0 and above."""
 
-    tolerance, least, sense = 0.1, 1.0, -1
+    tolerance, min_move, sense = 0.1, 1.0, -1
 
     def targets(self, start, shown):
         return [(position, position * 100 / 65535) for position in (0x4000, 0xA000)]
@@ -185,7 +186,7 @@ class Focus(Axis):
 class Iris(Axis):
     """It has continuous commands only; which direction opens is the service's."""
 
-    least = 1.0
+    min_move = 1.0
 
     def check(self):
         seen = self.look()
@@ -223,4 +224,4 @@ def check(run):
     run.link.set(run.writer, off)  # set back at the end of the run
     for kind, name, key in AXES:
         if name not in run.unreadable:
-            kind(run, name, key).check()
+            run.guarded(name, CHECK, lambda _, axis: axis.check(), kind(run, name, key))

@@ -50,9 +50,14 @@ def check(run):
             continue
         if name in run.unreadable or name in run.failed():
             continue
-        answer = run.link.get(run.reader, row.oid)  # by itself: among others a cell may be the stored one
-        got = answer.binding.value if answer.error == 0 else None
-        if row.tag == ber.GAUGE32 and got is not None:
-            got %= 2**32
-        run.verdicts.judge(name, "platform", got == value, f"{shown(got)}, but its platform shows {shown(value)}",
-                           run.commands.get(run.reader, row.oid))
+        if run.is_sampled(row):
+            run.guarded(name, "platform", compare, row, value)
+
+
+def compare(run, row, value):
+    answer = run.link.get(run.reader, row.oid)  # by itself: among others a cell may be the stored one
+    got = answer.binding.value if answer.error == 0 else None
+    if row.tag == ber.GAUGE32 and got is not None:
+        got %= 2**32
+    run.verdicts.judge(row.name, "platform", got == value, f"{shown(got)}, but its platform shows {shown(value)}",
+                       run.commands.get(run.reader, row.oid))

@@ -4,7 +4,7 @@ import statistics
 
 import ber
 import promises
-from orvex_conform.link import V1, Silent
+from orvex_conform.link import Silent
 
 TYPES = {ber.INTEGER: "INTEGER", ber.OCTET_STRING: "OCTET STRING", ber.NULL: "NULL", ber.OID: "OBJECT IDENTIFIER",
          ber.IP_ADDRESS: "IpAddress", ber.COUNTER32: "Counter32", ber.GAUGE32: "Gauge32", ber.TIMETICKS: "TimeTicks",
@@ -18,7 +18,8 @@ ABSENT = (ber.NO_SUCH_OBJECT, ber.NO_SUCH_INSTANCE)
 MAX_WALK = 20000  # names: two tables of 1,024 rows have 6,144
 GETS = 3  # of each object, to judge its time
 TOGETHER = 16  # names in one GET
-ORDER = "order"
+MAX_SHOWN = 24  # octets of a value in a finding
+ORDER, SEVERAL = "order", "several names in one request"
 
 
 def type_name(tag):
@@ -31,7 +32,9 @@ def error_name(number):
 
 def shown(value):
     if isinstance(value, bytes):
-        return (value.hex(" ") or "no octets") if len(value) <= 24 else f"{value[:24].hex(' ')}... ({len(value)} octets)"
+        if len(value) > MAX_SHOWN:
+            return f"{value[:MAX_SHOWN].hex(' ')}... ({len(value)} octets)"
+        return value.hex(" ") or "no octets"
     return str(value)
 
 
@@ -72,8 +75,6 @@ class Walk:
             answer = run.link.get_next(run.reader, oid)
         except Silent as silence:
             return f"GETNEXT: {silence}", None
-        if answer.error == NO_SUCH_NAME and run.reader.version == V1:
-            return "", None
         if answer.error or not answer.bindings:
             return f"GETNEXT answers {error_name(answer.error)}", None
         binding = answer.binding
@@ -104,9 +105,12 @@ def count_rows(run, name):
 
 
 def check(run):
-    names = walk(run)
+    met = walk(run)
     for row in run.tree.rows:
-        each(run, row, row.oid in names)
+        if run.is_sampled(row):
+            each(run, row, row.oid in met)
+        else:
+            met_only(run, row, met.get(row.oid))
     together(run)
     bulk(run)
     neighbours(run)
@@ -114,16 +118,16 @@ def check(run):
 
 
 def walk(run):
-    """Judges order and presence; returns the names that were met."""
-    met = set()
+    """Judges order and presence; returns the bindings that were met, by their names."""
+    met = {}
     for subtree in run.tree.subtrees:
         found = Walk(run, subtree)
-        met |= {binding.oid for binding in found.bindings}
+        met.update((binding.oid, binding) for binding in found.bindings)
         for oid, fault in found.faults:
             at_fault = run.following(oid)
             run.verdicts.failed(at_fault.name if at_fault else ORDER, ORDER, f"after {oid}: {fault}",
                                 run.commands.get_next(run.reader, oid))
-    for oid in sorted(met - set(run.tree.by_oid), key=parts):
+    for oid in sorted(set(met) - set(run.tree.by_oid), key=parts):
         run.verdicts.failed(oid, "presence", "the camera serves an object that is not promised",
                             run.commands.get(run.reader, oid))
     return met
@@ -140,7 +144,7 @@ def each(run, row, was_met):
         return
     command = run.commands.get(run.reader, row.oid)
     answer = answers[-1]
-    if absent(run, answer):
+    if absent(answer):
         run.unreadable.add(row.name)
         if row.name in promises.SENSORS and not was_met:
             reason = "not served: its service gave no reading when the agent loaded the module"
@@ -153,7 +157,8 @@ def each(run, row, was_met):
         run.verdicts.failed(row.name, "answer", f"GET answers {error_name(answer.error)}", command)
         return
     run.verdicts.judge(row.name, "presence", was_met,
-                       "a walk does not meet it, although GET answers it", run.commands.walk(run.reader, parent(row.oid)))
+                       "a walk does not meet it, although GET answers it",
+                       run.commands.walk(run.reader, parent(row.oid)))
     for one in answers:
         well_formed(run, row, one, command)
     run.values[row.name] = answer.bindings[0].value if answer.bindings else None
@@ -164,9 +169,7 @@ def parent(oid):
     return oid.rpartition(".")[0].rpartition(".")[0]
 
 
-def absent(run, answer):
-    if run.reader.version == V1:
-        return answer.error == NO_SUCH_NAME
+def absent(answer):
     return bool(answer.error == 0 and answer.bindings and answer.binding.tag in ABSENT)
 
 
@@ -183,7 +186,19 @@ def well_formed(run, row, answer, command):
     if answer.error or not verdicts.judge(row.name, "name", [one.oid for one in answer.bindings] == [row.oid],
                                           f"the answer is about {[one.oid for one in answer.bindings]}", command):
         return False
-    binding = answer.binding
+    return as_promised(run, row, answer.binding, command)
+
+
+def met_only(run, row, binding):
+    """One of very many cells: judged by the walk alone."""
+    if run.verdicts.judge(row.name, "presence", binding is not None, "a walk does not meet it",
+                          run.commands.get(run.reader, row.oid)):
+        as_promised(run, row, binding, run.commands.get(run.reader, row.oid))
+
+
+def as_promised(run, row, binding, command):
+    """Judges type and value."""
+    verdicts = run.verdicts
     if not verdicts.judge(row.name, "type", binding.tag == row.tag,
                           f"{type_name(binding.tag)}, not {type_name(row.tag)}", command):
         return False
@@ -198,7 +213,7 @@ def judge_time(run, name, seconds, command):
 
 
 def readable_rows(run):
-    return [row for row in run.tree.rows if row.name not in run.unreadable]
+    return [row for row in run.tree.rows if row.name not in run.unreadable and run.is_sampled(row)]
 
 
 def together(run):
@@ -210,22 +225,21 @@ def together(run):
         try:
             answer = run.link.get(run.reader, *oids)
         except Silent as silence:
-            run.verdicts.failed("several names in one request", "answer", f"{silence}", run.commands.get(run.reader, *oids))
+            run.verdicts.failed(SEVERAL, "answer", str(silence), run.commands.get(run.reader, *oids))
             continue
         answered = [binding.oid for binding in answer.bindings]
-        run.verdicts.judge("several names in one request", "answer", answer.error == 0 and answered == oids,
+        run.verdicts.judge(SEVERAL, "answer", answer.error == 0 and answered == oids,
                            f"GET of {len(oids)} names: {error_name(answer.error)}, {len(answered)} names",
                            run.commands.get(run.reader, *oids))
         if answer.error == 0 and answered == oids:
             for row, binding in zip(group, answer.bindings):
                 run.verdicts.judge(row.name, "type", binding.tag == row.tag,
-                                   f"{type_name(binding.tag)} among others in one GET", run.commands.get(run.reader, *oids))
+                                   f"{type_name(binding.tag)} among others in one GET",
+                                   run.commands.get(run.reader, *oids))
 
 
 def bulk(run):
     """GETBULK meets the readable objects in the order of a walk."""
-    if run.reader.version == V1:
-        return
     for subtree in run.tree.subtrees:
         rows = [row for row in run.tree.rows if is_below(row.oid, subtree)]
         if any(row.name in run.failed() or row.name in run.unreadable for row in rows):
@@ -255,10 +269,7 @@ def neighbours(run):
         except Silent as silence:
             run.verdicts.failed(row.name, "instance", str(silence), run.commands.get(run.reader, *odd))
             continue
-        if run.reader.version == V1:
-            holds = answer.error == NO_SUCH_NAME
-        else:
-            holds = answer.error == 0 and all(binding.tag in ABSENT for binding in answer.bindings)
+        holds = answer.error == 0 and all(binding.tag in ABSENT for binding in answer.bindings)
         run.verdicts.judge(row.name, "instance", holds, f"it also answers one of {', '.join(odd)}",
                            run.commands.get(run.reader, *odd))
 

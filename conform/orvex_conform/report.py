@@ -33,9 +33,10 @@ def text(verdicts):
 
 def junit(verdicts):
     subjects = verdicts.subjects()
+    failures, skipped = (str(len(verdicts.of(verdict))) for verdict in (FAIL, SKIPPED))
     suite = ElementTree.Element("testsuite", name="orvex-conform", hostname=verdicts.camera, tests=str(len(subjects)),
-                                failures=str(len(verdicts.of(FAIL))), errors="0", skipped=str(len(verdicts.of(SKIPPED))),
-                                time=f"{verdicts.seconds:.3f}", timestamp=_time(verdicts.started))
+                                failures=failures, errors="0", skipped=skipped, time=f"{verdicts.seconds:.3f}",
+                                timestamp=_time(verdicts.started))
     for subject in subjects:
         case = ElementTree.SubElement(suite, "testcase", classname="orvex-conform", name=_printable(subject.name))
         if subject.verdict == FAIL:
@@ -55,7 +56,8 @@ def _time(seconds):
 
 def _printable(text_):
     """XML has no control characters; a camera's text may have any."""
-    return "".join(letter if letter.isprintable() or letter in "\n\t" else "\N{REPLACEMENT CHARACTER}" for letter in text_)
+    return "".join(letter if letter.isprintable() or letter in "\n\t" else "\N{REPLACEMENT CHARACTER}"
+                   for letter in text_)
 
 
 _STYLE = """

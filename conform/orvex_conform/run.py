@@ -6,22 +6,26 @@ import shlex
 import subprocess
 
 import promises
+from orvex_conform.link import Silent
 from orvex_conform.reads import parts
 from orvex_conform.verdicts import FAIL
 
+SAMPLED = 16  # rows at each end of a table that are checked one by one
 STATE_TIMEOUT = 10  # seconds that the platform's command may take
 
 
 class Run:
-    def __init__(self, link, reader, writer, verdicts, commands, options):
-        self.link, self.reader, self.writer = link, reader, writer
+    def __init__(self, link, readers, writers, verdicts, commands, options):
+        """`readers`, `writers`: each named role in each of its versions; the first ones make the checks."""
+        self.link, self.readers, self.writers = link, readers, writers
+        self.reader, self.writer = (readers or writers)[0], writers[0] if writers else None
         self.verdicts, self.commands, self.options = verdicts, commands, options
         self.enterprise, self.slow = options.enterprise, options.slow
         self.values = {}  # of the readable objects, by name
         self.unreadable = set()  # names whose GET gives no value
         self.old_agent = False  # before net-snmp 5.9; known after the first SETs
         self.dropped = set()  # the values that the agent drops for every name
-        self.tree, self._order = None, []
+        self.tree, self._order, self.alarms, self.relays = None, [], 0, 0
 
     def expect(self, tree):
         self.tree = tree
@@ -31,8 +35,8 @@ class Run:
 
     def following(self, oid):
         """The first promised row behind that name, or None."""
-        place = bisect.bisect_right([parts(row.oid) for row in self._order], parts(oid))
-        return self._order[place] if place < len(self._order) else None
+        index = bisect.bisect_right([parts(row.oid) for row in self._order], parts(oid))
+        return self._order[index] if index < len(self._order) else None
 
     def name_of(self, oid):
         row = self.tree.by_oid.get(oid)
@@ -41,6 +45,20 @@ class Run:
     def failed(self):
         """The names of what has failed so far."""
         return {subject.name for subject in self.verdicts.of(FAIL)}
+
+    def guarded(self, name, check, action, *arguments):
+        """Runs a check of one object: an answer that does not come is a finding of it, and the run goes on."""
+        try:
+            action(self, *arguments)
+        except Silent as silence:
+            self.verdicts.failed(name, check, str(silence))
+
+    def is_sampled(self, row):
+        """False for the middle of a large table: there the walk alone judges, as a cell may cost the camera a call for
+        each of its rows."""
+        table, _, index = row.name.partition(".")
+        count = self.alarms if table.startswith("alarm") else self.relays
+        return not index or int(index) <= SAMPLED or int(index) > count - SAMPLED
 
     def platform(self):
         """The camera's state as its platform shows it (--state-command), or None."""

@@ -1,5 +1,5 @@
-"""Checks that write: what a SET answers, stores and leaves alone. They move the camera and switch its relays; what can be
-set back is set back."""
+"""Checks that write: what a SET answers, stores and leaves alone. They move the camera and switch its relays; what can
+be set back is set back."""
 
 import ber
 import promises
@@ -11,6 +11,9 @@ BAD_NORTH = 7  # a value that rangeTrueNorthOffset refuses before anything acts
 DROPPED_STEP = 8  # of the values that the agent drops for every name, each object gets every eighth
 MAX_MOVES = 24  # accepted commands to each axis
 MAX_SWITCHES = 4  # of each relay, and of the lens's features
+AUTHORIZATION_ERROR = 16
+# The SNMPv1 error for each SNMPv2 error (RFC 3584, 4.4).
+ERRORS_OF_1 = {ber.NO_ERROR: 0, ber.GEN_ERR: 5, ber.WRONG_TYPE: 3, ber.WRONG_VALUE: 3, ber.NOT_WRITABLE: 2}
 GRAMMAR, HALF = "SET grammar", "nothing half done"
 # They take any type, and numbers in the byte order of the camera's machine, which is not known here.
 ANY_TYPE = (*promises.POSITIONS, "systemLensFeatureControl", "systemLensEquipped")
@@ -21,16 +24,14 @@ STOP = bytes(4)
 def check(run):
     probe_agent(run)
     readable = readable_values(run)
-    for row in run.tree.read_only():
-        if row.name not in run.unreadable:
-            read_only(run, row, readable)
-    for row in run.tree.writable():
-        if row.name not in run.unreadable:
-            writable(run, row, readable)
-    for row in run.tree.writable():
-        if row.name not in run.unreadable and row.name != "rebootDevice":
-            half_done(run, row)
+    rows = [row for row in run.tree.rows if row.name not in run.unreadable and run.is_sampled(row)]
+    for row in rows:
+        run.guarded(row.name, GRAMMAR, read_only if row.access == promises.RO else writable, row, readable)
+    for row in rows:
+        if row.access != promises.RO and row.name != "rebootDevice":
+            run.guarded(row.name, HALF, half_done, row)
     no_new_instances(run)
+    other_versions(run)
 
 
 def stop(run):
@@ -77,22 +78,14 @@ def readable_values(run):
     answers = set_all(run, set_grammar.UNSERVED, values)
     for sent, answer in zip(values, answers):
         if answer is not None:
-            allowed = set_grammar.refusals(sent, ber.NO_CREATION, ber.NOT_WRITABLE, ber.NO_ACCESS, old_agent=run.old_agent)
-            run.verdicts.judge("names that are not served", GRAMMAR, answer.error in v1(run, allowed),
+            allowed = set_grammar.refusals(sent, ber.NO_CREATION, ber.NOT_WRITABLE, ber.NO_ACCESS,
+                                           old_agent=run.old_agent)
+            run.verdicts.judge("names that are not served", GRAMMAR, answer.error in allowed,
                                f"a SET answers {error_name(answer.error)}", command(run, set_grammar.UNSERVED, sent))
     read = [(sent, True) for sent, answer in zip(values, answers) if answer is not None]
     dropped = [(sent, False) for sent, answer in zip(values, answers) if answer is None]
     run.dropped = {sent for sent, _ in dropped}
     return read + dropped[::DROPPED_STEP]
-
-
-def v1(run, errors):
-    """The errors of SNMPv1 for those of SNMPv2 (RFC 3584, 4.4)."""
-    if run.writer.version != V1:
-        return errors
-    table = {ber.NO_ERROR: 0, ber.GEN_ERR: 5, ber.WRONG_TYPE: 3, ber.WRONG_VALUE: 3, ber.NOT_WRITABLE: 2,
-             ber.NO_CREATION: 2, ber.NO_ACCESS: 2}
-    return tuple(table[error] for error in errors)
 
 
 def set_all(run, oid, values):
@@ -110,21 +103,26 @@ def command(run, oid, sent):
 
 
 def value_of(run, row):
-    """The object's value now; None if it cannot be read."""
+    """The object's value now; None, with a finding, if it cannot be read any more."""
     answer = run.link.get(run.reader, row.oid)
-    return answer.binding if answer.error == 0 and answer.bindings else None
+    if run.verdicts.judge(row.name, "answer", answer.error == 0 and answer.bindings,
+                          f"GET answers {error_name(answer.error)}", run.commands.get(run.reader, row.oid)):
+        return answer.binding
+    return None
 
 
 def read_only(run, row, readable):
     before = value_of(run, row)
+    if before is None:
+        return
     shapes = {sent.tag: sent for sent, is_read in readable if is_read}  # one of each type
     values = [set_grammar.value(row.tag, before.octets), *shapes.values()]
     for sent, answer in zip(values, set_all(run, row.oid, values)):
         allowed = set_grammar.refusals(sent, refusal(row, sent), old_agent=run.old_agent)
         got = answer.error if answer else None
-        run.verdicts.judge(row.name, "access", got in v1(run, allowed),
+        run.verdicts.judge(row.name, "access", got in allowed,
                            f"a SET answers {'nothing' if got is None else error_name(got)}, not "
-                           f"{' or '.join(map(error_name, v1(run, allowed)))}", command(run, row.oid, sent))
+                           f"{' or '.join(map(error_name, allowed))}", command(run, row.oid, sent))
     judge_unchanged(run, row, before, "access", "a refused SET changed it")
 
 
@@ -143,17 +141,26 @@ def judge_unchanged(run, row, before, check_name, text, line=""):
                        f"{shown(now.octets) if now else 'unreadable'}", line or run.commands.get(run.reader, row.oid))
 
 
-def is_judged(row, sent):
-    """False for numbers to objects that read them in the byte order of the camera's machine."""
+def is_judged(run, row, sent):
+    """False for numbers to objects that read them in the byte order of the camera's machine, and for a relay that the
+    camera does not have."""
+    if row.name == "outputControl" and not drives_relay(run):
+        return not sent.octets(1)[0] & 0x01
     if row.name in ANY_TYPE and sent.tag in NUMBERS:
         return not any(sent.content)
     return True
 
 
+def drives_relay(run):
+    """Whether the relay of outputControl, the first of bank BNK2, is among those that were read."""
+    return any((run.values.get(f"relayBank.{index}"), run.values.get(f"relayNumber.{index}")) == (b"BNK2", 0)
+               for index in range(1, run.relays + 1))
+
+
 def writable(run, row, readable):
     refused, taken = [], []
     for sent, is_read in readable:
-        if not is_judged(row, sent):
+        if not is_judged(run, row, sent):
             continue
         error = set_grammar.expected_error(row.name, sent, run.old_agent) if is_read else None
         (taken if error == ber.NO_ERROR else refused).append((sent, error))
@@ -165,7 +172,7 @@ def writable(run, row, readable):
 
 
 def few(row, taken):
-    """Not more switches and moves than tell something."""
+    """Bounds the number of switches and moves."""
     if row.name in promises.POSITIONS:
         commands = [one for one in taken if one[0].tag == ber.OCTET_STRING and len(one[0].content) == 4]
         others = [one for one in taken if one not in commands]
@@ -184,14 +191,13 @@ def few(row, taken):
 
 def refusals(run, row, refused):
     before = value_of(run, row)
-    values = [sent for sent, _ in refused]
+    if before is None:
+        return
     stored = before.octets
-    for (sent, error), answer in zip(refused, set_all(run, row.oid, values)):
+    for (sent, error), answer in zip(refused, set_all(run, row.oid, [sent for sent, _ in refused])):
         got = answer.error if answer else None
-        expected = None if error is None else v1(run, (error,))[0]
-        wanted = "no answer" if expected is None else error_name(expected)
-        run.verdicts.judge(row.name, GRAMMAR, got == expected,
-                           f"a SET of {words(sent)} answers {'nothing' if got is None else error_name(got)}, not {wanted}",
+        run.verdicts.judge(row.name, GRAMMAR, got == error,
+                           f"a SET of {words(sent)} answers {error_words(got)}, not {error_words(error)}",
                            command(run, row.oid, sent))
         if error == ber.GEN_ERR:
             stored = remembered(row, sent, stored)
@@ -199,6 +205,11 @@ def refusals(run, row, refused):
     run.verdicts.judge(row.name, "stored", now is not None and (now.tag, now.octets) == (row.tag, stored),
                        f"after refused SETs it is {now and shown(now.octets)}, not {shown(stored)}",
                        run.commands.get(run.reader, row.oid))
+
+
+def error_words(error):
+    """Of an answer's error, or None for no answer."""
+    return "nothing" if error is None else error_name(error)
 
 
 def remembered(row, sent, before):
@@ -222,7 +233,7 @@ def acceptances(run, row, taken):
         line = command(run, row.oid, sent)
         got = answer.error if answer else None
         if not run.verdicts.judge(row.name, GRAMMAR, got == ber.NO_ERROR,
-                                  f"a SET of {words(sent)} answers {'nothing' if got is None else error_name(got)}", line):
+                                  f"a SET of {words(sent)} answers {error_words(got)}", line):
             continue
         last = sent
         expected = set_grammar.expected_answer(row.name, sent)
@@ -241,7 +252,8 @@ def judge_stored(run, row, last):
     expected = after(row, last)
     run.verdicts.judge(row.name, "stored", now is not None and now.tag == row.tag and
                        (expected is None or now.octets == expected),
-                       f"after a SET of {words(last)} it is {now and shown(now.octets)}, not {expected and shown(expected)}",
+                       f"after a SET of {words(last)} it is {now and shown(now.octets)}, "
+                       f"not {expected and shown(expected)}",
                        command(run, row.oid, last))
 
 
@@ -287,16 +299,35 @@ def half_done(run, row):
     bindings = ((row.oid, tag, octets), other)
     line = run.commands.set(run.writer, *bindings)
     answer = run.link.set(run.writer, *bindings)
-    holds = (answer.error, answer.index) == (v1(run, (expected,))[0], 2)
+    holds = (answer.error, answer.index) == (expected, 2)
     if row.name.startswith("timeout"):  # it refuses each SET itself, and may do so first
         holds = holds or answer.error == ber.GEN_ERR
     if "rangeTrueNorthOffset" in run.failed() and row.oid != north:
         holds = True  # judged there
     run.verdicts.judge(row.name, HALF, holds,
                        f"together with a binding that is refused: {error_name(answer.error)} at {answer.index}, not "
-                       f"{error_name(v1(run, (expected,))[0])} at 2", line)
+                       f"{error_name(expected)} at 2", line)
     if answer.error:
         judge_unchanged(run, row, before, HALF, "a SET that was refused for its other binding changed it", line)
+
+
+def other_versions(run):
+    """The other writers, of other versions, get the same refusals, SNMPv1 by its own errors."""
+    refused = [("rangeTrueNorthOffset", ber.INTEGER, bytes([BAD_NORTH]), ber.WRONG_VALUE),
+               ("rangeTrueNorthOffset", ber.OCTET_STRING, STOP, ber.WRONG_TYPE),
+               ("timeoutPan", ber.INTEGER, b"\1", ber.GEN_ERR),
+               ("globalMaxModules", ber.INTEGER, b"\1", ber.NOT_WRITABLE),
+               ("positionPan", ber.OCTET_STRING, STOP, ber.NO_ERROR)]
+    for access in run.writers:
+        for name, tag, content, error in refused:
+            if access is run.writer or name in run.failed():
+                continue
+            expected = ERRORS_OF_1[error] if access.version == V1 else error
+            binding = (run.tree.oid(name), tag, content)
+            answer = run.link.set(access, binding)
+            run.verdicts.judge(f"SNMPv{access.version}", "SET errors", answer.error == expected,
+                               f"a SET of {name} answers {error_name(answer.error)}, not {error_name(expected)}",
+                               run.commands.set(access, binding))
 
 
 def no_new_instances(run):
@@ -306,7 +337,7 @@ def no_new_instances(run):
                       "reboot's second instance": run.tree.oid("rebootDevice")[:-1] + "1"}.items():
         values = [set_grammar.value(ber.OCTET_STRING, STOP), set_grammar.value(ber.INTEGER, b"\1")]
         for sent, answer in zip(values, set_all(run, oid, values)):
-            allowed = v1(run, (ber.NO_CREATION, ber.NOT_WRITABLE, ber.WRONG_TYPE, ber.NO_ACCESS))
+            allowed = (ber.NO_CREATION, ber.NOT_WRITABLE, ber.WRONG_TYPE, ber.NO_ACCESS)
             run.verdicts.judge("names that are not served", GRAMMAR, answer is not None and answer.error in allowed,
                                f"{what}: a SET answers {answer and error_name(answer.error)}", command(run, oid, sent))
 
@@ -317,14 +348,17 @@ def readers_write_nothing(run):
         run.verdicts.skipped("access control", "a reader's SET", "no reader apart from the writer was named")
         return
     for row in run.tree.writable():
-        now = None if row.name in run.unreadable or row.name == "rebootDevice" else value_of(run, row)
+        if row.name in run.unreadable or row.name == "rebootDevice" or not run.is_sampled(row):
+            continue
+        now = value_of(run, row)
         if now is None:
             continue
         content = STOP if row.name in promises.POSITIONS else now.octets
         answer = run.link.set(run.reader, (row.oid, row.tag, content))
-        allowed = (2,) if run.reader.version == V1 else (ber.NO_ACCESS, 16)  # authorizationError
+        allowed = (ber.NO_ACCESS, AUTHORIZATION_ERROR)
         run.verdicts.judge(row.name, "a reader's SET", answer.error in allowed,
-                           f"{error_name(answer.error)}, not noAccess", run.commands.set(run.reader, (row.oid, row.tag, content)))
+                           f"{error_name(answer.error)}, not noAccess",
+                           run.commands.set(run.reader, (row.oid, row.tag, content)))
 
 
 # --- setting back ---
@@ -335,14 +369,15 @@ KEPT = ("rangeTrueNorthOffset", "systemCameraFeatureControl", "systemLensFeature
 
 def remember(run):
     """The values to set back, by name."""
-    rows = [row for row in run.tree.writable() if row.name in KEPT or promises.RELAY_STATE.match(row.name)]
+    rows = [row for row in run.tree.writable() if row.name in KEPT or
+            promises.RELAY_STATE.match(row.name) and run.is_sampled(row)]
     rows.append(run.tree.by_name["systemLensFeatureStatus"])
     return {row.name: binding for row in rows if row.name not in run.unreadable and (binding := value_of(run, row))}
 
 
 def restore(run, before):
-    """Sets back what a SET can set back, then stops every axis. systemCameraEquipped keeps what was written, and the last
-    commands stay; both are only answered."""
+    """Sets back what a SET can set back, then stops every axis. systemCameraEquipped keeps what was written, and the
+    last commands stay; both are only answered."""
     lost = []
 
     def put(name, *bindings):

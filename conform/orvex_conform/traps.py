@@ -63,9 +63,10 @@ def check(run, listener):
 
 def cause(run, listener, name, line):
     """Runs a command that changes a reading, and requires its trap."""
-    done = subprocess.run(shlex.split(line), capture_output=True, text=True, timeout=COMMAND_TIMEOUT, check=False)
-    if done.returncode:
-        run.verdicts.skipped(name, CHECK, f"--trap-command: {done.stderr.strip() or done.returncode}")
+    try:
+        subprocess.run(shlex.split(line), capture_output=True, text=True, timeout=COMMAND_TIMEOUT, check=True)
+    except (OSError, ValueError, subprocess.SubprocessError) as error:
+        run.verdicts.skipped(name, CHECK, f"--trap-command: {error}")
         return
     deadline, traps = time.monotonic() + run.options.trap_wait, []
     while (left := deadline - time.monotonic()) > 0 and name not in [one[0] for one in traps if one]:
@@ -86,6 +87,8 @@ def judge(run, octets):
     verdicts = run.verdicts
     try:
         trap = ber.Message(octets)
+        names = [binding.oid for binding in trap.bindings]
+        about = trap.bindings[1].value if names[:2] == [promises.UP_TIME, promises.TRAP_OID] else None
     except (ValueError, IndexError, UnicodeDecodeError):
         version = octets[4] if len(octets) > 4 else None
         if version == 3 or (len(octets) > 6 and 3 in octets[3:7]):
@@ -94,8 +97,6 @@ def judge(run, octets):
             verdicts.failed("traps", CHECK, f"a message that is no trap: {shown(octets)}")
         return None
     sensors = {run.tree.oid(name): name for name in promises.SENSORS}
-    names = [binding.oid for binding in trap.bindings]
-    about = trap.bindings[1].value if names[:2] == [promises.UP_TIME, promises.TRAP_OID] else None
     if trap.version == 3 or trap.pdu != ber.TRAP2:
         verdicts.failed("traps", CHECK, f"a PDU of type {trap.pdu:#x}, not an SNMPv2 trap")
         return None
@@ -108,6 +109,7 @@ def judge(run, octets):
     if not verdicts.judge(name, CHECK, names[2:] == [about], f"its trap is about {names[2:]}, not {[about]}"):
         return None
     binding = trap.bindings[2]
-    if not verdicts.judge(name, CHECK, binding.tag == ber.GAUGE32, f"its trap has {type_name(binding.tag)}, not Gauge32"):
+    if not verdicts.judge(name, CHECK, binding.tag == ber.GAUGE32,
+                          f"its trap has {type_name(binding.tag)}, not Gauge32"):
         return None
     return name, int.from_bytes(binding.octets, "big")

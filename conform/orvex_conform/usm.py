@@ -94,15 +94,17 @@ class User:
 
     def _message(self, request_id, flags, engine, pdu, plain=False):
         scoped = ber.tlv(ber.SEQUENCE, _octets(engine) + _octets() + pdu)
-        boots, seconds, salt = (0, 0, b"") if plain else (self._boots, int(self._time + time.monotonic() - self._since), b"")
+        boots, seconds, salt = 0, 0, b""
+        if not plain:
+            boots, seconds = self._boots, int(self._time + time.monotonic() - self._since)
         if flags & 2:
             self._salt = (self._salt + 1) % 2**64
             salt = self._salt.to_bytes(8, "big")
             scoped = ber.tlv(ber.OCTET_STRING, self._crypt(scoped, boots, seconds, salt))
         signature = bytes(self._signed if flags & 1 else 0)
         name = b"" if plain else self.name.encode()
-        security = ber.tlv(ber.SEQUENCE, _octets(engine) + ber.integers(boots, seconds) + _octets(name) + _octets(signature)
-                           + _octets(salt))
+        security = ber.tlv(ber.SEQUENCE, _octets(engine) + ber.integers(boots, seconds) + _octets(name) +
+                           _octets(signature) + _octets(salt))
         header = ber.tlv(ber.SEQUENCE, ber.integers(request_id, MAX_SIZE) + _octets(bytes([flags])) + ber.integers(USM))
         message = ber.tlv(ber.SEQUENCE, ber.integers(3) + header + _octets(security) + scoped)
         if flags & 1:
@@ -144,7 +146,8 @@ def _parts(octets):
     if _number(version) != 3:
         raise Refused("not SNMPv3")
     (_, number), _, (_, flags), _ = ber.split(header)
-    return _number(number), flags[0], [content for _, content in ber.split(ber.split(security)[0][1])], ber.tlv(tag, data)
+    parameters = [content for _, content in ber.split(ber.split(security)[0][1])]
+    return _number(number), flags[0], parameters, ber.tlv(tag, data)
 
 
 def _scoped(data):

@@ -33,8 +33,8 @@ def conform(desk, *options, environment=None):
     report = desk.state / "conform.xml"
     report.unlink(missing_ok=True)
     command = [COMMAND, "--host", "127.0.0.1", "--port", desk.port, "--junit", report, *options]
-    done = subprocess.run(list(map(str, command)), env=dict(desk.environment, **(environment or {})), capture_output=True,
-                          text=True, timeout=120)
+    done = subprocess.run(list(map(str, command)), env=dict(desk.environment, **(environment or {})),
+                          capture_output=True, text=True, timeout=120)
     verdicts, findings = {}, {}
     for case in ElementTree.parse(report).getroot().iter("testcase") if report.exists() else ():
         name, failure = case.get("name"), case.find("failure")
@@ -48,7 +48,8 @@ def conform(desk, *options, environment=None):
 def phrases(desk):
     """The environment with the pass phrases of the desk's SNMPv3 user."""
     lines = dict(line.split(None, 1) for line in (desk.state / "v3" / "snmp.conf").read_text().splitlines())
-    return {"ORVEX_CONFORM_AUTHENTICATION": lines["defAuthPassphrase"], "ORVEX_CONFORM_PRIVACY": lines["defPrivPassphrase"]}
+    return {"ORVEX_CONFORM_AUTHENTICATION": lines["defAuthPassphrase"],
+            "ORVEX_CONFORM_PRIVACY": lines["defPrivPassphrase"]}
 
 
 def state(desk):

@@ -1,5 +1,5 @@
-"""orvex-conform finds each deliberate break of the module at its object, and nothing elsewhere. The breaks of one kind of
-check are in force together, each at an object of its own: so a finding elsewhere would show."""
+"""orvex-conform finds each deliberate break of the module at its object, and nothing elsewhere. The breaks of one kind
+of check are in force together, each at an object of its own: so a finding elsewhere would show."""
 
 import subprocess
 

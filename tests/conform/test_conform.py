@@ -9,7 +9,7 @@ import pytest
 
 from conforming import COMMAND, READER, WRITER, conform, phrases, state, traps
 from desk import AGENT, BUILD, ROOT, await_until, free_udp_port
-from expected_tree import OID, ROWS
+from expected_tree import OID, ORVEX, ROWS
 
 
 def test_a_desk_camera_passes_and_each_object_has_a_verdict(camera):
@@ -45,8 +45,8 @@ def drives(desk):
 
 
 def test_moving_passes_and_ends_at_rest_with_what_can_be_set_back(quick, manager):
-    kept = [row for row in ROWS if row.name.startswith(("rangeTrueNorth", "systemLens", "systemCameraFeature", "outputControl",
-                                                        "relayState"))]
+    kept = [row for row in ROWS if row.name.startswith(
+        ("rangeTrueNorth", "systemLens", "systemCameraFeature", "outputControl", "relayState"))]
     manager.set_integer(OID["relayState.2"], 1)
     manager.set_integer(OID["rangeTrueNorthOffset"], 0)
     before = {row.name: repr(manager.get(row.oid).bindings[0]) for row in kept}
@@ -66,8 +66,8 @@ def test_moving_passes_and_ends_at_rest_with_what_can_be_set_back(quick, manager
 
 def test_an_interrupted_run_stops_the_camera(camera):
     command = [COMMAND, "--host", "127.0.0.1", "--port", camera.port, *WRITER, "--move", "motion", *state(camera)]
-    run = subprocess.Popen(list(map(str, command)), env=camera.environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                           text=True)
+    run = subprocess.Popen(list(map(str, command)), env=camera.environment, stdout=subprocess.PIPE,
+                           stderr=subprocess.PIPE, text=True)
     try:
         await_until(lambda: camera.dome_state()["pan"]["moving"], "the pan moves")
         run.terminate()
@@ -107,6 +107,33 @@ def test_pass_phrases_are_in_no_report(camera):
     assert [phrase for phrase in phrases(camera).values() for report in reports if phrase in report] == []
 
 
+def test_what_a_camera_does_not_have_is_skipped_or_missing(desk):
+    desk.start_bus()
+    desk.start_dome()
+    desk.domectl("fault", "temperature", "fail")
+    for points in ("alarm", "relay"):
+        desk.domectl("banks", points, "none")
+    desk.start_agent()
+    done = conform(desk, *WRITER, "--move", "grammar", *state(desk))
+    assert (done.status, done.findings) == (0, {}), done.summary()
+    assert done.verdicts["temperature"] == "skipped"
+    assert not any(name.startswith(("alarmState", "relayState")) for name in done.verdicts)
+
+    done = conform(desk, *READER, "--enterprise", 99999)
+    private = {row.name for row in ROWS if row.oid.startswith(f"{ORVEX}.1.1.")} - {"temperature", "power", "voltage"}
+    assert done.findings == dict.fromkeys(private, {"presence"}), done.summary()
+
+
+def test_only_the_ends_of_a_large_table_are_asked_one_by_one(camera):
+    camera.domectl("banks", "relay", "A=100")
+    try:
+        done = conform(camera, *READER, *state(camera))
+    finally:
+        camera.domectl("banks", "relay", "BNK1=4", "BNK2=2")
+    assert (done.status, done.findings) == (0, {}), done.summary()
+    assert {done.verdicts[f"relayState.{row}"] for row in range(1, 101)} == {"pass"}
+
+
 # --- reports and usage ---
 
 
@@ -138,7 +165,8 @@ def test_the_page_is_one_file_with_a_row_for_each_object(camera):
     assert {"title", "h1", "main", "caption", "thead"} <= set(names)
     assert [attributes["scope"] for tag, attributes in page.tags if tag == "th"][:4] == ["col"] * 4
     for row in ROWS:
-        assert re.search(rf'<th scope="row">{re.escape(row.name)}</th><td>{re.escape(row.oid)}</td><td>(pass|fail)</td>', text)
+        cells = f'<th scope="row">{row.name}</th><td>{row.oid}</td>'
+        assert re.search(re.escape(cells) + "<td>(pass|fail)</td>", text)
     assert f"<code>snmpget -v2c -c public -On -Ox 127.0.0.1:{camera.port} {OID['power']}</code>" in text
 
 

@@ -15,13 +15,15 @@ def restored(desk, service, oid):
     desk.domectl("fault", service, "ok")
     desk.domectl("calls", "--clear")
     with ManagerOf(desk) as manager:
-        await_until(lambda: manager.get(oid) and any(call["service"] == service for call in desk.calls()), "it is asked again")
+        await_until(lambda: manager.get(oid) and any(call["service"] == service for call in desk.calls()),
+                    "it is asked again")
 
 
 POINTS = {"alarm": ["alarmStatus", "inputStatus"], "relay": ["outputStatus"]}
 
 
-@pytest.mark.parametrize(("service", "kind"), [("alarm", "fail"), ("alarm", "hang"), ("alarm", "gone"), ("relay", "fail")])
+@pytest.mark.parametrize(("service", "kind"),
+                         [("alarm", "fail"), ("alarm", "hang"), ("alarm", "gone"), ("relay", "fail")])
 def test_a_faulty_bank_fails_exactly_its_own_objects(camera, service, kind):
     points = [("BNK1", number) for number in range(4)] + [("BNK2", number) for number in range(2)]
     camera.domectl("fault", service, kind)
@@ -49,8 +51,9 @@ def test_a_faulty_sensor_fails_exactly_its_object(camera, service, kind):
     assert done.findings == {service: {"order", "answer"}}, done.summary()
 
 
-@pytest.mark.parametrize("faults", [{"pan": "fail"}, {"tilt": "hang", "zoom": "gone", "focus2": "fail", "iris": "fail"}],
-                         ids=["pan", "the others"])
+@pytest.mark.parametrize(
+    "faults", [{"pan": "fail"}, {"tilt": "hang", "zoom": "gone", "focus2": "fail", "iris": "fail"}],
+    ids=["pan", "the others"])
 def test_a_faulty_axis_fails_exactly_its_object(quick, faults):
     for service, kind in faults.items():
         quick.domectl("fault", service, kind)
@@ -61,5 +64,9 @@ def test_a_faulty_axis_fails_exactly_its_object(quick, faults):
             quick.domectl("fault", service, "ok")
     assert done.findings == {SERVICES_OF_AXES[service]: {"motion"} for service in faults}, done.summary()
     with ManagerOf(quick) as manager:  # until a service that hung is called again
-        await_until(lambda: [manager.set_octets(OID[SERVICES_OF_AXES[service]], bytes(4)) for service in faults] and
-                    set(faults) <= {call["service"] for call in quick.calls() if call["outcome"] == "ok"}, "they work again")
+        def work():
+            for service in faults:
+                manager.set_octets(OID[SERVICES_OF_AXES[service]], bytes(4))
+            return set(faults) <= {call["service"] for call in quick.calls() if call["outcome"] == "ok"}
+
+        await_until(work, "they work again")

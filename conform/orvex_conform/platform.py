@@ -1,7 +1,7 @@
 """Compares what the camera answers with what its platform shows, where a command shows it (--state-command).
 
 The command prints one JSON object, of which every member may be absent, in the form of `domectl state`: alarm and relay
-have banks of truth values, temperature, voltage and power have readings, and each axis has a position."""
+have banks of truth values, iris and focus say whether they are automatic, temperature, voltage and power have readings, and each axis has a position."""
 
 import ber
 from orvex_conform.reads import shown
@@ -31,6 +31,9 @@ def expected(state):
             yield f"{kind}Bank.{index}", bank.encode()
             yield f"{kind}Number.{index}", number
             yield f"{kind}State.{index}", int(state_)
+    automatic = [state.get(axis, {}).get("auto") for axis in ("iris", "focus")]
+    if None not in automatic:
+        yield "systemLensFeatureStatus", bytes([sum(bit for bit, on in zip((0x80, 0x40), automatic) if on)])
     temperature = state.get("temperature")
     if isinstance(temperature, list) and temperature:
         yield "temperature", temperature[0] % 2**32

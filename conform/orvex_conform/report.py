@@ -65,7 +65,8 @@ body { font: 16px/1.5 sans-serif; max-width: 75em; margin: 2em auto; padding: 0 
 table { border-collapse: collapse; width: 100% }
 caption { text-align: left; font-weight: bold; padding: .5em 0 }
 th, td { border: 1px solid #999; padding: .3em .6em; text-align: left; vertical-align: top }
-code { font-family: monospace; overflow-wrap: anywhere }
+td { overflow-wrap: anywhere }
+code { font-family: monospace }
 .fail { background: #fdd } .skipped { background: #eee }
 """
 

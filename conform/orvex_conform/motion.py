@@ -7,7 +7,8 @@ import ber
 from orvex_conform.reads import error_name
 
 CHECK = "motion"
-NOTICE = 1.0  # seconds within which a move must show
+NOTICE = 2.0  # seconds within which a move must show
+STAYS = 0.5  # seconds without a change of the position after which an axis counts as at rest
 PATIENCE = 30.0  # seconds for a move to end
 PAUSE = 0.02  # between two looks at the platform
 STOPPED, DELTA, ABSOLUTE, CONTINUOUS = range(4)
@@ -24,13 +25,17 @@ class Axis:
     def __init__(self, run, name, key):
         self.run, self.name, self.key = run, name, key
         self.oid = run.tree.oid(name)
+        self._last, self._changed = None, 0.0  # the last position that was seen, and since when
 
     def look(self):
-        """(position, moving, the whole axis)."""
+        """(position, moving, the whole axis). Without `moving`, an axis moves until its position stays."""
         shown = self.run.platform().get(self.key)
         if not isinstance(shown, dict) or not isinstance(shown.get("position"), (int, float)):
             return None
-        return shown["position"], bool(shown.get("moving")), shown
+        position, now = shown["position"], time.monotonic()
+        if position != self._last:
+            self._last, self._changed = position, now
+        return position, bool(shown.get("moving", now - self._changed < STAYS)), shown
 
     def difference(self, to, since):
         return to - since
@@ -63,10 +68,9 @@ class Axis:
     def arrives(self, octets, target):
         if not self.send(octets):
             return False
-        began, first = time.monotonic(), None
+        began = time.monotonic()
         while True:
             position, moving, _ = self.look()
-            first = position if first is None else first
             if abs(self.difference(position, target)) <= self.tolerance and not moving:
                 self.run.verdicts.passed(self.name, CHECK)
                 return True

@@ -18,7 +18,7 @@ def text(verdicts):
     width = max((len(subject.name) for subject in verdicts.subjects()), default=0)
     lines = [f"{verdicts.camera}"]
     for subject in verdicts.subjects():
-        reason = subject.reason if subject.verdict == SKIPPED else ""
+        reason = f"  {subject.reason}" if subject.verdict == SKIPPED else ""
         lines.append(f"{_WORDS[subject.verdict]:<8}{subject.name:<{width}}  {subject.oid}{reason}".rstrip())
         for check in subject.findings():
             lines.append(f"        {check.name}: {check.text}")

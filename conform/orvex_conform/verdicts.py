@@ -76,7 +76,8 @@ class Verdicts:
 
     def note(self, text):
         """Something that the reader should know and that is no verdict."""
-        self.notes.append(text)
+        if text not in self.notes:
+            self.notes.append(text)
 
     def end(self):
         self.seconds = time.monotonic() - self._began

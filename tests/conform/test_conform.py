@@ -180,6 +180,8 @@ def test_the_page_is_one_file_with_a_row_for_each_object(camera):
     (["--community", "public", "--host", "224.0.0.1"], "not one host's address"),
     (["--community", "public", "--host", "255.255.255.255"], "not one host's address"),
     (["--community", "public", "--trap-command", "fan=true"], "requires temperature|power|voltage=COMMAND"),
+    (["--community", "public", "--state-command", "echo no state"], "--state-command: "),
+    (["--community", "public", "--state-command", "/nowhere/state"], "--state-command: "),
     (["--user", "desk"], "refuses the user: authorizationError"),
     (["--user", "nobody"], "refuses the user nobody: unknown user"),
 ])

@@ -10,7 +10,7 @@ CHECK = "motion"
 NOTICE = 2.0  # seconds within which a move must show
 STAYS = 0.5  # seconds without a change of the position after which an axis counts as at rest
 PATIENCE = 30.0  # seconds for a move to end
-PAUSE = 0.02  # between two looks at the platform
+PAUSE = 0.05  # between two looks at the platform
 STOPPED, DELTA, ABSOLUTE, CONTINUOUS = range(4)
 TURN = 360000  # thousandths of a degree
 

@@ -196,6 +196,7 @@ def test_a_port_where_nobody_listens_is_unreachable(camera):
     assert done.status == 2 and "does not answer" in done.error
 
 
+@pytest.mark.commands
 def test_the_command_runs_where_it_is_installed(camera, tmp_path):
     subprocess.run(["cmake", "--install", BUILD, "--component", "conform", "--prefix", tmp_path], check=True,
                    capture_output=True, timeout=60)

@@ -239,25 +239,25 @@ def together(run):
 
 
 def bulk(run):
-    """GETBULK meets the readable objects in the order of a walk."""
+    """GETBULK meets the objects in the order of a walk."""
     for subtree in run.tree.subtrees:
         rows = [row for row in run.tree.rows if is_below(row.oid, subtree)]
         if any(row.name in run.failed() or row.name in run.unreadable for row in rows):
             continue  # judged already, one by one
-        oid, met = subtree, []
-        while len(met) < MAX_WALK:
-            answer = run.link.get_bulk(run.reader, 32, oid)
-            fresh = [binding.oid for binding in answer.bindings if is_below(binding.oid, subtree)
-                     and binding.tag != ber.END_OF_MIB_VIEW]
-            met += fresh
-            if answer.error or not fresh or len(fresh) < len(answer.bindings) or parts(fresh[-1]) <= parts(oid):
+        oid = subtree
+        while rows:
+            # Not beyond the subtree: what follows it may fail.
+            count = min(TOGETHER, len(rows))
+            answer = run.link.get_bulk(run.reader, count, oid)
+            line = run.commands.get_bulk(run.reader, count, oid)
+            met = [binding.oid for binding in answer.bindings] if answer.error == 0 else []
+            if not run.verdicts.judge("GETBULK", "answer", met, error_name(answer.error), line):
                 break
-            oid = fresh[-1]
-        expected = [row.oid for row in rows]
-        wrong = next((pair for pair in zip(expected, met + [""] * len(expected)) if pair[0] != pair[1]), None)
-        run.verdicts.judge(run.name_of(wrong[0]) if wrong else "GETBULK", ORDER if wrong else "answer", wrong is None,
-                           f"GETBULK meets {wrong and wrong[1] or 'nothing'} instead",
-                           run.commands.get_bulk(run.reader, 32, subtree))
+            wrong = next((row for row, name in zip(rows, met) if row.oid != name), None)
+            if wrong:
+                run.verdicts.failed(wrong.name, ORDER, f"GETBULK meets {met[rows.index(wrong)]} instead", line)
+                break
+            oid, rows = met[-1], rows[len(met) :]
 
 
 def neighbours(run):

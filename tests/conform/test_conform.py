@@ -64,6 +64,7 @@ def test_moving_passes_and_ends_at_rest_with_what_can_be_set_back(quick, manager
     manager.set_integer(OID["rangeTrueNorthOffset"], 65535)
 
 
+@pytest.mark.judging
 def test_an_interrupted_run_stops_the_camera(camera):
     command = [COMMAND, "--host", "127.0.0.1", "--port", camera.port, *WRITER, "--move", "motion", *state(camera)]
     run = subprocess.Popen(list(map(str, command)), env=camera.environment, stdout=subprocess.PIPE,
@@ -94,6 +95,7 @@ def test_snmp_version_3_alone_is_enough(camera):
     assert done.verdicts["SNMPv3"] == "pass" and "SNMPv1" not in done.verdicts
 
 
+@pytest.mark.judging
 def test_pass_phrases_are_in_no_report(camera):
     camera.domectl("fault", "power", "fail")
     try:
@@ -107,6 +109,7 @@ def test_pass_phrases_are_in_no_report(camera):
     assert [phrase for phrase in phrases(camera).values() for report in reports if phrase in report] == []
 
 
+@pytest.mark.judging
 def test_what_a_camera_does_not_have_is_skipped_or_missing(desk):
     desk.start_bus()
     desk.start_dome()
@@ -124,6 +127,7 @@ def test_what_a_camera_does_not_have_is_skipped_or_missing(desk):
     assert done.findings == dict.fromkeys(private, {"presence"}), done.summary()
 
 
+@pytest.mark.judging
 def test_only_the_ends_of_a_large_table_are_asked_one_by_one(camera):
     camera.domectl("banks", "relay", "A=100")
     try:
@@ -150,6 +154,7 @@ class Page(HTMLParser):
         self.outside += [value for name, value in attributes if name in ("src", "href", "srcset", "data")]
 
 
+@pytest.mark.judging
 def test_the_page_is_one_file_with_a_row_for_each_object(camera):
     file = camera.state / "page.html"
     camera.domectl("fault", "power", "fail")
@@ -170,6 +175,7 @@ def test_the_page_is_one_file_with_a_row_for_each_object(camera):
     assert f"<code>snmpget -v2c -c public -On -Ox 127.0.0.1:{camera.port} {OID['power']}</code>" in text
 
 
+@pytest.mark.judging
 @pytest.mark.parametrize(("words", "said"), [
     (["--community", "nobody"], "does not answer"),
     ([], "who asks?"),
@@ -191,6 +197,7 @@ def test_what_cannot_begin_ends_with_status_2_and_one_line(camera, words, said):
     assert said in done.error.splitlines()[-1]
 
 
+@pytest.mark.judging
 def test_a_port_where_nobody_listens_is_unreachable(camera):
     done = conform(camera, *READER, "--port", free_udp_port(), "--timeout", 0.2, "--retries", 0)
     assert done.status == 2 and "does not answer" in done.error
@@ -211,6 +218,7 @@ def test_the_command_runs_where_it_is_installed(camera, tmp_path):
 # --- independence ---
 
 
+@pytest.mark.judging
 def test_what_is_expected_does_not_come_from_the_module():
     """Neither the checks nor the oracle read the table from which the module is generated, or anything else of it."""
     sources = sorted((ROOT / "conform").rglob("*.py")) + [COMMAND]

@@ -6,6 +6,8 @@ from conforming import READER, WRITER, conform, state
 from desk import ManagerOf, await_until
 from expected_tree import OID
 
+pytestmark = pytest.mark.judging
+
 SERVICES_OF_AXES = {"pan": "positionPan", "tilt": "positionTilt", "zoom": "positionZoomLens",
                     "focus2": "positionFocusLens", "iris": "positionIrisLens"}
 

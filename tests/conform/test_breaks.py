@@ -84,6 +84,13 @@ def test_broken_answers_are_found_at_their_objects_and_nowhere_else(breakable):
     assert (done.status, done.findings) == (1, judged(READS)), done.summary()
 
 
+def test_what_only_getbulk_skips_is_found(breakable):
+    breaks = {"moduleMake": ("skipped-by-bulk", {"order"})}
+    done = broken(breakable, breaks, *READER)
+    assert (done.status, done.findings) == (1, judged(breaks)), done.summary()
+    assert "GETBULK meets" in done.text
+
+
 def test_broken_sets_are_found_at_their_objects_and_nowhere_else_and_their_commands_repeat_them(breakable):
     breakable.break_(kinds(WRITES))
     try:

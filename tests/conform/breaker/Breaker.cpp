@@ -132,6 +132,7 @@ int Read(netsnmp_mib_handler* handler, netsnmp_handler_registration* registratio
     if (kind == "slow") usleep(kSlowMicroseconds);
     if (kind == "error") return SNMP_ERR_GENERR;
     if (kind == "skipped" && isNext) return SNMP_ERR_NOERROR;
+    if (kind == "skipped-by-bulk" && info->mode == MODE_GETBULK) return SNMP_ERR_NOERROR;
     if (kind == "missing") {
         if (!isNext) netsnmp_set_request_error(info, requests, SNMP_NOSUCHINSTANCE);
         return SNMP_ERR_NOERROR;

@@ -184,14 +184,22 @@ def roles(link, options):
     return readers, writers
 
 
-def is_let_in(link, role, options):
-    """Raises Unusable if the camera refuses that role altogether."""
-    answer = link.get_next(role, promises.Tree(0, 0, options.enterprise).subtrees[0])
+def is_let_in(link, role, options, verdicts):
+    """False, and skipped, for SNMPv1 if the camera does not speak it: SNMPv2c has the same community. Raises Unusable
+    if the camera refuses that role altogether."""
+    try:
+        answer = link.get_next(role, promises.Tree(0, 0, options.enterprise).subtrees[0])
+    except Silent:
+        if role.version != V1:
+            raise
+        verdicts.skipped("SNMPv1", "answer", "the camera does not answer in SNMPv1, but in SNMPv2c")
+        return False
     if answer.pdu == usm.REPORT:
         reports = [usm.REPORTS.get(binding.oid, binding.oid) for binding in answer.bindings]
         raise Unusable(f"the camera refuses the user {role.user.name}: {', '.join(reports)}")
     if answer.error == AUTHORIZATION_ERROR:
         raise Unusable(f"the camera refuses the {'user' if role.user else 'community'}: authorizationError")
+    return True
 
 
 def judged(link, options):
@@ -199,9 +207,8 @@ def judged(link, options):
     listener = listen(link, options)
     try:
         try:
-            readers, writers = roles(link, options)
-            for role in readers + writers:
-                is_let_in(link, role, options)
+            readers, writers = ([role for role in group if is_let_in(link, role, options, verdicts)]
+                                for group in roles(link, options))
         except (Silent, Gone) as silence:
             raise Unusable(f"{options.host} port {options.port} does not answer: {silence}; is it the right address, "
                            "community or user?") from None

@@ -131,6 +131,7 @@ Control::Answer Control::Execute(const Words& words) {
     }
     if (command == "calls") return {Calls(arguments)};
     if (command == "history") return {ReadHistory(arguments)};
+    if (command == "wait") return {Moving(arguments)};
     if (command == "event") return Progress(AddEvents(arguments));
     if (command == "more") {
         CheckWords(command, arguments, 1, 1);
@@ -228,6 +229,24 @@ std::string Control::Calls(const Words& arguments) {
     std::string lines = _calls.Lines();
     if (clear) _calls.Clear();
     return lines;
+}
+
+/// Those of the axes that move now, with blanks between; of all axes when none is named.
+std::string Control::Moving(const Words& axes) const {
+    const std::map<std::string, const Axis*> all = {{"pan", &_camera.pan},
+                                                    {"tilt", &_camera.tilt},
+                                                    {"zoom", &_camera.zoom.Drive()},
+                                                    {"focus", &_camera.focus.Drive()},
+                                                    {"iris", &_camera.iris.Drive()}};
+    for (const std::string& axis : axes) {
+        if (all.count(axis) == 0) throw WrongWord("wait", axis, KeysOf(all) + ", --timeout");
+    }
+    std::string moving;
+    for (const auto& [name, axis] : all) {
+        const bool isAsked = axes.empty() || std::find(axes.begin(), axes.end(), name) != axes.end();
+        if (isAsked && axis->IsMoving()) moving += (moving.empty() ? "" : " ") + name;
+    }
+    return moving;
 }
 
 std::string Control::ReadHistory(const Words& arguments) const {

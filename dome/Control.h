@@ -48,6 +48,7 @@ private:
     std::string StateAndClock() const;
     void SetClock(const std::vector<std::string>& arguments);
     std::string Calls(const std::vector<std::string>& arguments);
+    std::string Moving(const std::vector<std::string>& axes) const;
     std::string ReadHistory(const std::vector<std::string>& arguments) const;
     void Set(const std::vector<std::string>& arguments);
     void SetMaxZoom(const std::string& value);

@@ -21,8 +21,9 @@ public:
 
     /// Carries out one command, given as domectl's words. Returns two words: "ok" and the text to print; "error" and
     /// the reason, on one line; "unknown" and one line about a word that no command has there; or "more" and a number
-    /// while the command still runs. Execute({"more", number}) then asks for its progress. Throws
-    /// tavos::osa::Exception when no camera answers.
+    /// while the command still runs. Execute({"more", number}) then asks for its progress. Execute({"wait", axes...})
+    /// does not wait: its text names those of the axes (of all, if none is named) that move, with blanks between.
+    /// Throws tavos::osa::Exception when no camera answers.
     virtual std::vector<std::string> Execute(const std::vector<std::string>& words) = 0;
 };
 

@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
@@ -26,6 +27,13 @@ std::string BusAddress(const std::string& folder) {
         }
     }
     return address;
+}
+
+std::string FindStateFolder() {
+    const char* const named = std::getenv("ORVEX_STATE");
+    if (named && *named) return named;
+    std::error_code error;
+    return std::filesystem::is_directory("state", error) ? "state" : "";
 }
 
 }  // namespace dome

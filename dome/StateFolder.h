@@ -8,4 +8,8 @@ namespace dome {
 /// Throws tavos::osa::Exception when there is no such folder.
 std::string BusAddress(const std::string& folder);
 
+/// The state folder for a command that names none: the environment's ORVEX_STATE, or else ./state, as given there.
+/// Empty when there is neither.
+std::string FindStateFolder();
+
 }  // namespace dome

@@ -1,22 +1,17 @@
 // domectl: look at the desk camera and steer it from a shell.
 
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
-#include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "ControlLink.h"
 #include "Trace.h"
+#include "Wait.h"
 #include "dome/Faults.h"
-#include "dome/IControl.h"
 #include "dome/StateFolder.h"
 #include "tavos/core/CommandLine.h"
-#include "tavos/core/Logger.h"
-#include "tavos/msgbus/MsgBus.h"
 #include "tavos/osa/Exception.h"
 
 namespace {
@@ -36,6 +31,7 @@ void AddCommands(CommandLine& line) {
   history [--since N]                    calls, motions, actions and events, in order, one JSON object a line; from the
                                          oldest on, or after the change N)");
     line.AddCommand("trace", 0, kAnyNumber, dome::kTraceUsage);
+    line.AddCommand("wait", 0, kAnyNumber, dome::kWaitUsage);
     line.AddCommand("set", 2, 4, R"(
   set pan|tilt POSITION                  thousandths of a degree
   set zoom|zoom-max MAGNIFICATION        thousandths
@@ -61,42 +57,29 @@ void AddCommands(CommandLine& line) {
                                          temperature voltage power fan)");
 }
 
-/// The camera's answer, as dome::IControl::Execute describes it, but not "more".
-Words Ask(const std::string& state, const std::string& bus, const Words& words) {
-    const std::string address = dome::BusAddress(state);
-    setenv("TAVOS_BUS_ADDRESS", bus.empty() ? address.c_str() : bus.c_str(), 1);
-    setenv("TAVOS_CALL_TIMEOUT_MS", "10000", 1);  // a full call log takes long to send
-    tavos::core::Logger::ClearAppenders();        // standard output is for the answer
-    tavos::msgbus::MsgBus connection;
-    const std::unique_ptr<dome::IControl> control(dome::IControl::CreateClient(&connection));
-    try {
-        Words answer = control->Execute(words);
-        while (answer.size() == 2 && answer[0] == "more") {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            answer = control->Execute(answer);
-        }
-        if (answer.size() != 2) throw Exception("the answer has %zu words, not 2", answer.size());
-        return answer;
-    } catch (const std::exception& error) {
-        throw Exception("no answer from the camera in %s: %s", state.c_str(), error.what());
-    }
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     CommandLine line("domectl", "Inspects and controls the desk camera.");
     std::string state, bus;
-    line.add_option("--state", state, "the camera's folder")->type_name("DIR")->required();
+    line.add_option("--state", state, "the camera's folder (default: $ORVEX_STATE, or else ./state)")->type_name("DIR");
     line.add_option("--bus", bus, "the camera's bus (default: the one in DIR)")->type_name("ADDRESS");
     AddCommands(line);
     if (const std::optional<int> status = line.Parse(argc, argv)) return *status;
+    if (state.empty()) state = dome::FindStateFolder();
+    if (state.empty()) {
+        std::fprintf(stderr,
+                     "domectl: no camera's folder: there is no ./state; --state DIR or the environment's ORVEX_STATE "
+                     "names it\n");
+        return 2;
+    }
+    const std::string& command = line.Words().front();
+    const Words options(line.Words().begin() + 1, line.Words().end());
     try {
-        if (line.Words().front() == "trace") {
-            const Words options(line.Words().begin() + 1, line.Words().end());
-            return dome::Trace(state, bus.empty() ? dome::BusAddress(state) : bus, options);
-        }
-        const Words answer = Ask(state, bus, line.Words());
+        if (command == "trace") return dome::Trace(state, bus.empty() ? dome::BusAddress(state) : bus, options);
+        dome::ControlLink camera(state, bus);
+        if (command == "wait") return dome::Wait(camera, options);
+        const Words answer = camera.Ask(line.Words());
         const std::string& text = answer[1];
         if (answer[0] != "ok") {
             std::fprintf(stderr, "domectl: %s\n", text.c_str());

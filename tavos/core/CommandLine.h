@@ -30,7 +30,9 @@ public:
             const std::string has = "has " + std::to_string(_words.size()) + " words after it, expected ";
             const std::string expected = std::to_string(min) + (min == max ? "" : " or more");
             if (_words.size() < min) throw CLI::ValidationError(name, has + expected);
-            if (_words.size() > max) throw CLI::ValidationError(name, has + "max " + std::to_string(max));
+            if (_words.size() > max)
+                throw CLI::ValidationError(name,
+                                           "surplus word '" + _words[max] + "', " + has + "max " + std::to_string(max));
             _words.insert(_words.begin(), name);
         });
         footer((get_footer().empty() ? "Commands:" : get_footer()) + help)->require_subcommand(1);

@@ -352,6 +352,20 @@ void TavosSettingsClient::SetValue(const std::string& key, const std::string& va
     SetSettings(one);
 }
 
+bool TavosSettingsClient::DeleteValue(const std::string& key) {
+    const Key parsed = Parsed(key);
+    bool existed = false;
+    _store->Write([&](sqlite3* database) {
+        if (_store->mode == kReadOnly) throw osa::Exception("it is open for reading only");
+        Statement remove(database, "DELETE FROM settings WHERE section = ?1 AND key = ?2",
+                         {&parsed.section, &parsed.name});
+        while (remove.Step()) {
+        }
+        existed = sqlite3_changes(database) > 0;
+    });
+    return existed;
+}
+
 void TavosSettingsClient::GetSettings(const std::string& path, core::IniFile& ini) const {
     const std::string first = path + "/";
     const std::string beyond = path + "0";  // '0' comes next after '/'

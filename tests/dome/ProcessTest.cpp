@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -454,6 +455,67 @@ TEST_F(ProcessTest, RunsBesideOthers) {
     EXPECT_EQ(other.State()["pan"]["position"], 5000);
 }
 
+TEST_F(ProcessTest, IsFoundByTheEnvironmentOrInTheWorkingFolder) {
+    desk.Control({"set", "pan", "4000"});
+    const auto pans4 = [&](const Result& seen) {
+        EXPECT_EQ(seen.status, 0) << seen.errors;
+        return seen.output.find("\"position\":4000,") != std::string::npos;
+    };
+    EXPECT_TRUE(pans4(desk.Run("domectl", {"state"}, {"ORVEX_STATE=" + desk.Folder()})));
+
+    Desk elsewhere;
+    const std::string command = "cd '" + elsewhere.Folder() + "' && exec " DOME_TEST_BINARIES "/domectl state";
+    const auto runThere = [&](const Words& environment) {
+        Process process({"sh", "-c", command}, desk.Folder() + "/there.out", desk.Folder() + "/there.err", environment);
+        const int status = process.Wait();
+        return Result{status, desk.Read("there.out"), desk.Read("there.err")};
+    };
+    const Result none = runThere({"ORVEX_STATE="});
+    EXPECT_EQ(none.status, 2);
+    EXPECT_TRUE(IsOneLine(none.errors)) << none.errors;
+    EXPECT_NE(none.errors.find("no camera's folder"), std::string::npos) << none.errors;
+
+    std::filesystem::create_directory_symlink(desk.Folder(), elsewhere.Folder() + "/state");
+    EXPECT_TRUE(pans4(runThere({"ORVEX_STATE="})));
+    const Result other = runThere({"ORVEX_STATE=/nowhere"});
+    EXPECT_EQ(other.status, 1) << "the environment comes before ./state";
+    EXPECT_NE(other.errors.find("/nowhere"), std::string::npos) << other.errors;
+}
+
+TEST_F(ProcessTest, WaitReturnsWhenTheMoveEnds) {
+    desk.Control({"clock", "pause"});
+    EXPECT_EQ(desk.Control({"wait"}), "") << "nothing moves";
+    pan->SetPositionAtSpeed(30000, 1, 300);
+    EXPECT_EQ(desk.Control({"wait", "tilt", "zoom"}), "") << "only the pan moves";
+    {
+        Process waiting({DOME_TEST_BINARIES "/domectl", "--state", desk.Folder(), "wait", "pan", "--timeout", "60"},
+                        desk.Folder() + "/wait.out", desk.Folder() + "/wait.err");
+        EXPECT_FALSE(Await([&] { return !waiting.IsRunning(); }, 500ms)) << "the move is held in its midst";
+        desk.Control({"clock", "step", "60"});
+        EXPECT_EQ(waiting.Wait(), 0) << desk.Read("wait.err");
+    }
+    EXPECT_EQ(desk.Read("wait.out"), "");
+    EXPECT_EQ(desk.State()["pan"]["position"], 30000);
+    EXPECT_EQ(desk.Control({"wait", "--timeout", "0"}), "");
+}
+
+TEST_F(ProcessTest, WaitFailsAtItsTimeoutAndNamesWhatMoves) {
+    pan->SetRelativeVelocity(0.1, 300);  // without an end
+    const auto started = Clock::now();
+    const Result late = desk.TryControl({"wait", "--timeout", "0.5"});
+    EXPECT_GE(Clock::now() - started, 500ms);
+    EXPECT_EQ(late.status, 1);
+    EXPECT_EQ(late.output, "");
+    EXPECT_EQ(late.errors, "domectl: wait: after 0.5 s these still move: pan; --timeout S waits longer\n");
+
+    desk.Control({"clock", "pause"});
+    const Result paused = desk.TryControl({"wait", "pan", "iris", "--timeout", "0"});
+    EXPECT_EQ(paused.status, 1);
+    EXPECT_EQ(paused.errors,
+              "domectl: wait: after 0 s these still move: pan; the camera's clock is paused, domectl clock run lets it "
+              "go on\n");
+}
+
 TEST_F(ProcessTest, RefusesWrongCommandsWithClearErrors) {
     const auto fails = [&](const Words& command, int status, const std::string& word) {
         const Result result = desk.TryControl(command);
@@ -473,17 +535,21 @@ TEST_F(ProcessTest, RefusesWrongCommandsWithClearErrors) {
     fails({"banks", "alarm", "A=many"}, 1, "many");
     fails({"event", "temperature", "0", "hot"}, 1, "hot");
     fails({"dance"}, 2,
-          "unknown word 'dance', expected state, calls, history, trace, set, banks, clock, event, fault, --help, "
+          "unknown word 'dance', expected state, calls, history, trace, wait, set, banks, clock, event, fault, --help, "
           "--version");
     fails({"set", "pan", "999999"}, 1, "pan 999999 outside 0 to 359999");
     fails({"event", "temperature", "7", "30"}, 1, "temperature sensor 7 outside 0 to 1");
     fails({"banks", "relay"}, 2, "banks: has 1 words after it, expected 2 or more (domectl --help shows the usage)");
     fails({"set", "pan"}, 2, "set: has 1 words after it, expected 2 or more");
-    fails({"state", "pan"}, 2, "state: has 1 words after it, expected max 0");
+    fails({"state", "pan"}, 2, "state: surplus word 'pan', has 1 words after it, expected max 0");
     fails({"calls", "--all"}, 2, "unknown word '--all' after calls, expected --clear");
     fails({"history", "--all"}, 2, "unknown word '--all' after history, expected --since");
-    EXPECT_EQ(desk.Run("domectl", {"state"}).status, 2);
-    fails({}, 2, "a command is missing, expected state, calls, history, trace, set");
+    fails({"wait", "pam"}, 2, "unknown word 'pam' after wait, expected focus, iris, pan, tilt, zoom, --timeout");
+    fails({"wait", "--timeout"}, 2, "wait --timeout: its value is missing");
+    for (const char* time : {"soon", "-1", "nan", "inf", "86401", "", "1s"}) {
+        fails({"wait", "--timeout", time}, 2, std::string("not a number from 0 to 86400: ") + time + "\n");
+    }
+    fails({}, 2, "a command is missing, expected state, calls, history, trace, wait, set");
 
     const Result nowhere = desk.Run("domectl", {"--state", desk.Folder() + "/nowhere", "state"});
     EXPECT_EQ(nowhere.status, 1);

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <sstream>
 
 #include "TemporaryFolder.h"
 
@@ -103,18 +104,60 @@ TEST_F(SettingsCommandTest, FailuresAreOneLine) {
     ExpectFailure("export /nonexistent/file", "/nonexistent/file: cannot be written");
 }
 
+TEST_F(SettingsCommandTest, AnUnknownKeyIsRefusedUnlessForced) {
+    Import("[a]\nb = 1\n");
+    const Outcome outcome = Run("set '[Imaging/focus]Mod' Manual");
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_THAT(outcome.errors, StartsWith("tavos-settings: unknown key '[Imaging/focus]Mod', nearest are "
+                                           "[Imaging/Focus]Mode, "));
+    EXPECT_THAT(outcome.errors, EndsWith(" (set --force stores it)\n"));
+    EXPECT_EQ(outcome.errors.find('\n'), outcome.errors.size() - 1) << outcome.errors;
+    EXPECT_EQ(Run("export").output, "[a]\nb = 1\n");
+
+    EXPECT_EQ(Run("set --force '[x]y' 1").status, 0);
+    EXPECT_EQ(Run("set '[x]z' --force --force").status, 0);
+    EXPECT_EQ(Run("set '[x]y' 2").status, 0) << "the store has it now";
+    EXPECT_EQ(Run("export").output, "[a]\nb = 1\n[x]\ny = 2\nz = --force\n");
+}
+
+TEST_F(SettingsCommandTest, AKnownKeyNeedsNoForce) {
+    Import("[a]\nb = 1\n");
+    const Outcome keys = Run("keys");
+    EXPECT_EQ(keys.status, 0);
+    std::istringstream lines(keys.output);
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        const std::string key = line.substr(0, line.find(' '));
+        EXPECT_EQ(Run("set '" + key + "' 1").status, 0) << key;
+    }
+    EXPECT_GT(count, 10);
+}
+
+TEST_F(SettingsCommandTest, DeleteRemovesAValueAndSaysWhenThereIsNone) {
+    Import("[a]\nb = 1\nc =\n");
+    EXPECT_EQ(Run("delete '[a]b'").status, 0);
+    EXPECT_EQ(Run("export").output, "[a]\nc = \n");
+    ExpectFailure("delete '[a]b'", "[a]b: no such value");
+    EXPECT_EQ(Run("delete '[a]c'").status, 0) << "an empty value is one";
+    ExpectFailure("delete b", "\"b\" is not a key of the form [Section]Key");
+    std::filesystem::remove(store);
+    ExpectFailure("delete '[a]c'", store + ": unable to open");
+}
+
 TEST_F(SettingsCommandTest, AFifoInsteadOfTheStoreIsRefused) {
     Import("[a]\nb = 1\n");
     std::filesystem::remove(store);
     ASSERT_EQ(mkfifo(store.c_str(), 0600), 0);
-    for (const char* words : {"get '[a]b'", "set '[a]b' 2", "list", "export", "import -"}) {
+    for (const char* words : {"get '[a]b'", "set '[a]b' 2", "delete '[a]b'", "list", "export", "import -"}) {
         ExpectFailure(words, "settings store " + store + ": it is no regular file");
     }
 }
 
 TEST_F(SettingsCommandTest, WrongUsage) {
-    for (const char* words : {"", "get", "get a b", "set a", "set a b c", "list a b", "import", "import a b",
-                              "export a b", "other", "--store", "--store x", "--stores=x list"}) {
+    for (const char* words :
+         {"", "get", "get a b", "set a", "set a b c d", "delete", "delete a b", "keys a", "list a b", "import",
+          "import a b", "export a b", "other", "--store", "--store x", "--stores=x list"}) {
         const Outcome outcome = RunWith(words);
         EXPECT_EQ(outcome.status, 2) << words;
         EXPECT_EQ(outcome.output, "") << words;
@@ -122,7 +165,13 @@ TEST_F(SettingsCommandTest, WrongUsage) {
         EXPECT_THAT(outcome.errors, EndsWith("(tavos-settings --help shows the usage)\n")) << words;
         EXPECT_EQ(outcome.errors.find('\n'), outcome.errors.size() - 1) << outcome.errors;
     }
-    EXPECT_THAT(RunWith("other").errors, HasSubstr("unknown word 'other', expected get, set, list, import, export,"));
+    for (const char* words : {"set a b c", "set --force a"}) {
+        const Outcome outcome = RunWith(words);
+        EXPECT_EQ(outcome.status, 2) << words;
+        EXPECT_THAT(outcome.errors, StartsWith("tavos-settings: set")) << words;
+    }
+    EXPECT_THAT(RunWith("other").errors,
+                HasSubstr("unknown word 'other', expected get, set, delete, keys, list, import, export,"));
 }
 
 TEST_F(SettingsCommandTest, AnyValueIsTakenAsItIs) {

@@ -44,6 +44,10 @@ public:
 
     void SetValue(const std::string& key, const std::string& value);
 
+    /// Removes the value of "[Section]Key"; false if there is none. Survives what SetValue survives. The SNMP module
+    /// does not use it.
+    bool DeleteValue(const std::string& key);
+
     /// Adds the section `path` and every section below it ("path/...") to `ini`. A missing section is not a failure. An
     /// empty path selects the whole store.
     void GetSettings(const std::string& path, core::IniFile& ini) const;

@@ -19,6 +19,7 @@
 #include "Dome.h"
 #include "StateFolder.h"
 #include "tavos/core/CommandLine.h"
+#include "tavos/core/Logger.h"
 #include "tavos/osa/Exception.h"
 
 namespace {
@@ -88,6 +89,8 @@ int main(int argc, char** argv) {
     if (const std::optional<int> status = ParseOptions(argc, argv, options)) return *status;
     // Without this, malloc never returns the memory of one large answer.
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    tavos::core::Logger::EnableDebugLogging();
+    tavos::core::Logger::GetLogger("orvex-dome")->Information("version " ORVEX_VERSION);
     try {
         const std::string address = dome::BusAddress(options.state);
         const dome::Configuration configuration =

@@ -50,10 +50,11 @@ void AddCommands(CommandLine& line) {
   clock rate X                           0.01 to 100 of the camera's seconds a second)");
     line.AddCommand("event", 2, 5, R"(
   event temperature SENSOR DEGREES [--count N]
-  event voltage|power STATUS [--count N] emits the event without a change of the reading; N of them, counting up)");
+  event voltage|power STATUS [--count N]
+                                         emits the event without a change of the reading; N of them, counting up)");
     line.AddCommand("fault", 2, 2,
                     "\n  fault SERVICE " + dome::FaultNames("|") +
-                        R"(        pan tilt zoom focus focus2 iris presets presets2 alarm relay
+                        R"(        SERVICE: pan tilt zoom focus focus2 iris presets presets2 alarm relay
                                          temperature voltage power fan)");
 }
 

@@ -595,6 +595,18 @@ TEST(ProcessCommandLine, NamesTheWrongWordAndWhatWasExpected) {
     refuses({"--state=x", "--agent-port=65536"}, "--agent-port: Value 65536 not in range 0 to 65535");
 }
 
+TEST(ProcessStart, NamesItsVersionInTheLogsFirstLine) {
+    Desk desk;
+    ASSERT_NO_FATAL_FAILURE(desk.StartBus());
+    const Process dome({DOME_TEST_BINARIES "/orvex-dome", "--state", desk.Folder()}, desk.Folder() + "/out",
+                       desk.Folder() + "/err", {"TAVOS_LOG_LEVEL=6"});
+    ASSERT_TRUE(Await([&] { return desk.Read("out").find("ready\n") != std::string::npos; })) << desk.Read("err");
+    const std::string line = desk.Read("out").substr(0, desk.Read("out").find('\n'));
+    const std::string expected = " orvex-dome Information version " ORVEX_VERSION;
+    ASSERT_GT(line.size(), expected.size());
+    EXPECT_EQ(line.substr(line.size() - expected.size()), expected) << desk.Read("out");
+}
+
 TEST(ProcessStart, ReportsWhyItCannotStart) {
     Desk desk;
     const Result noBus = desk.Run("orvex-dome", {"--state", desk.Folder()});

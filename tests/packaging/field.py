@@ -9,7 +9,7 @@ from desk import BUILD, CAMERA_PARTS, ROOT, SNMPD, Desk
 from tools import Answer
 
 PACKAGING = ROOT / "packaging"
-ADD_USER = PACKAGING / "snmpd" / "orvexsnmp-add-user"
+ADD_USER = BUILD / "packaging" / "snmpd" / "orvexsnmp-add-user"
 ROLES = ["reader", "operator", "administrator"]
 READY = "1.3.6.1.2.1.1.3.0"
 

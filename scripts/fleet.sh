@@ -103,7 +103,7 @@ $fleet desk cameras answer on 127.0.0.1, ports $port to $((port + fleet - 1)) (S
 writes); their traps go to UDP port $trap_port. Try, in another shell:
 
   for p in \$(seq $port $((port + fleet - 1))); do snmpget -v2c -c public -On 127.0.0.1:\$p 1.3.6.1.2.1.1.3.0; done
-  build/desk/bin/domectl --state $shown_state/1 state    # the first of them
+  $(shown "$build/bin/domectl") --state $shown_state/1 state    # the first of them
 
 $([[ $console_port == 0 ]] || echo "Watch them at http://127.0.0.1:$console_port to :$((console_port + fleet - 1))")
 Logs: in $shown_state/1 to $shown_state/$fleet.

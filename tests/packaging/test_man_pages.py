@@ -38,7 +38,7 @@ def test_the_options_are_those_of_the_command(name):
 
 
 def test_domectls_commands_are_all_there():
-    command = r"^ +((?:state|calls|history|trace|set|banks|clock|event|fault)\b[^ ]*(?: [a-z][a-z0-9|-]*)?)"
+    command = r"^ +((?:state|calls|history|trace|wait|set|banks|clock|event|fault)\b[^ ]*(?: [a-z][a-z0-9|-]*)?)"
     listed = set(re.findall(command, usage("domectl"), re.MULTILINE))
     assert len(listed) > 15
     written = " ".join(page("domectl").split())
@@ -48,9 +48,16 @@ def test_domectls_commands_are_all_there():
 
 
 def test_tavos_settings_commands_are_all_there():
-    for command in ["get KEY", "set KEY VALUE", "list [PATH]", "import FILE", "export [FILE]"]:
+    for command in ["get KEY", "set [--force] KEY VALUE", "delete KEY", "keys", "list [PATH]", "import FILE", "export [FILE]"]:
         assert command in " ".join(usage("tavos-settings").split())
         assert command in " ".join(page("tavos-settings").split())
+
+
+@pytest.mark.parametrize("name", PROGRAMS)
+def test_every_command_says_its_version(name):
+    (version,) = re.findall(r"^project\(.* VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)
+    done = subprocess.run([PROGRAMS[name], "--version"], capture_output=True, text=True, stdin=subprocess.DEVNULL, timeout=20)
+    assert (done.returncode, done.stdout, done.stderr) == (0, f"{name} {version}\n", "")
 
 
 def test_mynames_options_are_all_there():

@@ -31,7 +31,8 @@ _orvexsnmp_words() {
         }
         BEGIN { count = split(given, words, " ") }
         /^[^ ]/ { inCommands = /^Commands:/; mine = 0 }
-        !inCommands && count == 0 { options($0) }
+        inCommands { hasCommands = 1 }
+        !inCommands { head = head "\n" $0 }
         inCommands && /^  [a-z]/ {
             if (count == 0) { print $1; next }
             mine = $1 == words[1]
@@ -54,6 +55,7 @@ _orvexsnmp_words() {
         }
         mine { options($0); text = text " " $0 }
         END {
+            if (count == 0 || !hasCommands) options(head)
             # The usage may list what a name in capitals stands for: "AXIS: pan tilt zoom; ..."
             if (name && match(text, name ": [a-z0-9 ]+")) {
                 list = substr(text, RSTART + length(name) + 2, RLENGTH - length(name) - 2)

@@ -144,6 +144,28 @@ def test_nothing_of_a_camera_wakes_up_at_rest(started):
     check_rest(started.pids())
 
 
+@pytest.mark.parametrize("where", ["the checkout", "the state's folder", "the root"])
+def test_the_printed_commands_work_from_where_it_was_started(started, where):
+    folder = {"the checkout": ROOT, "the state's folder": started.folder, "the root": "/"}[where]
+
+    def shell(command):
+        with tempfile.TemporaryFile("w+") as out:  # with a pipe, this call would wait for a camera that keeps running
+            done = subprocess.run(["bash", "-c", command], cwd=folder, stdin=subprocess.DEVNULL, stdout=out, stderr=out, timeout=300)
+            out.seek(0)
+            return done.returncode, out.read()
+
+    status, out = shell(shlex.join(map(str, [os.path.relpath(RUN, folder), *started.words("--detach")])))
+    assert status == 0, out
+    (state,) = [line for line in out.splitlines() if "the camera's current state" in line]
+    status, answer = shell(state)
+    assert status == 0 and '"pan":' in answer, answer
+    (wait,) = [line for line in out.splitlines() if "when the move has ended" in line]
+    assert shell(wait) == (0, "")
+    stop = out.splitlines()[-1].removesuffix(" ends it.")
+    assert shell(stop) == (0, "")
+    assert started.model_name() is None
+
+
 def test_a_stopped_camera_keeps_its_settings(started):
     assert started.run("--detach")[0] == 0
     (started.state / "etc" / "version").write_text("9.9-20270101x\n")

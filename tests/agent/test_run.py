@@ -5,6 +5,7 @@ import contextlib
 import os
 import pathlib
 import re
+import shlex
 import shutil
 import signal
 import socket
@@ -154,7 +155,8 @@ def test_the_printed_commands_work_from_where_it_was_started(started, where):
             out.seek(0)
             return done.returncode, out.read()
 
-    status, out = shell(shlex.join(map(str, [os.path.relpath(RUN, folder), *started.words("--detach")])))
+    command = ["./" + os.path.relpath(RUN, folder), *map(str, started.words("--detach")[1:])]
+    status, out = shell(shlex.join(command))
     assert status == 0, out
     (state,) = [line for line in out.splitlines() if "the camera's current state" in line]
     status, answer = shell(state)

@@ -105,7 +105,8 @@ def test_the_settings_page_lists_the_known_keys():
 
 
 def test_every_key_in_the_code_and_in_a_new_desks_settings_is_known():
-    sources = [file for folder in ("orvexsnmp", "dome") for file in (ROOT / folder).rglob("*") if file.suffix in (".h", ".cpp")]
+    sources = [file for folder in ("orvexsnmp", "dome") for file in (ROOT / folder).rglob("*")
+               if file.suffix in (".h", ".cpp")]
     used = {key for file in sources for key in re.findall(r'"(\[\w+/\w+\][\w.]+)"', file.read_text())}
     assert "[Imaging/Focus]Mode" in used
     section = ""

@@ -151,7 +151,8 @@ def test_the_printed_commands_work_from_where_it_was_started(started, where):
 
     def shell(command):
         with tempfile.TemporaryFile("w+") as out:  # with a pipe, this call would wait for a camera that keeps running
-            done = subprocess.run(["bash", "-c", command], cwd=folder, stdin=subprocess.DEVNULL, stdout=out, stderr=out, timeout=300)
+            done = subprocess.run(["bash", "-c", command], cwd=folder, stdin=subprocess.DEVNULL, stdout=out,
+                                  stderr=out, timeout=300)
             out.seek(0)
             return done.returncode, out.read()
 

@@ -122,7 +122,7 @@ def test_the_camera_killed_at_any_moment(desk, figure):
         assert restored in (acknowledged, asked), (number, restored, acknowledged, asked)
         asked_last += restored != acknowledged
         with Switching(desk, restored) as switching:
-            assert settings(store, "set", "[Kill/Test]Number", str(number)).returncode == 0
+            assert settings(store, "set", "--force", "[Kill/Test]Number", str(number)).returncode == 0
             time.sleep(random.uniform(0, 0.3) if number % 10 else 1.2)  # once a second the camera checks its store
             kill(desk.processes.pop("dome"))
         acknowledged, asked, switched = switching.acknowledged, switching.asked, switched + switching.count
@@ -195,7 +195,7 @@ def test_nothing_can_be_written(desk, what):
         desk.start()
         assert tree(desk) == rows_without()
         assert value(store, FOCUS_MODE) == "Auto"
-        done = settings(store, "set", "[a]b", "1")
+        done = settings(store, "set", "--force", "[a]b", "1")
         assert done.returncode == 1
         assert done.stderr.startswith(f"tavos-settings: settings store {store}: ")
         assert done.stderr.endswith(f"({reason})\n") and done.stderr.count("\n") == 1
@@ -232,7 +232,7 @@ def test_a_folder_of_somebody_elses(desk):
     if os.getuid() != 0:
         pytest.skip("only root can change its user")
     assert as_nobody("get", FOCUS_MODE).stdout == "Auto\n"
-    refused = as_nobody("set", "[a]b", "1")
+    refused = as_nobody("set", "--force", "[a]b", "1")
     assert (refused.returncode, refused.stderr.count("\n")) == (1, 1)
     assert "Permission denied" in refused.stderr
 

@@ -12,8 +12,8 @@
 namespace dome {
 
 const char* const kWaitUsage = R"(
-  wait [AXIS...] [--timeout S]           returns when no AXIS moves, without names when nothing moves: pan tilt zoom
-                                         focus iris; fails after S seconds (60 unless given)
+  wait [AXIS...] [--timeout S]           returns when none of the axes moves; AXIS: pan tilt zoom focus iris, all of
+                                         them unless given; fails after S seconds (60 unless given)
       --timeout S                        0 to 86400 seconds; 0 does not wait)";
 
 namespace {

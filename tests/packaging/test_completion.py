@@ -51,7 +51,7 @@ def test_every_command_of_the_usage_and_its_options_are_completed(name):
 
 def test_services_axes_and_faults_are_completed():
     services = re.findall(r"SERVICE: ([a-z0-9\s]+)", usage("domectl"))[0].split()
-    assert len(services) == 13
+    assert len(services) == 14
     assert completed("domectl", "fault", "") == set(services)
     assert completed("domectl", "--state", "somewhere", "fault", "pan", "") == {"ok", "fail", "hang", "gone"}
     assert completed("domectl", "wait", "") == AXES | {"--timeout"}

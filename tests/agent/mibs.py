@@ -36,7 +36,7 @@ def smi_environment(folder=FOLDER):
 
 def naming(environment, *modules, folder=FOLDER):
     """The options that a net-snmp tool requires to translate the modules' names, and no others."""
-    return dict(environment, MIBDIRS=f"{folder}/smi:{folder}", MIBS=":".join(modules), SNMPCONFPATH="/nonexistent")
+    return dict(environment, MIBDIRS=f"{folder}/smi:{folder}", MIBS=":".join(modules), SNMPCONFPATH="/dev/null")
 
 
 def findings(module, folder=FOLDER):

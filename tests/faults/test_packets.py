@@ -42,7 +42,7 @@ def running():
 def run(desk, version, tool, *words, port=None):
     command = [tool, *SECURITY[version], "-t", "5", "-r", "0", "-On", "-Oe", "-Ox", "-Ot",
                f"127.0.0.1:{port or desk.port}", *map(str, words)]
-    environment = dict(desk.environment, SNMPCONFPATH="/nonexistent", SNMP_PERSISTENT_DIR=f"{desk.state}/manager")
+    environment = dict(desk.environment, SNMPCONFPATH="/dev/null", SNMP_PERSISTENT_DIR=f"{desk.state}/manager")
     return Answer(subprocess.run(command, env=environment, capture_output=True, text=True, timeout=60))
 
 

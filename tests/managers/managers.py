@@ -48,7 +48,7 @@ class Driven:
         if program == "node":
             node_packages.install(FOLDER)
         environment = dict(desk.environment, VERSION=version, PORT=str(desk.port), USER_OF_3=json.dumps(user_of_3(desk)),
-                           NODE_PATH=str(NODE_MODULES), SNMPCONFPATH="/nonexistent")
+                           NODE_PATH=str(NODE_MODULES), SNMPCONFPATH="/dev/null")
         self._log = open(desk.state / f"{script}-{version}.log", "w+")
         self._process = subprocess.Popen([program, FOLDER / "drivers" / script], stdin=subprocess.PIPE,
                                          stdout=subprocess.PIPE, stderr=self._log, text=True, env=environment)

@@ -22,7 +22,7 @@ MOVE = ["pan SetPositionAtSpeed 180000 0.503937 300"]
 
 
 def environment(camera):
-    return dict(camera.environment, NODE_PATH=str(NODE_MODULES), SNMPCONFPATH="/nonexistent")
+    return dict(camera.environment, NODE_PATH=str(NODE_MODULES), SNMPCONFPATH="/dev/null")
 
 
 @pytest.mark.parametrize("section", PROGRAMS)

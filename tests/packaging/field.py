@@ -77,5 +77,5 @@ class FieldDesk(Desk):
     def run_tool(self, tool, security, words, timeout):
         command = [tool, *security, "-t", timeout, "-r", "0", "-On", "-Oe", "-Ox", "-Ot", f"127.0.0.1:{self.port}",
                    *map(str, words)]
-        environment = dict(os.environ, MIBS="", SNMPCONFPATH="/nonexistent", SNMP_PERSISTENT_DIR=f"{self.state}/manager")
+        environment = dict(os.environ, MIBS="", SNMPCONFPATH="/dev/null", SNMP_PERSISTENT_DIR=f"{self.state}/manager")
         return Answer(subprocess.run(command, env=environment, capture_output=True, text=True, timeout=30))

@@ -10,6 +10,8 @@ The interface has annotations. org.tavos.Cpp.Class is its abstract class in C++,
 On<signal> for each signal. org.tavos.Cpp.Header is the header of that class. A service with several instances has
 org.tavos.Cpp.Instance, the parameter that names an instance: it is appended to the well-known name and to the path. The
 output defines CLASS::CreateClient and, for the server side, Serve in the class's namespace.
+
+The operation OpenLane is no part of the class: the bus library calls and serves it (tavos/msgbus/Lane.h).
 """
 
 import sys
@@ -23,6 +25,9 @@ TYPES = {
     "s": "std::string",
     "as": "std::vector<std::string>",
 }
+
+
+OPEN_LANE = "OpenLane"
 
 
 def value_type(argument):
@@ -94,7 +99,9 @@ class Interface:
         self.bus_name = interface.get("name")
         self.header = annotations["org.tavos.Cpp.Header"]
         self.namespace, _, self.name = annotations["org.tavos.Cpp.Class"].rpartition("::")
-        self.methods = [Method(element) for element in interface.findall("method")]
+        methods = interface.findall("method")
+        self.methods = [Method(element) for element in methods if element.get("name") != OPEN_LANE]
+        self.has_lanes = "true" if len(self.methods) < len(methods) else "false"
         self.signals = [Signal(element) for element in interface.findall("signal")]
         instance = annotations.get("org.tavos.Cpp.Instance")
         self.more_parameter = f", const char* {instance}" if instance else ""
@@ -109,7 +116,7 @@ class Interface:
         return f"""namespace {{
 
 tavos::msgbus::ServiceAddress Address({self.more_parameter[2:]}) {{
-    return {{"{self.bus_name}"{self.name_end}, "{object_path}"{self.path_end}, "{self.bus_name}"}};
+    return {{"{self.bus_name}"{self.name_end}, "{object_path}"{self.path_end}, "{self.bus_name}", {self.has_lanes}}};
 }}
 
 class {self.name}Client final : public {self.name} {{

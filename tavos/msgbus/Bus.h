@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace tavos::msgbus {
 
@@ -92,20 +93,27 @@ private:
 BusPtr OpenBus(const std::string& address, Clock::time_point until, ConnectionSocket* socket = nullptr,
                std::timed_mutex* held = nullptr);
 
-/// A wait until a connection has something to do, or a descriptor is readable.
+/// A wait until a connection has something to do, or a descriptor is readable. More descriptors can be added.
 class BusWait {
 public:
     /// `bus` null: there is no connection. `wake` -1: there is no descriptor. Throws tavos::osa::Exception when the
     /// connection has ended.
     BusWait(sd_bus* bus, int wake, Clock::time_point until);
 
+    /// Returns the number by which EventsOf knows it.
+    std::size_t Add(int descriptor, short events) {
+        _watched.push_back({descriptor, events, 0});
+        return _watched.size() - 1;
+    }
+
     /// Returns at `until` at the latest, or when a signal arrives.
-    void Wait() { poll(_watched, 2, MillisecondsUntil(_until)); }
+    void Wait() { poll(_watched.data(), _watched.size(), MillisecondsUntil(_until)); }
 
     bool IsWoken() const { return _watched[0].revents != 0; }
+    short EventsOf(std::size_t number) const { return _watched[number].revents; }
 
 private:
-    pollfd _watched[2];
+    std::vector<pollfd> _watched;
     Clock::time_point _until;
 };
 

@@ -9,19 +9,31 @@
 
 namespace tavos::msgbus {
 
-CallChannel::CallChannel(std::string address, std::chrono::milliseconds deadline,
+namespace {
+
+constexpr auto kLookInterval = std::chrono::milliseconds(200);
+constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+
+}  // namespace
+
+CallChannel::CallChannel(std::string address, std::chrono::milliseconds deadline, bool useLanes,
                          std::shared_ptr<Reachability> reachability, std::shared_ptr<SilentServices> silent)
     : _address(std::move(address)),
       _deadline(deadline),
+      _useLanes(useLanes),
       _reachability(std::move(reachability)),
       _silent(std::move(silent)),
       _mutex(std::make_unique<std::timed_mutex>()),
+      _lanes(std::make_unique<CallLanes>(_serials)),
       _forkWatch({[] {}, [] {}, [this] { Abandon(); }}) {}
 
 /// In a forked child: the connection belongs to the parent, and a thread of the parent may hold the lock.
 void CallChannel::Abandon() {
     _socket.CloseInChild();
     static_cast<void>(_bus.release());
+    _lanes->CloseInChild();
+    static_cast<void>(_lanes.release());
+    _lanes = std::make_unique<CallLanes>(_serials);
     static_cast<void>(_mutex.release());
     _mutex = std::make_unique<std::timed_mutex>();
 }
@@ -54,6 +66,7 @@ void CallChannel::CallInTime(const ServiceAddress& to, const char* operation,
     std::unique_lock<std::timed_mutex> lock(*_mutex, until);
     if (!lock.owns_lock()) throw osa::Exception("another call is still under way");
     RefuseSilent(to);  // the previous call may have found it silent
+    if (!_lanes->Has(to.service)) RefuseSilentBus();
     _time = std::chrono::ceil<std::chrono::milliseconds>(time);
     _hadEnoughTime = until - Clock::now() > _deadline / 2;
     observation.Tried();
@@ -70,8 +83,11 @@ bool CallChannel::IsSlow(Clock::duration time) const {
     return time > _deadline / 10;
 }
 
-void CallChannel::RefuseSilent(const ServiceAddress& to) const {
+void CallChannel::RefuseSilentBus() const {
     if (_silent->IsSilent(SilentServices::TheBus().service)) throw osa::Exception("the message bus is silent");
+}
+
+void CallChannel::RefuseSilent(const ServiceAddress& to) const {
     if (_silent->IsSilent(to.service)) throw osa::Exception("the service is silent");
 }
 
@@ -83,17 +99,21 @@ void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, c
                             const std::function<void(Writer&)>& arguments, const std::string& resultSignature,
                             const std::function<void(Reader&)>& result, CallObservation& observation) {
     const SignalsBlocked guard;
-    EnsureOpen(until);
-    sd_bus_message* made = nullptr;
-    CheckBus(sd_bus_message_new_method_call(_bus.get(), &made, to.service.c_str(), to.path.c_str(),
-                                            to.interface.c_str(), operation));
-    const MessagePtr call(made);
-    // Otherwise the bus would wait for a missing service to start.
-    CheckBus(sd_bus_message_set_auto_start(made, 0));
-    Writer writer(made);
-    arguments(writer);
-
-    const MessagePtr answer = Exchange(to, made, until, observation);
+    Way way{};
+    MessagePtr call;
+    if (const auto* const lane = LaneTo(to, until)) {
+        way = {lane->connection.get(), lane->sender, true};
+        call = NewCall(way, to, operation, arguments);
+    }
+    if (!call) {
+        RefuseSilentBus();
+        EnsureOpen(until);
+        const char* sender = nullptr;
+        sd_bus_get_unique_name(_bus.get(), &sender);
+        way = {_bus.get(), sender ? sender : "", false};
+        call = NewCall(way, to, operation, arguments);
+    }
+    const MessagePtr answer = Exchange(way, to, call.get(), until, observation);
     if (sd_bus_message_has_signature(answer.get(), resultSignature.c_str()) <= 0) {
         const char* const signature = sd_bus_message_get_signature(answer.get(), 1);
         throw osa::Exception("the answer has the wrong form (\"%s\" instead of \"%s\")", signature ? signature : "",
@@ -103,18 +123,45 @@ void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, c
     result(reader);
 }
 
+/// The service's lane, or null.
+const CallLanes::Lane* CallChannel::LaneTo(const ServiceAddress& to, Clock::time_point until) {
+    if (!_lanes->Has(to.service)) return nullptr;
+    // While all calls take lanes, somebody must still empty the connection and notice its end.
+    if (_bus && Clock::now() >= _nextLook) DropIfClosed(until);
+    return _lanes->Find(to.service);
+}
+
+/// Null if the call is too large for the way, which is a lane.
+MessagePtr CallChannel::NewCall(const Way& way, const ServiceAddress& to, const char* operation,
+                                const std::function<void(Writer&)>& arguments) {
+    sd_bus_message* made = nullptr;
+    CheckBus(sd_bus_message_new_method_call(way.bus, &made, way.isLane ? nullptr : to.service.c_str(), to.path.c_str(),
+                                            to.interface.c_str(), operation));
+    MessagePtr call(made);
+    // Otherwise the bus would wait for a missing service to start.
+    CheckBus(sd_bus_message_set_auto_start(made, 0));
+    Writer writer(made);
+    arguments(writer);
+    constexpr std::size_t kMaxText = kMaxLaneCall / 2;  // the rest is for the header and the numbers
+    if (way.isLane && writer.TextSize() > kMaxText) return nullptr;
+    CheckBus(sd_bus_message_seal(made, _serials.Next(), kNever));  // Await checks the deadline
+    return call;
+}
+
 /// Drops the messages since the last call: late answers and the bus's notices. Reading them shows whether the bus has
 /// closed the connection.
 void CallChannel::DropIfClosed(Clock::time_point until) {
     constexpr int kMaxMessages = 1000;  // an endless sender must not block the call
     int progress = 1;
     for (int i = 0; progress > 0 && i < kMaxMessages && Clock::now() < until; ++i) {
-        progress = sd_bus_process(_bus.get(), nullptr);
+        progress = _lanes->Process(_bus.get());
     }
+    _nextLook = Clock::now() + kLookInterval;
     if (progress < 0 || sd_bus_is_open(_bus.get()) <= 0) Close();
 }
 
 void CallChannel::Close() {
+    _lanes->EndRequests();
     _socket.Forget();
     _bus.reset();
 }
@@ -142,48 +189,55 @@ int OnAnswer(sd_bus_message* message, void* answer, sd_bus_error*) {
     return 0;
 }
 
-void Describe(sd_bus* bus, sd_bus_message* call, CallObservation& observation) {
-    const char* sender = nullptr;
-    std::uint64_t serial = 0;
-    sd_bus_get_unique_name(bus, &sender);
-    sd_bus_message_get_cookie(call, &serial);
-    observation.Sent(sender, serial);
-}
-
 }  // namespace
 
 /// The library's blocking call would keep all messages that arrive before the answer, up to 65,536 of any size.
-int CallChannel::Await(sd_bus_message* call, Clock::time_point until, MessagePtr& answer,
+int CallChannel::Await(const Way& way, sd_bus_message* call, Clock::time_point until, MessagePtr& answer,
                        CallObservation& observation) {
-    constexpr auto kNever = std::numeric_limits<std::uint64_t>::max();  // this function checks the deadline
     sd_bus_slot* made = nullptr;
-    int result = sd_bus_call_async(_bus.get(), &made, call, OnAnswer, &answer, kNever);
+    int result = sd_bus_call_async(way.bus, &made, call, OnAnswer, &answer, kNever);
     const SlotPtr slot(made);
-    if (result >= 0 && observation.IsOn()) Describe(_bus.get(), call, observation);
+    if (result >= 0 && observation.IsOn()) {
+        std::uint64_t serial = 0;
+        sd_bus_message_get_cookie(call, &serial);
+        observation.Sent(way.sender.c_str(), serial);
+    }
     while (result >= 0 && !answer) {
         if (Clock::now() >= until) return -ETIMEDOUT;
-        result = sd_bus_process(_bus.get(), nullptr);
+        result = way.isLane ? sd_bus_process(way.bus, nullptr) : _lanes->Process(way.bus);
         if (result != 0 || answer) continue;
-        result = sd_bus_wait(_bus.get(), MicrosecondsUntil(until));
+        result = sd_bus_wait(way.bus, MicrosecondsUntil(until));
         if (result == -EINTR) result = 0;
     }
     return result;
 }
 
-MessagePtr CallChannel::Exchange(const ServiceAddress& to, sd_bus_message* call, Clock::time_point until,
-                                 CallObservation& observation) {
+MessagePtr CallChannel::Exchange(const Way& way, const ServiceAddress& to, sd_bus_message* call,
+                                 Clock::time_point until, CallObservation& observation) {
     const auto start = Clock::now();
     MessagePtr answer;
-    const int result = Await(call, until, answer, observation);
+    const int result = Await(way, call, until, answer, observation);
     const sd_bus_error* const error = answer ? sd_bus_message_get_error(answer.get()) : nullptr;
     if (answer && (!error || IsAnswer(error->name))) _silent->Answered(to.service, IsSlow(Clock::now() - start));
-    if (answer && !error) return answer;
+    if (answer && !error) {
+        if (_useLanes && !way.isLane) _lanes->Answered(way.bus, to, sd_bus_message_get_sender(answer.get()));
+        return answer;
+    }
 
     const bool late = result == -ETIMEDOUT;
+    const bool ended = sd_bus_is_open(way.bus) <= 0;
     if (late) Missed(to);
-    // Close the connection, so that the bus drops the late answer.
-    if (late || sd_bus_is_open(_bus.get()) <= 0) Close();
+    // Close the lane or the connection: a late answer must not arrive on it.
+    if (late || ended) {
+        if (way.isLane) {
+            _lanes->Close(to.service);
+        } else {
+            Close();
+        }
+    }
     if (late) throw osa::Exception("no answer within %d ms", static_cast<int>(_time.count()));
+    // As the bus describes it. The call may have been carried out, so it is not repeated.
+    if (way.isLane && ended) throw osa::Exception("Message recipient disconnected from message bus without replying");
     if (!error) throw osa::Exception("%s", std::strerror(-result));
     if (sd_bus_error_has_name(error, SD_BUS_ERROR_SERVICE_UNKNOWN) > 0 ||
         sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0) {

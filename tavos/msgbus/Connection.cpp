@@ -14,10 +14,10 @@ Subscription::~Subscription() {
     if (_thread) _thread->Remove(_record);
 }
 
-Connection::Connection(const std::string& address, std::chrono::milliseconds deadline)
+Connection::Connection(const std::string& address, std::chrono::milliseconds deadline, bool useLanes)
     : _reachability(std::make_shared<Reachability>(address)),
       _silent(std::make_shared<SilentServices>()),
-      _calls(std::make_unique<CallChannel>(address, deadline, _reachability, _silent)),
+      _calls(std::make_unique<CallChannel>(address, deadline, useLanes, _reachability, _silent)),
       _events(std::make_shared<EventThread>(address, deadline, _reachability, _silent)) {}
 
 Connection::~Connection() {

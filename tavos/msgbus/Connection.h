@@ -36,8 +36,9 @@ private:
 /// a forked child, it opens both connections again.
 class TAVOS_API Connection {
 public:
-    /// `address` as TAVOS_BUS_ADDRESS, empty for the system bus. Connects at the first use.
-    Connection(const std::string& address, std::chrono::milliseconds deadline);
+    /// `address` as TAVOS_BUS_ADDRESS, empty for the system bus. Connects at the first use. Without `useLanes` all
+    /// calls take the bus.
+    Connection(const std::string& address, std::chrono::milliseconds deadline, bool useLanes);
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;

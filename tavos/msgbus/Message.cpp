@@ -127,6 +127,7 @@ void Writer::Put(const std::string& value) {
     }
     if (!CanTravel(value)) throw osa::Exception("a text is not UTF-8");
     Check(sd_bus_message_append_basic(_message, SD_BUS_TYPE_STRING, value.c_str()));
+    _textSize += value.size() + 8;  // its length, its end and the gap before it
 }
 
 void Writer::Put(const std::vector<std::string>& value) {

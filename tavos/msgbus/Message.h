@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -64,11 +65,15 @@ public:
     /// UTF-8 becomes U+FFFD.
     explicit Writer(std::string& json) : _message(nullptr), _json(&json) {}
 
+    /// The size of the texts in the message, in octets.
+    std::size_t TextSize() const { return _textSize; }
+
 private:
     std::string& NextElement();
 
     sd_bus_message* _message;
     std::string* _json = nullptr;
+    std::size_t _textSize = 0;
 };
 
 /// Reads a message's values in order. Throws tavos::osa::Exception if the next value has another type.

@@ -31,9 +31,15 @@ std::chrono::milliseconds RequestTime() {
     return Milliseconds("TAVOS_REQUEST_TIMEOUT_MS", 2 * CallTime().count());
 }
 
+bool UseLanes() {
+    const char* const lanes = std::getenv("TAVOS_BUS_LANES");
+    return lanes == nullptr || std::string(lanes) != "off";
+}
+
 }  // namespace
 
-MsgBus::MsgBus() : _connection(std::make_unique<Connection>(Address(), CallTime())), _requestTime(RequestTime()) {}
+MsgBus::MsgBus()
+    : _connection(std::make_unique<Connection>(Address(), CallTime(), UseLanes())), _requestTime(RequestTime()) {}
 
 MsgBus::~MsgBus() = default;
 

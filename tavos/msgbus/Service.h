@@ -47,6 +47,9 @@ struct TAVOS_API ServiceHost::Private {
     /// Emits an event to its subscribers. Without a bus the event is lost.
     void Emit(const ServiceAddress& from, const char* event, const std::function<void(Writer&)>& arguments);
 
+    /// The number of lanes to clients.
+    std::size_t Lanes() const;
+
     struct State;
     std::unique_ptr<State> state;
 };

@@ -7,6 +7,8 @@
 
 #include "tavos/core/Logger.h"
 #include "tavos/msgbus/Bus.h"
+#include "tavos/msgbus/Lane.h"
+#include "tavos/msgbus/ServedLanes.h"
 #include "tavos/msgbus/Service.h"
 #include "tavos/osa/Exception.h"
 
@@ -20,19 +22,30 @@ constexpr auto kConnectTime = 2s;
 constexpr auto kRetryDelay = 200ms;
 constexpr const char* kErrorName = "org.tavos.Error.Failed";
 
+struct Object;
+
+/// One way on which calls reach an object: the bus, or a lane.
+struct Way {
+    Object& object;
+    std::string client{};  ///< of a lane: the unique name of its client; on the bus each message has its sender's
+    SlotPtr slot{};
+};
+
 /// One service: the bus library's handler and the object that serves the calls.
 struct Object {
     ServiceHost::Private::State* host = nullptr;
     ServiceAddress address;
     void* service = nullptr;
     std::vector<Operation> operations;
-    std::vector<sd_bus_vtable> table;
-    SlotPtr slot;
+    std::vector<sd_bus_vtable> table;  // on the bus
+    std::vector<sd_bus_vtable> laneTable;
+    Way bus{*this};
     bool wanted = true;
     bool owned = false;
 };
 
-int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error);
+int OnCall(sd_bus_message* call, void* way, sd_bus_error* error);
+int OnOpenLane(sd_bus_message* call, void* way, sd_bus_error* error);
 int OnMessage(sd_bus_message* message, void* state, sd_bus_error* error);
 
 // The library's macros for the table's rows are not C++17.
@@ -45,14 +58,14 @@ sd_bus_vtable StartRow() {
     return row;
 }
 
-sd_bus_vtable MethodRow(const Operation& operation) {
+sd_bus_vtable MethodRow(const char* name, const char* arguments, const char* result, sd_bus_message_handler_t handler) {
     sd_bus_vtable row{};
     row.type = _SD_BUS_VTABLE_METHOD;
     row.flags = SD_BUS_VTABLE_UNPRIVILEGED;  // the bus's policy decides who may call
-    row.x.method.member = operation.name;
-    row.x.method.signature = operation.arguments;
-    row.x.method.result = operation.result;
-    row.x.method.handler = OnCall;
+    row.x.method.member = name;
+    row.x.method.signature = arguments;
+    row.x.method.result = result;
+    row.x.method.handler = handler;
     row.x.method.names = "";
     return row;
 }
@@ -118,20 +131,32 @@ struct ServiceHost::Private::State {
 
     void Disconnect(const char* reason) {
         for (auto& object : objects) {
-            object->slot.reset();
+            object->bus.slot.reset();
             object->owned = false;
         }
+        lanes.CloseAll();  // without the bus nobody knows who may call
         pingSlot.reset();
         bus.reset();
         nextAttempt = Clock::now();
         reachability.Lost(reason);
     }
 
-    void Register(Object& object) {
+    void Register(Object& object) { Register(object.bus, bus.get(), object.table); }
+
+    static void Register(Way& way, sd_bus* connection, const std::vector<sd_bus_vtable>& table) {
+        const ServiceAddress& address = way.object.address;
         sd_bus_slot* slot = nullptr;
-        CheckBus(sd_bus_add_object_vtable(bus.get(), &slot, object.address.path.c_str(),
-                                          object.address.interface.c_str(), object.table.data(), &object));
-        object.slot.reset(slot);
+        CheckBus(sd_bus_add_object_vtable(connection, &slot, address.path.c_str(), address.interface.c_str(),
+                                          table.data(), &way));
+        way.slot.reset(slot);
+    }
+
+    Descriptor OpenLane(Object& object, const std::string& client) {
+        return lanes.Open(object.address, client, [&](sd_bus* lane) {
+            auto way = std::make_shared<Way>(Way{object, client, nullptr});
+            Register(*way, lane, object.laneTable);
+            return way;
+        });
     }
 
     /// Reconnects when the next attempt is due; false without a bus.
@@ -188,8 +213,10 @@ struct ServiceHost::Private::State {
     /// True when the descriptor of WakeOn has become readable.
     bool WaitUntil(Clock::time_point until) {
         try {
-            BusWait wait(bus.get(), wakeDescriptor, IsComplete() ? until : std::min(until, nextAttempt));
+BusWait wait(bus.get(), wakeDescriptor, IsComplete() ? until : std::min(until, nextAttempt));
+            lanes.AddTo(wait);
             wait.Wait();
+            lanes.Note(wait);
             return wait.IsWoken();
         } catch (const osa::Exception&) {
             Disconnect("the connection has ended");
@@ -209,6 +236,7 @@ struct ServiceHost::Private::State {
     BusPtr bus;
     std::vector<std::unique_ptr<Object>> objects;  // their slots are released before the bus
     SlotPtr pingSlot;                              // so is this
+    ServedLanes lanes;
     std::vector<std::shared_ptr<void>> kept;
     std::function<bool(const ReceivedCall&)> filter;
     Clock::time_point nextAttempt{};
@@ -222,12 +250,13 @@ std::function<void()> AnswerTo(sd_bus_message* call) {
     return [held] { sd_bus_reply_method_return(held.get(), ""); };
 }
 
-bool IsTakenOver(const Object& object, const Operation& operation, sd_bus_message* call) {
+bool IsTakenOver(const Way& way, const Operation& operation, sd_bus_message* call) {
+    const Object& object = way.object;
     if (!object.host->filter) return false;
     Reader reader(call);
     ReceivedCall received{object.address.service, operation.name, operation.values(reader), AnswerTo(call)};
     const char* const sender = sd_bus_message_get_sender(call);
-    received.sender = sender ? sender : "";
+    received.sender = !way.client.empty() ? way.client : sender ? sender : "";
     CheckBus(sd_bus_message_get_cookie(call, &received.serial));
     CheckBus(sd_bus_message_rewind(call, 1));
     return object.host->filter(received);
@@ -244,18 +273,33 @@ void Answer(const Object& object, const Operation& operation, sd_bus_message* ca
 }
 
 int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error) {
-    const auto& object = *static_cast<Object*>(userdata);
+    const auto& way = *static_cast<Way*>(userdata);
+    const Object& object = way.object;
     const char* const member = sd_bus_message_get_member(call);
     try {
         const auto operation = std::find_if(object.operations.begin(), object.operations.end(),
                                             [&](const Operation& o) { return std::strcmp(o.name, member) == 0; });
         if (operation == object.operations.end()) return 0;
-        if (!IsTakenOver(object, *operation, call)) Answer(object, *operation, call);
+        if (!IsTakenOver(way, *operation, call)) Answer(object, *operation, call);
         return 1;
     } catch (const std::exception& e) {
         return sd_bus_error_set(error, kErrorName, Travelling(e.what()).c_str());
     } catch (...) {
         return sd_bus_error_set(error, kErrorName, "the service has failed");
+    }
+}
+
+int OnOpenLane(sd_bus_message* call, void* userdata, sd_bus_error* error) {
+    Object& object = static_cast<Way*>(userdata)->object;
+    const char* const client = sd_bus_message_get_sender(call);
+    if (client == nullptr || !object.owned) {
+        return sd_bus_error_set(error, SD_BUS_ERROR_ACCESS_DENIED, "the service is not present");
+    }
+    try {
+        const Descriptor lane = object.host->OpenLane(object, client);
+        return sd_bus_reply_method_return(call, "h", lane.Get());
+    } catch (const std::exception& e) {
+        return sd_bus_error_set(error, SD_BUS_ERROR_LIMITS_EXCEEDED, e.what());
     }
 }
 
@@ -272,6 +316,10 @@ int OnMessage(sd_bus_message* message, void* state, sd_bus_error*) {
 
 }  // namespace
 
+std::size_t ServiceHost::Private::Lanes() const {
+    return state->lanes.Count();
+}
+
 ServiceHost::Private::Private(const std::string& address) : state(std::make_unique<State>(address)) {}
 
 ServiceHost::Private::~Private() = default;
@@ -284,7 +332,12 @@ void ServiceHost::Private::Add(const ServiceAddress& address, void* service, con
     object->service = service;
     object->operations = operations;
     object->table.push_back(StartRow());
-    for (const auto& operation : operations) object->table.push_back(MethodRow(operation));
+    for (const auto& operation : operations) {
+        object->table.push_back(MethodRow(operation.name, operation.arguments, operation.result, OnCall));
+    }
+    object->laneTable = object->table;
+    object->laneTable.push_back(EndRow());
+    if (address.hasLanes) object->table.push_back(MethodRow(kOpenLane, "", "h", OnOpenLane));
     for (const auto& event : events) object->table.push_back(SignalRow(event));
     object->table.push_back(EndRow());
     if (!state->bus) throw osa::Exception("%s: the message bus is gone", address.service.c_str());
@@ -332,6 +385,7 @@ void ServiceHost::SetPresent(const std::string& service, bool present) {
     if (present) {
         if (state.bus) state.TakeName(object);
     } else if (state.bus && object.owned) {
+        state.lanes.Close(service);
         const SignalsBlocked guard;
         const int result = sd_bus_release_name(state.bus.get(), service.c_str());
         if (result < 0)
@@ -350,12 +404,14 @@ void ServiceHost::Process(int timeout) {
     auto& state = *_private->state;
     const auto until = Clock::now() + std::chrono::milliseconds(timeout);
     for (int processed = 0; processed < kMaxMessages;) {
+        bool progress = false;
         if (state.EnsureConnected()) {
             state.TakeMissingNames();
-            if (state.bus && state.ProcessOne()) {
-                ++processed;
-                continue;
-            }
+            progress = state.bus && state.ProcessOne();
+        }
+        if (state.lanes.Serve() || progress) {
+            ++processed;
+            continue;
         }
         if (processed > 0 || Clock::now() >= until) return;
         if (state.WaitUntil(until)) return;

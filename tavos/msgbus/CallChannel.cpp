@@ -88,7 +88,9 @@ void CallChannel::RefuseSilentBus() const {
 }
 
 void CallChannel::RefuseSilent(const ServiceAddress& to) const {
-    if (_silent->IsSilent(to.service)) throw osa::Exception("the service is silent");
+    if (!_silent->IsSilent(to.service)) return;
+    RefuseSilentBus();
+    throw osa::Exception("the service is silent");
 }
 
 void CallChannel::Missed(const ServiceAddress& whose) {

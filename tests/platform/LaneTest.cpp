@@ -86,11 +86,12 @@ protected:
         alarmClient.reset(IAlarmV3Provider::CreateClient(messages.get()));
     }
 
+    /// Only the pan axis hangs.
     Treatment Treat(const ReceivedCall& call) {
         if (call.operation == "Ping") return hang ? Treatment::kHang : Treatment::kServe;
         const std::lock_guard<std::mutex> lock(mutex);
         received.push_back(call);
-        return hang ? Treatment::kHang : Treatment::kServe;
+        return hang && call.service == "org.tavos.Pan1" ? Treatment::kHang : Treatment::kServe;
     }
 
     std::vector<ReceivedCall> Received() {

@@ -106,6 +106,9 @@ public:
         return _watched.size() - 1;
     }
 
+    /// Makes Wait return at once: there is something to do already.
+    void Shorten() { _until = Clock::time_point::min(); }
+
     /// Returns at `until` at the latest, or when a signal arrives.
     void Wait() { poll(_watched.data(), _watched.size(), MillisecondsUntil(_until)); }
 

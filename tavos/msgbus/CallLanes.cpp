@@ -101,9 +101,9 @@ void CallLanes::Open(Record& record, sd_bus_message* answer) {
     const char* const owner = sd_bus_message_get_sender(answer);
     const char* const sender = sd_bus_message_get_destination(answer);
     if (sender == nullptr) return;
-    Descriptor end(fcntl(received, F_DUPFD_CLOEXEC, 0));  // the answer owns the received one
+    const Descriptor end(fcntl(received, F_DUPFD_CLOEXEC, 0));  // the answer owns the received one
     if (!end || fcntl(end.Get(), F_SETFL, O_RDWR | O_NONBLOCK) != 0) return;
-    BusPtr lane = ConnectionOn(std::move(end));
+    BusPtr lane = ConnectionOn(end);
     ServeNobody(lane.get());
     if (owner != nullptr) record.owner = owner;
     record.lane = {std::move(lane), sender};

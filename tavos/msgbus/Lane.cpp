@@ -12,15 +12,22 @@ namespace tavos::msgbus {
 
 namespace {
 
-BusPtr NewConnection(Descriptor descriptor) {
+/// Takes both descriptors; without `output` it writes to `input`.
+BusPtr NewConnection(Descriptor input, Descriptor output) {
     sd_bus* made = nullptr;
     CheckBus(sd_bus_new(&made));
     BusPtr bus(made);
-    CheckBus(sd_bus_set_fd(made, descriptor.Get(), descriptor.Get()));
-    static_cast<void>(descriptor.Release());  // the connection closes it
+    CheckBus(sd_bus_set_fd(made, input.Get(), output ? output.Get() : input.Get()));
+    static_cast<void>(input.Release());  // the connection closes them
+    static_cast<void>(output.Release());
     CheckBus(sd_bus_set_anonymous(made, 1));
     CheckBus(sd_bus_negotiate_fds(made, 0));
     return bus;
+}
+
+/// Makes `number` another name of the descriptor.
+void Replace(int number, const Descriptor& descriptor) {
+    CheckBus(dup3(descriptor.Get(), number, O_CLOEXEC) >= 0 ? 0 : -errno);
 }
 
 void Authenticate(sd_bus* client, sd_bus* server) {
@@ -53,17 +60,20 @@ std::pair<Descriptor, Descriptor> NewSocketPair() {
     return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
-/// The library insists on an authentication. If the two processes authenticated over the lane, each would have to wait
-/// for the other, and the service could not know where the first message begins. So the library authenticates with
-/// itself over another pair of sockets; then the lane takes over the number of that socket.
-BusPtr ConnectionOn(Descriptor end) {
+/// The library insists on an authentication. Over the lane each process would have to wait for the other. So the
+/// library authenticates with itself over another pair of sockets; then the lane takes over the numbers of those
+/// sockets.
+BusPtr ConnectionOn(const Descriptor& input, const Descriptor& output) {
     auto [here, there] = NewSocketPair();
-    BusPtr bus = NewConnection(std::move(here));
-    const BusPtr server = NewConnection(std::move(there));
+    const int inputNumber = here.Get();
+    Descriptor second(output ? fcntl(inputNumber, F_DUPFD_CLOEXEC, 0) : -1);
+    if (output && !second) throw osa::Exception("no descriptor for a lane");
+    const int outputNumber = second.Get();
+    BusPtr bus = NewConnection(std::move(here), std::move(second));
+    const BusPtr server = NewConnection(std::move(there), Descriptor());
     Authenticate(bus.get(), server.get());
-    const int descriptor = sd_bus_get_fd(bus.get());
-    CheckBus(descriptor);
-    CheckBus(dup3(end.Get(), descriptor, O_CLOEXEC) >= 0 ? 0 : -errno);
+    Replace(inputNumber, input);
+    if (output) Replace(outputNumber, output);
     return bus;
 }
 

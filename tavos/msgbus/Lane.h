@@ -15,8 +15,7 @@ namespace tavos::msgbus {
 /// The operation that returns the client's end.
 inline constexpr const char* kOpenLane = "OpenLane";
 
-/// The max size of a call on a lane, in octets. A client must send such a call with one system call. The kernel then
-/// delivers it whole, so that the service never waits for the rest of a call.
+/// The max size of a call on a lane, in octets. A larger one must take the bus.
 inline constexpr std::size_t kMaxLaneCall = 4096;
 
 /// Owns a file descriptor, or none.
@@ -41,9 +40,10 @@ private:
 /// Two connected sockets: close-on-exec, not blocking. Throws tavos::osa::Exception without a free descriptor.
 std::pair<Descriptor, Descriptor> NewSocketPair();
 
-/// A connection of the bus library on an end of a lane, ready to call and to serve. Never waits. Throws
+/// A connection of the bus library that reads messages from `input` and writes them to `output`, or also to `input` if
+/// there is no `output`. It is ready to call and to serve; there is no authentication. Never waits. Throws
 /// tavos::osa::Exception.
-BusPtr ConnectionOn(Descriptor end);
+BusPtr ConnectionOn(const Descriptor& input, const Descriptor& output = Descriptor());
 
 /// The serials of the messages that a client sends over one connection to the bus and over all its lanes: one count, so
 /// that the connection's name and the serial identify a call, whichever way it took.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "tavos/osa/Exception.h"
@@ -19,30 +20,52 @@ std::uint32_t NumberAt(const unsigned char* octets, bool isLittleEndian) {
     return number;
 }
 
-/// The size of a message, from its first 16 octets.
-std::uint64_t SizeOf(const unsigned char* header, bool isLittleEndian) {
-    const std::uint64_t fields = NumberAt(header + 12, isLittleEndian);
-    return 16 + (fields + 7) / 8 * 8 + NumberAt(header + 4, isLittleEndian);
-}
+/// The octets that a client has sent. The bus library gets one whole call at a time, because it trusts whoever sends:
+/// it allocates what a message's header announces, up to 128 MB, and reads as long as invalid messages arrive.
+class CallBuffer {
+public:
+    /// False at the lane's end.
+    bool Fill(int lane) {
+        if (_size == sizeof _octets) return true;  // Look decides
+        const ssize_t count = recv(lane, _octets + _size, sizeof _octets - _size, MSG_DONTWAIT);
+        if (count < 0) return errno == EAGAIN || errno == EINTR;
+        _size += static_cast<std::size_t>(count);
+        return count > 0;
+    }
 
-enum class Arrived { kNothing, kCall, kSomethingElse };
+    enum class Content { kIncomplete, kCall, kSomethingElse };
 
-/// Looks at what the library would read next. The library allocates what a message's header announces, up to 128 MB,
-/// and keeps it while the rest does not come.
-Arrived Peek(int descriptor) {
-    constexpr ssize_t kHeader = 16;
-    constexpr unsigned char kMethodCall = 1;
-    constexpr unsigned char kNoReplyExpected = 1;
-    unsigned char octets[kMaxLaneCall];
-    const ssize_t count = recv(descriptor, octets, sizeof octets, MSG_PEEK | MSG_DONTWAIT);
-    if (count < 0 && errno == EAGAIN) return Arrived::kNothing;
-    if (count < kHeader) return Arrived::kSomethingElse;  // also the end of the lane
-    const bool isLittleEndian = octets[0] == 'l';
-    const bool isCall = (isLittleEndian || octets[0] == 'B') && octets[1] == kMethodCall &&
-                        (octets[2] & kNoReplyExpected) == 0 &&
-                        SizeOf(octets, isLittleEndian) <= static_cast<std::uint64_t>(count);
-    return isCall ? Arrived::kCall : Arrived::kSomethingElse;
-}
+    Content Look() const {
+        if (_size < kHeader) return Content::kIncomplete;
+        constexpr unsigned char kMethodCall = 1;
+        constexpr unsigned char kNoReplyExpected = 1;
+        const bool isCall = (_octets[0] == 'l' || _octets[0] == 'B') && _octets[1] == kMethodCall &&
+                            (_octets[2] & kNoReplyExpected) == 0 && CallSize() <= kMaxLaneCall;
+        if (!isCall) return Content::kSomethingElse;
+        return CallSize() <= _size ? Content::kCall : Content::kIncomplete;
+    }
+
+    /// Moves the first call into a socket that is empty.
+    bool MoveTo(int socket) {
+        const auto size = static_cast<std::size_t>(CallSize());
+        if (send(socket, _octets, size, MSG_DONTWAIT | MSG_NOSIGNAL) != static_cast<ssize_t>(size)) return false;
+        _size -= size;
+        std::memmove(_octets, _octets + size, _size);
+        return true;
+    }
+
+private:
+    static constexpr std::size_t kHeader = 16;
+
+    std::uint64_t CallSize() const {
+        const bool isLittleEndian = _octets[0] == 'l';
+        const std::uint64_t fields = NumberAt(_octets + 12, isLittleEndian);
+        return kHeader + (fields + 7) / 8 * 8 + NumberAt(_octets + 4, isLittleEndian);
+    }
+
+    unsigned char _octets[kMaxLaneCall];
+    std::size_t _size = 0;
+};
 
 bool HasUnreadAnswers(sd_bus* lane) {
     std::uint64_t queued = 0;
@@ -52,8 +75,11 @@ bool HasUnreadAnswers(sd_bus* lane) {
 }  // namespace
 
 struct ServedLanes::Lane {
-    Lane(ServiceAddress itsService, std::string itsClient, Descriptor end)
-        : service(std::move(itsService)), client(std::move(itsClient)), bus(ConnectionOn(std::move(end))) {
+    Lane(ServiceAddress itsService, std::string itsClient, Descriptor itsEnd)
+        : service(std::move(itsService)), client(std::move(itsClient)), end(std::move(itsEnd)) {
+        auto [in, out] = NewSocketPair();
+        input = std::move(in);
+        bus = ConnectionOn(out, end);
         sd_bus_slot* slot = nullptr;
         CheckBus(sd_bus_add_filter(bus.get(), &slot, OnMessage, this));
         filter.reset(slot);
@@ -64,36 +90,43 @@ struct ServedLanes::Lane {
         auto& lane = *static_cast<Lane*>(userdata);
         const char* const path = sd_bus_message_get_path(message);
         const char* const interface = sd_bus_message_get_interface(message);
-        lane.isMisused =
-            path == nullptr || interface == nullptr || lane.service.path != path || lane.service.interface != interface;
-        return lane.isMisused ? 1 : 0;
+        lane.isUsed =
+            path != nullptr && interface != nullptr && lane.service.path == path && lane.service.interface == interface;
+        return lane.isUsed ? 0 : 1;
     }
 
-    /// False if the lane must be closed.
-    bool Serve(short found) {
-        if (found != POLLOUT) {
-            if (HasUnreadAnswers(bus.get())) return false;
-            const Arrived arrived = Peek(sd_bus_get_fd(bus.get()));
-            if (arrived == Arrived::kNothing) return true;
-            if (arrived == Arrived::kSomethingElse) return false;
-        }
-        return sd_bus_process(bus.get(), nullptr) >= 0 && !isMisused && sd_bus_is_open(bus.get()) > 0;
+    /// Serves at most one call. False if the lane must be closed.
+    bool Serve(int found) {
+        if ((found & POLLOUT) != 0 && sd_bus_process(bus.get(), nullptr) < 0) return false;
+        if ((found & ~POLLOUT) != 0 && !received.Fill(end.Get())) return false;
+        const auto content = received.Look();
+        if (content != CallBuffer::Content::kCall) return content == CallBuffer::Content::kIncomplete;
+        if (HasUnreadAnswers(bus.get()) || !received.MoveTo(input.Get())) return false;
+        isUsed = false;  // stays so if the library drops the message because it is invalid
+        return sd_bus_process(bus.get(), nullptr) >= 0 && isUsed && sd_bus_is_open(bus.get()) > 0;
     }
+
+    bool HasCall() const { return received.Look() != CallBuffer::Content::kIncomplete; }
 
     void Close() {
         isClosed = true;
         sd_bus_close(bus.get());
+        end = Descriptor();
     }
 
     const ServiceAddress service;
     const std::string client;
-    const BusPtr bus;
+    Descriptor end;
+    CallBuffer received;
+    Descriptor input;                // what the connection reads
+    BusPtr bus;                      // writes to the lane
     SlotPtr filter;                  // released before the bus
     std::shared_ptr<void> attached;  // so is this
-    bool isMisused = false;
+    bool isUsed = false;             // the last message was a call of the service
     bool isClosed = false;
     std::size_t watched = 0;  // its number in the last wait
     short events = 0;         // what that wait found
+    bool hasCall = false;     // one more has arrived before that wait
 };
 
 ServedLanes::ServedLanes() = default;
@@ -144,7 +177,9 @@ void ServedLanes::AddTo(BusWait& wait) {
     Sweep();
     for (auto& lane : _lanes) {
         const int events = HasUnreadAnswers(lane->bus.get()) ? POLLIN | POLLOUT : POLLIN;
-        lane->watched = wait.Add(sd_bus_get_fd(lane->bus.get()), static_cast<short>(events));
+        lane->watched = wait.Add(lane->end.Get(), static_cast<short>(events));
+        lane->hasCall = lane->HasCall();
+        if (lane->hasCall) wait.Shorten();
     }
 }
 
@@ -158,7 +193,7 @@ bool ServedLanes::Serve() {
     for (std::size_t i = 0; i < _lanes.size(); ++i) {
         Lane& lane = *_lanes[i];
         const short events = std::exchange(lane.events, short{0});
-        if (lane.isClosed || events == 0) continue;
+        if (lane.isClosed || (events == 0 && !std::exchange(lane.hasCall, false))) continue;
         served = true;
         if (!lane.Serve(events) && !lane.isClosed) lane.Close();
     }

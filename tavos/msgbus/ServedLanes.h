@@ -14,10 +14,10 @@ namespace tavos::msgbus {
 
 /// The lanes that a host has handed out. A lane carries the calls of one client to one service and nothing else.
 /// Whatever else arrives on it closes it, and so does a call that arrives while the client has not read an earlier
-/// answer: a client costs the host at most one answer's memory. One thread.
+/// answer: a client costs the host at most one call's and one answer's memory. One thread.
 class ServedLanes {
 public:
-    static constexpr std::size_t kMaxForService = 8;
+    static constexpr std::size_t kMaxForService = 4;
 
     /// Serves an interface's operations on a lane until the returned object is destroyed.
     using Attach = std::function<std::shared_ptr<void>(sd_bus* lane)>;

@@ -112,7 +112,8 @@ protected:
 
     /// Calls the pan axis until its calls take a lane.
     void UseLane() {
-        constexpr std::size_t kSockets = 3 + 2;  // to the bus: of host, calls and events; both ends of the lane
+        // To the bus: of host, calls and events. Of the lane: both ends, and the pair behind the host's end.
+        constexpr std::size_t kSockets = 3 + 4;
         const auto isUsed = [&] {
             EXPECT_EQ(PanFailure(), "");
             return Lanes() == 1 && Sockets().size() == socketsBefore + kSockets;

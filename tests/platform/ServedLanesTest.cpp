@@ -1,0 +1,297 @@
+// What a host does with clients that misuse a lane: it closes the lane, and nobody else notices.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "FakeServices.h"
+#include "HostThread.h"
+#include "PrivateBus.h"
+#include "Waiting.h"
+#include "tavos/interfaces/Serve.h"
+#include "tavos/msgbus/MsgBus.h"
+#include "tavos/msgbus/Service.h"
+
+using namespace std::chrono_literals;
+using namespace tavos::interfaces;
+using tavos::msgbus::ServiceHost;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr const char* kPanPath = "/org/tavos/Pan1";
+constexpr const char* kPan = "org.tavos.Pan1";
+
+void Pad(std::string& octets, std::size_t to) {
+    while (octets.size() % to != 0) octets += '\0';
+}
+
+void AppendNumber(std::string& octets, std::uint32_t number) {
+    for (int shift = 0; shift < 32; shift += 8) octets += static_cast<char>(number >> shift & 0xFF);
+}
+
+void AppendField(std::string& fields, char code, char type, const std::string& text) {
+    Pad(fields, 8);
+    fields += {code, 1, type, '\0'};
+    AppendNumber(fields, static_cast<std::uint32_t>(text.size()));
+    fields += text + '\0';
+}
+
+/// The octets of a call without arguments.
+std::string Call(const std::string& path, const std::string& interface, const std::string& operation, char type = 1,
+                 char flags = 0) {
+    std::string fields;
+    AppendField(fields, 1, 'o', path);
+    if (!interface.empty()) AppendField(fields, 2, 's', interface);
+    AppendField(fields, 3, 's', operation);
+    std::string octets = {'l', type, flags, 1};
+    AppendNumber(octets, 0);   // no body
+    AppendNumber(octets, 77);  // serial
+    AppendNumber(octets, static_cast<std::uint32_t>(fields.size()));
+    octets += fields;
+    Pad(octets, 8);
+    return octets;
+}
+
+std::string PanCall() {
+    return Call(kPanPath, kPan, "GetMaxPosition");
+}
+
+/// A client that does with its lanes what it likes.
+class RawClient {
+public:
+    explicit RawClient(const std::string& address) {
+        sd_bus_new(&_bus);
+        sd_bus_set_address(_bus, address.c_str());
+        sd_bus_set_bus_client(_bus, 1);
+        if (sd_bus_start(_bus) < 0) throw std::runtime_error("no bus");
+    }
+    ~RawClient() {
+        for (const int lane : _lanes) close(lane);
+        sd_bus_flush_close_unref(_bus);
+    }
+    RawClient(const RawClient&) = delete;
+    RawClient& operator=(const RawClient&) = delete;
+
+    /// Returns the lane's descriptor, or -1; then Error has the error's name.
+    int OpenLane(const char* service = kPan, const char* path = kPanPath) {
+        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_message* answer = nullptr;
+        int lane = -1;
+        int received = -1;
+        if (sd_bus_call_method(_bus, service, path, service, "OpenLane", &error, &answer, "") >= 0 &&
+            sd_bus_message_read(answer, "h", &received) > 0) {
+            lane = dup(received);
+            _lanes.push_back(lane);
+        }
+        _error = error.name ? error.name : "";
+        sd_bus_error_free(&error);
+        sd_bus_message_unref(answer);
+        return lane;
+    }
+    const std::string& Error() const { return _error; }
+
+private:
+    sd_bus* _bus = nullptr;
+    std::vector<int> _lanes;
+    std::string _error;
+};
+
+bool Send(int lane, const std::string& octets) {
+    return send(lane, octets.data(), octets.size(), MSG_NOSIGNAL | MSG_DONTWAIT) == static_cast<ssize_t>(octets.size());
+}
+
+/// True when the host closes the lane within the time. Answers that are read meanwhile are dropped.
+bool IsClosed(int lane, std::chrono::milliseconds within = 10s) {
+    return Eventually(
+        [&] {
+            char octets[4096];
+            const ssize_t count = recv(lane, octets, sizeof octets, MSG_DONTWAIT);
+            return count == 0 || (count < 0 && errno != EAGAIN);
+        },
+        within);
+}
+
+bool IsAnswered(int lane) {
+    pollfd answer{lane, POLLIN, 0};
+    char octets[4096];
+    return poll(&answer, 1, 10000) == 1 && recv(lane, octets, sizeof octets, MSG_DONTWAIT) > 0 && octets[1] == 2;
+}
+
+/// This process's resident memory in kB.
+long Resident() {
+    const std::string status = FileText("/proc/self/status");
+    return std::stol(status.substr(status.find("VmRSS:") + 6));
+}
+
+class ServedLanesTest : public testing::Test {
+protected:
+    ServedLanesTest() {
+        setenv("TAVOS_CALL_TIMEOUT_MS", "5000", 1);
+        host.Do([this](ServiceHost& h) {
+            Serve(h, pan);
+            Serve(h, iris);
+        });
+        panClient.reset(IPanProvider::CreateClient(&messages));
+    }
+
+    std::size_t Lanes() {
+        std::size_t lanes = 0;
+        host.Do([&](ServiceHost& h) { lanes = h.Internals().Lanes(); });
+        return lanes;
+    }
+
+    void ExpectOthersAreServed() { EXPECT_EQ(panClient->GetMaxPosition(), 359999U); }
+
+    PrivateBus bus;
+    fake::Pan pan;
+    fake::Iris iris;
+    HostThread host{bus.Address()};
+    tavos::msgbus::MsgBus messages;
+    std::unique_ptr<IPanProvider> panClient;
+    RawClient client{bus.Address()};
+};
+
+TEST_F(ServedLanesTest, MessagesFlowAtOnceWithoutAuthentication) {
+    const int lane = client.OpenLane();
+    ASSERT_GE(lane, 0) << client.Error();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(Send(lane, PanCall()));
+        EXPECT_TRUE(IsAnswered(lane));
+    }
+}
+
+TEST_F(ServedLanesTest, ALaneIsGoodForItsServiceOnly) {
+    const std::string others[] = {
+        Call("/org/tavos/Iris1", "org.tavos.Iris1", "GetAutoIris"),
+        Call(kPanPath, "org.tavos.Iris1", "GetAutoIris"),
+        Call("/org/tavos/Iris1", kPan, "GetMaxPosition"),
+        Call(kPanPath, "", "GetMaxPosition"),
+        Call(kPanPath, "org.freedesktop.DBus.Peer", "GetMachineId"),
+        Call(kPanPath, "org.freedesktop.DBus.Introspectable", "Introspect"),
+        Call(kPanPath, "org.freedesktop.DBus.Properties", "GetAll"),
+    };
+    for (const auto& other : others) {
+        const int lane = client.OpenLane();
+        EXPECT_TRUE(Send(lane, other));
+        EXPECT_TRUE(IsClosed(lane)) << other;
+    }
+    EXPECT_EQ(Lanes(), 0U);
+    EXPECT_TRUE(iris.Take().empty());
+}
+
+TEST_F(ServedLanesTest, NoLaneLeadsToMoreLanes) {
+    const int lane = client.OpenLane();
+    EXPECT_TRUE(Send(lane, Call(kPanPath, kPan, "OpenLane")));
+    char octets[4096];
+    pollfd answer{lane, POLLIN, 0};
+    ASSERT_EQ(poll(&answer, 1, 10000), 1);
+    ASSERT_GT(recv(lane, octets, sizeof octets, 0), 1);
+    EXPECT_EQ(octets[1], 3) << "an error";
+    EXPECT_EQ(Lanes(), 1U);
+}
+
+TEST_F(ServedLanesTest, RubbishClosesTheLane) {
+    std::string huge = PanCall();
+    huge[6] = 0x7F;  // announces a body of 8 MB
+    const std::string rubbish[] = {
+        "GET / HTTP/1.1\r\nHost: camera\r\n\r\n",      std::string(5000, '\0'), std::string(5000, '\xFF'), huge,
+        Call(kPanPath, kPan, "GetMaxPosition", 4),      // a signal
+        Call(kPanPath, kPan, "GetMaxPosition", 2),      // an answer
+        Call(kPanPath, kPan, "GetMaxPosition", 1, 1),   // expects no answer
+        Call(kPanPath, kPan, std::string(5000, 'x')),   // too large
+        std::string(PanCall()).replace(16, 1, "\x63"),  // an unknown field instead of the path
+        std::string(PanCall()).replace(3, 1, "\x09"),   // another version of the protocol
+    };
+    for (const auto& octets : rubbish) {
+        const int lane = client.OpenLane();
+        ASSERT_GE(lane, 0);
+        EXPECT_TRUE(Send(lane, octets));
+        EXPECT_TRUE(IsClosed(lane)) << octets.substr(0, 40);
+        ExpectOthersAreServed();
+    }
+    EXPECT_EQ(Lanes(), 1U) << "of the platform's client";
+}
+
+TEST_F(ServedLanesTest, AClientThatNeverReadsLosesItsLaneBeforeMemoryGrows) {
+    ExpectOthersAreServed();
+    const long before = Resident();
+    const int lane = client.OpenLane();
+    std::size_t sent = 0;
+    EXPECT_TRUE(Eventually([&] {
+        for (int i = 0; i < 100; ++i) sent += Send(lane, PanCall()) ? 1 : 0;
+        return Lanes() == 0;
+    }));
+    EXPECT_GT(sent, 100U);
+    EXPECT_LT(Resident() - before, 8000);
+    ExpectOthersAreServed();
+}
+
+TEST_F(ServedLanesTest, AClientThatStopsInTheMiddleOfALargeAnswerHoldsNobodyUp) {
+    struct Library : fake::Alarm {
+        fake::Names GetBankNames() override { return fake::Names(100, std::string(20000, 'x')); }  // 2 MB
+    } library;
+    host.Do([&](ServiceHost& h) { Serve(h, library); });
+    const int lane = client.OpenLane("org.tavos.Alarm3", "/org/tavos/Alarm3");
+    EXPECT_TRUE(Send(lane, Call("/org/tavos/Alarm3", "org.tavos.Alarm3", "GetBankNames")));
+    for (int i = 0; i < 20; ++i) ExpectOthersAreServed();
+    EXPECT_EQ(Lanes(), 2U) << "it may still read; the other lane is the platform's client's";
+    EXPECT_TRUE(Send(lane, Call("/org/tavos/Alarm3", "org.tavos.Alarm3", "GetBankNames")));
+    EXPECT_TRUE(Eventually([&] { return Lanes() == 1; })) << "its next call comes before it has read the answer";
+    host.Do([](ServiceHost& h) { h.SetPresent("org.tavos.Alarm3", false); });
+}
+
+TEST_F(ServedLanesTest, ABusyClientDelaysOthersByItsCallsOneByOne) {
+    const int lane = client.OpenLane();
+    std::string calls;
+    for (int i = 0; i < 100; ++i) calls += PanCall();
+    for (int i = 0; i < 50; ++i) {
+        Send(lane, calls);
+        ExpectOthersAreServed();
+        char octets[65536];
+        while (recv(lane, octets, sizeof octets, MSG_DONTWAIT) > 0) {
+        }
+    }
+}
+
+TEST_F(ServedLanesTest, AServiceHandsOutFewLanesAndOneToEachClient) {
+    const int first = client.OpenLane();
+    const int second = client.OpenLane();
+    EXPECT_TRUE(IsClosed(first)) << "replaced";
+    EXPECT_EQ(Lanes(), 1U);
+    std::vector<std::unique_ptr<RawClient>> others;
+    for (int i = 0; i < 3; ++i) {
+        others.push_back(std::make_unique<RawClient>(bus.Address()));
+        EXPECT_GE(others.back()->OpenLane(), 0);
+    }
+    RawClient tooMany(bus.Address());
+    EXPECT_EQ(tooMany.OpenLane(), -1);
+    EXPECT_EQ(tooMany.Error(), "org.freedesktop.DBus.Error.LimitsExceeded");
+    EXPECT_GE(tooMany.OpenLane("org.tavos.Iris1", "/org/tavos/Iris1"), 0) << "the limit is each service's";
+    EXPECT_TRUE(Send(second, PanCall()));
+    EXPECT_TRUE(IsAnswered(second));
+    for (int i = 0; i < 20; ++i) ExpectOthersAreServed();  // over the bus: there is no lane for it
+    others.pop_back();
+    EXPECT_TRUE(Eventually([&] { return tooMany.OpenLane() >= 0; })) << "a closed lane makes room";
+}
+
+TEST_F(ServedLanesTest, AServiceWithoutItsNameHandsOutNone) {
+    const int lane = client.OpenLane();
+    host.Do([](ServiceHost& h) { h.SetPresent("org.tavos.Pan1", false); });
+    EXPECT_TRUE(IsClosed(lane));
+    EXPECT_EQ(client.OpenLane(), -1);
+    host.Do([](ServiceHost& h) { h.SetPresent("org.tavos.Pan1", true); });
+    EXPECT_GE(client.OpenLane(), 0);
+}
+
+}  // namespace

@@ -2,6 +2,8 @@ import os
 
 import pytest
 
+from watching import use_lanes
+
 
 @pytest.fixture
 def undisturbed():
@@ -22,6 +24,16 @@ def started(desk):
     """A running desk camera of this test."""
     desk.start()
     return desk
+
+
+@pytest.fixture(params=["lanes", "bus"])
+def transport(request, desk):
+    """A running desk camera of this test; all calls of its agent take lanes, or all take the bus."""
+    desk.environment["TAVOS_BUS_LANES"] = {"lanes": "on", "bus": "off"}[request.param]
+    desk.start()
+    if request.param == "lanes":
+        use_lanes(desk)
+    return request.param
 
 
 @pytest.fixture

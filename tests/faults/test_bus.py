@@ -8,7 +8,7 @@ import pytest
 import ber
 from desk import ManagerOf, await_until
 from expected_tree import OID
-from watching import SANITIZED, TRAPS_KEPT, Asking, footprint, settled, times
+from watching import SANITIZED, TRAPS_KEPT, Asking, footprint, settled, times, use_lanes
 from traps import Sink
 
 
@@ -19,9 +19,9 @@ def kill(desk, name):
 
 
 @pytest.mark.slow
-def test_the_bus_restarts_over_and_over(started, figure):
+def test_the_bus_restarts_over_and_over(transport, desk, figure):
     rounds = times(5, 100)
-    with Sink(started) as sink:
+    with Sink(desk) as sink:
         sink.read()
         emitted = 0
 
@@ -30,7 +30,7 @@ def test_the_bus_restarts_over_and_over(started, figure):
             nonlocal emitted
             emitted += 1
             before = len(sink.values)
-            if started.try_domectl("event", "voltage", emitted).returncode != 0:
+            if desk.try_domectl("event", "voltage", emitted).returncode != 0:
                 return False
             try:
                 await_until(lambda: len(sink.values) > before, "the event's trap", 0.3)
@@ -39,20 +39,21 @@ def test_the_bus_restarts_over_and_over(started, figure):
             return sink.values[-1] == emitted
 
         await_until(events_arrive, "the first event")
-        started.domectl("event", "power", 1, "--count", TRAPS_KEPT)
+        desk.domectl("event", "power", 1, "--count", TRAPS_KEPT)
         await_until(lambda: len(sink.values) > TRAPS_KEPT, "all traps")
-        before = settled(started)
-        with Asking(started, OID["voltage"], pause=0.001) as served, Asking(started, OID["modelName"]) as model:
+        before = settled(desk)
+        with Asking(desk, OID["voltage"], pause=0.001) as served, Asking(desk, OID["modelName"]) as model:
             for number in range(rounds):
                 if number % 2:
-                    kill(started, "bus")
+                    kill(desk, "bus")
                 else:
-                    started.end("bus")
+                    desk.end("bus")
                 served.await_answer(ber.GEN_ERR)
-                started.start_bus()
+                desk.start_bus()
                 served.await_answer(ber.NO_ERROR)
                 await_until(events_arrive, "events arrive again")
-        after = footprint(started.agent_pid())
+            use_lanes(desk)
+        after = footprint(desk.agent_pid())
     for asking in (served, model):
         assert None not in asking.statuses
     assert model.statuses == {ber.NO_ERROR}

@@ -50,18 +50,19 @@ def sound(desk):
 
 @pytest.mark.slow
 @pytest.mark.alone
-@pytest.mark.parametrize("what", HANGING)
-def test_one_call_waits_and_others_are_answered(undisturbed, started, figure, what):
+@pytest.mark.parametrize("what,transport", [("service", "lanes"), ("service", "bus"), ("camera", "lanes"),
+                                            ("camera", "bus"), ("bus", "bus")], indirect=["transport"])
+def test_one_call_waits_and_others_are_answered(undisturbed, transport, desk, figure, what):
     unrelated = OID[UNRELATED_OBJECT[what]]
     seconds, rate = times(4, 100), 200
-    with HANGING[what](started):
-        with Asking(started, OID["voltage"], wait=False) as asking:
-            before = answers_at_a_rate(started.port, unrelated, rate, 1)  # the wait falls into this second
+    with HANGING[what](desk):
+        with Asking(desk, OID["voltage"], wait=False) as asking:
+            before = answers_at_a_rate(desk.port, unrelated, rate, 1)  # the wait falls into this second
             for _ in range(times(3, 1)):  # repeated, because other work of the machine can only lengthen the times
-                taken = answers_at_a_rate(started.port, unrelated, rate, seconds)
+                taken = answers_at_a_rate(desk.port, unrelated, rate, seconds)
                 if percentile(taken, 99) < UNRELATED:
                     break
-    await_until(lambda: sound(started), "the service answers again")
+    await_until(lambda: sound(desk), "the service answers again")
 
     assert None not in asking.statuses
     assert asking.statuses == {ber.GEN_ERR}
@@ -81,3 +82,10 @@ def test_one_call_waits_and_others_are_answered(undisturbed, started, figure, wh
     assert max(before) < DEADLINE + 0.2
     if FULL:  # long enough that a wait of half a second is less than one percent
         assert percentile(everybody, 99) < UNRELATED
+
+
+@pytest.mark.parametrize("transport", ["lanes"], indirect=True)
+def test_calls_on_lanes_continue_while_the_bus_hangs(transport, desk):
+    with stopped(desk, "bus"), ManagerOf(desk) as manager:
+        for _ in range(20):
+            assert manager.get(OID["voltage"]).error_status == ber.NO_ERROR

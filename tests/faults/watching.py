@@ -11,7 +11,8 @@ import time
 from typing import NamedTuple, Optional
 
 import ber
-from desk import await_until, sanitizer_runtime
+from desk import ManagerOf, await_until, sanitizer_runtime
+from expected_tree import OID
 
 # ./check runs the short form; tests/faults/full runs the full one, which gives the figures of docs/reliability.md.
 FULL = os.environ.get("ORVEX_FULL") == "1"
@@ -51,8 +52,33 @@ def footprint(pid):
                      tuple(sorted(targets)))
 
 
+# Requests that call each service and change nothing: GETs, and stops of what does not move.
+READ = ["temperature", "voltage", "power", "inputStatus", "outputStatus"]
+STOPPED = ["positionPan", "positionTilt", "positionZoomLens", "positionFocusLens", "positionIrisLens"]
+
+
+def use_lanes(desk):
+    """Calls each service until its calls take a lane. Then the agent opens no further descriptors."""
+    def count():
+        with ManagerOf(desk) as manager:
+            for name in READ * 3:
+                manager.get(OID[name])
+            for name in STOPPED * 3:
+                manager.set_octets(OID[name], bytes(4))
+        return len(footprint(desk.agent_pid()).descriptors)
+
+    def is_done():
+        before = count()
+        time.sleep(0.25)  # the agent looks for lanes at least every 0.2 s while it has requests
+        return count() == before == count()
+
+    await_until(is_done, "every service has a lane")
+
+
 def settled(desk):
-    """The agent's footprint after it has closed the store that it writes after its start."""
+    """The agent's footprint after it has closed the store that it writes after its start, and uses all lanes."""
+    use_lanes(desk)
+
     def look():
         now = footprint(desk.agent_pid())
         return now if not any(name.endswith("/snmpd.conf") for name in now.descriptors) else None

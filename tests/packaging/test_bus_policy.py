@@ -134,6 +134,14 @@ def test_only_the_agent_calls_a_service(camera, interface):
     assert refused_to_stranger(camera, camera.call(STRANGER, name, operation))
 
 
+def test_who_may_call_a_service_may_open_a_lane_to_it(camera):
+    pan, control = "org.tavos.Pan1", CONTROL
+    assert camera.call(AGENT, pan, f"{pan}.OpenLane").returncode == 0
+    assert refused(camera.call(DOME, pan, f"{pan}.OpenLane"))
+    assert refused_to_stranger(camera, camera.call(STRANGER, pan, f"{pan}.OpenLane"))
+    assert "UnknownMethod" in camera.call("root", control, f"{control}.OpenLane").stderr
+
+
 def test_the_agent_asks_whether_a_service_is_there(camera):
     assert camera.call(AGENT, "org.tavos.Pan1", "org.freedesktop.DBus.Peer.Ping").returncode == 0
     assert refused_to_stranger(camera, camera.call(STRANGER, "org.tavos.Pan1", "org.freedesktop.DBus.Peer.Ping"))

@@ -6,15 +6,14 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <filesystem>
 #include <functional>
 #include <memory>
-#include <set>
 #include <string>
 #include <thread>
 
 #include "FakeServices.h"
 #include "PrivateBus.h"
+#include "Sockets.h"
 #include "TemporaryFolder.h"
 #include "Waiting.h"
 #include "tavos/core/Logger.h"
@@ -131,17 +130,6 @@ TEST_F(ForkTest, CallsAndEventsGoOnInTheChildAndInTheParent) {
     counter.count = 0;
     EXPECT_TRUE(Eventually([&] { return counter.count > 0; }));
     EXPECT_EQ(pan->GetMaxPosition(), 359999U);
-}
-
-/// This process's open sockets.
-std::set<std::string> Sockets() {
-    std::set<std::string> sockets;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code error;
-        const auto target = std::filesystem::read_symlink(entry, error).string();
-        if (target.find("socket:") == 0) sockets.insert(target);
-    }
-    return sockets;
 }
 
 TEST_F(ForkTest, AForkDuringABurstIsNotInTheMiddleOfAHandler) {

@@ -59,6 +59,7 @@ void Observe(const ObservedCall& call) {
 class LaneTest : public testing::Test {
 protected:
     LaneTest() {
+        unsetenv("TAVOS_BUS_LANES");
         setenv("TAVOS_CALL_TIMEOUT_MS", "300", 1);
         StartHost();
         Connect();

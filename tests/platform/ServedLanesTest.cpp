@@ -137,6 +137,7 @@ long Resident() {
 class ServedLanesTest : public testing::Test {
 protected:
     ServedLanesTest() {
+        unsetenv("TAVOS_BUS_LANES");
         setenv("TAVOS_CALL_TIMEOUT_MS", "5000", 1);
         host.Do([this](ServiceHost& h) {
             Serve(h, pan);

@@ -18,6 +18,7 @@
 #include "tavos/core/Logger.h"
 #include "tavos/interfaces/Serve.h"
 #include "tavos/msgbus/MsgBus.h"
+#include "tavos/msgbus/Service.h"
 #include "tavos/osa/Exception.h"
 
 using namespace tavos::interfaces;
@@ -39,11 +40,13 @@ std::size_t Count(const std::string& text, const std::string& part) {
     return found;
 }
 
-/// A pan axis and a temperature in one process on a bus, and a client with a running event thread.
-class SilenceTest : public testing::Test {
+/// A pan axis and a temperature in one process on a bus, and a client with a running event thread. The parameter is
+/// TAVOS_BUS_LANES; with "on", calls take lanes from the beginning of each test.
+class SilenceTest : public testing::TestWithParam<const char*> {
 protected:
     SilenceTest() {
         setenv("TAVOS_CALL_TIMEOUT_MS", "300", 1);
+        setenv("TAVOS_BUS_LANES", GetParam(), 1);
         tavos::core::IniFile log;
         log.SetValue("log", "log.file", folder.File("log"));
         log.SetValue("log", "log.level", "6");
@@ -59,8 +62,26 @@ protected:
         messages->StartServer();
         panClient.reset(IPanProvider::CreateClient(messages.get()));
         temperatureClient.reset(ITemperatureV2Provider::CreateClient(messages.get()));
+        if (GetParam() == std::string("on")) UseLanes();
     }
-    ~SilenceTest() override { tavos::core::Logger::ClearAppenders(); }
+    ~SilenceTest() override {
+        unsetenv("TAVOS_BUS_LANES");
+        tavos::core::Logger::ClearAppenders();
+    }
+
+    void UseLanes() {
+        const auto haveLanes = [&] {
+            EXPECT_EQ(PanFailure(), "");
+            EXPECT_EQ(OtherFailure(), "");
+            std::size_t lanes = 0;
+            host->Do([&](ServiceHost& h) { lanes = h.Internals().Lanes(); });
+            return lanes == 2;
+        };
+        EXPECT_TRUE(Eventually(haveLanes));
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));  // the next call receives the second lane
+        EXPECT_EQ(PanFailure() + OtherFailure(), "");
+        arrived = 0;
+    }
 
     Treatment Treat(const ReceivedCall& call) {
         if (call.service != "org.tavos.Pan1") {
@@ -116,9 +137,17 @@ protected:
     std::unique_ptr<ITemperatureV2Provider> temperatureClient;
 };
 
+/// Without lanes: calls that take them do not notice that the bus hangs (LaneTest).
+class SilenceOfTheBusTest : public SilenceTest {};
+
+INSTANTIATE_TEST_SUITE_P(Lanes, SilenceTest, testing::Values("on", "off"),
+                         [](const auto& lanes) { return std::string(lanes.param); });
+INSTANTIATE_TEST_SUITE_P(Lanes, SilenceOfTheBusTest, testing::Values("off"),
+                         [](const auto& lanes) { return std::string(lanes.param); });
+
 }  // namespace
 
-TEST_F(SilenceTest, OneCallWaitsAndTheNextFailWithoutReachingTheService) {
+TEST_P(SilenceTest, OneCallWaitsAndTheNextFailWithoutReachingTheService) {
     Hang(true);
     EXPECT_EQ(PanFailure(), kLate);
     for (int i = 0; i < 100; ++i) EXPECT_EQ(PanFailure(), kSilent);
@@ -126,14 +155,14 @@ TEST_F(SilenceTest, OneCallWaitsAndTheNextFailWithoutReachingTheService) {
     EXPECT_EQ(Logged(" tavos Error org.tavos.Pan1 does not answer: until it does, calls to it fail at once\n"), 1U);
 }
 
-TEST_F(SilenceTest, OtherServicesAnswerMeanwhile) {
+TEST_P(SilenceTest, OtherServicesAnswerMeanwhile) {
     Hang(true);
     EXPECT_EQ(PanFailure(), kLate);
     EXPECT_NO_THROW(temperatureClient->GetTemperatureDegreesCelsius(0));
     EXPECT_EQ(PanFailure(), kSilent);
 }
 
-TEST_F(SilenceTest, AfterAnAnsweredPingItIsCalledAgain) {
+TEST_P(SilenceTest, AfterAnAnsweredPingItIsCalledAgain) {
     Hang(true);
     EXPECT_EQ(PanFailure(), kLate);
     EXPECT_EQ(PanFailure(), kSilent);
@@ -148,7 +177,7 @@ TEST_F(SilenceTest, AfterAnAnsweredPingItIsCalledAgain) {
     EXPECT_TRUE(ComesTo(""));
 }
 
-TEST_F(SilenceTest, AnErrorIsAnAnswer) {
+TEST_P(SilenceTest, AnErrorIsAnAnswer) {
     Hang(true);
     EXPECT_EQ(PanFailure(), kLate);
     host->Do([](ServiceHost& h) { h.SetPresent("org.tavos.Pan1", false); });
@@ -156,7 +185,7 @@ TEST_F(SilenceTest, AnErrorIsAnAnswer) {
     EXPECT_TRUE(ComesTo(kMissing));
 }
 
-TEST_F(SilenceTest, AServiceThatEndsIsMissing) {
+TEST_P(SilenceTest, AServiceThatEndsIsMissing) {
     Hang(true);
     EXPECT_EQ(PanFailure(), kLate);
     host.reset();
@@ -165,7 +194,7 @@ TEST_F(SilenceTest, AServiceThatEndsIsMissing) {
     EXPECT_EQ(Logged("answers again"), 0U);
 }
 
-TEST_F(SilenceTest, AServiceThatEndsInTheMiddleOfACallIsNotSilent) {
+TEST_P(SilenceTest, AServiceThatEndsInTheMiddleOfACallIsNotSilent) {
     callsHang = true;
     std::string failure;
     std::thread caller([&] { failure = PanFailure(); });
@@ -177,7 +206,7 @@ TEST_F(SilenceTest, AServiceThatEndsInTheMiddleOfACallIsNotSilent) {
     EXPECT_EQ(Logged("does not answer"), 0U);
 }
 
-TEST_F(SilenceTest, AServiceThatAnswersOnlyPingsIsCalledLessOften) {
+TEST_P(SilenceTest, AServiceThatAnswersOnlyPingsIsCalledLessOften) {
     callsHang = true;
     for (int miss = 1; miss <= 4; ++miss) {
         EXPECT_TRUE(ComesTo(kLate)) << miss;
@@ -191,7 +220,7 @@ TEST_F(SilenceTest, AServiceThatAnswersOnlyPingsIsCalledLessOften) {
     EXPECT_TRUE(ComesTo(""));
 }
 
-TEST_F(SilenceTest, AnswersThatAreErrorsResetTheCountOfMisses) {
+TEST_P(SilenceTest, AnswersThatAreErrorsResetTheCountOfMisses) {
     for (int round = 0; round < 4; ++round) {
         callsHang = true;
         EXPECT_TRUE(ComesTo(kLate)) << round;
@@ -209,7 +238,7 @@ TEST_F(SilenceTest, AnswersThatAreErrorsResetTheCountOfMisses) {
     EXPECT_LT(failures, 100);
 }
 
-TEST_F(SilenceTest, ABusThatHangsIsWaitedForOnce) {
+TEST_P(SilenceOfTheBusTest, ABusThatHangsIsWaitedForOnce) {
     EXPECT_EQ(PanFailure(), "");
     bus.Freeze();
     EXPECT_EQ(PanFailure(), kLate);  // on the existing connection
@@ -224,7 +253,7 @@ TEST_F(SilenceTest, ABusThatHangsIsWaitedForOnce) {
     EXPECT_TRUE(Eventually([&] { return OtherFailure().empty(); }));
 }
 
-TEST_F(SilenceTest, ABusThatHangsRepeatedlyIsTriedAtOnceEachTime) {
+TEST_P(SilenceOfTheBusTest, ABusThatHangsRepeatedlyIsTriedAtOnceEachTime) {
     EXPECT_EQ(PanFailure(), "");
     for (int time = 1; time <= 5; ++time) {
         bus.Freeze();
@@ -237,7 +266,7 @@ TEST_F(SilenceTest, ABusThatHangsRepeatedlyIsTriedAtOnceEachTime) {
     }
 }
 
-TEST_F(SilenceTest, ACallQueuedBehindAWaitingCallIsNotSent) {
+TEST_P(SilenceTest, ACallQueuedBehindAWaitingCallIsNotSent) {
     Hang(true);
     std::string first;
     std::thread caller([&] { first = PanFailure(); });
@@ -248,7 +277,7 @@ TEST_F(SilenceTest, ACallQueuedBehindAWaitingCallIsNotSent) {
     EXPECT_EQ(arrived, 1);
 }
 
-TEST_F(SilenceTest, ACallThatSpentItsDeadlineQueuedIsNoEvidenceOfSilence) {
+TEST_P(SilenceTest, ACallThatSpentItsDeadlineQueuedIsNoEvidenceOfSilence) {
     Hang(true);
     std::thread caller([&] { EXPECT_EQ(PanFailure(), kLate); });
     AwaitCallUnderWay();
@@ -260,7 +289,7 @@ TEST_F(SilenceTest, ACallThatSpentItsDeadlineQueuedIsNoEvidenceOfSilence) {
     EXPECT_EQ(Logged("does not answer"), 1U);
 }
 
-TEST_F(SilenceTest, ASilentServiceIsCalledAgainOnANewBus) {
+TEST_P(SilenceTest, ASilentServiceIsCalledAgainOnANewBus) {
     Hang(true);
     EXPECT_EQ(PanFailure(), kLate);
     bus.Stop();
@@ -269,7 +298,7 @@ TEST_F(SilenceTest, ASilentServiceIsCalledAgainOnANewBus) {
     EXPECT_TRUE(ComesTo(""));
 }
 
-TEST_F(SilenceTest, WithoutTheEventThreadEachCallWaits) {
+TEST_P(SilenceTest, WithoutTheEventThreadEachCallWaits) {
     MsgBus quiet;
     panClient.reset(IPanProvider::CreateClient(&quiet));
     Hang(true);

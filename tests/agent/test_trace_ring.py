@@ -112,6 +112,26 @@ def test_a_set_is_recorded_with_the_calls_that_it_makes(ring, camera, manager):
     assert 0 < call.microseconds <= record.microseconds
 
 
+@pytest.mark.skipif(os.environ.get("TAVOS_BUS_LANES") == "off", reason="TAVOS_BUS_LANES is off")
+def test_a_call_has_the_same_sender_and_serial_on_both_sides_also_without_the_bus(ring, camera, manager):
+    _, change = camera.history()
+    for _ in range(10):
+        manager.set_octets(OID["positionPan"], PAN_TO_180)
+    bus = camera.processes["bus"].pid
+    os.kill(bus, signal.SIGSTOP)  # now the calls have a lane
+    try:
+        for _ in range(3):
+            manager.set_octets(OID["positionPan"], PAN_TO_180)
+        made = [call for record in next_records(ring, 13) for call in record.calls]
+    finally:
+        os.kill(bus, signal.SIGCONT)
+    assert [call.outcome for call in made] == [trace_ring.CALL_ANSWERED] * 13
+    heard, _ = camera.history(change)
+    heard = [(call["sender"], call["serial"]) for call in heard if call["kind"] == "call"]
+    assert [(call.sender, call.serial) for call in made] == heard
+    assert len({call.sender for call in made}) == 1 and len({call.serial for call in made}) == 13
+
+
 def test_a_call_that_fails_and_those_that_are_not_made_are_recorded(ring, camera, manager):
     camera.domectl("fault", "temperature", "hang")
     try:

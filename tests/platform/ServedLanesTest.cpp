@@ -85,7 +85,7 @@ public:
 
     /// Returns the lane's descriptor, or -1; then Error has the error's name.
     int OpenLane(const char* service = kPan, const char* path = kPanPath) {
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error{};
         sd_bus_message* answer = nullptr;
         int lane = -1;
         int received = -1;

@@ -44,18 +44,22 @@ const CallLanes::Lane* CallLanes::Find(const std::string& service) {
     return nullptr;
 }
 
-void CallLanes::Answered(sd_bus* bus, const ServiceAddress& service, const char* owner) {
+void CallLanes::Answered(sd_bus* bus, const ServiceAddress& service, const char* owner) noexcept {
     if (!service.hasLanes || owner == nullptr) return;
-    Record& record = _records[service.service];
-    if (record.owner != owner) {
-        if (record.request) _requested = false;
-        CloseLane(record);
-        record = Record();
-        record.lanes = this;
-        record.owner = owner;
+    try {
+        Record& record = _records[service.service];
+        if (record.owner != owner) {
+            if (record.request) _requested = false;
+            CloseLane(record);
+            record = Record();
+            record.lanes = this;
+            record.owner = owner;
+        }
+        if (record.lane.connection || _requested || ++record.answers < kAnswersBeforeLane) return;
+        if (Clock::now() >= record.nextRequest) Request(bus, service, record);
+    } catch (const std::exception&) {
+        // Calls take the bus.
     }
-    if (record.lane.connection || _requested || ++record.answers < kAnswersBeforeLane) return;
-    if (Clock::now() >= record.nextRequest) Request(bus, service, record);
 }
 
 /// Not `owner` is asked but the name: the bus's policy allows calls to names.

@@ -21,6 +21,7 @@ public:
     static constexpr int kAnswersBeforeLane = 4;
 
     explicit CallLanes(Serials& serials) : _serials(serials) {}
+    ~CallLanes() { Release(); }
     CallLanes(const CallLanes&) = delete;
     CallLanes& operator=(const CallLanes&) = delete;
 
@@ -37,8 +38,8 @@ public:
     bool Has(const std::string& service) const;
 
     /// `service`, now owned by the connection `owner`, has answered a call over `bus`. Sends it the request for a lane
-    /// when one is due.
-    void Answered(sd_bus* bus, const ServiceAddress& service, const char* owner);
+    /// when one is due. Without memory there is no request: the call has succeeded, whatever fails here.
+    void Answered(sd_bus* bus, const ServiceAddress& service, const char* owner) noexcept;
 
     /// As sd_bus_process, for the connection to the bus: it may receive a lane.
     int Process(sd_bus* bus);

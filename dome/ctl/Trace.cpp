@@ -13,7 +13,6 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <thread>
 #include <utility>
 
@@ -21,11 +20,11 @@
 #include "tavos/core/Logger.h"
 #include "tavos/msgbus/MsgBus.h"
 #include "tavos/osa/Exception.h"
+#include "trace/reader/AgentReader.h"
 #include "trace/reader/Communities.h"
 #include "trace/reader/Json.h"
 #include "trace/reader/Pcap.h"
 #include "trace/reader/Plain.h"
-#include "trace/reader/Ring.h"
 #include "trace/reader/Story.h"
 
 namespace dome {
@@ -111,14 +110,6 @@ std::int64_t Now() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
 }
 
-/// A file that is missing, or that only another user may read, names no communities.
-trace::Communities ReadCommunities(const std::string& path) {
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return trace::Communities(text.str());
-}
-
 /// One line on standard error when something starts to fail; further failures are silent until it works again.
 class Notes {
 public:
@@ -133,51 +124,20 @@ private:
     bool _failing = false;
 };
 
-/// The agent's part, over its restarts.
+/// The agent's part.
 class Agent {
 public:
-    /// Records after `since` that are gone count as lost.
-    Agent(std::string socketPath, std::uint64_t since) : _path(std::move(socketPath)), _next(since + 1) {}
+    Agent(std::string socketPath, std::uint64_t since) : _reader(std::move(socketPath), since) {}
 
-    /// Reads the records that are there now: with those that come meanwhile it might not end.
     void Read(trace::Story& story) {
-        try {
-            if (!_ring) Connect(story);
-            const bool isGone = _ring->AgentIsGone();  // asked before reading: nothing comes after that
-            std::vector<std::byte> octets;
-            const std::uint64_t end = _ring->Facts().nextNumber;
-            for (std::uint64_t number = 0; number + 1 < end && _ring->Next(octets);) {
-                number = trace::HeadOf(octets).number;
-                story.AddRecord(trace::DecodeRecord(octets), LostBefore(number));
-            }
-            _notes.Works();
-            if (isGone) _ring.reset();
-            if (isGone) _notes.Failed("the agent has ended, or no longer keeps the trace");
-        } catch (const std::exception& error) {
-            _notes.Failed(error.what());  // the ring, if there is one, goes on after a broken record
-        }
+        const std::string why = _reader.Read(story);
+        why.empty() ? _notes.Works() : _notes.Failed(why);
     }
 
     bool IsFailing() const { return _notes.IsFailing(); }
 
 private:
-    void Connect(trace::Story& story) {
-        _ring = std::make_unique<trace::RingReader>(_path);
-        if (_wasConnected) _next = 1;
-        _wasConnected = true;
-        story.ForgetAgent();
-    }
-
-    std::uint64_t LostBefore(std::uint64_t number) {
-        const std::uint64_t lost = number > _next ? number - _next : 0;
-        _next = number + 1;
-        return lost;
-    }
-
-    std::string _path;
-    std::unique_ptr<trace::RingReader> _ring;
-    std::uint64_t _next;  // the number of the record that must come next
-    bool _wasConnected = false;
+    trace::AgentReader _reader;
     Notes _notes;
 };
 
@@ -372,7 +332,7 @@ void Write(std::vector<trace::Entry> entries, Filter& filter, Output& output, st
 }
 
 int Show(const std::string& state, const std::string& bus, const Options& options) {
-    trace::Story story(ReadCommunities(state + "/snmpd.conf"));
+    trace::Story story(trace::Communities::OfFile(state + "/snmpd.conf"));
     Agent agent(state + "/trace.sock", options.since.value_or(0));
     Camera camera(bus);
     Output output(options);

@@ -1,5 +1,6 @@
 #include "trace/reader/Communities.h"
 
+#include <fstream>
 #include <iomanip>
 #include <sstream>
 #include <vector>
@@ -33,6 +34,13 @@ Communities::Communities(const std::string& configuration) {
             if (words.size() > 1) _names.emplace(words[1], directive + " in line " + std::to_string(number));
         }
     }
+}
+
+Communities Communities::OfFile(const std::string& path) {
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return Communities(text.str());
 }
 
 std::optional<std::string> Communities::NameOf(const std::string& community) const {

@@ -15,7 +15,13 @@ public:
     /// not read.
     explicit Communities(const std::string& configuration);
 
+    /// Those of that file. One that is missing, or that only another user may read, names none.
+    static Communities OfFile(const std::string& path);
+
     std::optional<std::string> NameOf(const std::string& community) const;
+
+    /// Their names, by community.
+    const std::map<std::string, std::string>& All() const { return _names; }
 
 private:
     std::map<std::string, std::string> _names;

@@ -121,6 +121,16 @@ ObjectFacts FactsOf(const ObjectId& name) {
     return {};
 }
 
+std::vector<CameraObject> AllCameraObjects() {
+    std::vector<CameraObject> objects;
+    const auto add = [&](const std::vector<Row>& rows, bool isColumn) {
+        for (const Row& row : rows) objects.push_back({row.name, row.id, row.type, row.isWritable, isColumn});
+    };
+    add(CameraObjects(), false);
+    add(Columns(), true);
+    return objects;
+}
+
 std::string NameOf(const ObjectId& name) {
     const ObjectFacts facts = FactsOf(name);
     return facts.name.empty() ? Dotted(name) : facts.name;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "trace/reader/Message.h"
 
@@ -21,6 +22,18 @@ struct ObjectFacts {
 /// Knows the camera's objects, the cells of its tables, and some of the agent's. A name below or above a camera's
 /// object has that object's facts with isInstance false; the name then has the rest of its numbers: "positionPan.0".
 ObjectFacts FactsOf(const ObjectId& name);
+
+/// An object of the camera, or a column of one of its tables.
+struct CameraObject {
+    std::string name;       ///< "positionPan", "relayStatesTable state"
+    ObjectId id;            ///< with its instance; of a column without: a row's number follows
+    std::uint8_t type = 0;  ///< ValueType
+    bool isWritable = false;
+    bool isColumn = false;
+};
+
+/// All of them, in the order of the camera's table of objects; the columns at the end.
+std::vector<CameraObject> AllCameraObjects();
 
 /// The name, or the dotted numbers of one that is not known.
 std::string NameOf(const ObjectId& name);

@@ -191,6 +191,8 @@ Json Control::Picture(std::size_t maxPoints) const {
     state["power"] = _camera.sensors.PowerStatus();
     state["fan"] = _camera.sensors.IsFanRunning();
     for (const auto& [service, fault] : _faults.All()) state["faults"][service] = KindOf(fault).name;
+    state["clock"]["mode"] = _clock.IsRunning() ? "run" : "pause";
+    state["clock"]["rate"] = _clock.Rate();
     return state;
 }
 
@@ -200,8 +202,6 @@ std::string Control::State(std::size_t maxPoints) const {
 
 std::string Control::StateAndClock() const {
     Json state = Picture(kAllPoints);
-    state["clock"]["mode"] = _clock.IsRunning() ? "run" : "pause";
-    state["clock"]["rate"] = _clock.Rate();
     state["clock"]["time"] = _clock.Time();
     return OneLine(state);
 }

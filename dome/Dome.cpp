@@ -59,6 +59,9 @@ void Dome::OpenConsole(const console::Options& options) {
     access.execute = [this](const std::vector<std::string>& words) { Execute("page", words); };
     access.call = [this](const std::string& service, const std::vector<std::string>& words,
                          const std::function<void()>& carryOut) { return CallForPage(service, words, carryOut); };
+    access.history = [this](std::uint64_t change) {
+        return _control.Execute({"history", "--since", std::to_string(change)}).text;
+    };
     access.serialNumber = _settings.SerialNumber();
     _console = std::make_unique<console::Console>(options, _services, std::move(access));
     WakeOn(_console->Descriptor());

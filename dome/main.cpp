@@ -63,6 +63,8 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
     add("--config", "FILE", options.configuration, "what the camera can do; dome/desk.toml describes it");
     add("--console-port", "N", options.console.port, "TCP port of the page (default 0: none)")->check(port);
     add("--console-address", "IP", options.console.address, "where the page is served (default 127.0.0.1)");
+    add("--trace", "SOCKET", options.console.trace.socket,
+        "where the agent's companion offers the trace, for the page (default: trace.sock in DIR)");
     const CLI::Option* const agent =
         add("--agent-port", "N", options.console.agentPort,
             "UDP port of the agent in front of it, for commands that the page shows (default 1161);\n"
@@ -70,6 +72,8 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
             ->check(port);
     const std::optional<int> status = line.Parse(argc, argv);
     options.console.watchesAgent = agent->count() > 0 && options.console.agentPort != 0;
+    if (options.console.trace.socket.empty()) options.console.trace.socket = options.state + "/trace.sock";
+    options.console.trace.configuration = options.state + "/snmpd.conf";
     return status;
 }
 
@@ -96,6 +100,7 @@ int main(int argc, char** argv) {
         const dome::Configuration configuration =
             options.configuration.empty() ? dome::Configuration() : dome::ReadConfiguration(options.configuration);
         const std::string store = SettingsStore(options.state);
+        setenv("MIBS", "", 1);  // net-snmp must not look for MIBs when the console sends a command
         dome::Dome dome(options.bus.empty() ? address : options.bus, configuration, store);
         if (options.console.port != 0) dome.OpenConsole(options.console);
         CatchSignals();

@@ -6,6 +6,9 @@
 #include <string_view>
 #include <utility>
 
+#include "trace/reader/Json.h"
+#include "trace/reader/Message.h"
+
 namespace dome::console {
 
 namespace {
@@ -20,26 +23,46 @@ constexpr auto kAskEvery = 1s;
 constexpr int kMaxUnanswered = 2;  // a call to a hanging service blocks the agent for half a second
 
 // An INTEGER of four octets, which every agent returns unchanged.
-constexpr auto kRequestId =
+constexpr auto kRequestIdOctets =
     "\x02\x04"
     "Desk"sv;
-constexpr auto kRequest =
-    "\x30\x29"
-    "\x02\x01\x01"                              // SNMPv2c
-    "\x04\x06public"                            // community
-    "\xA0\x1C"                                  // GET
-    "\x02\x04"                                  // request ID
-    "Desk"                                      //
-    "\x02\x01\x00\x02\x01\x00"                  // error status and index
-    "\x30\x0E\x30\x0C"                          // one binding
-    "\x06\x08\x2B\x06\x01\x02\x01\x01\x03\x00"  // sysUpTime.0
-    "\x05\x00"sv;
-static_assert(kRequest.size() == 2 + 0x29);
+constexpr auto kVersion2 = "\x02\x01\x01"sv;
+constexpr auto kPublic = "\x04\x06public"sv;
+constexpr auto kNoError = "\x02\x01\x00\x02\x01\x00"sv;
+constexpr auto kSysUpTime = "\x2B\x06\x01\x02\x01\x01\x03\x00"sv;
+// Without their last two numbers: 1 to 5 for pan, tilt, zoom, focus and iris, and the instance.
+constexpr auto kPosition = "\x2B\x06\x01\x04\x01\x89\x36\x04\x02\x07\x04"sv;
+constexpr char kFocus = 4;
+
+std::string Element(char tag, const std::string& contents) {
+    std::string element(1, tag);
+    if (contents.size() > 0x7f) element += '\x81';  // no message here has more than 255 octets
+    return element + static_cast<char>(contents.size()) + contents;
+}
+
+std::string Binding(std::string name) {
+    return Element('\x30', Element('\x06', std::move(name)) + Element('\x05', ""));
+}
+
+std::string ProbeMessage(bool asksFocus) {
+    std::string bindings = Binding(std::string(kSysUpTime));
+    for (char axis = 1; axis <= 5; ++axis) {
+        if (axis != kFocus || asksFocus) bindings += Binding(std::string(kPosition) + axis + '\0');
+    }
+    const std::string get =
+        Element('\xA0', std::string(kRequestIdOctets) + std::string(kNoError) + Element('\x30', bindings));
+    return Element('\x30', std::string(kVersion2) + std::string(kPublic) + get);
+}
 
 }  // namespace
 
-AgentProbe::AgentProbe(asio::io_context& io, std::uint16_t port, std::function<void(bool answers)> report)
-    : _agent(asio::ip::address_v4::loopback(), port), _report(std::move(report)), _socket(io), _next(io) {}
+AgentProbe::AgentProbe(asio::io_context& io, std::uint16_t port, std::function<std::uint64_t()> focusReads,
+                       Reports reports)
+    : _agent(asio::ip::address_v4::loopback(), port),
+      _focusReads(std::move(focusReads)),
+      _reports(std::move(reports)),
+      _socket(io),
+      _next(io) {}
 
 void AgentProbe::Start() {
     ++_run;
@@ -54,10 +77,12 @@ void AgentProbe::Stop() {
 }
 
 void AgentProbe::Ask() {
-    if (_unanswered >= kMaxUnanswered) _report(false);
+    if (_unanswered >= kMaxUnanswered) Lose();
     ++_unanswered;
+    _readsAtAsk = _focusReads();
+    _asksFocus = _readsAtAsk != _readsKnown;
     error_code error;
-    if (_socket.is_open() || Connect()) _socket.send(asio::buffer(kRequest.data(), kRequest.size()), 0, error);
+    if (_socket.is_open() || Connect()) _socket.send(asio::buffer(ProbeMessage(_asksFocus)), 0, error);
     if (error) Fail();
     AskIn(kAskEvery);
 }
@@ -91,7 +116,8 @@ void AgentProbe::Receive() {
         }
         if (IsAnswer(size)) {
             _unanswered = 0;
-            _report(true);
+            _reports.answers(true);
+            TakeCommands(size);
         }
         Receive();
     });
@@ -100,7 +126,15 @@ void AgentProbe::Receive() {
 /// The next request gets a new socket.
 void AgentProbe::Fail() {
     Close();
-    _report(false);
+    Lose();
+}
+
+/// Another agent may answer next, which has had no command yet.
+void AgentProbe::Lose() {
+    _readsKnown = 0;
+    _commands.clear();
+    _reports.answers(false);
+    _reports.commands("[]");
 }
 
 void AgentProbe::Close() {
@@ -109,7 +143,24 @@ void AgentProbe::Close() {
 }
 
 bool AgentProbe::IsAnswer(std::size_t size) const {
-    return std::string_view(_answer.data(), size).find(kRequestId) != std::string_view::npos;
+    return std::string_view(_answer.data(), size).find(kRequestIdOctets) != std::string_view::npos;
+}
+
+void AgentProbe::TakeCommands(std::size_t size) {
+    const trace::Message message = trace::DecodeMessage({_answer.data(), size});
+    if (!message.pdu) return;
+    for (nlohmann::ordered_json& binding : trace::BindingsJson(message.pdu->bindings, false)) {
+        const std::string name = binding["name"];
+        const std::string oid = binding["oid"];
+        const bool isThere = binding["type"] == "OCTET STRING";  // otherwise the agent has no such object
+        if (isThere && name.rfind("position", 0) == 0) _commands[oid] = std::move(binding);
+    }
+    // The agent has read the focus once for this answer. More reads: somebody else has asked meanwhile.
+    const std::uint64_t reads = _focusReads();
+    if (_asksFocus && reads <= _readsAtAsk + 1) _readsKnown = reads;
+    auto commands = nlohmann::ordered_json::array();
+    for (const auto& [id, binding] : _commands) commands.push_back(binding);
+    _reports.commands(trace::Line(commands));
 }
 
 }  // namespace dome::console

@@ -7,21 +7,36 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
 
 namespace dome::console {
 
-/// Probes the SNMP agent on a UDP port of this machine once a second. The probe is an SNMPv2c GET of sysUpTime.0 with
-/// the community "public" (RFC 3416); the agent answers it without a call to the camera. Nothing here blocks. All
-/// members run on the thread of `io`.
+/// Probes the SNMP agent on a UDP port of this machine once a second: an SNMPv2c GET (RFC 3416) of sysUpTime.0 and of
+/// the position objects, which answer the last commands, with the community "public". The agent answers it without a
+/// call to the camera, but for the focus: it reads its position for each request that names its object. So the focus is
+/// asked only after somebody else has. Nothing here blocks. All members run on the thread of `io`.
 class AgentProbe {
 public:
-    /// `report` gets each outcome: true for an answer; false when the port is closed, or after two seconds of silence.
-    AgentProbe(boost::asio::io_context& io, std::uint16_t port, std::function<void(bool answers)> report);
+    /// The request ID of every probe: the trace recognises them by it.
+    static constexpr std::int64_t kRequestId = 0x4465736b;  // "Desk"
 
-    /// Probes at once and then once a second; `report` is not called before this returns.
+    struct Reports {
+        /// Each outcome: true for an answer; false when the port is closed, or after two seconds of silence.
+        std::function<void(bool answers)> answers;
+        /// What the position objects answered, as JSON: the bindings of the trace. [] once the agent is silent.
+        std::function<void(const std::string& commands)> commands;
+    };
+
+    /// `focusReads`: how often somebody has read the position of the focus.
+    AgentProbe(boost::asio::io_context& io, std::uint16_t port, std::function<std::uint64_t()> focusReads,
+               Reports reports);
+
+    /// Probes at once and then once a second; nothing is reported before this returns.
     void Start();
 
-    /// `report` is no longer called until the next Start. The socket is closed.
+    /// Nothing is reported until the next Start. The socket is closed.
     void Stop();
 
 private:
@@ -31,15 +46,22 @@ private:
     void Receive();
     void Fail();
     void Close();
+    void Lose();
     bool IsAnswer(std::size_t size) const;
+    void TakeCommands(std::size_t size);
 
     const boost::asio::ip::udp::endpoint _agent;
-    const std::function<void(bool)> _report;
+    const std::function<std::uint64_t()> _focusReads;
+    const Reports _reports;
     boost::asio::ip::udp::socket _socket;
     boost::asio::steady_timer _next;
-    std::array<char, 512> _answer{};
+    std::array<char, 1024> _answer{};
     int _unanswered = 0;
     unsigned _run = 0;  ///< handlers of an earlier run are ignored
+    bool _asksFocus = false;
+    std::uint64_t _readsAtAsk = 0;
+    std::uint64_t _readsKnown = 0;  ///< the answered command of the focus is as new as these reads
+    std::map<std::string, nlohmann::ordered_json> _commands;  ///< by OID
 };
 
 }  // namespace dome::console

@@ -3,6 +3,7 @@
 #include <array>
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
+#include <charconv>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -42,10 +43,15 @@ struct Route {
     Method method;
 };
 
-constexpr std::array<Route, 5> kRoutes = {{
+constexpr std::array<Route, 10> kRoutes = {{
     {"/api/state", Method::kGet},
     {"/api/activities", Method::kGet},
     {"/api/stream", Method::kGet},
+    {"/api/trace", Method::kGet},
+    {"/api/trace/packets", Method::kGet},
+    {"/api/objects", Method::kGet},
+    {"/api/words", Method::kPost},
+    {"/api/command", Method::kPost},
     {"/api/control", Method::kPost},
     {"/api/call", Method::kPost},
 }};
@@ -63,6 +69,20 @@ std::string_view View(beast::string_view text) {
 
 beast::string_view View(std::string_view text) {
     return {text.data(), text.size()};
+}
+
+/// The number N of a target "...?since=N"; 0 for one without a query.
+std::optional<std::uint64_t> Since(std::string_view target) {
+    constexpr std::string_view kName = "since=";
+    const std::size_t mark = target.find('?');
+    if (mark == std::string_view::npos) return 0;
+    const std::string_view query = target.substr(mark + 1);
+    if (query.substr(0, kName.size()) != kName) return std::nullopt;
+    std::uint64_t number = 0;
+    const char* const end = query.data() + query.size();
+    const auto parsed = std::from_chars(query.data() + kName.size(), end, number);
+    if (parsed.ec != std::errc() || parsed.ptr != end) return std::nullopt;
+    return number;
 }
 
 json ToJson(const Activity& activity) {
@@ -93,7 +113,11 @@ bool IsHttpError(beast::error_code error) {
 
 Hub::Hub(Handover& sharedHandover, Api sharedApi, const std::string& address)
     : handover(sharedHandover), api(std::move(sharedApi)), guard(address) {
-    if (api.agentPort != 0) _probe.emplace(io, api.agentPort, [this](bool answers) { NoteAgent(answers); });
+    if (api.agentPort == 0) return;
+    AgentProbe::Reports reports;
+    reports.answers = [this](bool answers) { NoteAgent(answers); };
+    reports.commands = [this](const std::string& commands) { NoteCommands(commands); };
+    _probe.emplace(io, api.agentPort, api.focusReads, std::move(reports));
 }
 
 Hub::~Hub() {
@@ -135,6 +159,7 @@ bool Hub::AddStream(Connection& connection) {
     if (_streams.size() == 1) {
         KeepAlive();
         agentAnswers.reset();
+        agentCommands.reset();
         if (_probe) _probe->Start();
     }
     return true;
@@ -167,6 +192,12 @@ void Hub::PumpAll(bool keepAlive) {
 void Hub::NoteAgent(bool answers) {
     if (agentAnswers == answers) return;
     agentAnswers = answers;
+    PumpAll(false);
+}
+
+void Hub::NoteCommands(const std::string& commands) {
+    if (agentCommands && *agentCommands == commands) return;
+    agentCommands = std::make_shared<const std::string>(commands);
     PumpAll(false);
 }
 
@@ -273,19 +304,38 @@ void Connection::DispatchApi(const std::string& path) {
         Ask(_hub.api.readState);
     } else if (path == "/api/activities") {
         SendActivities();
+    } else if (path == "/api/trace") {
+        AskTrace(_hub.api.trace);
+    } else if (path == "/api/trace/packets") {
+        AskTrace(_hub.api.packets);
+    } else if (path == "/api/objects") {
+        SendJson(_hub.api.objects());
     } else {
         Post(path);
     }
 }
 
-void Connection::Ask(std::function<Reply()> work) {
-    // The camera's thread must not own a connection of this thread, so it gets a weak pointer.
-    const auto finished = [weak = weak_from_this(), &io = _hub.io](Reply reply) {
+/// Sends a reply that comes from another thread.
+std::function<void(Reply)> Connection::Finisher() {
+    // That thread must not own a connection of this thread, so it gets a weak pointer.
+    return [weak = weak_from_this(), &io = _hub.io](Reply reply) {
         asio::post(io, [weak, reply = std::move(reply)] {
             if (const auto self = weak.lock()) self->SendJson(reply);
         });
     };
-    if (!_hub.handover.Ask({std::move(work), finished})) {
+}
+
+void Connection::AskTrace(const TraceReader& read) {
+    const std::optional<std::uint64_t> since = Since(View(_parser->get().target()));
+    if (!since) {
+        SendError(400, "the query must be since=N, with a place of an earlier answer or 0");
+    } else if (!read(*since, Finisher())) {
+        SendError(503, "too many requests are waiting; try again later");
+    }
+}
+
+void Connection::Ask(std::function<Reply()> work) {
+    if (!_hub.handover.Ask({std::move(work), Finisher()})) {
         SendError(503, "too many requests are waiting; try again later");
     }
 }
@@ -297,7 +347,13 @@ void Connection::Post(const std::string& path) {
         return;
     }
     try {
-        Ask(_hub.api.prepare(path, body));
+        if (path == "/api/words") {
+            SendJson(_hub.api.explain(body));
+        } else if (path == "/api/command") {
+            _hub.api.send(body, Finisher());
+        } else {
+            Ask(_hub.api.prepare(path, body));
+        }
     } catch (const Refusal& refusal) {
         SendError(refusal.status, refusal.reason);
     }
@@ -392,6 +448,10 @@ void Connection::Pump(bool keepAlive) {
     if (_hub.agentAnswers && _hub.agentAnswers != _sentAgent) {
         _sentAgent = _hub.agentAnswers;
         _events += Event("agent", OneLine({{"answers", *_sentAgent}}));
+    }
+    if (_hub.agentCommands && _hub.agentCommands != _sentCommands) {
+        _sentCommands = _hub.agentCommands;
+        _events += Event("commands", *_sentCommands);
     }
     _hub.AppendActivities(_cursor, _events);
     if (_events.empty() && keepAlive) _events = ":\n\n";

@@ -49,8 +49,9 @@ public:
     const Api api;
     const Guard guard;
     std::shared_ptr<const std::string> state;
-    std::optional<bool> agentAnswers;     ///< none: unknown, or the agent is not watched
-    std::atomic<bool> refreshing{false};  ///< Refresh is queued
+    std::optional<bool> agentAnswers;                  ///< none: unknown, or the agent is not watched
+    std::shared_ptr<const std::string> agentCommands;  ///< JSON: the last commands that it answers; null: unknown
+    std::atomic<bool> refreshing{false};               ///< Refresh is queued
 
 private:
     struct Line {
@@ -62,6 +63,7 @@ private:
     void KeepAlive();
     void PumpAll(bool keepAlive);
     void NoteAgent(bool answers);
+    void NoteCommands(const std::string& commands);
 
     std::unordered_map<Connection*, std::shared_ptr<Connection>> _connections;
     std::unordered_set<Connection*> _streams;
@@ -94,7 +96,10 @@ private:
     std::optional<Reply> Objection(std::string_view path) const;
     void DispatchApi(const std::string& path);
     void Ask(std::function<Reply()> work);
+    using TraceReader = std::function<bool(std::uint64_t, std::function<void(Reply)>)>;
+    void AskTrace(const TraceReader& read);
     void Post(const std::string& path);
+    std::function<void(Reply)> Finisher();
     void SendActivities();
     void SendJson(const Reply& reply);
     void SendError(unsigned status, const std::string& reason, const char* allow = nullptr);
@@ -120,6 +125,7 @@ private:
     std::string _events;
     std::shared_ptr<const std::string> _sentState;
     std::optional<bool> _sentAgent;
+    std::shared_ptr<const std::string> _sentCommands;
     std::uint64_t _cursor = 0;
     std::size_t _drained = 0;
     char _scrap[1024];

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "Command.h"
 #include "Operations.h"
 #include "Server.h"
 #include "dome/Control.h"
@@ -74,7 +75,10 @@ json Arguments(const json& body) {
 }  // namespace
 
 Console::Console(const Options& options, Services& services, CameraAccess camera)
-    : _services(services), _camera(std::move(camera)) {
+    : _services(services),
+      _camera(std::move(camera)),
+      _trace(options.trace, _handover, _camera.history),
+      _sender(options.watchesAgent ? options.agentPort : std::uint16_t{0}, options.trace.configuration) {
     Api api;
     api.hello = OneLine({{"agentPort", options.agentPort},
                          {"agentWatched", options.watchesAgent},
@@ -84,6 +88,18 @@ Console::Console(const Options& options, Services& services, CameraAccess camera
     if (options.watchesAgent) api.agentPort = options.agentPort;
     api.readState = [this] { return Reply{200, _camera.state(kMaxPoints)}; };
     api.prepare = [this](const std::string& path, const json& body) { return Prepare(path, body); };
+    api.trace = [this](std::uint64_t since, std::function<void(Reply)> finished) {
+        return _trace.Ask({TraceFeed::Part::kRecords, since, std::move(finished)});
+    };
+    api.packets = [this](std::uint64_t since, std::function<void(Reply)> finished) {
+        return _trace.Ask({TraceFeed::Part::kPackets, since, std::move(finished)});
+    };
+    api.objects = [this] { return Answer({{"objects", ObjectsJson()}, {"users", _sender.Users()}}); };
+    api.explain = [](const json& body) { return Answer(Explain(CommandOf(body))); };
+    api.send = [this](const json& body, std::function<void(Reply)> finished) {
+        _sender.Send(body, std::move(finished));
+    };
+    api.focusReads = [this] { return _focusReads.load(); };
     _server = std::make_unique<Server>(options.address, options.port, _handover, std::move(api));
     _services.temperature.OnTemperatureChange().AddHandler(tavos::core::CreateDelegate(this, &Console::OnTemperature));
     _services.voltage.OnVoltageStatusChange().AddHandler(tavos::core::CreateDelegate(this, &Console::OnVoltage));
@@ -91,6 +107,8 @@ Console::Console(const Options& options, Services& services, CameraAccess camera
 }
 
 Console::~Console() {
+    _trace.Stop();  // their threads use the server's
+    _sender.Stop();
     _services.temperature.OnTemperatureChange().RemoveHandlers(this);
     _services.voltage.OnVoltageStatusChange().RemoveHandlers(this);
     _services.power.OnPowerStatusChange().RemoveHandlers(this);
@@ -177,6 +195,7 @@ Reply Console::CallService(const std::string& service, const std::string& operat
 }
 
 void Console::Heard(const std::string& service, const tavos::msgbus::ReceivedCall& call, const std::string& outcome) {
+    if (service == "focus2" && call.operation == "GetPosition") ++_focusReads;
     Words arguments;
     for (const tavos::msgbus::Value& value : call.arguments) arguments.push_back(tavos::msgbus::Text(value));
     Note("bus", service, call.operation, std::move(arguments), outcome);

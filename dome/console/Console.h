@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -9,6 +10,8 @@
 #include <vector>
 
 #include "Handover.h"
+#include "Sender.h"
+#include "TraceFeed.h"
 #include "dome/Faults.h"
 #include "dome/services/Services.h"
 #include "tavos/msgbus/ServiceHost.h"
@@ -22,6 +25,7 @@ struct Options {
     std::uint16_t port = 0;          ///< TCP; 0: any free one
     std::uint16_t agentPort = 1161;  ///< UDP port of the agent in front of this camera, shown in commands
     bool watchesAgent = false;       ///< probes that agent while a browser watches
+    TraceSource trace;               ///< what the page's trace reads while a browser shows it
 };
 
 /// What the console requires of the camera besides its services. Called on the camera's thread.
@@ -36,6 +40,8 @@ struct CameraAccess {
     std::function<Fault(const std::string& service, const std::vector<std::string>& words,
                         const std::function<void()>& carryOut)>
         call;
+    /// What `domectl history --since N` prints; throws when it cannot.
+    std::function<std::string(std::uint64_t change)> history;
     std::string serialNumber;  ///< empty: it has none
 };
 
@@ -85,6 +91,9 @@ private:
     Handover _handover;
     std::string _shown;
     bool _hasNews = false;
+    TraceFeed _trace;
+    Sender _sender;
+    std::atomic<std::uint64_t> _focusReads{0};
     Clock::time_point _nextShow{};
     std::unique_ptr<Server> _server;  // last: its thread uses the other members
 };

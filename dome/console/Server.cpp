@@ -1,8 +1,5 @@
 #include "Server.h"
 
-#include <pthread.h>
-#include <signal.h>
-
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
 #include <chrono>
@@ -11,6 +8,7 @@
 #include <utility>
 
 #include "Connection.h"
+#include "Thread.h"
 #include "tavos/core/Logger.h"
 #include "tavos/osa/Exception.h"
 
@@ -50,17 +48,6 @@ const std::string& CheckedAddress(const std::string& address) {
     asio::ip::make_address(address, error);
     Check(error, address);
     return address;
-}
-
-// The thread that serves the bus handles the process's signals.
-std::thread StartWithoutSignals(std::function<void()> run) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread thread(std::move(run));
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return thread;
 }
 
 }  // namespace

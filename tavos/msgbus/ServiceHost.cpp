@@ -213,7 +213,7 @@ struct ServiceHost::Private::State {
     /// True when the descriptor of WakeOn has become readable.
     bool WaitUntil(Clock::time_point until) {
         try {
-BusWait wait(bus.get(), wakeDescriptor, IsComplete() ? until : std::min(until, nextAttempt));
+            BusWait wait(bus.get(), wakeDescriptor, IsComplete() ? until : std::min(until, nextAttempt));
             lanes.AddTo(wait);
             wait.Wait();
             lanes.Note(wait);

@@ -63,13 +63,17 @@ class ConsoleDesk(Desk):
     def call(self, service, operation, *arguments):
         return self.post("/api/call", {"service": service, "operation": operation, "args": list(arguments)})
 
+    def trace(self):
+        """What domectl's trace says."""
+        return [json.loads(line) for line in self.domectl("trace", "--json").splitlines()]
+
     def console_state(self):
         return self.get("/api/state").json
 
     def dome_state(self):
-        """The camera's state without its clock, which always runs."""
+        """The camera's state without its clock's time, which always runs."""
         state = super().dome_state()
-        del state["clock"]
+        del state["clock"]["time"]
         return state
 
     def make_new(self):
@@ -81,6 +85,7 @@ class ConsoleDesk(Desk):
         for kind in ("alarm", "relay"):
             self.domectl("banks", kind, "BNK1=4", "BNK2=2")
         self.domectl("clock", "run")
+        self.domectl("clock", "rate", 1)
         for words in (["light", 50], ["zoom-max", 20000], ["pan", 0], ["tilt", 0], ["zoom", 1000], ["auto-focus", 1], ["auto-iris", 1],
                       ["focus", 50], ["iris", 50], ["temperature", 0, 25], ["temperature", 1, 22], ["voltage", 0],
                       ["power", 0]):

@@ -7,6 +7,7 @@ import time
 import pytest
 
 from desk import ManagerOf, await_until
+from expected_tree import OID
 from sockets import sockets_of
 
 PACKETS_READ = "1.3.6.1.2.1.11.1.0"  # snmpInPkts
@@ -90,3 +91,61 @@ def test_without_the_agents_port_nothing_is_probed(desk):
         assert probes(desk) == []
         desk.control("set", "power", 1)
         assert next(name for name, _ in events if name in ("agent", "activity")) == "activity"
+
+
+PAN, FOCUS = OID["positionPan"], OID["positionFocusLens"]
+
+
+def commands_of(events, wanted):
+    """The next commands that are those."""
+    while True:
+        found = {binding["name"]: binding["value"] for binding in events.next("commands")}
+        if wanted(found):
+            return found
+
+
+def test_the_last_commands_are_streamed(camera, tools):
+    with camera.events() as events:
+        events.next("commands")
+        tools.set(PAN, "x", "02000064")
+        assert commands_of(events, lambda found: found.get("positionPan") == "02 00 00 64")
+        assert tools.set(PAN, "x", "02008ca0").status != 0
+        assert commands_of(events, lambda found: found.get("positionPan") == "02 00 8c a0"), "a refused one, too"
+        with camera.events() as second:
+            assert {b["name"]: b["meaning"] for b in second.next("commands")}["positionPan"].startswith("last command: ")
+
+
+def focus_reads(camera):
+    return [call for call in camera.calls() if (call["service"], call["call"]) == ("focus2", "GetPosition")]
+
+
+def test_the_focus_is_asked_only_after_somebody_else(camera, tools):
+    with camera.events() as events:
+        first = events.next("commands")
+        assert camera.calls() == []
+        tools.set(FOCUS, "x", "02008000")
+        commands_of(events, lambda found: found.get("positionFocusLens") == "02 00 80 00")
+        reads = len(focus_reads(camera))
+        time.sleep(2.5)  # two and a half polling intervals
+        assert len(focus_reads(camera)) == reads
+    assert "positionIrisLens" in [binding["name"] for binding in first]
+
+
+def test_a_silent_agent_has_no_last_commands(camera, tools):
+    with camera.events() as events:
+        commands_of(events, lambda found: "positionPan" in found)
+        os.kill(camera.agent_pid(), signal.SIGSTOP)
+        try:
+            assert commands_of(events, lambda found: not found) == {}
+        finally:
+            os.kill(camera.agent_pid(), signal.SIGCONT)
+        assert commands_of(events, lambda found: "positionPan" in found)
+
+
+def test_an_agent_without_these_objects_answers_all_the_same(desk):
+    configuration = desk.state / "snmpd.conf"
+    configuration.write_text(configuration.read_text().replace("view readable included .1\n", "view readable included .1.3.6.1.2.1\n"))
+    desk.start()
+    with desk.events() as events:
+        assert events.next("agent") == {"answers": True}
+        assert events.next("commands") == []

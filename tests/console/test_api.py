@@ -51,6 +51,13 @@ def test_the_clock_is_controlled(camera):
     assert camera.console_state()["pan"]["position"] > 100000
 
 
+def test_the_state_says_how_the_clock_runs(camera):
+    assert camera.console_state()["clock"] == {"mode": "run", "rate": 1}
+    camera.control("clock", "pause")
+    camera.control("clock", "rate", 2.5)
+    assert camera.console_state()["clock"] == {"mode": "pause", "rate": 2.5}
+
+
 @pytest.mark.parametrize("fault", ["fail", "hang", "gone", "ok"])
 def test_a_fault_is_switched(camera, fault):
     camera.control("fault", "tilt", fault)

@@ -14,6 +14,8 @@
 #include "dome/Control.h"
 #include "dome/Faults.h"
 #include "dome/ModelClock.h"
+#include "dome/OneLine.h"
+#include "dome/console/Command.h"
 #include "dome/console/Connection.h"
 #include "dome/console/Console.h"
 #include "support/Opened.h"
@@ -92,6 +94,20 @@ Hub& TheHub() {
         api.readState = [] { return dome::console::Reply{200, s_desk->control.State(Console::kMaxPoints)}; };
         api.prepare = [&console](const std::string& path, const json& body) {
             return (console.*MemberOf(PrepareTag()))(path, body);
+        };
+        api.trace = [](std::uint64_t /*since*/, const std::function<void(dome::console::Reply)>& finished) {
+            finished({200, "{}"});
+            return true;
+        };
+        api.packets = api.trace;
+        api.objects = [] { return dome::console::Reply{200, dome::OneLine(dome::console::ObjectsJson())}; };
+        const auto explain = [](const json& body) {
+            const json words = dome::console::Explain(dome::console::CommandOf(body));
+            return dome::console::Reply{200, dome::OneLine(words)};
+        };
+        api.explain = explain;
+        api.send = [explain](const json& body, const std::function<void(dome::console::Reply)>& finished) {
+            finished(explain(body));
         };
         return new Hub(console.*MemberOf(HandoverTag()), std::move(api), "127.0.0.1");
     }();

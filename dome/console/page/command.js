@@ -131,8 +131,13 @@ export function explain(object, command, camera) {
   return object.explain(command, camera);
 }
 
-/// The command line that sends it.
-export function snmpset(object, octets, port) {
-  const digits = octets.map((octet) => octet.toString(16).padStart(2, '0')).join('');
-  return `snmpset -v2c -c private -On 127.0.0.1:${port} ${object.oid} x ${digits || '""'}`;
+const kLetters = {
+  'OCTET STRING': 'x', INTEGER: 'i', Gauge32: 'u', Counter32: 'c', TimeTicks: 't', Counter64: 'C', IpAddress: 'a', 'OBJECT IDENTIFIER': 'o',
+};
+
+/// The command line that sends it. The page's own text is in the user's hands: quoted, no shell takes it apart.
+export function snmpset({oid, type, value}, port) {
+  const text = type === 'OCTET STRING' ? value.replaceAll(' ', '').toLowerCase() : value;
+  const word = /^[\w.-]+$/.test(text) ? text : `'${text.replaceAll("'", "'\\''")}'`;
+  return `snmpset -v2c -c private -On 127.0.0.1:${port} ${oid} ${kLetters[type]} ${text ? word : '""'}`;
 }

@@ -2,9 +2,11 @@ import {call, control, Motion, Stream} from './link.js';
 import {Arc, Bar, Plan} from './instruments.js';
 import {Street} from './scene.js';
 import {Arrivals} from './arrivals.js';
+import {Commanded} from './commanded.js';
 import {CommandPanel} from './panel.js';
 import {Joystick, HoldButtons} from './hands.js';
 import {Narration} from './narration.js';
+import {Trace} from './trace.js';
 
 const $ = (id) => document.getElementById(id);
 const kSharpEnough = 1; // percent; a smaller error of the focus is invisible
@@ -78,7 +80,9 @@ const plan = new Plan($('plan'));
 const arc = new Arc($('arc'));
 const bars = Object.fromEntries([...document.querySelectorAll('.drive')].map((drive) => [drive.dataset.drive, new Bar(drive)]));
 const arrivals = new Arrivals($('arrivals'), $('no-arrivals'), $('rate'));
-const panel = new CommandPanel();
+const panel = new CommandPanel((sent) => trace.reveal(sent));
+const trace = new Trace(panel, showMessage);
+const commanded = new Commanded();
 const narration = new Narration($('said'));
 let s_camera = null;
 let s_started = 0;
@@ -274,8 +278,13 @@ function showServices(faults) {
     if (select.value !== faults[name]) select.value = faults[name];
     if (select.parentElement.dataset.fault !== faults[name]) select.parentElement.dataset.fault = faults[name];
   }
-  const trouble = names.filter((name) => faults[name] !== 'ok').map((name) => `${name} ${s_faults.get(faults[name])}`);
-  setText($('trouble'), trouble.join(', '));
+  return names.filter((name) => faults[name] !== 'ok').map((name) => `${name} ${s_faults.get(faults[name])}`);
+}
+
+/// What keeps the camera's motions from ending when they should.
+function clockTrouble({mode, rate}) {
+  if (mode === 'pause') return ['clock paused: nothing moves'];
+  return rate === 1 ? [] : [`clock at ${rate}×`];
 }
 
 for (const [id, service, operation] of [['auto-focus', 'focus', 'SetAutoFocus'], ['auto-iris', 'iris', 'SetAutoIris']]) {
@@ -300,6 +309,9 @@ new Stream({
   onAgent({answers}) {
     showLink(answers ? 'live' : 'silent');
   },
+  onCommands(bindings) {
+    commanded.show(bindings);
+  },
   onHello({agentPort, agentWatched, faults, serial, started}) {
     s_faults = new Map(faults);
     showLink(agentWatched ? 'waiting' : 'live'); // until the agent's first answer or timeout
@@ -307,6 +319,8 @@ new Stream({
     setText($('serial'), serial);
     document.title = serial ? `${serial} – Desk camera` : 'Desk camera';
     panel.setPort(agentPort);
+    panel.load();
+    commanded.setWatched(agentWatched);
     motion.reset();
     if (started !== s_started) arrivals.restart();
     s_started = started;
@@ -319,7 +333,8 @@ new Stream({
     relays.show(camera.relay);
     $('shortened').hidden = !camera.shortened;
     showSensors(camera);
-    showServices(camera.faults);
+    setText($('trouble'), [...clockTrouble(camera.clock), ...showServices(camera.faults)].join(', '));
+    commanded.follow(camera);
     setOn($('auto-focus'), camera.focus.auto);
     setOn($('auto-iris'), camera.iris.auto);
     setText($('moving'), motionWord(camera));

@@ -20,7 +20,7 @@ export async function act(path, body, options = {}) {
 export const call = async (service, operation, args, options) => ({service, ...(await act('/api/call', {service, operation, args}, options))});
 export const control = (...words) => act('/api/control', {words: words.map(String)});
 
-/// Follows the camera while the page is visible. `listener` has onHello, onState, onActivity, onAgent and onLost.
+/// Follows the camera while the page is visible. `listener` has onHello, onState, onActivity, onAgent, onCommands and onLost.
 export class Stream {
   constructor(listener) {
     this.listener = listener;
@@ -38,7 +38,7 @@ export class Stream {
         setTimeout(() => this.open(), 2000);
       }
     });
-    for (const name of ['Hello', 'State', 'Activity', 'Agent']) {
+    for (const name of ['Hello', 'State', 'Activity', 'Agent', 'Commands']) {
       this.source.addEventListener(name.toLowerCase(), (event) => this.listener[`on${name}`](JSON.parse(event.data)));
     }
   }

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <thread>
+
+#include "AgentUsers.h"
+#include "Handover.h"
+#include "trace/reader/Message.h"
+
+namespace dome::console {
+
+/// Sends SETs to the agent on a UDP port of this machine, as one of its own users, one after the other on a thread of
+/// its own. Only that thread may use net-snmp in this process.
+class Sender {
+public:
+    static constexpr std::size_t kMaxWaiting = 16;
+
+    /// `configuration`: the agent's snmpd.conf, read for each SET. A port of 0 sends nothing.
+    Sender(std::uint16_t port, std::string configuration);
+    ~Sender();
+    Sender(const Sender&) = delete;
+    Sender& operator=(const Sender&) = delete;
+
+    /// [{"name", "version", "level"}]: the users, each in every version that it can use. No secret is in it. Any thread
+    /// may call it.
+    nlohmann::json Users() const;
+
+    /// Carries out {"oid", "type", "value", "user", "version"} and calls `finished` on the sender's thread with the
+    /// answer that docs/console.md describes. Throws Refusal for a body that is none, or when too many wait. Any thread
+    /// may call it.
+    void Send(const nlohmann::json& body, std::function<void(Reply)> finished);
+
+    /// Ends the thread, after the SET under way: that waits for its answer for a few seconds at most. What waits
+    /// stays unanswered. Any thread but the sender's may call it.
+    void Stop();
+
+private:
+    struct Job {
+        trace::Binding command;
+        AgentUser user;
+        long version;  // net-snmp's number
+        std::function<void(Reply)> finished;
+    };
+
+    void Run();
+    Reply CarryOut(const Job& job) const;
+
+    const std::uint16_t _port;
+    const std::string _configuration;
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    bool _isStopped = false;
+    std::deque<Job> _jobs;
+    std::thread _thread;
+};
+
+}  // namespace dome::console

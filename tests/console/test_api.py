@@ -157,7 +157,8 @@ def test_the_console_calls_what_the_page_lists_and_nothing_else(camera):
         for method in xml.etree.ElementTree.parse(file).iter("method"):
             arguments = [(argument.get("name"), argument.get("direction")) for argument in method.iter("arg")]
             names = ", ".join(name for name, direction in arguments if direction == "in")
-            descriptions[file.stem, method.get("name")] = names, ("result", "out") in arguments
+            if method.get("name") != "OpenLane":  # the bus library's, no operation of the camera
+                descriptions[file.stem, method.get("name")] = names, ("result", "out") in arguments
     services = {"pan": "Pan1", "tilt": "Axis1", "zoom": "Zoom1", "focus": "Focus1", "focus2": "Focus2",
                 "iris": "Iris1", "relay": "Relay3"}
     page = (ROOT / "docs" / "console.md").read_text()

@@ -1,5 +1,6 @@
 """The fixtures of every folder of tests. A folder with desk cameras of its own has a `desk_class` of its own."""
 
+import os
 import pathlib
 import sys
 
@@ -11,6 +12,10 @@ sys.path.insert(0, str(HERE.parent / "conform" / "oracle"))  # what is expected,
 
 from desk import Desk, ManagerOf  # noqa: E402
 from tools import Tools  # noqa: E402
+
+
+# Expensive, and they need engines for containers: tests/container/run runs them.
+collect_ignore = [] if os.environ.get("ORVEX_CONTAINERS") else ["packaging/test_container.py"]
 
 
 @pytest.fixture(scope="session")

@@ -31,8 +31,8 @@ def shell(*command, **options):
     return done.stdout
 
 
-@pytest.fixture(scope="module")
-def packages():
+def build_packages():
+    """Builds them anew; their paths."""
     launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if not (BUILD / "CMakeCache.txt").exists() else []
     shell("cmake", "--preset", "packages", "-B", BUILD, *launcher, cwd=ROOT)
     shell("cmake", "--build", BUILD, cwd=ROOT)
@@ -40,6 +40,11 @@ def packages():
         old.unlink()
     shell("cpack", cwd=BUILD)
     return sorted((BUILD / "packages").glob("*.deb"))
+
+
+@pytest.fixture(scope="module")
+def packages():
+    return build_packages()
 
 
 @pytest.fixture(scope="module")

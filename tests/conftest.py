@@ -15,7 +15,7 @@ from tools import Tools  # noqa: E402
 
 
 # Expensive, and they need engines for containers: tests/container/run runs them.
-collect_ignore = [] if os.environ.get("ORVEX_CONTAINERS") else ["packaging/test_container.py"]
+collect_ignore = [] if os.environ.get("ORVEX_CONTAINERS") else ["packaging/test_container.py", "packaging/test_deployment.py"]
 
 
 @pytest.fixture(scope="session")

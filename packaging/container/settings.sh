@@ -23,7 +23,7 @@ require() {
 
 check_variables() {
     local number='[1-9][0-9]{0,4}' address='[0-9]{1,3}(\.[0-9]{1,3}){3}' target='[A-Za-z0-9.-]+(:[0-9]{1,5})?' name
-    local community='[A-Za-z0-9_.-]{1,32}' letters="1 to 32 letters, digits and _ . -"
+    local community='[A-Za-z0-9_.-]{1,32}' network="$address(/[0-9]{1,2})?" letters="1 to 32 letters, digits and _ . -"
     require ORVEX_CAMERAS '[1-9]|[1-9][0-9]|1[0-9][0-9]|200' "a number from 1 to 200"
     require ORVEX_FIRST_CAMERA "$number" "a number from 1 to 99999"
     require ORVEX_POD_NAME '|.*-[0-9]{1,3}' "a name that ends with a hyphen and the pod's ordinal, at most 999"
@@ -34,7 +34,7 @@ check_variables() {
     done
     require ORVEX_ADDRESS "$address" "an IPv4 address"
     require ORVEX_CONSOLE_ADDRESS "$address" "an IPv4 address"
-    require ORVEX_ALLOW "|$address(/[0-9]{1,2})?( $address(/[0-9]{1,2})?)*" "IPv4 addresses and networks, blanks between"
+    require ORVEX_ALLOW "|$network( $network)*" "IPv4 addresses and networks, blanks between"
     require ORVEX_READ_COMMUNITY "|$community" "$letters"
     require ORVEX_WRITE_COMMUNITY "|$community" "$letters"
     require ORVEX_TRAP_COMMUNITY "$community" "$letters"
@@ -57,7 +57,8 @@ ports() {
 say_what_is_reachable() {
     local who='' page warning='' last=$((ORVEX_FIRST_CAMERA + ORVEX_CAMERAS - 1))
     say "camera $ORVEX_FIRST_CAMERA$( ((ORVEX_CAMERAS == 1)) || echo " to $last"), in $volume"
-    say "SNMP on $ORVEX_ADDRESS, UDP $(ports "$ORVEX_AGENT_PORT"): SNMPv3 user desk reads and writes, authenticated and encrypted"
+    say "SNMP on $ORVEX_ADDRESS, UDP $(ports "$ORVEX_AGENT_PORT")"
+    say "SNMPv3 user desk reads and writes, authenticated and encrypted"
     if [[ $ORVEX_PHRASES && -e $ORVEX_PHRASES ]]; then
         say "its pass phrases are those of $ORVEX_PHRASES"
     else
@@ -101,7 +102,8 @@ set_phrases() {
     sed -i -e "s|^\(defAuthPassphrase\) .*|\1 $authentication|" -e "s|^\(defPrivPassphrase\) .*|\1 $privacy|" \
         "$folder/v3/snmp.conf"
     sed -i "s|^createUser desk .*|createUser desk SHA $authentication AES $privacy|" "$folder/snmpd.conf"
-    [[ $old == "$(<"$folder/v3/snmp.conf")" ]] || sed -i '/^usmUser .*\("desk"\|0x6465736b\(00\)\?\) /d' "$folder/snmp/snmpd.conf"
+    [[ $old == "$(<"$folder/v3/snmp.conf")" ]] ||
+        sed -i '/^usmUser .*\("desk"\|0x6465736b\(00\)\?\) /d' "$folder/snmp/snmpd.conf"
 }
 
 # open_agent DIR PORT: replaces the lines of the agent's configuration that keep it on loopback.

@@ -1,12 +1,12 @@
 """podman and buildah with their storage in build/container, so that nothing else on the machine changes. Containers use
 this machine's network, on loopback addresses and free ports."""
 
+import fcntl
 import json
 import os
 import pathlib
 import shutil
 import subprocess
-import tempfile
 import time
 
 from desk import ROOT, await_until, free_tcp_port, free_udp_port
@@ -41,8 +41,11 @@ def shell(*command, **options):
 
 class Engine:
     def __init__(self):
-        self._folder = pathlib.Path(tempfile.mkdtemp(prefix="orvex-engine-"))
         HOME.mkdir(parents=True, exist_ok=True)
+        self._lock = open(HOME / ".lock", "w")
+        fcntl.flock(self._lock, fcntl.LOCK_EX)  # one test run at a time
+        self._folder = HOME / "run"  # always the same: podman's data base remembers it
+        self._folder.mkdir(exist_ok=True)
         (self._folder / "containers.conf").write_text(ENGINE.format(folder=self._folder))
         (self._folder / "storage.conf").write_text(STORAGE.format(home=HOME, folder=self._folder))
         self.environment = dict(os.environ, CONTAINERS_CONF=str(self._folder / "containers.conf"),
@@ -64,13 +67,13 @@ class Engine:
         self.run("podman", "pod", "rm", "--all", "--force")
         self.run("podman", "rm", "--all", "--force", "--volumes")
         self.run("podman", "volume", "rm", "--all", "--force")
-        mounts = [line for line in pathlib.Path("/proc/self/mounts").read_text().splitlines() if str(self._folder) in line]
-        for line in mounts:
-            subprocess.run(["umount", line.split()[1]], check=False)
-        overlay = HOME / "storage" / "overlay"
-        if os.path.ismount(overlay):  # podman leaves a bind mount of the folder onto itself
-            subprocess.run(["umount", overlay], check=False)
+        self.run("buildah", "rm", "--all")
+        # podman leaves bind mounts of its folders onto themselves.
+        for line in reversed(pathlib.Path("/proc/self/mounts").read_text().splitlines()):
+            if line.split()[1].startswith(f"{HOME}/"):
+                subprocess.run(["umount", line.split()[1]], check=False)
         shutil.rmtree(self._folder, ignore_errors=True)
+        self._lock.close()
 
 
 class Container:
@@ -151,6 +154,14 @@ class Container:
         """Those of each camera, in order."""
         agents = [pid for name, pid in self.tree() if name == "snmpd"]
         return sorted(agents, key=lambda pid: pathlib.Path(f"/proc/{pid}/cmdline").read_bytes())
+
+    def memory(self):
+        """Octets that the kernel charges to the container, page cache included."""
+        for line in pathlib.Path(f"/proc/{self.tree()[0][1]}/cgroup").read_text().splitlines():
+            _, kinds, path = line.split(":", 2)
+            if kinds == "memory":
+                return int(pathlib.Path(f"/sys/fs/cgroup/memory{path}/memory.usage_in_bytes").read_text())
+        return int(pathlib.Path(f"/sys/fs/cgroup{path}/memory.current").read_text())
 
     def is_healthy(self):
         return self.engine.run("podman", "healthcheck", "run", self.name).returncode == 0

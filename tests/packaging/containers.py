@@ -25,6 +25,8 @@ runtime = "runc"
 cgroup_manager = "cgroupfs"
 events_logger = "file"
 tmp_dir = "{folder}/tmp"
+[network]
+network_config_dir = "{folder}/networks"
 """
 STORAGE = """[storage]
 driver = "overlay"

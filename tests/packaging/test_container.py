@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import signal
 import socket
 import tempfile
@@ -46,6 +47,21 @@ def test_in_the_docker_format_the_image_has_its_health_check(engine, image, pack
     shell(CONTAINER / "build", "--packages", packages_folder, "--format", "docker", "--tag", tag, env=engine.environment)
     found = json.loads(engine.podman("image", "inspect", tag))[0]
     assert found["Healthcheck"]["Test"] == ["CMD", "/usr/bin/orvex-camera-health"]
+
+
+def test_a_changed_package_is_in_the_next_image(engine, image, packages_folder, tmp_path):
+    for package in packages_folder.glob("*.deb"):
+        shutil.copy(package, tmp_path)
+    (changed,) = tmp_path.glob("tavos_*.deb")
+    shell("dpkg-deb", "-R", changed, tmp_path / "contents")
+    (tmp_path / "contents" / "usr" / "share" / "tavos" / "changed").touch()
+    shell("dpkg-deb", "-b", tmp_path / "contents", changed)
+    tag = f"{image}-changed"
+    try:
+        shell(CONTAINER / "build", "--packages", tmp_path, "--tag", tag, env=engine.environment)
+        engine.podman("run", "--rm", "--network=host", "--entrypoint=/usr/bin/test", tag, "-e", "/usr/share/tavos/changed")
+    finally:
+        engine.run("podman", "image", "rm", "--force", tag)
 
 
 def test_no_process_is_roots_or_has_a_capability(camera):

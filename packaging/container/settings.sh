@@ -88,22 +88,18 @@ write_whole() {
     (umask 077 && cat >"$1.new") && mv "$1.new" "$1"
 }
 
-# set_phrases DIR: makes those of the mounted file the camera's. The agent ignores new phrases of a user that it knows,
-# so its keys of the old ones are removed.
+# set_phrases DIR: makes those of the mounted file the camera's: the agent's, and those of the tools that read v3.
 set_phrases() {
-    local folder=$1 authentication privacy word='[A-Za-z0-9_.,:;!%+/=@~^*?()-]{8,64}' old
+    local folder=$1 authentication privacy word='[A-Za-z0-9_.,:;!%+/=@~^*?()-]{8,64}'
     [[ $ORVEX_PHRASES && -e $ORVEX_PHRASES ]] || return 0
     [[ -r $ORVEX_PHRASES ]] || fail "user $(id -u) cannot read $ORVEX_PHRASES"
     { read -r authentication && read -r privacy; } <"$ORVEX_PHRASES" || [[ ${privacy:-} ]] ||
         fail "$ORVEX_PHRASES requires two lines, an authentication and a privacy pass phrase"
     [[ $authentication =~ ^$word$ && $privacy =~ ^$word$ ]] ||
         fail "$ORVEX_PHRASES requires pass phrases of 8 to 64 letters, digits and _ . , : ; ! % + / = @ ~ ^ * ? ( ) -"
-    old=$(<"$folder/v3/snmp.conf")
     sed -i -e "s|^\(defAuthPassphrase\) .*|\1 $authentication|" -e "s|^\(defPrivPassphrase\) .*|\1 $privacy|" \
         "$folder/v3/snmp.conf"
     sed -i "s|^createUser desk .*|createUser desk SHA $authentication AES $privacy|" "$folder/snmpd.conf"
-    [[ $old == "$(<"$folder/v3/snmp.conf")" ]] ||
-        sed -i '/^usmUser .*\("desk"\|0x6465736b\(00\)\?\) /d' "$folder/snmp/snmpd.conf"
 }
 
 # open_agent DIR PORT: replaces the lines of the agent's configuration that keep it on loopback.

@@ -101,7 +101,7 @@ TEST_F(BusTest, AServiceThatHangsThrowsAfterTheDeadline) {
     HostThread host(bus.Address());
     std::atomic<bool> hang{true};
     host.Do([&](ServiceHost& h) { Serve(h, pan); });
-    host.Treat([&](const ReceivedCall&) { return hang ? Treatment::kHang : Treatment::kServe; });
+    host.HangWhen([&](const ReceivedCall&) { return hang.load(); });
     MsgBus messages;
     const auto client = PanClient(messages);
     for (int i = 0; i < 6; ++i) {  // more than the bus's max of unanswered calls for one connection
@@ -120,7 +120,7 @@ TEST_F(BusTest, SignalsDoNotCutAWaitShort) {
     HostThread host(bus.Address());
     std::atomic<bool> hang{true};
     host.Do([&](ServiceHost& h) { Serve(h, pan); });
-    host.Treat([&](const ReceivedCall&) { return hang ? Treatment::kHang : Treatment::kServe; });
+    host.HangWhen([&](const ReceivedCall&) { return hang.load(); });
     struct sigaction action {};
     action.sa_handler = [](int) {};
     sigaction(SIGUSR1, &action, nullptr);
@@ -181,8 +181,9 @@ TEST_F(BusTest, ARefusalAndAFailureReachTheCaller) {
     } stubborn;
     HostThread host(bus.Address());
     host.Do([&](ServiceHost& h) { Serve(h, stubborn); });
-    host.Treat([](const ReceivedCall& call) {
-        return call.operation == "GetPosition" ? Treatment::kFail : Treatment::kServe;
+    host.HangWhen([](const ReceivedCall& call) {
+        if (call.operation == "GetPosition") throw tavos::osa::Exception("the service has failed");
+        return false;
     });
     MsgBus messages;
     const auto client = PanClient(messages);

@@ -9,12 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "dome/HeldPings.h"
 #include "tavos/msgbus/ServiceHost.h"
 #include "tavos/osa/Exception.h"
-
-/// A call is served, answered with an error, or never answered.
-enum class Treatment { kServe, kFail, kHang };
 
 /// A service host on a separate thread, as if in another process.
 class HostThread {
@@ -49,20 +45,20 @@ public:
         outcome.get();
     }
 
-    /// Treats each call and ping as the function says.
-    void Treat(std::function<Treatment(const tavos::msgbus::ReceivedCall&)> treat) {
+    /// Leaves each call and ping for which `hangs` is true without an answer; what `hangs` throws is the answer. A ping
+    /// is answered when `hangs` is false again.
+    void HangWhen(std::function<bool(const tavos::msgbus::ReceivedCall&)> hangs) {
         Do([&](tavos::msgbus::ServiceHost& host) {
-            _treat = std::move(treat);
+            _hangs = std::move(hangs);
             host.SetCallFilter([this](const tavos::msgbus::ReceivedCall& call) { return TakesOver(call); });
         });
     }
 
 private:
     bool TakesOver(const tavos::msgbus::ReceivedCall& call) {
-        const Treatment treatment = _treat(call);
-        if (treatment == Treatment::kFail) throw tavos::osa::Exception("the service has failed");
-        if (treatment == Treatment::kHang && call.operation == "Ping") _heldPings.Hold(call.service, call);
-        return treatment == Treatment::kHang;
+        if (!_hangs(call)) return false;
+        if (call.operation == "Ping") _heldPings.push_back(call);
+        return true;
     }
 
     void Run(const std::string& address, std::promise<void>& connected) {
@@ -82,15 +78,20 @@ private:
             }
             for (auto& task : tasks) task(*host);
             host->Process(5);
-            _heldPings.Answer([this](const std::string& service) {
-                return _treat({service, "Ping", {}}) == Treatment::kHang;
-            });
+            AnswerHeldPings();
+        }
+    }
+
+    void AnswerHeldPings() {
+        for (const auto& ping : std::exchange(_heldPings, {})) {
+            if (TakesOver(ping)) continue;
+            ping.answer();
         }
     }
 
     // Of the host's thread.
-    std::function<Treatment(const tavos::msgbus::ReceivedCall&)> _treat;
-    dome::HeldPings _heldPings;
+    std::function<bool(const tavos::msgbus::ReceivedCall&)> _hangs;
+    std::vector<tavos::msgbus::ReceivedCall> _heldPings;
 
     std::mutex _mutex;
     std::vector<std::packaged_task<void(tavos::msgbus::ServiceHost&)>> _tasks;

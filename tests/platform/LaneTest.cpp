@@ -75,7 +75,7 @@ protected:
             Serve(h, pan);
             Serve(h, alarm);
         });
-        host->Treat([this](const ReceivedCall& call) { return Treat(call); });
+        host->HangWhen([this](const ReceivedCall& call) { return Hangs(call); });
     }
 
     void Connect() {
@@ -88,11 +88,11 @@ protected:
     }
 
     /// Only the pan axis hangs.
-    Treatment Treat(const ReceivedCall& call) {
-        if (call.operation == "Ping") return hang ? Treatment::kHang : Treatment::kServe;
+    bool Hangs(const ReceivedCall& call) {
+        if (call.operation == "Ping") return hang;
         const std::lock_guard<std::mutex> lock(mutex);
         received.push_back(call);
-        return hang && call.service == "org.tavos.Pan1" ? Treatment::kHang : Treatment::kServe;
+        return hang && call.service == "org.tavos.Pan1";
     }
 
     std::vector<ReceivedCall> Received() {

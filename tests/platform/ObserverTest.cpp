@@ -67,7 +67,10 @@ protected:
             Serve(h, pan);
             Serve(h, relay);
         });
-        host->Treat([this](const ReceivedCall&) { return treatment.load(); });
+        host->HangWhen([this](const ReceivedCall&) {
+            if (fail) throw tavos::osa::Exception("the service has failed");
+            return hang.load();
+        });
         messages = std::make_unique<MsgBus>();
         messages->StartServer();
         panClient.reset(IPanProvider::CreateClient(messages.get()));
@@ -80,7 +83,7 @@ protected:
     PrivateBus bus;
     fake::Pan pan;
     fake::Relay relay;
-    std::atomic<Treatment> treatment{Treatment::kServe};
+    std::atomic<bool> fail{false}, hang{false};
     std::unique_ptr<HostThread> host;
     std::unique_ptr<MsgBus> messages;
     std::unique_ptr<IPanProvider> panClient;
@@ -119,7 +122,7 @@ TEST_F(ObserverTest, ArgumentsAreJsonWhateverTheyHold) {
 }
 
 TEST_F(ObserverTest, ACallThatTheServiceRefusesIsSeenWithItsError) {
-    treatment = Treatment::kFail;
+    fail = true;
     const std::string failure = Failure([&] { panClient->GetMaxPosition(); });
     const Seen seen = TakeOne();
     EXPECT_EQ(seen.outcome, ObservedCall::Outcome::kFailed);
@@ -129,7 +132,7 @@ TEST_F(ObserverTest, ACallThatTheServiceRefusesIsSeenWithItsError) {
 }
 
 TEST_F(ObserverTest, ALateCallFailsAndThoseAfterItAreNotMade) {
-    treatment = Treatment::kHang;
+    hang = true;
     EXPECT_THROW(panClient->GetMaxPosition(), tavos::osa::Exception);
     EXPECT_THROW(panClient->GetMinPosition(), tavos::osa::Exception);
     const auto seen = Take();

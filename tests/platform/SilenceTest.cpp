@@ -57,7 +57,7 @@ protected:
             Serve(h, pan);
             Serve(h, temperature);
         });
-        host->Treat([this](const ReceivedCall& call) { return Treat(call); });
+        host->HangWhen([this](const ReceivedCall& call) { return Hangs(call); });
         messages = std::make_unique<MsgBus>();
         messages->StartServer();
         panClient.reset(IPanProvider::CreateClient(messages.get()));
@@ -83,15 +83,15 @@ protected:
         arrived = 0;
     }
 
-    Treatment Treat(const ReceivedCall& call) {
+    bool Hangs(const ReceivedCall& call) {
         if (call.service != "org.tavos.Pan1") {
             std::this_thread::sleep_for(std::chrono::milliseconds(temperatureTakes));
-            return Treatment::kServe;
+            return false;
         }
-        if (call.operation == "Ping") return pingsHang ? Treatment::kHang : Treatment::kServe;
+        if (call.operation == "Ping") return pingsHang;
         ++arrived;
-        if (callsFail) return Treatment::kFail;
-        return callsHang ? Treatment::kHang : Treatment::kServe;
+        if (callsFail) throw tavos::osa::Exception("the service has failed");
+        return callsHang;
     }
 
     void Hang(bool hangs) {

@@ -52,10 +52,10 @@ protected:
         tavos::core::Logger::ClearAppenders();
         tavos::core::Logger::ConfigureLogging(log, "log");
         panHost.Do([this](ServiceHost& h) { Serve(h, pan); });
-        panHost.Treat([this](const ReceivedCall& call) {
+        panHost.HangWhen([this](const ReceivedCall& call) {
             std::this_thread::sleep_for(std::chrono::milliseconds(panTakes));
             if (call.operation != "Ping") ++arrived;
-            return Treatment::kServe;
+            return false;
         });
         temperatureHost.Do([this](ServiceHost& h) { Serve(h, temperature); });
         Connect();

@@ -588,7 +588,8 @@ TEST(ProcessCommandLine, NamesTheWrongWordAndWhatWasExpected) {
         EXPECT_EQ(result.errors, "orvex-dome: " + reason + " (orvex-dome --help shows the usage)\n");
     };
     const std::string options =
-        "expected --help, --version, --state, --bus, --config, --console-port, --console-address, --agent-port";
+        "expected --help, --version, --state, --bus, --config, --console-port, --console-address, --trace, "
+        "--agent-port";
     refuses({"--dance", "x", "--state", "y"}, "unknown word '--dance', " + options);
     refuses({"--state", "x", "y"}, "unknown word 'y', " + options);
     refuses({"--bus", "x"}, "--state is required");

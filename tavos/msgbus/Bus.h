@@ -107,7 +107,7 @@ public:
     }
 
     /// Makes Wait return at once: there is something to do already.
-    void Shorten() { _until = Clock::time_point::min(); }
+    void Shorten() { _until = Clock::time_point{}; }  // long past, and far enough from what overflows
 
     /// Returns at `until` at the latest, or when a signal arrives.
     void Wait() { poll(_watched.data(), _watched.size(), MillisecondsUntil(_until)); }

@@ -222,7 +222,11 @@ MessagePtr CallChannel::Exchange(const Way& way, const ServiceAddress& to, sd_bu
     const sd_bus_error* const error = answer ? sd_bus_message_get_error(answer.get()) : nullptr;
     if (answer && (!error || IsAnswer(error->name))) _silent->Answered(to.service, IsSlow(Clock::now() - start));
     if (answer && !error) {
-        if (_useLanes && !way.isLane) _lanes->Answered(way.bus, to, sd_bus_message_get_sender(answer.get()));
+        if (way.isLane) {
+            _lanes->Served(to.service);
+        } else if (_useLanes) {
+            _lanes->Answered(way.bus, to, sd_bus_message_get_sender(answer.get()));
+        }
         return answer;
     }
 
@@ -230,7 +234,7 @@ MessagePtr CallChannel::Exchange(const Way& way, const ServiceAddress& to, sd_bu
     const bool ended = sd_bus_is_open(way.bus) <= 0;
     if (late) Missed(to);
     // Close the lane or the connection: a late answer must not arrive on it.
-    if (late || ended) {
+    if (late || ended || (way.isLane && result < 0)) {
         if (way.isLane) {
             _lanes->Close(to.service);
         } else {

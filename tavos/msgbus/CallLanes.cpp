@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,6 +29,25 @@ bool IsFinal(const sd_bus_error* error) {
                        [&](const char* name) { return sd_bus_error_has_name(error, name) > 0; });
 }
 
+int SocketOption(const Descriptor& socket, int option) {
+    int value = -1;
+    socklen_t size = sizeof value;
+    return getsockopt(socket.Get(), SOL_SOCKET, option, &value, &size) == 0 ? value : -1;
+}
+
+/// Anything else could block the agent's thread: the bus library reads and writes what is no socket without a flag that
+/// prevents it.
+bool IsLanesSocket(const Descriptor& end) {
+    return SocketOption(end, SO_DOMAIN) == AF_UNIX && SocketOption(end, SO_TYPE) == SOCK_STREAM &&
+           SocketOption(end, SO_ACCEPTCONN) == 0;
+}
+
+/// True if the service has sent nothing and has not closed the lane.
+bool IsQuiet(sd_bus* lane) {
+    char octet;
+    return recv(sd_bus_get_fd(lane), &octet, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
+}
+
 }  // namespace
 
 bool CallLanes::Has(const std::string& service) const {
@@ -39,7 +59,7 @@ const CallLanes::Lane* CallLanes::Find(const std::string& service) {
     const auto found = _records.find(service);
     if (found == _records.end() || !found->second.lane.connection) return nullptr;
     Record& record = found->second;
-    if (sd_bus_process(record.lane.connection.get(), nullptr) == 0) return &record.lane;
+    if (IsQuiet(record.lane.connection.get()) && sd_bus_is_open(record.lane.connection.get()) > 0) return &record.lane;
     CloseLane(record);
     return nullptr;
 }
@@ -62,8 +82,18 @@ void CallLanes::Answered(sd_bus* bus, const ServiceAddress& service, const char*
     }
 }
 
+void CallLanes::Served(const std::string& service) {
+    const auto found = _records.find(service);
+    if (found != _records.end()) found->second.requests = 0;
+}
+
 /// Not `owner` is asked but the name: the bus's policy allows calls to names.
 void CallLanes::Request(sd_bus* bus, const ServiceAddress& service, Record& record) {
+    // The bus keeps each unanswered request, and refuses all calls of a connection that has too many.
+    if (++record.requests > kMaxRequests) {
+        record.nextRequest = Clock::time_point::max();
+        return;
+    }
     record.nextRequest = Clock::now() + kRetryDelay;
     Reserve();
     if (_reserved < 0) return;
@@ -106,7 +136,11 @@ void CallLanes::Open(Record& record, sd_bus_message* answer) {
     const char* const sender = sd_bus_message_get_destination(answer);
     if (sender == nullptr) return;
     const Descriptor end(fcntl(received, F_DUPFD_CLOEXEC, 0));  // the answer owns the received one
-    if (!end || fcntl(end.Get(), F_SETFL, O_RDWR | O_NONBLOCK) != 0) return;
+    if (!end) return;
+    if (!IsLanesSocket(end) || fcntl(end.Get(), F_SETFL, O_NONBLOCK) != 0) {
+        record.nextRequest = Clock::time_point::max();
+        return;
+    }
     BusPtr lane = ConnectionOn(end);
     ServeNobody(lane.get());
     if (owner != nullptr) record.owner = owner;

@@ -19,6 +19,7 @@ class CallLanes {
 public:
     static constexpr std::size_t kMaxLanes = 32;
     static constexpr int kAnswersBeforeLane = 4;
+    static constexpr int kMaxRequests = 3;  ///< to one owner that has answered no call on a lane
 
     explicit CallLanes(Serials& serials) : _serials(serials) {}
     ~CallLanes() { Release(); }
@@ -40,6 +41,9 @@ public:
     /// `service`, now owned by the connection `owner`, has answered a call over `bus`. Sends it the request for a lane
     /// when one is due. Without memory there is no request: the call has succeeded, whatever fails here.
     void Answered(sd_bus* bus, const ServiceAddress& service, const char* owner) noexcept;
+
+    /// The service has answered a call on its lane.
+    void Served(const std::string& service);
 
     /// As sd_bus_process, for the connection to the bus: it may receive a lane.
     int Process(sd_bus* bus);
@@ -63,6 +67,7 @@ private:
         CallLanes* lanes = nullptr;
         std::string owner;
         int answers = 0;
+        int requests = 0;                 // since the last answer on a lane
         Clock::time_point nextRequest{};  // max(): none to this owner
         SlotPtr request;                  // while it is unanswered
         Lane lane;

@@ -97,6 +97,8 @@ struct ServedLanes::Lane {
 
     /// Serves at most one call. False if the lane must be closed.
     bool Serve(int found) {
+        // The client waits for no answer: it has given these calls up, and may have repeated them over the bus.
+        if ((found & (POLLHUP | POLLERR)) != 0) return false;
         if ((found & POLLOUT) != 0 && sd_bus_process(bus.get(), nullptr) < 0) return false;
         if ((found & ~POLLOUT) != 0 && !received.Fill(end.Get())) return false;
         const auto content = received.Look();
@@ -112,6 +114,7 @@ struct ServedLanes::Lane {
         isClosed = true;
         sd_bus_close(bus.get());
         end = Descriptor();
+        input = Descriptor();
     }
 
     const ServiceAddress service;
@@ -134,6 +137,7 @@ ServedLanes::ServedLanes() = default;
 ServedLanes::~ServedLanes() = default;
 
 Descriptor ServedLanes::Open(const ServiceAddress& service, const std::string& client, const Attach& attach) {
+    Sweep();  // no call on a lane opens one
     CloseIf([&](const Lane& lane) { return lane.client == client && lane.service.service == service.service; });
     const auto isOfService = [&](const auto& lane) {
         return !lane->isClosed && lane->service.service == service.service;

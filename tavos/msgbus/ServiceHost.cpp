@@ -403,7 +403,9 @@ void ServiceHost::Process(int timeout) {
     constexpr int kMaxMessages = 1000;  // an endless caller must not block the host's other work
     auto& state = *_private->state;
     const auto until = Clock::now() + std::chrono::milliseconds(timeout);
+    constexpr int kMessagesBetweenLooks = 16;  // a busy bus must not keep the lanes from being served
     for (int processed = 0; processed < kMaxMessages;) {
+        if (processed % kMessagesBetweenLooks == kMessagesBetweenLooks - 1) state.WaitUntil(Clock::now());
         bool progress = false;
         if (state.EnsureConnected()) {
             state.TakeMissingNames();

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -365,15 +367,22 @@ TEST_F(LaneTest, NothingIsLogged) {
 /// A pan axis of another library: it knows GetMaxPosition, and what it does with other calls is up to the test.
 class OtherService {
 public:
-    enum class Otherwise { kRefuse, kIgnore };
+    enum class Otherwise { kRefuse, kIgnore, kGivePipe, kGiveDatagrams };
 
     OtherService(std::string address, Otherwise otherwise) : _address(std::move(address)), _otherwise(otherwise) {
+        if (_otherwise == Otherwise::kGivePipe && pipe(_ends) != 0) throw std::runtime_error("no pipe");
+        if (_otherwise == Otherwise::kGiveDatagrams && socketpair(AF_UNIX, SOCK_DGRAM, 0, _ends) != 0) {
+            throw std::runtime_error("no sockets");
+        }
         _thread = std::thread([this] { Run(); });
         EXPECT_TRUE(Eventually([this] { return _ready.load(); }));
     }
     ~OtherService() {
         _stop = true;
         _thread.join();
+        for (const int end : _ends) {
+            if (end >= 0) close(end);
+        }
     }
     int Requests() const { return _requests; }
 
@@ -383,7 +392,10 @@ private:
         if (sd_bus_message_is_method_call(message, "org.tavos.Pan1", "GetMaxPosition") > 0) {
             return sd_bus_reply_method_return(message, "u", 359999U);
         }
-        if (sd_bus_message_is_method_call(message, "org.tavos.Pan1", "OpenLane") > 0) ++service._requests;
+        if (sd_bus_message_is_method_call(message, "org.tavos.Pan1", "OpenLane") > 0) {
+            ++service._requests;
+            if (service._ends[0] >= 0) return sd_bus_reply_method_return(message, "h", service._ends[0]);
+        }
         return service._otherwise == Otherwise::kIgnore ? 1 : 0;
     }
 
@@ -406,6 +418,7 @@ private:
     const Otherwise _otherwise;
     std::atomic<bool> _stop{false};
     std::atomic<bool> _ready{false};
+    int _ends[2] = {-1, -1};  // the first is handed out
     std::atomic<int> _requests{0};
     std::thread _thread;
 };
@@ -416,6 +429,15 @@ TEST_F(LaneTest, AServiceWithoutLanesIsAskedOnceInItsLife) {
         const OtherService service(bus.Address(), OtherService::Otherwise::kRefuse);
         for (int i = 0; i < 100; ++i) EXPECT_EQ(PanFailure(), "");
         EXPECT_EQ(service.Requests(), 1) << life;
+    }
+}
+
+TEST_F(LaneTest, WhatIsNoSocketForALaneIsNotUsed) {
+    host->Do([](ServiceHost& h) { h.SetPresent("org.tavos.Pan1", false); });
+    for (const auto otherwise : {OtherService::Otherwise::kGivePipe, OtherService::Otherwise::kGiveDatagrams}) {
+        const OtherService service(bus.Address(), otherwise);
+        for (int i = 0; i < 100; ++i) EXPECT_EQ(PanFailure(), "");
+        EXPECT_EQ(service.Requests(), 1);
     }
 }
 

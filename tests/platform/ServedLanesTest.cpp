@@ -172,6 +172,24 @@ TEST_F(ServedLanesTest, MessagesFlowAtOnceWithoutAuthentication) {
     }
 }
 
+TEST_F(ServedLanesTest, CallsThatArriveTogetherAreAnsweredAtOnce) {
+    const int lane = client.OpenLane();
+    char octets[4096];
+    EXPECT_TRUE(Send(lane, PanCall()));
+    pollfd answer{lane, POLLIN, 0};
+    ASSERT_EQ(poll(&answer, 1, 10000), 1);
+    const ssize_t size = recv(lane, octets, sizeof octets, MSG_DONTWAIT);
+    EXPECT_TRUE(Send(lane, PanCall() + PanCall() + PanCall()));  // and nothing else stirs
+    ssize_t received = 0;
+    EXPECT_TRUE(Eventually(
+        [&] {
+            received += std::max<ssize_t>(0, recv(lane, octets, sizeof octets, MSG_DONTWAIT));
+            return received == 3 * size;
+        },
+        2s))
+        << received << " octets instead of three times " << size;
+}
+
 TEST_F(ServedLanesTest, ALaneIsGoodForItsServiceOnly) {
     const std::string others[] = {
         Call("/org/tavos/Iris1", "org.tavos.Iris1", "GetAutoIris"),

@@ -82,6 +82,11 @@ def has_wrappers():
     return "libwrap" in subprocess.run(["ldd", SNMPD], capture_output=True, text=True, check=True).stdout
 
 
+def preloaded(*libraries):
+    """The LD_PRELOAD for these libraries; the sanitizers' runtime must be the first."""
+    return " ".join([*sanitizer_runtime().split(), *map(str, libraries)])
+
+
 class Desk:
     """Not started yet: change settings, versions and configurations before start(). A `with` closes it."""
 
@@ -153,8 +158,7 @@ class Desk:
     def launch_agent(self):
         """Starts the agent without waiting for its first answer."""
         environment = dict(self.environment)
-        if sanitizer_runtime():
-            environment["LD_PRELOAD"] = sanitizer_runtime()
+        environment["LD_PRELOAD"] = preloaded(*environment.get("LD_PRELOAD", "").split())
         self._launch("agent", self.agent_command(), environment)
 
     def agent_command(self):

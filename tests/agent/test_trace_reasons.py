@@ -11,7 +11,7 @@ import threading
 import pytest
 
 import ber
-from desk import AGENT, BUILD, Desk, ManagerOf, await_until, has_wrappers
+from desk import AGENT, BUILD, Desk, ManagerOf, await_until, has_wrappers, preloaded
 from expected_tree import OID, ORVEX
 from test_trace import PAN, Asking, asking, ended, last_number, packets, run_tool, trace, user  # noqa: F401
 
@@ -330,7 +330,7 @@ def test_following_goes_on_after_the_clock_is_set_back(camera, asking, tmp_path,
     subprocess.run(["gcc", "-shared", "-fPIC", "-o", tmp_path / "ahead.so", tmp_path / "ahead.c", "-ldl"], check=True)
     (tmp_path / "ahead").write_text("")
     monkeypatch.setitem(camera.environment, "TEST_AHEAD", str(tmp_path / "ahead"))
-    monkeypatch.setitem(camera.environment, "LD_PRELOAD", str(tmp_path / "ahead.so"))
+    monkeypatch.setitem(camera.environment, "LD_PRELOAD", preloaded(tmp_path / "ahead.so"))
     with Follower(camera, "--failed") as follower:
         monkeypatch.delitem(camera.environment, "LD_PRELOAD")
         for _ in range(10):

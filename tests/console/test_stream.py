@@ -125,9 +125,9 @@ def service_calls(camera, manager, count=60):
 @pytest.mark.slow
 def test_slow_readers_do_not_hold_up_the_camera(camera, record_property):
     """Readers that request the stream and never read it, while the camera moves and its services are called."""
-    before = open_descriptors(camera)
     with ManagerOf(camera) as manager:
         alone, alone_worst = service_calls(camera, manager)
+        before = open_descriptors(camera)
         memory = resident(camera)
         readers = [camera.open_stream(receive_buffer=4096) for _ in range(SLOW_READERS)]
         try:

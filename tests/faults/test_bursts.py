@@ -94,11 +94,11 @@ def test_the_agent_waits_for_services_while_they_come(started, burst, figure):
     """Traps queue up to a limit while the agent's thread waits; above it the events wait in the bus."""
     hanging = ["temperature", "power", "zoom", "alarm", "relay"]
     asked = [OID[name] for name in ("temperature", "power", "rangeZoomLimit", "alarmState.1", "relayState.1")]
+    before = settled(started)  # calls every service
     for service in hanging:
         started.domectl("fault", service, "hang")
     with Sink(started, BUFFER) as sink, ManagerOf(started) as manager:
         sink.read()
-        before = settled(started)
         message = ber.encode(ber.GET, [(oid, ber.NULL, b"") for oid in asked])
         start = time.monotonic()
         manager._socket.send(message)

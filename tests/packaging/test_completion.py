@@ -11,7 +11,7 @@ from field import ADD_USER
 from test_man_pages import options, usage
 
 FILE = ROOT / "packaging" / "completion" / "orvexsnmp.bash"
-PROGRAMS = ["domectl", "myname", "orvex-dome", "orvexsnmp-add-user", "tavos-settings"]
+PROGRAMS = ["domectl", "myname", "orvex-conform", "orvex-dome", "orvexsnmp-add-user", "tavos-settings"]
 AXES = {"pan", "tilt", "zoom", "focus", "iris"}
 
 
@@ -22,7 +22,7 @@ def completed(*words, folder=ROOT):
               f"COMP_WORDS=({shlex.join(words)}) COMP_CWORD={len(words) - 1}\n"
               f"{function} {shlex.quote(words[0])}\nprintf '%s\\n' \"${{COMPREPLY[@]}}\"")
     done = subprocess.run(["bash", "-c", script], capture_output=True, text=True, cwd=folder, timeout=20,
-                          env={"PATH": f"{BUILD}/bin:{ADD_USER.parent}:/usr/bin:/bin"})
+                          env={"PATH": f"{BUILD}/bin:{ADD_USER.parent}:{ROOT}/conform:/usr/bin:/bin"})
     assert (done.returncode, done.stderr) == (0, ""), done.stderr
     return set(done.stdout.split())
 

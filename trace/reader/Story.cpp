@@ -26,10 +26,16 @@ constexpr std::size_t kMaxEvents = 20000;
 constexpr std::size_t kMaxOpen = 5000;  // shown, with motions that have not ended
 constexpr std::size_t kMaxAgents = 1000;
 constexpr std::int64_t kSlack = 1'000'000'000;  // between two times that belong to one request
+constexpr std::int64_t kMaxTime = std::numeric_limits<std::int64_t>::max() / 4;
 /// A motion is known to have been replaced as soon as the call is made, the request that made it only when it has been
 /// answered: ten times at ten a second are longer than a call may take.
 constexpr int kMaxWaited = 10;
 constexpr double kSamePosition = 0.0005;
+
+/// A damaged ring may state any time.
+std::int64_t ToTime(std::int64_t nanoseconds) {
+    return std::clamp<std::int64_t>(nanoseconds, 0, kMaxTime);
+}
 
 std::string Position(const std::string& axis, double position) {
     std::array<char, 40> text{};
@@ -220,7 +226,7 @@ void Story::AddAction(const Json& line) {
 /// The number of the last request before `time` that made this call; nullptr when none is known.
 const std::uint64_t* Story::RequestOf(const Json& cause, std::int64_t time) const {
     const CallKey call{cause.at("sender"), cause.at("serial")};
-    auto next = _requests.upper_bound(RequestKey{call.first, call.second, time + kSlack});
+    auto next = _requests.upper_bound(RequestKey{call.first, call.second, ToTime(time) + kSlack});
     if (next == _requests.begin()) return nullptr;
     const auto& [key, number] = *--next;
     return std::get<0>(key) == call.first && std::get<1>(key) == call.second ? &number : nullptr;
@@ -278,9 +284,10 @@ std::vector<const Json*> Story::MotionsOf(const Open& open) const {
             if (found != _motions.end() && isOf(found->second)) motions.push_back(&found->second);
         }
     };
-    const std::int64_t first = open.entry.time - kSlack;
+    const std::int64_t time = ToTime(open.entry.time);
     const std::int64_t microseconds = open.entry.record ? open.entry.record->microseconds : 0;
-    const std::int64_t last = open.entry.time + microseconds * 1000 + kSlack;
+    const std::int64_t first = time - kSlack;
+    const std::int64_t last = time + ToTime(microseconds * 1000) + kSlack;
     const auto beganMeanwhile = [&](const Json& motion) { return motion["time"] >= first && motion["time"] <= last; };
     for (const CallKey& call : open.calls) add(_motionsOfCalls.equal_range(call), beganMeanwhile);
     if (open.action != 0) add(_motionsOfActions.equal_range(open.action), [](const Json&) { return true; });

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <sstream>
 
 #include "tavos/osa/Exception.h"

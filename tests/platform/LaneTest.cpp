@@ -94,6 +94,7 @@ protected:
         if (call.operation == "Ping") return hang;
         const std::lock_guard<std::mutex> lock(mutex);
         received.push_back(call);
+        received.back().answer = {};  // holds the bus, which is the host's thread's
         return hang && call.service == "org.tavos.Pan1";
     }
 

@@ -86,6 +86,15 @@ std::string SettingsStore(const std::string& folder) {
     return std::filesystem::absolute(store).string();
 }
 
+/// When the console sends a command, net-snmp must read no MIB and no configuration, and make no folder. It reads these
+/// at its start; no other thread may run yet.
+void KeepNetSnmpFromFiles() {
+    setenv("MIBS", "", 1);
+    setenv("MIBDIRS", "", 1);
+    setenv("SNMPCONFPATH", "/dev/null", 1);
+    setenv("SNMP_PERSISTENT_DIR", "/dev/null", 1);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -100,7 +109,7 @@ int main(int argc, char** argv) {
         const dome::Configuration configuration =
             options.configuration.empty() ? dome::Configuration() : dome::ReadConfiguration(options.configuration);
         const std::string store = SettingsStore(options.state);
-        setenv("MIBS", "", 1);  // net-snmp must not look for MIBs when the console sends a command
+        KeepNetSnmpFromFiles();
         dome::Dome dome(options.bus.empty() ? address : options.bus, configuration, store);
         if (options.console.port != 0) dome.OpenConsole(options.console);
         CatchSignals();

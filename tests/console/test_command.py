@@ -158,6 +158,20 @@ def test_an_agent_that_does_not_answer_is_silent(camera):
     assert send(camera, PAN_COMMAND)["outcome"] == "answered", "the next one is sent"
 
 
+def test_sending_makes_no_folder_and_prints_nothing(desk):
+    desk.start_bus()
+    desk.start_agent()
+    kept = desk.environment["SNMP_PERSISTENT_DIR"]
+    missing = desk.state / "missing"
+    desk.environment["SNMP_PERSISTENT_DIR"] = str(missing)
+    desk.start_dome()
+    desk.environment["SNMP_PERSISTENT_DIR"] = kept
+    for user, version in (("writer", "2c"), ("desk", "3")):
+        assert send(desk, PAN_COMMAND, user=user, version=version)["outcome"] == "answered"
+    assert not missing.exists()
+    assert "irectory" not in desk.output("dome") + desk.log("dome")
+
+
 def test_without_the_agents_port_nothing_is_sent(desk):
     desk.dome_options = desk.dome_options[:2]
     desk.start_bus()

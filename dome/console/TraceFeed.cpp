@@ -14,7 +14,9 @@
 #include "AgentProbe.h"
 #include "Thread.h"
 #include "dome/OneLine.h"
+#include "tavos/osa/Exception.h"
 #include "trace/reader/AgentReader.h"
+#include "trace/reader/Ber.h"
 #include "trace/reader/Communities.h"
 #include "trace/reader/Json.h"
 #include "trace/reader/Pcap.h"
@@ -59,14 +61,44 @@ std::string CaptureHead() {
     return file.str();
 }
 
-/// As domectl's capture has them.
-std::string PacketsOf(const trace::Entry& entry) {
+constexpr std::int32_t kNoSuchCommunity = 1;  // VACM_NOSECNAME
+constexpr std::uint8_t kSequence = 0x30;
+
+/// Overwrites the community with as many '*'. Leaves a broken message out when its community cannot be found.
+void HideCommunity(std::string& octets) {
+    try {
+        trace::BerReader fields(trace::BerReader(octets).Next("the message", kSequence));
+        if (fields.NextInteger("the version") == trace::kVersion3) return;
+        const std::string_view community = fields.Next("the community", trace::kOctetString);
+        const auto start = static_cast<std::size_t>(community.data() - octets.data());
+        octets.replace(start, community.size(), community.size(), '*');
+    } catch (const tavos::osa::Exception&) {
+        octets.clear();
+    }
+}
+
+/// Whether the agent refused the community, and its configuration does not have it either.
+bool IsWrongCommunity(const trace::Record& record, const trace::Communities& communities) {
+    return record.in.community && !communities.NameOf(*record.in.community) && record.verdict == kNoSuchCommunity;
+}
+
+/// The page has no password: everybody who reaches it could use a right community.
+trace::Record WithoutCommunities(trace::Record record) {
+    HideCommunity(record.messageIn);
+    HideCommunity(record.messageOut);
+    for (trace::Receiver& receiver : record.receivers) HideCommunity(receiver.message);
+    return record;
+}
+
+/// As domectl's capture has them, without the right communities.
+std::string PacketsOf(const trace::Entry& entry, const trace::Communities& communities) {
     if (entry.isAgain || !entry.record) return "";
     std::ostringstream file;
     trace::PcapWriter capture(file);
     const auto start = static_cast<std::size_t>(file.tellp());
-    capture.Write(*entry.record);
-    for (const auto& trap : entry.traps) capture.Write(*trap);
+    const bool isWrong = IsWrongCommunity(*entry.record, communities);
+    capture.Write(isWrong ? *entry.record : WithoutCommunities(*entry.record));
+    for (const auto& trap : entry.traps) capture.Write(WithoutCommunities(*trap));
     return file.str().substr(start);
 }
 
@@ -93,8 +125,9 @@ struct TraceFeed::Reading {
     };
 
     explicit Reading(const TraceSource& source)
-        : story(trace::Communities::OfFile(source.configuration)), agent(source.socket, 0) {}
+        : communities(trace::Communities::OfFile(source.configuration)), story(communities), agent(source.socket, 0) {}
 
+    const trace::Communities communities;
     trace::Story story;
     trace::AgentReader agent;
     std::int64_t started = MicrosecondsSince1970();
@@ -221,7 +254,7 @@ void TraceFeed::Keep(trace::Entry entry) {
         return;
     }
     if (reading.lost != 0 && !entry.isAgain) entry.json["lost"] = std::exchange(reading.lost, 0);
-    Reading::Kept kept{trace::Line(entry.json), PacketsOf(entry)};
+    Reading::Kept kept{trace::Line(entry.json), PacketsOf(entry, reading.communities)};
     reading.text += kept.Size();
     reading.kept.push_back(std::move(kept));
     ++reading.last;

@@ -56,6 +56,10 @@ std::string ProbeMessage(bool asksFocus) {
 
 }  // namespace
 
+bool AgentProbe::IsProbe(std::string_view message) {
+    return message == ProbeMessage(false) || message == ProbeMessage(true);
+}
+
 AgentProbe::AgentProbe(asio::io_context& io, std::uint16_t port, std::function<std::uint64_t()> focusReads,
                        Reports reports)
     : _agent(asio::ip::address_v4::loopback(), port),

@@ -10,6 +10,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 
 namespace dome::console {
 
@@ -19,8 +20,11 @@ namespace dome::console {
 /// asked only after somebody else has. Nothing here blocks. All members run on the thread of `io`.
 class AgentProbe {
 public:
-    /// The request ID of every probe: the trace recognises them by it.
+    /// The request ID of every probe.
     static constexpr std::int64_t kRequestId = 0x4465736b;  // "Desk"
+
+    /// Whether these octets are those of a probe.
+    static bool IsProbe(std::string_view message);
 
     struct Reports {
         /// Each outcome: true for an answer; false when the port is closed, or after two seconds of silence.

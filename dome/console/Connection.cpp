@@ -356,6 +356,8 @@ void Connection::Post(const std::string& path) {
         }
     } catch (const Refusal& refusal) {
         SendError(refusal.status, refusal.reason);
+    } catch (const std::exception& error) {
+        SendError(500, error.what());
     }
 }
 

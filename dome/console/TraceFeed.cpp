@@ -20,6 +20,7 @@
 #include "trace/reader/Communities.h"
 #include "trace/reader/Json.h"
 #include "trace/reader/Pcap.h"
+#include "trace/reader/Peer.h"
 #include "trace/reader/Story.h"
 
 namespace dome::console {
@@ -37,10 +38,10 @@ std::int64_t MicrosecondsSince1970() {
     return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
 }
 
-/// What the agent's probe asked, and the agent answered.
+/// What the agent's probe asked from this machine, and the agent answered.
 bool IsOwn(const trace::Entry& entry) {
-    if (!entry.record || !entry.record->pdu || entry.json["failed"].get<bool>()) return false;
-    return entry.record->pdu->type == trace::kGet && entry.record->pdu->requestId == AgentProbe::kRequestId;
+    if (!entry.record || entry.json["failed"].get<bool>()) return false;
+    return trace::ParsePeer(entry.record->peer).address == "127.0.0.1" && AgentProbe::IsProbe(entry.record->messageIn);
 }
 
 /// "024046"
@@ -136,7 +137,7 @@ struct TraceFeed::Reading {
     std::string cameraTrouble;
     std::deque<Kept> kept;
     std::size_t text = 0;
-    std::uint64_t last = 0;  // the place of the last one
+    std::uint64_t last = 0;  // the number of the last one
     std::uint64_t lost = 0;  // records that are gone; the next one says so
     std::uint64_t own = 0;   // requests that were left out
 };
@@ -184,14 +185,24 @@ void TraceFeed::Run() {
             if (_shared->isStopped) return;
             questions.swap(_shared->questions);
         }
+        for (const Question& question : questions) Finish(question);
+    }
+}
+
+/// Answers once, whatever fails. An answer for which there is no memory is dropped.
+void TraceFeed::Finish(const Question& question) noexcept {
+    Reply reply{500, "{}"};
+    try {
         try {
             Read();
-            for (const Question& question : questions) question.finished(After(question));
+            reply = After(question);
         } catch (const std::exception& error) {
             _reading.reset();
-            const Reply reply{503, OneLine({{"error", error.what()}})};
-            for (const Question& question : questions) question.finished(reply);
+            reply = {500, OneLine({{"error", error.what()}})};
         }
+        question.finished(std::move(reply));
+    } catch (const std::exception&) {
+        _reading.reset();
     }
 }
 
@@ -267,7 +278,7 @@ void TraceFeed::Keep(trace::Entry entry) {
 Reply TraceFeed::After(const Question& question) const {
     const Reading& reading = *_reading;
     const bool isRecords = question.part == Part::kRecords;
-    const std::uint64_t before = reading.last - reading.kept.size();  // the place before the first one
+    const std::uint64_t before = reading.last - reading.kept.size();  // the number before the first one
     const std::uint64_t first = std::min(std::max(question.since, before), reading.last);
     std::string list;
     std::uint64_t next = first;

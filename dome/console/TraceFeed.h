@@ -38,7 +38,7 @@ public:
 
     enum class Part { kRecords, kPackets };
 
-    /// What comes after a place. The places of all records, counted from 1, are consecutive.
+    /// What comes after the record number `since`. Each record gets the next number, from 1.
     struct Question {
         Part part;
         std::uint64_t since;
@@ -57,6 +57,7 @@ private:
     struct Reading;
 
     void Run();
+    void Finish(const Question& question) noexcept;
     void Read();
     std::string ReadCamera();
     Reply AskCamera(std::uint64_t change);

@@ -199,6 +199,13 @@ def test_the_probes_of_the_page_are_left_out(camera, reader):
     assert [r for r in reader.records if r["id"] == 0x4465736B] == []
 
 
+def test_another_request_with_the_probes_id_is_not_left_out(camera, reader):
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+        message = ber.encode(ber.GET, [(PAN, ber.NULL, b"")], request_id=0x4465736B, community="public")
+        sender.sendto(message, ("127.0.0.1", camera.port))
+    assert reader.find(lambda r: r["id"] == 0x4465736B)["who"] == "reader"
+
+
 def test_a_probe_that_fails_is_not_left_out(desk):
     configuration = desk.state / "snmpd.conf"
     configuration.write_text(configuration.read_text().replace(" public\n", " other\n"))

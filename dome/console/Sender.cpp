@@ -283,7 +283,17 @@ void Sender::Run() {
         _jobs.pop_front();
         lock.unlock();
         if (!std::exchange(isStarted, true)) StartNetSnmp();
-        job.finished(CarryOut(job));
+        try {
+            Reply reply{500, "{}"};
+            try {
+                reply = CarryOut(job);
+            } catch (const std::exception& error) {
+                reply.body = OneLine({{"error", error.what()}});
+            }
+            job.finished(std::move(reply));
+        } catch (const std::exception&) {
+            continue;  // no memory for the answer: it is dropped
+        }
     }
     if (isStarted) snmp_shutdown("orvex-dome");
 }

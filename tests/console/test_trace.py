@@ -186,7 +186,7 @@ def test_the_packets_are_those_of_domectl(desk, tmp_path):
     desk.domectl("trace", "--pcap", tmp_path / "all.pcap")
     assert packets(octets_of(answer)) == packets(without_communities((tmp_path / "all.pcap").read_bytes()))
     number = next(i for i, record in enumerate(reader.records) if record["error"] == "genErr")
-    assert "02408ca0" in answer["packets"][number], "packets stand at their records' places"
+    assert "02408ca0" in answer["packets"][number], "packets have their records' order"
 
 
 def test_the_probes_of_the_page_are_left_out(camera, reader):
@@ -237,7 +237,7 @@ def test_records_that_the_agent_has_overwritten_are_lost(desk):
 
 
 @pytest.mark.slow
-def test_a_slow_reader_is_told_how_many_it_has_lost(desk):
+def test_a_slow_reader_learns_how_many_it_has_lost(desk):
     desk.start()
     reader = Reader(desk)
     reader.read()

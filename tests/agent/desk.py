@@ -279,12 +279,6 @@ class ManagerOf(ber.Manager):
     def __init__(self, desk, timeout=5.0):
         super().__init__(desk.port, timeout)
 
-    def leave_out(self, module):
-        """The agent does not load this module at its next start or reload."""
-        configuration = self.state / "snmpd.conf"
-        lines = configuration.read_text().splitlines(True)
-        configuration.write_text("".join(line for line in lines if not line.startswith(f"dlmod {module} ")))
-
     def __enter__(self):
         return self
 

@@ -172,7 +172,7 @@ def test_a_host_that_is_not_allowed_says_so(desk, tmp_path):
     subprocess.run(["gcc", "-shared", "-fPIC", "-o", tmp_path / "hosts.so", tmp_path / "hosts.c"], check=True)
     (tmp_path / "deny").write_text("")
     (tmp_path / "allow").write_text("")
-    desk.environment.update(LD_PRELOAD=str(tmp_path / "hosts.so"), TEST_HOSTS_ALLOW=str(tmp_path / "allow"),
+    desk.environment.update(LD_PRELOAD=preloaded(tmp_path / "hosts.so"), TEST_HOSTS_ALLOW=str(tmp_path / "allow"),
                             TEST_HOSTS_DENY=str(tmp_path / "deny"))
     desk.start()
     (tmp_path / "deny").write_text("snmpd: ALL\n")

@@ -11,7 +11,7 @@ import pytest
 
 import ber
 import trace_ring
-from desk import Desk, ManagerOf, await_until, free_tcp_port
+from desk import Desk, ManagerOf, await_until, free_tcp_port, preloaded
 from expected_tree import OID
 from trace_ring import Pdu, Ring
 
@@ -523,7 +523,7 @@ void *Sessions;
 def test_without_the_librarys_list_of_sessions_the_agent_says_so_once_and_serves(desk, tmp_path):
     (tmp_path / "foreign.c").write_text(FOREIGN)
     subprocess.run(["gcc", "-shared", "-fPIC", "-o", tmp_path / "foreign.so", tmp_path / "foreign.c"], check=True)
-    desk.environment["LD_PRELOAD"] = str(tmp_path / "foreign.so")
+    desk.environment["LD_PRELOAD"] = preloaded(tmp_path / "foreign.so")
     desk.start()
     with ManagerOf(desk) as manager:
         for _ in range(3):

@@ -1,5 +1,6 @@
 """The trace while something is wrong: it may lose records, and must never hold up or end the agent."""
 
+import contextlib
 import json
 import os
 import resource
@@ -324,14 +325,21 @@ def test_an_agent_that_gives_up_its_rights_keeps_its_trace_over_a_reload():
         assert refusals(desk) == []
 
 
-def test_a_request_that_another_process_answers_is_recorded_with_its_answer(desk):
-    """The agent delegates a proxied request and answers it in a later turn of its main loop."""
+@contextlib.contextmanager
+def agent_behind(desk):
+    """Starts both: the desk's agent passes requests for ELSEWHERE on to another desk's."""
     desk.parts.append("proxy")
     with Desk() as behind:
         behind.start()
         with open(desk.state / "snmpd.conf", "a") as configuration:
             configuration.write(f"proxy -v 2c -c public 127.0.0.1:{behind.port} .{ELSEWHERE} .1.3.6.1.2.1.1.5\n")
         desk.start()
+        yield behind
+
+
+def test_a_request_that_another_process_answers_is_recorded_with_its_answer(desk):
+    """The agent delegates a proxied request and answers it in a later turn of its main loop."""
+    with agent_behind(desk) as behind:
         with Ring(path_of(desk)) as ring, ManagerOf(desk) as manager:
             ring.skip()
             answer = manager.get(f"{ELSEWHERE}.0")
@@ -359,12 +367,7 @@ def is_not_awaited(record):
 
 def test_an_answer_that_is_not_awaited_is_not_called_missing(desk):
     """The companion waits for 16 answers of other processes at a time."""
-    desk.parts.append("proxy")
-    with Desk() as behind:
-        behind.start()
-        with open(desk.state / "snmpd.conf", "a") as configuration:
-            configuration.write(f"proxy -v 2c -c public 127.0.0.1:{behind.port} .{ELSEWHERE} .1.3.6.1.2.1.1.5\n")
-        desk.start()
+    with agent_behind(desk) as behind:
         with Ring(path_of(desk)) as ring, socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
             ring.skip()
             os.kill(behind.agent_pid(), signal.SIGSTOP)

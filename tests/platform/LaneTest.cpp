@@ -22,12 +22,10 @@
 #include "Failure.h"
 #include "FakeServices.h"
 #include "HostThread.h"
+#include "LogFile.h"
 #include "PrivateBus.h"
 #include "Sockets.h"
-#include "TemporaryFolder.h"
 #include "Waiting.h"
-#include "tavos/core/IniFile.h"
-#include "tavos/core/Logger.h"
 #include "tavos/interfaces/Serve.h"
 #include "tavos/msgbus/CallObserver.h"
 #include "tavos/msgbus/MsgBus.h"
@@ -350,19 +348,13 @@ TEST_F(LaneTest, WithoutAFreeDescriptorCallsTakeTheBus) {
 }
 
 TEST_F(LaneTest, NothingIsLogged) {
-    const TemporaryFolder folder;
-    tavos::core::IniFile log;
-    log.SetValue("log", "log.file", folder.File("log"));
-    log.SetValue("log", "log.level", "6");
-    tavos::core::Logger::ClearAppenders();
-    tavos::core::Logger::ConfigureLogging(log, "log");
+    const LogFile log;
     UseLane();
     host->Do([](ServiceHost& h) { h.SetPresent("org.tavos.Pan1", false); });
     EXPECT_EQ(PanFailure(), kMissing);
     host->Do([](ServiceHost& h) { h.SetPresent("org.tavos.Pan1", true); });
     UseLane();
-    EXPECT_EQ(FileText(folder.File("log")), "");
-    tavos::core::Logger::ClearAppenders();
+    EXPECT_EQ(log.Text(), "");
 }
 
 /// A pan axis of another library: it knows GetMaxPosition, and what it does with other calls is up to the test.

@@ -6,8 +6,12 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -24,6 +28,7 @@
 
 using namespace std::chrono_literals;
 using namespace tavos::interfaces;
+using tavos::msgbus::ReceivedCall;
 using tavos::msgbus::ServiceHost;
 using testing::HasSubstr;
 
@@ -101,6 +106,18 @@ public:
     }
     const std::string& Error() const { return _error; }
 
+    /// Sends calls over the bus without waiting for the answers.
+    void Post(const char* operation, int count) {
+        for (int i = 0; i < count; ++i) {
+            sd_bus_message* call = nullptr;
+            sd_bus_message_new_method_call(_bus, &call, kPan, kPanPath, kPan, operation);
+            sd_bus_message_set_expect_reply(call, 0);
+            EXPECT_GE(sd_bus_send(_bus, call, nullptr), 0);
+            sd_bus_message_unref(call);
+        }
+        EXPECT_GE(sd_bus_flush(_bus), 0);
+    }
+
 private:
     sd_bus* _bus = nullptr;
     std::vector<int> _lanes;
@@ -126,6 +143,11 @@ bool IsAnswered(int lane) {
     pollfd answer{lane, POLLIN, 0};
     char octets[4096];
     return poll(&answer, 1, 10000) == 1 && recv(lane, octets, sizeof octets, MSG_DONTWAIT) > 0 && octets[1] == 2;
+}
+
+std::size_t Descriptors() {
+    using Entries = std::filesystem::directory_iterator;
+    return static_cast<std::size_t>(std::distance(Entries("/proc/self/fd"), Entries()));
 }
 
 /// This process's resident memory in kB.
@@ -268,6 +290,60 @@ TEST_F(ServedLanesTest, AClientThatStopsInTheMiddleOfALargeAnswerHoldsNobodyUp) 
     EXPECT_TRUE(Send(lane, Call("/org/tavos/Alarm3", "org.tavos.Alarm3", "GetBankNames")));
     EXPECT_TRUE(Eventually([&] { return Lanes() == 1; })) << "its next call comes before it has read the answer";
     host.Do([](ServiceHost& h) { h.SetPresent("org.tavos.Alarm3", false); });
+}
+
+TEST_F(ServedLanesTest, ABusyBusKeepsNoLaneWaiting) {
+    const int lane = client.OpenLane();
+    constexpr int kCalls = 200;
+    std::atomic<int> onTheBus{0};
+    int before = kCalls;
+    host.HangWhen([&](const ReceivedCall& call) {
+        if (call.operation == "GetMinPosition") ++onTheBus;
+        if (call.operation == "GetMaxPosition") before = onTheBus;
+        return false;
+    });
+    host.Do([&](ServiceHost&) {  // so that all calls are there when it processes the first
+        client.Post("GetMinPosition", kCalls);
+        EXPECT_TRUE(Send(lane, PanCall()));
+    });
+    EXPECT_TRUE(IsAnswered(lane));
+    EXPECT_TRUE(Eventually([&] { return onTheBus == kCalls; }));
+    host.Do([&](ServiceHost&) { EXPECT_LT(before, kCalls / 2); });
+}
+
+TEST_F(ServedLanesTest, WhatAClientHasGivenUpIsNotCarriedOut) {
+    std::atomic<int> carriedOut{0};
+    host.HangWhen([&](const ReceivedCall& call) {
+        if (call.operation == "GetMinPosition") ++carriedOut;
+        return false;
+    });
+    const int lane = client.OpenLane();
+    host.Do([&](ServiceHost&) {
+        EXPECT_TRUE(Send(lane, Call(kPanPath, kPan, "GetMinPosition")));
+        shutdown(lane, SHUT_RDWR);
+    });
+    EXPECT_TRUE(Eventually([&] { return Lanes() == 0; }));
+    EXPECT_EQ(carriedOut, 0);
+}
+
+TEST_F(ServedLanesTest, RequestsForLanesInARowKeepFewDescriptors) {
+    std::size_t max = 0;
+    host.HangWhen([&](const ReceivedCall&) {
+        max = std::max(max, Descriptors());
+        return false;
+    });
+    const std::size_t before = Descriptors();
+    host.Do([&](ServiceHost&) {
+        for (int i = 0; i < 10; ++i) {
+            client.Post("OpenLane", 10);
+            client.Post("GetMinPosition", 1);
+        }
+    });
+    EXPECT_TRUE(Eventually([&] { return Lanes() == 0; })) << "nobody took the other ends";
+    host.Do([&](ServiceHost&) {
+        EXPECT_GT(max, 0U);
+        EXPECT_LT(max, before + 16);
+    });
 }
 
 TEST_F(ServedLanesTest, ABusyClientDelaysOthersByItsCallsOneByOne) {

@@ -11,11 +11,10 @@
 #include "Failure.h"
 #include "FakeServices.h"
 #include "HostThread.h"
+#include "LogFile.h"
 #include "PrivateBus.h"
-#include "TemporaryFolder.h"
+#include "Sockets.h"
 #include "Waiting.h"
-#include "tavos/core/IniFile.h"
-#include "tavos/core/Logger.h"
 #include "tavos/interfaces/Serve.h"
 #include "tavos/msgbus/MsgBus.h"
 #include "tavos/msgbus/Service.h"
@@ -34,12 +33,6 @@ constexpr const char* kSilent = "org.tavos.Pan1 GetMaxPosition: the service is s
 constexpr const char* kRefused = "org.tavos.Pan1 GetMaxPosition: the service has failed";
 constexpr const char* kMissing = "org.tavos.Pan1 GetMaxPosition: the service is missing";
 
-std::size_t Count(const std::string& text, const std::string& part) {
-    std::size_t found = 0;
-    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++found;
-    return found;
-}
-
 /// A pan axis and a temperature in one process on a bus, and a client with a running event thread. The parameter is
 /// TAVOS_BUS_LANES; with "on", calls take lanes from the beginning of each test.
 class SilenceTest : public testing::TestWithParam<const char*> {
@@ -47,11 +40,6 @@ protected:
     SilenceTest() {
         setenv("TAVOS_CALL_TIMEOUT_MS", "300", 1);
         setenv("TAVOS_BUS_LANES", GetParam(), 1);
-        tavos::core::IniFile log;
-        log.SetValue("log", "log.file", folder.File("log"));
-        log.SetValue("log", "log.level", "6");
-        tavos::core::Logger::ClearAppenders();
-        tavos::core::Logger::ConfigureLogging(log, "log");
         host = std::make_unique<HostThread>(bus.Address());
         host->Do([this](ServiceHost& h) {
             Serve(h, pan);
@@ -64,22 +52,17 @@ protected:
         temperatureClient.reset(ITemperatureV2Provider::CreateClient(messages.get()));
         if (GetParam() == std::string("on")) UseLanes();
     }
-    ~SilenceTest() override {
-        unsetenv("TAVOS_BUS_LANES");
-        tavos::core::Logger::ClearAppenders();
-    }
+    ~SilenceTest() override { unsetenv("TAVOS_BUS_LANES"); }
 
     void UseLanes() {
-        const auto haveLanes = [&] {
+        // To the bus: of host, calls and events. Of each lane: both ends, and the pair behind the host's end.
+        constexpr std::size_t kSockets = 3 + 2 * 4;
+        const auto areUsed = [&] {
             EXPECT_EQ(PanFailure(), "");
             EXPECT_EQ(OtherFailure(), "");
-            std::size_t lanes = 0;
-            host->Do([&](ServiceHost& h) { lanes = h.Internals().Lanes(); });
-            return lanes == 2;
+            return Sockets().size() == socketsBefore + kSockets;
         };
-        EXPECT_TRUE(Eventually(haveLanes));
-        std::this_thread::sleep_for(std::chrono::milliseconds(250));  // the next call receives the second lane
-        EXPECT_EQ(PanFailure() + OtherFailure(), "");
+        EXPECT_TRUE(Eventually(areUsed));
         arrived = 0;
     }
 
@@ -120,9 +103,10 @@ protected:
         return Eventually([&] { return PanFailure() == failure; });
     }
 
-    std::size_t Logged(const std::string& line) const { return Count(FileText(folder.File("log")), line); }
+    std::size_t Logged(const std::string& line) const { return log.Count(line); }
 
-    TemporaryFolder folder;
+    const std::size_t socketsBefore = Sockets().size();
+    const LogFile log;
     PrivateBus bus;
     fake::Pan pan;
     fake::Temperature temperature;

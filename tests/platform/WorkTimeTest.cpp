@@ -16,11 +16,9 @@
 #include "Failure.h"
 #include "FakeServices.h"
 #include "HostThread.h"
+#include "LogFile.h"
 #include "PrivateBus.h"
-#include "TemporaryFolder.h"
 #include "Waiting.h"
-#include "tavos/core/IniFile.h"
-#include "tavos/core/Logger.h"
 #include "tavos/interfaces/Serve.h"
 #include "tavos/msgbus/MsgBus.h"
 
@@ -46,11 +44,6 @@ protected:
     WorkTimeTest() {
         setenv("TAVOS_CALL_TIMEOUT_MS", std::to_string(kDeadline.count()).c_str(), 1);
         unsetenv("TAVOS_REQUEST_TIMEOUT_MS");
-        tavos::core::IniFile log;
-        log.SetValue("log", "log.file", folder.File("log"));
-        log.SetValue("log", "log.level", "6");
-        tavos::core::Logger::ClearAppenders();
-        tavos::core::Logger::ConfigureLogging(log, "log");
         panHost.Do([this](ServiceHost& h) { Serve(h, pan); });
         panHost.HangWhen([this](const ReceivedCall& call) {
             std::this_thread::sleep_for(std::chrono::milliseconds(panTakes));
@@ -60,10 +53,7 @@ protected:
         temperatureHost.Do([this](ServiceHost& h) { Serve(h, temperature); });
         Connect();
     }
-    ~WorkTimeTest() override {
-        unsetenv("TAVOS_REQUEST_TIMEOUT_MS");
-        tavos::core::Logger::ClearAppenders();
-    }
+    ~WorkTimeTest() override { unsetenv("TAVOS_REQUEST_TIMEOUT_MS"); }
 
     void Connect() {
         panClient.reset();
@@ -89,7 +79,7 @@ protected:
         return failures;
     }
 
-    TemporaryFolder folder;
+    const LogFile log;
     PrivateBus bus;
     fake::Pan pan;
     fake::Temperature temperature;
@@ -196,7 +186,7 @@ TEST_F(WorkTimeTest, TheLastCallOfARequestHasWhatIsLeft) {
     EXPECT_NE(failures[1], "org.tavos.Pan1 GetMaxPosition: no answer within 300 ms");
     EXPECT_EQ(failures[2], kSilent);
     EXPECT_THAT(
-        FileText(folder.File("log")),
+        log.Text(),
         HasSubstr(" tavos Error org.tavos.Pan1 is so slow that a request has waited too long: until it answers a "
                   "ping, calls to it fail at once\n"));
 }

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import signal
 import subprocess
 import time
@@ -467,6 +468,12 @@ def test_every_switch_is_right_from_the_first_frame_on(camera, page):
             expected.update({f"{word} {number} of {bank}": on for number, on in enumerate(points)})
     assert expected["Input 0 of BNK2"] and expected["Relay 2 of BNK1"]
     assert said == {name: [str(on).lower()] for name, on in expected.items()}
+
+
+def test_no_switch_of_the_page_is_without_a_state(camera):
+    switches = re.findall(r"<[^>]*role=.switch[^>]*>", camera.get("/").body.decode())
+    assert len(switches) > 5
+    assert [switch for switch in switches if "aria-checked=" not in switch] == []
 
 
 def test_the_switches_of_a_new_bank_are_right(camera, page):

@@ -177,7 +177,10 @@ function element(name, properties, ...children) {
 }
 
 const isOn = (button) => button.getAttribute('aria-checked') === 'true';
-const setOn = (button, on) => button.setAttribute('aria-checked', String(on));
+const setOn = (button, on) => {
+  button.setAttribute('aria-checked', String(on));
+  delete button.dataset.unknown;
+};
 
 /// Inputs or relays: a row of switches a bank.
 class BankSwitches {

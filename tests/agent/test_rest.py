@@ -1,7 +1,6 @@
 """A desk camera at rest: nothing wakes up."""
 
 import pathlib
-import signal
 import socket
 
 import pytest
@@ -9,6 +8,8 @@ import pytest
 import ber
 from desk import SNMPD, SYS_UP_TIME, Desk, ManagerOf, await_until, free_tcp_port, has_wrappers
 from resting import check_rest
+from test_sockets import reload
+
 
 def test_a_desk_camera_at_rest_does_not_wake_up():
     with Desk() as desk:
@@ -67,16 +68,11 @@ def answers(desk):
     return False
 
 
-def reload(desk):
-    desk.processes["agent"].send_signal(signal.SIGHUP)
-    await_until(lambda: "restarted" in desk.log("agent"), "the agent has read its configuration again")
-
-
 def test_the_desks_agent_reads_neither_table_of_tcp_wrappers(refusing_desk):
     desk = refusing_desk
     desk.start()
     assert answers(desk), desk.log("agent")
-    reload(desk)
+    reload(desk.agent_pid(), lambda: desk.log("agent"))
     assert answers(desk), desk.log("agent")
     assert "REFUSED" not in desk.log("agent")
 
@@ -94,7 +90,7 @@ def test_a_reload_without_the_module_restores_tcp_wrappers(refusing_desk):
     desk.start()
     assert answers(desk)
     desk.leave_out("orvexnowrap")
-    reload(desk)
+    reload(desk.agent_pid(), lambda: desk.log("agent"))
     assert not answers(desk)
     assert desk.alive("agent")
     assert "REFUSED" in desk.log("agent")

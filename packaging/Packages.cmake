@@ -87,6 +87,17 @@ set(CPACK_DEBIAN_CONFORM_PACKAGE_RECOMMENDS python3-cryptography)
 # They repeat a finding.
 set(CPACK_DEBIAN_CONFORM_PACKAGE_SUGGESTS snmp)
 
+orvex_package(python python3-orvex-camera "desk cameras for tests in Python"
+"Starts desk cameras from Python: objects by name, faults, waiting, the trace,
+a fixture for pytest, scenarios in TOML on the camera's own clock, and the
+recording and replay of what a camera's agent was asked. domectl play uses it."
+  "python3 (>= 3.11), orvex-conform ${own_version}" orvex-session.1)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+# The desk cameras that it starts; a replay does not need them.
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS orvex-dome)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-pytest, python3-cryptography")
+
 if(ORVEX_OWN_PLATFORM)
   orvex_package(platform libtavos0 "camera platform on D-Bus and SQLite"
   "The libraries that the camera's SNMP module and services use: clients and

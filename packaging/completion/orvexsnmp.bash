@@ -101,7 +101,7 @@ _orvexsnmp() {
     done < <(sort -u <<<"$words")
 }
 
-complete -F _orvexsnmp domectl myname orvex-conform orvex-dome orvexsnmp-add-user tavos-settings
+complete -F _orvexsnmp domectl myname orvex-conform orvex-dome orvex-session orvexsnmp-add-user tavos-settings
 
 # Other projects have a `run` and a `check`, too, and to ask those for help might start them: completes this one's only.
 _orvexsnmp_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)

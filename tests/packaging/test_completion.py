@@ -11,7 +11,7 @@ from field import ADD_USER
 from test_man_pages import options, usage
 
 FILE = ROOT / "packaging" / "completion" / "orvexsnmp.bash"
-PROGRAMS = ["domectl", "myname", "orvex-conform", "orvex-dome", "orvexsnmp-add-user", "tavos-settings"]
+PROGRAMS = ["domectl", "myname", "orvex-conform", "orvex-dome", "orvex-session", "orvexsnmp-add-user", "tavos-settings"]
 AXES = {"pan", "tilt", "zoom", "focus", "iris"}
 
 

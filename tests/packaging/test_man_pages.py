@@ -11,6 +11,7 @@ from field import ADD_USER, PACKAGING
 PROGRAMS = {name: BUILD / "bin" / name for name in ["orvex-dome", "domectl", "myname", "tavos-settings"]}
 PROGRAMS["orvexsnmp-add-user"] = ADD_USER
 PROGRAMS["orvex-conform"] = ROOT / "conform" / "orvex-conform"
+PROGRAMS["orvex-session"] = ROOT / "clients" / "python" / "orvex-session"
 
 
 def usage(name):
@@ -38,7 +39,7 @@ def test_the_options_are_those_of_the_command(name):
 
 
 def test_domectls_commands_are_all_there():
-    command = r"^ +((?:state|calls|history|trace|wait|set|banks|clock|event|fault)\b[^ ]*(?: [a-z][a-z0-9|-]*)?)"
+    command = r"^ +((?:state|calls|history|trace|wait|play|set|banks|clock|event|fault)\b[^ ]*(?: [a-z][a-z0-9|-]*)?)"
     listed = set(re.findall(command, usage("domectl"), re.MULTILINE))
     assert len(listed) > 15
     written = " ".join(page("domectl").split())

@@ -21,7 +21,8 @@ pytestmark = [
     pytest.mark.skipif(os.getuid() != 0, reason="only root can make a root"),
 ]
 
-NAMES = ["libtavos0", "orvex-conform", "orvex-dome", "orvexsnmp", "orvexsnmp-dev", "orvexsnmp-mibs", "tavos"]
+NAMES = ["libtavos0", "orvex-conform", "orvex-dome", "orvexsnmp", "orvexsnmp-dev", "orvexsnmp-mibs", "python3-orvex-camera",
+         "tavos"]
 BUILD = pathlib.Path(os.environ.get("ORVEX_PACKAGES_BUILD", ROOT / "build" / "packages"))
 
 
@@ -109,7 +110,8 @@ def test_every_command_has_a_page(packages):
     commands = {pathlib.Path(name).name for name in files if re.fullmatch(r"/usr/s?bin/[^/]+", name)}
     pages = {pathlib.Path(name).name.rsplit(".", 2)[0] for name in files if name.startswith("/usr/share/man/man")
              and name.endswith(".gz")}
-    assert commands == {"domectl", "myname", "orvex-conform", "orvex-dome", "orvexsnmp-add-user", "tavos-settings"}
+    assert commands == {"domectl", "myname", "orvex-conform", "orvex-dome", "orvex-session", "orvexsnmp-add-user",
+                        "tavos-settings"}
     assert pages == commands | {"orvexsnmp"}
     completions = "/usr/share/bash-completion/completions/"
     completed = {name.removeprefix(completions) for name in files if name.startswith(completions)}

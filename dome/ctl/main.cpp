@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ControlLink.h"
+#include "Play.h"
 #include "Trace.h"
 #include "Wait.h"
 #include "dome/Faults.h"
@@ -32,6 +33,7 @@ void AddCommands(CommandLine& line) {
                                          oldest on, or after the change N)");
     line.AddCommand("trace", 0, kAnyNumber, dome::kTraceUsage);
     line.AddCommand("wait", 0, kAnyNumber, dome::kWaitUsage);
+    line.AddCommand("play", 1, 3, dome::kPlayUsage);
     line.AddCommand("set", 2, 4, R"(
   set pan|tilt POSITION                  thousandths of a degree
   set zoom|zoom-max MAGNIFICATION        thousandths
@@ -78,6 +80,7 @@ int main(int argc, char** argv) {
     const Words options(line.Words().begin() + 1, line.Words().end());
     try {
         if (command == "trace") return dome::Trace(state, bus.empty() ? dome::BusAddress(state) : bus, options);
+        if (command == "play") dome::Play(state, bus, options);
         dome::ControlLink camera(state, bus);
         if (command == "wait") return dome::Wait(camera, options);
         const Words answer = camera.Ask(line.Words());

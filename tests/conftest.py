@@ -8,7 +8,6 @@ import pytest
 
 HERE = pathlib.Path(__file__).parent
 sys.path[:0] = [str(HERE / folder) for folder in ("agent", "conform", "console", "faults", "managers", "packaging")]
-sys.path.insert(0, str(HERE.parent / "clients" / "python"))
 sys.path.insert(0, str(HERE.parent / "conform" / "oracle"))  # what is expected, shared with orvex-conform
 
 from desk import Desk, ManagerOf  # noqa: E402

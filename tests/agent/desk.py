@@ -3,18 +3,22 @@
 import json
 import os
 import pathlib
-import random
 import re
 import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import time
 
 import ber
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.append(str(ROOT / "clients" / "python"))
+
+from orvex_camera import processes  # noqa: E402
+
 BUILD = pathlib.Path(os.environ.get("ORVEX_BUILD", ROOT / "build" / "desk")).resolve()
 MODULE = BUILD / "lib" / "orvexsnmp.so"
 SYS_UP_TIME = "1.3.6.1.2.1.1.3.0"
@@ -48,24 +52,12 @@ def await_until(condition, what, seconds=15.0):
         time.sleep(0.02)
 
 
-def free_port(kind):
-    """A free port, below the range from which the kernel gives ports to clients."""
-    while True:
-        port = random.randint(20000, 32000)
-        with socket.socket(socket.AF_INET, kind) as probe:
-            try:
-                probe.bind(("127.0.0.1", port))
-                return port
-            except OSError:
-                continue
-
-
 def free_udp_port():
-    return free_port(socket.SOCK_DGRAM)
+    return processes.free_port(socket.SOCK_DGRAM)
 
 
 def free_tcp_port():
-    return free_port(socket.SOCK_STREAM)
+    return processes.free_port(socket.SOCK_STREAM)
 
 
 def sanitizer_runtime():
@@ -80,6 +72,11 @@ def sanitizer_runtime():
 def has_wrappers():
     """True for an agent that reads TCP wrappers' lists of hosts."""
     return "libwrap" in subprocess.run(["ldd", SNMPD], capture_output=True, text=True, check=True).stdout
+
+
+# For a build with sanitizers. The agent keeps some memory until its end and never frees it.
+SANITIZERS = {"ASAN_OPTIONS": "detect_leaks=0:abort_on_error=1:log_path=stderr",
+              "UBSAN_OPTIONS": "print_stacktrace=1:halt_on_error=1"}
 
 
 def preloaded(*libraries):
@@ -99,20 +96,8 @@ class Desk:
         subprocess.run(command, check=True)
         if not self.traced:
             self.leave_out("orvextrace")
-        # Otherwise a tool of an older net-snmp creates it and prints a message.
-        (self.state / "snmp" / "cert_indexes").mkdir()
-        self.environment = dict(
-            os.environ,
-            TAVOS_BUS_ADDRESS=f"unix:path={self.state}/bus.sock",
-            TAVOS_SETTINGS_STORE=f"{self.state}/settings.db",
-            ORVEX_TRACE_SOCKET=f"{self.state}/trace.sock",
-            PATH=f"{BUILD}/bin:{os.environ['PATH']}",
-            MIBS="",
-            SNMP_PERSISTENT_DIR=f"{self.state}/snmp",
-            # The agent keeps some memory until its end and never frees it.
-            ASAN_OPTIONS="detect_leaks=0:abort_on_error=1:log_path=stderr",
-            UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1",
-        )
+        (self.state / "snmp" / processes.CERTIFICATES).mkdir()
+        self.environment = {**processes.environment(self.state, BUILD / "bin"), **SANITIZERS}
         self.parts = list(PARTS)  # of the stock agent
         self.dome_options = []
         self.processes = {}  # in the order of their start
@@ -135,8 +120,7 @@ class Desk:
         self.start_agent()
 
     def start_bus(self):
-        self._launch("bus", ["dbus-daemon", f"--config-file={self.state}/bus.conf", "--nofork", "--nopidfile",
-                             "--print-address"])
+        self._launch("bus", processes.bus(self.state))
         self._await("bus", lambda: self.output("bus"))
 
     def start_dome(self):
@@ -148,7 +132,7 @@ class Desk:
         self._launch("dome", self.dome_command())
 
     def dome_command(self):
-        return [BUILD / "bin" / "orvex-dome", "--state", self.state, *self.dome_options]
+        return [*processes.dome(self.state, BUILD / "bin"), *self.dome_options]
 
     def start_agent(self):
         self.launch_agent()
@@ -162,8 +146,7 @@ class Desk:
         self._launch("agent", self.agent_command(), environment)
 
     def agent_command(self):
-        return [SNMPD, "-f", "-C", "-c", self.state / "snmpd.conf", "-I", ",".join(self.parts), "-A", "-Lf",
-                self.state / "agent.log"]
+        return processes.agent(self.state, SNMPD, ",".join(self.parts))
 
     def output(self, name):
         """The process's standard output; the module logs to the agent's."""
@@ -248,7 +231,7 @@ class Desk:
             pass  # ignore what an earlier process wrote
         with open(self.state / f"{name}.out", "ab") as out, open(self.state / f"{name}.log", "ab") as log:
             self.processes[name] = subprocess.Popen(
-                ["setpriv", "--pdeathsig", "KILL", *map(str, command)],
+                processes.ending_with_its_parent(list(map(str, command))),
                 stdin=subprocess.DEVNULL, stdout=out, stderr=log, cwd=self.state,
                 env=environment or self.environment, start_new_session=True)
 

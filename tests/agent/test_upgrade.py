@@ -8,7 +8,7 @@ import subprocess
 
 import pytest
 
-from desk import BUILD, ROOT, Desk, await_until
+from desk import BUILD, ROOT, Desk, await_until, processes
 
 FOLDERS = sorted((ROOT / "tests" / "fixtures").glob("state-*"))
 
@@ -24,7 +24,7 @@ def upgraded(request):
     with Desk() as desk:
         shutil.rmtree(desk.state)
         shutil.copytree(request.param, desk.state)
-        (desk.state / "snmp" / "cert_indexes").mkdir()
+        (desk.state / "snmp" / processes.CERTIFICATES).mkdir()
         command = [ROOT / "scripts" / "prepare-state", BUILD, desk.state, str(desk.port), str(desk.trap_port)]
         subprocess.run(command, check=True)
         (desk.state / "camera.toml").write_text("keep_position = true\n")

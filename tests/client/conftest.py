@@ -1,16 +1,16 @@
+"""Desk cameras of the Python client, of the build that is tested."""
+
 import os
 
 import pytest
 
 import desk
-
-pytest_plugins = ["orvex_camera.pytest_plugin"]
-SANITIZERS = "detect_leaks=0:abort_on_error=1:log_path=stderr"  # as tests/agent/desk.py has them
+from orvex_camera.pytest_plugin import desk_camera, shared_desk_camera  # noqa: F401
 
 
 @pytest.fixture(scope="session")
 def desk_camera_options():
     """For a build with sanitizers."""
-    os.environ.setdefault("ASAN_OPTIONS", SANITIZERS)
-    runtime = desk.sanitizer_runtime()
-    return {"agent_environment": {"LD_PRELOAD": runtime} if runtime else {}}
+    for name, value in desk.SANITIZERS.items():
+        os.environ.setdefault(name, value)
+    return {"agent_environment": {"LD_PRELOAD": desk.preloaded()}}

@@ -9,10 +9,10 @@ import textwrap
 
 import pytest
 
-import orvex_camera.camera
 from desk import ROOT, await_until
 from orvex_camera import (CameraError, ControlError, DeskCamera, Manager, NoAnswer, NotServed, SnmpError, absolute,
                           continuous, stop)
+from orvex_camera import processes
 from orvex_camera.camera import StartFailed
 
 CLIENT = ROOT / "clients" / "python"
@@ -79,7 +79,7 @@ def test_a_value_that_the_objects_type_cannot_have_is_never_sent(camera, name, v
 
 
 def test_an_agent_that_does_not_answer_is_said_in_time():
-    manager = Manager("127.0.0.1", orvex_camera.camera.free_port(), timeout=0.1)
+    manager = Manager("127.0.0.1", processes.free_port(), timeout=0.1)
     try:
         with pytest.raises(NoAnswer, match="GET modelName"):
             manager.get("modelName")
@@ -189,8 +189,8 @@ def test_a_start_that_fails_says_why_and_leaves_nothing(tmp_path, monkeypatch, d
 
 def test_a_port_that_another_program_takes_first_is_replaced(monkeypatch, shared_desk_camera, desk_camera_options):
     ports = [shared_desk_camera.port]
-    free = orvex_camera.camera.free_port
-    monkeypatch.setattr(orvex_camera.camera, "free_port", lambda: ports.pop() if ports else free())
+    free = processes.free_port
+    monkeypatch.setattr(processes, "free_port", lambda: ports.pop() if ports else free())
     with DeskCamera(**desk_camera_options) as second:
         assert ports == []
         assert second.port != shared_desk_camera.port

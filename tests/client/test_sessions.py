@@ -136,7 +136,11 @@ def test_wrong_words_are_status_2_and_one_reason(words, reason, recorded):
 
 
 @pytest.mark.parametrize("text", ["", "{}", "[1]", '{"session": 2, "leftOut": 0, "lost": 0}',
-                                  '{"session": 1, "leftOut": 0, "lost": 0}\n{"pdu": "GET"}', "\x00"])
+                                  '{"session": 1, "leftOut": 0, "lost": 0}\n{"pdu": "GET"}', "\x00",
+                                  '{"session": 1, "leftOut": 0, "lost": 0}\n{"after": 0, "pdu": "GET", "error": "noError", '
+                                  '"index": 0, "bindings": [{"oid": 7}], "answer": []}',
+                                  '{"session": 1, "leftOut": 0, "lost": 0}\n{"after": 0, "pdu": "MOVE", "error": "noError", '
+                                  '"index": 0, "bindings": [], "answer": []}'])
 def test_a_file_that_is_no_recording_is_refused(text, tmp_path):
     file = tmp_path / "odd.jsonl"
     file.write_text(text)

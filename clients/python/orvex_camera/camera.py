@@ -3,16 +3,14 @@
 from __future__ import annotations
 
 import atexit
-import os
 import pathlib
-import random
-import socket
 import subprocess
 import tempfile
 import time
 from types import TracebackType
 from typing import Callable, ContextManager, Dict, List, Mapping, Optional, Type, Union
 
+from orvex_camera import processes
 from orvex_camera.control import Control
 from orvex_camera.errors import CameraError
 from orvex_camera.manager import Manager, Value
@@ -29,18 +27,6 @@ _OPEN = "NET-SNMP version"  # the agent's log when its port is open; before, ano
 
 class StartFailed(CameraError):
     """A process of the camera ended, or was not ready in time; the text has its last lines."""
-
-
-def free_port() -> int:
-    """A free UDP port, below the range from which the kernel gives ports to clients."""
-    while True:
-        port = random.randint(20000, 32000)
-        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
-            try:
-                probe.bind(("127.0.0.1", port))
-                return port
-            except OSError:
-                continue
 
 
 class DeskCamera(Control):
@@ -84,7 +70,7 @@ class DeskCamera(Control):
 
     def _start(self) -> None:
         for attempt in range(1, _ATTEMPTS + 1):
-            self.port, self.trap_port = free_port(), free_port()
+            self.port, self.trap_port = processes.free_port(), processes.free_port()
             self._prepare()
             try:
                 self._start_processes()
@@ -148,29 +134,23 @@ class DeskCamera(Control):
 
     def _prepare(self) -> None:
         command = [self._programs.prepare, self._programs.build, self.state_folder, str(self.port), str(self.trap_port)]
-        done = subprocess.run(command, capture_output=True, text=True, stdin=subprocess.DEVNULL)
+        try:
+            done = subprocess.run(command, capture_output=True, text=True, stdin=subprocess.DEVNULL, timeout=_START_TIMEOUT)
+        except subprocess.TimeoutExpired:
+            raise StartFailed(f"{self._programs.prepare} was not ready within {_START_TIMEOUT:g} s") from None
         if done.returncode != 0:
             raise StartFailed(done.stderr.strip() or f"{self._programs.prepare} failed")
-        # Otherwise a tool of an older net-snmp creates it and prints a message.
-        (self.state_folder / "snmp" / "cert_indexes").mkdir(exist_ok=True)
-
-    def _environment(self) -> Dict[str, str]:
-        state = self.state_folder
-        return dict(os.environ, TAVOS_BUS_ADDRESS=f"unix:path={state}/bus.sock",
-                    TAVOS_SETTINGS_STORE=f"{state}/settings.db", ORVEX_TRACE_SOCKET=f"{state}/trace.sock",
-                    PATH=f"{self._programs.commands}:{os.environ.get('PATH', '/usr/bin:/bin')}", MIBS="",
-                    SNMP_PERSISTENT_DIR=f"{state}/snmp")
+        (self.state_folder / "snmp" / processes.CERTIFICATES).mkdir(exist_ok=True)
 
     def _start_processes(self) -> None:
-        state, environment = self.state_folder, self._environment()
-        self._launch("bus", ["dbus-daemon", f"--config-file={state}/bus.conf", "--nofork", "--nopidfile",
-                             "--print-address"], environment)
+        state, programs = self.state_folder, self._programs
+        environment = processes.environment(state, programs.commands)
+        self._launch("bus", processes.bus(state), environment)
         self._await("bus", lambda: (state / "bus.out").stat().st_size > 0)
         config = ["--config", str(self._config)] if self._config else []
-        self._launch("dome", [str(self._programs.commands / "orvex-dome"), "--state", str(state), *config], environment)
+        self._launch("dome", [*processes.dome(state, programs.commands), *config], environment)
         self._await("dome", lambda: "ready" in (state / "dome.out").read_text(errors="replace").splitlines())
-        self._launch("agent", [str(self._programs.agent), "-f", "-C", "-c", f"{state}/snmpd.conf", "-I",
-                               self._programs.parts(), "-A", "-Lf", f"{state}/agent.log"],
+        self._launch("agent", processes.agent(state, str(programs.agent), programs.parts()),
                      {**environment, **self._agent_environment})
         probe = Manager(self.host, self.port)
         try:
@@ -185,7 +165,7 @@ class DeskCamera(Control):
         try:
             with open(self.state_folder / f"{name}.out", "wb") as out, open(self.state_folder / f"{name}.log", "wb") as log:
                 self._processes[name] = subprocess.Popen(
-                    ["setpriv", "--pdeathsig", "KILL", *command], stdin=subprocess.DEVNULL, stdout=out, stderr=log,
+                    processes.ending_with_its_parent(command), stdin=subprocess.DEVNULL, stdout=out, stderr=log,
                     cwd=self.state_folder, env=environment, start_new_session=True)
         except OSError as error:
             raise StartFailed(f"cannot start the {name}: {error}") from None

@@ -5,7 +5,7 @@ from __future__ import annotations
 from typing import Any, Dict, Optional, Union
 
 from orvex_camera.errors import NoAnswer, NotServed, SnmpError
-from orvex_camera.shared import ERRORS, ber, expected_tree, link, promises, usm
+from orvex_camera.shared import ber, error_name, expected_tree, link, promises, usm
 
 Value = Union[int, str, bytes]
 _ROWS: Dict[str, Any] = {row.name: row for row in expected_tree.ROWS}
@@ -38,10 +38,6 @@ def is_text(name: str) -> bool:
     if promises.is_constant(row):
         return bool(row.value.isascii() and row.value.decode().isprintable())
     return promises.promise(row) is promises.ANY_TEXT
-
-
-def error_name(status: int) -> str:
-    return str(ERRORS[status]) if status < len(ERRORS) else f"error {status}"
 
 
 def encoded(name: str, value: Value) -> "tuple[int, bytes]":

@@ -53,12 +53,12 @@ class Recording:
             if head["session"] != FORMAT:
                 raise RecordingError(f"{file}: a recording of the format {head['session']}, not {FORMAT}")
             for number, request in enumerate(requests, 2):
-                if not {"after", "pdu", "bindings", "answer", "error", "index"} <= set(request):
+                if not _is_request(request):
                     raise RecordingError(f"{file}:{number}: not a recorded request")
-            return cls(requests, head["leftOut"], head["lost"])
+            return cls(requests, int(head["leftOut"]), int(head["lost"]))
         except OSError as error:
             raise RecordingError(f"cannot read {file}: {error.strerror}") from None
-        except (ValueError, KeyError, TypeError):
+        except (ValueError, KeyError, TypeError, AttributeError):
             raise RecordingError(f"{file} is not a recording") from None
 
     def write(self, file: Union[str, pathlib.Path]) -> None:
@@ -69,6 +69,15 @@ class Recording:
             pathlib.Path(file).write_text(text, encoding="utf-8")
         except OSError as error:
             raise RecordingError(f"cannot write {file}: {error.strerror}") from None
+
+
+def _is_request(one: Any) -> bool:
+    """Whether the object has all that a replay reads. Raises KeyError or TypeError for some that have not."""
+    counts = (one.get("nonRepeaters", 0), one.get("maxRepetitions", 0), one["index"])
+    bindings = one["bindings"] + one["answer"]
+    return (one["pdu"] in _REQUESTS and isinstance(one["after"], (int, float)) and isinstance(one["error"], str)
+            and all(isinstance(count, int) for count in counts)
+            and all(isinstance(binding[member], str) for binding in bindings for member in _BINDING))
 
 
 def _time(entry: Dict[str, Any]) -> float:

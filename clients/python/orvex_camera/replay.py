@@ -7,15 +7,12 @@ import time
 from typing import Any, Collection, Dict, Iterator, List, NamedTuple, Optional
 
 from orvex_camera.errors import CameraError
-from orvex_camera.manager import error_name, is_text
+from orvex_camera.manager import is_text
 from orvex_camera.recording import Recording
-from orvex_camera.shared import ber, expected_tree, link, usm
+from orvex_camera.shared import TYPES, ber, error_name, expected_tree, link, type_name, usm
 
 _PDUS = {"GET": ber.GET, "GETNEXT": ber.GETNEXT, "GETBULK": ber.GETBULK, "SET": ber.SET}
-_TYPES = {"INTEGER": ber.INTEGER, "OCTET STRING": ber.OCTET_STRING, "NULL": ber.NULL, "OBJECT IDENTIFIER": ber.OID,
-          "IpAddress": ber.IP_ADDRESS, "Counter32": ber.COUNTER32, "Gauge32": ber.GAUGE32, "TimeTicks": ber.TIMETICKS,
-          "Opaque": ber.OPAQUE, "Counter64": ber.COUNTER64, "noSuchObject": ber.NO_SUCH_OBJECT,
-          "noSuchInstance": ber.NO_SUCH_INSTANCE, "endOfMibView": ber.END_OF_MIB_VIEW}
+_TAGS = {name: tag for tag, name in TYPES.items()}
 _NUMBERS = (ber.INTEGER, ber.COUNTER32, ber.GAUGE32, ber.TIMETICKS, ber.COUNTER64)
 _HEXADECIMAL = re.compile(r"[0-9a-f]{2}( [0-9a-f]{2})*")
 
@@ -117,14 +114,10 @@ def _compare(request: Dict[str, Any], answer: Any, ignore: Collection[str]) -> I
     for now, then in zip(answer.bindings, request["answer"]):
         if now.oid != then["oid"]:
             yield f"{now.oid}, was {then['oid']}"
-        elif now.tag != _TYPES.get(then["type"], now.tag):
-            yield f"{_name(then)} has type {_type(now.tag)}, was {then['type']}"
+        elif now.tag != _TAGS.get(then["type"], now.tag):
+            yield f"{_name(then)} has type {type_name(now.tag)}, was {then['type']}"
         elif _is_compared(then, ignore) and not _is_same(now, then):
             yield f"{_name(then)} is {_value(now, then)}, was {then['value']}"
-
-
-def _type(tag: int) -> str:
-    return next((name for name, known in _TYPES.items() if known == tag), f"type {tag}")
 
 
 def _is_compared(binding: Dict[str, Any], ignore: Collection[str]) -> bool:
@@ -134,7 +127,7 @@ def _is_compared(binding: Dict[str, Any], ignore: Collection[str]) -> bool:
 
 
 def _encoded(binding: Dict[str, Any]) -> "tuple[int, bytes]":
-    tag, value = _TYPES.get(binding["type"]), binding["value"]
+    tag, value = _TAGS.get(binding["type"]), binding["value"]
     if tag is None:
         raise CannotRepeat(f"{_name(binding)} has an unknown type, {binding['type']}")
     try:

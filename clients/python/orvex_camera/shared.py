@@ -31,11 +31,10 @@ try:
     import promises
     from orvex_conform import link, usm
     from orvex_conform.main import Unusable, only_one_host
-    from orvex_conform.reads import ERRORS
+    from orvex_conform.reads import TYPES, error_name, type_name
 finally:
     for _name in _folders:
         sys.path.remove(_name)
-
 
 
 def version() -> str:
@@ -46,5 +45,5 @@ def version() -> str:
     return re.findall(r"^project\(.* VERSION (\S+)", text, re.MULTILINE)[0]
 
 
-__all__ = ["CHECKOUT", "ERRORS", "PREFIX", "Unusable", "ber", "expected_tree", "is_checkout", "link", "only_one_host",
-           "promises", "usm", "version"]
+__all__ = ["CHECKOUT", "PREFIX", "TYPES", "Unusable", "ber", "error_name", "expected_tree", "is_checkout", "link",
+           "only_one_host", "promises", "type_name", "usm", "version"]

@@ -9,7 +9,7 @@ import textwrap
 
 import pytest
 
-from desk import ROOT, await_until
+from desk import BUILD, ROOT, await_until
 from orvex_camera import (CameraError, ControlError, DeskCamera, Manager, NoAnswer, NotServed, SnmpError, absolute,
                           continuous, stop)
 from orvex_camera import processes
@@ -207,6 +207,7 @@ def test_the_fixture_gives_each_test_a_new_camera(tmp_path, desk_camera_options)
     (tmp_path / "made").mkdir()
     done = subprocess.run([sys.executable, "-B", "-m", "pytest", "-q", "-p", "orvex_camera.pytest_plugin", "-p",
                            "no:cacheprovider", test], cwd=tmp_path, capture_output=True, text=True, timeout=60,
-                          env=dict(os.environ, PYTHONPATH=str(CLIENT), TMPDIR=str(tmp_path / "made")))
+                          env=dict(os.environ, PYTHONPATH=str(CLIENT), ORVEX_BUILD=str(BUILD),
+                                   TMPDIR=str(tmp_path / "made")))
     assert "2 passed" in done.stdout, done.stdout + done.stderr
     assert list((tmp_path / "made").iterdir()) == []

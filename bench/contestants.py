@@ -14,12 +14,13 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 sys.path[:0] = [str(ROOT / "tests" / "agent"), str(ROOT / "conform" / "oracle")]
 
 import ber  # noqa: E402
-from desk import BUILD, SNMPD, ManagerOf, await_until, free_udp_port  # noqa: E402
+from desk import BUILD, MODULE, SNMPD, ManagerOf, await_until, free_udp_port, preloaded  # noqa: E402
 from desk import UntracedDesk as Desk  # noqa: E402
 from expected_tree import CCTV, GLOBAL, OID, ORVEX  # noqa: E402
 
 PEERS = pathlib.Path(__file__).resolve().parent / "peers"
 NPM = ROOT / "build" / "bench" / "npm"
+NO_LANES = "no lanes"
 ALARM_TABLE, RELAY_TABLE = f"{ORVEX}.1.3.1.1", f"{ORVEX}.1.3.2.1"
 SUBTREES = ["1.3.6.1.4.1.1206.4.2", ORVEX]
 
@@ -71,6 +72,12 @@ def with_children(pids):
     return found
 
 
+def sockets(pids):
+    """How many descriptors of the processes are sockets. Each lane is one."""
+    links = (os.readlink(file) for pid in pids for file in pathlib.Path(f"/proc/{pid}/fd").iterdir())
+    return sum(link.startswith("socket:") for link in links)
+
+
 def processor_microseconds(pids):
     """The processor time that the processes have used so far, all of their threads together."""
     files = (file for pid in pids for file in pathlib.Path(f"/proc/{pid}/task").glob("*/schedstat"))
@@ -115,6 +122,8 @@ class Peer:
 
     name = title = ""
     needs = []  # programs and files
+    parts = ["pass_persist"]  # of the stock agent, besides the desk's
+    environment = {}
     identity = []  # options of setpriv
 
     def __init__(self, desk, objects):
@@ -145,8 +154,8 @@ class Peer:
         return (self.folder / "log").read_text(errors="replace").strip().replace("\n", "; ")[-300:]
 
     def run(self, command):
-        environment = dict(os.environ, TAVOS_BUS_ADDRESS=self.desk.environment["TAVOS_BUS_ADDRESS"], MIBS="",
-                           SNMP_PERSISTENT_DIR=str(self.folder), NODE_PATH=str(NPM / "node_modules"))
+        environment = dict(self.desk.environment, SNMP_PERSISTENT_DIR=str(self.folder),
+                           NODE_PATH=str(NPM / "node_modules"), **self.environment)
         with open(self.folder / "log", "ab") as log:
             self.processes.append(subprocess.Popen(
                 ["setpriv", *self.identity, "--pdeathsig", "KILL", *map(str, command)], stdin=subprocess.DEVNULL,
@@ -158,12 +167,15 @@ class Peer:
         kept = [line for line in without_modules(text) if not line.startswith("trap2sink")]
         configuration = self.folder / "snmpd.conf"
         configuration.write_text("\n".join([*kept, *lines]) + "\n")
-        parts = ",".join([*self.desk.parts, "pass_persist"])
+        parts = ",".join([*self.desk.parts, *self.parts])
         self.run([SNMPD, "-f", "-C", "-c", configuration, "-I", parts, "-A", "-Lf", self.folder / "agent.log"])
 
     def pids(self):
         """The processes that work for a request, including the camera's services."""
-        return with_children([process.pid for process in self.processes]) + camera_pids(self.desk)
+        return self.own_pids() + camera_pids(self.desk)
+
+    def own_pids(self):
+        return with_children([process.pid for process in self.processes])
 
     def launch(self):
         raise NotImplementedError
@@ -178,6 +190,17 @@ class Peer:
                 process.kill()
                 process.wait()
         shutil.rmtree(self.folder, ignore_errors=True)
+
+
+class WithoutLanes(Peer):
+    """The module itself in a second agent of the same camera; its calls take the bus. Both send the camera's traps."""
+
+    name, title = NO_LANES, "this module without lanes"
+    parts = []
+
+    def launch(self):
+        self.environment = {"TAVOS_BUS_LANES": "off", "LD_PRELOAD": preloaded()}
+        self.run_snmpd(f"dlmod orvexsnmp {MODULE}", f"trap2sink 127.0.0.1:{self.desk.trap_port} public")
 
 
 class Agentx(Peer):

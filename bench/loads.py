@@ -36,6 +36,7 @@ BUILT_IN = get(SYS_NAME)
 WALKS = {"walk": 0, "bulk walk": 25}  # repetitions of a GETBULK; 0: GETNEXT
 BARE_CALLS = ("temperature", "input", "count", "pan")
 NO_SERVICE = ("identity", "last command", "constant")
+LIVE = ("temperature", "input", "cell", "move", "relay")
 # the bare calls behind a live request
 BEHIND = {"temperature": ("temperature",), "input": ("input",), "cell": ("count", "input"), "move": ("pan",)}
 

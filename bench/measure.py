@@ -6,6 +6,7 @@ writes the page from the figures.
 """
 
 import argparse
+import contextlib
 import json
 import os
 import pathlib
@@ -19,9 +20,9 @@ import sys
 import time
 
 import experiments
-from contestants import (ALARM_TABLE, BUILD, PEER_CLASSES, SNMPD, SUBTREES, Desk, ManagerOf, Unavailable, free_udp_port,
-                         module_pids, walked, write_objects)
-from loads import (BARE_CALLS, BEHIND, BUILT_IN, LOADS, NO_SERVICE, WALKS, WORKLOADS, Series, load,
+from contestants import (ALARM_TABLE, BUILD, NO_LANES, PEER_CLASSES, RELAY_TABLE, SNMPD, SUBTREES, Desk, ManagerOf,
+                         Unavailable, WithoutLanes, ber, free_udp_port, module_pids, sockets, walked, write_objects)
+from loads import (BARE_CALLS, BEHIND, BUILT_IN, LIVE, LOADS, NO_SERVICE, WALKS, WORKLOADS, Series, load,
                    program, rate_and_median, walk_of)
 
 def machine():
@@ -44,7 +45,7 @@ class Measurement:
         self.peers, self.absent = [], {}
         self.series = {}  # (contestant, workload, in flight)
         self.walks = {}  # (contestant, walk): {"objects", "requests", "rounds": seconds a walk}
-        self.echoes, self.echo_ports = [], {}  # by the calls of services that they make before they answer
+        self.echoes, self.echo_ports = [], {}  # by what they do before they answer
         self.results = {}
 
     def close(self):
@@ -64,15 +65,20 @@ class Measurement:
         with ManagerOf(self.desk) as manager:
             self.rows = walked(manager)
         write_objects(self.objects, self.rows)
-        for kind in PEER_CLASSES:
-            if kind.name in self.options.peers:
+        for kind in (WithoutLanes, *PEER_CLASSES):
+            if kind is WithoutLanes or kind.name in self.options.peers:
                 self.start_peer(kind)
-        self.start_echo((), "bench-load")
+        self.start_echo("echo", "bench-load")
         for calls in BEHIND.values():
-            self.start_echo(calls, "bench-bus", "--address", self.desk.environment["TAVOS_BUS_ADDRESS"])
+            self.start_echo(" ".join(("echo", *calls)), "bench-bus", *self.ways()["bare"], calls=calls)
+            self.start_echo(" ".join(("pair echo", *calls)), "bench-bus", *self.ways()["pair"], calls=calls)
 
-    def start_echo(self, calls, name, *options):
-        self.echo_ports[calls] = port = free_udp_port()
+    def ways(self):
+        """The options of bench-bus for the ways that its calls take."""
+        return {"bare": ("--address", self.desk.environment["TAVOS_BUS_ADDRESS"]), "pair": ("--pair", 1)}
+
+    def start_echo(self, what, name, *options, calls=()):
+        self.echo_ports[what] = port = free_udp_port()
         command = [BUILD / "bin" / name, "echo", *options, "--port", port, *calls]
         echo = subprocess.Popen(["setpriv", "--pdeathsig", "KILL", *map(str, command)], stdout=subprocess.PIPE)
         self.echoes.append(echo)
@@ -96,6 +102,13 @@ class Measurement:
 
     def agents(self):
         return [("module", self.desk.port)] + [(peer.name, peer.port) for peer in self.peers]
+
+    def modules(self):
+        """The port of the module's agent with lanes, and of the one without."""
+        ports = dict(self.agents())
+        if NO_LANES not in ports:
+            raise Unavailable(f"without lanes: {self.absent[NO_LANES]}")
+        return {name: ports[name] for name in ("module", NO_LANES)}
 
     def pids(self, contestant):
         if contestant in ("module", "built-in"):
@@ -125,12 +138,27 @@ class Measurement:
             counts.append(len(self.desk.calls()))
         return statistics.median(counts)
 
+    def walk_calls(self):
+        """How many calls of services a walk of everything makes, by contestant."""
+        counts = {}
+        for name, port in self.agents():
+            for walk, repetitions in WALKS.items():
+                self.desk.clear_calls()
+                for subtree in SUBTREES:
+                    walk_of(port, subtree, repetitions, 0)
+                counts.setdefault(name, {})[walk] = len(self.desk.calls())
+        return counts
+
+    def sockets(self):
+        """Shows who has lanes."""
+        return {"module": sockets([self.desk.agent_pid()]), **{peer.name: sockets(peer.own_pids()) for peer in self.peers}}
+
     def jobs(self):
         """One round's measurements, as functions."""
         seconds = self.options.seconds
         jobs = []
         for in_flight in LOADS:
-            jobs.append(lambda n=in_flight: self.requests("echo", "echo", n, self.echo_ports[()], BUILT_IN,
+            jobs.append(lambda n=in_flight: self.requests("echo", "echo", n, self.echo_ports["echo"], BUILT_IN,
                                                           "--echo", 1))
             jobs.append(lambda n=in_flight: self.requests("built-in", "sysName", n, self.desk.port, BUILT_IN))
             for name, port in self.agents():
@@ -138,39 +166,43 @@ class Measurement:
                     jobs.append(lambda c=name, p=port, w=workload, n=in_flight:
                                 self.requests(c, w, n, p, WORKLOADS[w]))
         for what in BARE_CALLS:
-            jobs.append(lambda w=what: self.add("bus", w, 1, self.bare_call(w, seconds)))
+            jobs.append(lambda w=what: self.add("bus", w, 1, self.bare_call("bare", w, seconds)))
         for name, port in self.agents():
             for walk in WALKS:
                 jobs.append(lambda c=name, p=port, w=walk: self.walk(c, w, p))
         return jobs
 
     def close_ups(self):
-        """Measures the module and its limits once more, alternately and often, so that their ratios hold on a machine
-        whose speed changes. A list of {what: rate and median}, by the number in flight."""
+        """Measures the module, with lanes and without, and its limits once more, alternately and often, so that their
+        ratios hold on a machine whose speed changes. A list of {what: rate and median}, by the number in flight."""
         seconds, results, pids = self.options.seconds / 2, {}, module_pids(self.desk)
-        for _ in range(self.options.rounds * 2):
+        modules = self.modules()
+        for number in range(self.options.rounds * 2):
             for in_flight in LOADS:
-                live = BEHIND if in_flight == 1 else ()
                 turn = {"sysName": load(self.desk.port, BUILT_IN, in_flight, seconds, pids=pids)}
-                for workload in (*NO_SERVICE, *live):
+                for workload in NO_SERVICE:
                     turn[workload] = load(self.desk.port, WORKLOADS[workload], in_flight, seconds, pids=pids)
-                if live:
-                    turn.update((f"bare {what}", self.bare_call(what, seconds)) for what in BARE_CALLS)
-                    for calls, port in self.echo_ports.items():
-                        turn[" ".join(("echo", *calls))] = load(port, BUILT_IN, 1, seconds, "--echo", 1)
+                for workload in LIVE:
+                    for name in sorted(modules, reverse=number % 2 == 0):
+                        turn[workload if name == "module" else f"{workload}, {name}"] = load(
+                            modules[name], WORKLOADS[workload], in_flight, seconds, pids=self.pids(name))
+                if in_flight == 1:
+                    turn.update((f"{way} {what}", self.bare_call(way, what, seconds))
+                                for way in self.ways() for what in BARE_CALLS)
+                    for what, port in self.echo_ports.items():
+                        turn[what] = load(port, BUILT_IN, 1, seconds, "--echo", 1)
                 results.setdefault(in_flight, []).append({what: rate_and_median(one) for what, one in turn.items()})
         return results
 
-    def bare_call(self, what, seconds):
-        return program("bench-bus", "call", "--address", self.desk.environment["TAVOS_BUS_ADDRESS"], "--what", what,
-                       "--seconds", seconds)
+    def bare_call(self, way, what, seconds):
+        return program("bench-bus", "call", *self.ways()[way], "--what", what, "--seconds", seconds)
 
     def requests(self, contestant, workload, in_flight, port, messages, *more):
         self.add(contestant, workload, in_flight,
                  load(port, messages, in_flight, self.options.seconds, *more, pids=self.pids(contestant)))
 
     def add(self, contestant, workload, in_flight, figures):
-        peer = contestant not in ("module", "built-in", "echo", "bus")
+        peer = contestant not in ("module", NO_LANES, "built-in", "echo", "bus")
         self.series.setdefault((contestant, workload, in_flight), Series(errors_allowed=peer)).add(figures)
 
     def walk(self, contestant, walk, port):
@@ -197,18 +229,39 @@ class Measurement:
             self.say(f"round {number + 1} of {self.options.rounds}: {len(jobs)} measurements")
 
     def table(self):
-        """Seconds a walk of the alarm table, with few rows and with many."""
+        """Seconds a walk of the alarm table, with few rows and with many, with lanes and without."""
         figures = {}
         for _ in range(self.options.rounds):
             for rows in (100, 1000):
                 half = rows // 2
                 self.desk.domectl("banks", "alarm", f"BNK1={half}", f"BNK2={rows - half}")
                 for walk, repetitions in WALKS.items():
-                    walk_of(self.desk.port, ALARM_TABLE, repetitions, 0)  # the first walk rebuilds the table
-                    done = walk_of(self.desk.port, ALARM_TABLE, repetitions, self.options.seconds)
-                    assert done["objects"] == 3 * rows, done
-                    figures.setdefault(walk, {}).setdefault(str(rows), []).append(statistics.median(done["walks"]))
+                    for name, port in self.modules().items():
+                        walk_of(port, ALARM_TABLE, repetitions, 0)  # the first walk rebuilds the table
+                        done = walk_of(port, ALARM_TABLE, repetitions, self.options.seconds)
+                        assert done["objects"] == 3 * rows, done
+                        what = walk if name == "module" else f"{walk}, {name}"
+                        figures.setdefault(what, {}).setdefault(str(rows), []).append(statistics.median(done["walks"]))
         self.desk.domectl("banks", "alarm", "BNK1=4", "BNK2=2")
+        return figures
+
+    def relays(self):
+        """Seconds of SETs of one relay of 1,000, each of another one, with lanes and without. On a busy machine one may
+        use up the time that a request has for its calls."""
+        figures = {name: {"seconds": [], "errors": 0} for name in self.modules()}
+        self.desk.domectl("banks", "relay", "BNK1=500", "BNK2=500")
+        for name, port in self.modules().items():
+            walk_of(port, RELAY_TABLE, 25, 0)  # rebuilds the table
+        rows = iter(range(1, 1001))
+        for _ in range(self.options.sets):
+            for name, port in self.modules().items():
+                message = ber.encode(ber.SET, [(f"{RELAY_TABLE}.3.{next(rows)}", ber.INTEGER, b"\1")], "private")
+                with contextlib.closing(ber.Manager(port)) as manager:
+                    begun = time.perf_counter()
+                    answer = manager.exchange(message)
+                    figures[name]["seconds"].append(time.perf_counter() - begun)
+                figures[name]["errors"] += answer.error_status != 0
+        self.desk.domectl("banks", "relay", "BNK1=4", "BNK2=2")
         return figures
 
     def run(self):
@@ -224,8 +277,10 @@ class Measurement:
         self.start()
         self.say(f"started: {', '.join(name for name, _ in self.agents())}")
         self.results["service_calls"] = self.service_calls()
+        self.results["walk_calls"] = self.walk_calls()
+        self.results["sockets"] = self.sockets()
         self.rounds()
-        self.results["titles"] = {kind.name: kind.title for kind in PEER_CLASSES}
+        self.results["titles"] = {kind.name: kind.title for kind in PEER_CLASSES}  # of the peers
         self.results["absent"] = self.absent
         self.results["series"] = [
             {"contestant": c, "workload": w, "in_flight": n, **series.json()}
@@ -233,26 +288,26 @@ class Measurement:
         self.results["walks"] = [{"contestant": c, "walk": w, **entry} for (c, w), entry in sorted(self.walks.items())]
         if not options.parts:
             return
-        for name, part in (("close_ups", lambda _: self.close_ups()), ("table", lambda _: self.table()),
-                           *SEPARATE.items()):
+        for name in (*IN_THE_RUN, *SEPARATE):
             self.say(name.replace("_", " "))
             try:
-                self.results[name] = part(options)
+                self.results[name] = IN_THE_RUN[name](self) if name in IN_THE_RUN else SEPARATE[name](options)
             except Exception as reason:  # keeps the figures of the other parts
                 self.say(f"not measured: {reason}")
                 self.results["failed"][name] = f"{type(reason).__name__}: {reason}"
 
 
-# The parts that need nothing of the run: each can be repeated alone.
+# The parts that need the run's camera, and those that need nothing of it. Each can be repeated alone.
+IN_THE_RUN = {"close_ups": Measurement.close_ups, "table": Measurement.table, "relays": Measurement.relays}
 SEPARATE = {"traps": experiments.traps, "log_calls": experiments.log_calls,
             "start_and_memory": experiments.start_and_memory, "stock_agent": experiments.stock_agent,
             "instructions": experiments.instructions, "buses": experiments.buses}
 
 KINDS = {
     "full": {"rounds": 9, "seconds": 0.15, "peers": [kind.name for kind in PEER_CLASSES], "parts": True,
-             "workloads": list(WORKLOADS), "trap_rounds": 5, "events": 30000},
+             "workloads": list(WORKLOADS), "trap_rounds": 5, "events": 30000, "sets": 30},
     "quick": {"rounds": 1, "seconds": 0.1, "peers": [kind.name for kind in PEER_CLASSES], "parts": True,
-              "workloads": list(WORKLOADS), "trap_rounds": 1, "events": 5000},
+              "workloads": list(WORKLOADS), "trap_rounds": 1, "events": 5000, "sets": 30},
     "smoke": {"rounds": 1, "seconds": 0.05, "peers": ["agentx"], "parts": False,
               "workloads": ["identity", "temperature", "move"], "trap_rounds": 0, "events": 0},
 }
@@ -277,11 +332,24 @@ def measured(options):
     return measurement.results
 
 
+def repeated(options):
+    """The figures of one part."""
+    if options.part in SEPARATE:
+        return SEPARATE[options.part](options)
+    options.peers = []
+    measurement = Measurement(options)
+    try:
+        measurement.start()
+        return IN_THE_RUN[options.part](measurement)
+    finally:
+        measurement.close()
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--kind", choices=KINDS, default="full")
     parser.add_argument("--rounds", type=int)
-    parser.add_argument("--part", choices=SEPARATE, help="repeats this part alone; the other figures of --out stay")
+    parser.add_argument("--part", choices=[*IN_THE_RUN, *SEPARATE], help="repeats this part alone; the other figures of --out stay")
     parser.add_argument("--out", required=True)
     options = parser.parse_args()
     rounds = options.rounds
@@ -292,7 +360,7 @@ def main():
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended by a signal"))  # this also ends everything that was started
     out = pathlib.Path(options.out)
     if options.part:
-        results = {**json.loads(out.read_text()), options.part: SEPARATE[options.part](options)}
+        results = {**json.loads(out.read_text()), options.part: repeated(options)}
     else:
         results = measured(options)
     out.parent.mkdir(parents=True, exist_ok=True)

@@ -9,7 +9,8 @@ import statistics
 import sys
 
 import plots
-from loads import BEHIND, LOADS, NO_SERVICE, WORKLOADS
+from contestants import NO_LANES
+from loads import BEHIND, LIVE, LOADS, NO_SERVICE, WALKS, WORKLOADS
 
 median = statistics.median
 WHAT = {
@@ -18,8 +19,10 @@ WHAT = {
     "move": "SET `positionPan`, absolute", "relay": "SET `outputControl`",
     "sysName": "GET `sysName` (built in)",
 }
+HOW = {"walk": "GETNEXT", "bulk walk": "GETBULK"}
 PAGE = pathlib.Path(__file__).with_name("performance.md.in")
-MEMORY_GOAL, START_GOAL, LOG_GOAL = 6.0, 300.0, 5.0
+MEMORY_GOAL, START_GOAL, LOG_GOAL, RELAY_GOAL = 6.0, 300.0, 5.0, 100.0
+BEFORE_LANES = {"walk": 655, "bulk walk": 533}  # µs a row of a table of 1,000 in the run of 2026-11-21 18:45 UTC
 
 
 def table(header, rows):
@@ -38,7 +41,8 @@ class Results:
         self.series = {(s["contestant"], s["workload"], s["in_flight"]): s for s in data["series"]}
         present = {s["contestant"] for s in data["series"]}
         self.peers = [name for name in data["titles"] if name in present]
-        self.title = {"module": "this module", **data["titles"]}
+        self.title = {"module": "this module", NO_LANES: "this module without lanes", **data["titles"]}
+        self.walks = {(w["contestant"], w["walk"]): w for w in data["walks"]}
 
     def rates(self, contestant, workload, in_flight):
         one = self.series.get((contestant, workload, in_flight))
@@ -47,11 +51,21 @@ class Results:
     def processor(self, contestant, workload, in_flight=8):
         return [entry["processor"] for entry in self.series[(contestant, workload, in_flight)]["rounds"]]
 
+    def has_lanes(self, part):
+        """True if the part also measured the module without lanes. Runs before 2026-11-22 12:00 UTC did not."""
+        return {"series": (NO_LANES, LIVE[0], LOADS[0]) in self.series,
+                "close_ups": "close_ups" in self.data and f"{LIVE[0]}, {NO_LANES}" in self.close_up(LOADS[0])[0],
+                "table": f"walk, {NO_LANES}" in self.data.get("table", ())}[part]
+
     def workloads(self):
         return [name for name in WORKLOADS if ("module", name, LOADS[0]) in self.series]
 
     def close_up(self, in_flight):
         return self.data["close_ups"][str(in_flight)]
+
+    def lanes_ratios(self, what, workload, in_flight):
+        """With lanes over without, of "rate" or "processor", one a turn."""
+        return [turn[workload][what] / turn[f"{workload}, {NO_LANES}"][what] for turn in self.close_up(in_flight)]
 
     def no_service_ratios(self, workload, in_flight):
         """Of the built-in scalar's rate, one a turn."""
@@ -60,30 +74,38 @@ class Results:
     def processor_ratios(self, workload, in_flight):
         return [turn[workload]["processor"] / turn["sysName"]["processor"] for turn in self.close_up(in_flight)]
 
-    def live_parts(self, workload):
-        """Microseconds of (the whole, the built-in GET, the bare round trips), one a turn."""
-        return [(turn[workload]["p50"], turn["sysName"]["p50"],
-                 sum(turn[f"bare {what}"]["p50"] for what in BEHIND[workload])) for turn in self.close_up(1)]
+    def live_parts(self, workload, way="bare", module=""):
+        """Microseconds of (the whole, the built-in GET, the round trips that way), one a turn."""
+        return [(turn[workload + module]["p50"], turn["sysName"]["p50"],
+                 sum(turn[f"{way} {what}"]["p50"] for what in BEHIND[workload])) for turn in self.close_up(1)]
 
-    def live_ratios(self, workload):
-        return [whole / (built_in + bus) for whole, built_in, bus in self.live_parts(workload)]
+    def live_ratios(self, workload, way="bare", module=""):
+        return [whole / (built_in + trips) for whole, built_in, trips in self.live_parts(workload, way, module)]
 
-    def woken_ratios(self, workload):
+    def woken_ratios(self, workload, way="bare"):
         """Over the built-in GET and what the same calls add to a UDP echo."""
-        calls = " ".join(("echo", *BEHIND[workload]))
-        return [turn[workload]["p50"] / (turn["sysName"]["p50"] + turn[calls]["p50"] - turn["echo"]["p50"])
-                for turn in self.close_up(1)]
+        return [turn[workload]["p50"] / (turn["sysName"]["p50"] + added)
+                for turn, added in zip(self.close_up(1), self.added_to_echo(workload, way))]
 
-    def added_to_echo(self, workload):
-        calls = " ".join(("echo", *BEHIND[workload]))
+    def added_to_echo(self, workload, way="bare"):
+        calls = " ".join(("echo" if way == "bare" else f"{way} echo", *BEHIND[workload]))
         return [turn[calls]["p50"] - turn["echo"]["p50"] for turn in self.close_up(1)]
 
-    def slower_than(self):
-        """The loads at which a peer is faster: (workload, in flight, peer, the module's rate over the peer's)."""
+    def walk_ratio(self, walk, contestant="module"):
+        """The time of the peer whose walk is the shortest over the contestant's, and that peer."""
+        ours = median(self.walks[(contestant, walk)]["rounds"])
+        return min((median(self.walks[(peer, walk)]["rounds"]) / ours, self.title[peer]) for peer in self.peers)
+
+    def row_times(self, walk, rows):
+        """Microseconds a row, one a round."""
+        return [seconds / rows * 1e6 for seconds in self.data["table"][walk][str(rows)]]
+
+    def slower_than(self, contestant="module"):
+        """The loads at which a peer is faster: (workload, in flight, peer, the contestant's rate over the peer's)."""
         found = []
         for workload in self.workloads():
             for in_flight in LOADS:
-                ours = median(self.rates("module", workload, in_flight))
+                ours = median(self.rates(contestant, workload, in_flight))
                 for peer in self.peers:
                     theirs = self.rates(peer, workload, in_flight)
                     if theirs and ours <= median(theirs):
@@ -99,25 +121,68 @@ def no_service_goal(results):
 
 def live_goals(results):
     rows = []
-    for workload in BEHIND:
-        ratios, trips = results.live_ratios(workload), len(BEHIND[workload])
-        limit = f"(built-in GET + {trips} bare round trip{'s' if trips > 1 else ''})"
-        rows.append((WHAT[workload], f"at most 1.15 times {limit}", spread(ratios), median(ratios) <= 1.15))
+    for way, trip in (("bare", "bare round trip"), ("pair", "round trip over a pair of sockets")):
+        for workload in BEHIND if way == "bare" or results.has_lanes("close_ups") else ():
+            ratios, trips = results.live_ratios(workload, way), len(BEHIND[workload])
+            limit = f"(built-in GET + {trips} {trip.replace('trip', 'trips', 1) if trips > 1 else trip})"
+            without = results.has_lanes("close_ups") and spread(results.live_ratios(workload, way, f", {NO_LANES}"))
+            rows.append((WHAT[workload], f"at most 1.15 times {limit}", spread(ratios), median(ratios) <= 1.15, without))
     return rows
 
 
+def lanes_goals(results):
+    if not results.has_lanes("close_ups"):
+        return []
+    all_ = [(median(results.lanes_ratios("rate", w, n)), w, n) for w in LIVE for n in LOADS]
+    work = [(median(results.lanes_ratios("processor", w, n)), w, n) for w in LIVE for n in LOADS]
+    return [("against itself without lanes", "at least 1.4 times the rate at every load",
+             "min {:.2f} ({}, {} in flight)".format(*min(all_)), min(all_)[0] >= 1.4),
+            ("the same, all processes", "less processor time at every load",
+             "max {:.2f} ({}, {} in flight)".format(*max(work)), max(work)[0] < 1)]
+
+
 def peers_goal(results):
-    behind = results.slower_than()
     compared = len(results.workloads()) * len(LOADS) * len(results.peers)
-    return [("against every peer", "faster at every load",
-             f"faster in {compared - len(behind)} of {compared} comparisons", not behind)]
+
+    def faster(contestant):
+        return f"faster in {compared - len(results.slower_than(contestant))} of {compared} comparisons"
+
+    return [("against every peer", "faster at every load", faster("module"), not results.slower_than(),
+             results.has_lanes("series") and faster(NO_LANES))]
 
 
-def table_goal(results):
-    per_row = {rows: median(times) / int(rows) for rows, times in results.data["table"]["bulk walk"].items()}
-    ratio = per_row["1000"] / per_row["100"]
-    return [("a table of 1,000 rows, GETBULK walk", "a row costs at most 1.5 times a row of 100", f"{ratio:.2f}",
+def walk_goals(results):
+    rows = []
+    for walk in WALKS if results.peers else ():
+        ratio, peer = results.walk_ratio(walk)
+        without = results.has_lanes("series") and "{:.2f} ({})".format(*results.walk_ratio(walk, NO_LANES))
+        rows.append((f"walk of everything, {HOW[walk]}", "faster than every peer: its time over the module's above 1",
+                     f"min {ratio:.2f} ({peer})", ratio > 1, without))
+    return rows
+
+
+def table_goals(results):
+    ratio = median(results.row_times("bulk walk", 1000)) / median(results.row_times("bulk walk", 100))
+    rows = [("a table of 1,000 rows, GETBULK walk", "a row costs at most 1.5 times a row of 100", f"{ratio:.2f}",
              ratio <= 1.5)]
+    for walk, before in BEFORE_LANES.items() if results.has_lanes("table") else ():
+        ours, without = results.row_times(walk, 1000), results.row_times(f"{walk}, {NO_LANES}", 1000)
+        ratios = [one / other for one, other in zip(ours, without)]
+        rows.append((f"a table of 1,000 rows, {HOW[walk]} walk with lanes",
+                     f"a row takes at most half the time without lanes ({before} µs in the run of 2026-11-21 18:45 UTC)",
+                     f"{spread(ratios)}; {median(ours):.0f} µs", median(ratios) <= 0.5, f"{median(without):.0f} µs"))
+    return rows
+
+
+def relays_goal(results):
+    times = {name: [seconds * 1000 for seconds in one["seconds"]] for name, one in results.data["relays"].items()}
+    errors = {name: one["errors"] for name, one in results.data["relays"].items()}
+
+    def measured(name):
+        return spread(times[name], "{:.0f}") + " ms" + (f", {errors[name]} failed" if errors[name] else "")
+
+    return [("SET of one relay of 1,000", f"under {RELAY_GOAL:.0f} ms", measured("module"),
+             median(times["module"]) < RELAY_GOAL and not errors["module"], measured(NO_LANES))]
 
 
 def traps_goal(results):
@@ -146,13 +211,15 @@ def log_goal(results):
 
 
 def goals(results):
-    """(what, goal, measured, True when it is met); goals of a part that failed are left out."""
+    """(what, goal, measured, True when it is met, the same without lanes if it was measured); goals of a part that
+    failed, or is newer than the results, are left out."""
     rows = []
-    for part, goals_of in (("close_ups", no_service_goal), ("close_ups", live_goals), ("series", peers_goal),
-                           ("table", table_goal), ("traps", traps_goal), ("start_and_memory", start_and_memory_goals),
-                           ("log_calls", log_goal)):
+    for part, goals_of in (("close_ups", no_service_goal), ("close_ups", live_goals), ("close_ups", lanes_goals),
+                           ("series", peers_goal), ("walks", walk_goals), ("table", table_goals),
+                           ("relays", relays_goal), ("traps", traps_goal),
+                           ("start_and_memory", start_and_memory_goals), ("log_calls", log_goal)):
         if part in results.data:
-            rows += goals_of(results)
+            rows += [(*row, None)[:5] for row in goals_of(results)]
     return rows
 
 
@@ -163,15 +230,28 @@ REMARKS = {
         "is listed under Instructions.",
     "live":
         "The round trips take longer inside a request than in sequence, because the processes involved sleep and must be "
-        "woken in between. Live requests shows what that costs without the module. Nearly all that the agent executes "
-        "for a call belongs to the bus library, as a profile by callgrind shows. The module's client adds three system "
-        "calls: they keep signals away from the call, and read what has arrived since the last one. Both are required. "
-        "Without the first a signal fails a call; without the second the first call after a restart of the bus fails.",
+        "woken in between. Live requests shows what that costs without the module. The round trips over a pair of sockets "
+        "also leave out what makes and reads the messages on both sides, and the camera's own work. Nearly all that the "
+        "agent executes for a call belongs to the bus library, as a profile by callgrind shows. The module's client adds "
+        "system calls: they keep signals away from the call, and look whether the service has closed the lane. Both are "
+        "required. Without the first a signal fails a call; without the second the first call after a restart of the "
+        "service fails.",
+    "against itself without lanes":
+        "A lane saves the work of the bus daemon, and the waiting for it. What else a request takes is the same without: "
+        "the agent's and the camera's own work, and with SET `outputControl` the camera's write to its settings store.",
+    "the same, all processes":
+        "A lane saves the work of the bus daemon. What else a request takes is the same without. SET `outputControl` "
+        "includes the camera's write to its settings store.",
     "against every peer":
         "See the table below. An agent that calls a service while it serves other requests is faster than the "
         "module when many requests are in flight. The module's calls are synchronous, one at a time, as the "
         "camera's interfaces are. snmpsim makes no calls at all; it answers live objects from a file.",
-    "a table of 1,000 rows, GETBULK walk":
+    "walk of everything":
+        "The module asks the services for every live object of the walk, one call at a time. Walks of everything shows "
+        "the number of calls, and what the others do.",
+    "SET of one relay of 1,000":
+        "The SET reads the state of every relay again, one call each.",
+    "a table of 1,000 rows":
         "Every request compares the table's number of rows with the service's, and asks for each state. So a row costs a "
         "call or two, whatever the table's size, plus the agent's own search for the row.",
     "traps":
@@ -188,12 +268,13 @@ REMARKS = {
 
 def goals_section(results):
     rows = goals(results)
-    text = table(["What", "Goal", "Measured", ""], [(what, goal, measured, "met" if met else "**missed**")
-                                                     for what, goal, measured, met in rows])
+    text = table(["What", "Goal", "Measured", "", "Without lanes"],
+                 [(what, goal, measured, "met" if met else "**missed**", without or "–")
+                  for what, goal, measured, met, without in rows])
     live = {WHAT[workload] for workload in BEHIND}
     missed = []
-    for what, _, _, met in rows:
-        key = "live" if what in live else what
+    for what, _, _, met, _ in rows:
+        key = "live" if what in live else next((key for key in REMARKS if what.startswith(key)))
         if not met and key not in missed:
             missed.append(key)
     for key in missed:
@@ -259,15 +340,35 @@ def no_service_section(results):
 
 
 def live_section(results):
+    text = ""
+    for way, trips in (("bare", "bare round trips"), ("pair", "round trips over a pair of sockets")):
+        rows = []
+        for workload in BEHIND if way == "bare" or results.has_lanes("close_ups") else ():
+            parts = results.live_parts(workload, way)
+            whole, built_in, calls = (median([part[i] for part in parts]) for i in range(3))
+            rows.append((WHAT[workload], len(BEHIND[workload]), f"{built_in:.1f}", f"{calls:.1f}", f"{whole:.1f}",
+                         spread(results.live_ratios(workload, way)),
+                         f"{median(results.added_to_echo(workload, way)):.1f}",
+                         spread(results.woken_ratios(workload, way))))
+        if rows:
+            text += ("\n" if text else "") + table(["Request", "calls", "built-in GET, µs", f"{trips}, µs", "measured, µs", "ratio",
+                                  "the round trips in a UDP echo, µs", "ratio with those"], rows)
+    return text
+
+
+def lanes_section(results):
+    if not (results.has_lanes("close_ups") and results.has_lanes("series")):
+        return "Not measured in this run.\n"
     rows = []
-    for workload in BEHIND:
-        parts = results.live_parts(workload)
-        whole, built_in, bus = (median([part[i] for part in parts]) for i in range(3))
-        rows.append((WHAT[workload], len(BEHIND[workload]), f"{built_in:.1f}", f"{bus:.1f}", f"{whole:.1f}",
-                     spread(results.live_ratios(workload)), f"{median(results.added_to_echo(workload)):.1f}",
-                     spread(results.woken_ratios(workload))))
-    return table(["Request", "calls", "built-in GET, µs", "bare round trips, µs", "measured, µs", "ratio",
-                  "the round trips in a UDP echo, µs", "ratio with those"], rows)
+    for workload in LIVE:
+        for in_flight in LOADS:
+            rates = results.rates(NO_LANES, workload, in_flight)
+            theirs = [results.rates(peer, workload, in_flight) for peer in results.peers]
+            rows.append((WHAT[workload], in_flight, spread(results.lanes_ratios("rate", workload, in_flight)),
+                         spread(results.lanes_ratios("processor", workload, in_flight)), f"{median(rates):,.0f}",
+                         *(f"{median(rates) / median(one):.2f}" for one in theirs)))
+    return table(["Request", "in flight", "rate with lanes over without", "processor time with lanes over without",
+                  "without lanes, a second", *(f"over {results.title[peer]}" for peer in results.peers)], rows)
 
 
 def latency_section(results):
@@ -284,28 +385,27 @@ def latency_section(results):
 
 
 def walks_section(results):
-    entries = {(w["contestant"], w["walk"]): w for w in results.data["walks"]}
-    rows = []
-    for contestant in ["module", *results.peers]:
+    rows, calls = [], results.data.get("walk_calls", {})
+    for contestant in ["module", *([NO_LANES] if results.has_lanes("series") else []), *results.peers]:
         row = [results.title[contestant]]
-        for walk in ("walk", "bulk walk"):
-            one = entries[(contestant, walk)]
-            ours = median(entries[("module", walk)]["rounds"])
+        for walk in WALKS:
+            one = results.walks[(contestant, walk)]
+            ours = median(results.walks[("module", walk)]["rounds"])
             row += [spread([seconds * 1000 for seconds in one["rounds"]], "{:.1f}"),
-                    f"{median(one['rounds']) / ours:.2f}"]
+                    f"{median(one['rounds']) / ours:.2f}", calls.get(contestant, {}).get(walk, "–")]
         rows.append(row)
-    one = entries[("module", "walk")]
-    return table(["Agent", "GETNEXT, ms", "over the module's", "GETBULK, ms", "over the module's"], rows) + \
+    one = results.walks[("module", "walk")]
+    header = (cell for walk in WALKS for cell in (f"{HOW[walk]}, ms", "over the module's", "calls of services"))
+    return table(["Agent", *header], rows) + \
         f"\n{one['objects']} objects; {one['requests']} requests by GETNEXT, " \
-        f"{entries[('module', 'bulk walk')]['requests']} by GETBULK of 25.\n"
+        f"{results.walks[('module', 'bulk walk')]['requests']} by GETBULK of 25.\n"
 
 
-def table_section(data):
+def table_section(results):
     rows = []
-    for walk, times in data["table"].items():
-        per_row = {count: [seconds / int(count) * 1e6 for seconds in all_] for count, all_ in times.items()}
-        rows.append((f"{walk}", spread(per_row["100"], "{:.0f}"), spread(per_row["1000"], "{:.0f}"),
-                     f"{median(per_row['1000']) / median(per_row['100']):.2f}"))
+    for walk in results.data["table"]:
+        few, many = results.row_times(walk, 100), results.row_times(walk, 1000)
+        rows.append((walk, spread(few, "{:.0f}"), spread(many, "{:.0f}"), f"{median(many) / median(few):.2f}"))
     return table(["Of the alarm table", "100 rows, µs a row", "1,000 rows, µs a row", "ratio"], rows)
 
 
@@ -407,11 +507,14 @@ def draw(results, folder):
         measured = results.live_parts(workload)
         whole, built_in, bus = (median([part[i] for part in measured]) for i in range(3))
         parts.append((f"{workload}: limit", [None, built_in, bus]))
+        if results.has_lanes("close_ups"):
+            pair = median([part[2] for part in results.live_parts(workload, "pair")])
+            parts.append(("limit over a pair", [None, built_in, pair]))
         parts.append(("measured", [whole, None, None]))
     if parts:
         write(folder / "performance-live.svg",
               plots.stacks("What a live request takes, 1 in flight", "µs", parts,
-                         ["this module", "built-in GET", "bare bus round trips"]))
+                         ["this module", "built-in GET", "bare round trips"]))
     keys = ("50", "90", "99", "99.9")
     series = []
     for name in names:
@@ -441,20 +544,23 @@ def page(results):
     warning = ""
     if data["kind"] != "full":
         warning += "\n**A shortened run: the figures are only rough.**\n"
+    if not results.has_lanes("series"):
+        warning += "\n**An older run: nobody took lanes, and newer parts are missing.**\n"
     if busy:
         warning += "\n**The machine was busy with other work: the times, and the results that depend on them, are provisional.**"
         warning += "\n"
     def part(name, section, *arguments):
         if name in data:
             return section(*arguments)
-        return f"Not measured: {data['failed'][name]}\n"
+        return f"Not measured: {data['failed'].get(name, 'this run had no such part')}\n"
 
     return PAGE.read_text(encoding="utf-8").format(
         date=data["date"], rounds=data["rounds"], seconds=data["seconds"], **data["machine"], warning=warning,
         absent=absent, goals=goals_section(results), calls=calls_section(results), limits=limits_section(results),
         no_service=part("close_ups", no_service_section, results), live=part("close_ups", live_section, results),
+        lanes=part("close_ups", lanes_section, results),
         requests=requests_section(results), processor=processor_section(results), latency=latency_section(results),
-        walks=walks_section(results), table=part("table", table_section, data),
+        walks=walks_section(results), table=part("table", table_section, results),
         traps=part("traps", traps_section, data), memory=part("start_and_memory", memory_section, data),
         stock=part("stock_agent", stock_agent_section, data), logs=part("log_calls", logs_section, data),
         instructions=part("instructions", instructions_section, data), buses=part("buses", buses_section, data))
@@ -468,7 +574,7 @@ def main():
     out.parent.mkdir(parents=True, exist_ok=True)
     draw(results, out.parent)
     write(out, page(results))
-    for what, goal, measured, met in goals(results):
+    for what, goal, measured, met, _ in goals(results):
         print(f"{'met   ' if met else 'MISSED'}  {what}: {measured} ({goal})")
 
 

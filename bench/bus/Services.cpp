@@ -122,6 +122,8 @@ int ListeningSocket(const std::string& path) {
     return descriptor;
 }
 
+}  // namespace
+
 BusPtr Peer(int descriptor) {
     sd_bus* made = nullptr;
     Check(sd_bus_new(&made), "sd_bus_new");
@@ -137,8 +139,6 @@ BusPtr Peer(int descriptor) {
     AddServices(made);
     return bus;
 }
-
-}  // namespace
 
 void ServeOnBus(const std::string& address) {
     const BusPtr bus = Connected(address);

@@ -6,9 +6,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "bus/Broker.h"
+#include "bus/Pair.h"
 #include "bus/Sd.h"
 #include "bus/Services.h"
 #include "load/Histogram.h"
@@ -17,21 +21,21 @@
 
 namespace {
 
-using bench::BusPtr;
 using bench::Check;
 using bench::MessagePtr;
 using bench::Options;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kUsage =
-    R"(usage: bench-bus call --address ADDRESS [--seconds S] [--reuse 1] [--what temperature|input|count|pan]
-       bench-bus echo --address ADDRESS --port N CALL...
+    R"(usage: bench-bus call WAY [--seconds S] [--reuse 1] [--what temperature|input|count|pan]
+       bench-bus echo WAY --port N CALL...
        bench-bus serve --address ADDRESS
        bench-bus serve-peers SOCKET
        bench-bus broker PROGRAM SOCKET
 
   call         calls a service repeatedly and prints the times as JSON; --reuse 1 sends one message repeatedly
   echo         sends every datagram back, after these calls
+  WAY          --address ADDRESS: over that bus. --pair 1: over a plain pair of sockets, to a child
   serve        serves a few objects of a camera on that bus
   serve-peers  serves the same to each client of the socket, without a bus
   broker       runs dbus-broker with a bus at that socket
@@ -40,7 +44,8 @@ constexpr const char* kUsage =
 MessagePtr NewCall(sd_bus* bus, const std::string& what) {
     sd_bus_message* made = nullptr;
     const auto begin = [&](const char* name, const char* path, const char* member) {
-        Check(sd_bus_message_new_method_call(bus, &made, name, path, name, member), member);
+        const char* const destination = sd_bus_is_bus_client(bus) > 0 ? name : nullptr;
+        Check(sd_bus_message_new_method_call(bus, &made, destination, path, name, member), member);
     };
     if (what == "temperature") {
         begin("org.tavos.Temperature2", "/org/tavos/Temperature2", "GetTemperatureDegreesCelsius");
@@ -65,12 +70,24 @@ void RoundTrip(sd_bus* bus, sd_bus_message* call) {
     sd_bus_message_unref(answer);
 }
 
-void Call(const Options& options) {
-    const BusPtr bus = bench::Connected(options.Text("address"));
-    const std::string what = options.Text("what", "temperature");
+/// Makes the named call and waits for its answer.
+using Calling = std::function<void(const std::string& what)>;
+
+/// For these calls, on the way that the options name.
+Calling CallingFor(const std::vector<std::string>& calls, const Options& options) {
+    if (options.Number("pair", 0) != 0) return bench::OverAPair(calls, NewCall);
+    const std::shared_ptr<sd_bus> bus = bench::Connected(options.Text("address"));
     const bool reuse = options.Number("reuse", 0) != 0;
-    const MessagePtr again = NewCall(bus.get(), what);
-    const auto once = [&] { RoundTrip(bus.get(), reuse ? again.get() : NewCall(bus.get(), what).get()); };
+    return [bus, reuse, again = std::shared_ptr<sd_bus_message>()](const std::string& what) mutable {
+        if (!reuse || !again) again = NewCall(bus.get(), what);
+        RoundTrip(bus.get(), again.get());
+    };
+}
+
+void Call(const Options& options) {
+    const std::string what = options.Text("what", "temperature");
+    const Calling call = CallingFor({what}, options);
+    const auto once = [&] { call(what); };
     constexpr int kWarmUp = 100;
     for (int i = 0; i < kWarmUp; ++i) once();
 
@@ -94,10 +111,10 @@ void Call(const Options& options) {
 
 /// A minimal agent: it waits for a request, calls the service, and answers.
 [[noreturn]] void Echo(const Options& options) {
-    const BusPtr bus = bench::Connected(options.Text("address"));
+    const Calling call = CallingFor(options.words, options);
     bench::Udp socket;
     socket.Bind(static_cast<std::uint16_t>(options.Number("port", 0)));
-    for (const std::string& what : options.words) RoundTrip(bus.get(), NewCall(bus.get(), what).get());
+    for (const std::string& what : options.words) call(what);
     std::puts("ready");
     std::fflush(stdout);
     while (true) {
@@ -107,7 +124,7 @@ void Call(const Options& options) {
         const ssize_t length = recvfrom(socket.Descriptor(), datagram.data(), datagram.size(), 0,
                                         reinterpret_cast<sockaddr*>(&from), &size);
         if (length < 0) continue;
-        for (const std::string& what : options.words) RoundTrip(bus.get(), NewCall(bus.get(), what).get());
+        for (const std::string& what : options.words) call(what);
         sendto(socket.Descriptor(), datagram.data(), static_cast<std::size_t>(length), 0,
                reinterpret_cast<const sockaddr*>(&from), size);
     }

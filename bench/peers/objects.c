@@ -5,6 +5,8 @@
 #include <string.h>
 #include <systemd/sd-bus.h>
 
+#include "lane.h"
+
 static void Fail(const char* what) {
     fprintf(stderr, "%s\n", what);
     exit(1);
@@ -88,20 +90,41 @@ Object* ReadObjects(const char* path, size_t* count) {
     return objects;
 }
 
+/* The service's lane, for which it is asked before the first call; without one, or after its end, the bus. */
+static sd_bus* Way(const char* service) {
+    static struct {
+        char service[kMaxText];
+        sd_bus* lane;
+    } ways[kMaxServices];
+    int i = 0;
+    while (i < kMaxServices && ways[i].service[0] != 0 && strcmp(ways[i].service, service) != 0) ++i;
+    if (i == kMaxServices) Fail("too many services");
+    if (ways[i].service[0] == 0) {
+        snprintf(ways[i].service, kMaxText, "%s", service);
+        ways[i].lane = OpenLane(Bus(), service);
+    }
+    if (ways[i].lane != NULL && sd_bus_is_open(ways[i].lane) <= 0) {
+        ways[i].lane = sd_bus_close_unref(ways[i].lane);
+    }
+    return ways[i].lane != NULL ? ways[i].lane : Bus();
+}
+
 static sd_bus_message* NewCall(const char* service, const char* member) {
     char name[kMaxText + 16];
     char path[kMaxText + 16];
     snprintf(name, sizeof name, "org.tavos.%s", service);
     snprintf(path, sizeof path, "/org/tavos/%s", service);
+    sd_bus* const way = Way(service);
+    const char* const destination = way == Bus() ? name : NULL;
     sd_bus_message* call = NULL;
-    if (sd_bus_message_new_method_call(Bus(), &call, name, path, name, member) < 0) Fail("no message");
+    if (sd_bus_message_new_method_call(way, &call, destination, path, name, member) < 0) Fail("no message");
     return call;
 }
 
-/* Frees the call; stores the answer's first number. */
+/* Frees the call, which knows its connection; stores the answer's first number. */
 static int Exchange(sd_bus_message* call, long* result) {
     sd_bus_message* answer = NULL;
-    const int outcome = sd_bus_call(Bus(), call, 500000, NULL, &answer);
+    const int outcome = sd_bus_call(NULL, call, 500000, NULL, &answer);
     sd_bus_message_unref(call);
     if (outcome < 0) return -1;
     const char* const signature = sd_bus_message_get_signature(answer, 1);

@@ -10,7 +10,7 @@
 
 #include <stddef.h>
 
-enum { kMaxNames = 20, kMaxCalls = 2, kMaxOctets = 64, kMaxText = 64 };
+enum { kMaxNames = 20, kMaxCalls = 2, kMaxOctets = 64, kMaxText = 64, kMaxServices = 20 };
 
 typedef struct {
     char service[kMaxText]; /* "Alarm3" */

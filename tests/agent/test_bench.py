@@ -110,7 +110,8 @@ def test_run_measures_everything_it_names(smoke):
     figures, _ = smoke
     assert figures["absent"] == {}
     asked = {(one["contestant"], one["workload"], one["in_flight"]) for one in figures["series"]}
-    agents = [(agent, what) for agent in ("module", "agentx") for what in ("identity", "temperature", "move")]
+    agents = [(agent, what) for agent in ("module", "no lanes", "agentx")
+              for what in ("identity", "temperature", "move")]
     expected = {(contestant, what, in_flight) for in_flight in (1, 8, 64)
                 for contestant, what in [("echo", "echo"), ("built-in", "sysName"), *agents]}
     expected |= {("bus", what, 1) for what in ("temperature", "input", "count", "pan")}
@@ -121,9 +122,23 @@ def test_run_measures_everything_it_names(smoke):
 
 def test_run_has_every_contestant_do_the_same_work(smoke):
     figures, _ = smoke
+    assert figures["service_calls"]["module"] == figures["service_calls"]["no lanes"]
     assert figures["service_calls"]["module"] == figures["service_calls"]["agentx"]
     assert figures["service_calls"]["module"] == {"identity": 0, "last command": 0, "constant": 0, "temperature": 1,
                                                   "input": 1, "cell": 2, "move": 1, "relay": 1}
+
+
+def test_run_measures_with_lanes_and_without(smoke):
+    figures, _ = smoke
+    assert figures["sockets"]["module"] > figures["sockets"]["no lanes"]
+    assert figures["walk_calls"]["module"] == figures["walk_calls"]["no lanes"]
+
+
+@pytest.mark.parametrize("what", ["temperature", "input", "count", "pan"])
+def test_a_call_makes_round_trips_over_a_pair_of_sockets(what):
+    command = [BUILD / "bin" / "bench-bus", "call", "--pair", "1", "--what", what, "--seconds", "0.01"]
+    figures = json.loads(subprocess.run(command, capture_output=True, text=True, timeout=30, check=True).stdout)
+    assert 0 < figures["requests"] == sum(count for _, count in figures["histogram"])
 
 
 def test_run_cleans_up(smoke):

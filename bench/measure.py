@@ -42,6 +42,7 @@ class Measurement:
     def __init__(self, options):
         self.options = options
         self.desk = Desk()
+        self.desk.environment["TAVOS_BUS_LANES"] = "on"
         self.peers, self.absent = [], {}
         self.series = {}  # (contestant, workload, in flight)
         self.walks = {}  # (contestant, walk): {"objects", "requests", "rounds": seconds a walk}
@@ -151,7 +152,8 @@ class Measurement:
 
     def sockets(self):
         """Shows who has lanes."""
-        return {"module": sockets([self.desk.agent_pid()]), **{peer.name: sockets(peer.own_pids()) for peer in self.peers}}
+        own = {"module": [self.desk.agent_pid()], **{peer.name: peer.own_pids() for peer in self.peers}}
+        return {name: sockets(pids) for name, pids in own.items()}
 
     def jobs(self):
         """One round's measurements, as functions."""
@@ -349,7 +351,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--kind", choices=KINDS, default="full")
     parser.add_argument("--rounds", type=int)
-    parser.add_argument("--part", choices=[*IN_THE_RUN, *SEPARATE], help="repeats this part alone; the other figures of --out stay")
+    parser.add_argument("--part", choices=[*IN_THE_RUN, *SEPARATE],
+                        help="repeats this part alone; the other figures of --out stay")
     parser.add_argument("--out", required=True)
     options = parser.parse_args()
     rounds = options.rounds

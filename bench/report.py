@@ -126,7 +126,8 @@ def live_goals(results):
             ratios, trips = results.live_ratios(workload, way), len(BEHIND[workload])
             limit = f"(built-in GET + {trips} {trip.replace('trip', 'trips', 1) if trips > 1 else trip})"
             without = results.has_lanes("close_ups") and spread(results.live_ratios(workload, way, f", {NO_LANES}"))
-            rows.append((WHAT[workload], f"at most 1.15 times {limit}", spread(ratios), median(ratios) <= 1.15, without))
+            rows.append(
+                (WHAT[workload], f"at most 1.15 times {limit}", spread(ratios), median(ratios) <= 1.15, without))
     return rows
 
 
@@ -169,7 +170,7 @@ def table_goals(results):
         ours, without = results.row_times(walk, 1000), results.row_times(f"{walk}, {NO_LANES}", 1000)
         ratios = [one / other for one, other in zip(ours, without)]
         rows.append((f"a table of 1,000 rows, {HOW[walk]} walk with lanes",
-                     f"a row takes at most half the time without lanes ({before} µs in the run of 2026-11-21 18:45 UTC)",
+                     f"at most half the time a row without lanes ({before} µs in the run of 2026-11-21 18:45 UTC)",
                      f"{spread(ratios)}; {median(ours):.0f} µs", median(ratios) <= 0.5, f"{median(without):.0f} µs"))
     return rows
 
@@ -229,16 +230,17 @@ REMARKS = {
         "The module's own handler is one of several that the agent calls for a request; what it executes "
         "is listed under Instructions.",
     "live":
-        "The round trips take longer inside a request than in sequence, because the processes involved sleep and must be "
-        "woken in between. Live requests shows what that costs without the module. The round trips over a pair of sockets "
-        "also leave out what makes and reads the messages on both sides, and the camera's own work. Nearly all that the "
-        "agent executes for a call belongs to the bus library, as a profile by callgrind shows. The module's client adds "
-        "system calls: they keep signals away from the call, and look whether the service has closed the lane. Both are "
-        "required. Without the first a signal fails a call; without the second the first call after a restart of the "
-        "service fails.",
+        "The round trips take longer inside a request than in sequence, because the processes involved sleep and must "
+        "be woken in between. Live requests shows what that costs without the module. The round trips over a pair of "
+        "sockets also leave out the camera's own work and what makes and reads the messages on both sides. Nearly all "
+        "that the agent executes for a call belongs to the bus library, as a profile by callgrind shows. The module's "
+        "client adds system calls: they keep signals away from the call, and look whether the service has closed the "
+        "lane. Both are required. Without the first a signal fails a call; without the second the first call after a "
+        "restart of the service fails.",
     "against itself without lanes":
-        "A lane saves the work of the bus daemon, and the waiting for it. What else a request takes is the same without: "
-        "the agent's and the camera's own work, and with SET `outputControl` the camera's write to its settings store.",
+        "A lane saves the work of the bus daemon, and the waiting for it. What else a request takes is the same "
+        "without: the agent's and the camera's own work, and with SET `outputControl` the camera's write to its "
+        "settings store.",
     "the same, all processes":
         "A lane saves the work of the bus daemon. What else a request takes is the same without. SET `outputControl` "
         "includes the camera's write to its settings store.",
@@ -351,8 +353,9 @@ def live_section(results):
                          f"{median(results.added_to_echo(workload, way)):.1f}",
                          spread(results.woken_ratios(workload, way))))
         if rows:
-            text += ("\n" if text else "") + table(["Request", "calls", "built-in GET, µs", f"{trips}, µs", "measured, µs", "ratio",
-                                  "the round trips in a UDP echo, µs", "ratio with those"], rows)
+            text += ("\n" if text else "") + table(
+                ["Request", "calls", "built-in GET, µs", f"{trips}, µs", "measured, µs", "ratio",
+                 "the round trips in a UDP echo, µs", "ratio with those"], rows)
     return text
 
 

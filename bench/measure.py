@@ -104,12 +104,12 @@ class Measurement:
     def agents(self):
         return [("module", self.desk.port)] + [(peer.name, peer.port) for peer in self.peers]
 
-    def modules(self):
-        """The port of the module's agent with lanes, and of the one without."""
+    def modules(self, turn=0):
+        """The ports of the module's agents with lanes and without; the other one first at every other turn."""
         ports = dict(self.agents())
         if NO_LANES not in ports:
             raise Unavailable(f"without lanes: {self.absent[NO_LANES]}")
-        return {name: ports[name] for name in ("module", NO_LANES)}
+        return {name: ports[name] for name in ("module", NO_LANES)[:: -1 if turn % 2 else 1]}
 
     def pids(self, contestant):
         if contestant in ("module", "built-in"):
@@ -178,16 +178,15 @@ class Measurement:
         """Measures the module, with lanes and without, and its limits once more, alternately and often, so that their
         ratios hold on a machine whose speed changes. A list of {what: rate and median}, by the number in flight."""
         seconds, results, pids = self.options.seconds / 2, {}, module_pids(self.desk)
-        modules = self.modules()
         for number in range(self.options.rounds * 2):
             for in_flight in LOADS:
                 turn = {"sysName": load(self.desk.port, BUILT_IN, in_flight, seconds, pids=pids)}
                 for workload in NO_SERVICE:
                     turn[workload] = load(self.desk.port, WORKLOADS[workload], in_flight, seconds, pids=pids)
                 for workload in LIVE:
-                    for name in sorted(modules, reverse=number % 2 == 0):
+                    for name, port in self.modules(number).items():
                         turn[workload if name == "module" else f"{workload}, {name}"] = load(
-                            modules[name], WORKLOADS[workload], in_flight, seconds, pids=self.pids(name))
+                            port, WORKLOADS[workload], in_flight, seconds, pids=self.pids(name))
                 if in_flight == 1:
                     turn.update((f"{way} {what}", self.bare_call(way, what, seconds))
                                 for way in self.ways() for what in BARE_CALLS)
@@ -233,12 +232,12 @@ class Measurement:
     def table(self):
         """Seconds a walk of the alarm table, with few rows and with many, with lanes and without."""
         figures = {}
-        for _ in range(self.options.rounds):
+        for number in range(self.options.rounds):
             for rows in (100, 1000):
                 half = rows // 2
                 self.desk.domectl("banks", "alarm", f"BNK1={half}", f"BNK2={rows - half}")
                 for walk, repetitions in WALKS.items():
-                    for name, port in self.modules().items():
+                    for name, port in self.modules(number).items():
                         walk_of(port, ALARM_TABLE, repetitions, 0)  # the first walk rebuilds the table
                         done = walk_of(port, ALARM_TABLE, repetitions, self.options.seconds)
                         assert done["objects"] == 3 * rows, done
@@ -255,8 +254,8 @@ class Measurement:
         for name, port in self.modules().items():
             walk_of(port, RELAY_TABLE, 25, 0)  # rebuilds the table
         rows = iter(range(1, 1001))
-        for _ in range(self.options.sets):
-            for name, port in self.modules().items():
+        for number in range(self.options.sets):
+            for name, port in self.modules(number).items():
                 message = ber.encode(ber.SET, [(f"{RELAY_TABLE}.3.{next(rows)}", ber.INTEGER, b"\1")], "private")
                 with contextlib.closing(ber.Manager(port)) as manager:
                     begun = time.perf_counter()

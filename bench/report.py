@@ -254,8 +254,8 @@ REMARKS = {
     "SET of one relay of 1,000":
         "The SET reads the state of every relay again, one call each.",
     "a table of 1,000 rows":
-        "Every request compares the table's number of rows with the service's, and asks for each state. So a row costs a "
-        "call or two, whatever the table's size, plus the agent's own search for the row.",
+        "Every request compares the table's number of rows with the service's, and asks for each state. So a row costs "
+        "a call or two, whatever the table's size, plus the agent's own search for the row.",
     "traps":
         "One thread of the agent builds and sends every trap; Traps shows what it takes for one.",
     "memory":

@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import re
+import shlex
 import shutil
 import stat
 import subprocess
@@ -23,6 +24,8 @@ pytestmark = [
 
 NAMES = ["libtavos0", "orvex-conform", "orvex-dome", "orvexsnmp", "orvexsnmp-dev", "orvexsnmp-mibs", "python3-orvex-camera",
          "tavos"]
+NEXT = "99.0.0"
+FRAGMENT = "etc/snmp/snmpd.conf.d/orvexsnmp.conf"
 BUILD = pathlib.Path(os.environ.get("ORVEX_PACKAGES_BUILD", ROOT / "build" / "packages"))
 
 
@@ -67,7 +70,13 @@ def documented(chapter):
     """The commands of a chapter of docs/installing.md, except apt's: apt has already installed the packages."""
     text = (ROOT / "docs" / "installing.md").read_text().split(f"## {chapter}\n")[1]
     lines = re.findall(r"^    (.+)$", re.split(r"^## ", text, flags=re.MULTILINE)[0], re.MULTILINE)
-    return [line.split() for line in lines if not line.startswith("apt ")]
+    return [shlex.split(line) for line in lines if not line.startswith("apt ")]
+
+
+def documented_commands(page, *programs):
+    """The lines of a page that begin with one of these commands."""
+    lines = re.findall(r"^    (.+)$", page.read_text(), re.MULTILINE)
+    return [line for line in lines if line.split()[0] in programs]
 
 
 def prepare_camera(clean):
@@ -118,10 +127,14 @@ def test_every_command_has_a_page(packages):
     assert completed - {""} == commands
 
 
-def test_others_find_the_platform_with_cmake(packages, tmp_path):
+def unpack_platform(packages, folder):
     for package in packages:
         if package.name.startswith(("orvexsnmp-dev", "libtavos0")):
-            shell("dpkg-deb", "-x", package, tmp_path)
+            shell("dpkg-deb", "-x", package, folder)
+
+
+def test_others_find_the_platform_with_cmake(packages, tmp_path):
+    unpack_platform(packages, tmp_path)
     (tmp_path / "CMakeLists.txt").write_text(
         "cmake_minimum_required(VERSION 3.25)\nproject(other CXX)\nset(CMAKE_CXX_STANDARD 17)\n"
         "find_package(tavos 0.1 REQUIRED)\nadd_executable(other other.cpp)\n"
@@ -278,6 +291,135 @@ def test_one_more_camera_is_one_more_instance(root):
     root.must("systemctl", "is-active", "orvex-dome@7", "orvex-dome@8")
     root.must(*stop)
     root.must("systemctl", "is-active", "snmpd")
+
+
+def call_pan(root, operation):
+    call = ["dbus-send", "--bus=unix:path=/run/orvex-bus/bus.sock", "--print-reply=literal", "--dest=org.tavos.Pan1",
+            "/org/tavos/Pan1", f"org.tavos.Pan1.{operation}"]
+    return root.run("setpriv", "--reuid", "Debian-snmp", "--clear-groups", *call).stdout
+
+
+def test_a_service_with_its_own_user_replaces_one_of_the_desk_cameras(root, packages, tmp_path):
+    unpack_platform(packages, tmp_path)
+    build = tmp_path / "build"
+    shell("cmake", "-S", ROOT / "examples" / "pan-service", "-B", build, f"-DCMAKE_PREFIX_PATH={tmp_path}/usr",
+          "-DCMAKE_INSTALL_PREFIX=/usr")
+    shell("cmake", "--build", build)
+    shell("cmake", "--install", build, env=dict(os.environ, DESTDIR=str(root.root)))
+    domectl = ["domectl", "--state", "/var/lib/tavos", "--bus", "unix:path=/run/orvex-bus/bus.sock"]
+
+    def moved(position):
+        assert ask(root, "operator", "snmpset", OID["positionPan"], "x", f"027f{position:04x}").returncode == 0
+        return call_pan(root, "GetPosition").split() == ["uint32", str(position * 10)]
+
+    try:
+        for line in documented_commands(ROOT / "examples" / "pan-service" / "README.md", "systemctl", "systemd-sysusers"):
+            if "start pan-service" in line:
+                gone = [*domectl, "fault", "pan", "gone"]  # until now the dome has the name; the bus has just restarted
+                await_until(lambda: root.run(*gone).returncode == 0, "the dome has released the pan")
+            root.must(*line.split())
+        await_until(lambda: moved(1000), "the service has moved")
+        before = root.must("systemctl", "show", "pan-service", "--property=MainPID", "--value")
+        assert root.must("ps", "-o", "user:20=", "-p", before.strip()).strip() == "pan-service"
+        root.must("systemctl", "kill", "--signal=KILL", "pan-service")
+        await_until(lambda: moved(2000), "systemd has started it again, and the agent calls it")
+        assert root.must("systemctl", "show", "pan-service", "--property=MainPID", "--value") != before
+    finally:
+        root.run("systemctl", "disable", "--now", "pan-service")
+        for file in (build / "install_manifest.txt").read_text().splitlines():
+            (root.root / file.lstrip("/")).unlink()
+        (root.root / "usr/share/tavos/bus.d").rmdir()
+        root.run(*domectl, "fault", "pan", "ok")
+
+
+def next_version(package, folder):
+    """The same package with a higher version number and another configuration, in the folder."""
+    name, version, _ = package.name.split("_")
+    unpacked = folder / name
+    shell("dpkg-deb", "-R", package, unpacked)
+    control = unpacked / "DEBIAN" / "control"
+    control.write_text(re.sub(rf"(Version: |\(= ){re.escape(version)}", rf"\g<1>{NEXT}", control.read_text()))
+    if name == "orvexsnmp":
+        with open(unpacked / FRAGMENT, "a") as fragment:
+            fragment.write("# of the next version\n")
+    shell("dpkg-deb", "-b", "-Znone", unpacked, folder)
+    return folder / f"{name}_{NEXT}_{control.read_text().split('Architecture: ')[1].split()[0]}.deb"
+
+
+def install(root, packages):
+    """The first command of docs/installing.md's chapter on upgrades, without a network."""
+    folder = root.root / "var/tmp/debs"
+    folder.mkdir()
+    for package in packages:
+        shutil.copy(package, folder)
+    root.must("sh", "-c", "cd /var/tmp/debs && DEBIAN_FRONTEND=noninteractive exec apt-get install -y "
+              "--no-install-recommends --allow-downgrades -o Dpkg::Options::=--force-confold ./*.deb")
+    shutil.rmtree(folder)
+
+
+class Kept:
+    """What an operator and the camera have written. All of it must outlive the installation of another version."""
+
+    stores = {"/var/lib/tavos": ["--bus", "unix:path=/run/orvex-bus/bus.sock"], "/var/lib/orvex-dome/7": []}
+
+    def __init__(self, root):
+        self.root = root
+
+    def write(self):
+        with open(self.root.root / FRAGMENT, "a") as fragment:
+            fragment.write("# by the operator\n")
+        configuration = self.root.root / "etc/snmp/snmpd.conf"
+        configuration.write_text(configuration.read_text().replace("sysContact (unknown)", "sysContact the operator"))
+        for state, bus in self.stores.items():
+            self.root.must("domectl", "--state", state, *bus, "set", "relay", "BNK1", 3, 1)
+
+    def read(self):
+        root = self.root.root
+        persistent = (root / "var/lib/snmp/snmpd.conf").read_text()
+        states = [self.root.must("domectl", "--state", state, *bus, "state") for state, bus in self.stores.items()]
+        return {
+            "configuration": [(root / "etc/snmp/snmpd.conf").read_text(), (root / FRAGMENT).read_text()],
+            "contact": ask(self.root, "administrator", "snmpget", "-Oa", "1.3.6.1.2.1.1.4.0").stdout,
+            "engine": re.findall("^oldEngineID .*", persistent, re.MULTILINE),
+            "settings": self.root.must("tavos-settings", "--store", "/var/lib/tavos/settings.db", "export"),
+            "relays": [json.loads(state)["relay"] for state in states],
+            "phrases": (root / "var/lib/orvex-dome/7/v3/snmp.conf").read_text(),
+        }
+
+
+def runs_what_is_installed(root):
+    """Whether the agent has loaded the library that is there now, and not one that was replaced."""
+    pid = root.must("systemctl", "show", "snmpd", "--property=MainPID", "--value").strip()
+    libraries = [line for line in root.must("cat", f"/proc/{pid}/maps").splitlines() if "/libtavos.so." in line]
+    assert libraries
+    return not any(line.endswith(" (deleted)") for line in libraries)
+
+
+def test_an_upgrade_and_a_rollback_keep_what_was_there(root, packages, tmp_path):
+    next_packages = [next_version(package, tmp_path) for package in packages]
+    kept = Kept(root)
+    answers = lambda: ask(root, "administrator", "snmpget", OID["modelName"]).returncode == 0  # noqa: E731
+    try:
+        root.must("systemctl", "start", "orvex-dome@7")
+        kept.write()
+        root.must("systemctl", "restart", "snmpd")
+        await_until(answers, "the agent answers")
+        before = kept.read()
+        assert "the operator" in before["contact"] and all(any(relays["BNK1"]) for relays in before["relays"])
+        assert before["engine"]
+        for installed in (next_packages, packages):
+            install(root, installed)
+            versions = root.must("dpkg-query", "-W", "-f", "${Version}\n", *NAMES).split()
+            assert versions == [installed[0].name.split("_")[1]] * len(NAMES)
+            assert answers() and not runs_what_is_installed(root)
+            for command in documented("Upgrade and rollback"):
+                root.must(*command)
+            await_until(answers, "the agent answers after the restart")
+            assert runs_what_is_installed(root)
+            assert kept.read() == before
+    finally:
+        root.must("systemctl", "stop", "orvex-domes.target")
+        root.must("systemctl", "stop", "orvex-dome@7", "orvex-bus@7")
 
 
 def test_the_mibs_translate_there(root):

@@ -353,7 +353,8 @@ def install(root, packages):
     for package in packages:
         shutil.copy(package, folder)
     root.must("sh", "-c", "cd /var/tmp/debs && DEBIAN_FRONTEND=noninteractive exec apt-get install -y "
-              "--no-install-recommends --allow-downgrades -o Dpkg::Options::=--force-confold ./*.deb")
+              "--no-install-recommends --allow-downgrades -o Dpkg::Options::=--force-confold "
+              "-o Dpkg::Options::=--force-unsafe-io ./*.deb")
     shutil.rmtree(folder)
 
 

@@ -133,7 +133,8 @@ class DeskCamera(Control):
         return "".join(file.read_text(errors="replace") for file in files if file.exists())
 
     def _prepare(self) -> None:
-        command = [self._programs.prepare, self._programs.build, self.state_folder, str(self.port), str(self.trap_port)]
+        command = [str(self._programs.prepare), str(self._programs.build), str(self.state_folder), str(self.port),
+                   str(self.trap_port)]
         try:
             done = subprocess.run(command, capture_output=True, text=True, stdin=subprocess.DEVNULL, timeout=_START_TIMEOUT)
         except subprocess.TimeoutExpired:

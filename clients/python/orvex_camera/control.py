@@ -86,8 +86,8 @@ class Control:
     def trace(self, object: Optional[str] = None, failed: bool = False, since: Optional[int] = None) -> List[Json]:
         """The requests that the agent received and what became of them, as `domectl trace --json` prints them:
         docs/trace.md lists the members."""
-        words: List[object] = ["trace", "--json"]
+        words = ["trace", "--json"]
         words += ["--object", object] if object is not None else []
         words += ["--failed"] if failed else []
-        words += ["--since", since] if since is not None else []
+        words += ["--since", str(since)] if since is not None else []
         return [json.loads(line) for line in self.domectl(*words).splitlines()]

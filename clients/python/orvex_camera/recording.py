@@ -38,7 +38,7 @@ class Recording:
         start = _time(whole[0]) if whole else 0.0
         requests = []
         for one in whole:
-            request = {"after": round(_time(one) - start, 6)}
+            request: Dict[str, Any] = {"after": round(_time(one) - start, 6)}
             request.update((member, one[member]) for member in _MEMBERS if member in one)
             for side in ("bindings", "answer"):
                 request[side] = [{member: binding[member] for member in _BINDING} for binding in one[side]]

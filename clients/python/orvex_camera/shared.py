@@ -42,7 +42,8 @@ def version() -> str:
     if not is_checkout():
         return (_folder() / "version").read_text().strip()
     text = (CHECKOUT / "CMakeLists.txt").read_text()
-    return re.findall(r"^project\(.* VERSION (\S+)", text, re.MULTILINE)[0]
+    text = (CHECKOUT / "CMakeLists.txt").read_text()
+    return str(re.findall(r"^project\(.* VERSION (\S+)", text, re.MULTILINE)[0])
 
 
 __all__ = ["CHECKOUT", "PREFIX", "TYPES", "Unusable", "ber", "error_name", "expected_tree", "is_checkout", "link",

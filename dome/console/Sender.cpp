@@ -161,18 +161,27 @@ void Add(netsnmp_pdu& pdu, const trace::Binding& command) {
     }
 }
 
+/// The library keeps 32-bit numbers in longs, which have 32 or 64 bits.
+template <class Long>
+std::uint32_t Low32(Long number) {
+    return static_cast<std::uint32_t>(number);
+}
+
 trace::Value ValueOf(const netsnmp_variable_list& variable) {
     trace::Value value;
     value.type = variable.type;
     switch (variable.type) {
         case ASN_INTEGER:
+            value.number = *variable.val.integer;
+            break;
         case ASN_COUNTER:
         case ASN_GAUGE:
         case ASN_TIMETICKS:
-            value.number = *variable.val.integer;
+            value.number = Low32(*variable.val.integer);
             break;
         case ASN_COUNTER64:
-            value.number = static_cast<std::int64_t>(variable.val.counter64->high << 32 | variable.val.counter64->low);
+            value.number = static_cast<std::int64_t>(std::uint64_t{Low32(variable.val.counter64->high)} << 32 |
+                                                     Low32(variable.val.counter64->low));
             break;
         case ASN_OBJECT_ID:
             value.id.assign(variable.val.objid, variable.val.objid + variable.val_len / sizeof(oid));

@@ -270,7 +270,7 @@ struct TavosSettingsClient::Store {
 
     /// The likely cause in the file system; the database library does not report it.
     std::string LikelyReason() const {
-        constexpr unsigned long kRoom = 64 * 1024;  // bytes, for the files that an open database needs
+        constexpr std::uint64_t kRoom = 64 * 1024;  // bytes, for the files that an open database needs
         const std::string folder = std::filesystem::path(path).parent_path().string();
         const auto refused = [](const std::string& name, int access) {
             return faccessat(AT_FDCWD, name.c_str(), access, AT_EACCESS) != 0;
@@ -279,7 +279,7 @@ struct TavosSettingsClient::Store {
         int reason = 0;
         if (refused(path, mode == kReadOnly ? R_OK : R_OK | W_OK) || refused(folder, W_OK)) {
             reason = errno;
-        } else if (statvfs(folder.c_str(), &disk) == 0 && disk.f_bavail * disk.f_frsize < kRoom) {
+        } else if (statvfs(folder.c_str(), &disk) == 0 && std::uint64_t{disk.f_bavail} * disk.f_frsize < kRoom) {
             reason = ENOSPC;
         }
         return reason ? std::string(" (") + std::strerror(reason) + ")" : "";

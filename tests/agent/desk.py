@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import re
+import shlex
 import shutil
 import signal
 import socket
@@ -23,6 +24,9 @@ BUILD = pathlib.Path(os.environ.get("ORVEX_BUILD", ROOT / "build" / "desk")).res
 MODULE = BUILD / "lib" / "orvexsnmp.so"
 SYS_UP_TIME = "1.3.6.1.2.1.1.3.0"
 SNMPD = os.environ.get("ORVEX_SNMPD", "/usr/sbin/snmpd")  # tests/compat/agents names others
+LDD = shlex.split(os.environ.get("ORVEX_LDD", "ldd"))  # of the agent's processor: tests/compat/processors names others
+# Stretches every deadline, also the agent's for the camera's services: an emulated processor is slow.
+SLOWNESS = int(os.environ.get("ORVEX_SLOWNESS", "1"))
 # As ./run and the desk cameras' unit start it: only the stock parts that a camera needs.
 PARTS = [line for line in (ROOT / "scripts" / "agent-parts").read_text().splitlines() if not line.startswith("#")]
 AGENT_PARTS = ["-I", ",".join(PARTS)]
@@ -43,7 +47,7 @@ AGENT_REFUSES_NULL = AGENT >= (5, 9)
 
 def await_until(condition, what, seconds=15.0):
     """Polls until `condition()` is true and returns its value; fails after `seconds`."""
-    deadline = time.monotonic() + seconds
+    deadline = time.monotonic() + seconds * SLOWNESS
     while True:
         result = condition()
         if result:
@@ -62,7 +66,7 @@ def free_tcp_port():
 
 def sanitizer_runtime():
     """The LD_PRELOAD for a stock program that loads a module built with sanitizers; nothing for other builds."""
-    needed = subprocess.run(["ldd", MODULE], capture_output=True, text=True, check=True).stdout
+    needed = subprocess.run([*LDD, MODULE], capture_output=True, text=True, check=True).stdout
     paths = {word.split(".")[0]: path for word, path in re.findall(r"(\S+) => (\S+)", needed)}
     runtime = paths.get("libclang_rt") or paths.get("libasan")
     # The runtime looks for the C++ library's throw when the program starts, and a C program does not load that library.
@@ -71,7 +75,7 @@ def sanitizer_runtime():
 
 def has_wrappers():
     """True for an agent that reads TCP wrappers' lists of hosts."""
-    return "libwrap" in subprocess.run(["ldd", SNMPD], capture_output=True, text=True, check=True).stdout
+    return "libwrap" in subprocess.run([*LDD, SNMPD], capture_output=True, text=True, check=True).stdout
 
 
 # For a build with sanitizers. The agent keeps some memory until its end and never frees it.
@@ -98,6 +102,9 @@ class Desk:
             self.leave_out("orvextrace")
         (self.state / "snmp" / processes.CERTIFICATES).mkdir()
         self.environment = {**processes.environment(self.state, BUILD / "bin"), **SANITIZERS}
+        if SLOWNESS > 1:
+            self.environment.update(TAVOS_CALL_TIMEOUT_MS=str(500 * SLOWNESS),
+                                    TAVOS_REQUEST_TIMEOUT_MS=str(1000 * SLOWNESS))
         self.parts = list(PARTS)  # of the stock agent
         self.dome_options = []
         self.processes = {}  # in the order of their start
@@ -164,7 +171,7 @@ class Desk:
 
     def try_domectl(self, *words):
         command = [BUILD / "bin" / "domectl", "--state", self.state, *map(str, words)]
-        return subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=20)
+        return subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=20 * SLOWNESS)
 
     def domectl(self, *words):
         done = self.try_domectl(*words)
@@ -174,8 +181,8 @@ class Desk:
     def settings(self, *words, text=None):
         """Runs tavos-settings on the desk's store; returns its output."""
         command = [BUILD / "bin" / "tavos-settings", *map(str, words)]
-        return subprocess.run(command, env=self.environment, input=text, stdout=subprocess.PIPE, text=True, timeout=20,
-                              check=True).stdout
+        return subprocess.run(command, env=self.environment, input=text, stdout=subprocess.PIPE, text=True,
+                              timeout=20 * SLOWNESS, check=True).stdout
 
     def dome_state(self):
         return json.loads(self.domectl("state"))
@@ -203,7 +210,7 @@ class Desk:
         if process.poll() is None:
             process.terminate()
         try:
-            return process.wait(10)
+            return process.wait(10 * SLOWNESS)
         except subprocess.TimeoutExpired:
             os.killpg(process.pid, signal.SIGKILL)
             process.wait()
@@ -260,7 +267,7 @@ class ManagerOf(ber.Manager):
     """A manager of a desk's agent, for a `with`."""
 
     def __init__(self, desk, timeout=5.0):
-        super().__init__(desk.port, timeout)
+        super().__init__(desk.port, timeout * SLOWNESS)
 
     def __enter__(self):
         return self

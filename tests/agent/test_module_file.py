@@ -2,7 +2,7 @@
 
 import subprocess
 
-from desk import MODULE
+from desk import LDD, MODULE
 
 
 def test_only_the_loaders_entries_are_exported():
@@ -13,5 +13,5 @@ def test_only_the_loaders_entries_are_exported():
 
 
 def test_every_library_is_found():
-    needed = subprocess.run(["ldd", MODULE], capture_output=True, text=True, check=True).stdout
+    needed = subprocess.run([*LDD, MODULE], capture_output=True, text=True, check=True).stdout
     assert "not found" not in needed

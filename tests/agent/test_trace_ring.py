@@ -11,7 +11,7 @@ import pytest
 
 import ber
 import trace_ring
-from desk import Desk, ManagerOf, await_until, free_tcp_port, preloaded
+from desk import LDD, Desk, ManagerOf, await_until, free_tcp_port, preloaded
 from expected_tree import OID
 from trace_ring import Pdu, Ring
 
@@ -344,7 +344,7 @@ def test_only_the_loaders_entries_of_the_companion_are_exported(running):
                   if line.startswith("dlmod orvextrace "))
     names = subprocess.run(["nm", "-D", "--defined-only", module], capture_output=True, text=True, check=True).stdout
     assert {line.split()[-1] for line in names.splitlines()} == {"init_orvextrace", "deinit_orvextrace"}
-    needed = subprocess.run(["ldd", module], capture_output=True, text=True, check=True).stdout
+    needed = subprocess.run([*LDD, module], capture_output=True, text=True, check=True).stdout
     assert "not found" not in needed and "libtavos" not in needed
 
 

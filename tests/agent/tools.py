@@ -3,6 +3,8 @@
 import re
 import subprocess
 
+from desk import SLOWNESS
+
 _LINE = re.compile(r"^\.(?P<oid>[\d.]+) = (?:(?P<type>[\w -]+?): ?)?(?P<value>.*)$")
 
 
@@ -54,7 +56,7 @@ class Tools:
 
     def _run(self, tool, community, words, options_first=0):
         words = [str(word) for word in words]
-        command = [tool, "-v2c", "-c", community, "-t", "5", "-r", "0", "-On", "-Oe", "-Ox", "-Ot",
+        command = [tool, "-v2c", "-c", community, "-t", str(5 * SLOWNESS), "-r", "0", "-On", "-Oe", "-Ox", "-Ot",
                    *words[:options_first], f"127.0.0.1:{self._desk.port}", *words[options_first:]]
         environment = dict(self._desk.environment, SNMPCONFPATH=str(self._desk.state / "snmp"))
-        return Answer(subprocess.run(command, env=environment, capture_output=True, text=True, timeout=30))
+        return Answer(subprocess.run(command, env=environment, capture_output=True, text=True, timeout=30 * SLOWNESS))

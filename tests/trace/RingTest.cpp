@@ -228,6 +228,19 @@ TEST(RingReaderTest, RefusesWhatIsNoTrace) {
     EXPECT_THAT(Refusal(unsealed), HasSubstr("another form"));
 }
 
+TEST(RingReaderTest, RefusesMemoryThatAnAddressCannotReach) {
+    if (sizeof(std::size_t) > 4) GTEST_SKIP() << "every file can be mapped";
+    constexpr std::uint64_t kSize = (std::uint64_t{1} << 32) + 65536;
+    const int memory = memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    ASSERT_EQ(ftruncate(memory, static_cast<off_t>(kSize)), 0);
+    ASSERT_EQ(fcntl(memory, F_ADD_SEALS, F_SEAL_SHRINK), 0);
+    trace::RingHeader header{};
+    header.magic = trace::kMagic;
+    header.capacity = kSize - trace::kPageSize;
+    ASSERT_EQ(pwrite(memory, &header, sizeof header, 0), static_cast<ssize_t>(sizeof header));
+    EXPECT_THAT(Refusal(memory), HasSubstr("is no trace"));
+}
+
 TEST(RingReaderTest, SaysWhatIsWrongWithTheSocket) {
     try {
         const RingReader reader("/nowhere/trace.sock");

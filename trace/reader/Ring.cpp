@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <tuple>
 #include <utility>
 
@@ -151,7 +152,9 @@ void RingReader::Map() {
         throw Exception("what %s offers is no trace", _name.c_str());
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);
-    if (size < kPageSize + sizeof(RecordHead)) throw Exception("what %s offers is no trace", _name.c_str());
+    // A 32-bit process would map only the rest of what is above 4 GiB.
+    const bool fits = size >= kPageSize + sizeof(RecordHead) && size <= std::numeric_limits<std::size_t>::max();
+    if (!fits) throw Exception("what %s offers is no trace", _name.c_str());
     void* const mapped = mmap(nullptr, size, PROT_READ, MAP_SHARED, _memory, 0);
     if (mapped == MAP_FAILED)
         throw Exception("the trace of %s cannot be mapped: %s", _name.c_str(), std::strerror(errno));

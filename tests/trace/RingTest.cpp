@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -228,8 +229,8 @@ TEST(RingReaderTest, RefusesWhatIsNoTrace) {
     EXPECT_THAT(Refusal(unsealed), HasSubstr("another form"));
 }
 
+#if UINTPTR_MAX == 0xFFFFFFFF  // otherwise every file can be mapped
 TEST(RingReaderTest, RefusesMemoryThatAnAddressCannotReach) {
-    if (sizeof(std::size_t) > 4) GTEST_SKIP() << "every file can be mapped";
     constexpr std::uint64_t kSize = (std::uint64_t{1} << 32) + 65536;
     const int memory = memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING);
     ASSERT_EQ(ftruncate(memory, static_cast<off_t>(kSize)), 0);
@@ -240,6 +241,7 @@ TEST(RingReaderTest, RefusesMemoryThatAnAddressCannotReach) {
     ASSERT_EQ(pwrite(memory, &header, sizeof header, 0), static_cast<ssize_t>(sizeof header));
     EXPECT_THAT(Refusal(memory), HasSubstr("is no trace"));
 }
+#endif
 
 TEST(RingReaderTest, SaysWhatIsWrongWithTheSocket) {
     try {

@@ -127,9 +127,9 @@ def change_sensors(recorder, desk, out):
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
         receiver.bind(("127.0.0.1", desk.trap_port))
         receiver.settimeout(60)
-        for sensor, value in [("temperature", 41), ("temperature", -5), ("temperature", 2**31 - 1), ("temperature", -2**31),
-                              ("voltage", 1), ("power", 1), ("temperature", 25)]:
-            desk.domectl("event", sensor, 0, value)
+        for event in [("temperature", 0, 41), ("temperature", 0, -5), ("temperature", 0, 2**31 - 1),
+                      ("temperature", 0, -2**31), ("voltage", 1), ("power", 1), ("temperature", 0, 25)]:
+            desk.domectl("event", *event)
             trap = ber.Message(receiver.recv(65536))
             for one in trap.bindings[1:]:
                 out.write(f"trap {one.oid} {one.tag:02x} {one.octets.hex()}\n")

@@ -31,6 +31,11 @@ std::int64_t Nanoseconds(const timespec& time) {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
+bool Exists(const std::string& file) {
+    struct stat status {};
+    return stat(file.c_str(), &status) == 0;
+}
+
 /// The object's number if it is within the range, else NaN.
 double Number(const json& object, const char* key, double min, double max) {
     const auto found = object.find(key);
@@ -102,6 +107,7 @@ void SettingsLink::Work(Clock::time_point now) {
     _watch.Disarm();
     if (now < _next) return;
     _next = now + kLookEvery;
+    _settings.Release();
     _watch.Arm();  // before the look: a change after it is seen
     const Stamp stamp = Look();
     if (!stamp.exists) return;
@@ -118,7 +124,7 @@ void SettingsLink::Work(Clock::time_point now) {
 void SettingsLink::KeepRelays() {
     _kept.relays.clear();  // Work must store the relays durably, even if this write succeeds
     const auto now = Clock::now();
-    if (now < _nextNote || !Look().exists) return;
+    if (now < _nextNote || !Exists(_store)) return;
     try {
         tavos::core::IniFile changed;
         changed.SetValue(kSection, kRelays, RelaysAsText());

@@ -1,7 +1,6 @@
 #include "tavos/settings/TavosSettingsClient.h"
 
 #include <fcntl.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -13,9 +12,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <initializer_list>
+#include <memory>
 #include <thread>
 
+#include "Database.h"
 #include "tavos/core/IniFile.h"
 #include "tavos/core/Logger.h"
 #include "tavos/osa/Exception.h"
@@ -28,77 +28,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kBusyTime{1000};
 constexpr std::chrono::milliseconds kBusyPoll{1};
-constexpr int kQuickBusyTime = 100;  // milliseconds, for values that must survive only a kill
-constexpr off_t kMaxLog = 1 << 20;   // bytes of the log beside the file
-
-struct DatabaseCloser {
-    void operator()(sqlite3* database) const { sqlite3_close(database); }
-};
-using DatabasePtr = std::unique_ptr<sqlite3, DatabaseCloser>;
-
-/// A failure of the database library.
-class DatabaseFailure : public osa::Exception {
-public:
-    DatabaseFailure(int result, const char* text) : Exception("%s", text), _kind(result & 0xff) {}
-
-    /// True if the cause may be a file that cannot be created or written.
-    bool MayBeWriteFailure() const {
-        return _kind == SQLITE_CANTOPEN || _kind == SQLITE_IOERR || _kind == SQLITE_READONLY || _kind == SQLITE_FULL;
-    }
-
-    /// True if another process has locked the database.
-    bool IsBusy() const { return _kind == SQLITE_BUSY; }
-
-private:
-    int _kind;
-};
-
-void Check(sqlite3* database, int result) {
-    if (result == SQLITE_OK || result == SQLITE_ROW || result == SQLITE_DONE) return;
-    throw DatabaseFailure(result, database ? sqlite3_errmsg(database) : sqlite3_errstr(result));
-}
-
-class Statement {
-public:
-    Statement(sqlite3* database, const char* sql, std::initializer_list<const std::string*> values = {})
-        : _database(database) {
-        Check(database, sqlite3_prepare_v2(database, sql, -1, &_statement, nullptr));
-        int index = 0;
-        for (const auto* value : values) Bind(++index, *value);
-    }
-    ~Statement() { sqlite3_finalize(_statement); }
-    Statement(const Statement&) = delete;
-    Statement& operator=(const Statement&) = delete;
-
-    void Bind(int index, const std::string& value) {
-        Check(_database,
-              sqlite3_bind_text(_statement, index, value.data(), static_cast<int>(value.size()), SQLITE_TRANSIENT));
-    }
-
-    bool Step() {
-        const int result = sqlite3_step(_statement);
-        Check(_database, result);
-        return result == SQLITE_ROW;
-    }
-
-    void Reset() { sqlite3_reset(_statement); }
-
-    std::string Text(int column) {
-        const auto* const text = reinterpret_cast<const char*>(sqlite3_column_text(_statement, column));
-        return text ? std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(_statement, column)))
-                    : std::string();
-    }
-
-private:
-    sqlite3* _database;
-    sqlite3_stmt* _statement = nullptr;
-};
-
-void Run(sqlite3* database, const char* sql) {
-    Statement statement(database, sql);
-    while (statement.Step()) {
-    }
-}
+constexpr int kQuickBusyTime = 100;   // milliseconds, for values that must survive only a kill
+constexpr off_t kMaxLog = 4'000'000;  // bytes of the log beside the file: the library's own limit is a little above
 
 struct Key {
     std::string section;
@@ -201,6 +132,99 @@ void LeaveToTheSystem(sqlite3* database, off_t logSize) {
     sqlite3_busy_timeout(database, kQuickBusyTime);
 }
 
+void Insert(Statement& insert, const core::IniFile& ini) {
+    for (const auto& [section, values] : ini.Sections()) {
+        if (!core::IniFile::IsSectionName(section))
+            throw osa::Exception("\"%s\" is not a section name", section.c_str());
+        for (const auto& [key, value] : values) {
+            if (!core::IniFile::IsKeyName(key)) throw osa::Exception("\"%s\" is not a key name", key.c_str());
+            insert.Bind(1, section);
+            insert.Bind(2, key);
+            insert.Bind(3, value);
+            insert.Run();
+        }
+    }
+}
+
+/// Stores values in an open database, as one transaction each time. After a failure the database must be closed.
+class Writer {
+public:
+    explicit Writer(sqlite3* database)
+        : _begin(database, "BEGIN IMMEDIATE"),
+          _insert(database, "INSERT OR REPLACE INTO settings (section, key, value) VALUES (?1, ?2, ?3)"),
+          _commit(database, "COMMIT") {}
+
+    void Write(const core::IniFile& ini) {
+        _begin.Run();
+        Insert(_insert, ini);
+        _commit.Run();
+    }
+
+private:
+    Statement _begin, _insert, _commit;
+};
+
+/// A file's identity; with its size and time, it also shows a change of the contents.
+struct File {
+    explicit File(const std::string& path) {
+        struct stat status {};
+        if (stat(path.c_str(), &status) != 0) return;
+        exists = true;
+        device = status.st_dev;
+        inode = status.st_ino;
+        size = status.st_size;
+        time = status.st_mtim;
+    }
+    bool IsSame(const File& other) const {
+        return exists && other.exists && device == other.device && inode == other.inode;
+    }
+    bool IsUnchanged(const File& other) const {
+        return IsSame(other) && size == other.size && time.tv_sec == other.time.tv_sec &&
+               time.tv_nsec == other.time.tv_nsec;
+    }
+
+    bool exists = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec time{};
+};
+
+/// A store that stays open between writes that must survive only a kill: opening and closing it takes ten times as long
+/// as such a write.
+class OpenStore {
+public:
+    /// `file` is what `path` named before the database was opened.
+    OpenStore(DatabasePtr database, const std::string& path, const File& file)
+        : _path(path),
+          _resolved(Resolved(path)),
+          _file(file),
+          _log(_resolved + "-wal"),
+          _index(_resolved + "-shm"),
+          _database(std::move(database)),
+          _writer(_database.get()) {}
+
+    /// False if another process would not find what is written here, or if the file must be checked again: one of the
+    /// store's files has been replaced, removed or changed. Also if the log must not grow any more.
+    bool IsUsable() const {
+        const File log(_resolved + "-wal");
+        return _process == getpid() && _file.IsUnchanged(File(_path)) && _log.IsSame(log) && log.size < kMaxLog &&
+               _index.IsSame(File(_resolved + "-shm")) && !File(_resolved + "-journal").exists;
+    }
+
+    /// A forked child must not close the database: it has no part in its parent's locks.
+    bool IsOfThisProcess() const { return _process == getpid(); }
+
+    void Write(const core::IniFile& ini) { _writer.Write(ini); }
+
+private:
+    const pid_t _process = getpid();
+    const std::string _path, _resolved;
+    const File _file, _log, _index;
+    const DatabasePtr _database;
+    Writer _writer;
+};
+
 /// Creates the table in an empty database. Other processes may do the same at the same time. The library calls no busy
 /// handler when the journal mode changes, so this function waits for them.
 void MakeTable(sqlite3* database, Clock::time_point deadline) {
@@ -221,15 +245,51 @@ void MakeTable(sqlite3* database, Clock::time_point deadline) {
 
 }  // namespace
 
-/// Opens the file for each operation and closes it afterwards. A database must not stay open across a fork: the child
-/// would rely on locks that it does not hold. Each operation also uses a replaced or repaired file at once.
+/// Opens the file for each operation and closes it afterwards, except between writes that must survive only a kill. A
+/// database must not stay open across a fork: the child would rely on locks that it does not hold. Each operation also
+/// uses a replaced or repaired file at once.
 struct TavosSettingsClient::Store {
     explicit Store(int operationMode) : mode(operationMode), path(StorePath()) {}
+    ~Store() { Release(); }
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
 
     /// Runs `work`, which writes, with the open database.
     template <class Work>
     void Write(const Work& work) {
-        LogFailures(writingFails, [&] { work(Open().get()); });
+        LogFailures(writingFails, [&] { work(OpenToWrite().get()); });
+    }
+
+    /// Leaves the database open.
+    void WriteQuickly(const core::IniFile& ini) {
+        LogFailures(writingFails, [&] {
+            if (kept && kept->IsUsable() && IsWrittenToKept(ini)) return;
+            Release();
+            auto opened = OpenToKeep();
+            opened->Write(ini);
+            kept = std::move(opened);
+        });
+    }
+
+    /// False if the store must be opened again: then it works, or the reason is found.
+    bool IsWrittenToKept(const core::IniFile& ini) {
+        try {
+            kept->Write(ini);
+            return true;
+        } catch (const DatabaseFailure& e) {
+            Release();
+            if (e.IsBusy()) throw;  // another wait would be as long
+            return false;
+        } catch (...) {
+            Release();
+            throw;
+        }
+    }
+
+    /// Closes what WriteQuickly has left open.
+    void Release() {
+        if (kept && !kept->IsOfThisProcess()) static_cast<void>(kept.release());
+        kept.reset();
     }
 
     /// Like Write, for work that only reads and may run twice. An open database requires two more files beside it. If
@@ -238,6 +298,7 @@ struct TavosSettingsClient::Store {
     template <class Work>
     void Read(const Work& work) {
         LogFailures(readingFails, [&] {
+            Release();
             const Stamp before(path);
             try {
                 work(Open().get());
@@ -297,7 +358,22 @@ struct TavosSettingsClient::Store {
         return database;
     }
 
+    DatabasePtr OpenToWrite() {
+        DatabasePtr database = Open();
+        if (mode == kReadOnly) throw osa::Exception("it is open for reading only");
+        return database;
+    }
+
+    std::unique_ptr<OpenStore> OpenToKeep() {
+        const File file(path);
+        const off_t logSize = Stamp(path).logSize;
+        DatabasePtr database = OpenToWrite();
+        LeaveToTheSystem(database.get(), logSize);
+        return std::make_unique<OpenStore>(std::move(database), path, file);
+    }
+
     DatabasePtr Open() {
+        Release();
         RefuseOtherThanRegularFiles(path);
         deadline = Clock::now() + kBusyTime;
         if (mode == kCreate) CreateFile();
@@ -328,6 +404,7 @@ struct TavosSettingsClient::Store {
     Clock::time_point deadline{};  // of the current operation's wait for another process's lock
     bool readingFails = false;
     bool writingFails = false;
+    std::unique_ptr<OpenStore> kept;
 };
 
 TavosSettingsClient::TavosSettingsClient(int operationMode) : _store(std::make_unique<Store>(operationMode)) {}
@@ -356,11 +433,9 @@ bool TavosSettingsClient::DeleteValue(const std::string& key) {
     const Key parsed = Parsed(key);
     bool existed = false;
     _store->Write([&](sqlite3* database) {
-        if (_store->mode == kReadOnly) throw osa::Exception("it is open for reading only");
         Statement remove(database, "DELETE FROM settings WHERE section = ?1 AND key = ?2",
                          {&parsed.section, &parsed.name});
-        while (remove.Step()) {
-        }
+        remove.Run();
         existed = sqlite3_changes(database) > 0;
     });
     return existed;
@@ -388,25 +463,15 @@ void TavosSettingsClient::GetSettings(const std::string& path, core::IniFile& in
 }
 
 void TavosSettingsClient::SetSettings(const core::IniFile& ini, Survives what) {
-    _store->Write([&](sqlite3* database) {
-        if (_store->mode == kReadOnly) throw osa::Exception("it is open for reading only");
-        if (what == Survives::kKill) LeaveToTheSystem(database, Stamp(_store->path).logSize);
-        Run(database, "BEGIN IMMEDIATE");
-        Statement insert(database, "INSERT OR REPLACE INTO settings (section, key, value) VALUES (?1, ?2, ?3)");
-        for (const auto& [section, values] : ini.Sections()) {
-            if (!core::IniFile::IsSectionName(section))
-                throw osa::Exception("\"%s\" is not a section name", section.c_str());
-            for (const auto& [key, value] : values) {
-                if (!core::IniFile::IsKeyName(key)) throw osa::Exception("\"%s\" is not a key name", key.c_str());
-                insert.Bind(1, section);
-                insert.Bind(2, key);
-                insert.Bind(3, value);
-                insert.Step();
-                insert.Reset();
-            }
-        }
-        Run(database, "COMMIT");
-    });
+    if (what == Survives::kKill) {
+        _store->WriteQuickly(ini);
+    } else {
+        _store->Write([&](sqlite3* database) { Writer(database).Write(ini); });
+    }
+}
+
+void TavosSettingsClient::Release() {
+    _store->Release();
 }
 
 }  // namespace tavos::settings

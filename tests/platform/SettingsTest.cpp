@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sqlite3.h>
+#include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -28,8 +29,16 @@ using tavos::osa::Exception;
 using tavos::settings::TavosSettingsClient;
 using testing::AllOf;
 using testing::HasSubstr;
+using Survives = TavosSettingsClient::Survives;
 
 namespace {
+
+/// "[a]b" with this value.
+IniFile OneValue(const std::string& value) {
+    IniFile ini;
+    ini.SetValue("a", "b", value);
+    return ini;
+}
 
 class SettingsTest : public testing::Test {
 protected:
@@ -302,9 +311,7 @@ TEST_F(SettingsTest, TheLogBesideALinksTargetIsRead) {
     WriteFile(target, "");
     TavosSettingsClient client(TavosSettingsClient::kCreate);
     client.SetValue("[a]b", "old");
-    IniFile values;
-    values.SetValue("a", "b", "new");
-    client.SetSettings(values, TavosSettingsClient::Survives::kKill);
+    client.SetSettings(OneValue("new"), Survives::kKill);
     ASSERT_NE(FileText(target + "-wal"), "");
     unlink((target + "-shm").c_str());
     {
@@ -420,7 +427,8 @@ TEST_F(SharedSettingsTest, ProcessesThatMakeAStoreAtTheSameTimeAllMakeIt) {
     }
 }
 
-TEST_F(SettingsTest, ValuesSurviveAKill) {
+/// Kills a process that stores numbers, and checks that the last acknowledged one is there.
+void KillAWriter(TavosSettingsClient::Survives what) {
     TavosSettingsClient(TavosSettingsClient::kCreate).SetValue("[a]b", "0");
     int progress[2];
     ASSERT_EQ(pipe(progress), 0);
@@ -428,7 +436,7 @@ TEST_F(SettingsTest, ValuesSurviveAKill) {
     if (child == 0) {
         TavosSettingsClient client(TavosSettingsClient::kReadWrite);
         for (int i = 1;; ++i) {
-            client.SetValue("[a]b", std::to_string(i));
+            client.SetSettings(OneValue(std::to_string(i)), what);
             if (write(progress[1], &i, sizeof i) != sizeof i) _exit(1);
         }
     }
@@ -447,20 +455,167 @@ TEST_F(SettingsTest, ValuesSurviveAKill) {
     EXPECT_GE(last, 20);
 }
 
+TEST_F(SettingsTest, ValuesSurviveAKill) {
+    KillAWriter(Survives::kPowerLoss);
+}
+
+TEST_F(SettingsTest, QuicklyStoredValuesSurviveAKill) {
+    KillAWriter(Survives::kKill);
+}
+
 TEST_F(SettingsTest, AWriteThatMustSurviveOnlyAKillWaitsForNoDisk) {
     TavosSettingsClient writer(TavosSettingsClient::kCreate);
     writer.SetValue("[a]b", "old");
     ASSERT_EQ(FileText(store + "-wal"), "");
     const auto before = FileText(store);
-    IniFile values;
-    values.SetValue("a", "b", "new");
-    writer.SetSettings(values, TavosSettingsClient::Survives::kKill);
+    writer.SetSettings(OneValue("new"), Survives::kKill);
     EXPECT_EQ(FileText(store), before) << "the file is not written, so nothing has to reach the disk first";
     EXPECT_NE(FileText(store + "-wal"), "");
     EXPECT_EQ(TavosSettingsClient(TavosSettingsClient::kReadOnly).GetValue("[a]b"), "new");
     writer.SetValue("[c]d", "1");
     EXPECT_EQ(FileText(store + "-wal"), "") << "the next durable write leaves nothing beside the file";
     EXPECT_EQ(writer.GetValue("[a]b"), "new");
+}
+
+/// A client that has stored "old" quickly, so that its store is open.
+struct OpenSettingsTest : SettingsTest {
+    void SetUp() override {
+        TavosSettingsClient(TavosSettingsClient::kCreate).SetValue("[a]b", "first");
+        StoreQuickly("old");
+    }
+
+    void StoreQuickly(const std::string& value) { client.SetSettings(OneValue(value), Survives::kKill); }
+
+    /// What another process finds.
+    static std::string Found() { return TavosSettingsClient(TavosSettingsClient::kReadOnly).GetValue("[a]b"); }
+
+    int Descriptors() const {
+        int count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code error;
+            count += std::filesystem::read_symlink(entry, error).string().rfind(store, 0) == 0 ? 1 : 0;
+        }
+        return count;
+    }
+
+    const EndsInTime guard;
+    TavosSettingsClient client{TavosSettingsClient::kReadWrite};
+};
+
+TEST_F(OpenSettingsTest, OpensTheFileOnceForManyQuickWrites) {
+    const int changes = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(inotify_add_watch(changes, store.c_str(), IN_OPEN), 0);
+    for (int i = 0; i < 10; ++i) StoreQuickly(std::to_string(i));
+    inotify_event opened{};
+    EXPECT_LT(read(changes, &opened, sizeof opened), 0);
+    close(changes);
+    EXPECT_EQ(Found(), "9");
+}
+
+TEST_F(OpenSettingsTest, AnyOtherOperationClosesTheFile) {
+    IniFile ini;
+    const std::function<void()> operations[] = {[&] { client.GetValue("[a]b"); }, [&] { client.GetSettings("", ini); },
+                                                [&] { client.SetValue("[c]d", "1"); },
+                                                [&] { client.DeleteValue("[c]d"); }, [&] { client.Release(); }};
+    for (const auto& operation : operations) {
+        StoreQuickly("new");
+        EXPECT_GT(Descriptors(), 0);
+        operation();
+        EXPECT_EQ(Descriptors(), 0);
+    }
+}
+
+TEST_F(OpenSettingsTest, AReplacedFileIsUsedAtOnce) {
+    client.Release();
+    std::filesystem::copy(store, folder.File("other"));
+    StoreQuickly("in the file that goes");
+    for (const char* suffix : {"-wal", "-shm"}) std::filesystem::remove(store + suffix);
+    std::filesystem::rename(folder.File("other"), store);
+    StoreQuickly("in the new one");
+    EXPECT_EQ(Found(), "in the new one");
+    client.Release();
+    EXPECT_EQ(Found(), "in the new one");
+}
+
+TEST_F(OpenSettingsTest, ARemovedLogLosesNoLaterWrite) {
+    for (const char* suffix : {"-wal", "-shm"}) {
+        std::filesystem::remove(store + suffix);
+        StoreQuickly(suffix);
+        client.Release();
+        EXPECT_EQ(Found(), suffix);
+        StoreQuickly("open again");
+    }
+}
+
+TEST_F(OpenSettingsTest, ADamagedFileIsReported) {
+    WriteFile(store, std::string(5000, 'x'));
+    EXPECT_THAT(Failure([&] { StoreQuickly("new"); }), AllOf(HasSubstr(store), HasSubstr("not a database")));
+    std::filesystem::remove(store);
+    EXPECT_THAT(Failure([&] { StoreQuickly("new"); }), HasSubstr("unable to open"));
+    EXPECT_FALSE(std::filesystem::exists(store));
+    EXPECT_EQ(Descriptors(), 0);
+}
+
+TEST_F(OpenSettingsTest, ATableThatIsGoneIsReported) {
+    Execute("DROP TABLE settings; CREATE TABLE other (x)");
+    EXPECT_THAT(Failure([&] { StoreQuickly("new"); }), HasSubstr("it is not a settings store"));
+}
+
+TEST_F(OpenSettingsTest, OtherThanARegularFileIsRefused) {
+    const std::string whole = FileText(store);
+    for (const std::string suffix : {"", "-wal", "-shm", "-journal"}) {
+        const std::string path = store + suffix;
+        std::filesystem::remove(path);
+        ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+        EXPECT_THAT(Failure([&] { StoreQuickly("new"); }), HasSubstr("no regular file")) << suffix;
+        std::filesystem::remove(path);
+        if (suffix.empty()) WriteFile(store, whole);
+        StoreQuickly("new");
+        EXPECT_EQ(Found(), "new");
+    }
+}
+
+TEST_F(OpenSettingsTest, OthersWriteBetweenQuickWrites) {
+    for (int i = 0; i < 3; ++i) {
+        TavosSettingsClient(TavosSettingsClient::kReadWrite).SetValue("[c]d", std::to_string(i));
+        StoreQuickly(std::to_string(i));
+        EXPECT_EQ(client.GetValue("[c]d"), std::to_string(i));
+        EXPECT_EQ(client.GetValue("[a]b"), std::to_string(i));
+        StoreQuickly("open again");
+    }
+}
+
+TEST_F(OpenSettingsTest, ALockedStoreIsWaitedForBriefly) {
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(store.c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    EXPECT_THAT(Failure([&] { StoreQuickly("new"); }), HasSubstr("locked"));
+    ASSERT_EQ(sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(other);
+    EXPECT_EQ(Found(), "old");
+    StoreQuickly("new");
+    EXPECT_EQ(Found(), "new");
+}
+
+TEST_F(OpenSettingsTest, AnInvalidNameStoresNothing) {
+    IniFile bad;
+    bad.SetValue("a", "b", "new");
+    bad.SetValue("a", "no=name", "new");
+    EXPECT_NE(Failure([&] { client.SetSettings(bad, Survives::kKill); }), "");
+    EXPECT_EQ(Found(), "old");
+    StoreQuickly("new");
+    EXPECT_EQ(Found(), "new");
+}
+
+TEST_F(OpenSettingsTest, TheLogIsBounded) {
+    std::uintmax_t max = 0;
+    for (int i = 0; i < 2500; ++i) {
+        StoreQuickly(std::to_string(i));
+        max = std::max(max, std::filesystem::file_size(store + "-wal"));
+    }
+    EXPECT_GT(max, 1'000'000U);
+    EXPECT_LT(max, 4'300'000U);
+    EXPECT_EQ(Found(), "2499");
 }
 
 TEST_F(SettingsTest, TheLogNamesAFailureOnce) {

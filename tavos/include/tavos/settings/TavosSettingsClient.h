@@ -30,7 +30,9 @@ public:
     enum class Survives {
         kPowerLoss,
         /// A kill, but not a loss of power before the next write with kPowerLoss. Rarely waits for the disk. Waits up
-        /// to a tenth of a second for another process that writes.
+        /// to a tenth of a second for another process that writes. Leaves the file open for the next such write, until
+        /// any other operation or Release; a child that is forked meanwhile must not use the store. If the file has
+        /// been replaced, removed or changed meanwhile, the next write opens it again.
         kKill,
     };
 
@@ -54,6 +56,9 @@ public:
 
     /// Stores all values of `ini` in one transaction. If it throws, it has stored none.
     void SetSettings(const core::IniFile& ini, Survives what = Survives::kPowerLoss);
+
+    /// Closes the file if a write with kKill has left it open. Never throws.
+    void Release();
 
 private:
     struct Store;

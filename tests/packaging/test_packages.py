@@ -332,6 +332,27 @@ def test_a_service_with_its_own_user_replaces_one_of_the_desk_cameras(root, pack
         root.run(*domectl, "fault", "pan", "ok")
 
 
+DESK_CAMERA = """
+from orvex_camera import DeskCamera, absolute
+with DeskCamera() as camera:
+    scenario = camera.state_folder / "heat.toml"
+    scenario.write_text("[[event]]\\nat = 1\\ndo = 'set temperature 31'")
+    print(camera.domectl("play", scenario), end="")
+    camera.clock("rate", 100)
+    camera.set("positionPan", absolute(9000))
+    camera.wait_at_rest()
+    print(camera.get("modelName"), camera.get("temperature"), camera.state()["pan"]["position"])
+    print([(one["pdu"], one["error"]) for one in camera.trace(object="positionPan")])
+"""
+
+
+def test_python_starts_a_desk_camera_of_the_packages(root, packages):
+    user = ["setpriv", "--reuid", "games", "--regid", "games", "--clear-groups"]
+    printed = root.must(*user, "python3", "-c", DESK_CAMERA)
+    assert printed == "1.00 set temperature 31\nOrvex Dome D20 31 90000\n[('SET', 'noError')]\n"
+    assert root.must("orvex-session", "--version").split()[-1] == packages[0].name.split("_")[1]
+
+
 def next_version(package, folder):
     """The same package with a higher version number and another configuration, in the folder."""
     name, version, _ = package.name.split("_")

@@ -18,6 +18,11 @@ from tools import Tools  # noqa: E402
 collect_ignore = [] if os.environ.get("ORVEX_CONTAINERS") else ["packaging/test_container.py", "packaging/test_deployment.py"]
 
 
+def pytest_collection_modifyitems(items):
+    """The files that take long first; otherwise the tests keep their order."""
+    items.sort(key=lambda item: item.get_closest_marker("long") is None)
+
+
 @pytest.fixture(scope="session")
 def desk_class():
     return Desk

@@ -13,7 +13,7 @@ from expected_tree import OID
 
 PAN = OID["positionPan"]
 RELAY_STATE = "1.3.6.1.4.1.32473.1.3.2.1.3"
-pytestmark = [pytest.mark.slow, pytest.mark.page]
+pytestmark = [pytest.mark.long, pytest.mark.slow, pytest.mark.page]
 
 
 @pytest.fixture

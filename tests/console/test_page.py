@@ -19,7 +19,7 @@ PAN = "1.3.6.1.4.1.1206.4.2.7.4.1.0"
 FOCUS = "1.3.6.1.4.1.1206.4.2.7.4.4.0"
 INPUT_STATUS = "1.3.6.1.4.1.1206.4.2.7.7.1.0"
 OUTPUT_STATUS = "1.3.6.1.4.1.1206.4.2.7.8.1.0"
-pytestmark = [pytest.mark.slow, pytest.mark.page]
+pytestmark = [pytest.mark.long, pytest.mark.slow, pytest.mark.page]
 
 
 @pytest.fixture

@@ -17,6 +17,7 @@ from expected_tree import OID, ROWS
 from field import ROLES, authentication, privacy
 
 pytestmark = [
+    pytest.mark.long,
     pytest.mark.slow,
     pytest.mark.commands,  # it needs a separate build
     pytest.mark.skipif(os.getuid() != 0, reason="only root can make a root"),

@@ -127,6 +127,7 @@ is_of_another_folder() {
 build_preset() {
     local preset=$1 launcher=() progress=(-- --quiet)
     local -x CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 # lets checkouts in different folders share results
+    local -x CCACHE_SLOPPINESS=pch_defines,time_macros # without these it keeps nothing that uses precompiled headers
     shift
     mkdir -p "$root/build"
     command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)

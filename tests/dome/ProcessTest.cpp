@@ -535,7 +535,7 @@ TEST_F(ProcessTest, RefusesWrongCommandsWithClearErrors) {
     fails({"banks", "alarm", "A=many"}, 1, "many");
     fails({"event", "temperature", "0", "hot"}, 1, "hot");
     fails({"dance"}, 2,
-          "unknown word 'dance', expected state, calls, history, trace, wait, set, banks, clock, event, fault, --help, "
+          "unknown word 'dance', expected state, calls, history, trace, wait, play, set, banks, clock, event, fault, --help, "
           "--version");
     fails({"set", "pan", "999999"}, 1, "pan 999999 outside 0 to 359999");
     fails({"event", "temperature", "7", "30"}, 1, "temperature sensor 7 outside 0 to 1");
@@ -549,7 +549,7 @@ TEST_F(ProcessTest, RefusesWrongCommandsWithClearErrors) {
     for (const char* time : {"soon", "-1", "nan", "inf", "86401", "", "1s"}) {
         fails({"wait", "--timeout", time}, 2, std::string("not a number from 0 to 86400: ") + time + "\n");
     }
-    fails({}, 2, "a command is missing, expected state, calls, history, trace, wait, set");
+    fails({}, 2, "a command is missing, expected state, calls, history, trace, wait, play, set");
 
     const Result nowhere = desk.Run("domectl", {"--state", desk.Folder() + "/nowhere", "state"});
     EXPECT_EQ(nowhere.status, 1);

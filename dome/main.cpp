@@ -65,13 +65,19 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
     add("--console-address", "IP", options.console.address, "where the page is served (default 127.0.0.1)");
     add("--trace", "SOCKET", options.console.trace.socket,
         "where the agent's companion offers the trace, for the page (default: trace.sock in DIR)");
+    add("--console-name", "NAME", options.console.names, "a further host name under which the page is reached")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    add("--agent-address", "IP", options.console.agent.address, "IPv4 address of that agent (default 127.0.0.1)")
+        ->check(CLI::ValidIPV4.description(""));
+    add("--agent-community", "NAME", options.console.agent.community, "a community that it lets read (default public)");
     const CLI::Option* const agent =
-        add("--agent-port", "N", options.console.agentPort,
+        add("--agent-port", "N", options.console.agent.port,
             "UDP port of the agent in front of it, for commands that the page shows (default 1161);\n"
             "when it is given, the page says whether that agent answers")
             ->check(port);
     const std::optional<int> status = line.Parse(argc, argv);
-    options.console.watchesAgent = agent->count() > 0 && options.console.agentPort != 0;
+    options.console.watchesAgent = agent->count() > 0 && options.console.agent.port != 0;
     if (options.console.trace.socket.empty()) options.console.trace.socket = options.state + "/trace.sock";
     options.console.trace.configuration = options.state + "/snmpd.conf";
     return status;

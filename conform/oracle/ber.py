@@ -145,12 +145,12 @@ def encode(pdu, bindings, community="public", status=0, index=0, request_id=None
 
 
 class Manager:
-    """A manager of an agent on loopback. It never retries: a request without an answer within `timeout` seconds raises
-    socket.timeout."""
+    """A manager of an agent on an address of loopback. It never retries: a request without an answer within `timeout`
+    seconds raises socket.timeout."""
 
-    def __init__(self, port, timeout=5.0):
+    def __init__(self, port, timeout=5.0, address="127.0.0.1"):
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self._socket.connect(("127.0.0.1", port))
+        self._socket.connect((address, port))
         self._socket.settimeout(timeout)
 
     def close(self):

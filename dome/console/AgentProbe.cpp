@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "tavos/osa/Exception.h"
 #include "trace/reader/Json.h"
 #include "trace/reader/Message.h"
 
@@ -27,7 +28,7 @@ constexpr auto kRequestIdOctets =
     "\x02\x04"
     "Desk"sv;
 constexpr auto kVersion2 = "\x02\x01\x01"sv;
-constexpr auto kPublic = "\x04\x06public"sv;
+constexpr std::size_t kMaxCommunity = 64;
 constexpr auto kNoError = "\x02\x01\x00\x02\x01\x00"sv;
 constexpr auto kSysUpTime = "\x2B\x06\x01\x02\x01\x01\x03\x00"sv;
 // Without their last two numbers: 1 to 5 for pan, tilt, zoom, focus and iris, and the instance.
@@ -44,29 +45,32 @@ std::string Binding(std::string name) {
     return Element('\x30', Element('\x06', std::move(name)) + Element('\x05', ""));
 }
 
-std::string ProbeMessage(bool asksFocus) {
+std::string ProbeMessage(const std::string& community, bool asksFocus) {
     std::string bindings = Binding(std::string(kSysUpTime));
     for (char axis = 1; axis <= 5; ++axis) {
         if (axis != kFocus || asksFocus) bindings += Binding(std::string(kPosition) + axis + '\0');
     }
     const std::string get =
         Element('\xA0', std::string(kRequestIdOctets) + std::string(kNoError) + Element('\x30', bindings));
-    return Element('\x30', std::string(kVersion2) + std::string(kPublic) + get);
+    return Element('\x30', std::string(kVersion2) + Element('\x04', community) + get);
 }
 
 }  // namespace
 
-bool AgentProbe::IsProbe(std::string_view message) {
-    return message == ProbeMessage(false) || message == ProbeMessage(true);
+bool AgentProbe::IsProbe(std::string_view message, const std::string& community) {
+    return message == ProbeMessage(community, false) || message == ProbeMessage(community, true);
 }
 
-AgentProbe::AgentProbe(asio::io_context& io, std::uint16_t port, std::function<std::uint64_t()> focusReads,
+AgentProbe::AgentProbe(asio::io_context& io, const Agent& agent, std::function<std::uint64_t()> focusReads,
                        Reports reports)
-    : _agent(asio::ip::address_v4::loopback(), port),
+    : _agent(asio::ip::make_address_v4(agent.address), agent.port),
+      _community(agent.community),
       _focusReads(std::move(focusReads)),
       _reports(std::move(reports)),
       _socket(io),
-      _next(io) {}
+      _next(io) {
+    if (_community.size() > kMaxCommunity) throw tavos::osa::Exception("a community has at most 64 octets");
+}
 
 void AgentProbe::Start() {
     ++_run;
@@ -86,7 +90,7 @@ void AgentProbe::Ask() {
     _readsAtAsk = _focusReads();
     _asksFocus = _readsAtAsk != _readsKnown;
     error_code error;
-    if (_socket.is_open() || Connect()) _socket.send(asio::buffer(ProbeMessage(_asksFocus)), 0, error);
+    if (_socket.is_open() || Connect()) _socket.send(asio::buffer(ProbeMessage(_community, _asksFocus)), 0, error);
     if (error) Fail();
     AskIn(kAskEvery);
 }

@@ -12,19 +12,21 @@
 #include <string>
 #include <string_view>
 
+#include "Agent.h"
+
 namespace dome::console {
 
-/// Probes the SNMP agent on a UDP port of this machine once a second: an SNMPv2c GET (RFC 3416) of sysUpTime.0 and of
-/// the position objects, which answer the last commands, with the community "public". The agent answers it without a
-/// call to the camera, but for the focus: it reads its position for each request that names its object. So the focus is
-/// asked only after somebody else has. Nothing here blocks. All members run on the thread of `io`.
+/// Probes the SNMP agent once a second: an SNMPv2c GET (RFC 3416) of sysUpTime.0 and of the position objects, which
+/// answer the last commands, with the agent's community. The agent answers it without a call to the camera, but for the
+/// focus: it reads its position for each request that names its object. So the focus is asked only after somebody else
+/// has. Nothing here blocks. All members run on the thread of `io`.
 class AgentProbe {
 public:
     /// The request ID of every probe.
     static constexpr std::int64_t kRequestId = 0x4465736b;  // "Desk"
 
-    /// Whether these octets are those of a probe.
-    static bool IsProbe(std::string_view message);
+    /// Whether these octets are those of a probe with that community.
+    static bool IsProbe(std::string_view message, const std::string& community);
 
     struct Reports {
         /// Each outcome: true for an answer; false when the port is closed, or after two seconds of silence.
@@ -33,8 +35,9 @@ public:
         std::function<void(const std::string& commands)> commands;
     };
 
-    /// `focusReads`: how often somebody has read the position of the focus.
-    AgentProbe(boost::asio::io_context& io, std::uint16_t port, std::function<std::uint64_t()> focusReads,
+    /// `focusReads`: how often somebody has read the position of the focus. Throws for an address that is not one of
+    /// IPv4, and for a community of more than 64 octets.
+    AgentProbe(boost::asio::io_context& io, const Agent& agent, std::function<std::uint64_t()> focusReads,
                Reports reports);
 
     /// Probes at once and then once a second; nothing is reported before this returns.
@@ -55,6 +58,7 @@ private:
     void TakeCommands(std::size_t size);
 
     const boost::asio::ip::udp::endpoint _agent;
+    const std::string _community;
     const std::function<std::uint64_t()> _focusReads;
     const Reports _reports;
     boost::asio::ip::udp::socket _socket;

@@ -112,12 +112,12 @@ bool IsHttpError(beast::error_code error) {
 }  // namespace
 
 Hub::Hub(Handover& sharedHandover, Api sharedApi, const std::string& address)
-    : handover(sharedHandover), api(std::move(sharedApi)), guard(address) {
-    if (api.agentPort == 0) return;
+    : handover(sharedHandover), api(std::move(sharedApi)), guard(address, api.names) {
+    if (!api.agent) return;
     AgentProbe::Reports reports;
     reports.answers = [this](bool answers) { NoteAgent(answers); };
     reports.commands = [this](const std::string& commands) { NoteCommands(commands); };
-    _probe.emplace(io, api.agentPort, api.focusReads, std::move(reports));
+    _probe.emplace(io, *api.agent, api.focusReads, std::move(reports));
 }
 
 Hub::~Hub() {

@@ -77,15 +77,18 @@ json Arguments(const json& body) {
 Console::Console(const Options& options, Services& services, CameraAccess camera)
     : _services(services),
       _camera(std::move(camera)),
-      _trace(options.trace, _handover, _camera.history),
-      _sender(options.watchesAgent ? options.agentPort : std::uint16_t{0}, options.trace.configuration) {
+      _trace(options.trace, options.agent, _handover, _camera.history),
+      _sender(options.agent.address, options.watchesAgent ? options.agent.port : std::uint16_t{0},
+              options.trace.configuration) {
     Api api;
-    api.hello = OneLine({{"agentPort", options.agentPort},
+    api.hello = OneLine({{"agentAddress", options.agent.address},
+                         {"agentPort", options.agent.port},
                          {"agentWatched", options.watchesAgent},
                          {"faults", FaultWords()},
                          {"serial", _camera.serialNumber},
                          {"started", MillisecondsSince1970()}});
-    if (options.watchesAgent) api.agentPort = options.agentPort;
+    if (options.watchesAgent) api.agent = options.agent;
+    api.names = options.names;
     api.readState = [this] { return Reply{200, _camera.state(kMaxPoints)}; };
     api.prepare = [this](const std::string& path, const json& body) { return Prepare(path, body); };
     api.trace = [this](std::uint64_t since, std::function<void(Reply)> finished) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Agent.h"
 #include "Handover.h"
 #include "Sender.h"
 #include "TraceFeed.h"
@@ -23,7 +24,8 @@ class Server;
 struct Options {
     std::string address = "127.0.0.1";
     std::uint16_t port = 0;          ///< TCP; 0: any free one
-    std::uint16_t agentPort = 1161;  ///< UDP port of the agent in front of this camera, shown in commands
+    std::vector<std::string> names;  ///< further host names under which the page is reached
+    Agent agent;                     ///< shown in commands
     bool watchesAgent = false;       ///< probes that agent while a browser watches
     TraceSource trace;               ///< what the page's trace reads while a browser shows it
 };

@@ -33,13 +33,14 @@ std::string_view NameOf(std::string_view host) {
 
 }  // namespace
 
-Guard::Guard(std::string address)
-    : _address(std::move(address)), _anyAddress(make_address(_address).is_unspecified()) {}
+Guard::Guard(std::string address, std::vector<std::string> names)
+    : _address(std::move(address)), _names(std::move(names)), _anyAddress(make_address(_address).is_unspecified()) {}
 
 bool Guard::IsOwnHost(std::string_view host) const {
     const std::string_view name = NameOf(host);
     if (name.empty()) return false;
     if (SameText(name, "localhost") || name == "127.0.0.1" || name == "::1" || SameText(name, _address)) return true;
+    if (std::any_of(_names.begin(), _names.end(), [name](const auto& own) { return SameText(name, own); })) return true;
     boost::system::error_code error;
     make_address(std::string(name), error);
     return _anyAddress && !error;

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace dome::console {
 
@@ -9,15 +10,17 @@ namespace dome::console {
 /// a console on loopback only with another host name (Host) or from another origin.
 class Guard {
 public:
-    /// `address` is the one that the console listens on, as text.
-    explicit Guard(std::string address);
+    /// `address` is the one that the console listens on, as text; `names` are further host names under which it is
+    /// reached.
+    explicit Guard(std::string address, std::vector<std::string> names = {});
 
-    /// True for a Host header that names this console: loopback's usual names, its address, and any numeric address
-    /// when the console listens on all addresses.
+    /// True for a Host header that names this console: loopback's usual names, its address, its names, and any
+    /// numeric address when the console listens on all addresses.
     bool IsOwnHost(std::string_view host) const;
 
 private:
     const std::string _address;
+    const std::vector<std::string> _names;
     const bool _anyAddress;
 };
 

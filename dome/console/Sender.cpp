@@ -230,8 +230,11 @@ void Exchange(const Session& session, const trace::Binding& command, json& reply
 
 }  // namespace
 
-Sender::Sender(std::uint16_t port, std::string configuration)
-    : _port(port), _configuration(std::move(configuration)), _thread(StartWithoutSignals([this] { Run(); })) {}
+Sender::Sender(std::string address, std::uint16_t port, std::string configuration)
+    : _address(std::move(address)),
+      _port(port),
+      _configuration(std::move(configuration)),
+      _thread(StartWithoutSignals([this] { Run(); })) {}
 
 Sender::~Sender() {
     Stop();
@@ -311,7 +314,7 @@ Reply Sender::CarryOut(const Job& job) const {
     json reply = Explain(job.command);
     reply["outcome"] = "failed";
     try {
-        const Session session("udp:127.0.0.1:" + std::to_string(_port), job.user, job.version);
+        const Session session("udp:" + _address + ':' + std::to_string(_port), job.user, job.version);
         Exchange(session, job.command, reply);
     } catch (const std::exception& error) {
         reply["reason"] = error.what();

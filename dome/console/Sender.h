@@ -22,7 +22,7 @@ public:
     static constexpr std::size_t kMaxWaiting = 16;
 
     /// `configuration`: the agent's snmpd.conf, read for each SET. A port of 0 sends nothing.
-    Sender(std::uint16_t port, std::string configuration);
+    Sender(std::string address, std::uint16_t port, std::string configuration);
     ~Sender();
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
@@ -51,6 +51,7 @@ private:
     void Run();
     Reply CarryOut(const Job& job) const;
 
+    const std::string _address;
     const std::uint16_t _port;
     const std::string _configuration;
     std::mutex _mutex;

@@ -4,8 +4,11 @@
 #include <functional>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "Agent.h"
 #include "Handover.h"
 
 namespace dome::console {
@@ -18,8 +21,9 @@ struct Refusal {
 
 /// What the HTTP interface serves.
 struct Api {
-    std::string hello;            ///< JSON; the first event of every stream
-    std::uint16_t agentPort = 0;  ///< UDP, on this machine: the agent whose answering is streamed; 0: none
+    std::string hello;               ///< JSON; the first event of every stream
+    std::optional<Agent> agent;      ///< whose answering is streamed
+    std::vector<std::string> names;  ///< further host names of this server
     /// On the camera's thread.
     std::function<Reply()> readState;
     /// On the server's thread: the camera's work for a POST to "/api/control" or "/api/call", whose body is a JSON

@@ -38,12 +38,6 @@ std::int64_t MicrosecondsSince1970() {
     return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
 }
 
-/// What the agent's probe asked from this machine, and the agent answered.
-bool IsOwn(const trace::Entry& entry) {
-    if (!entry.record || entry.json["failed"].get<bool>()) return false;
-    return trace::ParsePeer(entry.record->peer).address == "127.0.0.1" && AgentProbe::IsProbe(entry.record->messageIn);
-}
-
 /// "024046"
 std::string Hexadecimal(const std::string& octets) {
     constexpr std::string_view kDigits = "0123456789abcdef";
@@ -142,8 +136,10 @@ struct TraceFeed::Reading {
     std::uint64_t own = 0;   // requests that were left out
 };
 
-TraceFeed::TraceFeed(TraceSource source, Handover& handover, std::function<std::string(std::uint64_t)> history)
+TraceFeed::TraceFeed(TraceSource source, Agent agent, Handover& handover,
+                     std::function<std::string(std::uint64_t)> history)
     : _source(std::move(source)),
+      _agent(std::move(agent)),
       _handover(handover),
       _history(std::move(history)),
       _shared(std::make_shared<Shared>()),
@@ -255,6 +251,15 @@ Reply TraceFeed::AskCamera(std::uint64_t change) {
     const auto isDone = [this] { return _shared->isStopped || _shared->cameraAnswer; };
     if (!_shared->changed.wait_for(lock, kCameraTime, isDone)) return {503, "the camera is busy"};
     return _shared->cameraAnswer.value_or(Reply{503, "the console ends"});
+}
+
+/// What the agent's probe asked from this machine, and the agent answered. The system asks an address outside of
+/// loopback from that address.
+bool TraceFeed::IsOwn(const trace::Entry& entry) const {
+    if (!entry.record || entry.json["failed"].get<bool>()) return false;
+    const std::string asker = trace::ParsePeer(entry.record->peer).address;
+    return (asker == "127.0.0.1" || asker == _agent.address) &&
+           AgentProbe::IsProbe(entry.record->messageIn, _agent.community);
 }
 
 void TraceFeed::Keep(trace::Entry entry) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <thread>
 
+#include "Agent.h"
 #include "Handover.h"
 #include "trace/reader/Story.h"
 
@@ -29,9 +30,9 @@ public:
     static constexpr std::size_t kMaxAnswer = 256 * 1024;      ///< octets; one larger record is sent alone
     static constexpr std::size_t kMaxWaiting = 64;
 
-    /// `history` answers what `domectl history --since N` prints; it is called on the camera's thread, and throws when
-    /// it cannot. `handover` must outlive this.
-    TraceFeed(TraceSource source, Handover& handover, std::function<std::string(std::uint64_t)> history);
+    /// `agent` is the one that the page's probe asks. `history` answers what `domectl history --since N` prints; it is
+    /// called on the camera's thread, and throws when it cannot. `handover` must outlive this.
+    TraceFeed(TraceSource source, Agent agent, Handover& handover, std::function<std::string(std::uint64_t)> history);
     ~TraceFeed();
     TraceFeed(const TraceFeed&) = delete;
     TraceFeed& operator=(const TraceFeed&) = delete;
@@ -61,10 +62,12 @@ private:
     void Read();
     std::string ReadCamera();
     Reply AskCamera(std::uint64_t change);
+    bool IsOwn(const trace::Entry& entry) const;
     void Keep(trace::Entry entry);
     Reply After(const Question& question) const;
 
     const TraceSource _source;
+    const Agent _agent;
     Handover& _handover;
     const std::function<std::string(std::uint64_t)> _history;
     const std::shared_ptr<Shared> _shared;  // the camera's thread may answer after the end

@@ -1,11 +1,15 @@
 """./run --fleet: several desk cameras at once, each with a different identity."""
 
+import csv
+import io
+import json
 import os
 import re
 import shutil
 import signal
 import socket
 import subprocess
+import urllib.request
 
 import pytest
 
@@ -16,6 +20,7 @@ from test_run import Started, gone, message, run
 
 pytestmark = [pytest.mark.slow, pytest.mark.commands]
 COUNT = 3
+SYS_NAME = "1.3.6.1.2.1.1.5.0"
 
 
 @pytest.fixture
@@ -65,6 +70,37 @@ def test_a_fleet_has_identities_and_ports_of_its_own_and_ends_as_one(fleet):
     assert all(map(gone, pids))
 
 
+def engine(fleet, number):
+    store = (fleet.state / str(number) / "snmp" / "snmpd.conf").read_text()
+    return re.findall(r"^oldEngineID (\S+)", store, re.MULTILINE)[0]
+
+
+def test_cameras_with_addresses_of_their_own_answer_and_emit_from_them(fleet):
+    with socket.socket() as free:
+        free.bind(("127.0.0.1", 0))
+        fleet.console_port = free.getsockname()[1]
+    status, out, error = fleet.run("--detach", "--fleet", str(COUNT), "--first-address", "127.0.8.254")
+    assert status == 0, error
+    addresses = ["127.0.8.254", "127.0.8.255", "127.0.9.0"]
+    assert f"on 127.0.8.254 to 127.0.9.0, port {fleet.port} (" in out
+    for number, address in enumerate(addresses, 1):
+        name = f"OD20-{number:06}"
+        manager = ber.Manager(fleet.port, timeout=5, address=address)
+        values = [binding.value for binding in manager.get(OID["serialNumber"], SYS_NAME).bindings]
+        manager.close()
+        assert values == [name.encode()] * 2
+        with urllib.request.urlopen(f"http://{address}:{fleet.console_port}/", timeout=10) as page:
+            assert b"<title>" in page.read()
+    assert len({engine(fleet, number) for number in range(1, COUNT + 1)}) == COUNT
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
+        receiver.bind(("127.0.0.1", fleet.port - 1))
+        receiver.settimeout(10)
+        for number, address in enumerate(addresses, 1):
+            subprocess.run([ROOT / "build" / "desk" / "bin" / "domectl", "--state", fleet.state / str(number), "event",
+                            "temperature", "0", "41"], check=True, timeout=20)
+            assert receiver.recvfrom(65536)[1][0] == address
+
+
 def test_one_camera_that_ends_leaves_the_others(fleet):
     assert fleet.run("--detach", "--fleet", str(COUNT))[0] == 0
     assert run("--stop", "--state", fleet.state / "2")[0] == 0
@@ -81,9 +117,71 @@ def test_a_fleet_whose_supervisor_is_killed_leaves_nobody_behind(fleet):
     await_until(lambda: all(map(gone, pids)), "all have ended")
 
 
+def test_a_fleet_is_listed_and_one_camera_restarted_with_its_own_configuration(fleet):
+    own = fleet.folder / "second.toml"
+    own.write_text("presets = 9\n")
+    status, _, error = fleet.run("--detach", "--fleet", str(COUNT), "--config", f"2={own}")
+    assert status == 0, error
+    assert (fleet.state / "progress").read_text() == f"{COUNT}\n"
+    presets = lambda: ['"presets":9,' in subprocess.run(  # noqa: E731
+        [ROOT / "build" / "desk" / "bin" / "domectl", "--state", fleet.state / str(number), "state"],
+        capture_output=True, text=True, timeout=20).stdout for number in range(1, COUNT + 1)]
+    assert presets() == [False, True, False]
+
+    status, out, error = run("--inventory", "json", "--state", fleet.state)
+    cameras = json.loads(out)
+    assert [camera["serial"] for camera in cameras] == ["OD20-000001", "OD20-000002", "OD20-000003"]
+    assert [camera["port"] for camera in cameras] == [fleet.port, fleet.port + 1, fleet.port + 2]
+    assert {(camera["address"], camera["state"], camera["trap_port"]) for camera in cameras} == {
+        ("127.0.0.1", "runs", fleet.port - 1)}
+    assert [f"0x{camera['engine_id']}" for camera in cameras] == [engine(fleet, n) for n in range(1, COUNT + 1)]
+    status, out, error = run("--inventory", "csv", "--state", fleet.state)
+    assert [row["serial"] for row in csv.DictReader(io.StringIO(out))] == [camera["serial"] for camera in cameras]
+
+    before = [pids_of(fleet.state / str(number))[0] for number in range(1, COUNT + 1)]
+    own.write_text("presets = 8\n")
+    status, _, error = run("--restart", "2", "--state", fleet.state)
+    assert status == 0, error
+    after = [pids_of(fleet.state / str(number))[0] for number in range(1, COUNT + 1)]
+    assert [a == b for a, b in zip(before, after)] == [True, False, True]
+    assert presets() == [False, False, False] and serial_numbers(fleet)[1] == b"OD20-000002"
+
+    domectl = lambda *words: subprocess.run([ROOT / "build" / "desk" / "bin" / "domectl", "--fleet", fleet.state,  # noqa: E731
+                                             *words], capture_output=True, text=True, timeout=20)
+    done = domectl("--only", "1,3", "set", "pan", "1000")
+    assert (done.returncode, done.stderr) == (0, "")
+    positions = {line.partition(": ")[0]: json.loads(line.partition(": ")[2])["pan"]["position"]
+                 for line in domectl("state").stdout.splitlines()}
+    assert positions == {"1": 1000, "2": 0, "3": 1000}
+    for words in (["--only", "2-4", "state"], ["--only", "x", "state"], ["trace"]):
+        done = domectl(*words)
+        assert (done.returncode, done.stdout, len(done.stderr.splitlines())) == (1, "", 1), words
+
+    # One that has ended is listed as such, and a restart brings it back.
+    assert run("--stop", "--state", fleet.state / "3")[0] == 0
+    out = run("--fleet-status", "--state", fleet.state)[1]
+    assert "2 of 3 cameras run" in out and re.search("OD20-000003 +ended", out), out
+    done = domectl("state")
+    assert done.returncode == 1 and [line[:2] for line in done.stdout.splitlines()] == ["1:", "2:"]
+    assert done.stderr.startswith("domectl: 3: ")
+    assert run("--restart", "3", "--state", fleet.state)[0] == 0
+    assert "3 of 3 cameras run" in run("--fleet-status", "--state", fleet.state)[1]
+    status, _, error = run("--restart", "4", "--state", fleet.state)
+    assert (status, len(message(error))) == (1, 1)
+
+
+def test_a_folder_without_a_fleet_is_named(fleet):
+    for words in (["--fleet-status"], ["--inventory", "json"], ["--restart", "1"]):
+        status, out, error = run(*words, "--state", fleet.state)
+        assert (status, out, len(error.splitlines())) == (1, "", 1)
+
+
 @pytest.mark.parametrize("words", [["--fleet", "0"], ["--fleet", "many"], ["--fleet", "3", "--port", "65534"],
                                    ["--fleet", "3", "--console-port", "65534"],
-                                   ["--fleet", "3", "--port", "2000", "--trap-port", "2002"]])
+                                   ["--fleet", "3", "--port", "2000", "--trap-port", "2002"],
+                                   ["--fleet", "3", "--first-address", "127.255.255.254"],
+                                   ["--first-address", "127.0.8.1"], ["--inventory", "xml"],
+                                   ["--fleet", "3", "--config", "2=/nowhere.toml"]])
 def test_an_impossible_fleet_is_refused(words):
     status, _, error = run(*words)
     assert (status, len(error.splitlines())) == (2, 1)

@@ -262,6 +262,14 @@ def test_wrong_options(words):
     assert (status, out, len(error.splitlines())) == (2, "", 1)
 
 
+@pytest.mark.parametrize("words", [["--port", "161"], ["--console-port", "80"]], ids=" ".join)
+def test_a_port_that_requires_root_is_refused_to_others_in_one_line(words):
+    without = ["setpriv", "--bounding-set=-net_bind_service", "--inh-caps=-net_bind_service", "--"]
+    done = subprocess.run([*without, RUN, *words], capture_output=True, text=True, timeout=20)
+    assert (done.returncode, done.stdout, len(done.stderr.splitlines())) == (2, "", 1)
+    assert f"{words[0]} {words[1]}: ports below" in done.stderr and "require root" in done.stderr
+
+
 @pytest.mark.parametrize("program", ["run", "check", "bench/run"])
 def test_help_and_version_are_answers(program):
     (version,) = re.findall(r"^project\(.* VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)

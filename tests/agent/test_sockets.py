@@ -91,6 +91,29 @@ def test_what_run_starts_is_open_to_its_own_machine_only(network):
         shutil.rmtree(folder)
 
 
+@pytest.mark.slow
+@pytest.mark.commands
+def test_an_open_camera_opens_no_more_than_was_asked_for(network):
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="orvex-run-"))
+    state = folder / "state"
+    try:
+        with open(folder / "out", "w") as out:
+            subprocess.run(network.command(ROOT / "run", "--detach", "--state", state, "--address", "0.0.0.0"),
+                           stdin=subprocess.DEVNULL, stdout=out, stderr=out, timeout=300)
+        said = (folder / "out").read_text()
+        assert (state / "ready").exists(), said
+        pids = {name: int(pid) for name, pid, _ in map(str.split, (state / "pids").read_text().splitlines())}
+        assert {"unix connected", "tcp 127.0.0.1:8205 listens"} == set(sockets_of(pids["dome"]))
+        internet = [text for text in sockets_of(pids["agent"]) if text.startswith("udp")]
+        # The second, of the traps' session, has a port from the kernel.
+        assert "udp 0.0.0.0:1161" in internet and len(internet) == 2
+        assert "Other machines can reach on 0.0.0.0: the agent (SNMPv2c: public reads;" in said
+        assert "They cannot reach the page" in said
+    finally:
+        subprocess.run([ROOT / "run", "--stop", "--state", state], capture_output=True, timeout=60)
+        shutil.rmtree(folder)
+
+
 @pytest.mark.parametrize(("unit", "parts"), [("orvex-agent@.service", AGENT_PARTS),
                                              ("snmpd.service.d-orvexsnmp.conf", CAMERA_PARTS),
                                              ("snmpd.service.d-parts.conf", AGENT_PARTS)])

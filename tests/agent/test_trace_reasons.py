@@ -43,7 +43,7 @@ def odd():
     with Desk() as desk:
         configuration = (desk.state / "snmpd.conf").read_text()
         # Its own name stands in the configuration and could not be set.
-        (desk.state / "snmpd.conf").write_text(configuration.replace("sysName orvex-desk\n", "") + REASONS_CONFIGURATION)
+        (desk.state / "snmpd.conf").write_text(configuration.replace("sysName OD20-000001\n", "") + REASONS_CONFIGURATION)
         desk.start()
         yield desk
 

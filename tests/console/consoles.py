@@ -24,7 +24,8 @@ class ConsoleDesk(Desk):
     def __init__(self):
         super().__init__()
         self.console_port = free_tcp_port()
-        self.dome_options = ["--console-port", self.console_port, "--agent-port", self.port]
+        self.dome_options = ["--console-port", self.console_port, "--agent-port", self.port,
+                             "--console-name", "desk.example", "--console-name", "other.example"]
 
     @property
     def url(self):

@@ -9,7 +9,8 @@ import pytest
 COMMAND = {"words": ["set", "pan", "1000"]}
 
 
-@pytest.mark.parametrize("host", ["127.0.0.1", "localhost", "LOCALHOST:8205", "127.0.0.1:1", "[::1]:8205"])
+@pytest.mark.parametrize("host", ["127.0.0.1", "localhost", "LOCALHOST:8205", "127.0.0.1:1", "[::1]:8205", "desk.example",
+                                  "DESK.example:8205", "other.example"])
 def test_own_names(camera, host):
     assert camera.get("/api/state", Host=host).status == 200
 

@@ -136,8 +136,8 @@ const kLetters = {
 };
 
 /// The command line that sends it. The page's own text is in the user's hands: quoted, no shell takes it apart.
-export function snmpset({oid, type, value}, port) {
+export function snmpset({oid, type, value}, port, address = '127.0.0.1') {
   const text = type === 'OCTET STRING' ? value.replaceAll(' ', '').toLowerCase() : value;
   const word = /^[\w.-]+$/.test(text) ? text : `'${text.replaceAll("'", "'\\''")}'`;
-  return `snmpset -v2c -c private -On 127.0.0.1:${port} ${oid} ${kLetters[type]} ${text ? word : '""'}`;
+  return `snmpset -v2c -c private -On ${address}:${port} ${oid} ${kLetters[type]} ${text ? word : '""'}`;
 }

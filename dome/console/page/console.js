@@ -315,13 +315,13 @@ new Stream({
   onCommands(bindings) {
     commanded.show(bindings);
   },
-  onHello({agentPort, agentWatched, faults, serial, started}) {
+  onHello({agentAddress, agentPort, agentWatched, faults, serial, started}) {
     s_faults = new Map(faults);
     showLink(agentWatched ? 'waiting' : 'live'); // until the agent's first answer or timeout
-    setText($('agent'), `127.0.0.1:${agentPort}`);
+    setText($('agent'), `${agentAddress}:${agentPort}`);
     setText($('serial'), serial);
     document.title = serial ? `${serial} – Desk camera` : 'Desk camera';
-    panel.setPort(agentPort);
+    panel.setPort(agentPort, agentAddress);
     panel.load();
     commanded.setWatched(agentWatched);
     motion.reset();

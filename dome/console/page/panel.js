@@ -49,8 +49,9 @@ export class CommandPanel {
     this.show();
   }
 
-  setPort(port) {
+  setPort(port, address) {
     this.port = port;
+    this.address = address;
     this.show();
   }
 
@@ -158,7 +159,7 @@ export class CommandPanel {
       $('command-line').textContent = '';
       return;
     }
-    $('command-line').textContent = snmpset(command, this.port);
+    $('command-line').textContent = snmpset(command, this.port, this.address);
     if (position) {
       const octets = decode(parseOctets(command.value));
       this.say(explain(position, octets, {zoomMaximum: this.zoomMaximum}));

@@ -87,6 +87,8 @@ check_reach() {
 allowed_sources() {
     if ((${#allow[@]})); then
         printf '%s\n' 127.0.0.1 "$address" "${allow[@]}" | sed '/^0\.0\.0\.0$/d' | sort -u
+    elif [[ $address == 127.0.0.1 ]]; then
+        echo 127.0.0.1
     elif is_loopback "$address"; then
         echo 127.0.0.0/8
     else

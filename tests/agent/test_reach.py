@@ -29,7 +29,7 @@ def state(tmp_path):
 
 def test_on_loopback_the_machine_reads_and_writes(state):
     assert prepare(state).returncode == 0
-    assert lines(state, "com2sec") == ["com2sec reader 127.0.0.0/8 public", "com2sec writer 127.0.0.0/8 private"]
+    assert lines(state, "com2sec") == ["com2sec reader 127.0.0.1 public", "com2sec writer 127.0.0.1 private"]
     assert lines(state, "agentaddress") == ["agentaddress udp:127.0.0.1:1161"]
 
 

@@ -589,7 +589,7 @@ TEST(ProcessCommandLine, NamesTheWrongWordAndWhatWasExpected) {
     };
     const std::string options =
         "expected --help, --version, --state, --bus, --config, --console-port, --console-address, --trace, "
-        "--agent-port";
+        "--console-name, --agent-address, --agent-community, --agent-port";
     refuses({"--dance", "x", "--state", "y"}, "unknown word '--dance', " + options);
     refuses({"--state", "x", "y"}, "unknown word 'y', " + options);
     refuses({"--bus", "x"}, "--state is required");

@@ -49,7 +49,7 @@ def test_what_a_release_left_is_kept(upgraded):
     command = ["snmpget", "-v3", "-On", f"127.0.0.1:{upgraded.port}", "1.3.6.1.2.1.1.5.0"]
     environment = dict(upgraded.environment, SNMPCONFPATH=str(upgraded.state / "v3"))
     answer = subprocess.run(command, env=environment, capture_output=True, text=True, timeout=20)
-    assert answer.stdout == '.1.3.6.1.2.1.1.5.0 = STRING: "orvex-desk"\n', answer.stderr
+    assert answer.stdout == '.1.3.6.1.2.1.1.5.0 = STRING: "OD20-000042"\n', answer.stderr
     assert engine_id(upgraded.state) == engine_id(upgraded.released)
 
 

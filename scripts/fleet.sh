@@ -24,11 +24,14 @@ pages_share_a_port() {
 
 # Checks the choices for a fleet; chooses the traps' port unless it is given.
 check_fleet() {
-    local last
-    [[ $fleet =~ ^[1-9][0-9]{0,2}$ ]] || bad_usage "--fleet requires a number from 1 to 999, not '$fleet'"
+    local last watches
+    [[ $fleet =~ ^[1-9][0-9]{0,3}$ ]] || bad_usage "--fleet requires a number from 1 to 9999, not '$fleet'"
     [[ $first_address ]] || ((port + fleet - 1 <= 65535)) || bad_usage "--port $port leaves no room for $fleet cameras"
     pages_share_a_port || ((console_port + fleet - 1 <= 65535)) ||
         bad_usage "--console-port $console_port leaves no room for $fleet cameras"
+    watches=$(cat /proc/sys/fs/inotify/max_user_instances 2>/dev/null) || watches=$((2 * fleet))
+    ((2 * fleet <= watches)) || echo "${0##*/}: fs.inotify.max_user_instances is $watches, and each camera uses 2: the others" \
+        "look for changed settings once a second (sysctl -w fs.inotify.max_user_instances=$((2 * fleet + 128)))" >&2
     # Many cameras share the machine's memory: the trace of each keeps less of the past than one camera's.
     export ORVEX_TRACE_KIB=${ORVEX_TRACE_KIB:-512}
     if [[ $first_address ]]; then
@@ -54,6 +57,8 @@ check_fleet_files() {
     done
 }
 
+readonly at_once=8 # cameras that are prepared, or started, at the same time
+
 # Makes a folder for each camera.
 prepare_fleet() {
     local n
@@ -62,7 +67,17 @@ prepare_fleet() {
     take_lock
     state=$(realpath "$state")
     write_whole "$state/fleet" 644 <<<"$fleet"
-    for ((n = 1; n <= fleet; n++)); do (prepare_fleet_camera "$n") || exit 1; done
+    for ((n = 1; n <= fleet; n++)); do
+        ((n <= at_once)) || wait -n || prepare_no_more
+        (prepare_fleet_camera "$n") &
+    done
+    for ((n = 1; n <= at_once && n <= fleet; n++)); do wait -n || prepare_no_more; done
+}
+
+# One camera cannot be prepared, and has said why.
+prepare_no_more() {
+    wait
+    exit 1
 }
 
 # Runs in a subshell, whose end releases the camera's lock.
@@ -86,6 +101,7 @@ declare -A fleet_pids=() # by the camera's number
 
 start_fleet_camera() {
     local n=$1 camera=$state/$1
+    rm -f "$camera/ready"
     (
         exec 9>>"$camera/lock"
         flock -n 9 || fail "a camera runs in $camera already"
@@ -108,23 +124,18 @@ await_fleet_camera() {
         (($(now) < deadline)) || fail "camera $n is not ready after 60 seconds; see the logs in $state/$n"
         sleep 0.05
     done
+    echo "$n" >"$state/progress.new" && mv "$state/progress.new" "$state/progress"
+    [[ $mode == supervise ]] || show_progress
 }
 
 start_fleet() {
-    local n first at_once=4
+    local n
     trap : USR1 # restart_of_fleet sends it; it ends the wait of watch_fleet
     rm -f "$state/ready" "$state/pids" "$state/progress"
     note_process run $$
-    for ((first = 1; first <= fleet; first += at_once)); do
-        for ((n = first; n < first + at_once && n <= fleet; n++)); do
-            rm -f "$state/$n/ready"
-            start_fleet_camera "$n"
-        done
-        for ((n = first; n < first + at_once && n <= fleet; n++)); do
-            await_fleet_camera "$n"
-            echo "$n" >"$state/progress.new" && mv "$state/progress.new" "$state/progress"
-            [[ $mode == supervise ]] || show_progress
-        done
+    for ((n = 1; n < fleet + at_once; n++)); do
+        ((n > fleet)) || start_fleet_camera "$n"
+        ((n < at_once)) || await_fleet_camera $((n - at_once + 1))
     done
     printf 'port=%s\ntrap_port=%s\nconsole_port=%s\nfleet=%s\n' "$port" "$trap_port" "$console_port" "$fleet" \
         >"$state/ready"
@@ -144,7 +155,7 @@ restart_cameras() {
     local n
     for ((n = 1; n <= fleet; n++)); do
         [[ -f $state/$n/restart && ! ${fleet_pids[$n]:-} ]] || continue
-        rm -f "$state/$n/restart" "$state/$n/ready"
+        rm -f "$state/$n/restart"
         if (prepare_fleet_camera "$n"); then start_fleet_camera "$n"; fi
     done
 }
@@ -152,7 +163,7 @@ restart_cameras() {
 # Restarts the Nth camera of the running fleet; returns when it answers.
 restart_of_fleet() {
     local n=$1 camera=$state/$1 supervisor before tries
-    [[ $n =~ ^[1-9][0-9]{0,2}$ && -d $camera ]] || fail "$state has no camera '$n'"
+    [[ $n =~ ^[1-9][0-9]{0,3}$ && -d $camera ]] || fail "$state has no camera '$n'"
     state=$(realpath "$state") camera=$(realpath "$camera")
     supervisor=$(noted_pid run)
     [[ $supervisor ]] || fail "no fleet runs in $state"
@@ -196,12 +207,12 @@ end_fleet() {
 }
 
 what_next_of_fleet() {
-    local last_port on each host
+    local last_port on each host n
     last_port=$(port_of "$fleet")
     on="on $address, ports $port to $last_port" each="for p in \$(seq $port $last_port)" host=$(here "$address"):\$p
     if [[ $first_address ]]; then
         on="on $first_address to $(address_of "$fleet"), port $port" host="\$a:$port"
-        each="for a in $(seq 1 "$fleet" | while read -r n; do address_of "$n"; done | head -n 3 | paste -sd ' ')"
+        each="for a in $(for n in 1 2 3; do ((n > fleet)) || address_of "$n"; done | paste -sd ' ')"
     fi
     cat <<END
 $fleet desk cameras answer $on ($(who_may));

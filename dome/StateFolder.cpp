@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "tavos/osa/Exception.h"
 
@@ -34,6 +35,25 @@ std::string FindStateFolder() {
     if (named && *named) return named;
     std::error_code error;
     return std::filesystem::is_directory("state", error) ? "state" : "";
+}
+
+int FleetSize(const std::string& folder) {
+    constexpr int kMaxSize = 9999;
+    const std::string file = folder + "/fleet";
+    std::error_code error;
+    int size = 0;
+    // To open another kind of file could block.
+    if (std::filesystem::is_regular_file(file, error)) std::ifstream(file) >> size;
+    return size > 0 && size <= kMaxSize ? size : 0;
+}
+
+std::string FleetOf(const std::string& state) {
+    std::error_code error;
+    const std::filesystem::path folder = std::filesystem::canonical(state, error);
+    const std::string name = folder.filename().string();
+    if (error || name.empty() || name.find_first_not_of("0123456789") != std::string::npos) return "";
+    const std::string parent = folder.parent_path().string();
+    return FleetSize(parent) != 0 ? parent : "";
 }
 
 }  // namespace dome

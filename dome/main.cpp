@@ -79,6 +79,7 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
     const std::optional<int> status = line.Parse(argc, argv);
     options.console.watchesAgent = agent->count() > 0 && options.console.agent.port != 0;
     if (options.console.trace.socket.empty()) options.console.trace.socket = options.state + "/trace.sock";
+    if (!options.state.empty()) options.console.fleet = dome::FleetOf(options.state);
     options.console.trace.configuration = options.state + "/snmpd.conf";
     return status;
 }

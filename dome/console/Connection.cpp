@@ -43,13 +43,15 @@ struct Route {
     Method method;
 };
 
-constexpr std::array<Route, 10> kRoutes = {{
+constexpr std::array<Route, 12> kRoutes = {{
     {"/api/state", Method::kGet},
     {"/api/activities", Method::kGet},
     {"/api/stream", Method::kGet},
     {"/api/trace", Method::kGet},
     {"/api/trace/packets", Method::kGet},
     {"/api/objects", Method::kGet},
+    {"/api/summary", Method::kGet},
+    {"/api/fleet", Method::kGet},
     {"/api/words", Method::kPost},
     {"/api/command", Method::kPost},
     {"/api/control", Method::kPost},
@@ -113,6 +115,7 @@ bool IsHttpError(beast::error_code error) {
 
 Hub::Hub(Handover& sharedHandover, Api sharedApi, const std::string& address)
     : handover(sharedHandover), api(std::move(sharedApi)), guard(address, api.names) {
+    if (!api.fleet.empty()) _fleet.emplace(io, api.fleet);
     if (!api.agent) return;
     AgentProbe::Reports reports;
     reports.answers = [this](bool answers) { NoteAgent(answers); };
@@ -174,6 +177,11 @@ void Hub::AppendActivities(std::uint64_t& cursor, std::string& events) const {
         events += _lines[i].event;
         cursor = _lines[i].number;
     }
+}
+
+Reply Hub::FleetReply() {
+    if (!_fleet) return {404, OneLine({{"error", "this camera is not in a fleet"}})};
+    return {200, _fleet->Answer()};
 }
 
 void Hub::Refresh() {
@@ -308,6 +316,10 @@ void Connection::DispatchApi(const std::string& path) {
         AskTrace(_hub.api.trace);
     } else if (path == "/api/trace/packets") {
         AskTrace(_hub.api.packets);
+    } else if (path == "/api/summary") {
+        Ask(_hub.api.summary);
+    } else if (path == "/api/fleet") {
+        SendJson(_hub.FleetReply());
     } else if (path == "/api/objects") {
         SendJson(_hub.api.objects());
     } else {

@@ -14,6 +14,7 @@
 #include <unordered_set>
 
 #include "AgentProbe.h"
+#include "Fleet.h"
 #include "Guard.h"
 #include "Handover.h"
 #include "Server.h"
@@ -40,6 +41,9 @@ public:
 
     /// Appends the activities after number `cursor` as events, about 32 KiB at most, and advances `cursor`.
     void AppendActivities(std::uint64_t& cursor, std::string& events) const;
+
+    /// The cameras of the fleet; 404 for a camera that stands alone.
+    Reply FleetReply();
 
     /// Fetches the new state and activities, and sends them to the streams.
     void Refresh();
@@ -70,6 +74,7 @@ private:
     std::deque<Line> _lines;
     boost::asio::steady_timer _keepAlive{io};
     std::optional<AgentProbe> _probe;  // runs while there are streams
+    std::optional<Fleet> _fleet;
 };
 
 /// One browser's connection: one request after the other, and after a GET of the stream only events. A stream sends one

@@ -85,11 +85,14 @@ Console::Console(const Options& options, Services& services, CameraAccess camera
                          {"agentPort", options.agent.port},
                          {"agentWatched", options.watchesAgent},
                          {"faults", FaultWords()},
+                         {"fleet", !options.fleet.empty()},
                          {"serial", _camera.serialNumber},
                          {"started", MillisecondsSince1970()}});
     if (options.watchesAgent) api.agent = options.agent;
     api.names = options.names;
+    api.fleet = options.fleet;
     api.readState = [this] { return Reply{200, _camera.state(kMaxPoints)}; };
+    api.summary = [this] { return Summary(); };
     api.prepare = [this](const std::string& path, const json& body) { return Prepare(path, body); };
     api.trace = [this](std::uint64_t since, std::function<void(Reply)> finished) {
         return _trace.Ask({TraceFeed::Part::kRecords, since, std::move(finished)});
@@ -197,10 +200,25 @@ Reply Console::CallService(const std::string& service, const std::string& operat
     }
 }
 
+Reply Console::Summary() const {
+    const json state = json::parse(_camera.state(0));
+    json summary = {{"serial", _camera.serialNumber}, {"last", _lastCall}, {"faults", json::object()}};
+    for (const char* const axis : {"pan", "tilt", "zoom"}) {
+        summary[axis] = state.at(axis).at("position");
+        if (state.at(axis).at("moving").get<bool>()) summary["moving"] = true;
+    }
+    for (const auto& [service, fault] : state.at("faults").items()) {
+        if (fault != KindOf(Fault::kOk).name) summary["faults"][service] = fault;
+    }
+    return Answer(summary);
+}
+
 void Console::Heard(const std::string& service, const tavos::msgbus::ReceivedCall& call, const std::string& outcome) {
     if (service == "focus2" && call.operation == "GetPosition") ++_focusReads;
     Words arguments;
     for (const tavos::msgbus::Value& value : call.arguments) arguments.push_back(tavos::msgbus::Text(value));
+    _lastCall = {
+        {"time", MillisecondsSince1970()}, {"service", service}, {"call", call.operation}, {"outcome", outcome}};
     Note("bus", service, call.operation, std::move(arguments), outcome);
 }
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <nlohmann/json_fwd.hpp>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -25,6 +25,7 @@ struct Options {
     std::string address = "127.0.0.1";
     std::uint16_t port = 0;          ///< TCP; 0: any free one
     std::vector<std::string> names;  ///< further host names under which the page is reached
+    std::string fleet;               ///< the folder of the camera's fleet; empty: none
     Agent agent;                     ///< shown in commands
     bool watchesAgent = false;       ///< probes that agent while a browser watches
     TraceSource trace;               ///< what the page's trace reads while a browser shows it
@@ -79,6 +80,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     std::function<Reply()> Prepare(const std::string& path, const nlohmann::json& body);
+    Reply Summary() const;
     Reply Control(const std::vector<std::string>& words);
     Reply CallService(const std::string& service, const std::string& operation, const nlohmann::json& arguments);
     void OnTemperature(int sensor, int degrees);
@@ -92,6 +94,7 @@ private:
     CameraAccess _camera;
     Handover _handover;
     std::string _shown;
+    nlohmann::json _lastCall;  // from the bus; null: none yet
     bool _hasNews = false;
     TraceFeed _trace;
     Sender _sender;

@@ -24,8 +24,11 @@ struct Api {
     std::string hello;               ///< JSON; the first event of every stream
     std::optional<Agent> agent;      ///< whose answering is streamed
     std::vector<std::string> names;  ///< further host names of this server
+    std::string fleet;               ///< the folder of the camera's fleet; empty: none
     /// On the camera's thread.
     std::function<Reply()> readState;
+    /// On the camera's thread: what the page of a fleet shows of this camera.
+    std::function<Reply()> summary;
     /// On the server's thread: the camera's work for a POST to "/api/control" or "/api/call", whose body is a JSON
     /// object. Throws Refusal.
     std::function<std::function<Reply()>(const std::string& path, const nlohmann::json& body)> prepare;

@@ -20,7 +20,7 @@ def main():
         content = file.read_bytes()
         octets = ",".join(str(octet - 256 if octet > 127 else octet) for octet in content)
         source.append(f"constexpr signed char kFile{number}[] = {{{octets}}};")
-        path = "/" if file.name == "index.html" else f"/{file.name}"
+        path = "/" if file.name == "index.html" else f"/{file.name.removesuffix('.html')}"
         rows.append(f'    {{"{path}", "{TYPES[file.suffix]}", '
                     f"{{reinterpret_cast<const char*>(kFile{number}), sizeof kFile{number}}}}},")
     source += ["", "const PageFile kFiles[] = {", *rows, "};", "", "}  // namespace", "",

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
-#include <fstream>
 #include <regex>
 #include <set>
 #include <sstream>
 
 #include "ControlLink.h"
+#include "dome/StateFolder.h"
 #include "tavos/osa/Exception.h"
 
 namespace dome {
@@ -17,17 +17,9 @@ namespace {
 
 using tavos::osa::Exception;
 
-int CountOf(const std::string& folder) {
-    int count = 0;
-    if (!(std::ifstream(folder + "/fleet") >> count) || count < 1 || count > 999) {
-        throw Exception("there is no fleet in %s", folder.c_str());
-    }
-    return count;
-}
-
 std::set<int> Chosen(const std::string& only, int count) {
     std::set<int> chosen;
-    static const std::regex kRange("([1-9][0-9]{0,2})(?:-([1-9][0-9]{0,2}))?");
+    static const std::regex kRange("([1-9][0-9]{0,3})(?:-([1-9][0-9]{0,3}))?");
     std::istringstream parts(only.empty() ? "1-" + std::to_string(count) : only);
     for (std::string part; std::getline(parts, part, ',');) {
         std::smatch match;
@@ -65,8 +57,10 @@ int CommandFleet(const std::string& folder, const std::string& only, const std::
     if (words.front() == "play" || words.front() == "trace" || words.front() == "wait") {
         throw Exception("%s is for one camera: choose it with --state", words.front().c_str());
     }
+    const int size = FleetSize(folder);
+    if (size == 0) throw Exception("there is no fleet in %s", folder.c_str());
     int status = 0;
-    for (const int number : Chosen(only, CountOf(folder))) {
+    for (const int number : Chosen(only, size)) {
         status = std::max(status, CommandOne(folder + '/' + std::to_string(number), number, words));
     }
     return status;

@@ -62,7 +62,7 @@ def test_json_by_its_other_names(camera, kind):
     assert camera.post("/api/control", COMMAND, Content_Type=kind).status == 200
 
 
-@pytest.mark.parametrize("path", ["/nothing", "/api", "/api/", "/api/states", "/../etc/passwd", "//", "/index.html", "*", "http://localhost/"])
+@pytest.mark.parametrize("path", ["/nothing", "/api", "/api/fleet", "/api/", "/api/states", "/../etc/passwd", "//", "/index.html", "*", "http://localhost/"])
 def test_unknown_paths(camera, path):
     assert camera.get(path).status == 404
 

@@ -315,11 +315,12 @@ new Stream({
   onCommands(bindings) {
     commanded.show(bindings);
   },
-  onHello({agentAddress, agentPort, agentWatched, faults, serial, started}) {
+  onHello({agentAddress, agentPort, agentWatched, faults, fleet, serial, started}) {
     s_faults = new Map(faults);
     showLink(agentWatched ? 'waiting' : 'live'); // until the agent's first answer or timeout
     setText($('agent'), `${agentAddress}:${agentPort}`);
     setText($('serial'), serial);
+    $('fleet').hidden = !fleet;
     document.title = serial ? `${serial} – Desk camera` : 'Desk camera';
     panel.setPort(agentPort, agentAddress);
     panel.load();

@@ -186,6 +186,27 @@ TEST_F(SettingsLinkTest, StoresRelaysAtOnceOnRequest) {
     EXPECT_EQ(settings->GetValue("[Dome/State]Relays"), R"({"BNK1":"0001","BNK2":"00"})");
 }
 
+/// Of the store's files, also of removed ones.
+int DescriptorsOf(const std::string& store) {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        count += std::filesystem::read_symlink(entry, error).string().rfind(store, 0) == 0 ? 1 : 0;
+    }
+    return count;
+}
+
+TEST_F(SettingsLinkTest, KeepsTheStoreOpenForASecondAtMost) {
+    SettingsLink link(camera, store, false);
+    link.Restore();
+    camera.relays.OnChange([&] { link.KeepRelays(); });
+    camera.relays.Set("BNK1", 3, true);
+    EXPECT_GT(DescriptorsOf(store), 0);
+    std::filesystem::remove(store);
+    Look(link);
+    EXPECT_EQ(DescriptorsOf(store), 0);
+}
+
 TEST_F(SettingsLinkTest, StoresLaterWhatItCouldNotStoreAtOnce) {
     SettingsLink link(camera, store, false);
     link.Restore();

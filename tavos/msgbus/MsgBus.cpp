@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "tavos/core/Logger.h"
 #include "tavos/msgbus/Connection.h"
 
 namespace tavos::msgbus {
@@ -32,8 +33,14 @@ std::chrono::milliseconds RequestTime() {
 }
 
 bool UseLanes() {
-    const char* const lanes = std::getenv("TAVOS_BUS_LANES");
-    return lanes == nullptr || std::string(lanes) != "off";
+    const char* const given = std::getenv("TAVOS_BUS_LANES");
+    const std::string lanes = given ? given : "";
+    if (lanes == "off") return false;
+    if (!lanes.empty() && lanes != "on") {
+        core::Logger::GetLogger("tavos")->Error("TAVOS_BUS_LANES must be on or off, not \"%s\"; lanes are on",
+                                                lanes.c_str());
+    }
+    return true;
 }
 
 }  // namespace

@@ -163,6 +163,17 @@ TEST_F(LaneTest, OffMeansThatAllCallsTakeTheBus) {
     EXPECT_FALSE(TakesLane());
 }
 
+TEST_F(LaneTest, AnotherWordThanOnOrOffIsNamedAndLeavesLanesOn) {
+    const LogFile log;
+    for (const char* const word : {"", "on", "OFF"}) {
+        EXPECT_EQ(log.Text(), "") << "before " << word;
+        setenv("TAVOS_BUS_LANES", word, 1);
+        Connect();
+    }
+    EXPECT_THAT(log.Text(), HasSubstr("TAVOS_BUS_LANES must be on or off, not \"OFF\"; lanes are on"));
+    UseLane();
+}
+
 TEST_F(LaneTest, SenderAndSerialAreOneCountOnTheBusAndOnLanesAndEqualOnBothSides) {
     s_made.clear();
     tavos_observe_calls(&Observe);

@@ -113,6 +113,7 @@ public:
     void Wait() { poll(_watched.data(), _watched.size(), MillisecondsUntil(_until)); }
 
     bool IsWoken() const { return _watched[0].revents != 0; }
+    bool IsBusQuiet() const { return _watched[1].revents == 0; }
     short EventsOf(std::size_t number) const { return _watched[number].revents; }
 
 private:

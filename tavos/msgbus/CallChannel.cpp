@@ -204,12 +204,13 @@ int CallChannel::Await(const Way& way, sd_bus_message* call, Clock::time_point u
         sd_bus_message_get_cookie(call, &serial);
         observation.Sent(way.sender.c_str(), serial);
     }
+    bool wait = way.isLane;  // no answer is as fast as to be there already
     while (result >= 0 && !answer) {
         if (Clock::now() >= until) return -ETIMEDOUT;
+        if (wait) result = sd_bus_wait(way.bus, MicrosecondsUntil(until));
+        if (result < 0 && result != -EINTR) return result;
         result = way.isLane ? sd_bus_process(way.bus, nullptr) : _lanes->Process(way.bus);
-        if (result != 0 || answer) continue;
-        result = sd_bus_wait(way.bus, MicrosecondsUntil(until));
-        if (result == -EINTR) result = 0;
+        wait = result == 0;
     }
     return result;
 }

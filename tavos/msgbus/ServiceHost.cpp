@@ -120,6 +120,7 @@ struct ServiceHost::Private::State {
 
     void Connect() {
         bus = OpenBus(address, Clock::now() + kConnectTime);
+        busIsQuiet = false;
         CheckBus(sd_bus_set_method_call_timeout(
             bus.get(), static_cast<std::uint64_t>(std::chrono::microseconds(kConnectTime).count())));
         sd_bus_slot* slot = nullptr;
@@ -197,9 +198,13 @@ struct ServiceHost::Private::State {
         }
     }
 
-    /// One message; false when there is none.
+    /// One message; false when there is none. While calls take lanes, most turns find none: they must not ask the
+    /// system again. The bus's own blocking calls (a name) keep the messages that they meet.
     bool ProcessOne() {
+        std::uint64_t queued = 0;
+        if (busIsQuiet && sd_bus_get_n_queued_read(bus.get(), &queued) >= 0 && queued == 0) return false;
         const int progress = sd_bus_process(bus.get(), nullptr);
+        busIsQuiet = progress == 0;
         if (progress < 0) Disconnect(std::strerror(-progress));
         return progress > 0;
     }
@@ -217,6 +222,7 @@ struct ServiceHost::Private::State {
             lanes.AddTo(wait);
             wait.Wait();
             lanes.Note(wait);
+            busIsQuiet = busIsQuiet && wait.IsBusQuiet();
             return wait.IsWoken();
         } catch (const osa::Exception&) {
             Disconnect("the connection has ended");
@@ -241,6 +247,7 @@ struct ServiceHost::Private::State {
     std::function<bool(const ReceivedCall&)> filter;
     Clock::time_point nextAttempt{};
     int wakeDescriptor = -1;
+    bool busIsQuiet = false;  // read to its end, and the last wait found nothing new
 };
 
 namespace {
@@ -402,6 +409,7 @@ void ServiceHost::WakeOn(int descriptor) {
 void ServiceHost::Process(int timeout) {
     constexpr int kMaxMessages = 1000;  // an endless caller must not block the host's other work
     auto& state = *_private->state;
+    if (timeout <= 0) state.busIsQuiet = false;  // there will be no wait that looks
     const auto until = Clock::now() + std::chrono::milliseconds(timeout);
     constexpr int kMessagesBetweenLooks = 16;  // a busy bus must not keep the lanes from being served
     for (int processed = 0; processed < kMaxMessages;) {
@@ -415,7 +423,11 @@ void ServiceHost::Process(int timeout) {
             ++processed;
             continue;
         }
-        if (processed > 0 || Clock::now() >= until) return;
+        if (processed > 0) return;
+        if (Clock::now() >= until) {
+            state.busIsQuiet = false;  // nobody may have looked for a while
+            return;
+        }
         if (state.WaitUntil(until)) return;
     }
 }

@@ -311,6 +311,34 @@ TEST_F(ServedLanesTest, ABusyBusKeepsNoLaneWaiting) {
     host.Do([&](ServiceHost&) { EXPECT_LT(before, kCalls / 4); });
 }
 
+TEST_F(ServedLanesTest, ABusyLaneKeepsNoCallOnTheBusWaiting) {
+    const int lane = client.OpenLane();
+    std::atomic<int> onTheBus{0};
+    constexpr int kRounds = 20;
+    host.HangWhen([&](const ReceivedCall& call) {
+        if (call.operation == "GetMinPosition") ++onTheBus;
+        return false;
+    });
+    for (int round = 1; round <= kRounds; ++round) {
+        EXPECT_TRUE(Send(lane, PanCall()));
+        client.Post("GetMinPosition", 2);  // while the host serves the lane
+        EXPECT_TRUE(IsAnswered(lane));
+        EXPECT_TRUE(Eventually([&] { return onTheBus == 2 * round; }, 1s)) << round;
+    }
+}
+
+TEST_F(ServedLanesTest, WithoutAWaitTheHostServesWhatIsThere) {
+    const int lane = client.OpenLane();
+    EXPECT_TRUE(Send(lane, PanCall()));
+    EXPECT_TRUE(IsAnswered(lane));
+    bool served = false;
+    host.HangWhen([&](const ReceivedCall& call) { return served = call.operation == "GetMinPosition"; });
+    host.Do([&](ServiceHost& h) {
+        client.Post("GetMinPosition", 1);
+        EXPECT_TRUE(Eventually([&] { return h.Process(0), served; }, 1s));
+    });
+}
+
 TEST_F(ServedLanesTest, WhatAClientHasGivenUpIsNotCarriedOut) {
     std::atomic<int> carriedOut{0};
     host.HangWhen([&](const ReceivedCall& call) {

@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <iterator>
+#include <limits>
 
 #include "tavos/osa/Exception.h"
 
@@ -17,7 +19,10 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::chrono::microseconds kRequestTimeout = 5s;
+// A request's answer is read with a later call, whenever that is. So not its arrival is late, but a call that is
+// answered so long after the request and finds no answer to it.
+constexpr auto kRequestTimeout = 1s;
+constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 constexpr auto kRetryDelay = 60s;  // without a lane calls are slower, and nothing else
 
 /// True for the errors that mean that this owner of the name will never give a lane.
@@ -67,6 +72,7 @@ const CallLanes::Lane* CallLanes::Find(const std::string& service) {
 void CallLanes::Answered(sd_bus* bus, const ServiceAddress& service, const char* owner) noexcept {
     if (!service.hasLanes || owner == nullptr) return;
     try {
+        if (_requested && Clock::now() > _requestedUntil) GiveUpRequest();
         Record& record = _records[service.service];
         if (record.owner != owner) {
             if (record.request) _requested = false;
@@ -103,11 +109,18 @@ void CallLanes::Request(sd_bus* bus, const ServiceAddress& service, Record& reco
                                                 service.interface.c_str(), kOpenLane);
     const MessagePtr call(made);
     if (result >= 0) result = sd_bus_message_set_auto_start(made, 0);
-    if (result >= 0) result = sd_bus_message_seal(made, _serials.Next(), kRequestTimeout.count());
-    if (result >= 0) result = sd_bus_call_async(bus, &slot, made, OnAnswer, &record, kRequestTimeout.count());
+    if (result >= 0) result = sd_bus_message_seal(made, _serials.Next(), kNever);
+    if (result >= 0) result = sd_bus_call_async(bus, &slot, made, OnAnswer, &record, kNever);
     record.request.reset(slot);
     _requested = result >= 0;
+    _requestedUntil = Clock::now() + kRequestTimeout;
     if (!_requested) Release();
+}
+
+void CallLanes::GiveUpRequest() {
+    for (auto& [service, record] : _records) record.request.reset();
+    _requested = false;
+    Release();
 }
 
 int CallLanes::OnAnswer(sd_bus_message* answer, void* userdata, sd_bus_error*) {

@@ -77,14 +77,16 @@ private:
     static void CloseLane(Record& record);
     static int OnAnswer(sd_bus_message* answer, void* record, sd_bus_error*);
     void Request(sd_bus* bus, const ServiceAddress& service, Record& record);
+    void GiveUpRequest();
     void Open(Record& record, sd_bus_message* answer);
     void Reserve();
     void Release();
 
     Serials& _serials;
     std::map<std::string, Record> _records;
-    bool _requested = false;         // a request is unanswered
-    std::atomic<int> _reserved{-1};  // see Process
+    bool _requested = false;              // a request is unanswered
+    Clock::time_point _requestedUntil{};  // then it is given up
+    std::atomic<int> _reserved{-1};       // see Process
     std::array<Socket, kMaxLanes> _sockets;
 };
 

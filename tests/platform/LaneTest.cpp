@@ -155,6 +155,12 @@ TEST_F(LaneTest, CallsLeaveTheBusAfterAFewAnswers) {
     EXPECT_EQ(panClient->GetPosition(), 4294967295U);
 }
 
+TEST_F(LaneTest, AnAgentThatIsSeldomAskedGetsALaneToo) {
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(PanFailure(), "");
+    std::this_thread::sleep_for(1100ms);  // longer than a request may be unanswered
+    UseLane();
+}
+
 TEST_F(LaneTest, OffMeansThatAllCallsTakeTheBus) {
     setenv("TAVOS_BUS_LANES", "off", 1);
     Connect();

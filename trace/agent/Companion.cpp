@@ -13,6 +13,7 @@
 #include <string>
 
 #include "trace/agent/CallTap.h"
+#include "trace/agent/LibraryAlarm.h"
 #include "trace/agent/PduSection.h"
 
 namespace trace {
@@ -485,10 +486,8 @@ void Companion::Arm(bool now) noexcept {
     ++_alarms;
     Disarm();
     _alarmIsNow = now;
-    const timeval when{now ? 0 : 1, now ? 1 : 0};
     // 0 without memory: the next message ends the record then.
-    _alarm = snmp_alarm_register_hr(
-        when, 0, [](unsigned int, void*) { Instance().TurnEnds(); }, nullptr);
+    _alarm = RegisterAlarm(now, [](unsigned int, void*) { Instance().TurnEnds(); });
 }
 
 /// The agent sleeps without a timer while nothing is open.

@@ -77,7 +77,9 @@ def test_one_page_shows_all_cameras_and_leads_to_each(fleet, browser):
     browser.look()
     browser.driver.get(fleet.url(1) + "fleet")
     cards = lambda: browser.run(CARDS)  # noqa: E731
-    await_until(lambda: [card[0] for card in cards()] == ["OD20-000001", "OD20-000002", "OD20-000003"], "all are there", 30)
+    shows = lambda *numbers: await_until(  # noqa: E731
+        lambda: [card[0] for card in cards()] == [f"OD20-{n:06}" for n in numbers], f"{numbers} are shown", 30)
+    shows(1, 2, 3)
     await_until(lambda: "3 of 3 cameras; 0 with a fault, 0 not answering" == browser.text("count"), "all answer", 30)
     for number in range(3):
         await_until(lambda: len(set(browser.run(PICTURE, number))) > 20, "the picture is drawn")
@@ -90,8 +92,6 @@ def test_one_page_shows_all_cameras_and_leads_to_each(fleet, browser):
     await_until(lambda: browser.difference(before, browser.run(PICTURE, 1)) > 10, "so does the picture", 30)
     assert browser.violations() == []
 
-    shows = lambda *numbers: await_until(  # noqa: E731
-        lambda: [card[0] for card in cards()] == [f"OD20-{number:06}" for number in numbers], f"only {numbers} are shown")
     browser.find("words").send_keys("TILT")
     shows(2)
     browser.find("words").send_keys(Keys.CONTROL, "a")
@@ -117,7 +117,8 @@ def test_a_camera_that_hangs_or_has_ended_holds_up_no_other(fleet):
     try:
         await_until(lambda: fleet.states() == ["answers", "answers", "silent"], "the third is silent")
         fleet.domectl(2, "set", "pan", "90000")
-        await_until(lambda: fleet.get("/api/fleet")[1]["cameras"][1]["summary"]["pan"] == 90000, "the others are followed")
+        summary = lambda: fleet.get("/api/fleet")[1]["cameras"][1]["summary"]  # noqa: E731
+        await_until(lambda: summary()["pan"] == 90000, "the others are followed")
     finally:
         os.kill(fleet.dome_of(3), signal.SIGCONT)
     await_until(lambda: fleet.states() == ["answers"] * 3, "it answers again")

@@ -1,8 +1,8 @@
 # What the toolchain files of this folder share: Debian's cross compiler for `triple`, against a Debian root folder of
 # that architecture. qemu-user runs the programs that the build and the tests start.
 set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_C_COMPILER ${triple}-gcc)
-set(CMAKE_CXX_COMPILER ${triple}-g++)
+set(CMAKE_C_COMPILER ${triple}-gcc-12)
+set(CMAKE_CXX_COMPILER ${triple}-g++-12)
 set(CMAKE_LIBRARY_ARCHITECTURE ${triple})
 
 set(ORVEX_ROOT "${CMAKE_CURRENT_LIST_DIR}/../../build/processors/${architecture}/root" CACHE PATH

@@ -70,6 +70,7 @@ prepare_fleet() {
     for ((n = 1; n <= fleet; n++)); do
         ((n <= at_once)) || wait -n || prepare_no_more
         (prepare_fleet_camera "$n") &
+        ((n % 100)) || echo "$n of $fleet cameras are prepared" >&2
     done
     for ((n = 1; n <= at_once && n <= fleet; n++)); do wait -n || prepare_no_more; done
 }

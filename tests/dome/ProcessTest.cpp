@@ -535,7 +535,8 @@ TEST_F(ProcessTest, RefusesWrongCommandsWithClearErrors) {
     fails({"banks", "alarm", "A=many"}, 1, "many");
     fails({"event", "temperature", "0", "hot"}, 1, "hot");
     fails({"dance"}, 2,
-          "unknown word 'dance', expected state, calls, history, trace, wait, play, set, banks, clock, event, fault, --help, "
+          "unknown word 'dance', expected state, calls, history, trace, wait, play, set, banks, clock, event, fault, "
+          "--help, "
           "--version");
     fails({"set", "pan", "999999"}, 1, "pan 999999 outside 0 to 359999");
     fails({"event", "temperature", "7", "30"}, 1, "temperature sensor 7 outside 0 to 1");

@@ -1,5 +1,8 @@
 #include "StateFolder.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +13,16 @@
 #include "tavos/osa/Exception.h"
 
 namespace dome {
+
+namespace {
+
+/// Another user's folder could name any addresses as those of its cameras.
+bool IsOfThisUser(const std::string& file) {
+    struct stat status {};
+    return stat(file.c_str(), &status) == 0 && (status.st_uid == geteuid() || status.st_uid == 0);
+}
+
+}  // namespace
 
 std::string BusAddress(const std::string& folder) {
     std::error_code error;
@@ -53,7 +66,7 @@ std::string FleetOf(const std::string& state) {
     const std::string name = folder.filename().string();
     if (error || name.empty() || name.find_first_not_of("0123456789") != std::string::npos) return "";
     const std::string parent = folder.parent_path().string();
-    return FleetSize(parent) != 0 ? parent : "";
+    return IsOfThisUser(parent) && IsOfThisUser(parent + "/fleet") && FleetSize(parent) != 0 ? parent : "";
 }
 
 }  // namespace dome

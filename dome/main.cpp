@@ -58,6 +58,12 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
         return line.add_option(name, value, help)->type_name(type);
     };
     const CLI::Validator port = CLI::Range(0, 65535).description("");
+    const CLI::Validator hostName(
+        [](const std::string& name) {
+            const bool isName = !name.empty() && name.find_first_of(":/") == std::string::npos;
+            return isName ? "" : "requires a host name without port and path, not '" + name + '\'';
+        },
+        "");
     add("--state", "DIR", options.state, "the camera's folder")->required();
     add("--bus", "ADDRESS", options.bus, "the bus (default: the one in DIR)");
     add("--config", "FILE", options.configuration, "what the camera can do; dome/desk.toml describes it");
@@ -67,7 +73,8 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
         "where the agent's companion offers the trace, for the page (default: trace.sock in DIR)");
     add("--console-name", "NAME", options.console.names, "a further host name under which the page is reached")
         ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(hostName);
     add("--agent-address", "IP", options.console.agent.address, "IPv4 address of that agent (default 127.0.0.1)")
         ->check(CLI::ValidIPV4.description(""));
     add("--agent-community", "NAME", options.console.agent.community, "a community that it lets read (default public)");

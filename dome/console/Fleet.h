@@ -13,9 +13,10 @@
 
 namespace dome::console {
 
-/// The cameras of a fleet, for a page that shows all of them. While somebody asks, each camera's
-/// console is asked for its summary every two seconds, at most 32 at once, each for at most two seconds; otherwise
-/// nothing happens and nothing is kept. All members run on the thread of `io`; none of them waits for a camera.
+/// The cameras of a fleet, for a page that shows all of them. While somebody asks, each camera's console is asked for
+/// its summary every two seconds, at most 32 at once, each for at most two seconds: more than 32 that hang delay a
+/// round. Otherwise nothing happens and nothing is kept. All members run on the thread of `io`; none of them waits for
+/// a camera.
 class Fleet {
 public:
     static constexpr std::size_t kMaxSummary = 4096;  ///< octets; a longer one counts as no answer

@@ -66,12 +66,18 @@ void AddCommands(CommandLine& line) {
 int main(int argc, char** argv) {
     CommandLine line("domectl", "Inspects and controls the desk camera.");
     std::string state, bus, fleet, only;
-    line.add_option("--state", state, "the camera's folder (default: $ORVEX_STATE, or else ./state)")->type_name("DIR");
-    line.add_option("--bus", bus, "the camera's bus (default: the one in DIR)")->type_name("ADDRESS");
+    CLI::Option* const ofCamera =
+        line.add_option("--state", state, "the camera's folder (default: $ORVEX_STATE, or else ./state)")
+            ->type_name("DIR");
+    CLI::Option* const onBus =
+        line.add_option("--bus", bus, "the camera's bus (default: the one in DIR)")->type_name("ADDRESS");
     CLI::Option* const ofFleet =
         line.add_option("--fleet", fleet, "a fleet's folder: all of its cameras carry out the command")
-            ->type_name("DIR");
-    line.add_option("--only", only, "of the fleet, these cameras: 1,4-6")->type_name("NUMBERS")->needs(ofFleet);
+            ->type_name("DIR")
+            ->excludes(ofCamera)
+            ->excludes(onBus);
+    CLI::Option* const ofThem =
+        line.add_option("--only", only, "of the fleet, these cameras: 1,4-6")->type_name("NUMBERS")->needs(ofFleet);
     AddCommands(line);
     if (const std::optional<int> status = line.Parse(argc, argv)) return *status;
     if (state.empty() && fleet.empty()) state = dome::FindStateFolder();
@@ -84,6 +90,7 @@ int main(int argc, char** argv) {
     const std::string& command = line.Words().front();
     const Words options(line.Words().begin() + 1, line.Words().end());
     try {
+        if (ofThem->count() != 0 && only.empty()) throw Exception("--only requires numbers such as 1,4-6");
         if (!fleet.empty()) return dome::CommandFleet(fleet, only, line.Words());
         if (command == "trace") return dome::Trace(state, bus.empty() ? dome::BusAddress(state) : bus, options);
         if (command == "play") dome::Play(state, bus, options);

@@ -204,7 +204,7 @@ int CallChannel::Await(const Way& way, sd_bus_message* call, Clock::time_point u
         sd_bus_message_get_cookie(call, &serial);
         observation.Sent(way.sender.c_str(), serial);
     }
-    bool wait = way.isLane;  // no answer is as fast as to be there already
+    bool wait = way.isLane;  // no answer can be there yet
     while (result >= 0 && !answer) {
         if (Clock::now() >= until) return -ETIMEDOUT;
         if (wait) result = sd_bus_wait(way.bus, MicrosecondsUntil(until));

@@ -19,8 +19,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// A request's answer is read with a later call, whenever that is. So not its arrival is late, but a call that is
-// answered so long after the request and finds no answer to it.
+// A request's answer is read with a later call, so a late arrival is normal. A request has failed if a call is answered
+// that long after it and its answer is still not there.
 constexpr auto kRequestTimeout = 1s;
 constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 constexpr auto kRetryDelay = 60s;  // without a lane calls are slower, and nothing else

@@ -85,7 +85,7 @@ private:
     Serials& _serials;
     std::map<std::string, Record> _records;
     bool _requested = false;              // a request is unanswered
-    Clock::time_point _requestedUntil{};  // then it is given up
+    Clock::time_point _requestedUntil{};  // the first call answered later gives it up
     std::atomic<int> _reserved{-1};       // see Process
     std::array<Socket, kMaxLanes> _sockets;
 };

@@ -2,12 +2,14 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -15,6 +17,7 @@
 #include "Desk.h"
 #include "dome/CallLog.h"
 #include "dome/Faults.h"
+#include "dome/StateFolder.h"
 #include "tavos/interfaces/IAlarmV3Provider.h"
 #include "tavos/interfaces/IAxisProvider.h"
 #include "tavos/interfaces/IFanV2Provider.h"
@@ -595,6 +598,32 @@ TEST(ProcessCommandLine, NamesTheWrongWordAndWhatWasExpected) {
     refuses({"--state", "x", "y"}, "unknown word 'y', " + options);
     refuses({"--bus", "x"}, "--state is required");
     refuses({"--state=x", "--agent-port=65536"}, "--agent-port: Value 65536 not in range 0 to 65535");
+    refuses({"--state=x", "--console-name=camera:8205"},
+            "--console-name: requires a host name without port and path, not 'camera:8205'");
+}
+
+TEST(ProcessCommandLine, NeverTakesOneCamerasCommandForAWholeFleets) {
+    Desk desk;
+    const auto refuses = [&](const Words& words, const std::string& reason) {
+        const Result result = desk.Run("domectl", words);
+        EXPECT_NE(result.status, 0) << reason;
+        EXPECT_NE(result.errors.find(reason), std::string::npos) << result.errors;
+    };
+    refuses({"--fleet", "x", "--state", "x/3", "state"}, "--state excludes --fleet");
+    refuses({"--fleet", "x", "--bus", "unix:path=y", "state"}, "--bus excludes --fleet");
+    refuses({"--fleet", "x", "--only", "", "state"}, "--only requires numbers such as 1,4-6");
+}
+
+TEST(StateFolderTest, BelievesNoFleetOfAnotherUser) {
+    Desk desk;
+    const std::string fleet = desk.Folder() + "/fleet-of", file = fleet + "/fleet", camera = fleet + "/1";
+    std::filesystem::create_directories(camera);
+    std::ofstream(file) << "1\n";
+    EXPECT_EQ(FleetOf(camera), std::filesystem::canonical(fleet).string());
+    if (geteuid() != 0) GTEST_SKIP() << "only root can give a file away";
+    constexpr uid_t kNobody = 65534;
+    ASSERT_EQ(chown(file.c_str(), kNobody, kNobody), 0);
+    EXPECT_EQ(FleetOf(camera), "");
 }
 
 TEST(ProcessStart, NamesItsVersionInTheLogsFirstLine) {

@@ -19,7 +19,7 @@ function element(name, properties, ...children) {
   return made;
 }
 
-/// "3 s ago"; the clocks of camera and browser may differ, so none is ahead.
+/// "3 s ago"; the clocks of camera and browser may differ, so it is never negative.
 function age(time) {
   const seconds = Math.max(0, Math.round((Date.now() - time) / 1000));
   if (seconds < 60) return `${seconds} s ago`;

@@ -13,11 +13,11 @@ namespace tavos::settings {
 
 /// Access to the camera's settings store: text values under "[Section/Name]Key". The store is one SQLite file, shared
 /// by all processes of the camera. The environment variable TAVOS_SETTINGS_STORE names the file; the default is
-/// /var/lib/tavos/settings.db. Each operation opens the file, so construction never fails. An operation throws
-/// tavos::osa::Exception with the file's name and the reason if the store is missing, damaged, not a regular file (a
-/// link to one works; a FIFO is not opened) or busy for more than a second. After SetValue the value survives a kill
-/// and a loss of power; that takes a disk some milliseconds. Values can be read even if the disk is full or read-only.
-/// One thread at a time may use a client.
+/// /var/lib/tavos/settings.db. Each operation opens the file (see kKill for one that leaves it open), so construction
+/// never fails. An operation throws tavos::osa::Exception with the file's name and the reason if the store is missing,
+/// damaged, not a regular file (a link to one works; a FIFO is not opened) or busy for more than a second. After
+/// SetValue the value survives a kill and a loss of power; that takes a disk some milliseconds. Values can be read even
+/// if the disk is full or read-only. One thread at a time may use a client.
 class TAVOS_API TavosSettingsClient {
 public:
     enum OperationMode : int {

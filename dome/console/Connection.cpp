@@ -9,6 +9,7 @@
 
 #include "Page.h"
 #include "dome/OneLine.h"
+#include "tavos/core/Logger.h"
 
 namespace dome::console {
 
@@ -23,7 +24,7 @@ using namespace std::chrono_literals;
 constexpr auto kRequestTime = 30s;  // from the end of one answer to the end of the next request
 constexpr auto kWriteTime = 15s;
 constexpr auto kLingerTime = 2s;
-constexpr auto kKeepAliveEvery = 10s;
+constexpr auto kBeatEvery = 2s;  // docs/console.md; the page waits for two
 constexpr std::uint32_t kMaxHeader = 8 * 1024;
 constexpr std::size_t kMaxBuffer = Connection::kMaxBody + 2 * kMaxHeader;
 constexpr std::size_t kMaxDrained = 1024 * 1024;
@@ -160,7 +161,7 @@ bool Hub::AddStream(Connection& connection) {
     _streams.insert(&connection);
     handover.SetWatchers(static_cast<int>(_streams.size()));
     if (_streams.size() == 1) {
-        KeepAlive();
+        Beat();
         agentAnswers.reset();
         agentCommands.reset();
         if (_probe) _probe->Start();
@@ -218,14 +219,28 @@ void Hub::FetchActivities() {
     while (_lines.size() > Handover::kMaxActivities) _lines.pop_front();
 }
 
-// Only a write reveals a browser that vanished or stopped reading.
-void Hub::KeepAlive() {
-    _keepAlive.expires_after(kKeepAliveEvery);
-    _keepAlive.async_wait([this](beast::error_code error) {
+/// While there are streams. A beat passes through the camera's thread, so that a watcher sees when that one hangs, too.
+/// Until it has passed the streams get a comment: only a write reveals a browser that vanished or stopped reading.
+void Hub::Beat() {
+    _nextBeat.expires_after(kBeatEvery);
+    _nextBeat.async_wait([this](beast::error_code error) {
         if (error || _streams.empty()) return;
-        PumpAll(true);
-        KeepAlive();
+        if (_isBeatAwaited || !AskForBeat()) PumpAll(true);
+        Beat();
     });
+}
+
+/// False when too many requests wait for the camera.
+bool Hub::AskForBeat() {
+    const auto finished = [this](const Reply&) {
+        asio::post(io, [this] {
+            _isBeatAwaited = false;
+            ++beats;
+            PumpAll(false);
+        });
+    };
+    _isBeatAwaited = handover.Ask({[] { return Reply{}; }, finished});
+    return _isBeatAwaited;
 }
 
 Connection::Connection(Hub& hub, asio::ip::tcp::socket socket)
@@ -245,7 +260,7 @@ void Connection::OnRead(beast::error_code error) {
     _keepOpen = false;
     if (!error) {
         _keepOpen = _parser->get().keep_alive();
-        Dispatch();
+        Serve();
     } else if (error == http::error::body_limit) {
         SendError(413, "the body is larger than 64 KiB");
     } else if (error == http::error::header_limit || error == http::error::buffer_overflow) {
@@ -254,6 +269,16 @@ void Connection::OnRead(beast::error_code error) {
         SendError(400, "malformed HTTP request");
     } else {
         Close();
+    }
+}
+
+/// Answers 500, and then closes, when something fails that no request should make fail, such as memory.
+void Connection::Serve() {
+    try {
+        Dispatch();
+    } catch (const std::exception& error) {
+        _keepOpen = false;
+        SendError(500, error.what());
     }
 }
 
@@ -332,7 +357,7 @@ std::function<void(Reply)> Connection::Finisher() {
     // That thread must not own a connection of this thread, so it gets a weak pointer.
     return [weak = weak_from_this(), &io = _hub.io](Reply reply) {
         asio::post(io, [weak, reply = std::move(reply)] {
-            if (const auto self = weak.lock()) self->SendJson(reply);
+            if (const auto self = weak.lock()) self->SendLate(reply);
         });
     };
 }
@@ -368,8 +393,6 @@ void Connection::Post(const std::string& path) {
         }
     } catch (const Refusal& refusal) {
         SendError(refusal.status, refusal.reason);
-    } catch (const std::exception& error) {
-        SendError(500, error.what());
     }
 }
 
@@ -381,6 +404,16 @@ void Connection::SendActivities() {
 
 void Connection::SendJson(const Reply& reply) {
     Send(reply.status, kJsonType, reply.body + '\n');
+}
+
+/// Closes the connection when the answer cannot be sent: nothing else would end it.
+void Connection::SendLate(const Reply& reply) {
+    try {
+        SendJson(reply);
+    } catch (const std::exception& error) {
+        tavos::core::Logger::GetLogger("console")->Error("an answer could not be sent: %s", error.what());
+        Close();
+    }
 }
 
 void Connection::SendError(unsigned status, const std::string& reason, const char* allow) {
@@ -433,6 +466,7 @@ void Connection::StartStream() {
     _events = text.str();
     if (!isHead) {
         _isStream = true;
+        _sentBeat = _hub.beats;
         _events += "retry: 1000\n" + Event("hello", _hub.api.hello);
         AwaitEnd();
     }
@@ -458,6 +492,10 @@ void Connection::Pump(bool keepAlive) {
     if (_hub.state && !_hub.state->empty() && _hub.state != _sentState) {
         _sentState = _hub.state;
         _events += Event("state", *_sentState);
+    }
+    if (_hub.beats != _sentBeat) {
+        _sentBeat = _hub.beats;
+        _events += Event("beat", "{}");
     }
     if (_hub.agentAnswers && _hub.agentAnswers != _sentAgent) {
         _sentAgent = _hub.agentAnswers;

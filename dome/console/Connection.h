@@ -55,6 +55,7 @@ public:
     std::shared_ptr<const std::string> state;
     std::optional<bool> agentAnswers;                  ///< none: unknown, or the agent is not watched
     std::shared_ptr<const std::string> agentCommands;  ///< JSON: the last commands that it answers; null: unknown
+    std::uint64_t beats = 0;                           ///< how often the camera's thread has answered a beat
     std::atomic<bool> refreshing{false};               ///< Refresh is queued
 
 private:
@@ -64,7 +65,8 @@ private:
     };
 
     void FetchActivities();
-    void KeepAlive();
+    void Beat();
+    bool AskForBeat();
     void PumpAll(bool keepAlive);
     void NoteAgent(bool answers);
     void NoteCommands(const std::string& commands);
@@ -72,7 +74,8 @@ private:
     std::unordered_map<Connection*, std::shared_ptr<Connection>> _connections;
     std::unordered_set<Connection*> _streams;
     std::deque<Line> _lines;
-    boost::asio::steady_timer _keepAlive{io};
+    boost::asio::steady_timer _nextBeat{io};
+    bool _isBeatAwaited = false;  // the camera's thread has not answered the last one
     std::optional<AgentProbe> _probe;  // runs while there are streams
     std::optional<Fleet> _fleet;
 };
@@ -97,6 +100,7 @@ private:
     using StringResponse = boost::beast::http::response<boost::beast::http::string_body>;
 
     void OnRead(boost::beast::error_code error);
+    void Serve();
     void Dispatch();
     std::optional<Reply> Objection(std::string_view path) const;
     void DispatchApi(const std::string& path);
@@ -107,6 +111,7 @@ private:
     std::function<void(Reply)> Finisher();
     void SendActivities();
     void SendJson(const Reply& reply);
+    void SendLate(const Reply& reply);
     void SendError(unsigned status, const std::string& reason, const char* allow = nullptr);
     void Send(unsigned status, std::string_view type, std::string body, const char* allow = nullptr);
     void OnSent(boost::beast::error_code error);
@@ -131,6 +136,7 @@ private:
     std::shared_ptr<const std::string> _sentState;
     std::optional<bool> _sentAgent;
     std::shared_ptr<const std::string> _sentCommands;
+    std::uint64_t _sentBeat = 0;
     std::uint64_t _cursor = 0;
     std::size_t _drained = 0;
     char _scrap[1024];

@@ -131,7 +131,7 @@ int Console::Timeout(int timeout) const {
 }
 
 void Console::Work() {
-    for (const Request& request : _handover.TakeRequests()) request.finished(request.work());
+    for (const Request& request : _handover.TakeRequests()) CarryOut(request);
     Show();
 }
 

@@ -6,11 +6,29 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <iterator>
+#include <nlohmann/json.hpp>
 
+#include "dome/OneLine.h"
+#include "tavos/core/Logger.h"
 #include "tavos/osa/Exception.h"
 
 namespace dome::console {
+
+void CarryOut(const Request& request) noexcept {
+    try {
+        Reply reply{500, "{}"};
+        try {
+            reply = request.work();
+        } catch (const std::exception& error) {
+            reply.body = OneLine({{"error", error.what()}});
+        }
+        request.finished(std::move(reply));
+    } catch (const std::exception& error) {
+        tavos::core::Logger::GetLogger("console")->Error("an answer is dropped: %s", error.what());
+    }
+}
 
 Handover::Handover() : _descriptor(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     if (_descriptor < 0) throw tavos::osa::Exception("console: no event descriptor: %s", std::strerror(errno));

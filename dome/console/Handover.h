@@ -20,9 +20,13 @@ struct Reply {
 
 /// Work that the console's thread gives to the camera's thread.
 struct Request {
-    std::function<Reply()> work;          ///< on the camera's thread; throws nothing
+    std::function<Reply()> work;          ///< on the camera's thread
     std::function<void(Reply)> finished;  ///< on the camera's thread as well; must not block
 };
+
+/// Does the work and finishes it, with 500 and the reason when the work throws. When finishing throws, the answer is
+/// dropped.
+void CarryOut(const Request& request) noexcept;
 
 /// A call that the camera received, or an event that it emitted.
 struct Activity {

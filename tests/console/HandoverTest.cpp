@@ -51,7 +51,7 @@ TEST(HandoverTest, RequestsKeepTheirOrder) {
                       },
                       [](const Reply&) {}});
     }
-    for (const Request& request : handover.TakeRequests()) request.work();
+    for (const Request& request : handover.TakeRequests()) CarryOut(request);
     EXPECT_EQ(order, "abc");
 }
 
@@ -126,7 +126,7 @@ TEST(HandoverTest, NothingIsLostBetweenTwoThreads) {
         asked = true;
     });
     while (!asked || IsReadable(handover.Descriptor())) {
-        for (const Request& request : handover.TakeRequests()) request.work();
+        for (const Request& request : handover.TakeRequests()) CarryOut(request);
     }
     asking.join();
     EXPECT_EQ(done, kRequests);

@@ -298,26 +298,34 @@ for (const [id, service, operation] of [['auto-focus', 'focus', 'SetAutoFocus'],
 
 const kLinks = {waiting: 'Connecting', live: 'Live', silent: 'Agent does not answer', lost: 'No connection'};
 
+let s_agentLink = 'waiting'; // for the agent's first answer or timeout
+let s_isLost = false;
+
 /// The connection to the camera, and to the agent in front of it.
-function showLink(link) {
+function showLink() {
+  const link = s_isLost ? 'lost' : s_agentLink;
+  if ($('link').dataset.link === link) return;
   $('link').dataset.link = link;
   setText($('link'), kLinks[link]);
-  $('frame').classList.toggle('lost', link === 'lost');
+  $('frame').classList.toggle('lost', s_isLost);
 }
 
 new Stream({
-  onLost() {
-    showLink('lost');
+  onLink(isLost) {
+    s_isLost = isLost;
+    showLink();
   },
   onAgent({answers}) {
-    showLink(answers ? 'live' : 'silent');
+    s_agentLink = answers ? 'live' : 'silent';
+    showLink();
   },
   onCommands(bindings) {
     commanded.show(bindings);
   },
   onHello({agentAddress, agentPort, agentWatched, faults, fleet, serial, started}) {
     s_faults = new Map(faults);
-    showLink(agentWatched ? 'waiting' : 'live'); // until the agent's first answer or timeout
+    s_agentLink = agentWatched ? 'waiting' : 'live';
+    showLink();
     setText($('agent'), `${agentAddress}:${agentPort}`);
     setText($('serial'), serial);
     $('fleet').hidden = !fleet;

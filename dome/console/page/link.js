@@ -1,5 +1,6 @@
 // The connection to the camera: its event stream, its actions, and its positions between two states.
 
+const kSilence = 4500; // milliseconds; the stream beats every two seconds
 const kDelay = 70; // milliseconds that the page lags behind, so that it can interpolate to a later state
 const kKept = 24;
 const kContinuous = 130; // milliseconds; after a longer gap between two states the camera was at rest meanwhile
@@ -20,7 +21,8 @@ export async function act(path, body, options = {}) {
 export const call = async (service, operation, args, options) => ({service, ...(await act('/api/call', {service, operation, args}, options))});
 export const control = (...words) => act('/api/control', {words: words.map(String)});
 
-/// Follows the camera while the page is visible. `listener` has onHello, onState, onActivity, onAgent, onCommands and onLost.
+/// Follows the camera while the page is visible. `listener` has onHello, onState, onActivity, onAgent and onCommands, and
+/// onLink(isLost): whether the camera has been heard of lately.
 export class Stream {
   constructor(listener) {
     this.listener = listener;
@@ -31,8 +33,9 @@ export class Stream {
   open() {
     if (this.source || document.hidden) return;
     this.source = new EventSource('/api/stream');
+    this.awaitBeat();
     this.source.addEventListener('error', () => {
-      this.listener.onLost();
+      this.listener.onLink(true);
       if (this.source?.readyState === EventSource.CLOSED) {
         this.close();
         setTimeout(() => this.open(), 2000);
@@ -41,9 +44,22 @@ export class Stream {
     for (const name of ['Hello', 'State', 'Activity', 'Agent', 'Commands']) {
       this.source.addEventListener(name.toLowerCase(), (event) => this.listener[`on${name}`](JSON.parse(event.data)));
     }
+    // These come from the camera's thread. The others come also while that one hangs.
+    for (const name of ['state', 'activity', 'beat']) this.source.addEventListener(name, () => this.hear());
+  }
+
+  hear() {
+    this.listener.onLink(false);
+    this.awaitBeat();
+  }
+
+  awaitBeat() {
+    clearTimeout(this.silence);
+    this.silence = setTimeout(() => this.listener.onLink(true), kSilence);
   }
 
   close() {
+    clearTimeout(this.silence);
     this.source?.close();
     this.source = null;
   }

@@ -147,7 +147,7 @@ class Events:
                 return name, data
 
     def next(self, name, seconds=30):
-        """The next event of that name. A stream without events sends a line every ten seconds."""
+        """The next event of that name. A stream without events beats every two seconds."""
         self._deadline = time.monotonic() + seconds
         try:
             return next(data for found, data in self if found == name)

@@ -42,7 +42,7 @@ std::vector<std::byte> RecordOf(Bytes& bytes) {
 void Show(trace::Record record) {
     std::ostringstream file;
     trace::PcapWriter(file).Write(record);
-    trace::Story story(trace::Communities("com2sec reader default public\n"));
+    trace::Story story(trace::Communities(trace::AgentConfiguration::OfText("com2sec reader default public\n")));
     story.AddRecord(std::move(record));
     story.ForgetAgent();
     for (const auto& entry : story.Take()) {

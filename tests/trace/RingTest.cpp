@@ -2,13 +2,19 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
@@ -253,6 +259,26 @@ TEST(RingReaderTest, SaysWhatIsWrongWithTheSocket) {
                      "agent with orvextrace");
     }
     EXPECT_THROW(RingReader(std::string(200, 'x')), tavos::osa::Exception);
+}
+
+TEST(RingReaderTest, AWaitForAnAgentThatHangsIsEnded) {
+    char name[] = "/tmp/orvex-ring-XXXXXX";
+    const std::string path = std::string(mkdtemp(name)) + "/sock";
+    const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listening, 0), 0);
+    const int stop = eventfd(1, EFD_CLOEXEC);
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 3; ++i) {  // the last one finds no room
+        EXPECT_THROW(RingReader(path, stop), tavos::osa::Exception);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    close(stop);
+    close(listening);
+    std::filesystem::remove_all(name);
 }
 
 TEST(RingReaderTest, ReportsARecordThatIsBrokenAndGoesOn) {

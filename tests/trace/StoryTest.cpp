@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 
 #include "Records.h"
@@ -29,9 +33,12 @@ RingRecord PanSet(std::uint64_t number, CallOutcome outcome = CallOutcome::kAnsw
     return record;
 }
 
+trace::Communities CommunitiesOf(const std::string& configuration) {
+    return trace::Communities(trace::AgentConfiguration::OfText(configuration));
+}
+
 trace::Communities Configuration() {
-    return trace::Communities(
-        "com2sec reader 127.0.0.1 public\ncom2sec -Cn x writer default \"private\"\n#com2sec a b c\n");
+    return CommunitiesOf("com2sec reader 127.0.0.1 public\ncom2sec -Cn x writer default \"private\"\n#com2sec a b c\n");
 }
 
 nlohmann::ordered_json OnlyEntry(trace::Story& story) {
@@ -53,7 +60,60 @@ TEST(CommunitiesTest, AreKnownByTheirSecurityNames) {
     EXPECT_EQ("reader", Configuration().NameOf("public"));
     EXPECT_EQ("writer", Configuration().NameOf("private"));
     EXPECT_FALSE(Configuration().NameOf("c"));
-    EXPECT_EQ("rwcommunity in line 2", trace::Communities("\nrwcommunity secret\n").NameOf("secret"));
+    EXPECT_EQ("rwcommunity in line 2", CommunitiesOf("\nrwcommunity secret\n").NameOf("secret"));
+}
+
+TEST(CommunitiesTest, AreFoundAsTheAgentReadsThem) {
+    const auto communities =
+        CommunitiesOf("[snmpd] ROcommunity one\nCom2Sec reader default 'two words'\nauthCommunity log,execute three\n");
+    EXPECT_EQ("rocommunity in line 1", communities.NameOf("one"));
+    EXPECT_EQ("reader", communities.NameOf("two words"));
+    EXPECT_EQ("authcommunity in line 3", communities.NameOf("three"));
+    EXPECT_TRUE(communities.IsWrong("four"));
+    EXPECT_FALSE(communities.IsWrong("three"));
+}
+
+/// A folder for files of a test.
+class ConfigurationFilesTest : public testing::Test {
+protected:
+    ConfigurationFilesTest() {
+        char name[] = "/tmp/orvex-conf-XXXXXX";
+        folder = mkdtemp(name);
+    }
+    ~ConfigurationFilesTest() override { std::filesystem::remove_all(folder); }
+
+    std::string Write(const std::string& name, const std::string& text) const {
+        std::ofstream(folder / name) << text;
+        return folder / name;
+    }
+
+    std::filesystem::path folder;
+};
+
+TEST_F(ConfigurationFilesTest, IncludedOnesAreRead) {
+    Write("more.conf", "\nrocommunity inner\n");
+    const auto path = Write("snmpd.conf", "includeFile more.conf\ncom2sec reader default outer\n");
+    const auto communities = trace::Communities::OfFile(path);
+    EXPECT_EQ("rocommunity in line 2 of " + (folder / "more.conf").string(), communities.NameOf("inner"));
+    EXPECT_EQ("reader", communities.NameOf("outer"));
+    EXPECT_TRUE(communities.IsWrong("neither"));
+}
+
+TEST_F(ConfigurationFilesTest, OnesThatCannotBeReadMakeNoCommunityWrong) {
+    const auto circle = Write("circle.conf", "com2sec reader default public\nincludeFile circle.conf\n");
+    EXPECT_EQ("reader", trace::Communities::OfFile(circle).NameOf("public"));
+    const auto folder2 = Write("folder.conf", "includeDir /etc\n");
+    const auto missing = Write("missing.conf", "includeFile nowhere.conf\n");
+    for (const std::string& path :
+         {circle, folder2, missing, (folder / "nothing").string(), std::string("/dev/zero")}) {
+        EXPECT_FALSE(trace::Communities::OfFile(path).IsWrong("x")) << path;
+    }
+}
+
+TEST_F(ConfigurationFilesTest, AFifoBlocksNobody) {
+    const std::string path = folder / "snmpd.conf";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_TRUE(trace::Communities::OfFile(path).All().empty());
 }
 
 TEST(StoryTest, AMotionIsJoinedByTheCallAndComesAgainWhenItHasEnded) {
@@ -255,7 +315,7 @@ TEST(PlainTest, TheEndOfAMotionSaysWhyNothingMoved) {
 }
 
 TEST(JudgeTest, ShowsOnlyACommunityThatTheAgentRefused) {
-    const trace::Judge judge{trace::Communities("com2sec reader 127.0.0.1 public\n")};
+    const trace::Judge judge{CommunitiesOf("com2sec reader 127.0.0.1 public\n")};
     trace::Record record;
     record.in.community = "secret";
     EXPECT_EQ("(a community)", judge.Who(record));  // the agent could not read the message
@@ -265,6 +325,9 @@ TEST(JudgeTest, ShowsOnlyACommunityThatTheAgentRefused) {
     EXPECT_EQ("secret", judge.Who(record));
     record.in.community = "public";
     EXPECT_EQ("reader", judge.Who(record));
+    // It may be a right one from a wrong address, in a file that is not known.
+    const trace::Judge other{CommunitiesOf("includeDir /etc/snmp\n")};
+    EXPECT_EQ("(a refused community)", other.Who(record));
 }
 
 TEST(JudgeTest, AnAnswerThatWasNotAwaitedIsNotCalledMissing) {

@@ -27,7 +27,7 @@ std::string AgentReader::Read(Story& story) {
 }
 
 void AgentReader::Connect(Story& story) {
-    _ring = std::make_unique<RingReader>(_path);
+    _ring = std::make_unique<RingReader>(_path, _stop);
     if (_wasConnected) _next = 1;
     _wasConnected = true;
     story.ForgetAgent();

@@ -14,8 +14,9 @@ namespace trace {
 class AgentReader {
 public:
     /// `socketPath`: the companion's socket. It may be missing, and may appear later. Records after the number `since`
-    /// that are gone count as lost.
-    AgentReader(std::string socketPath, std::uint64_t since) : _path(std::move(socketPath)), _next(since + 1) {}
+    /// that are gone count as lost. `stop`: a descriptor that ends each wait once it is readable; -1: none.
+    AgentReader(std::string socketPath, std::uint64_t since, int stop = -1)
+        : _path(std::move(socketPath)), _stop(stop), _next(since + 1) {}
 
     /// Adds the records that are there now: with those that come meanwhile it might not end. Connects when it is not
     /// connected; waits up to 2 seconds for an agent that is busy. Returns why nothing more comes; empty when all is
@@ -27,6 +28,7 @@ private:
     std::uint64_t LostBefore(std::uint64_t number);
 
     std::string _path;
+    int _stop;
     std::unique_ptr<RingReader> _ring;
     std::uint64_t _next;  // the number of the record that must come next
     bool _wasConnected = false;

@@ -209,9 +209,10 @@ std::string Judge::Who(const Record& record) const {
     if (record.in.security) return ShownText(record.in.security->user) + " " + Level(*record.in.security);
     if (!record.in.community) return "";
     if (const auto name = _communities.NameOf(*record.in.community)) return *name;
-    // Only a community that the agent refused is no secret: the configuration may include files that are not read here.
-    if (record.verdict && *record.verdict == kNoSecurityName) return ShownText(*record.in.community);
-    return record.verdict ? "(an accepted community)" : "(a community)";
+    const std::string& community = *record.in.community;
+    if (!record.verdict) return "(a community)";
+    if (*record.verdict != kNoSecurityName) return "(an accepted community)";
+    return _communities.IsWrong(community) ? ShownText(community) : "(a refused community)";
 }
 
 void Judge::Learn(const Record& record) {

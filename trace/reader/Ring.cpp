@@ -10,8 +10,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <limits>
 #include <tuple>
@@ -25,7 +27,8 @@ using tavos::osa::Exception;
 
 namespace {
 
-constexpr int kMaxSecondsForAgent = 2;
+constexpr std::chrono::seconds kMaxTimeForAgent{2};
+constexpr std::chrono::milliseconds kRetryEvery{20};
 constexpr std::size_t kSectionAlignment = 8;
 
 std::uint64_t Read(const std::uint64_t& field) {
@@ -36,33 +39,52 @@ std::size_t Padded(std::size_t length) {
     return (length + kSectionAlignment - 1) / kSectionAlignment * kSectionAlignment;
 }
 
+using Clock = std::chrono::steady_clock;
+
+/// Waits until the descriptor (-1: none) is readable; false when the time is over. Throws once `stop` is readable.
+bool AwaitInput(int descriptor, int stop, Clock::time_point until) {
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count() + 1;
+        std::array<pollfd, 2> watched{{{descriptor, POLLIN, 0}, {stop, POLLIN, 0}}};
+        const int ready = poll(watched.data(), watched.size(), static_cast<int>(std::max<long long>(left, 0)));
+        if (ready > 0 && watched[1].revents != 0) throw Exception("the wait for the agent's trace was ended");
+        if (ready > 0) return true;
+        if (Clock::now() >= until) return false;
+    }
+}
+
 class Connection {
 public:
-    explicit Connection(const std::string& path) : _socket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        if (path.size() >= sizeof address.sun_path) {
-            Close();
-            throw Exception("the trace's socket %s: the path is too long for a socket", path.c_str());
-        }
-        std::memcpy(address.sun_path, path.data(), path.size());
-        const timeval patience{kMaxSecondsForAgent, 0};
-        // Linux applies the sending one to connect.
-        setsockopt(_socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-        setsockopt(_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        if (connect(_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return;
-        const int reason = errno;
-        Close();
-        const bool nobody = reason == ENOENT || reason == ECONNREFUSED;
-        throw Exception("the trace's socket %s cannot be reached: %s%s", path.c_str(), std::strerror(reason),
-                        nobody ? "; start the agent with orvextrace" : "");
+    Connection(const std::string& path, int stop)
+        : _path(path), _stop(stop), _socket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
+    ~Connection() {
+        if (_socket >= 0) close(_socket);
     }
-    ~Connection() { Close(); }
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
+    void Connect() const {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        if (_path.size() >= sizeof address.sun_path) {
+            throw Exception("the trace's socket %s: the path is too long for a socket", _path.c_str());
+        }
+        std::memcpy(address.sun_path, _path.data(), _path.size());
+        while (connect(_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            // Too many others wait for the agent. Nothing says when there is room.
+            if (errno == EAGAIN && Clock::now() < _until) {
+                AwaitInput(-1, _stop, std::min(_until, Clock::now() + kRetryEvery));
+                continue;
+            }
+            const int reason = errno;
+            const bool nobody = reason == ENOENT || reason == ECONNREFUSED;
+            throw Exception("the trace's socket %s cannot be reached: %s%s", _path.c_str(), std::strerror(reason),
+                            nobody ? "; start the agent with orvextrace" : "");
+        }
+    }
+
     /// The ring and the pipe; -1 for what has not come.
-    std::pair<int, int> Receive(const std::string& path) const {
+    std::pair<int, int> Receive() const {
         char octet = 0;
         iovec text{&octet, 1};
         alignas(cmsghdr) char room[CMSG_SPACE(2 * sizeof(int))] = {};
@@ -71,15 +93,12 @@ public:
         message.msg_iovlen = 1;
         message.msg_control = room;
         message.msg_controllen = sizeof room;
-        ssize_t length = 0;
-        do {
-            length = recvmsg(_socket, &message, MSG_CMSG_CLOEXEC);
-        } while (length < 0 && errno == EINTR);
-        if (length < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            throw Exception("the agent at %s does not answer within %d s; try again", path.c_str(),
-                            kMaxSecondsForAgent);
+        if (!AwaitInput(_socket, _stop, _until)) {
+            throw Exception("the agent at %s does not answer within %d s; try again", _path.c_str(),
+                            static_cast<int>(kMaxTimeForAgent.count()));
         }
-        if (length < 0) throw Exception("the trace's socket %s: %s", path.c_str(), std::strerror(errno));
+        const ssize_t length = recvmsg(_socket, &message, MSG_CMSG_CLOEXEC);
+        if (length < 0) throw Exception("the trace's socket %s: %s", _path.c_str(), std::strerror(errno));
         int descriptors[2] = {-1, -1};
         const cmsghdr* const head = length > 0 ? CMSG_FIRSTHDR(&message) : nullptr;
         if (head != nullptr && head->cmsg_level == SOL_SOCKET && head->cmsg_type == SCM_RIGHTS) {
@@ -89,12 +108,10 @@ public:
     }
 
 private:
-    void Close() {
-        if (_socket >= 0) close(_socket);
-        _socket = -1;
-    }
-
-    int _socket;
+    const std::string& _path;
+    const int _stop;
+    const int _socket;
+    const Clock::time_point _until = Clock::now() + kMaxTimeForAgent;
 };
 
 bool SectionsFit(const std::vector<std::byte>& record) {
@@ -111,9 +128,10 @@ bool SectionsFit(const std::vector<std::byte>& record) {
 
 }  // namespace
 
-RingReader::RingReader(const std::string& socketPath) : _name(socketPath) {
-    const Connection connection(socketPath);
-    std::tie(_memory, _life) = connection.Receive(socketPath);
+RingReader::RingReader(const std::string& socketPath, int stop) : _name(socketPath) {
+    const Connection connection(socketPath, stop);
+    connection.Connect();
+    std::tie(_memory, _life) = connection.Receive();
     try {
         if (_memory < 0) throw Exception("the agent at %s hangs up without a trace; try again", socketPath.c_str());
         Map();

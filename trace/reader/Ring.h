@@ -23,9 +23,10 @@ struct RingFacts {
 /// instance. One thread at a time. A descriptor that the process inherits or passes on is closed on exec.
 class RingReader {
 public:
-    /// Connects to the agent and maps its ring, read-only. Waits up to 2 seconds for an agent that is busy. Throws
-    /// tavos::osa::Exception with one line: what failed, on which path, and what to do.
-    explicit RingReader(const std::string& socketPath);
+    /// Connects to the agent and maps its ring, read-only. Waits up to 2 seconds for an agent that is busy, and no
+    /// longer once the descriptor `stop` is readable (-1: none). Throws tavos::osa::Exception with one line: what
+    /// failed, on which path, and what to do.
+    explicit RingReader(const std::string& socketPath, int stop = -1);
     /// Takes over `memory` (the ring) and `life` (a pipe that the agent keeps open, or -1 for none), also when it
     /// throws; `name` is for the texts of errors. For tests, and for descriptors that came another way.
     RingReader(int memory, int life, const std::string& name);

@@ -57,20 +57,19 @@ std::string ProbeMessage(const std::string& community, bool asksFocus) {
 
 }  // namespace
 
-bool AgentProbe::IsProbe(std::string_view message, const std::string& community) {
-    return message == ProbeMessage(community, false) || message == ProbeMessage(community, true);
+ProbeMessages::ProbeMessages(const std::string& community)
+    : _withoutFocus(ProbeMessage(community, false)), _withFocus(ProbeMessage(community, true)) {
+    if (community.size() > kMaxCommunity) throw tavos::osa::Exception("a community has at most 64 octets");
 }
 
 AgentProbe::AgentProbe(asio::io_context& io, const Agent& agent, std::function<std::uint64_t()> focusReads,
                        Reports reports)
     : _agent(asio::ip::make_address_v4(agent.address), agent.port),
-      _community(agent.community),
+      _messages(agent.community),
       _focusReads(std::move(focusReads)),
       _reports(std::move(reports)),
       _socket(io),
-      _next(io) {
-    if (_community.size() > kMaxCommunity) throw tavos::osa::Exception("a community has at most 64 octets");
-}
+      _next(io) {}
 
 void AgentProbe::Start() {
     ++_run;
@@ -90,7 +89,7 @@ void AgentProbe::Ask() {
     _readsAtAsk = _focusReads();
     _asksFocus = _readsAtAsk != _readsKnown;
     error_code error;
-    if (_socket.is_open() || Connect()) _socket.send(asio::buffer(ProbeMessage(_community, _asksFocus)), 0, error);
+    if (_socket.is_open() || Connect()) _socket.send(asio::buffer(_messages.Of(_asksFocus)), 0, error);
     if (error) Fail();
     AskIn(kAskEvery);
 }

@@ -16,6 +16,20 @@
 
 namespace dome::console {
 
+/// The octets of every probe of an agent.
+class ProbeMessages {
+public:
+    /// Throws for a community of more than 64 octets.
+    explicit ProbeMessages(const std::string& community);
+
+    const std::string& Of(bool asksFocus) const { return asksFocus ? _withFocus : _withoutFocus; }
+    bool Has(std::string_view message) const { return message == _withoutFocus || message == _withFocus; }
+
+private:
+    const std::string _withoutFocus;
+    const std::string _withFocus;
+};
+
 /// Probes the SNMP agent once a second: an SNMPv2c GET (RFC 3416) of sysUpTime.0 and of the position objects, which
 /// answer the last commands, with the agent's community. The agent answers it without a call to the camera, but for the
 /// focus: it reads its position for each request that names its object. So the focus is asked only after somebody else
@@ -24,9 +38,6 @@ class AgentProbe {
 public:
     /// The request ID of every probe.
     static constexpr std::int64_t kRequestId = 0x4465736b;  // "Desk"
-
-    /// Whether these octets are those of a probe with that community.
-    static bool IsProbe(std::string_view message, const std::string& community);
 
     struct Reports {
         /// Each outcome: true for an answer; false when the port is closed, or after two seconds of silence.
@@ -58,7 +69,7 @@ private:
     void TakeCommands(std::size_t size);
 
     const boost::asio::ip::udp::endpoint _agent;
-    const std::string _community;
+    const ProbeMessages _messages;
     const std::function<std::uint64_t()> _focusReads;
     const Reports _reports;
     boost::asio::ip::udp::socket _socket;

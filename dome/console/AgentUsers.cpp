@@ -1,23 +1,18 @@
 #include "AgentUsers.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iomanip>
 #include <optional>
-#include <sstream>
 
+#include "trace/reader/AgentConfiguration.h"
 #include "trace/reader/Communities.h"
 
 namespace dome::console {
 
 namespace {
 
-/// The user of a line "createUser [-e ENGINE] NAME [PROTOCOL PHRASE [PROTOCOL [PHRASE]]]".
-std::optional<AgentUser> UserOf(const std::string& line) {
-    std::istringstream stream(line);
-    std::vector<std::string> words;
-    for (std::string word; stream >> std::quoted(word);) words.push_back(word);
-    if (words.empty() || words[0] != "createUser") return std::nullopt;
+/// The user of "createUser [-e ENGINE] NAME [PROTOCOL PHRASE [PROTOCOL [PHRASE]]]".
+std::optional<AgentUser> UserOf(std::vector<std::string> words) {
+    if (words[0] != "createuser") return std::nullopt;
     const std::size_t first = words.size() > 1 && words[1] == "-e" ? 3 : 1;
     const auto isKey = [](const std::string& word) { return word == "-m" || word == "-l"; };
     if (words.size() <= first || std::any_of(words.begin(), words.end(), isKey)) return std::nullopt;
@@ -43,7 +38,8 @@ std::string AgentUser::Level() const {
 }
 
 std::vector<AgentUser> UsersOf(const std::string& configurationFile) {
-    const trace::Communities communities = trace::Communities::OfFile(configurationFile);
+    const auto configuration = trace::AgentConfiguration::OfFile(configurationFile);
+    const trace::Communities communities(configuration);
     std::vector<AgentUser> users;
     for (const auto& [community, name] : communities.All()) {
         AgentUser user;
@@ -51,9 +47,8 @@ std::vector<AgentUser> UsersOf(const std::string& configurationFile) {
         user.community = community;
         users.push_back(std::move(user));
     }
-    std::ifstream lines(configurationFile);
-    for (std::string line; std::getline(lines, line);) {
-        if (auto user = UserOf(line)) users.push_back(std::move(*user));
+    for (const trace::Directive& directive : configuration.directives) {
+        if (auto user = UserOf(directive.words)) users.push_back(std::move(*user));
     }
     const auto isEarlier = [](const AgentUser& left, const AgentUser& right) {
         return left.isV3 != right.isV3 ? right.isV3 : left.name < right.name;

@@ -1,8 +1,11 @@
 #include "Connection.h"
 
+#include <sys/socket.h>
+
 #include <array>
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
+#include <cerrno>
 #include <charconv>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -275,10 +278,14 @@ void Connection::OnRead(beast::error_code error) {
 /// Answers 500, and then closes, when something fails that no request should make fail, such as memory.
 void Connection::Serve() {
     try {
-        Dispatch();
-    } catch (const std::exception& error) {
-        _keepOpen = false;
-        SendError(500, error.what());
+        try {
+            Dispatch();
+        } catch (const std::exception& error) {
+            _keepOpen = false;
+            SendError(500, error.what());
+        }
+    } catch (const std::exception&) {
+        Close();  // nothing else would end the connection
     }
 }
 
@@ -365,7 +372,7 @@ std::function<void(Reply)> Connection::Finisher() {
 void Connection::AskTrace(const TraceReader& read) {
     const std::optional<std::uint64_t> since = Since(View(_parser->get().target()));
     if (!since) {
-        SendError(400, "the query must be since=N, with a place of an earlier answer or 0");
+        SendError(400, "the query must be since=N, with the \"next\" of an earlier answer or 0");
     } else if (!read(*since, Finisher())) {
         SendError(503, "too many requests are waiting; try again later");
     }
@@ -387,7 +394,8 @@ void Connection::Post(const std::string& path) {
         if (path == "/api/words") {
             SendJson(_hub.api.explain(body));
         } else if (path == "/api/command") {
-            _hub.api.send(body, Finisher());
+            _hub.api.send(body, {[weak = weak_from_this()] { return !weak.expired(); }, Finisher()});
+            AwaitEndOfAsker();
         } else {
             Ask(_hub.api.prepare(path, body));
         }
@@ -406,6 +414,19 @@ void Connection::SendJson(const Reply& reply) {
     Send(reply.status, kJsonType, reply.body + '\n');
 }
 
+/// Closes the connection when the browser goes before its answer is there.
+void Connection::AwaitEndOfAsker() {
+    _isAnswerAwaited = true;
+    auto& socket = _stream.socket();
+    socket.async_wait(asio::ip::tcp::socket::wait_read, [self = shared_from_this()](beast::error_code error) {
+        if (error || !self->_isAnswerAwaited) return;
+        char octet = 0;
+        const ssize_t size = recv(self->_stream.socket().native_handle(), &octet, 1, MSG_PEEK | MSG_DONTWAIT);
+        const bool isThere = size > 0 || (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK));
+        if (!isThere) self->Close();
+    });
+}
+
 /// Closes the connection when the answer cannot be sent: nothing else would end it.
 void Connection::SendLate(const Reply& reply) {
     try {
@@ -421,7 +442,9 @@ void Connection::SendError(unsigned status, const std::string& reason, const cha
 }
 
 void Connection::Send(unsigned status, std::string_view type, std::string body, const char* allow) {
+    if (_response) return;  // after a failure it has been answered already
     const bool isHead = _parser->get().method() == Verb::head;
+    _isAnswerAwaited = false;
     _response.emplace(static_cast<http::status>(status), 11);
     SetCommonFields(*_response, type);
     if (allow) _response->set(http::field::allow, allow);

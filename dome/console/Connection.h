@@ -75,7 +75,7 @@ private:
     std::unordered_set<Connection*> _streams;
     std::deque<Line> _lines;
     boost::asio::steady_timer _nextBeat{io};
-    bool _isBeatAwaited = false;  // the camera's thread has not answered the last one
+    bool _isBeatAwaited = false;       // the camera's thread has not answered the last one
     std::optional<AgentProbe> _probe;  // runs while there are streams
     std::optional<Fleet> _fleet;
 };
@@ -109,6 +109,7 @@ private:
     void AskTrace(const TraceReader& read);
     void Post(const std::string& path);
     std::function<void(Reply)> Finisher();
+    void AwaitEndOfAsker();
     void SendActivities();
     void SendJson(const Reply& reply);
     void SendLate(const Reply& reply);
@@ -129,6 +130,7 @@ private:
     std::optional<StringResponse> _response;
     std::optional<boost::beast::http::response_serializer<boost::beast::http::string_body>> _serializer;
     bool _keepOpen = false;
+    bool _isAnswerAwaited = false;
 
     bool _isStream = false;
     bool _isWriting = false;

@@ -102,9 +102,7 @@ Console::Console(const Options& options, Services& services, CameraAccess camera
     };
     api.objects = [this] { return Answer({{"objects", ObjectsJson()}, {"users", _sender.Users()}}); };
     api.explain = [](const json& body) { return Answer(Explain(CommandOf(body))); };
-    api.send = [this](const json& body, std::function<void(Reply)> finished) {
-        _sender.Send(body, std::move(finished));
-    };
+    api.send = [this](const json& body, Sender::Page page) { _sender.Send(body, std::move(page)); };
     api.focusReads = [this] { return _focusReads.load(); };
     _server = std::make_unique<Server>(options.address, options.port, _handover, std::move(api));
     _services.temperature.OnTemperatureChange().AddHandler(tavos::core::CreateDelegate(this, &Console::OnTemperature));
@@ -113,6 +111,8 @@ Console::Console(const Options& options, Services& services, CameraAccess camera
 }
 
 Console::~Console() {
+    _trace.BeginStop();
+    _sender.BeginStop();
     _trace.Stop();  // their threads use the server's
     _sender.Stop();
     _services.temperature.OnTemperatureChange().RemoveHandlers(this);

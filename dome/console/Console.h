@@ -48,8 +48,8 @@ struct CameraAccess {
     std::string serialNumber;  ///< empty: it has none
 };
 
-/// The camera as a page in a browser. Call all members on the camera's thread; none of them blocks. A separate thread
-/// serves the browsers.
+/// The camera as a page in a browser. Call all members on the camera's thread; only the destructor may block. A
+/// separate thread serves the browsers.
 class Console {
 public:
     static constexpr std::size_t kMaxPoints = 512;  ///< inputs, and as many relays, that a state shows
@@ -57,6 +57,7 @@ public:
     /// Listens. Throws tavos::osa::Exception, with one line of text, when it cannot listen on the address and port. The
     /// services must outlive the console.
     Console(const Options& options, Services& services, CameraAccess camera);
+    /// Waits at most 2 seconds for an agent that hangs.
     ~Console();
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;

@@ -29,6 +29,10 @@ namespace {
 
 using nlohmann::json;
 
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kMaxAge = 3s;          // of a command that is still sent
 constexpr long kTimeout = 2'000'000;  // microseconds; a service that hangs holds the agent up for half a second
 
 struct VersionName {
@@ -213,6 +217,7 @@ void Exchange(const Session& session, const trace::Binding& command, json& reply
     Add(*pdu, command);
     reply["id"] = pdu->reqid;
     reply["peer"] = session.Peer();
+    reply["outcome"] = "failed";
     netsnmp_pdu* received = nullptr;
     const int status = snmp_sess_synch_response(session.Handle(), pdu.release(), &received);
     const Pdu response(received, &snmp_free_pdu);
@@ -247,18 +252,22 @@ json Sender::Users() const {
     for (const VersionName& version : kVersions) {
         for (const AgentUser& user : users) {
             if (user.isV3 != version.isV3) continue;
-            list.push_back({{"name", user.name}, {"version", version.name}, {"level", user.Level()}});
+            list.push_back({{"name", user.name},
+                            {"version", version.name},
+                            {"level", user.Level()},
+                            {"authentication", user.authentication},
+                            {"privacy", user.privacy}});
         }
     }
     return list;
 }
 
-void Sender::Send(const json& body, std::function<void(Reply)> finished) {
+void Sender::Send(const json& body, Page page) {
     const auto is = [&](const char* key, const std::string& text) {
         const auto value = body.find(key);
         return value != body.end() && value->is_string() && *value == text;
     };
-    Job job{CommandOf(body), {}, 0, std::move(finished)};
+    Job job{CommandOf(body), {}, 0, std::move(page), Clock::now()};
     if (_port == 0) throw Refusal{422, "start orvex-dome with --agent-port to send commands"};
     const auto version = std::find_if(kVersions.begin(), kVersions.end(),
                                       [&](const VersionName& known) { return is("version", known.name); });
@@ -276,12 +285,14 @@ void Sender::Send(const json& body, std::function<void(Reply)> finished) {
     _changed.notify_all();
 }
 
+void Sender::BeginStop() {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _isStopped = true;
+    _changed.notify_all();
+}
+
 void Sender::Stop() {
-    {
-        const std::lock_guard<std::mutex> lock(_mutex);
-        _isStopped = true;
-        _changed.notify_all();
-    }
+    BeginStop();
     if (_thread.joinable()) _thread.join();
 }
 
@@ -302,7 +313,7 @@ void Sender::Run() {
             } catch (const std::exception& error) {
                 reply.body = OneLine({{"error", error.what()}});
             }
-            job.finished(std::move(reply));
+            job.page.finished(std::move(reply));
         } catch (const std::exception&) {
             continue;  // no memory for the answer: it is dropped
         }
@@ -310,16 +321,25 @@ void Sender::Run() {
     if (isStarted) snmp_shutdown("orvex-dome");
 }
 
-Reply Sender::CarryOut(const Job& job) const {
+Reply Sender::CarryOut(const Job& job) {
     json reply = Explain(job.command);
-    reply["outcome"] = "failed";
+    reply["outcome"] = "unsent";
     try {
+        CheckWanted(job);
         const Session session("udp:" + _address + ':' + std::to_string(_port), job.user, job.version);
         Exchange(session, job.command, reply);
     } catch (const std::exception& error) {
         reply["reason"] = error.what();
     }
     return {200, OneLine(reply)};
+}
+
+/// Throws the reason when the job must not be sent any more.
+void Sender::CheckWanted(const Job& job) {
+    if (!job.page.isThere()) throw std::runtime_error("nobody waits for its answer any more");
+    if (Clock::now() - job.asked > kMaxAge) throw std::runtime_error("it waited longer than 3 s for the agent");
+    const std::lock_guard<std::mutex> lock(_mutex);
+    if (_isStopped) throw std::runtime_error("the camera ends");
 }
 
 }  // namespace dome::console

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -27,17 +28,26 @@ public:
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
 
-    /// [{"name", "version", "level"}]: the users, each in every version that it can use. No secret is in it. Any thread
-    /// may call it.
+    /// [{"name", "version", "level", "authentication", "privacy"}]: the users, each in every version that it can use,
+    /// with the names of its protocols. No secret is in it. Any thread may call it.
     nlohmann::json Users() const;
 
-    /// Carries out {"oid", "type", "value", "user", "version"} and calls `finished` on the sender's thread with the
-    /// answer that docs/console.md describes. Throws Refusal for a body that is none, or when too many wait. Any thread
-    /// may call it.
-    void Send(const nlohmann::json& body, std::function<void(Reply)> finished);
+    /// Who asks for a SET.
+    struct Page {
+        std::function<bool()> isThere;        ///< false once nobody waits for the answer; called on the sender's thread
+        std::function<void(Reply)> finished;  ///< called on the sender's thread
+    };
 
-    /// Ends the thread, after the SET under way: that waits for its answer for a few seconds at most. What waits
-    /// stays unanswered. Any thread but the sender's may call it.
+    /// Carries out {"oid", "type", "value", "user", "version"}, and finishes with the answer that docs/console.md
+    /// describes. Does not send what is older than 3 seconds, or what nobody waits for any more: the camera would move
+    /// by itself. Throws Refusal for a body that is none, or when too many wait. Any thread may call it.
+    void Send(const nlohmann::json& body, Page page);
+
+    /// Makes the thread end after the message under way, whose answer it awaits for 2 seconds at most. What waits
+    /// stays unanswered. Any thread may call it.
+    void BeginStop();
+
+    /// BeginStop, and waits until the thread has ended. Any thread but the sender's may call it.
     void Stop();
 
 private:
@@ -45,11 +55,13 @@ private:
         trace::Binding command;
         AgentUser user;
         long version;  // net-snmp's number
-        std::function<void(Reply)> finished;
+        Page page;
+        std::chrono::steady_clock::time_point asked;
     };
 
     void Run();
-    Reply CarryOut(const Job& job) const;
+    Reply CarryOut(const Job& job);
+    void CheckWanted(const Job& job);
 
     const std::string _address;
     const std::uint16_t _port;

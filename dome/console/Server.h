@@ -10,6 +10,7 @@
 
 #include "Agent.h"
 #include "Handover.h"
+#include "Sender.h"
 
 namespace dome::console {
 
@@ -32,7 +33,7 @@ struct Api {
     /// On the server's thread: the camera's work for a POST to "/api/control" or "/api/call", whose body is a JSON
     /// object. Throws Refusal.
     std::function<std::function<Reply()>(const std::string& path, const nlohmann::json& body)> prepare;
-    /// On the server's thread: calls `finished`, on another thread, with the trace's records after the place `since`.
+    /// On the server's thread: calls `finished`, on another thread, with the trace's records after the number `since`.
     /// False when too many questions wait.
     std::function<bool(std::uint64_t since, std::function<void(Reply)> finished)> trace;
     /// As `trace`, with the messages of the records for a packet capture.
@@ -41,8 +42,8 @@ struct Api {
     std::function<Reply()> objects;
     /// On the server's thread: what the agent will make of a SET. Throws Refusal.
     std::function<Reply(const nlohmann::json& body)> explain;
-    /// On the server's thread: sends a SET and calls `finished`, on another thread. Throws Refusal.
-    std::function<void(const nlohmann::json& body, std::function<void(Reply)> finished)> send;
+    /// On the server's thread: sends a SET. Throws Refusal.
+    std::function<void(const nlohmann::json& body, Sender::Page page)> send;
     /// On any thread: how often the position of the focus was read on the bus. The agent reads it for each request that
     /// names its object.
     std::function<std::uint64_t()> focusReads;

@@ -1,7 +1,12 @@
 #include "TraceFeed.h"
 
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <condition_variable>
+#include <cstring>
 #include <exception>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -22,6 +27,7 @@
 #include "trace/reader/Pcap.h"
 #include "trace/reader/Peer.h"
 #include "trace/reader/Story.h"
+#include "trace/reader/Times.h"
 
 namespace dome::console {
 
@@ -74,7 +80,7 @@ void HideCommunity(std::string& octets) {
 
 /// Whether the agent refused the community, and its configuration does not have it either.
 bool IsWrongCommunity(const trace::Record& record, const trace::Communities& communities) {
-    return record.in.community && !communities.NameOf(*record.in.community) && record.verdict == kNoSuchCommunity;
+    return record.in.community && record.verdict == kNoSuchCommunity && communities.IsWrong(*record.in.community);
 }
 
 /// The page has no password: everybody who reaches it could use a right community.
@@ -101,6 +107,14 @@ std::string PacketsOf(const trace::Entry& entry, const trace::Communities& commu
 
 /// What other threads use, too.
 struct TraceFeed::Shared {
+    Shared() : stopping(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+        if (stopping < 0) throw tavos::osa::Exception("console: no event descriptor: %s", std::strerror(errno));
+    }
+    Shared(const Shared&) = delete;
+    Shared& operator=(const Shared&) = delete;
+    ~Shared() { close(stopping); }
+
+    const int stopping;  // readable from BeginStop on
     std::mutex mutex;
     std::condition_variable changed;
     bool isStopped = false;
@@ -119,8 +133,10 @@ struct TraceFeed::Reading {
         std::size_t Size() const { return line.size() + packets.size(); }
     };
 
-    explicit Reading(const TraceSource& source)
-        : communities(trace::Communities::OfFile(source.configuration)), story(communities), agent(source.socket, 0) {}
+    Reading(const TraceSource& source, int stop)
+        : communities(trace::Communities::OfFile(source.configuration)),
+          story(communities),
+          agent(source.socket, 0, stop) {}
 
     const trace::Communities communities;
     trace::Story story;
@@ -139,7 +155,8 @@ struct TraceFeed::Reading {
 TraceFeed::TraceFeed(TraceSource source, Agent agent, Handover& handover,
                      std::function<std::string(std::uint64_t)> history)
     : _source(std::move(source)),
-      _agent(std::move(agent)),
+      _agentAddress(std::move(agent.address)),
+      _probes(agent.community),
       _handover(handover),
       _history(std::move(history)),
       _shared(std::make_shared<Shared>()),
@@ -157,12 +174,15 @@ bool TraceFeed::Ask(Question question) {
     return true;
 }
 
+void TraceFeed::BeginStop() {
+    const std::lock_guard<std::mutex> lock(_shared->mutex);
+    _shared->isStopped = true;
+    _shared->changed.notify_all();
+    eventfd_write(_shared->stopping, 1);
+}
+
 void TraceFeed::Stop() {
-    {
-        const std::lock_guard<std::mutex> lock(_shared->mutex);
-        _shared->isStopped = true;
-        _shared->changed.notify_all();
-    }
+    BeginStop();
     if (_thread.joinable()) _thread.join();
 }
 
@@ -203,7 +223,7 @@ void TraceFeed::Finish(const Question& question) noexcept {
 }
 
 void TraceFeed::Read() {
-    if (!_reading) _reading = std::make_unique<Reading>(_source);
+    if (!_reading) _reading = std::make_unique<Reading>(_source, _shared->stopping);
     Reading& reading = *_reading;
     if (Clock::now() < reading.next) return;
     // The agent before the camera: what the camera noted of these records is then there.
@@ -258,8 +278,7 @@ Reply TraceFeed::AskCamera(std::uint64_t change) {
 bool TraceFeed::IsOwn(const trace::Entry& entry) const {
     if (!entry.record || entry.json["failed"].get<bool>()) return false;
     const std::string asker = trace::ParsePeer(entry.record->peer).address;
-    return (asker == "127.0.0.1" || asker == _agent.address) &&
-           AgentProbe::IsProbe(entry.record->messageIn, _agent.community);
+    return (asker == "127.0.0.1" || asker == _agentAddress) && _probes.Has(entry.record->messageIn);
 }
 
 void TraceFeed::Keep(trace::Entry entry) {
@@ -296,6 +315,7 @@ Reply TraceFeed::After(const Question& question) const {
     }
     nlohmann::ordered_json head = {{"started", reading.started}, {"next", next}, {"more", next < reading.last}};
     if (isRecords) {
+        head["time"] = trace::IsoTime(1000 * MicrosecondsSince1970());
         head["lost"] = question.since == 0 ? 0 : first - std::min(first, question.since);
         head["own"] = reading.own;
         head["agent"] = reading.agentTrouble;

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "Agent.h"
+#include "AgentProbe.h"
 #include "Handover.h"
 #include "trace/reader/Story.h"
 
@@ -49,7 +50,10 @@ public:
     /// False when too many questions wait, or after Stop. Any thread may call it.
     bool Ask(Question question);
 
-    /// Ends the thread; what waits stays unanswered. Any thread but the feed's may call it.
+    /// Makes the thread end, whatever it waits for; what waits for it stays unanswered. Any thread may call it.
+    void BeginStop();
+
+    /// BeginStop, and waits until the thread has ended. Any thread but the feed's may call it.
     void Stop();
 
 private:
@@ -67,7 +71,8 @@ private:
     Reply After(const Question& question) const;
 
     const TraceSource _source;
-    const Agent _agent;
+    const std::string _agentAddress;
+    const ProbeMessages _probes;
     Handover& _handover;
     const std::function<std::string(std::uint64_t)> _history;
     const std::shared_ptr<Shared> _shared;  // the camera's thread may answer after the end

@@ -1,7 +1,5 @@
 // The HTTP server without a camera: what a browser sees when the camera's thread hangs, or when something fails.
 
-#include "dome/console/Server.h"
-
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -11,6 +9,8 @@
 #include <chrono>
 #include <stdexcept>
 #include <string>
+
+#include "dome/console/Server.h"
 
 namespace {
 

@@ -1,5 +1,7 @@
 """Commands that the console sends to the agent by SNMP, and what it says of them."""
 
+import http.client
+import json
 import os
 import signal
 import tomllib
@@ -52,9 +54,9 @@ def test_every_writable_object_is_listed(camera):
 def test_users_are_named_without_their_secrets(camera):
     answer = camera.get("/api/objects")
     assert answer.json["users"] == [
-        {"name": "reader", "version": "2c", "level": ""}, {"name": "writer", "version": "2c", "level": ""},
-        {"name": "reader", "version": "1", "level": ""}, {"name": "writer", "version": "1", "level": ""},
-        {"name": "desk", "version": "3", "level": "authPriv"}]
+        *[{"name": name, "version": version, "level": "", "authentication": "", "privacy": ""}
+          for version in ("2c", "1") for name in ("reader", "writer")],
+        {"name": "desk", "version": "3", "level": "authPriv", "authentication": "SHA", "privacy": "AES"}]
     phrases = [line.split()[1] for line in (camera.state / "v3" / "snmp.conf").read_text().splitlines() if "Passphrase" in line]
     assert len(phrases) == 2
     sent = camera.post("/api/command", {**PAN_COMMAND, "user": "desk", "version": "3"}).body
@@ -156,6 +158,31 @@ def test_an_agent_that_does_not_answer_is_silent(camera):
     finally:
         os.kill(camera.agent_pid(), signal.SIGCONT)
     assert send(camera, PAN_COMMAND)["outcome"] == "answered", "the next one is sent"
+
+
+def leave_during(camera, command, **user):
+    """Posts the command; returns the connection, on which no answer has been read."""
+    connection = http.client.HTTPConnection("127.0.0.1", camera.console_port, timeout=20)
+    connection.request("POST", "/api/command", json.dumps({**command, **user}), {"Content-Type": "application/json"})
+    return connection
+
+
+def test_stale_commands_are_not_sent(camera):
+    """The agent takes two seconds of silence for each of the first two."""
+    before = len(camera.trace())
+    commands = [{**PAN_COMMAND, "value": f"02 7f 00 0{i}"} for i in range(4)]
+    os.kill(camera.agent_pid(), signal.SIGSTOP)
+    try:
+        connections = [leave_during(camera, command, **WRITER) for command in commands]
+        connections[1].close()
+        answers = [json.loads(connections[i].getresponse().read()) for i in (0, 2, 3)]
+    finally:
+        os.kill(camera.agent_pid(), signal.SIGCONT)
+    assert [answer["outcome"] for answer in answers] == ["silent", "silent", "unsent"]
+    assert answers[2]["reason"] == "it waited longer than 3 s for the agent"
+    def values():
+        return [r["bindings"][0]["value"] for r in camera.trace()[before:] if r["pdu"] == "SET"]
+    await_until(lambda: values() == [commands[0]["value"], commands[2]["value"]], "those of the others have not been sent")
 
 
 def test_sending_makes_no_folder_and_prints_nothing(desk):

@@ -90,6 +90,44 @@ def test_every_object_has_words(page, name, value, words):
         page.complaints()  # the browser reports what the console refuses
 
 
+@pytest.mark.parametrize("user, words", [
+    ("writer, SNMPv1", "snmpset -v1 -c COMMUNITY-OF-writer -On "),
+    ("reader, SNMPv2c", "snmpset -v2c -c COMMUNITY-OF-reader -On "),
+    ("desk, SNMPv3 authPriv", "snmpset -v3 -l authPriv -u desk -a SHA -A PASS-PHRASE -x AES -X PRIVACY-PASS-PHRASE -On "),
+])
+def test_the_line_is_of_the_chosen_user(camera, page, user, words):
+    be(page, user)
+    fill(page, "positionPan", "00000000")
+    assert page.text("command-line") == f"{words}127.0.0.1:{camera.port} {PAN} x 00000000"
+
+
+FETCH = """
+const fetched = window.fetch;
+window.fetch = (path, ...rest) => (path.startsWith(arguments[0]) ? Promise.reject(new TypeError('Failed to fetch')) : fetched(path, ...rest));
+"""
+
+
+def test_what_is_not_known_is_not_said(page):
+    page.run(FETCH, "/api/command")  # as if the connection broke
+    fill(page, "positionPan", "00000000")
+    page.find("command-send").click()
+    page.await_text("command-answer", "It is not known whether it was sent: Failed to fetch.")
+
+
+def test_without_users_it_says_why_nothing_is_sent(camera, page):
+    page.run(FETCH, "/api/objects")
+    camera.end("dome")
+    page.await_text("link", "No connection")
+    camera.start_dome()
+    page.await_text("link", "Live")
+    page.find("command-send").click()
+    page.await_text("command-answer", "Not sent: the users are not known: Failed to fetch.")
+    fill(page, "positionPan", "0")
+    page.find("command-send").click()
+    page.await_text("command-answer", "Not sent: the value is no octets.")
+    page.complaints()  # the browser reports the refused connections
+
+
 def test_a_row_is_chosen(camera, page):
     fill(page, "relayStatesTable state", "1")
     page.find("command-row").send_keys(Keys.CONTROL, "a")
@@ -141,6 +179,38 @@ def test_from_a_command_to_its_record(page, tools):
         assert found.find_element(By.TAG_NAME, "button") == page.driver.switch_to.active_element
         page.find("trace-failed").click() if "SNMPv2c" in user else None
         page.find("trace-object").send_keys("nothing has this name")
+
+
+BACKLOG = """
+const fetched = window.fetch;
+const now = performance.now.bind(performance);
+let late = 0;
+performance.now = () => now() + late;
+window.fetch = async (path, ...rest) => {
+  const response = await fetched(path, ...rest);
+  if (late || !path.startsWith('/api/trace')) return response;
+  late = 60000;
+  const answer = await response.json();
+  return new Response(JSON.stringify({...answer, next: 0, more: true, records: []}));
+};
+"""
+
+
+def test_a_record_is_awaited_behind_the_others(page):
+    """As long as what the camera has kept comes in: here for a minute."""
+    fill(page, "positionPan", "02408CA0")
+    page.find("command-send").click()
+    await_until(lambda: page.find("command-record").is_displayed(), "it is sent")
+    page.run(BACKLOG)
+    page.find("command-record").click()
+    await_until(lambda: page.all("#trace > tbody.found"), "it is found", 30)
+
+
+def test_a_text_is_no_octets(page, tools):
+    page.find("trace-open").click()
+    tools.set(OID["modelName"], "s", "ab")
+    line_of(page, "SET", "modelName = ab").click()
+    assert page.all("#trace dl") and page.all("#trace dd button") == []
 
 
 def commanded(page):

@@ -1,10 +1,16 @@
 """The requests that the console accepts and refuses."""
 
 import http.client
+import json
 import os
+import signal
 import socket
+import time
 
 import pytest
+
+from desk import await_until
+from expected_tree import OID
 
 COMMAND = {"words": ["set", "pan", "1000"]}
 
@@ -201,3 +207,26 @@ def test_the_dome_ends_with_browsers_watching(desk):
         desk.control("set", "pan", 90000)
         assert desk.end("dome") == 0
         list(events)  # read it to its end
+
+
+def test_the_dome_ends_while_the_agent_hangs(desk):
+    """While the trace waits for it, and two commands."""
+    desk.start()
+    command = {"oid": OID["positionPan"], "type": "OCTET STRING", "value": "00 00 00 00", "user": "desk", "version": "3"}
+    assert desk.post("/api/command", command).json["outcome"] == "answered", "its keys are known"
+    os.kill(desk.agent_pid(), signal.SIGSTOP)
+    clients = [http.client.HTTPConnection("127.0.0.1", desk.console_port, timeout=20) for _ in range(3)]
+    try:
+        for client in clients[:2]:
+            client.request("POST", "/api/command", json.dumps(command), {"Content-Type": "application/json"})
+        begun = time.monotonic()
+        await_until(lambda: time.monotonic() > begun + 1, "the first command has waited for half of its time")
+        clients[2].request("GET", "/api/trace")
+        assert desk.get("/api/objects").status == 200, "the question has been taken"
+        start = time.monotonic()
+        assert desk.end("dome") == 0
+        assert time.monotonic() - start < 2.5
+    finally:
+        os.kill(desk.agent_pid(), signal.SIGCONT)
+        for client in clients:
+            client.close()

@@ -71,21 +71,10 @@ def test_the_axis_is_seen_while_it_moves(camera):
     assert min(steps) >= 39, "25 a second at most: the camera takes each 40 ms or more after the one before"
 
 
-def test_nothing_is_sent_while_nothing_happens(camera):
-    with camera.open_stream(timeout=2) as stream:
-        text = b""
-        while b"event: state" not in text:
-            text += stream.recv(65536)
-        time.sleep(0.3)
-        stream.setblocking(False)
-        try:
-            while stream.recv(65536):
-                pass
-        except BlockingIOError:
-            pass
-        stream.settimeout(1.5)
-        with pytest.raises(socket.timeout):
-            stream.recv(65536)
+def test_only_beats_are_sent_while_nothing_happens(camera):
+    with camera.events() as events:
+        events.next("beat")
+        assert next(events) == ("beat", {})
 
 
 def test_a_flood_is_sent_in_part_and_the_numbers_show_it(camera):

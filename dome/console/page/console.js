@@ -330,7 +330,7 @@ new Stream({
     setText($('serial'), serial);
     $('fleet').hidden = !fleet;
     document.title = serial ? `${serial} – Desk camera` : 'Desk camera';
-    panel.setPort(agentPort, agentAddress);
+    panel.setAgent(`${agentAddress}:${agentPort}`, agentWatched);
     panel.load();
     commanded.setWatched(agentWatched);
     motion.reset();

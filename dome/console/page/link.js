@@ -5,7 +5,8 @@ const kDelay = 70; // milliseconds that the page lags behind, so that it can int
 const kKept = 24;
 const kContinuous = 130; // milliseconds; after a longer gap between two states the camera was at rest meanwhile
 
-/// POSTs an action; resolves to the answer, rejects with an Error whose text the page can show.
+/// POSTs an action; resolves to the answer, rejects with an Error whose text the page can show. Its `isRefused` is true
+/// when the camera has refused the action; otherwise it is not known what came of it.
 export async function act(path, body, options = {}) {
   const response = await fetch(path, {
     method: 'POST',
@@ -13,9 +14,10 @@ export async function act(path, body, options = {}) {
     body: JSON.stringify(body),
     ...options,
   });
-  const answer = await response.json().catch(() => ({}));
-  if (!response.ok) throw new Error(answer.error ?? `refused (${response.status})`);
-  return answer;
+  if (response.ok) return response.json();
+  const {error} = await response.json().catch(() => ({}));
+  const isRefused = response.status !== 500;
+  throw Object.assign(new Error(error ?? `refused (${response.status})`), {isRefused});
 }
 
 export const call = async (service, operation, args, options) => ({service, ...(await act('/api/call', {service, operation, args}, options))});

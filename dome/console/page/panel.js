@@ -34,12 +34,13 @@ const kErrors = {
 export class CommandPanel {
   /// `reveal` shows the record of a command that was sent.
   constructor(reveal) {
-    Object.assign(this, {port: 1161, zoomMaximum: 20000, users: [], reveal, sent: null, asked: 0});
+    Object.assign(this, {agent: '127.0.0.1:1161', isWatched: false, trouble: 'the users are not known yet', zoomMaximum: 20000, users: [], reveal, sent: null, asked: 0});
     this.objects = kObjects.map(({name, oid}) => ({name, oid, type: kOctets, writable: true}));
     for (const type of kTypes) $('command-type').append(new Option(type));
     this.showObjects();
     $('command').addEventListener('input', () => this.show());
     $('command-object').addEventListener('change', () => this.choose());
+    $('command-user').addEventListener('change', () => this.show());
     $('command').addEventListener('submit', (event) => {
       event.preventDefault();
       this.send();
@@ -49,9 +50,9 @@ export class CommandPanel {
     this.show();
   }
 
-  setPort(port, address) {
-    this.port = port;
-    this.address = address;
+  /// The agent's address and port, and whether the dome sends to it.
+  setAgent(agent, isWatched) {
+    Object.assign(this, {agent, isWatched});
     this.show();
   }
 
@@ -63,18 +64,31 @@ export class CommandPanel {
 
   /// What can be set, and as whom.
   async load() {
-    const response = await fetch('/api/objects').catch(() => null);
-    if (!response?.ok) return;
-    const {objects, users} = await response.json();
-    this.objects = objects;
-    this.showObjects();
-    this.users = users;
+    try {
+      const response = await fetch('/api/objects');
+      const {objects, users, error} = await response.json();
+      if (!response.ok) throw new Error(error);
+      this.objects = objects;
+      this.showObjects();
+      this.showUsers(users);
+    } catch (error) {
+      this.showUsers([], `the users are not known: ${error.message}`);
+    }
+    this.show();
+  }
+
+  /// `trouble`: why there are none.
+  showUsers(users, trouble) {
     const chosen = $('command-user').selectedIndex;
+    this.users = users;
+    this.trouble = trouble ?? (this.isWatched ? 'the agent has no user that is known here' : 'start orvex-dome with --agent-port');
     $('command-user').replaceChildren(...users.map(({name, version, level}) => new Option(`${name}, SNMPv${version}${level ? ` ${level}` : ''}`)));
     const writer = users.findIndex(({name}) => /^(writ|rw)/.test(name));
-    $('command-user').selectedIndex = chosen >= 0 && chosen < users.length ? chosen : Math.max(0, writer);
-    $('command-send').disabled = !users.length;
-    this.show();
+    $('command-user').selectedIndex = chosen >= 0 && chosen < users.length ? chosen : users.length ? Math.max(0, writer) : -1;
+  }
+
+  user() {
+    return this.users[$('command-user').selectedIndex];
   }
 
   // -------------------------------------------------------------- the form
@@ -116,8 +130,10 @@ export class CommandPanel {
     return this.objects.find((object) => (object.column ? oid.startsWith(`${object.oid}.`) : oid === object.oid));
   }
 
-  offers(binding) {
-    return kTypes.includes(binding.type) && this.objectOf(binding) !== undefined;
+  /// Octets that a trace shows may be a text: the form could not tell "ab" from AB. No object that is a text is writable.
+  offers({oid, type}) {
+    const object = this.objectOf({oid});
+    return object !== undefined && kTypes.includes(type) && (type !== kOctets || object.writable);
   }
 
   /// Fills the form with what a record asked for.
@@ -159,7 +175,7 @@ export class CommandPanel {
       $('command-line').textContent = '';
       return;
     }
-    $('command-line').textContent = snmpset(command, this.port, this.address);
+    $('command-line').textContent = snmpset(command, this.agent, this.user());
     if (position) {
       const octets = decode(parseOctets(command.value));
       this.say(explain(position, octets, {zoomMaximum: this.zoomMaximum}));
@@ -207,8 +223,12 @@ export class CommandPanel {
 
   async send() {
     const command = this.command();
-    const user = this.users[$('command-user').selectedIndex];
-    if (!command || !user || this.isSending) return;
+    const user = this.user();
+    if (this.isSending) return;
+    if (!command || !user) {
+      this.answer(command ? `Not sent: ${this.trouble}.` : 'Not sent: the value is no octets.', false);
+      return;
+    }
     this.isSending = true;
     this.answer('Sending …', true);
     $('command-record').hidden = true;
@@ -217,7 +237,7 @@ export class CommandPanel {
       this.answer(...this.wordsOf(this.sent));
       $('command-record').hidden = this.sent.id === undefined;
     } catch (error) {
-      this.answer(`Not sent: ${error.message}.`, false);
+      this.answer(`${error.isRefused ? 'Not sent' : 'It is not known whether it was sent'}: ${error.message}.`, false);
     }
     this.isSending = false;
   }
@@ -225,6 +245,7 @@ export class CommandPanel {
   /// [text, whether the agent accepted it]
   wordsOf({outcome, error, reason, refused, effect, answer}) {
     if (outcome === 'silent') return ['No answer within 2 seconds: the agent is not there or busy, or drops what this user sends.', false];
+    if (outcome === 'unsent') return [`Not sent: ${reason}.`, false];
     if (outcome !== 'answered') return [`No answer: ${reason}.`, false];
     if (error !== 'noError') return [`${error}: ${kErrors[error] ?? 'refused'}${refused ? `; ${refused}` : ''}.`, false];
     const values = answer.map((binding) => bindingText({...binding, meaning: ''}, false)).join(', ');

@@ -20,14 +20,16 @@ function octetsOf(hexadecimal) {
   return octets;
 }
 
-/// {octets: the parts of a capture, missing: how many records' messages the camera no longer keeps}
+/// {octets: the parts of a capture, missing: how many records' messages the camera no longer keeps}. What was read
+/// before the camera began its list anew has other positions.
 export async function capture(entries, started) {
-  const wanted = new Set(entries.filter(({record}) => record).map(({place}) => place));
+  const records = entries.filter(({record}) => record);
+  const wanted = new Set(records.filter((entry) => entry.started === started).map(({position}) => position));
   const octets = [];
   let found = 0;
-  let place = Math.min(...wanted, Infinity) - 1;
+  let position = Math.min(...wanted, Infinity) - 1;
   for (let more = true; more; ) {
-    const response = await fetch(`/api/trace/packets?since=${Number.isFinite(place) ? place : 0}`);
+    const response = await fetch(`/api/trace/packets?since=${Number.isFinite(position) ? position : 0}`);
     const answer = await response.json();
     if (!response.ok) throw new Error(answer.error);
     if (answer.started !== started) throw new Error('the camera no longer has these records');
@@ -38,10 +40,10 @@ export async function capture(entries, started) {
       ++found;
       octets.push(octetsOf(packets));
     });
-    place = answer.next;
-    more = answer.more && place < Math.max(...wanted);
+    position = answer.next;
+    more = answer.more && position < Math.max(...wanted);
   }
-  return {octets, missing: wanted.size - found};
+  return {octets, missing: records.length - found};
 }
 
 export function save(name, type, parts) {

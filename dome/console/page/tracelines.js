@@ -4,7 +4,8 @@ import {addressOf, clockOf, detailsOf, motionsOf, outcomeOf, subjectOf} from './
 
 const kMaxReads = 100; // that an opened reader shows
 const kRateOver = 10; // seconds
-const kColumns = 7;
+const kHeads = ['Number', 'Time, UTC', 'Manager', 'Who', 'PDU', 'Outcome', 'What'];
+const kColumns = kHeads.length;
 
 export function make(name, text, ...children) {
   const element = document.createElement(name);
@@ -119,20 +120,20 @@ export class Gap {
   show() {}
 }
 
-/// The last ones first.
+/// Of the last ones, the last first.
 function objectsOf(entries) {
   const objects = new Set();
-  for (let i = entries.length - 1; i >= 0; --i) {
-    const {record} = entries[i];
+  for (const {record} of entries.slice(-kMaxReads).reverse()) {
     for (const {name, oid} of record.answer?.length ? record.answer : record.bindings) objects.add(name || oid);
   }
   const names = [...objects];
   return names.slice(0, 5).join(', ') + (names.length > 5 ? ` and ${names.length - 5} more` : '');
 }
 
+const timeOf = ({record}) => Date.parse(record.time) / 1000;
+
 /// Over the last ten seconds before the last read, or since the first one, but at least a second.
 function rateOf(entries) {
-  const timeOf = ({record}) => Date.parse(record.time) / 1000;
   const last = timeOf(entries[entries.length - 1]);
   let first = entries.length - 1;
   while (first > 0 && last - timeOf(entries[first - 1]) <= kRateOver) --first;
@@ -152,15 +153,23 @@ class Reader extends Opening {
     this.entries = entries;
     const {record} = entries[entries.length - 1];
     const who = `${addressOf(record)} ${record.who}`;
+    this.last = timeOf(entries[entries.length - 1]);
     this.button.textContent = entries.length;
     this.button.setAttribute('aria-label', `${entries.length} reads by ${who}`);
     this.write([addressOf(record), record.who ?? '', rateOf(entries), clockOf(record), objectsOf(entries)]);
     if (this.list) this.fill();
   }
 
+  /// `now`: milliseconds since 1970, by the camera's clock. A reader that has stopped has no rate.
+  tick(now) {
+    if (now / 1000 - this.last > kRateOver) this.row.cells[3].textContent = '–';
+  }
+
   content() {
     this.lines = new Map();
-    this.list = make('table', '');
+    const heads = kHeads.map((text) => Object.assign(make('th', text), {scope: 'col'}));
+    this.list = make('table', '', make('thead', '', make('tr', '', ...heads)));
+    this.list.setAttribute('aria-label', this.button.getAttribute('aria-label'));
     this.note = make('p', '');
     this.note.className = 'note';
     this.fill();
@@ -189,13 +198,13 @@ export class Readers {
     Object.assign(this, {root, table, commands, lines: new Map()});
   }
 
-  /// `entries`: reads, in their order.
-  show(entries) {
+  /// `entries`: reads, in their order; `now` as for tick.
+  show(entries, now) {
     const groups = new Map();
     for (const entry of entries) {
-      const key = JSON.stringify([addressOf(entry.record), entry.record.who]);
-      if (groups.has(key)) groups.get(key).push(entry);
-      else groups.set(key, [entry]);
+      entry.reader ??= JSON.stringify([addressOf(entry.record), entry.record.who]);
+      if (groups.has(entry.reader)) groups.get(entry.reader).push(entry);
+      else groups.set(entry.reader, [entry]);
     }
     for (const key of this.lines.keys()) if (!groups.has(key)) this.lines.delete(key);
     for (const [key, reads] of groups) {
@@ -204,6 +213,10 @@ export class Readers {
     }
     arrange(this.table, [...this.lines.values()].map(({body}) => body));
     this.root.hidden = !groups.size;
+    this.tick(now);
+  }
+
+  tick(now) {
+    for (const line of this.lines.values()) line.tick(now);
   }
 }
-

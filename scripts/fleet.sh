@@ -24,14 +24,18 @@ pages_share_a_port() {
 
 # Checks the choices for a fleet; chooses the traps' port unless it is given.
 check_fleet() {
-    local last watches
+    local last watches number
     [[ $fleet =~ ^[1-9][0-9]{0,3}$ ]] || bad_usage "--fleet requires a number from 1 to 9999, not '$fleet'"
+    for number in "${!configs[@]}"; do
+        ((number <= fleet)) || bad_usage "--config $number=${configs[$number]}: there are only $fleet cameras"
+    done
     [[ $first_address ]] || ((port + fleet - 1 <= 65535)) || bad_usage "--port $port leaves no room for $fleet cameras"
     pages_share_a_port || ((console_port + fleet - 1 <= 65535)) ||
         bad_usage "--console-port $console_port leaves no room for $fleet cameras"
     watches=$(cat /proc/sys/fs/inotify/max_user_instances 2>/dev/null) || watches=$((2 * fleet))
-    ((2 * fleet <= watches)) || echo "${0##*/}: fs.inotify.max_user_instances is $watches, and each camera uses 2: the others" \
-        "look for changed settings once a second (sysctl -w fs.inotify.max_user_instances=$((2 * fleet + 128)))" >&2
+    ((2 * fleet <= watches)) ||
+        echo "${0##*/}: fs.inotify.max_user_instances is $watches, and each camera uses 2: the others look for changed" \
+            "settings once a second (sysctl -w fs.inotify.max_user_instances=$((2 * fleet + 128)))" >&2
     # Many cameras share the machine's memory: the trace of each keeps less of the past than one camera's.
     export ORVEX_TRACE_KIB=${ORVEX_TRACE_KIB:-512}
     if [[ $first_address ]]; then
@@ -45,7 +49,8 @@ check_fleet() {
     fi
     [[ $chosen_trap_port ]] || trap_port=$((port + fleet <= 65535 ? port + fleet : port - 1))
     # An agent's port would get the traps, and no receiver could bind it.
-    ((trap_port < port || trap_port >= port + fleet)) || bad_usage "--trap-port $trap_port is the port of one of the agents"
+    ((trap_port < port || trap_port >= port + fleet)) ||
+        bad_usage "--trap-port $trap_port is the port of one of the agents"
 }
 
 check_fleet_files() {
@@ -70,7 +75,7 @@ prepare_fleet() {
     for ((n = 1; n <= fleet; n++)); do
         ((n <= at_once)) || wait -n || prepare_no_more
         (prepare_fleet_camera "$n") &
-        ((n % 100)) || echo "$n of $fleet cameras are prepared" >&2
+        ((n % 100)) || echo "preparing camera $n of $fleet" >&2
     done
     for ((n = 1; n <= at_once && n <= fleet; n++)); do wait -n || prepare_no_more; done
 }
@@ -98,11 +103,19 @@ use_settings_of() {
     state=$state/$n port=$port_of_n address=$address_of_n console_port=$console_port_of_n
 }
 
+# Prints how many cameras the fleet in the state folder has; fails when there is no fleet.
+fleet_size() {
+    local count=''
+    [[ -f $state/fleet ]] || return
+    read -r count <"$state/fleet" || true
+    [[ $count =~ ^[1-9][0-9]{0,3}$ ]] && echo "$count"
+}
+
 declare -A fleet_pids=() # by the camera's number
 
 start_fleet_camera() {
     local n=$1 camera=$state/$1
-    rm -f "$camera/ready"
+    rm -f "$camera/ready" "$camera/restart"
     (
         exec 9>>"$camera/lock"
         flock -n 9 || fail "a camera runs in $camera already"
@@ -151,32 +164,39 @@ show_progress() {
 }
 last_progress=0
 
-# A camera whose folder has the file restart is started again, from new settings.
+# A camera whose folder has the empty file restart is started again, from new settings. The file is not empty when that
+# has failed.
 restart_cameras() {
-    local n
+    local n camera
     for ((n = 1; n <= fleet; n++)); do
-        [[ -f $state/$n/restart && ! ${fleet_pids[$n]:-} ]] || continue
-        rm -f "$state/$n/restart"
-        if (prepare_fleet_camera "$n"); then start_fleet_camera "$n"; fi
+        camera=$state/$n
+        [[ -f $camera/restart && ! -s $camera/restart && ! ${fleet_pids[$n]:-} ]] || continue
+        if (prepare_fleet_camera "$n"); then start_fleet_camera "$n"; else echo failed >"$camera/restart"; fi
     done
 }
 
 # Restarts the Nth camera of the running fleet; returns when it answers.
 restart_of_fleet() {
-    local n=$1 camera=$state/$1 supervisor before tries
-    [[ $n =~ ^[1-9][0-9]{0,3}$ && -d $camera ]] || fail "$state has no camera '$n'"
+    local n=$1 camera=$state/$1 cameras supervisor before tries
+    cameras=$(fleet_size) || fail "there is no fleet in $state"
+    [[ $n =~ ^[1-9][0-9]{0,3}$ && -d $camera && n -le cameras ]] || fail "$state has no camera '$n'"
     state=$(realpath "$state") camera=$(realpath "$camera")
     supervisor=$(noted_pid run)
     [[ $supervisor ]] || fail "no fleet runs in $state"
+    # A camera that ends before it has answered once ends the fleet.
+    [[ -f $state/ready ]] || fail "the fleet in $state still starts; restart camera $n when all answer"
     check_files "$camera/restart"
     before=$(camera_supervisor "$camera")
     : >"$camera/restart"
     [[ ! $before ]] || kill -TERM "$before" 2>/dev/null || true
     for ((tries = 0; tries < 1200; tries++)); do
-        [[ ! -e $camera/restart ]] || kill -USR1 "$supervisor" 2>/dev/null || fail "the fleet in $state has ended"
-        if [[ ! -e $camera/restart && -f $camera/ready && $(camera_supervisor "$camera") != "$before" ]]; then return 0; fi
+        if [[ -s $camera/restart ]]; then break; fi
+        [[ ! -e $camera/restart ]] || kill -USR1 "$supervisor" 2>/dev/null || break
+        [[ -e $camera/restart || ! -f $camera/ready || $(camera_supervisor "$camera") == "$before" ]] || return 0
         sleep 0.05
     done
+    rm -f "$camera/restart"
+    [[ $(started_at "$supervisor") ]] || fail "the fleet in $state has ended"
     fail "camera $n does not start; see $state/run.log and the logs in $camera"
 }
 

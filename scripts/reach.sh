@@ -18,9 +18,15 @@ is_loopback() {
     [[ $1 == 127.* ]]
 }
 
-# True for an IPv4 address, alone or with the length of its prefix: 192.0.2.0/24.
+# True for an IPv4 address, alone or with the length of its prefix: 192.0.2.0/24. The agent ignores a network with bits
+# beyond its prefix.
 is_network() {
-    is_address "${1%%/*}" && [[ $1 != */* || ${1#*/} =~ ^([0-9]|[12][0-9]|3[0-2])$ ]]
+    local a b c d length=${1#*/}
+    is_address "${1%%/*}" || return
+    [[ $1 == */* ]] || return 0
+    [[ $length =~ ^([0-9]|[12][0-9]|3[0-2])$ ]] || return
+    IFS=. read -r a b c d <<<"${1%%/*}"
+    (((((a << 24) | (b << 16) | (c << 8) | d) & ((1 << (32 - length)) - 1)) == 0))
 }
 
 # Prints the Nth address from the first on; 1 is the first.
@@ -68,8 +74,9 @@ check_reach() {
     is_address "$address" || fail "--address requires an IPv4 address, not '$address'" 2
     [[ $write_community ]] || write_community=$(is_loopback "$address" && echo private || echo none)
     for name in community write_community user; do
-        [[ ${!name} =~ ^[A-Za-z0-9_.-]{1,32}$ ]] ||
-            fail "--${name//_/-} requires 1 to 32 letters, digits and _ . -, not '${!name}'" 2
+        # A tool would take a name that begins with - for an option.
+        [[ ${!name} =~ ^[A-Za-z0-9_][A-Za-z0-9_.-]{0,31}$ ]] ||
+            fail "--${name//_/-} requires 1 to 32 letters, digits and _ . - (. and - not first), not '${!name}'" 2
     done
     [[ $community == none || $community != "$write_community" ]] ||
         fail "--community and --write-community are both '$community': one community cannot be two" 2
@@ -85,8 +92,10 @@ check_reach() {
 
 # The sources from which the communities are accepted: always the camera's own machine.
 allowed_sources() {
+    local machine=("$address")
     if ((${#allow[@]})); then
-        printf '%s\n' 127.0.0.1 "$address" "${allow[@]}" | sed '/^0\.0\.0\.0$/d' | sort -u
+        [[ $address != 0.0.0.0 ]] || read -ra machine < <(hostname -I) || true
+        printf '%s\n' 127.0.0.1 "${machine[@]}" "${allow[@]}" | sed '/:/d' | sort -u # without IPv6
     elif [[ $address == 127.0.0.1 ]]; then
         echo 127.0.0.1
     elif is_loopback "$address"; then
@@ -163,11 +172,13 @@ where_traps_go() {
 
 # Says what is reachable from other machines; nothing when that is nothing.
 what_others_reach() {
-    local sources
+    local sources communities=''
     is_loopback "$address" && return
     sources=$(allowed_sources | paste -sd ' ')
-    echo "Other machines can reach on $address: the agent ($(who_may); accepted from: ${sources/default/anywhere}; by SNMPv3
-$user reads and writes, from anywhere, with the pass phrases in $shown_state)."
+    [[ $community$write_community == nonenone ]] ||
+        communities="$(who_may); accepted from: ${sources/default/anywhere}; "
+    echo "Other machines can reach on $address: the agent (${communities}SNMPv3: $user reads and writes, from anywhere,
+with the pass phrases in $shown_state${fleet:+/N}/v3/snmp.conf)."
     if [[ $console_port == 0 || ! $open_console ]]; then
         echo "They cannot reach the page (--open-console lets them)."
     else

@@ -14,7 +14,7 @@ import urllib.request
 import pytest
 
 import ber
-from desk import ROOT, await_until
+from desk import ROOT, await_until, free_tcp_port
 from expected_tree import OID
 from test_run import Started, gone, message, run
 
@@ -76,9 +76,7 @@ def engine(fleet, number):
 
 
 def test_cameras_with_addresses_of_their_own_answer_and_emit_from_them(fleet):
-    with socket.socket() as free:
-        free.bind(("127.0.0.1", 0))
-        fleet.console_port = free.getsockname()[1]
+    fleet.console_port = free_tcp_port()
     status, out, error = fleet.run("--detach", "--fleet", str(COUNT), "--first-address", "127.0.8.254")
     assert status == 0, error
     addresses = ["127.0.8.254", "127.0.8.255", "127.0.9.0"]
@@ -166,8 +164,40 @@ def test_a_fleet_is_listed_and_one_camera_restarted_with_its_own_configuration(f
     assert done.stderr.startswith("domectl: 3: ")
     assert run("--restart", "3", "--state", fleet.state)[0] == 0
     assert "3 of 3 cameras run" in run("--fleet-status", "--state", fleet.state)[1]
+    (fleet.state / "4").mkdir()  # of a larger fleet, earlier
     status, _, error = run("--restart", "4", "--state", fleet.state)
-    assert (status, len(message(error))) == (1, 1)
+    assert (status, message(error)) == (1, [f"run: {fleet.state} has no camera '4'"])
+
+    # A camera that cannot be prepared is not started from its old configuration.
+    phrases = fleet.state / "2" / "v3" / "snmp.conf"
+    whole = phrases.read_text()
+    phrases.write_text("defSecurityName desk\n")
+    status, _, error = run("--restart", "2", "--state", fleet.state)
+    assert status == 1 and message(error)[0].startswith("run: camera 2 does not start; see "), error
+    assert "has no defAuthPassphrase" in (fleet.state / "run.log").read_text()
+    assert "2 of 3 cameras run" in run("--fleet-status", "--state", fleet.state)[1]
+    phrases.write_text(whole)
+    assert run("--restart", "2", "--state", fleet.state)[0] == 0
+
+    # While it starts, no camera may be restarted: the first start of each is awaited.
+    (fleet.state / "ready").rename(fleet.folder / "ready")
+    pid = pids_of(fleet.state / "1")[0]
+    status, _, error = run("--restart", "1", "--state", fleet.state)
+    assert (status, len(message(error))) == (1, 1) and "still starts" in error, error
+    assert pids_of(fleet.state / "1")[0] == pid and not gone(pid)
+
+    # A copied folder has the running cameras' process ids.
+    copy = fleet.folder / "copy"
+    shutil.copytree(fleet.state, copy, ignore=lambda folder, names: [name for name in names if name.endswith(".sock")])
+    assert "0 of 3 cameras run" in run("--fleet-status", "--state", copy)[1]
+    for number in range(1, COUNT + 1):
+        (copy / str(number) / "ready").write_text("console_port=8205\n")  # of an earlier version
+    assert run("--inventory", "json", "--state", copy)[0] == 0
+
+    (fleet.state / "fleet").unlink()
+    os.mkfifo(fleet.state / "fleet")
+    assert run("--fleet-status", "--state", fleet.state)[0] == 1
+    assert run("--stop", "--state", fleet.state)[0] == 0
 
 
 def test_a_folder_without_a_fleet_is_named(fleet):
@@ -181,7 +211,8 @@ def test_a_folder_without_a_fleet_is_named(fleet):
                                    ["--fleet", "3", "--port", "2000", "--trap-port", "2002"],
                                    ["--fleet", "3", "--first-address", "127.255.255.254"],
                                    ["--first-address", "127.0.8.1"], ["--inventory", "xml"],
-                                   ["--fleet", "3", "--config", "2=/nowhere.toml"]])
+                                   ["--fleet", "3", "--config", "2=/nowhere.toml"],
+                                   ["--fleet", "3", "--config", f"4={ROOT}/dome/desk.toml"], ["--address", "192.0.2.7"]])
 def test_an_impossible_fleet_is_refused(words):
     status, _, error = run(*words)
     assert (status, len(error.splitlines())) == (2, 1)

@@ -1,5 +1,6 @@
 """Where a camera's agent answers, who may use it, and where its traps go: the choices of ./run and prepare-state."""
 
+import os
 import re
 import socket
 import subprocess
@@ -13,9 +14,10 @@ from expected_tree import OID
 OUTSIDE = "192.0.2.7"  # RFC 5737: an address of documentation. Nothing is started on it.
 
 
-def prepare(state, *words, port=1161):
+def prepare(state, *words, port=1161, **environment):
     command = [ROOT / "scripts" / "prepare-state", BUILD, state, str(port), "1162", *words]
-    return subprocess.run(command, capture_output=True, text=True, timeout=20)
+    return subprocess.run(command, capture_output=True, text=True, timeout=20,
+                          env=dict(os.environ, **environment))
 
 
 def lines(state, directive):
@@ -47,10 +49,29 @@ def test_only_the_allowed_networks_and_the_machine_itself_use_communities(state)
     assert sorted(lines(state, "com2sec")) == sorted(f"com2sec reader {source} public" for source in sources)
 
 
+def test_an_agent_on_every_address_accepts_the_communities_from_those_of_its_machine(state, tmp_path):
+    (tmp_path / "hostname").write_text("#!/bin/sh\necho 192.0.2.7 192.0.2.8 2001:db8::1\n")
+    (tmp_path / "hostname").chmod(0o755)
+    done = prepare(state, "--address", "0.0.0.0", "--allow", "198.51.100.0/24", PATH=f"{tmp_path}:{os.environ['PATH']}")
+    assert done.returncode == 0, done.stderr
+    sources = ["127.0.0.1", "192.0.2.7", "192.0.2.8", "198.51.100.0/24"]
+    assert sorted(lines(state, "com2sec")) == sorted(f"com2sec reader {source} public" for source in sources)
+
+
+def test_the_machines_hosts_files_apply_where_others_can_reach_the_agent(state):
+    assert prepare(state, "--address", "127.0.9.1").returncode == 0
+    assert len(lines(state, "dlmod orvexnowrap")) == 1
+    assert prepare(state, "--address", OUTSIDE).returncode == 0
+    assert lines(state, "dlmod orvexnowrap") == []
+
+
 @pytest.mark.parametrize(
     ("words", "reason"),
     [(["--address", "127.0.0.256"], "--address requires an IPv4 address"),
      (["--allow", "10.0.0.0/33"], "--allow requires a network"),
+     (["--allow", "192.0.2.5/24"], "--allow requires a network"),
+     (["--allow", "128.0.0.0/0"], "--allow requires a network"),
+     (["--community", "-v1"], "--community requires 1 to 32 letters"),
      (["--community", "two words"], "--community requires 1 to 32 letters"),
      (["--community", "a\ncom2sec writer default a"], "--community requires 1 to 32 letters"),
      (["--user", "a\tb"], "--user requires 1 to 32 letters"),
@@ -149,3 +170,6 @@ def test_the_pass_phrases_stay_when_the_user_is_renamed(state):
     assert prepare(state, "--user", "operator").returncode == 0
     assert (state / "v3" / "snmp.conf").read_text() == before.replace("SecurityName desk", "SecurityName operator")
     assert lines(state, "group managers usm") == ["group managers usm operator"]
+    phrases = (state / "v3" / "snmp.conf").read_text()
+    assert prepare(state, "--user", "operat.r").returncode == 0
+    assert (state / "v3" / "snmp.conf").read_text() == phrases.replace("operator", "operat.r")

@@ -1,6 +1,7 @@
 """The addresses at which others can reach a desk camera's processes. Each desk has a separate network, where every port
 is free."""
 
+import contextlib
 import os
 import pathlib
 import shutil
@@ -91,27 +92,65 @@ def test_what_run_starts_is_open_to_its_own_machine_only(network):
         shutil.rmtree(folder)
 
 
-@pytest.mark.slow
-@pytest.mark.commands
-def test_an_open_camera_opens_no_more_than_was_asked_for(network):
+@contextlib.contextmanager
+def open_camera(network, *words):
+    """The state folder of a camera on every address, its processes' ids and what ./run printed."""
     folder = pathlib.Path(tempfile.mkdtemp(prefix="orvex-run-"))
     state = folder / "state"
     try:
         with open(folder / "out", "w") as out:
-            subprocess.run(network.command(ROOT / "run", "--detach", "--state", state, "--address", "0.0.0.0"),
+            subprocess.run(network.command(ROOT / "run", "--detach", "--state", state, "--address", "0.0.0.0", *words),
                            stdin=subprocess.DEVNULL, stdout=out, stderr=out, timeout=300)
         said = (folder / "out").read_text()
         assert (state / "ready").exists(), said
         pids = {name: int(pid) for name, pid, _ in map(str.split, (state / "pids").read_text().splitlines())}
+        yield pids, said
+    finally:
+        subprocess.run([ROOT / "run", "--stop", "--state", state], capture_output=True, timeout=60)
+        shutil.rmtree(folder)
+
+
+@pytest.mark.slow
+@pytest.mark.commands
+def test_an_open_camera_opens_no_more_than_was_asked_for(network):
+    with open_camera(network) as (pids, said):
         assert {"unix connected", "tcp 127.0.0.1:8205 listens"} == set(sockets_of(pids["dome"]))
         internet = [text for text in sockets_of(pids["agent"]) if text.startswith("udp")]
         # The second, of the traps' session, has a port from the kernel.
         assert "udp 0.0.0.0:1161" in internet and len(internet) == 2
         assert "Other machines can reach on 0.0.0.0: the agent (SNMPv2c: public reads;" in said
         assert "They cannot reach the page" in said
+
+
+PAGE = """
+import sys, urllib.error, urllib.request
+try:
+    request = urllib.request.Request("http://127.0.0.1:8205/", headers={"Host": sys.argv[1] + ":8205"})
+    print(urllib.request.urlopen(request, timeout=10).status)
+except urllib.error.HTTPError as error:
+    print(error.code)
+"""
+SILENT = "import socket; s = socket.socket(type=socket.SOCK_DGRAM); s.bind(('127.0.0.1', 1199)); print(flush=True); input()"
+
+
+@pytest.mark.slow
+@pytest.mark.commands
+def test_an_open_page_is_served_on_the_agents_address_by_its_names(network):
+    receiver = subprocess.Popen(network.command("/usr/bin/python3", "-c", SILENT), stdin=subprocess.PIPE,
+                                stdout=subprocess.PIPE)
+    assert receiver.stdout.readline()
+    words = ["--open-console", "--console-name", "dome.test", "--trap-to", "v3-inform:127.0.0.1:1199", "--community", "none"]
+    try:
+        with open_camera(network, *words) as (pids, said):
+            assert "tcp 0.0.0.0:8205 listens" in sockets_of(pids["dome"])
+            assert "They can reach the page" in said and "cannot" not in said
+            assert "Traps go to v3-inform:127.0.0.1:1199." in said and "snmptrapd" not in said
+            assert said.count("SNMPv3: desk reads and writes") == 2  # where it answers, and what others reach
+            for name, status in [("dome.test", "200"), ("other.test", "403")]:
+                page = network.command("/usr/bin/python3", "-c", PAGE, name)
+                assert subprocess.run(page, capture_output=True, text=True, timeout=20).stdout.strip() == status, name
     finally:
-        subprocess.run([ROOT / "run", "--stop", "--state", state], capture_output=True, timeout=60)
-        shutil.rmtree(folder)
+        receiver.communicate()
 
 
 @pytest.mark.parametrize(("unit", "parts"), [("orvex-agent@.service", AGENT_PARTS),

@@ -11,10 +11,9 @@ import textwrap
 import pytest
 
 from desk import BUILD, ROOT, await_until
-from orvex_camera import (CameraError, ControlError, DeskCamera, Manager, NoAnswer, NotServed, SnmpError, absolute,
-                          continuous, stop)
+from orvex_camera import (CameraError, ControlError, DeskCamera, Manager, NoAnswer, NotServed, Recording, SnmpError,
+                          StartFailed, absolute, continuous, replay, stop)
 from orvex_camera import processes
-from orvex_camera.camera import StartFailed
 
 CLIENT = ROOT / "clients" / "python"
 
@@ -86,6 +85,20 @@ def test_an_agent_that_does_not_answer_is_said_in_time():
             manager.get("modelName")
     finally:
         manager.close()
+
+
+@pytest.mark.parametrize("host", ["nohost.invalid", "255.255.255.255"])
+def test_a_host_that_cannot_be_reached_is_an_error_of_this_package(host):
+    with pytest.raises(NoAnswer, match=host):
+        Manager(host, 161)
+    with pytest.raises(NoAnswer, match=host):
+        replay(Recording([]), host, 161)
+
+
+def test_a_camera_that_was_not_started_says_so():
+    for ask in (DeskCamera.state, DeskCamera.calls, lambda camera: camera.log("agent"), lambda camera: camera.manager):
+        with pytest.raises(CameraError, match="does not run"):
+            ask(DeskCamera())
 
 
 def test_a_fault_shows_in_the_trace(camera):

@@ -45,6 +45,10 @@ def test_events_are_in_the_order_of_their_times_then_of_the_file():
     ("length = 1\n[[event]]\nat = 2\ndo = 'set light 1'", "length: 1 s end before the last event"),
     ("[[ramp]]\nat = 2\nuntil = 2\nevery = 1\ndo = 'set light'\nfrom = 1\nto = 2", "requires 'until' after 'at'"),
     ("[[ramp]]\nat = 0\nuntil = 86400\nevery = 0.02\ndo = 'set light'\nfrom = 1\nto = 2", "more than 100000 events"),
+    ("[[ramp]]\nat = 0\nuntil = 2\nevery = 1\ndo = 'set light'\nfrom = 1e30\nto = 2",
+     "ramp 1, from: requires a number from"),
+    pytest.param(f"length = {'1' * 5000}", "limit", id="5000 digits"),
+    ("length = 1e9999999999999999999", "exponent is too large"),
     ("event = 1", "requires tables [[event]]"),
     ("[event]]", "line 1"),
 ])

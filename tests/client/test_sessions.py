@@ -1,4 +1,4 @@
-"""A session's requests are recorded from the trace and repeated against another camera, with the differences told."""
+"""A session's requests are recorded from the trace and repeated against another camera, with the differences reported."""
 
 import json
 import os
@@ -8,10 +8,9 @@ import subprocess
 import pytest
 
 import ber
-from desk import BUILD, ROOT
+from desk import BUILD, ROOT, free_udp_port
 from expected_tree import CCTV, OID
-from orvex_camera import DeskCamera, NotServed, Recording, SnmpError, absolute, replay
-from orvex_camera.recording import RecordingError
+from orvex_camera import DeskCamera, NoAnswer, NotServed, Recording, RecordingError, SnmpError, absolute, replay
 
 SESSION = ROOT / "clients" / "python" / "orvex-session"
 
@@ -67,7 +66,7 @@ def test_another_camera_gets_the_same_octets_and_answers_alike(recorded, another
     assert [one["bindings"] for one in now] == [one["bindings"] for one in was]
 
 
-def test_each_answer_that_differs_is_told(recorded, another):
+def test_each_answer_that_differs_is_reported(recorded, another):
     another.domectl("set", "temperature", 31)
     found = [str(one) for one in replay(Recording.read(recorded), another.host, another.port)]
     another.domectl("set", "temperature", 25)
@@ -112,6 +111,16 @@ def test_the_command_records_and_replays_with_an_exit_status(shared_desk_camera,
     done = session(*words, "--ignore", "temperature", recorded)
     assert (done.returncode, done.stdout) == (0, "10 requests, 0 with differences\n")
     another.domectl("set", "temperature", 25)
+
+
+def test_a_camera_that_stops_answering_ends_a_replay(recorded):
+    port = free_udp_port()
+    done = session("replay", "--host", "127.0.0.1", "--port", port, "--community", "public", "--timeout", "0.1", recorded)
+    assert done.returncode == 2
+    assert [line.partition(" (")[0] for line in done.stdout.splitlines()] == ["request 1", "request 2", "request 3"]
+    assert done.stderr == f"orvex-session: 127.0.0.1 port {port}: 4 requests in a row were not answered\n"
+    with pytest.raises(NoAnswer, match="4 requests in a row"):
+        replay(Recording.read(recorded), "127.0.0.1", port, timeout=0.1)
 
 
 def test_a_user_of_snmpv3_repeats_it_too(another, recorded):

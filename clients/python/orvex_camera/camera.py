@@ -68,6 +68,15 @@ class DeskCamera(Control):
             self.close()
             raise
 
+    def domectl(self, *words: object, timeout: float = 60.0) -> str:
+        """See Control.domectl."""
+        self._check_runs()
+        return super().domectl(*words, timeout=timeout)
+
+    def _check_runs(self) -> None:
+        if self._folder is None:
+            raise CameraError("the camera does not run")
+
     def _start(self) -> None:
         for attempt in range(1, _ATTEMPTS + 1):
             self.port, self.trap_port = processes.free_port(), processes.free_port()
@@ -129,6 +138,7 @@ class DeskCamera(Control):
 
     def log(self, name: str) -> str:
         """What a process ("bus", "dome", "agent") wrote to its standard output, its standard error and its log."""
+        self._check_runs()
         files = [self.state_folder / f"{name}.{kind}" for kind in ("out", "log")]
         return "".join(file.read_text(errors="replace") for file in files if file.exists())
 

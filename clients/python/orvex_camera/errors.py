@@ -8,7 +8,7 @@ class CameraError(Exception):
 
 
 class NoAnswer(CameraError):
-    """The agent did not answer in time."""
+    """The agent did not answer in time, or its host cannot be reached."""
 
 
 class NotServed(CameraError):

@@ -12,6 +12,7 @@ from typing import Any, Dict, List, Optional, Sequence
 from orvex_camera import shared
 from orvex_camera.control import Control, ControlError
 from orvex_camera.errors import CameraError
+from orvex_camera.manager import connect
 from orvex_camera.recording import Recording
 from orvex_camera.replay import Roles, communities, differences, user
 from orvex_camera.scenario import Event, Player, Scenario
@@ -154,7 +155,7 @@ def roles(options: argparse.Namespace, connection: Any) -> Dict[str, Roles]:
 def repeat(options: argparse.Namespace) -> int:
     recording = Recording.read(options.file)
     shared.only_one_host(options.host)
-    connection = shared.link.Link(options.host, options.port, timeout=options.timeout, retries=0, may_set=True)
+    connection = connect(options.host, options.port, options.timeout)
     differing = set()
     try:
         for difference in differences(recording, connection, roles(options, connection), options.ignore, options.pace):

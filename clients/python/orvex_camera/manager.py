@@ -55,12 +55,21 @@ def encoded(name: str, value: Value) -> "tuple[int, bytes]":
     return tag, ber.integer_octets(int(value))
 
 
+def connect(host: str, port: int, timeout: float) -> Any:
+    """A link.Link without retries. Raises NoAnswer for a host that cannot be reached."""
+    try:
+        return link.Link(host, port, timeout=timeout, retries=0, may_set=True)
+    except link.Unreachable as error:
+        raise NoAnswer(str(error)) from None
+
+
 class Manager:
     """A manager in SNMPv2c. Use it in one thread. It never repeats a request: a SET may move the camera."""
 
     def __init__(self, host: str, port: int, community: str = "public", write_community: str = "private",
                  timeout: float = 5.0) -> None:
-        self.link = link.Link(host, port, timeout=timeout, retries=0, may_set=True)
+        """Raises NoAnswer."""
+        self.link = connect(host, port, timeout)
         self.reader = link.Access(link.V2C, community)
         self.writer = link.Access(link.V2C, write_community)
 
@@ -85,13 +94,13 @@ class Manager:
         try:
             self.link.get(self.reader, "1.3.6.1.2.1.1.3.0", timeout=timeout)
             return True
-        except (link.Silent, link.Gone):
+        except (link.Silent, link.Gone, link.Unreachable):
             return False
 
     def _ask(self, what: str, access: Any, kind: int, bindings: Any) -> Any:
         try:
             answer = self.link.ask(access, kind, bindings)
-        except (link.Silent, link.Gone) as silence:
+        except (link.Silent, link.Gone, link.Unreachable) as silence:
             raise NoAnswer(f"{what}: {silence}") from None
         if answer.pdu == usm.REPORT or answer.error != ber.NO_ERROR:
             raise SnmpError(what, error_name(answer.error), answer.index)

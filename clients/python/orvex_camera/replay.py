@@ -6,8 +6,8 @@ import re
 import time
 from typing import Any, Collection, Dict, Iterator, List, NamedTuple, Optional
 
-from orvex_camera.errors import CameraError
-from orvex_camera.manager import is_text
+from orvex_camera.errors import CameraError, NoAnswer
+from orvex_camera.manager import connect, is_text
 from orvex_camera.recording import Recording
 from orvex_camera.shared import TYPES, ber, error_name, expected_tree, link, type_name, usm
 
@@ -55,8 +55,9 @@ def user(connection: Any, name: str, authentication: str, authentication_phrase:
 def replay(recording: Recording, host: str, port: int, community: str = "public", write_community: str = "private",
            ignore: Collection[str] = (), pace: Optional[float] = None, timeout: float = 5.0) -> List[Difference]:
     """The differences of another camera's answers. `ignore`: names or OIDs of objects whose values may differ. `pace`:
-    1 waits between requests as long as the recorded manager did, 2 half as long; without, each is sent at once."""
-    connection = link.Link(host, port, timeout=timeout, retries=0, may_set=True)
+    1 waits between requests as long as the recorded manager did, 2 half as long; without, each is sent at once. Raises
+    NoAnswer for a host that cannot be reached, or that leaves several requests in a row unanswered."""
+    connection = connect(host, port, timeout)
     try:
         return list(differences(recording, connection, communities(community, write_community), ignore, pace))
     finally:
@@ -65,6 +66,7 @@ def replay(recording: Recording, host: str, port: int, community: str = "public"
 
 def differences(recording: Recording, connection: Any, roles: Dict[str, Roles], ignore: Collection[str] = (),
                 pace: Optional[float] = None) -> Iterator[Difference]:
+    """Raises NoAnswer for a host that cannot be reached, or that leaves several requests in a row unanswered."""
     start = time.monotonic()
     for position, request in enumerate(recording.requests, 1):
         if pace is not None:
@@ -94,9 +96,11 @@ def _repeat(request: Dict[str, Any], connection: Any, roles: Dict[str, Roles], i
     try:
         answer = connection.ask(access, _PDUS[request["pdu"]], bindings, request.get("nonRepeaters", 0),
                                 request.get("maxRepetitions", 0))
-    except (link.Silent, link.Gone) as silence:
+    except link.Silent as silence:
         yield f"{silence}, was {request['error']}"
         return
+    except (link.Gone, link.Unreachable) as silence:
+        raise NoAnswer(f"{connection.host} port {connection.port}: {silence}") from None
     if answer.pdu == usm.REPORT:
         yield f"refused by a report ({', '.join(usm.REPORTS.get(one.oid, one.oid) for one in answer.bindings)})"
         return

@@ -22,6 +22,7 @@ _MAX_TIME = 86400  # seconds
 _MAX_STEP = Decimal(3600)  # seconds, of domectl clock step
 _PACE_STEP = Decimal("0.1")  # seconds of the camera's clock, when a scenario is paced
 _MAX_EVENTS = 100000
+_MAX_NUMBER = 2**63  # of a ramp, either way; Decimal computes with 28 digits
 _COMMANDS = ("set", "banks", "event", "fault")  # those that do something, without the clock
 
 
@@ -62,8 +63,10 @@ class Scenario:
         """Raises ScenarioError."""
         try:
             document = tomllib.loads(text, parse_float=Decimal)
-        except tomllib.TOMLDecodeError as error:
+        except ValueError as error:  # also for a number of thousands of digits
             raise ScenarioError(str(error)) from None
+        except InvalidOperation:
+            raise ScenarioError("a number's exponent is too large") from None
         _check_keys("the file", document, ("title", "length", "event", "ramp"), ())
         events: List[Event] = []
         for number, table in enumerate(_tables(document, "event"), 1):
@@ -121,12 +124,19 @@ def _single(where: str, table: Dict[str, Any]) -> List[Event]:
     return [Event(at, _words(f"{where}, do", text)) for text in (do if isinstance(do, list) else [do])]
 
 
+def _end_of_ramp(where: str, value: Any) -> Decimal:
+    number = _number(where, value)
+    if abs(number) > _MAX_NUMBER:
+        raise ScenarioError(f"{where}: requires a number from -2^63 to 2^63, not {value}")
+    return number
+
+
 def _ramp(where: str, table: Dict[str, Any]) -> List[Event]:
-    """A value that goes evenly from one whole number to another; an event for each change of it."""
+    """A value that changes evenly from one whole number to another; an event for each change of it."""
     keys = ("at", "until", "every", "do", "from", "to")
     _check_keys(where, table, keys, keys)
     begin, end, every = (_time(f"{where}, {key}", table[key]) for key in ("at", "until", "every"))
-    first, last = (_number(f"{where}, {key}", table[key]) for key in ("from", "to"))
+    first, last = (_end_of_ramp(f"{where}, {key}", table[key]) for key in ("from", "to"))
     words = _words(f"{where}, do", table["do"])
     if end <= begin or every == 0:
         raise ScenarioError(f"{where}: requires 'until' after 'at', and an 'every' above 0")

@@ -42,7 +42,6 @@ def version() -> str:
     if not is_checkout():
         return (_folder() / "version").read_text().strip()
     text = (CHECKOUT / "CMakeLists.txt").read_text()
-    text = (CHECKOUT / "CMakeLists.txt").read_text()
     return str(re.findall(r"^project\(.* VERSION (\S+)", text, re.MULTILINE)[0])
 
 

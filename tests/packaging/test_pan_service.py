@@ -97,7 +97,7 @@ def command(camera, *words):
 def test_the_agent_steers_it_also_after_it_was_killed(camera):
     assert camera.position() == 0
     command(camera, 2, 127, 35900)
-    await_until(lambda: camera.position() == 359000, "the pan is at 359 degrees, by the shorter direction", seconds=2)
+    await_until(lambda: camera.position() == 359000, "the pan is at 359 degrees, by the shorter direction", seconds=3)
     command(camera, 1, -127, 1000)  # speeds of positioned moves may be negative
     await_until(lambda: camera.position() == 349000, "the pan is 10 degrees further left")
     command(camera, 3, 64, 0)

@@ -39,9 +39,10 @@ public:
     std::string SerialNumber() const;
 
     /// Call it when relays have changed, before the change is acknowledged: then the change survives a kill of the
-    /// camera. The store stays open until the next Work that looks at it, at most a second later, ten after a failure of
-    /// Work. Usually takes some tens of microseconds, some milliseconds when it waits for the disk, and up to a tenth of
-    /// a second while another process is storing. After a failure it does nothing for a second; Work then stores the relays.
+    /// camera. The store stays open until the next Work that looks at it, at most a second later, ten after a failure
+    /// of Work. Usually takes some tens of microseconds, some milliseconds when it waits for the disk, and up to a
+    /// tenth of a second while another process is storing. After a failure it does nothing for a second; Work then
+    /// stores the relays.
     void KeepRelays();
 
     /// Call it after each change of the camera, when Descriptor is readable, and when the time of NextWork has come. At

@@ -15,8 +15,8 @@ std::string FindStateFolder();
 /// How many cameras the fleet in that folder has, in its folders 1, 2, ...; 0 when there is no fleet.
 int FleetSize(const std::string& folder);
 
-/// The folder of the fleet whose member the camera in that state folder is; empty for a camera that stands alone, and for
-/// a folder of another user than this process's and root.
+/// The folder of the fleet whose member the camera in that state folder is; empty for a camera that stands alone, and
+/// for a folder of another user than this process's and root.
 std::string FleetOf(const std::string& state);
 
 }  // namespace dome

@@ -212,7 +212,8 @@ watch_fleet() {
         ended=
         wait -n -p ended "${fleet_pids[@]}" || true
         for n in "${!fleet_pids[@]}"; do
-            [[ ${fleet_pids[$n]} == "${ended:-}" ]] || continue
+            # When a signal ends the wait, bash may forget that a process has ended meanwhile.
+            [[ ${fleet_pids[$n]} == "${ended:-}" ]] || ! kill -0 "${fleet_pids[$n]}" 2>/dev/null || continue
             unset "fleet_pids[$n]"
             [[ -f $state/$n/restart ]] || echo "${0##*/}: camera $n has ended; see $state/$n/run.log" >&2
         done

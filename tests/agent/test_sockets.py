@@ -130,27 +130,20 @@ try:
 except urllib.error.HTTPError as error:
     print(error.code)
 """
-SILENT = "import socket; s = socket.socket(type=socket.SOCK_DGRAM); s.bind(('127.0.0.1', 1199)); print(flush=True); input()"
 
 
 @pytest.mark.slow
 @pytest.mark.commands
 def test_an_open_page_is_served_on_the_agents_address_by_its_names(network):
-    receiver = subprocess.Popen(network.command("/usr/bin/python3", "-c", SILENT), stdin=subprocess.PIPE,
-                                stdout=subprocess.PIPE)
-    assert receiver.stdout.readline()
-    words = ["--open-console", "--console-name", "dome.test", "--trap-to", "v3-inform:127.0.0.1:1199", "--community", "none"]
-    try:
-        with open_camera(network, *words) as (pids, said):
-            assert "tcp 0.0.0.0:8205 listens" in sockets_of(pids["dome"])
-            assert "They can reach the page" in said and "cannot" not in said
-            assert "Traps go to v3-inform:127.0.0.1:1199." in said and "snmptrapd" not in said
-            assert said.count("SNMPv3: desk reads and writes") == 2  # where it answers, and what others reach
-            for name, status in [("dome.test", "200"), ("other.test", "403")]:
-                page = network.command("/usr/bin/python3", "-c", PAGE, name)
-                assert subprocess.run(page, capture_output=True, text=True, timeout=20).stdout.strip() == status, name
-    finally:
-        receiver.communicate()
+    words = ["--open-console", "--console-name", "dome.test", "--trap-to", "v3:127.0.0.1:1199", "--community", "none"]
+    with open_camera(network, *words) as (pids, said):
+        assert "tcp 0.0.0.0:8205 listens" in sockets_of(pids["dome"])
+        assert "They can reach the page" in said and "cannot" not in said
+        assert "Traps go to v3:127.0.0.1:1199." in said and "snmptrapd" not in said
+        assert said.count("SNMPv3: desk reads and writes") == 2  # where it answers, and what others reach
+        for name, status in [("dome.test", "200"), ("other.test", "403")]:
+            page = network.command("/usr/bin/python3", "-c", PAGE, name)
+            assert subprocess.run(page, capture_output=True, text=True, timeout=20).stdout.strip() == status, name
 
 
 @pytest.mark.parametrize(("unit", "parts"), [("orvex-agent@.service", AGENT_PARTS),

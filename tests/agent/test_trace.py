@@ -106,7 +106,7 @@ def test_every_entry_has_all_members_in_their_order(camera, asking):
         assert re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z", entry["time"])
 
 
-def test_a_get_is_told_from_the_wire_to_the_answer(asking):
+def test_a_get_is_reported_from_the_wire_to_the_answer(asking):
     entry = asking.tool("snmpget", OID["modelName"])
     assert (entry["pdu"], entry["version"], entry["who"], entry["error"], entry["index"]) == ("GET", "2c", "reader", "noError", 0)
     assert entry["peer"].startswith("127.0.0.1:") and entry["id"] > 0 and entry["microseconds"] > 0
@@ -415,7 +415,7 @@ def test_a_walk_has_one_record_a_request(camera, asking):
     assert numbers == list(range(numbers[0], numbers[0] + len(numbers)))
 
 
-def test_a_flood_of_rubbish_is_told_message_by_message(camera, asking):
+def test_a_flood_of_rubbish_is_reported_message_by_message(camera, asking):
     dice = random.Random(13)
     good = ber.encode(ber.SET, [(PAN, ber.OCTET_STRING, bytes(4))], "guess")
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:

@@ -416,14 +416,19 @@ def restart_dome(desk, page):
     page.complaints()  # the browser reports the refused connections
 
 
+def open_first(page, table):
+    """In one step: a new line may replace a button between its search and the click."""
+    page.run("document.querySelector(`${arguments[0]} > tbody button`).click()", table)
+
+
 @pytest.mark.slow
 @pytest.mark.page
 def test_what_is_held_outlives_the_camera(camera, trace, tools):
-    tools.set(PAN, "x", "02408ca0")
-    await_until(lambda: said(trace, "SET", "genErr"), "it shows")
-    trace.all("#trace > tbody button")[0].click()
+    tools.set(PAN, "x", "02408caf")  # no other test's
+    await_until(lambda: said(trace, "02 40 8c af"), "it shows")
+    open_first(trace, "#trace")
     trace.find("trace-pause").click()
-    held, failed = trace.text("trace"), len(said(trace, "SET", "genErr"))
+    held = trace.text("trace")
     restart_dome(camera, trace)
     tools.set(TILT, "x", "00000000")
     await_until(lambda: Reader(camera).find(lambda r: names(r, "positionTilt")), "it comes in")
@@ -434,7 +439,7 @@ def test_what_is_held_outlives_the_camera(camera, trace, tools):
     lines = [b.text for b in trace.all("#trace > tbody")]
     gap = next(i for i, line in enumerate(lines) if line.startswith("The camera has begun its list anew"))
     assert "positionTilt" in lines[0] and "out of range" in lines[gap + 1], "the opened line stays open"
-    assert len(said(trace, "SET", "genErr")) == failed, "nothing is there twice"
+    assert len(said(trace, "02 40 8c af")) == 1, "nothing is there twice"
 
 
 @pytest.mark.slow
@@ -558,7 +563,7 @@ def test_the_trace_fits_every_screen(page, tools, width, scheme):
     tools.set(PAN, "x", "02408ca0")
     await_until(lambda: said(page, "SET", "positionPan") and page.run(READERS), "it shows")
     for table in ("#trace", "#readers"):
-        page.all(f"{table} > tbody button")[0].click()
+        open_first(page, table)
     tables = [table.accessible_name for table in page.all(".trace table")]
     assert len(tables) == 3 and all(tables), tables
     assert page.violations() == []

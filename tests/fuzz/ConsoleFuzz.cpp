@@ -106,8 +106,8 @@ Hub& TheHub() {
             return dome::console::Reply{200, dome::OneLine(words)};
         };
         api.explain = explain;
-        api.send = [explain](const json& body, const std::function<void(dome::console::Reply)>& finished) {
-            finished(explain(body));
+        api.send = [explain](const json& body, const dome::console::Sender::Page& page) {
+            page.finished(explain(body));
         };
         return new Hub(console.*MemberOf(HandoverTag()), std::move(api), "127.0.0.1");
     }();

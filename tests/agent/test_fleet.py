@@ -89,7 +89,13 @@ def test_cameras_with_addresses_of_their_own_answer_and_emit_from_them(fleet):
         assert values == [name.encode()] * 2
         with urllib.request.urlopen(f"http://{address}:{fleet.console_port}/", timeout=10) as page:
             assert b"<title>" in page.read()
-    assert len({engine(fleet, number) for number in range(1, COUNT + 1)}) == COUNT
+    engines = [engine(fleet, number) for number in range(1, COUNT + 1)]
+    assert len(set(engines)) == COUNT
+    for number, address in enumerate(addresses, 1):
+        done = subprocess.run(
+            ["snmpget", "-e", engines[number - 1], "-On", f"{address}:{fleet.port}", SYS_NAME], timeout=20,
+            env=dict(os.environ, SNMPCONFPATH=str(fleet.state / str(number) / "v3"), SNMP_PERSISTENT_DIR="/dev/null", MIBS=""))
+        assert done.returncode == 0
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
         receiver.bind(("127.0.0.1", fleet.port - 1))
         receiver.settimeout(10)

@@ -173,3 +173,14 @@ def test_the_pass_phrases_stay_when_the_user_is_renamed(state):
     phrases = (state / "v3" / "snmp.conf").read_text()
     assert prepare(state, "--user", "operat.r").returncode == 0
     assert (state / "v3" / "snmp.conf").read_text() == phrases.replace("operator", "operat.r")
+
+
+def test_an_engine_id_is_drawn_once_for_a_camera_of_a_fleet(tmp_path):
+    def drawn(state):
+        assert prepare(state, "--serial", "OD20-000007").returncode == 0
+        return (state / "snmp" / "snmpd.conf").read_text()
+
+    first = drawn(tmp_path / "1")
+    assert re.fullmatch(r"oldEngineID 0x80001f8880[0-9a-f]{16}\n", first)
+    assert drawn(tmp_path / "1") == first
+    assert drawn(tmp_path / "2") != first

@@ -89,7 +89,7 @@ Fleet::Fleet(asio::io_context& io, std::string folder) : _io(io), _folder(std::m
 Fleet::~Fleet() = default;
 
 std::string Fleet::Answer() {
-    _wanted = Clock::now();
+    _lastAsked = Clock::now();
     if (!_isBusy) Begin();
     std::string text = R"({"cameras":[)";
     for (std::size_t i = 0; i < _members.size(); ++i) {
@@ -111,13 +111,13 @@ void Fleet::Begin() {
     _isBusy = true;
     _began = Clock::now();
     _members.resize(static_cast<std::size_t>(FleetSize(_folder)));
-    ReadPlaces();
+    ReadAddresses();
     _next = 0;
     AskNext();
 }
 
 /// Where the cameras' pages are; a camera that does not run has no file "ready".
-void Fleet::ReadPlaces() {
+void Fleet::ReadAddresses() {
     for (std::size_t i = 0; i < _members.size(); ++i) {
         Member& member = _members[i];
         member.address.clear();
@@ -160,7 +160,7 @@ void Fleet::Rest() {
     _timer.expires_at(_began + kAskEvery);
     _timer.async_wait([this](beast::error_code error) {
         if (error) return;
-        if (Clock::now() - _wanted < kForgetAfter) {
+        if (Clock::now() - _lastAsked < kForgetAfter) {
             Begin();
         } else {
             _isBusy = false;

@@ -43,7 +43,7 @@ private:
     };
 
     void Begin();
-    void ReadPlaces();
+    void ReadAddresses();
     void AskNext();
     void Note(std::size_t index, std::string summary);
     void Rest();
@@ -56,7 +56,7 @@ private:
     std::size_t _next = 0;
     std::size_t _asked = 0;  // of these the answers are awaited
     Clock::time_point _began{};
-    Clock::time_point _wanted{};  // somebody has asked then
+    Clock::time_point _lastAsked{};  // somebody has asked then
 };
 
 }  // namespace dome::console

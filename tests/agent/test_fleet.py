@@ -4,6 +4,7 @@ import csv
 import io
 import json
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -157,9 +158,11 @@ def test_a_fleet_is_listed_and_one_camera_restarted_with_its_own_configuration(f
     positions = {line.partition(": ")[0]: json.loads(line.partition(": ")[2])["pan"]["position"]
                  for line in domectl("state").stdout.splitlines()}
     assert positions == {"1": 1000, "2": 0, "3": 1000}
-    for words in (["--only", "2-4", "state"], ["--only", "x", "state"], ["trace"]):
+    for words, reason in [(["--only", "2-4", "state"], "--only 2-4: the fleet has the cameras 1 to 3"),
+                          (["--only", "x", "state"], "--only requires numbers such as 1,4-6, not x"),
+                          (["trace"], "trace is for one camera: choose it with --state")]:
         done = domectl(*words)
-        assert (done.returncode, done.stdout, len(done.stderr.splitlines())) == (1, "", 1), words
+        assert (done.returncode, done.stdout, done.stderr) == (1, "", f"domectl: {reason}\n")
 
     # One that has ended is listed as such, and a restart brings it back.
     assert run("--stop", "--state", fleet.state / "3")[0] == 0
@@ -204,24 +207,44 @@ def test_a_fleet_is_listed_and_one_camera_restarted_with_its_own_configuration(f
     os.mkfifo(fleet.state / "fleet")
     assert run("--fleet-status", "--state", fleet.state)[0] == 1
     assert run("--stop", "--state", fleet.state)[0] == 0
+    (fleet.state / "fleet").unlink()
+    (fleet.state / "fleet").write_text(f"{COUNT}\n")
+    status, _, error = run("--restart", "1", "--state", fleet.state)
+    assert (status, message(error)) == (1, [f"run: no fleet runs in {fleet.state}"])
 
 
 def test_a_folder_without_a_fleet_is_named(fleet):
     for words in (["--fleet-status"], ["--inventory", "json"], ["--restart", "1"]):
-        status, out, error = run(*words, "--state", fleet.state)
-        assert (status, out, len(error.splitlines())) == (1, "", 1)
+        assert run(*words, "--state", fleet.state) == (1, "", f"run: there is no fleet in {fleet.state}\n")
 
 
-@pytest.mark.parametrize("words", [["--fleet", "0"], ["--fleet", "many"], ["--fleet", "3", "--port", "65534"],
-                                   ["--fleet", "3", "--console-port", "65534"],
-                                   ["--fleet", "3", "--port", "2000", "--trap-port", "2002"],
-                                   ["--fleet", "3", "--first-address", "127.255.255.254"],
-                                   ["--first-address", "127.0.8.1"], ["--inventory", "xml"],
-                                   ["--fleet", "3", "--config", "2=/nowhere.toml"],
-                                   ["--fleet", "3", "--config", f"4={ROOT}/dome/desk.toml"], ["--address", "192.0.2.7"]])
-def test_an_impossible_fleet_is_refused(words):
+@pytest.mark.parametrize(
+    ("words", "reason"),
+    [(["--fleet", "0"], "--fleet requires a number from 1 to 9999, not '0'"),
+     (["--fleet", "many"], "--fleet requires a number from 1 to 9999, not 'many'"),
+     (["--fleet", "3", "--port", "65534"], "--port 65534 leaves no room for 3 cameras"),
+     (["--fleet", "3", "--console-port", "65534"], "--console-port 65534 leaves no room for 3 cameras"),
+     (["--fleet", "3", "--port", "2000", "--trap-port", "2002"], "--trap-port 2002 is the port of one of the agents"),
+     (["--fleet", "3", "--first-address", "127.255.255.254"],
+      "--first-address 127.255.255.254: 128.0.0.0 is not an address of this machine"),
+     (["--first-address", "127.0.8.1"], "--first-address is for a fleet; --address chooses one camera's"),
+     (["--inventory", "xml"], "--inventory requires json or csv, not 'xml'"),
+     (["--config", f"2={ROOT}/dome/desk.toml"], "--config N=FILE is for a fleet"),
+     (["--fleet", "3", "--config", "2=/nowhere.toml"], "--config requires a readable file, not '/nowhere.toml'"),
+     (["--fleet", "3", "--config", f"4={ROOT}/dome/desk.toml"],
+      f"--config 4={ROOT}/dome/desk.toml: there are only 3 cameras"),
+     (["--address", "192.0.2.7"], "--address 192.0.2.7 is not an address of this machine")])
+def test_an_impossible_fleet_is_refused(words, reason):
     status, _, error = run(*words)
     assert (status, len(error.splitlines())) == (2, 1)
+    assert error.startswith(f"run: {reason} ("), error
+
+
+def test_a_fleet_says_that_the_machine_lets_too_few_files_be_watched():
+    watches = int(pathlib.Path("/proc/sys/fs/inotify/max_user_instances").read_text())
+    _, _, error = run("--fleet", "9999", "--port", "2000", "--trap-port", "2002")
+    said = f"run: fs.inotify.max_user_instances is {watches}, and each camera uses 2: "
+    assert error.startswith(said) == (2 * 9999 > watches), error
 
 
 def test_traps_go_to_the_port_after_the_agents_by_default(fleet):

@@ -67,8 +67,9 @@ def test_the_machines_hosts_files_apply_where_others_can_reach_the_agent(state):
 
 @pytest.mark.parametrize(
     ("words", "reason"),
-    [(["--address", "127.0.0.256"], "--address requires an IPv4 address"),
-     (["--allow", "10.0.0.0/33"], "--allow requires a network"),
+    [(["--address", "127.0.0.256"], "--address requires an IPv4 address, not '127.0.0.256'"),
+     (["--allow", "10.0.0.0/33"], "--allow requires a network such as 192.0.2.0/24, not '10.0.0.0/33'"),
+     (["--trap-to", "no.such.host.invalid"], "--trap-to requires an IPv4 address or the name of one, not"),
      (["--allow", "192.0.2.5/24"], "--allow requires a network"),
      (["--allow", "128.0.0.0/0"], "--allow requires a network"),
      (["--community", "-v1"], "--community requires 1 to 32 letters"),
@@ -77,7 +78,7 @@ def test_the_machines_hosts_files_apply_where_others_can_reach_the_agent(state):
      (["--user", "a\tb"], "--user requires 1 to 32 letters"),
      (["--write-community", "public"], "one community cannot be two"),
      (["--trap-to", "127.0.0.1:0"], "--trap-to requires a port from 1 to 65535"),
-     (["--trap-to", OUTSIDE], f"--trap-to {OUTSIDE} is not on this machine")],
+     (["--trap-to", OUTSIDE], f"--trap-to {OUTSIDE} is not on this machine: choose an --address from which it can")],
     ids=lambda value: value if isinstance(value, str) else " ".join(value))
 def test_an_impossible_choice_is_refused_before_anything_is_written(state, words, reason):
     done = prepare(state, *words)

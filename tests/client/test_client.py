@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import shutil
 import signal
 import subprocess
 import sys
@@ -11,8 +12,8 @@ import textwrap
 import pytest
 
 from desk import BUILD, ROOT, await_until
-from orvex_camera import (CameraError, ControlError, DeskCamera, Manager, NoAnswer, NotServed, Recording, SnmpError,
-                          StartFailed, absolute, continuous, replay, stop)
+from orvex_camera import (CameraError, ControlError, DeskCamera, Manager, MissingPrograms, NoAnswer, NotServed,
+                          Recording, SnmpError, StartFailed, absolute, continuous, replay, stop)
 from orvex_camera import processes
 
 CLIENT = ROOT / "clients" / "python"
@@ -135,6 +136,8 @@ def test_nothing_is_left_after_an_exception(desk_camera_options):
         with DeskCamera(**desk_camera_options) as camera:
             folder = camera.state_folder
             assert len(processes_in(folder)) == 3
+            with pytest.raises(CameraError, match="^this camera runs already$"):
+                camera.start()
             1 / 0
     assert not folder.exists()
     assert processes_in(folder) == []
@@ -191,6 +194,22 @@ def test_the_processes_end_with_a_program_that_is_killed(tmp_path, desk_camera_o
         program.communicate()
     (folder,) = tmp_path.iterdir()
     await_until(lambda: processes_in(folder) == [], "the processes have ended")
+
+
+def test_a_camera_without_its_programs_says_which_is_missing(tmp_path, monkeypatch):
+    monkeypatch.setenv("ORVEX_BUILD", str(tmp_path))
+    with pytest.raises(MissingPrograms, match=f"^no desk camera: {tmp_path}/bin/orvex-dome is missing; build it "):
+        DeskCamera()
+
+
+def test_domectl_names_the_package_that_plays(tmp_path):
+    """Where the Python client is not installed beside it."""
+    alone = tmp_path / "domectl"
+    shutil.copy(BUILD / "bin" / "domectl", alone)
+    done = subprocess.run([alone, "--state", tmp_path, "play", "heat.toml"], capture_output=True, text=True, timeout=20,
+                          env=dict(os.environ, LD_LIBRARY_PATH=str(BUILD / "lib")))
+    assert (done.returncode, done.stderr) == (1, f"domectl: play: {tmp_path}/orvex-session cannot be started: No such "
+                                                 "file or directory; the package python3-orvex-camera has it\n")
 
 
 def test_a_start_that_fails_says_why_and_leaves_nothing(tmp_path, monkeypatch, desk_camera_options):

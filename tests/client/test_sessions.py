@@ -144,14 +144,22 @@ def test_wrong_words_are_status_2_and_one_reason(words, reason, recorded):
     assert reason in done.stderr.splitlines()[-1]
 
 
-@pytest.mark.parametrize("text", ["", "{}", "[1]", '{"session": 2, "leftOut": 0, "lost": 0}',
-                                  '{"session": 1, "leftOut": 0, "lost": 0}\n{"pdu": "GET"}', "\x00",
-                                  '{"session": 1, "leftOut": 0, "lost": 0}\n{"after": 0, "pdu": "GET", "error": "noError", '
-                                  '"index": 0, "bindings": [{"oid": 7}], "answer": []}',
-                                  '{"session": 1, "leftOut": 0, "lost": 0}\n{"after": 0, "pdu": "MOVE", "error": "noError", '
-                                  '"index": 0, "bindings": [], "answer": []}'])
-def test_a_file_that_is_no_recording_is_refused(text, tmp_path):
+HEAD = '{"session": 1, "leftOut": 0, "lost": 0}'
+REQUEST = '{"after": 0, "pdu": "%s", "error": "noError", "index": 0, "bindings": [%s], "answer": []}'
+
+
+@pytest.mark.parametrize(("text", "reason"), [
+    ("", " is not a recording"),
+    ("{}", " is not a recording"),
+    ("[1]", " is not a recording"),
+    ("\x00", " is not a recording"),
+    (HEAD.replace("1", "2"), ": a recording of the format 2, not 1"),
+    (HEAD + '\n{"pdu": "GET"}', " is not a recording"),
+    (HEAD + "\n" + REQUEST % ("GET", '{"oid": 7}'), ":2: not a recorded request"),
+    (HEAD + "\n" + REQUEST % ("MOVE", ""), ":2: not a recorded request")])
+def test_a_file_that_is_no_recording_is_refused(text, reason, tmp_path):
     file = tmp_path / "odd.jsonl"
     file.write_text(text)
-    with pytest.raises(RecordingError, match="odd.jsonl"):
+    with pytest.raises(RecordingError) as caught:
         Recording.read(file)
+    assert str(caught.value) == f"{file}{reason}"

@@ -10,13 +10,17 @@
 #include <stdexcept>
 #include <string>
 
+#include "../platform/LogFile.h"
+#include "dome/console/AgentProbe.h"
 #include "dome/console/Server.h"
+#include "tavos/osa/Exception.h"
 
 namespace {
 
 using dome::console::Api;
 using dome::console::CarryOut;
 using dome::console::Handover;
+using dome::console::ProbeMessages;
 using dome::console::Reply;
 using dome::console::Request;
 using dome::console::Server;
@@ -116,8 +120,20 @@ TEST(ServerTest, AFailureOnTheCamerasThreadIsAnswered) {
     EXPECT_TRUE(browser.ReadTo("HTTP/1.1 500 "));
 }
 
+TEST(ServerTest, ACommunityThatNoProbeCanHoldIsRefused) {
+    EXPECT_NO_THROW(ProbeMessages(std::string(64, 'c')));
+    try {
+        ProbeMessages(std::string(65, 'c'));
+        FAIL() << "it was taken";
+    } catch (const tavos::osa::Exception& error) {
+        EXPECT_STREQ(error.what(), "a community has at most 64 octets");
+    }
+}
+
 TEST(ServerTest, AnAnswerThatCannotBeFinishedIsDropped) {
-    CarryOut({[] { return Reply{}; }, [](const Reply&) { throw std::bad_alloc(); }});
+    const LogFile log;
+    CarryOut({[] { return Reply{}; }, [](const Reply&) { throw std::runtime_error("no room"); }});
+    EXPECT_EQ(log.Count(" console Error an answer is dropped: no room\n"), 1u) << log.Text();
 }
 
 }  // namespace

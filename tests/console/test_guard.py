@@ -73,6 +73,10 @@ def test_unknown_paths(camera, path):
     assert camera.get(path).status == 404
 
 
+def test_a_camera_that_stands_alone_says_that_it_has_no_fleet(camera):
+    assert camera.get("/api/fleet").json == {"error": "this camera is not in a fleet"}
+
+
 @pytest.mark.parametrize("method, path, allowed", [
     ("POST", "/", "GET, HEAD"),
     ("DELETE", "/console.js", "GET, HEAD"),

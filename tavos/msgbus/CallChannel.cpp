@@ -21,10 +21,11 @@ CallChannel::CallChannel(std::string address, std::chrono::milliseconds deadline
     : _address(std::move(address)),
       _deadline(deadline),
       _useLanes(useLanes),
+      _spins(SpinWait::IsWanted()),
       _reachability(std::move(reachability)),
       _silent(std::move(silent)),
       _mutex(std::make_unique<std::timed_mutex>()),
-      _lanes(std::make_unique<CallLanes>(_serials)),
+      _lanes(std::make_unique<CallLanes>(_serials, _spins)),
       _forkWatch({[] {}, [] {}, [this] { Abandon(); }}) {}
 
 /// In a forked child: the connection belongs to the parent, and a thread of the parent may hold the lock.
@@ -33,7 +34,7 @@ void CallChannel::Abandon() {
     static_cast<void>(_bus.release());
     _lanes->CloseInChild();
     static_cast<void>(_lanes.release());
-    _lanes = std::make_unique<CallLanes>(_serials);
+    _lanes = std::make_unique<CallLanes>(_serials, _spins);
     static_cast<void>(_mutex.release());
     _mutex = std::make_unique<std::timed_mutex>();
 }
@@ -103,8 +104,8 @@ void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, c
     const SignalsBlocked guard;
     Way way{};
     MessagePtr call;
-    if (const auto* const lane = LaneTo(to, until)) {
-        way = {lane->connection.get(), lane->sender, true};
+    if (auto* const lane = LaneTo(to, until)) {
+        way = {lane->connection.get(), lane->sender, lane};
         call = NewCall(way, to, operation, arguments);
     }
     if (!call) {
@@ -112,7 +113,7 @@ void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, c
         EnsureOpen(until);
         const char* sender = nullptr;
         sd_bus_get_unique_name(_bus.get(), &sender);
-        way = {_bus.get(), sender ? sender : "", false};
+        way = {_bus.get(), sender ? sender : "", nullptr};
         call = NewCall(way, to, operation, arguments);
     }
     const MessagePtr answer = Exchange(way, to, call.get(), until, observation);
@@ -126,7 +127,7 @@ void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, c
 }
 
 /// The service's lane, or null.
-const CallLanes::Lane* CallChannel::LaneTo(const ServiceAddress& to, Clock::time_point until) {
+CallLanes::Lane* CallChannel::LaneTo(const ServiceAddress& to, Clock::time_point until) {
     if (!_lanes->Has(to.service)) return nullptr;
     // While all calls take lanes, somebody must still empty the connection and notice its end.
     if (_bus && Clock::now() >= _nextLook) DropIfClosed(until);
@@ -137,7 +138,7 @@ const CallLanes::Lane* CallChannel::LaneTo(const ServiceAddress& to, Clock::time
 MessagePtr CallChannel::NewCall(const Way& way, const ServiceAddress& to, const char* operation,
                                 const std::function<void(Writer&)>& arguments) {
     sd_bus_message* made = nullptr;
-    CheckBus(sd_bus_message_new_method_call(way.bus, &made, way.isLane ? nullptr : to.service.c_str(), to.path.c_str(),
+    CheckBus(sd_bus_message_new_method_call(way.bus, &made, way.lane ? nullptr : to.service.c_str(), to.path.c_str(),
                                             to.interface.c_str(), operation));
     MessagePtr call(made);
     // Otherwise the bus would wait for a missing service to start.
@@ -145,7 +146,7 @@ MessagePtr CallChannel::NewCall(const Way& way, const ServiceAddress& to, const 
     Writer writer(made);
     arguments(writer);
     constexpr std::size_t kMaxText = kMaxLaneCall / 2;  // the rest is for the header and the numbers
-    if (way.isLane && writer.TextSize() > kMaxText) return nullptr;
+    if (way.lane && writer.TextSize() > kMaxText) return nullptr;
     CheckBus(sd_bus_message_seal(made, _serials.Next(), kNever));  // Await checks the deadline
     return call;
 }
@@ -204,12 +205,12 @@ int CallChannel::Await(const Way& way, sd_bus_message* call, Clock::time_point u
         sd_bus_message_get_cookie(call, &serial);
         observation.Sent(way.sender.c_str(), serial);
     }
-    bool wait = way.isLane;  // no answer can be there yet
+    bool wait = way.lane != nullptr;  // no answer can be there yet
     while (result >= 0 && !answer) {
         if (Clock::now() >= until) return -ETIMEDOUT;
-        if (wait) result = sd_bus_wait(way.bus, MicrosecondsUntil(until));
+        if (wait) result = way.lane ? way.lane->WaitUntil(until) : sd_bus_wait(way.bus, MicrosecondsUntil(until));
         if (result < 0 && result != -EINTR) return result;
-        result = way.isLane ? sd_bus_process(way.bus, nullptr) : _lanes->Process(way.bus);
+        result = way.lane ? sd_bus_process(way.bus, nullptr) : _lanes->Process(way.bus);
         wait = result == 0;
     }
     return result;
@@ -223,7 +224,7 @@ MessagePtr CallChannel::Exchange(const Way& way, const ServiceAddress& to, sd_bu
     const sd_bus_error* const error = answer ? sd_bus_message_get_error(answer.get()) : nullptr;
     if (answer && (!error || IsAnswer(error->name))) _silent->Answered(to.service, IsSlow(Clock::now() - start));
     if (answer && !error) {
-        if (way.isLane) {
+        if (way.lane) {
             _lanes->Served(to.service);
         } else if (_useLanes) {
             _lanes->Answered(way.bus, to, sd_bus_message_get_sender(answer.get()));
@@ -235,8 +236,8 @@ MessagePtr CallChannel::Exchange(const Way& way, const ServiceAddress& to, sd_bu
     const bool ended = sd_bus_is_open(way.bus) <= 0;
     if (late) Missed(to);
     // Close the lane or the connection: a late answer must not arrive on it.
-    if (late || ended || (way.isLane && result < 0)) {
-        if (way.isLane) {
+    if (late || ended || (way.lane && result < 0)) {
+        if (way.lane) {
             _lanes->Close(to.service);
         } else {
             Close();
@@ -244,7 +245,7 @@ MessagePtr CallChannel::Exchange(const Way& way, const ServiceAddress& to, sd_bu
     }
     if (late) throw osa::Exception("no answer within %d ms", static_cast<int>(_time.count()));
     // As the bus describes it. The call may have been carried out, so it is not repeated.
-    if (way.isLane && ended) throw osa::Exception("Message recipient disconnected from message bus without replying");
+    if (way.lane && ended) throw osa::Exception("Message recipient disconnected from message bus without replying");
     if (!error) throw osa::Exception("%s", std::strerror(-result));
     if (sd_bus_error_has_name(error, SD_BUS_ERROR_SERVICE_UNKNOWN) > 0 ||
         sd_bus_error_has_name(error, SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0) {

@@ -40,8 +40,8 @@ private:
     /// The way that a call takes: the bus, or a lane.
     struct Way {
         sd_bus* bus;
-        std::string sender;  ///< the unique name by which the service knows this client
-        bool isLane;
+        std::string sender;     ///< the unique name by which the service knows this client
+        CallLanes::Lane* lane;  ///< null on the bus
     };
 
     void RefuseSilent(const ServiceAddress& to) const;
@@ -55,7 +55,7 @@ private:
     void CallUntil(Clock::time_point until, const ServiceAddress& to, const char* operation,
                    const std::function<void(Writer&)>& arguments, const std::string& resultSignature,
                    const std::function<void(Reader&)>& result, CallObservation& observation);
-    const CallLanes::Lane* LaneTo(const ServiceAddress& to, Clock::time_point until);
+    CallLanes::Lane* LaneTo(const ServiceAddress& to, Clock::time_point until);
     MessagePtr NewCall(const Way& way, const ServiceAddress& to, const char* operation,
                        const std::function<void(Writer&)>& arguments);
     void EnsureOpen(Clock::time_point until);
@@ -72,6 +72,7 @@ private:
     const std::string _address;
     const std::chrono::milliseconds _deadline;
     const bool _useLanes;
+    const bool _spins;
     const std::shared_ptr<Reachability> _reachability;
     const std::shared_ptr<SilentServices> _silent;
     std::unique_ptr<std::timed_mutex> _mutex;  // on the heap: a forked child abandons it, locked or not

@@ -60,7 +60,14 @@ bool CallLanes::Has(const std::string& service) const {
     return found != _records.end() && found->second.lane.connection;
 }
 
-const CallLanes::Lane* CallLanes::Find(const std::string& service) {
+int CallLanes::Lane::WaitUntil(Clock::time_point until) {
+    int result = 1;
+    wait.Wait([&] { return !IsQuiet(connection.get()); },
+              [&] { result = sd_bus_wait(connection.get(), MicrosecondsUntil(until)); });
+    return result;
+}
+
+CallLanes::Lane* CallLanes::Find(const std::string& service) {
     const auto found = _records.find(service);
     if (found == _records.end() || !found->second.lane.connection) return nullptr;
     Record& record = found->second;
@@ -157,7 +164,7 @@ void CallLanes::Open(Record& record, sd_bus_message* answer) {
     BusPtr lane = ConnectionOn(end);
     ServeNobody(lane.get());
     if (owner != nullptr) record.owner = owner;
-    record.lane = {std::move(lane), sender};
+    record.lane = {std::move(lane), sender, SpinWait(_spins)};
     record.socket = &*socket;
     record.socket->isUsed = true;
     record.socket->socket.Remember(record.lane.connection.get());

@@ -9,6 +9,7 @@
 #include "tavos/msgbus/Bus.h"
 #include "tavos/msgbus/Lane.h"
 #include "tavos/msgbus/ServiceAddress.h"
+#include "tavos/msgbus/SpinWait.h"
 
 namespace tavos::msgbus {
 
@@ -21,7 +22,8 @@ public:
     static constexpr int kAnswersBeforeLane = 4;
     static constexpr int kMaxRequests = 3;  ///< to one owner that has answered no call on a lane
 
-    explicit CallLanes(Serials& serials) : _serials(serials) {}
+    /// `spins`: whether the waits for answers may spin.
+    CallLanes(Serials& serials, bool spins) : _serials(serials), _spins(spins) {}
     ~CallLanes() { Release(); }
     CallLanes(const CallLanes&) = delete;
     CallLanes& operator=(const CallLanes&) = delete;
@@ -29,11 +31,15 @@ public:
     struct Lane {
         BusPtr connection;
         std::string sender;  ///< the unique name under which the service knows its client
+        SpinWait wait{false};
+
+        /// Returns at `until` at the latest; negative as sd_bus_wait.
+        int WaitUntil(Clock::time_point until);
     };
 
     /// The lane to the service, on which the next message will be the answer to the next call; otherwise null. Closes a
     /// lane that the service has closed, or on which a message waits: nobody asked for it.
-    const Lane* Find(const std::string& service);
+    Lane* Find(const std::string& service);
 
     /// True if there is a lane, which may have ended.
     bool Has(const std::string& service) const;
@@ -83,6 +89,7 @@ private:
     void Release();
 
     Serials& _serials;
+    const bool _spins;
     std::map<std::string, Record> _records;
     bool _requested = false;              // a request is unanswered
     Clock::time_point _requestedUntil{};  // the first call answered later gives it up

@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "tavos/core/Logger.h"
 #include "tavos/msgbus/Connection.h"
+#include "tavos/msgbus/Switch.h"
 
 namespace tavos::msgbus {
 
@@ -32,21 +32,11 @@ std::chrono::milliseconds RequestTime() {
     return Milliseconds("TAVOS_REQUEST_TIMEOUT_MS", 2 * CallTime().count());
 }
 
-bool UseLanes() {
-    const char* const given = std::getenv("TAVOS_BUS_LANES");
-    const std::string lanes = given ? given : "";
-    if (lanes == "off") return false;
-    if (!lanes.empty() && lanes != "on") {
-        core::Logger::GetLogger("tavos")->Error("TAVOS_BUS_LANES must be on or off, not \"%s\"; lanes are on",
-                                                lanes.c_str());
-    }
-    return true;
-}
-
 }  // namespace
 
 MsgBus::MsgBus()
-    : _connection(std::make_unique<Connection>(Address(), CallTime(), UseLanes())), _requestTime(RequestTime()) {}
+    : _connection(std::make_unique<Connection>(Address(), CallTime(), IsOn("TAVOS_BUS_LANES"))),
+      _requestTime(RequestTime()) {}
 
 MsgBus::~MsgBus() = default;
 

@@ -10,6 +10,7 @@
 #include "tavos/msgbus/Lane.h"
 #include "tavos/msgbus/ServedLanes.h"
 #include "tavos/msgbus/Service.h"
+#include "tavos/msgbus/SpinWait.h"
 #include "tavos/osa/Exception.h"
 
 namespace tavos::msgbus {
@@ -220,7 +221,11 @@ struct ServiceHost::Private::State {
         try {
             BusWait wait(bus.get(), wakeDescriptor, IsComplete() ? until : std::min(until, nextAttempt));
             lanes.AddTo(wait);
-            wait.Wait();
+            if (!wait.IsOver() && std::exchange(hasServedLane, false)) {
+                spinWait.Wait([&] { return wait.Look(); }, [&] { wait.Wait(); });
+            } else {
+                wait.Wait();
+            }
             lanes.Note(wait);
             busIsQuiet = busIsQuiet && wait.IsBusQuiet();
             return wait.IsWoken();
@@ -247,7 +252,9 @@ struct ServiceHost::Private::State {
     std::function<bool(const ReceivedCall&)> filter;
     Clock::time_point nextAttempt{};
     int wakeDescriptor = -1;
-    bool busIsQuiet = false;  // read to its end, and the last wait found nothing new
+    SpinWait spinWait{SpinWait::IsWanted()};  // for a lane's next call
+    bool hasServedLane = false;               // since the last wait
+    bool busIsQuiet = false;                  // read to its end, and the last wait found nothing new
 };
 
 namespace {
@@ -419,7 +426,9 @@ void ServiceHost::Process(int timeout) {
             state.TakeMissingNames();
             progress = state.bus && state.ProcessOne();
         }
-        if (state.lanes.Serve() || progress) {
+        const bool servedLane = state.lanes.Serve();
+        state.hasServedLane = state.hasServedLane || servedLane;
+        if (servedLane || progress) {
             ++processed;
             continue;
         }

@@ -1,0 +1,8 @@
+#pragma once
+
+namespace tavos::msgbus {
+
+/// A switch in the environment: false for "off". Any word other than "on" is named in an Error line.
+bool IsOn(const char* variable);
+
+}  // namespace tavos::msgbus

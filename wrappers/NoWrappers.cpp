@@ -4,6 +4,8 @@
 
 #include <dlfcn.h>
 #include <net-snmp/net-snmp-config.h>
+
+#include <cstdio>  // net-snmp 5.4's next header does not include it
 //
 #include <net-snmp/library/snmp_logging.h>
 

@@ -112,9 +112,10 @@ public:
     /// Returns at `until` at the latest, or when a signal arrives.
     void Wait() { poll(_watched.data(), _watched.size(), MillisecondsUntil(_until)); }
 
-    /// As Wait, but returns at once; true if there is something to do.
-    bool Look() { return poll(_watched.data(), _watched.size(), 0) > 0; }
-    bool IsOver() const { return _until <= Clock::now(); }
+    /// As Wait, but returns at once; true if there is something to do, or a signal has arrived.
+    bool Look() { return poll(_watched.data(), _watched.size(), 0) != 0; }
+
+    Clock::time_point Until() const { return _until; }
 
     bool IsWoken() const { return _watched[0].revents != 0; }
     bool IsBusQuiet() const { return _watched[1].revents == 0; }

@@ -62,8 +62,9 @@ bool CallLanes::Has(const std::string& service) const {
 
 int CallLanes::Lane::WaitUntil(Clock::time_point until) {
     int result = 1;
-    wait.Wait([&] { return !IsQuiet(connection.get()); },
-              [&] { result = sd_bus_wait(connection.get(), MicrosecondsUntil(until)); });
+    wait.Wait(
+        until, [&] { return !IsQuiet(connection.get()); },
+        [&] { result = sd_bus_wait(connection.get(), MicrosecondsUntil(until)); });
     return result;
 }
 
@@ -164,7 +165,7 @@ void CallLanes::Open(Record& record, sd_bus_message* answer) {
     BusPtr lane = ConnectionOn(end);
     ServeNobody(lane.get());
     if (owner != nullptr) record.owner = owner;
-    record.lane = {std::move(lane), sender, SpinWait(_spins)};
+    record.lane = {std::move(lane), sender, SpinWait(_spins ? &_pause : nullptr)};
     record.socket = &*socket;
     record.socket->isUsed = true;
     record.socket->socket.Remember(record.lane.connection.get());

@@ -31,9 +31,9 @@ public:
     struct Lane {
         BusPtr connection;
         std::string sender;  ///< the unique name under which the service knows its client
-        SpinWait wait{false};
+        SpinWait wait{nullptr};
 
-        /// Returns at `until` at the latest; negative as sd_bus_wait.
+        /// As sd_bus_wait.
         int WaitUntil(Clock::time_point until);
     };
 
@@ -90,6 +90,7 @@ private:
 
     Serials& _serials;
     const bool _spins;
+    SpinPause _pause;
     std::map<std::string, Record> _records;
     bool _requested = false;              // a request is unanswered
     Clock::time_point _requestedUntil{};  // the first call answered later gives it up

@@ -216,16 +216,24 @@ struct ServiceHost::Private::State {
                                   [](const auto& object) { return object->owned || !object->wanted; });
     }
 
+    void Wait(BusWait& wait) {
+        const auto sleep = [&] { wait.Wait(); };
+        if (wait.Until() <= Clock::now()) {
+            sleep();
+        } else if (std::exchange(hasServedLane, false)) {
+            nextCall.Wait(
+                wait.Until(), [&] { return wait.Look(); }, sleep);
+        } else {
+            nextCall.Sleep(sleep);
+        }
+    }
+
     /// True when the descriptor of WakeOn has become readable.
     bool WaitUntil(Clock::time_point until) {
         try {
             BusWait wait(bus.get(), wakeDescriptor, IsComplete() ? until : std::min(until, nextAttempt));
             lanes.AddTo(wait);
-            if (!wait.IsOver() && std::exchange(hasServedLane, false)) {
-                spinWait.Wait([&] { return wait.Look(); }, [&] { wait.Wait(); });
-            } else {
-                wait.Wait();
-            }
+            Wait(wait);
             lanes.Note(wait);
             busIsQuiet = busIsQuiet && wait.IsBusQuiet();
             return wait.IsWoken();
@@ -252,9 +260,10 @@ struct ServiceHost::Private::State {
     std::function<bool(const ReceivedCall&)> filter;
     Clock::time_point nextAttempt{};
     int wakeDescriptor = -1;
-    SpinWait spinWait{SpinWait::IsWanted()};  // for a lane's next call
-    bool hasServedLane = false;               // since the last wait
-    bool busIsQuiet = false;                  // read to its end, and the last wait found nothing new
+    SpinPause pause;
+    SpinWait nextCall{SpinWait::IsWanted() ? &pause : nullptr};  // on a lane
+    bool hasServedLane = false;                                  // since the last wait
+    bool busIsQuiet = false;                                     // read to its end, and the last wait found nothing new
 };
 
 namespace {

@@ -2,60 +2,87 @@
 
 #include <sched.h>
 
+#include <algorithm>
 #include <chrono>
 
 namespace tavos::msgbus {
 
 using Clock = std::chrono::steady_clock;
 
-/// A wait for something that is expected within microseconds: it first asks again and again, and sleeps only then. To
-/// wake a process that sleeps on another processor takes longer than a service takes to answer. Between two questions
-/// it offers its processor to others. It spins only if the wait before was short, and pauses after each spin in vain:
-/// these take at most 1/kPause of the time. One thread.
+/// After a spin in vain nobody who shares the pause spins for kTimes as long. So spins in vain take at most 1/kTimes of
+/// the time, however many waits there are. One thread at a time.
+class SpinPause {
+public:
+    static constexpr int kTimes = 32;
+    static constexpr std::chrono::milliseconds kMaxCounted{10};  ///< of a spin: its process may have been stopped
+
+    bool IsOver(Clock::time_point now) const { return now >= _end; }
+    void Begin(Clock::time_point now, Clock::duration spin) {
+        _end = now + kTimes * std::min<Clock::duration>(spin, kMaxCounted);
+    }
+
+private:
+    Clock::time_point _end{};
+};
+
+/// Waits for something that is expected within microseconds. A wait first spins: it asks again and again, and in
+/// between offers the processor to other processes. Only then it sleeps. To wake a process that sleeps on another
+/// processor takes longer than a service takes to answer. A wait spins only if the one before was short. One thread at
+/// a time.
 class SpinWait {
 public:
     static constexpr std::chrono::microseconds kMaxSpin{100};
-    static constexpr std::chrono::microseconds kShort{200};  ///< a short wait with sleep; most of it is the waking
-    static constexpr int kPause = 32;                        ///< times the spin in vain
+    static constexpr std::chrono::microseconds kShort{200};  ///< most of a short wait with sleep is the waking
 
-    /// `isOn` false: it always sleeps.
-    explicit SpinWait(bool isOn) : _isOn(isOn) {}
+    /// Null: all waits sleep. `pause` must outlive the object.
+    explicit SpinWait(SpinPause* pause) : _pause(pause) {}
 
-    /// False with TAVOS_BUS_SPIN=off, or if this process may use one processor only: the other side could not work
-    /// meanwhile. Any other word than "on" is an Error line.
+    /// False with TAVOS_BUS_SPIN=off, or if this thread may use one processor only: the other side could not work
+    /// meanwhile. Any other word than "on" is named in an Error line.
     static bool IsWanted();
 
-    /// Returns when `isReady` returns true, or else when `sleep` returns.
+    /// Spins, at the longest until `until`; then sleeps. Returns when `isReady` returns true, or else when `sleep`
+    /// returns.
     template <typename IsReady, typename Sleep>
-    void Wait(IsReady isReady, Sleep sleep) {
-        if (!_isOn) return sleep();
+    void Wait(Clock::time_point until, IsReady isReady, Sleep sleep) {
+        if (_pause == nullptr) return sleep();
         const auto start = Clock::now();
-        if (Spins(start)) {
-            bool ready = false;
-            while (!(ready = isReady()) && Clock::now() - start < kMaxSpin) sched_yield();
-            Spun(start, Clock::now());
-            if (ready) return;
-        }
+        const bool ready = Spins(start) && Spin(start, std::min(until, start + kMaxSpin), isReady);
+        if (!ready) sleep();
+        Waited(Clock::now() - start);
+    }
+
+    /// A wait of which nobody expects that it is short.
+    template <typename SleepUntilWoken>
+    void Sleep(SleepUntilWoken sleep) {
+        const auto start = Clock::now();
         sleep();
-        Slept(start, Clock::now());
+        Waited(Clock::now() - start);
     }
 
     // What Wait decides by.
 
     /// True if a wait that starts now is to spin.
-    bool Spins(Clock::time_point now) const { return _wasShort && now >= _pauseEnd; }
+    bool Spins(Clock::time_point now) const { return _wasShort && _pause->IsOver(now); }
 
-    /// A spin is in vain after kMaxSpin, even if something is ready then: another process had the processor for long.
+    /// A spin is in vain after kMaxSpin, even if something is ready then: others may have had the processor for long.
     void Spun(Clock::time_point start, Clock::time_point end) {
-        if (end - start >= kMaxSpin) _pauseEnd = end + kPause * (end - start);
+        if (end - start >= kMaxSpin) _pause->Begin(end, end - start);
     }
 
-    void Slept(Clock::time_point start, Clock::time_point end) { _wasShort = end - start < kShort; }
+    void Waited(Clock::duration time) { _wasShort = time < kShort; }
 
 private:
-    bool _isOn;
+    template <typename IsReady>
+    bool Spin(Clock::time_point start, Clock::time_point until, IsReady isReady) {
+        bool ready = false;
+        while (!(ready = isReady()) && Clock::now() < until) sched_yield();
+        Spun(start, Clock::now());
+        return ready;
+    }
+
+    SpinPause* _pause;
     bool _wasShort = false;  // the last wait
-    Clock::time_point _pauseEnd{};
 };
 
 }  // namespace tavos::msgbus

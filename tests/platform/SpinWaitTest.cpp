@@ -2,7 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -23,15 +24,32 @@ using namespace tavos::interfaces;
 using tavos::msgbus::Clock;
 using tavos::msgbus::MsgBus;
 using tavos::msgbus::ServiceHost;
+using tavos::msgbus::SpinPause;
 using tavos::msgbus::SpinWait;
 using testing::HasSubstr;
 
 namespace {
 
+thread_local long t_yields = 0;  // how often this thread has offered its processor: once at least in nearly each spin
+
+}  // namespace
+
+/// In place of the C library's, also for the platform's library.
+extern "C" __attribute__((visibility("default"))) int sched_yield() noexcept {
+    ++t_yields;
+    return static_cast<int>(syscall(SYS_sched_yield));
+}
+
+namespace {
+
 class SpinWaitTest : public testing::Test {
 protected:
-    SpinWaitTest() { unsetenv("TAVOS_BUS_SPIN"); }
+    SpinWaitTest() {
+        unsetenv("TAVOS_BUS_LANES");
+        unsetenv("TAVOS_BUS_SPIN");
+    }
     ~SpinWaitTest() override {
+        unsetenv("TAVOS_BUS_LANES");
         unsetenv("TAVOS_BUS_SPIN");
         sched_setaffinity(0, sizeof _processors, &_processors);
     }
@@ -47,7 +65,8 @@ protected:
     bool HasOneProcessor() const { return CPU_COUNT(&_processors) == 1; }
 
     const Clock::time_point now{1h};
-    SpinWait wait{true};
+    SpinPause pause;
+    SpinWait wait{&pause};
 
 private:
     const cpu_set_t _processors = [] {
@@ -60,14 +79,14 @@ private:
 
 TEST_F(SpinWaitTest, SpinsOnlyWhileWaitsAreShort) {
     EXPECT_FALSE(wait.Spins(now)) << "nothing is known yet";
-    wait.Slept(now, now + 199us);
+    wait.Waited(199us);
     EXPECT_TRUE(wait.Spins(now));
-    wait.Slept(now, now + 200us);
+    wait.Waited(200us);
     EXPECT_FALSE(wait.Spins(now));
 }
 
 TEST_F(SpinWaitTest, SpinsInVainTakeAtMostOnePartIn32) {
-    wait.Slept(now, now + 1us);
+    wait.Waited(1us);
     wait.Spun(now, now + 99us);
     EXPECT_TRUE(wait.Spins(now + 99us));
     wait.Spun(now, now + 100us);
@@ -75,46 +94,74 @@ TEST_F(SpinWaitTest, SpinsInVainTakeAtMostOnePartIn32) {
     EXPECT_TRUE(wait.Spins(now + 100us + 3200us));
 }
 
+TEST_F(SpinWaitTest, WaitsThatShareAPausePauseTogether) {
+    SpinWait other(&pause);
+    other.Waited(1us);
+    EXPECT_TRUE(other.Spins(now));
+    wait.Spun(now, now + 100us);
+    EXPECT_FALSE(other.Spins(now + 100us));
+}
+
 TEST_F(SpinWaitTest, ALostProcessorPausesSpinningForLonger) {
-    wait.Slept(now, now + 1us);
+    wait.Waited(1us);
     wait.Spun(now, now + 3ms);
     EXPECT_FALSE(wait.Spins(now + 3ms + 95ms));
     EXPECT_TRUE(wait.Spins(now + 3ms + 96ms));
 }
 
-TEST_F(SpinWaitTest, AfterAShortSleepAsksInsteadOfSleeping) {
-    int asked = 0;
-    const auto spins = [&] {
-        asked = 0;
-        bool slept = false;
-        wait.Wait([&] { return ++asked == 3; }, [&] { slept = true; });
-        return asked == 3 && !slept;
-    };
-    EXPECT_TRUE(Eventually(spins));
+TEST_F(SpinWaitTest, AStoppedProcessPausesForAThirdOfASecondAtMost) {
+    wait.Waited(1us);
+    wait.Spun(now, now + 1min);
+    EXPECT_TRUE(wait.Spins(now + 1min + 320ms));
 }
 
-TEST_F(SpinWaitTest, SleepsForAWhileAfterASpinInVain) {
-    bool asked = false;
-    const auto isAsked = [&] {
+TEST_F(SpinWaitTest, AfterAShortSleepAsksInsteadOfSleeping) {
+    const auto asks = [&] {
+        int asked = 0;
+        bool slept = false;
         wait.Wait(
+            Clock::time_point::max(), [&] { return ++asked == 3; }, [&] { slept = true; });
+        return asked == 3 && !slept;
+    };
+    EXPECT_TRUE(Eventually(asks));
+}
+
+TEST_F(SpinWaitTest, DoesNotSpinBeyondTheWaitsEnd) {
+    const auto asksOnce = [&] {
+        int asked = 0;
+        wait.Wait(
+            Clock::now(),
             [&] {
-                asked = true;
+                ++asked;
                 return false;
             },
             [] {});
-        return asked;
+        return asked == 1;
     };
-    ASSERT_TRUE(Eventually(isAsked));
-    bool slept = false;
-    wait.Wait([] { return true; }, [&] { slept = true; });
-    EXPECT_TRUE(slept) << "the pause";
+    EXPECT_TRUE(Eventually(asksOnce));
+}
+
+TEST_F(SpinWaitTest, AWaitThatWasLongThoughItSpunIsNoReasonToSpin) {
+    wait.Waited(1us);
+    wait.Wait(
+        Clock::time_point::max(),
+        [] {
+            std::this_thread::sleep_for(1ms);  // as if the processor were lost
+            return true;
+        },
+        [] {});
+    EXPECT_FALSE(wait.Spins(Clock::now() + 1h));
+    wait.Waited(1us);
+    wait.Sleep([] { std::this_thread::sleep_for(1ms); });
+    EXPECT_FALSE(wait.Spins(Clock::now() + 1h));
 }
 
 TEST_F(SpinWaitTest, NeverAsksWhenItIsOff) {
-    SpinWait off(false);
+    SpinWait off(nullptr);
     int slept = 0;
     for (int i = 0; i < 100; ++i) {
         off.Wait(
+            Clock::time_point::max(),
             [] {
                 ADD_FAILURE();
                 return true;
@@ -137,59 +184,60 @@ TEST_F(SpinWaitTest, OffMeansOffAndAnotherWordIsNamed) {
     EXPECT_EQ(log.Text(), "");
     setenv("TAVOS_BUS_SPIN", "0", 1);
     EXPECT_EQ(SpinWait::IsWanted(), !HasOneProcessor());
-    EXPECT_THAT(log.Text(), HasSubstr("TAVOS_BUS_SPIN must be on or off, not \"0\"; it stays on"));
-}
-
-long Sleeps() {
-    rusage usage{};
-    getrusage(RUSAGE_THREAD, &usage);
-    return usage.ru_nvcsw;
+    EXPECT_THAT(log.Text(), HasSubstr("TAVOS_BUS_SPIN must be on or off, not \"0\"; it is not off"));
 }
 
 class SpinningCallsTest : public SpinWaitTest {
 protected:
-    SpinningCallsTest() {
-        host.Do([this](ServiceHost& h) { Serve(h, pan); });
-        messages.StartServer();
-        client.reset(IPanProvider::CreateClient(&messages));
+    void Connect() {
+        host = std::make_unique<HostThread>(bus.Address());
+        host->Do([this](ServiceHost& h) { Serve(h, pan); });
+        messages = std::make_unique<MsgBus>();
+        messages->StartServer();
+        client.reset(IPanProvider::CreateClient(messages.get()));
     }
 
-    /// How often this thread slept during 100 calls.
-    long SleepsOfCalls() {
-        const long before = Sleeps();
+    /// True if 100 calls made this thread, or the host's, spin.
+    bool ClientSpins() {
+        const long before = t_yields;
+        Call();
+        return t_yields > before;
+    }
+    bool HostSpins() {
+        Call();
+        long yields = 0;
+        host->Do([&](ServiceHost&) { yields = t_yields; });
+        return yields > 0;
+    }
+
+    void Call() {
         for (int i = 0; i < 100; ++i) client->GetMaxPosition();
-        return Sleeps() - before;
-    }
-
-    /// How often the host's thread slept during 100 calls of a client that works for 30 us between them.
-    long SleepsOfHost() {
-        long before = 0;
-        long after = 0;
-        host.Do([&](ServiceHost&) { before = Sleeps(); });
-        for (int i = 0; i < 100; ++i) {
-            client->GetMaxPosition();
-            const auto next = Clock::now() + 30us;
-            while (Clock::now() < next) continue;
-        }
-        host.Do([&](ServiceHost&) { after = Sleeps(); });
-        return after - before;
     }
 
     PrivateBus bus;
     fake::Pan pan;
-    HostThread host{bus.Address()};
-    MsgBus messages;
+    std::unique_ptr<HostThread> host;
+    std::unique_ptr<MsgBus> messages;
     std::unique_ptr<IPanProvider> client;
 };
 
-TEST_F(SpinningCallsTest, AnAnswerThatComesSoonIsAwaitedWithoutSleep) {
+TEST_F(SpinningCallsTest, BothSidesOfALaneSpin) {
     if (HasOneProcessor()) GTEST_SKIP() << "this machine has one processor";
-    EXPECT_TRUE(Eventually([&] { return SleepsOfCalls() < 50; }));
+    Connect();
+    EXPECT_TRUE(Eventually([&] { return ClientSpins(); }));
+    EXPECT_TRUE(Eventually([&] { return HostSpins(); }));
 }
 
-TEST_F(SpinningCallsTest, AServiceAwaitsTheNextCallOfALaneWithoutSleep) {
-    if (HasOneProcessor()) GTEST_SKIP() << "this machine has one processor";
-    EXPECT_TRUE(Eventually([&] { return SleepsOfHost() < 50; }));
+TEST_F(SpinningCallsTest, NobodySpinsWhenItIsOff) {
+    setenv("TAVOS_BUS_SPIN", "off", 1);
+    Connect();
+    for (int i = 0; i < 20; ++i) EXPECT_FALSE(ClientSpins() || HostSpins());
+}
+
+TEST_F(SpinningCallsTest, NobodySpinsOnTheBus) {
+    setenv("TAVOS_BUS_LANES", "off", 1);
+    Connect();
+    for (int i = 0; i < 20; ++i) EXPECT_FALSE(ClientSpins() || HostSpins());
 }
 
 }  // namespace

@@ -125,7 +125,7 @@ TEST_F(RebootTest, GetAnswersTheFirstRequestOnly) {
 // --- SET, phase by phase ---
 
 TEST_F(RebootTest, ReserveAcceptsEveryInteger) {
-    for (const long value : {0L, 1L, -1L, 2147483647L, -2147483648L}) {
+    for (const long value : {0L, 1L, -1L, 2147483647L, -2147483647L - 1}) {
         SnmpRequest request(OrvexSnmpOid::oid_rebootDevice);
         request.WithInteger(value);
         EXPECT_EQ(Call(request, MODE_SET_RESERVE1), SNMP_ERR_NOERROR);
@@ -168,7 +168,7 @@ TEST_F(RebootTest, Reserve2DoesNotLookAtTheType) {
 }
 
 TEST_F(RebootTest, ActionStoresTheValueAndStartsNothing) {
-    for (const long value : {1L, -1L, 2147483647L, -2147483648L, 0L}) {
+    for (const long value : {1L, -1L, 2147483647L, -2147483647L - 1, 0L}) {
         journal::Clear();
         SnmpRequest request(OrvexSnmpOid::oid_rebootDevice);
         request.WithInteger(value);

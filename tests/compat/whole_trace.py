@@ -26,6 +26,8 @@ from expected_tree import ROWS, RW, SUBTREES  # noqa: E402
 STEP = 0.1  # seconds of the camera's paused clock after each SET of a position
 SAMPLE = 30  # values for each object, of all types and lengths
 STAMP = 24  # octets of a log line's time
+# The thread that receives events logs these while the agent sends the trap: written first, whichever was first.
+OF_EVENT_THREAD = re.compile(r"\| OrvexSnmp \w+ (send_v2trap|SendTrap): ")
 # Restarts the camera three seconds later; its own tests show what it does.
 NOT_SET = "rebootDevice"
 # Absent objects, columns and rows; the subtrees themselves.
@@ -81,9 +83,12 @@ class Recorder:
 
     def _write_log(self):
         text = self._desk.output("agent")
+        lines = []
         for line in text[self._read:].splitlines():
             line = line[STAMP:] if re.match(r"\d{4}-\d\d-\d\d ", line) else line
-            self._write("| " + line.replace(str(self._desk.state), "STATE"))
+            lines.append("| " + line.replace(str(self._desk.state), "STATE"))
+        for line in sorted(lines, key=lambda line: not OF_EVENT_THREAD.match(line)):
+            self._write(line)
         self._read = len(text)
 
     def _write(self, line):

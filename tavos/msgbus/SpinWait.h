@@ -9,7 +9,7 @@ namespace tavos::msgbus {
 
 using Clock = std::chrono::steady_clock;
 
-/// After a spin in vain nobody who shares the pause spins for kTimes as long. So spins in vain take at most 1/kTimes of
+/// After a failed spin nobody who shares the pause spins for kTimes as long. So failed spins take at most 1/kTimes of
 /// the time, however many waits there are. One thread at a time.
 class SpinPause {
 public:
@@ -38,7 +38,7 @@ public:
     explicit SpinWait(SpinPause* pause) : _pause(pause) {}
 
     /// False with TAVOS_BUS_SPIN=off, or if this thread may use one processor only: the other side could not work
-    /// meanwhile. Any other word than "on" is named in an Error line.
+    /// meanwhile.
     static bool IsWanted();
 
     /// Spins, at the longest until `until`; then sleeps. Returns when `isReady` returns true, or else when `sleep`
@@ -65,7 +65,8 @@ public:
     /// True if a wait that starts now is to spin.
     bool Spins(Clock::time_point now) const { return _wasShort && _pause->IsOver(now); }
 
-    /// A spin is in vain after kMaxSpin, even if something is ready then: others may have had the processor for long.
+    /// A spin that took kMaxSpin has failed, even if something is ready then: others may have had the processor for
+    /// long.
     void Spun(Clock::time_point start, Clock::time_point end) {
         if (end - start >= kMaxSpin) _pause->Begin(end, end - start);
     }

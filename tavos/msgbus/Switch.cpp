@@ -12,7 +12,7 @@ bool IsOn(const char* variable) {
     const std::string word = given ? given : "";
     if (word == "off") return false;
     if (!word.empty() && word != "on") {
-        core::Logger::GetLogger("tavos")->Error("%s must be on or off, not \"%s\"; it is not off", variable,
+        core::Logger::GetLogger("tavos")->Error("%s must be on or off, not \"%s\"; it counts as on", variable,
                                                 word.c_str());
     }
     return true;

@@ -85,7 +85,7 @@ TEST_F(SpinWaitTest, SpinsOnlyWhileWaitsAreShort) {
     EXPECT_FALSE(wait.Spins(now));
 }
 
-TEST_F(SpinWaitTest, SpinsInVainTakeAtMostOnePartIn32) {
+TEST_F(SpinWaitTest, FailedSpinsTakeAtMostOnePartIn32) {
     wait.Waited(1us);
     wait.Spun(now, now + 99us);
     EXPECT_TRUE(wait.Spins(now + 99us));
@@ -184,7 +184,7 @@ TEST_F(SpinWaitTest, OffMeansOffAndAnotherWordIsNamed) {
     EXPECT_EQ(log.Text(), "");
     setenv("TAVOS_BUS_SPIN", "0", 1);
     EXPECT_EQ(SpinWait::IsWanted(), !HasOneProcessor());
-    EXPECT_THAT(log.Text(), HasSubstr("TAVOS_BUS_SPIN must be on or off, not \"0\"; it is not off"));
+    EXPECT_THAT(log.Text(), HasSubstr("TAVOS_BUS_SPIN must be on or off, not \"0\"; it counts as on"));
 }
 
 class SpinningCallsTest : public SpinWaitTest {

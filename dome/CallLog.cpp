@@ -1,5 +1,6 @@
 #include "CallLog.h"
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <type_traits>
@@ -11,7 +12,10 @@ namespace dome {
 
 namespace {
 
+/// Most texts are plain, and a call waits for its log line.
 std::string Quoted(const std::string& text) {
+    const auto isPlain = [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; };
+    if (std::all_of(text.begin(), text.end(), isPlain)) return '"' + text + '"';
     return OneLine(nlohmann::json(text));
 }
 
@@ -31,12 +35,16 @@ std::string Argument(const tavos::msgbus::Value& value) {
 
 void CallLog::Add(const std::string& service, const tavos::msgbus::ReceivedCall& call, const std::string& outcome,
                   std::uint64_t change, const Moment& moment) {
-    std::string line = "{\"service\":" + Quoted(service) + ",\"call\":" + Quoted(call.operation) + ",\"args\":[";
+    constexpr std::size_t kUsualLine = 128;
+    std::string line;
+    line.reserve(kUsualLine);
+    line.append("{\"service\":\"").append(service).append("\",\"call\":\"").append(call.operation);
+    line += "\",\"args\":[";
     for (std::size_t i = 0; i < call.arguments.size(); ++i) {
         if (i > 0) line += ',';
         line += Argument(call.arguments[i]);
     }
-    line += std::string("],\"outcome\":\"") + outcome + "\"}\n";
+    line.append("],\"outcome\":\"").append(outcome).append("\"}\n");
     _calls.Add({change, ++_count, moment, std::move(line), call.sender, call.serial});
 }
 

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <optional>
 
 #include "tavos/osa/Exception.h"
 
@@ -101,14 +102,15 @@ void CallChannel::Missed(const ServiceAddress& whose) {
 void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, const char* operation,
                             const std::function<void(Writer&)>& arguments, const std::string& resultSignature,
                             const std::function<void(Reader&)>& result, CallObservation& observation) {
-    const SignalsBlocked guard;
     Way way{};
     MessagePtr call;
+    std::optional<SignalsBlocked> guard;  // a lane needs none: nothing waits there but WaitUntil
     if (auto* const lane = LaneTo(to, until)) {
         way = {lane->connection.get(), lane->sender, lane};
         call = NewCall(way, to, operation, arguments);
     }
     if (!call) {
+        guard.emplace();
         RefuseSilentBus();
         EnsureOpen(until);
         const char* sender = nullptr;
@@ -142,7 +144,7 @@ MessagePtr CallChannel::NewCall(const Way& way, const ServiceAddress& to, const 
                                             to.interface.c_str(), operation));
     MessagePtr call(made);
     // Otherwise the bus would wait for a missing service to start.
-    CheckBus(sd_bus_message_set_auto_start(made, 0));
+    if (!way.lane) CheckBus(sd_bus_message_set_auto_start(made, 0));
     Writer writer(made);
     arguments(writer);
     constexpr std::size_t kMaxText = kMaxLaneCall / 2;  // the rest is for the header and the numbers
@@ -207,11 +209,11 @@ int CallChannel::Await(const Way& way, sd_bus_message* call, Clock::time_point u
     }
     bool wait = way.lane != nullptr;  // no answer can be there yet
     while (result >= 0 && !answer) {
-        if (Clock::now() >= until) return -ETIMEDOUT;
         if (wait) result = way.lane ? way.lane->WaitUntil(until) : sd_bus_wait(way.bus, MicrosecondsUntil(until));
         if (result < 0 && result != -EINTR) return result;
         result = way.lane ? sd_bus_process(way.bus, nullptr) : _lanes->Process(way.bus);
         wait = result == 0;
+        if (!answer && Clock::now() >= until) return -ETIMEDOUT;
     }
     return result;
 }

@@ -60,6 +60,12 @@ std::pair<Descriptor, Descriptor> NewSocketPair() {
     return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
+std::pair<Descriptor, Descriptor> NewPipe() {
+    int ends[2];
+    CheckBus(pipe2(ends, O_CLOEXEC | O_NONBLOCK) == 0 ? 0 : -errno);
+    return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
 /// The library insists on an authentication. Over the lane each process would have to wait for the other. So the
 /// library authenticates with itself over another pair of sockets; then the lane takes over the numbers of those
 /// sockets.

@@ -40,6 +40,9 @@ private:
 /// Two connected sockets: close-on-exec, not blocking. Throws tavos::osa::Exception without a free descriptor.
 std::pair<Descriptor, Descriptor> NewSocketPair();
 
+/// The end to read and the end to write of a pipe: close-on-exec, not blocking. Throws as NewSocketPair.
+std::pair<Descriptor, Descriptor> NewPipe();
+
 /// A connection of the bus library that reads messages from `input` and writes them to `output`, or also to `input` if
 /// there is no `output`. It is ready to call and to serve; there is no authentication. Never waits. Throws
 /// tavos::osa::Exception.

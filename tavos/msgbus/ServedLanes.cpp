@@ -1,6 +1,7 @@
 #include "tavos/msgbus/ServedLanes.h"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -45,10 +46,10 @@ public:
         return CallSize() <= _size ? Content::kCall : Content::kIncomplete;
     }
 
-    /// Moves the first call into a socket that is empty.
-    bool MoveTo(int socket) {
+    /// Moves the first call into a pipe that is empty.
+    bool MoveTo(int pipe) {
         const auto size = static_cast<std::size_t>(CallSize());
-        if (send(socket, _octets, size, MSG_DONTWAIT | MSG_NOSIGNAL) != static_cast<ssize_t>(size)) return false;
+        if (write(pipe, _octets, size) != static_cast<ssize_t>(size)) return false;
         _size -= size;
         std::memmove(_octets, _octets + size, _size);
         return true;
@@ -77,7 +78,7 @@ bool HasUnreadAnswers(sd_bus* lane) {
 struct ServedLanes::Lane {
     Lane(ServiceAddress itsService, std::string itsClient, Descriptor itsEnd)
         : service(std::move(itsService)), client(std::move(itsClient)), end(std::move(itsEnd)) {
-        auto [in, out] = NewSocketPair();
+        auto [out, in] = NewPipe();  // faster than sockets
         input = std::move(in);
         bus = ConnectionOn(out, end);
         sd_bus_slot* slot = nullptr;
@@ -103,12 +104,22 @@ struct ServedLanes::Lane {
         if ((found & ~POLLOUT) != 0 && !received.Fill(end.Get())) return false;
         const auto content = received.Look();
         if (content != CallBuffer::Content::kCall) return content == CallBuffer::Content::kIncomplete;
-        if (HasUnreadAnswers(bus.get()) || !received.MoveTo(input.Get())) return false;
+        // Open: its end of the pipe is, too. Otherwise to write into the pipe would end the process (SIGPIPE).
+        if (HasUnreadAnswers(bus.get()) || sd_bus_is_open(bus.get()) <= 0 || !received.MoveTo(input.Get()))
+            return false;
         isUsed = false;  // stays so if the library drops the message because it is invalid
         return sd_bus_process(bus.get(), nullptr) >= 0 && isUsed && sd_bus_is_open(bus.get()) > 0;
     }
 
     bool HasCall() const { return received.Look() != CallBuffer::Content::kIncomplete; }
+
+    /// Receives the next call, if it is there, for Serve. A lane that has ended is left to the wait.
+    bool ReceiveNext() {
+        if (isClosed || HasUnreadAnswers(bus.get())) return false;
+        pollfd ended{end.Get(), 0, 0};
+        hasCall = received.Fill(end.Get()) && HasCall() && poll(&ended, 1, 0) == 0;
+        return hasCall;
+    }
 
     void Close() {
         isClosed = true;
@@ -121,7 +132,7 @@ struct ServedLanes::Lane {
     const std::string client;
     Descriptor end;
     CallBuffer received;
-    Descriptor input;                // what the connection reads
+    Descriptor input;                // the connection reads what is written here
     BusPtr bus;                      // writes to the lane
     SlotPtr filter;                  // released before the bus
     std::shared_ptr<void> attached;  // so is this
@@ -174,6 +185,7 @@ std::size_t ServedLanes::Count() const {
 /// Not while a call on a lane is served.
 void ServedLanes::Sweep() {
     const auto isClosed = [](const auto& lane) { return lane->isClosed; };
+    if (_last != nullptr && _last->isClosed) _last = nullptr;
     _lanes.erase(std::remove_if(_lanes.begin(), _lanes.end(), isClosed), _lanes.end());
 }
 
@@ -191,6 +203,10 @@ void ServedLanes::Note(const BusWait& wait) {
     for (auto& lane : _lanes) lane->events = wait.EventsOf(lane->watched);
 }
 
+bool ServedLanes::ReceiveNext() {
+    return _last != nullptr && _last->ReceiveNext();
+}
+
 bool ServedLanes::Serve() {
     bool served = false;
     // By number: a call may close lanes, but not remove them.
@@ -199,6 +215,7 @@ bool ServedLanes::Serve() {
         const short events = std::exchange(lane.events, short{0});
         if (lane.isClosed || (events == 0 && !std::exchange(lane.hasCall, false))) continue;
         served = true;
+        _last = &lane;
         if (!lane.Serve(events) && !lane.isClosed) lane.Close();
     }
     return served;

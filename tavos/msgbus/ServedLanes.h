@@ -42,7 +42,11 @@ public:
     void AddTo(BusWait& wait);
     void Note(const BusWait& wait);
 
-    /// Serves at most one call on each noted lane, so that a busy client delays others by one call. True if there was a
+    /// True if the lane that was served last has a call. Sees no other lane, but costs less than a wait that only
+    /// looks.
+    bool ReceiveNext();
+
+    /// Serves at most one call on each noted lane, so that a busy client delays others little. True if there was a
     /// noted lane.
     bool Serve();
 
@@ -52,6 +56,7 @@ private:
     void Sweep();
 
     std::vector<std::unique_ptr<Lane>> _lanes;
+    Lane* _last = nullptr;  // served last
 };
 
 }  // namespace tavos::msgbus

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
-#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -22,7 +22,7 @@ struct Operation {
     const char* arguments;  ///< signature
     const char* result;     ///< signature
     std::vector<Value> (*values)(Reader& arguments);
-    void (*serve)(void* service, Reader& arguments, Writer& result);
+    void (*serve)(void* service, const std::vector<Value>& arguments, Writer& result);  ///< as `values` returned them
 };
 
 struct EventDescription {
@@ -59,30 +59,35 @@ struct MethodOperation;
 
 template <class Class, class Result, class... Arguments, Result (Class::*Method)(Arguments...)>
 struct MethodOperation<Method> {
-    using Values = std::tuple<std::decay_t<Arguments>...>;
-
-    static Values Read(Reader& reader) {
-        return Values{reader.Get<std::decay_t<Arguments>>()...};  // braces: from left to right
+    static std::vector<Value> Read([[maybe_unused]] Reader& reader) {
+        std::vector<Value> values;
+        values.reserve(sizeof...(Arguments));
+        (values.emplace_back(reader.Get<std::decay_t<Arguments>>()), ...);
+        return values;
     }
 
-    static std::vector<Value> List(Reader& reader) {
-        return std::apply([](const auto&... values) { return std::vector<Value>{values...}; }, Read(reader));
+    static void Serve(void* service, const std::vector<Value>& values, Writer& writer) {
+        Serve(*static_cast<Class*>(service), values, writer, std::index_sequence_for<Arguments...>());
     }
 
-    static void Serve(void* service, Reader& reader, Writer& writer) {
-        auto* const object = static_cast<Class*>(service);
-        const auto call = [&](const auto&... values) -> Result { return (object->*Method)(values...); };
+private:
+    template <std::size_t... I>
+    static void Serve(Class& service, [[maybe_unused]] const std::vector<Value>& values,
+                      [[maybe_unused]] Writer& writer, std::index_sequence<I...>) {
+        const auto call = [&]() -> Result {
+            return (service.*Method)(std::get<std::decay_t<Arguments>>(values[I])...);
+        };
         if constexpr (std::is_void_v<Result>) {
-            std::apply(call, Read(reader));
+            call();
         } else {
-            writer.Put(std::apply(call, Read(reader)));
+            writer.Put(call());
         }
     }
 };
 
 template <auto Method>
 constexpr Operation OperationOf(const char* name, const char* arguments, const char* result) {
-    return {name, arguments, result, &MethodOperation<Method>::List, &MethodOperation<Method>::Serve};
+    return {name, arguments, result, &MethodOperation<Method>::Read, &MethodOperation<Method>::Serve};
 }
 
 /// Emits each firing of a service's event on the bus, from construction to destruction.

@@ -216,13 +216,19 @@ struct ServiceHost::Private::State {
                                   [](const auto& object) { return object->owned || !object->wanted; });
     }
 
+    /// Mostly at the lane that was served last, where the next call is likely.
+    bool Look(BusWait& wait) {
+        constexpr unsigned kLooksAtAll = 8;  // one look of so many
+        return ++looks % kLooksAtAll == 0 ? wait.Look() : lanes.ReceiveNext();
+    }
+
     void Wait(BusWait& wait) {
         const auto sleep = [&] { wait.Wait(); };
         if (wait.Until() <= Clock::now()) {
             sleep();
         } else if (std::exchange(hasServedLane, false)) {
             nextCall.Wait(
-                wait.Until(), [&] { return wait.Look(); }, sleep);
+                wait.Until(), [&] { return Look(wait); }, sleep);
         } else {
             nextCall.Sleep(sleep);
         }
@@ -263,7 +269,8 @@ struct ServiceHost::Private::State {
     SpinPause pause;
     SpinWait nextCall{SpinWait::IsWanted() ? &pause : nullptr};  // on a lane
     bool hasServedLane = false;                                  // since the last wait
-    bool busIsQuiet = false;                                     // read to its end, and the last wait found nothing new
+    unsigned looks = 0;
+    bool busIsQuiet = false;  // read to its end, and the last wait found nothing new
 };
 
 namespace {
@@ -273,25 +280,26 @@ std::function<void()> AnswerTo(sd_bus_message* call) {
     return [held] { sd_bus_reply_method_return(held.get(), ""); };
 }
 
-bool IsTakenOver(const Way& way, const Operation& operation, sd_bus_message* call) {
+/// Lends the arguments to the filter.
+bool IsTakenOver(const Way& way, const Operation& operation, sd_bus_message* call, std::vector<Value>& arguments) {
     const Object& object = way.object;
     if (!object.host->filter) return false;
-    Reader reader(call);
-    ReceivedCall received{object.address.service, operation.name, operation.values(reader), AnswerTo(call)};
+    ReceivedCall received{object.address.service, operation.name, std::move(arguments), AnswerTo(call)};
     const char* const sender = sd_bus_message_get_sender(call);
     received.sender = !way.client.empty() ? way.client : sender ? sender : "";
     CheckBus(sd_bus_message_get_cookie(call, &received.serial));
-    CheckBus(sd_bus_message_rewind(call, 1));
-    return object.host->filter(received);
+    const bool isTakenOver = object.host->filter(received);
+    arguments = std::move(received.arguments);
+    return isTakenOver;
 }
 
-void Answer(const Object& object, const Operation& operation, sd_bus_message* call) {
+void Answer(const Object& object, const Operation& operation, sd_bus_message* call,
+            const std::vector<Value>& arguments) {
     sd_bus_message* made = nullptr;
     CheckBus(sd_bus_message_new_method_return(call, &made));
     const MessagePtr answer(made);
-    Reader reader(call);
     Writer writer(made);
-    operation.serve(object.service, reader, writer);
+    operation.serve(object.service, arguments, writer);
     CheckBus(sd_bus_send(nullptr, made, nullptr));
 }
 
@@ -303,7 +311,9 @@ int OnCall(sd_bus_message* call, void* userdata, sd_bus_error* error) {
         const auto operation = std::find_if(object.operations.begin(), object.operations.end(),
                                             [&](const Operation& o) { return std::strcmp(o.name, member) == 0; });
         if (operation == object.operations.end()) return 0;
-        if (!IsTakenOver(way, *operation, call)) Answer(object, *operation, call);
+        Reader reader(call);
+        auto arguments = operation->values(reader);
+        if (!IsTakenOver(way, *operation, call, arguments)) Answer(object, *operation, call, arguments);
         return 1;
     } catch (const std::exception& e) {
         return sd_bus_error_set(error, kErrorName, Travelling(e.what()).c_str());

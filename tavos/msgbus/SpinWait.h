@@ -4,21 +4,24 @@
 
 #include <algorithm>
 #include <chrono>
+#include <optional>
 
 namespace tavos::msgbus {
 
 using Clock = std::chrono::steady_clock;
 
-/// After a failed spin nobody who shares the pause spins for kTimes as long. So failed spins take at most 1/kTimes of
-/// the time, however many waits there are. One thread at a time.
+/// Lets failed spins take at most 1/kTimes of the time, whoever shares the pause: after one, nobody spins for kTimes as
+/// long. Time without failed spins counts in advance, up to kSaved. So a rare failed spin causes no pause. One thread
+/// at a time.
 class SpinPause {
 public:
     static constexpr int kTimes = 32;
+    static constexpr std::chrono::milliseconds kSaved{100};
     static constexpr std::chrono::milliseconds kMaxCounted{10};  ///< of a spin: its process may have been stopped
 
     bool IsOver(Clock::time_point now) const { return now >= _end; }
-    void Begin(Clock::time_point now, Clock::duration spin) {
-        _end = now + kTimes * std::min<Clock::duration>(spin, kMaxCounted);
+    void Failed(Clock::time_point now, Clock::duration spin) {
+        _end = std::max(_end, now - kSaved) + kTimes * std::min<Clock::duration>(spin, kMaxCounted);
     }
 
 private:
@@ -47,9 +50,9 @@ public:
     void Wait(Clock::time_point until, IsReady isReady, Sleep sleep) {
         if (_pause == nullptr) return sleep();
         const auto start = Clock::now();
-        const bool ready = Spins(start) && Spin(start, std::min(until, start + kMaxSpin), isReady);
-        if (!ready) sleep();
-        Waited(Clock::now() - start);
+        const auto spun = Spins(start) ? Spin(start, std::min(until, start + kMaxSpin), isReady) : std::nullopt;
+        if (!spun) sleep();
+        Waited((spun ? *spun : Clock::now()) - start);
     }
 
     /// A wait of which nobody expects that it is short.
@@ -68,18 +71,24 @@ public:
     /// A spin that took kMaxSpin has failed, even if something is ready then: others may have had the processor for
     /// long.
     void Spun(Clock::time_point start, Clock::time_point end) {
-        if (end - start >= kMaxSpin) _pause->Begin(end, end - start);
+        if (end - start >= kMaxSpin) _pause->Failed(end, end - start);
     }
 
     void Waited(Clock::duration time) { _wasShort = time < kShort; }
 
 private:
+    /// The time when it was ready, if it was.
     template <typename IsReady>
-    bool Spin(Clock::time_point start, Clock::time_point until, IsReady isReady) {
-        bool ready = false;
-        while (!(ready = isReady()) && Clock::now() < until) sched_yield();
-        Spun(start, Clock::now());
-        return ready;
+    std::optional<Clock::time_point> Spin(Clock::time_point start, Clock::time_point until, IsReady isReady) {
+        for (;;) {
+            const bool ready = isReady();
+            const auto now = Clock::now();
+            if (ready || now >= until) {
+                Spun(start, now);
+                return ready ? std::optional(now) : std::nullopt;
+            }
+            sched_yield();
+        }
     }
 
     SpinPause* _pause;

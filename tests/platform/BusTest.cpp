@@ -2,8 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -14,6 +12,7 @@
 #include <optional>
 #include <thread>
 
+#include "Disturbance.h"
 #include "Failure.h"
 #include "FakeServices.h"
 #include "HostThread.h"
@@ -120,17 +119,7 @@ TEST_F(BusTest, SignalsDoNotCutAWaitShort) {
     std::atomic<bool> hang{true};
     host.Do([&](ServiceHost& h) { Serve(h, pan); });
     host.HangWhen([&](const ReceivedCall&) { return hang.load(); });
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, nullptr);
-    std::atomic<bool> stop{false};
-    const pthread_t caller = pthread_self();
-    std::thread disturbing([&] {
-        while (!stop) {
-            pthread_kill(caller, SIGUSR1);
-            poll(nullptr, 0, 2);
-        }
-    });
+    const Disturbance disturbance;
     MsgBus messages;
     const auto client = PanClient(messages);
     std::string failure;
@@ -140,8 +129,6 @@ TEST_F(BusTest, SignalsDoNotCutAWaitShort) {
     EXPECT_LT(time, 1500ms);
     hang = false;
     for (int i = 0; i < 50; ++i) EXPECT_EQ(Failure([&] { client->GetPosition(); }), "");
-    stop = true;
-    disturbing.join();
 }
 
 TEST_F(BusTest, ABusThatDoesNotAnswerThrowsAfterTheDeadline) {

@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "Disturbance.h"
 #include "Failure.h"
 #include "FakeServices.h"
 #include "HostThread.h"
@@ -114,8 +115,8 @@ protected:
 
     /// Calls the pan axis until its calls take a lane.
     void UseLane() {
-        // To the bus: of host, calls and events. Of the lane: both ends, and the pair behind the host's end.
-        constexpr std::size_t kSockets = 3 + 4;
+        // To the bus: of host, calls and events. Of the lane: both ends.
+        constexpr std::size_t kSockets = 3 + 2;
         const auto isUsed = [&] {
             EXPECT_EQ(PanFailure(), "");
             return Lanes() == 1 && Sockets().size() == socketsBefore + kSockets;
@@ -253,6 +254,17 @@ TEST_F(LaneTest, ALateAnswerIsNotTakenForTheNextOne) {
     host->Do([&](ServiceHost&) { answerLate(); });  // its form is wrong for every other call
     EXPECT_TRUE(Eventually([&] { return Failure([&] { panClient->GetMinPosition(); }).empty(); }));
     EXPECT_EQ(panClient->GetMinPosition(), 1U);
+}
+
+TEST_F(LaneTest, SignalsNeitherFailACallNorCutAWaitShort) {
+    UseLane();
+    const Disturbance disturbance;
+    for (int i = 0; i < 2000; ++i) ASSERT_EQ(PanFailure(), "");
+    hang = true;
+    const auto time = TimeOf([&] { EXPECT_EQ(PanFailure(), kLate); });
+    EXPECT_GE(time, 290ms);
+    EXPECT_LT(time, 1500ms);
+    hang = false;
 }
 
 TEST_F(LaneTest, AServiceThatHangsIsWaitedForOnceAndCalledAgainAfterAPing) {

@@ -327,6 +327,25 @@ TEST_F(ServedLanesTest, ABusyLaneKeepsNoCallOnTheBusWaiting) {
     }
 }
 
+TEST_F(ServedLanesTest, ALaneThatIsNeverQuietKeepsNoCallOnTheBusWaiting) {
+    const int lane = client.OpenLane();
+    constexpr int kCalls = 20000;
+    std::atomic<int> onLane{0};
+    std::atomic<int> before{-1};
+    host.HangWhen([&](const ReceivedCall& call) {
+        if (call.operation == "GetMinPosition") before = onLane.load();
+        if (call.operation != "GetMaxPosition" || ++onLane == kCalls) return false;
+        if (onLane == kCalls / 100) client.Post("GetMinPosition", 1);
+        char octets[4096];
+        while (recv(lane, octets, sizeof octets, MSG_DONTWAIT) > 0) {
+        }
+        return !Send(lane, PanCall());
+    });
+    EXPECT_TRUE(Send(lane, PanCall()));
+    EXPECT_TRUE(Eventually([&] { return onLane == kCalls && before >= 0; }));
+    EXPECT_LT(before, kCalls / 2);
+}
+
 TEST_F(ServedLanesTest, WithoutAWaitTheHostServesWhatIsThere) {
     const int lane = client.OpenLane();
     EXPECT_TRUE(Send(lane, PanCall()));
@@ -352,6 +371,25 @@ TEST_F(ServedLanesTest, WhatAClientHasGivenUpIsNotCarriedOut) {
     });
     EXPECT_TRUE(Eventually([&] { return Lanes() == 0; }));
     EXPECT_EQ(carriedOut, 0);
+}
+
+TEST_F(ServedLanesTest, WhatABusyClientHasGivenUpIsNotCarriedOut) {
+    for (int calls = 50; calls < 54; ++calls) {  // the host does not look at everything after each call
+        const int lane = client.OpenLane();
+        int left = calls;
+        std::atomic<int> carriedOut{0};
+        host.HangWhen([&](const ReceivedCall& call) {
+            if (call.operation == "GetMinPosition") ++carriedOut;
+            if (call.operation != "GetMaxPosition") return false;
+            if (--left > 0) return !Send(lane, PanCall());
+            Send(lane, Call(kPanPath, kPan, "GetMinPosition"));
+            shutdown(lane, SHUT_RDWR);
+            return true;  // its answer would close the lane
+        });
+        EXPECT_TRUE(Send(lane, PanCall()));
+        EXPECT_TRUE(Eventually([&] { return Lanes() == 0; }));
+        EXPECT_EQ(carriedOut, 0) << calls;
+    }
 }
 
 TEST_F(ServedLanesTest, RequestsForLanesInARowKeepFewDescriptors) {

@@ -62,6 +62,11 @@ protected:
         }
         ASSERT_EQ(sched_setaffinity(0, sizeof used, &used), 0);
     }
+    /// The next failed spin that ends at `now` causes its whole pause.
+    void UseUpSavedTime() {
+        wait.Waited(1us);
+        pause.Failed(now - 220ms, 10ms);  // 320 ms, of which 100 were saved
+    }
     bool HasOneProcessor() const { return CPU_COUNT(&_processors) == 1; }
 
     const Clock::time_point now{1h};
@@ -85,34 +90,51 @@ TEST_F(SpinWaitTest, SpinsOnlyWhileWaitsAreShort) {
     EXPECT_FALSE(wait.Spins(now));
 }
 
-TEST_F(SpinWaitTest, FailedSpinsTakeAtMostOnePartIn32) {
+TEST_F(SpinWaitTest, ARareFailedSpinCausesNoPause) {
     wait.Waited(1us);
+    for (int i = 0; i < 31; ++i) {  // 31 x 100 us x 32 < 100 ms
+        wait.Spun(now, now + 100us);
+        EXPECT_TRUE(wait.Spins(now + 100us)) << i;
+    }
+    wait.Spun(now, now + 100us);
+    EXPECT_FALSE(wait.Spins(now + 100us));
+}
+
+TEST_F(SpinWaitTest, FailedSpinsTakeAtMostOnePartIn32) {
+    UseUpSavedTime();
     wait.Spun(now, now + 99us);
     EXPECT_TRUE(wait.Spins(now + 99us));
-    wait.Spun(now, now + 100us);
-    EXPECT_FALSE(wait.Spins(now + 100us + 3199us));
-    EXPECT_TRUE(wait.Spins(now + 100us + 3200us));
+    wait.Spun(now - 100us, now);
+    EXPECT_FALSE(wait.Spins(now + 3199us));
+    EXPECT_TRUE(wait.Spins(now + 3200us));
+}
+
+TEST_F(SpinWaitTest, TimeWithoutFailedSpinsIsSavedUpToATenthOfASecond) {
+    UseUpSavedTime();
+    wait.Spun(now + 1h - 10ms, now + 1h);
+    EXPECT_FALSE(wait.Spins(now + 1h + 219ms));
+    EXPECT_TRUE(wait.Spins(now + 1h + 220ms));
 }
 
 TEST_F(SpinWaitTest, WaitsThatShareAPausePauseTogether) {
     SpinWait other(&pause);
     other.Waited(1us);
     EXPECT_TRUE(other.Spins(now));
-    wait.Spun(now, now + 100us);
-    EXPECT_FALSE(other.Spins(now + 100us));
+    wait.Spun(now, now + 10ms);
+    EXPECT_FALSE(other.Spins(now + 10ms));
 }
 
 TEST_F(SpinWaitTest, ALostProcessorPausesSpinningForLonger) {
-    wait.Waited(1us);
-    wait.Spun(now, now + 3ms);
-    EXPECT_FALSE(wait.Spins(now + 3ms + 95ms));
-    EXPECT_TRUE(wait.Spins(now + 3ms + 96ms));
+    UseUpSavedTime();
+    wait.Spun(now - 3ms, now);
+    EXPECT_FALSE(wait.Spins(now + 95ms));
+    EXPECT_TRUE(wait.Spins(now + 96ms));
 }
 
 TEST_F(SpinWaitTest, AStoppedProcessPausesForAThirdOfASecondAtMost) {
-    wait.Waited(1us);
-    wait.Spun(now, now + 1min);
-    EXPECT_TRUE(wait.Spins(now + 1min + 320ms));
+    UseUpSavedTime();
+    wait.Spun(now - 1min, now);
+    EXPECT_TRUE(wait.Spins(now + 320ms));
 }
 
 TEST_F(SpinWaitTest, AfterAShortSleepAsksInsteadOfSleeping) {

@@ -234,9 +234,8 @@ REMARKS = {
         "be woken in between. Live requests shows what that costs without the module. The round trips over a pair of "
         "sockets also leave out the camera's own work and what makes and reads the messages on both sides. Nearly all "
         "that the agent executes for a call belongs to the bus library, as a profile by callgrind shows. The module's "
-        "client adds system calls: they keep signals away from the call, and look whether the service has closed the "
-        "lane. Both are required. Without the first a signal fails a call; without the second the first call after a "
-        "restart of the service fails.",
+        "client adds one system call: it looks whether the service has closed the lane. Without it the first call after "
+        "a restart of the service would fail.",
     "against itself without lanes":
         "A lane saves the work of the bus daemon, and the waiting for it. What else a request takes is the same "
         "without: the agent's and the camera's own work, and with SET `outputControl` the camera's write to its "

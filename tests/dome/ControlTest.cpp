@@ -339,6 +339,19 @@ TEST(CallLog, WritesArgumentsByTheirKind) {
     EXPECT_EQ(log.Lines(), "");
 }
 
+TEST(CallLog, QuotesEveryText) {
+    const std::pair<std::string, std::string> kTexts[] = {
+        {"", R"("")"},           {" ~", R"(" ~")"},    {"a\\b", R"("a\\b")"},    {"\"", R"("\"")"},
+        {"\x1F", R"("\u001f")"}, {"\x7F", "\"\x7F\""}, {"\u00e9", "\"\u00e9\""}, {"\xFF", "\"\uFFFD\""},
+    };
+    for (const auto& [text, quoted] : kTexts) {
+        CallLog log;
+        log.Add("alarm", {"org.tavos.Alarm3", "GetBankAlarmCount", {text}}, "ok");
+        EXPECT_EQ(log.Lines(),
+                  R"({"service":"alarm","call":"GetBankAlarmCount","args":[)" + quoted + "],\"outcome\":\"ok\"}\n");
+    }
+}
+
 TEST(CallLog, KeepsTheLatestCallsOnly) {
     CallLog log;
     for (std::size_t i = 0; i < CallLog::kMaxCalls + 5; ++i) {

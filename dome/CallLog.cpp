@@ -12,7 +12,7 @@ namespace dome {
 
 namespace {
 
-/// Most texts are plain, and a call waits for its log line.
+/// Plain text needs no JSON library; that is faster, and the caller waits.
 std::string Quoted(const std::string& text) {
     const auto isPlain = [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; };
     if (std::all_of(text.begin(), text.end(), isPlain)) return '"' + text + '"';

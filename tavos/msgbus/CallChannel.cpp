@@ -104,7 +104,7 @@ void CallChannel::CallUntil(Clock::time_point until, const ServiceAddress& to, c
                             const std::function<void(Reader&)>& result, CallObservation& observation) {
     Way way{};
     MessagePtr call;
-    std::optional<SignalsBlocked> guard;  // a lane needs none: nothing waits there but WaitUntil
+    std::optional<SignalsBlocked> guard;  // on a lane only WaitUntil waits, and Await goes on after a signal
     if (auto* const lane = LaneTo(to, until)) {
         way = {lane->connection.get(), lane->sender, lane};
         call = NewCall(way, to, operation, arguments);
@@ -213,7 +213,7 @@ int CallChannel::Await(const Way& way, sd_bus_message* call, Clock::time_point u
         if (result < 0 && result != -EINTR) return result;
         result = way.lane ? sd_bus_process(way.bus, nullptr) : _lanes->Process(way.bus);
         wait = result == 0;
-        if (!answer && Clock::now() >= until) return -ETIMEDOUT;
+        if (result >= 0 && !answer && Clock::now() >= until) return -ETIMEDOUT;
     }
     return result;
 }

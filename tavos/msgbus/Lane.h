@@ -40,7 +40,7 @@ private:
 /// Two connected sockets: close-on-exec, not blocking. Throws tavos::osa::Exception without a free descriptor.
 std::pair<Descriptor, Descriptor> NewSocketPair();
 
-/// The end to read and the end to write of a pipe: close-on-exec, not blocking. Throws as NewSocketPair.
+/// A pipe's read end and write end: close-on-exec, not blocking. Throws as NewSocketPair.
 std::pair<Descriptor, Descriptor> NewPipe();
 
 /// A connection of the bus library that reads messages from `input` and writes them to `output`, or also to `input` if

@@ -104,7 +104,8 @@ struct ServedLanes::Lane {
         if ((found & ~POLLOUT) != 0 && !received.Fill(end.Get())) return false;
         const auto content = received.Look();
         if (content != CallBuffer::Content::kCall) return content == CallBuffer::Content::kIncomplete;
-        // Open: its end of the pipe is, too. Otherwise to write into the pipe would end the process (SIGPIPE).
+        // While the connection is open, so is its end of the pipe. To write without a reader would end the process
+        // (SIGPIPE).
         if (HasUnreadAnswers(bus.get()) || sd_bus_is_open(bus.get()) <= 0 || !received.MoveTo(input.Get()))
             return false;
         isUsed = false;  // stays so if the library drops the message because it is invalid
@@ -113,11 +114,12 @@ struct ServedLanes::Lane {
 
     bool HasCall() const { return received.Look() != CallBuffer::Content::kIncomplete; }
 
-    /// Receives the next call, if it is there, for Serve. A lane that has ended is left to the wait.
+    /// Receives the next call, if it is there, for Serve. Leaves an ended lane to BusWait, which finds its end. A
+    /// signal is no end: poll then fails.
     bool ReceiveNext() {
         if (isClosed || HasUnreadAnswers(bus.get())) return false;
         pollfd ended{end.Get(), 0, 0};
-        hasCall = received.Fill(end.Get()) && HasCall() && poll(&ended, 1, 0) == 0;
+        hasCall = received.Fill(end.Get()) && HasCall() && poll(&ended, 1, 0) <= 0;
         return hasCall;
     }
 

@@ -42,8 +42,7 @@ public:
     void AddTo(BusWait& wait);
     void Note(const BusWait& wait);
 
-    /// True if the lane that was served last has a call. Sees no other lane, but costs less than a wait that only
-    /// looks.
+    /// True if the lane that was served last has a call. Sees no other lane, but costs less than BusWait::Look.
     bool ReceiveNext();
 
     /// Serves at most one call on each noted lane, so that a busy client delays others little. True if there was a

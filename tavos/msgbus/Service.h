@@ -22,7 +22,8 @@ struct Operation {
     const char* arguments;  ///< signature
     const char* result;     ///< signature
     std::vector<Value> (*values)(Reader& arguments);
-    void (*serve)(void* service, const std::vector<Value>& arguments, Writer& result);  ///< as `values` returned them
+    void (*serve)(void* service, const std::vector<Value>& arguments,
+                  Writer& result);  ///< `arguments`: what `values` returned
 };
 
 struct EventDescription {

@@ -21,6 +21,7 @@ namespace {
 
 constexpr auto kConnectTime = 2s;
 constexpr auto kRetryDelay = 200ms;
+constexpr auto kLookAtAllInterval = 20us;  // shorter than most requests, much longer than a look
 constexpr const char* kErrorName = "org.tavos.Error.Failed";
 
 struct Object;
@@ -218,8 +219,10 @@ struct ServiceHost::Private::State {
 
     /// Mostly at the lane that was served last, where the next call is likely.
     bool Look(BusWait& wait) {
-        constexpr unsigned kLooksAtAll = 8;  // one look of so many
-        return ++looks % kLooksAtAll == 0 ? wait.Look() : lanes.ReceiveNext();
+        const auto now = Clock::now();
+        if (now < nextLookAtAll) return lanes.ReceiveNext();
+        nextLookAtAll = now + kLookAtAllInterval;
+        return wait.Look();
     }
 
     void Wait(BusWait& wait) {
@@ -269,8 +272,8 @@ struct ServiceHost::Private::State {
     SpinPause pause;
     SpinWait nextCall{SpinWait::IsWanted() ? &pause : nullptr};  // on a lane
     bool hasServedLane = false;                                  // since the last wait
-    unsigned looks = 0;
-    bool busIsQuiet = false;  // read to its end, and the last wait found nothing new
+    Clock::time_point nextLookAtAll{};                           // of a spin
+    bool busIsQuiet = false;  // read to its end, and no look since has found anything new
 };
 
 namespace {

@@ -10,9 +10,9 @@ namespace tavos::msgbus {
 
 using Clock = std::chrono::steady_clock;
 
-/// Lets failed spins take at most 1/kTimes of the time, whoever shares the pause: after one, nobody spins for kTimes as
-/// long. Time without failed spins counts in advance, up to kSaved. So a rare failed spin causes no pause. One thread
-/// at a time.
+/// Lets failed spins take at most 1/kTimes of the time, whoever shares the pause. Each failed spin costs kTimes its
+/// length without spins. The time since earlier ones pays for it first, at most kSaved; only the rest is a pause. So a
+/// rare failed spin causes none. One thread at a time.
 class SpinPause {
 public:
     static constexpr int kTimes = 32;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -15,6 +16,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -25,12 +27,32 @@
 #include "tavos/interfaces/Serve.h"
 #include "tavos/msgbus/MsgBus.h"
 #include "tavos/msgbus/Service.h"
+#include "tavos/msgbus/SpinWait.h"
 
 using namespace std::chrono_literals;
 using namespace tavos::interfaces;
 using tavos::msgbus::ReceivedCall;
 using tavos::msgbus::ServiceHost;
 using testing::HasSubstr;
+
+namespace {
+
+std::atomic<bool> s_interrupt{false};  // the host's next look whether a lane has ended, as if by a signal
+std::atomic<int> s_interruptions{0};
+
+}  // namespace
+
+/// In place of the C library's, also for the platform's library.
+extern "C" __attribute__((visibility("default"))) int poll(pollfd* watched, nfds_t count, int timeout) {
+    if (count == 1 && timeout == 0 && s_interrupt.exchange(false)) {
+        ++s_interruptions;
+        usleep(150);  // so that it is the spin's last look
+        errno = EINTR;
+        return -1;
+    }
+    const timespec time{timeout / 1000, timeout % 1000 * 1'000'000L};
+    return ppoll(watched, count, timeout < 0 ? nullptr : &time, nullptr);
+}
 
 namespace {
 
@@ -344,6 +366,28 @@ TEST_F(ServedLanesTest, ALaneThatIsNeverQuietKeepsNoCallOnTheBusWaiting) {
     EXPECT_TRUE(Send(lane, PanCall()));
     EXPECT_TRUE(Eventually([&] { return onLane == kCalls && before >= 0; }));
     EXPECT_LT(before, kCalls / 2);
+}
+
+TEST_F(ServedLanesTest, ASignalDelaysNoCall) {
+    if (!tavos::msgbus::SpinWait::IsWanted()) GTEST_SKIP() << "this machine has one processor";
+    const int lane = client.OpenLane();
+    s_interruptions = 0;
+    std::atomic<bool> stop{false};
+    std::thread calling([&] {
+        for (int i = 0; i < 1000 && s_interruptions < 10; ++i) {
+            for (int quick = 0; quick < 20; ++quick) EXPECT_TRUE(Send(lane, PanCall()) && IsAnswered(lane));
+            s_interrupt = true;
+            EXPECT_LT(TimeOf([&] { EXPECT_TRUE(Send(lane, PanCall()) && IsAnswered(lane)); }), 2s);
+        }
+        s_interrupt = false;
+        stop = true;
+        EXPECT_TRUE(Send(lane, PanCall()) && IsAnswered(lane));
+    });
+    host.Do([&](ServiceHost& h) {
+        while (!stop) h.Process(4000);
+    });
+    calling.join();
+    EXPECT_GE(s_interruptions, 10);
 }
 
 TEST_F(ServedLanesTest, WithoutAWaitTheHostServesWhatIsThere) {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -372,9 +373,11 @@ TEST_F(ServedLanesTest, ASignalDelaysNoCall) {
     if (!tavos::msgbus::SpinWait::IsWanted()) GTEST_SKIP() << "this machine has one processor";
     const int lane = client.OpenLane();
     s_interruptions = 0;
+    constexpr int kInterruptions = 3;
     std::atomic<bool> stop{false};
     std::thread calling([&] {
-        for (int i = 0; i < 1000 && s_interruptions < 10; ++i) {
+        const auto end = std::chrono::steady_clock::now() + 20s;  // on a busy machine the host spins seldom
+        while (s_interruptions < kInterruptions && std::chrono::steady_clock::now() < end) {
             for (int quick = 0; quick < 20; ++quick) EXPECT_TRUE(Send(lane, PanCall()) && IsAnswered(lane));
             s_interrupt = true;
             EXPECT_LT(TimeOf([&] { EXPECT_TRUE(Send(lane, PanCall()) && IsAnswered(lane)); }), 2s);
@@ -387,7 +390,7 @@ TEST_F(ServedLanesTest, ASignalDelaysNoCall) {
         while (!stop) h.Process(4000);
     });
     calling.join();
-    EXPECT_GE(s_interruptions, 10);
+    EXPECT_GE(s_interruptions, kInterruptions);
 }
 
 TEST_F(ServedLanesTest, WithoutAWaitTheHostServesWhatIsThere) {

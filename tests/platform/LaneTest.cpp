@@ -260,6 +260,7 @@ TEST_F(LaneTest, SignalsNeitherFailACallNorCutAWaitShort) {
     UseLane();
     const Disturbance disturbance;
     for (int i = 0; i < 2000; ++i) ASSERT_EQ(PanFailure(), "");
+    EXPECT_EQ(Lanes(), 1U) << "a signal has closed the lane, and calls took the bus";
     hang = true;
     const auto time = TimeOf([&] { EXPECT_EQ(PanFailure(), kLate); });
     EXPECT_GE(time, 290ms);
